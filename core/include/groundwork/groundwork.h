@@ -1,0 +1,17 @@
+/**
+ * @file
+ * The one header of the `g_` family.
+ *
+ * Streams (`url_*`) have their own header, <groundwork/url.h>.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#ifndef GROUNDWORK_GROUNDWORK_H
+#define GROUNDWORK_GROUNDWORK_H
+
+#include <groundwork/list.h>
+#include <groundwork/log.h>
+#include <groundwork/memory.h>
+#include <groundwork/package.h>
+
+#endif

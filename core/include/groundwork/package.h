@@ -1,0 +1,34 @@
+/**
+ * @file
+ * The package name: prefix of every log line and name of the default configuration file.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#ifndef GROUNDWORK_PACKAGE_H
+#define GROUNDWORK_PACKAGE_H
+
+#include <groundwork/export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** At most 20 characters and a NUL; empty until g_package_set_name(). Read only for
+ *  applications. */
+G_API extern char g_package_name[21];
+
+/**
+ * Names the package. Call once at start-up, before other threads log: the array is not
+ * locked.
+ *
+ * @param name  copied; cut silently after 20 characters.
+ * @return g_package_name; null, with nothing changed, when `name` is null (logged as
+ *         critical).
+ */
+G_API const char *g_package_set_name(const char *name);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,373 @@
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/list.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <initializer_list>
+#include <random>
+#include <vector>
+
+#include "support/allocation_faults.h"
+
+namespace {
+
+int elements[64];
+void* const a = &elements[0];
+void* const b = &elements[1];
+void* const c = &elements[2];
+void* const d = &elements[3];
+
+using Data = std::vector<void*>;
+
+// The elements from `list` on; checks both links of every node on the way.
+Data content(GList* list) {
+  Data data;
+  for (; list != nullptr; list = list->next) {
+    data.push_back(list->data);
+    if (list->next != nullptr) {
+      EXPECT_EQ(list->next->prev, list);
+    }
+    if (list->prev != nullptr) {
+      EXPECT_EQ(list->prev->next, list);
+    }
+  }
+  return data;
+}
+
+GList* make(std::initializer_list<void*> data) {
+  GList* list = nullptr;
+  for (void* element : data) list = g_list_append(list, element);
+  return list;
+}
+
+TEST(ListNode, HasNextPrevAndDataInThisOrder) {
+  EXPECT_EQ(offsetof(GList, next), 0u);
+  EXPECT_EQ(offsetof(GList, prev), sizeof(void*));
+  EXPECT_EQ(offsetof(GList, data), 2 * sizeof(void*));
+  EXPECT_EQ(sizeof(GList), 3 * sizeof(void*));
+}
+
+TEST(List, NullIsAnEmptyListEverywhere) {
+  g_list_free(nullptr);
+  EXPECT_EQ(g_list_index(nullptr, a), -1);
+  EXPECT_EQ(g_list_nth(nullptr, 0), nullptr);
+  EXPECT_EQ(g_list_nth(nullptr, 3), nullptr);
+  EXPECT_EQ(g_list_last(nullptr), nullptr);
+  EXPECT_EQ(g_list_first(nullptr), nullptr);
+  EXPECT_EQ(g_list_length(nullptr), 0u);
+  g_list_foreach(nullptr, [](void*, void*) { FAIL(); }, nullptr);
+  EXPECT_EQ(g_list_copy(nullptr), nullptr);
+  EXPECT_EQ(g_list_reverse(nullptr), nullptr);
+  EXPECT_EQ(g_list_remove_link(nullptr, nullptr), nullptr);
+  EXPECT_EQ(g_list_delete_link(nullptr, nullptr), nullptr);
+  EXPECT_EQ(g_list_remove(nullptr, a), nullptr);
+  EXPECT_EQ(g_list_find(nullptr, a), nullptr);
+}
+
+TEST(ListFree, FreesTheNodesFromTheGivenOneOn) {
+  test::AllocationFaults blocks(0);
+  GList* const list = make({a, b, c});
+  g_list_free(list->next);
+  EXPECT_EQ(blocks.outstanding(), 1);
+  std::free(list);
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST(ListIndex, CountsFromTheGivenNode) {
+  GList* const list = make({a, b, c, b});
+  EXPECT_EQ(g_list_index(list, a), 0);
+  EXPECT_EQ(g_list_index(list, b), 1);
+  EXPECT_EQ(g_list_index(list->next->next, b), 1);
+  EXPECT_EQ(g_list_index(list, d), -1);
+  EXPECT_EQ(g_list_index(list->next, a), -1);
+  g_list_free(list);
+}
+
+TEST(ListNth, BelowOneReturnsTheListAndPastTheEndNull) {
+  GList* const list = make({a, b, c});
+  EXPECT_EQ(g_list_nth(list, 0), list);
+  EXPECT_EQ(g_list_nth(list, -7), list);
+  EXPECT_EQ(g_list_nth(list, 1), list->next);
+  EXPECT_EQ(g_list_nth(list, 2), list->next->next);
+  EXPECT_EQ(g_list_nth(list, 3), nullptr);
+  EXPECT_EQ(g_list_nth(list, 1000000), nullptr);
+  g_list_free(list);
+}
+
+TEST(ListEnds, AreFoundFromTheMiddle) {
+  GList* const list = make({a, b, c});
+  GList* const middle = list->next;
+  EXPECT_EQ(g_list_first(middle), list);
+  EXPECT_EQ(g_list_last(middle), middle->next);
+  EXPECT_EQ(g_list_length(middle), 2u);
+  EXPECT_EQ(g_list_length(list), 3u);
+  g_list_free(list);
+}
+
+TEST(ListForeach, PassesEachElementAndTheUserData) {
+  GList* const list = make({a, b, c});
+  Data seen;
+  g_list_foreach(
+      list, [](void* data, void* user) { static_cast<Data*>(user)->push_back(data); }, &seen);
+  EXPECT_EQ(seen, (Data{a, b, c}));
+  g_list_free(list);
+}
+
+TEST(ListForeach, TheCallbackMayFreeItsNode) {
+  GList* list = make({a, b, c});
+  struct Walk {
+    GList* node;
+  } walk{list};
+  g_list_foreach(
+      list,
+      [](void*, void* user) {
+        auto* const current = static_cast<Walk*>(user);
+        GList* const node = current->node;
+        current->node = node->next;
+        std::free(node);
+      },
+      &walk);
+  EXPECT_EQ(walk.node, nullptr);
+}
+
+TEST(ListInsert, PutsTheElementSecondAndReturnsTheOldHead) {
+  GList* const list = make({a, b});
+  EXPECT_EQ(g_list_insert(list, c), list);
+  EXPECT_EQ(content(list), (Data{a, c, b}));
+  g_list_free(list);
+}
+
+TEST(ListInsert, AfterTheLastNodeAndIntoTheEmptyList) {
+  GList* const list = g_list_insert(nullptr, a);
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(g_list_insert(list, b), list);
+  EXPECT_EQ(content(list), (Data{a, b}));
+  EXPECT_EQ(list->prev, nullptr);
+  g_list_free(list);
+}
+
+TEST(ListAppend, FromTheMiddleReturnsTheNodeGiven) {
+  GList* const list = make({a, b});
+  EXPECT_EQ(g_list_append(list->next, c), list->next);
+  EXPECT_EQ(content(list), (Data{a, b, c}));
+  g_list_free(list);
+}
+
+TEST(ListPrepend, OnTheHeadReturnsTheNewHead) {
+  GList* list = make({a});
+  list = g_list_prepend(list, b);
+  EXPECT_EQ(content(list), (Data{b, a}));
+  EXPECT_EQ(list->prev, nullptr);
+  g_list_free(list);
+}
+
+TEST(ListPrepend, OnAMiddleNodeSplicesAndReturnsTheNewNodeWhichIsNotTheHead) {
+  GList* const list = make({a, b});
+  GList* const node = g_list_prepend(list->next, c);
+  EXPECT_EQ(node, list->next);
+  EXPECT_EQ(node->data, c);
+  EXPECT_EQ(content(list), (Data{a, c, b}));
+  g_list_free(list);
+}
+
+TEST(ListInsertBefore, NegativeAndBeyondTheEndAppend) {
+  GList* list = make({a, b});
+  EXPECT_EQ(g_list_insert_before(list, c, -1), list);
+  EXPECT_EQ(g_list_insert_before(list, d, 3), list);
+  EXPECT_EQ(content(list), (Data{a, b, c, d}));
+  g_list_free(list);
+}
+
+TEST(ListInsertBefore, ZeroPrependsAndReturnsTheNewNode) {
+  GList* list = g_list_insert_before(nullptr, a, 0);
+  EXPECT_EQ(content(list), (Data{a}));
+  list = g_list_insert_before(list, b, 0);
+  EXPECT_EQ(content(list), (Data{b, a}));
+  g_list_free(list);
+}
+
+TEST(ListInsertBefore, AnIndexInsideInsertsThere) {
+  GList* const list = make({a, b, c});
+  EXPECT_EQ(g_list_insert_before(list, d, 2), list);
+  EXPECT_EQ(content(list), (Data{a, b, d, c}));
+  EXPECT_EQ(g_list_insert_before(list, d, 1), list);
+  EXPECT_EQ(content(list), (Data{a, d, b, d, c}));
+  g_list_free(list);
+}
+
+TEST(ListInsertBefore, AnyIndexIntoTheEmptyListGivesOneNode) {
+  for (const int position : {-1, 0, 1, 5}) {
+    GList* const list = g_list_insert_before(nullptr, a, position);
+    EXPECT_EQ(content(list), (Data{a}));
+    g_list_free(list);
+  }
+}
+
+TEST(ListCopy, SharesTheElementsInNewNodes) {
+  GList* const list = make({a, b, c});
+  GList* const copy = g_list_copy(list->next);
+  EXPECT_EQ(content(copy), (Data{b, c}));
+  EXPECT_EQ(copy->prev, nullptr);
+  EXPECT_NE(copy, list->next);
+  g_list_free(list);
+  g_list_free(copy);
+}
+
+TEST(ListReverse, ReturnsTheOldLastNodeAndTwiceRestores) {
+  GList* const list = make({a, b, c});
+  GList* const last = g_list_last(list);
+  EXPECT_EQ(g_list_reverse(list), last);
+  EXPECT_EQ(content(last), (Data{c, b, a}));
+  EXPECT_EQ(last->prev, nullptr);
+  EXPECT_EQ(g_list_reverse(last), list);
+  EXPECT_EQ(content(list), (Data{a, b, c}));
+  g_list_free(list);
+  GList* const one = make({a});
+  EXPECT_EQ(g_list_reverse(one), one);
+  EXPECT_EQ(one->next, nullptr);
+  EXPECT_EQ(one->prev, nullptr);
+  g_list_free(one);
+}
+
+TEST(ListRemoveLink, DetachesHeadMiddleAndLast) {
+  GList* list = make({a, b, c, d});
+  GList* const middle = list->next;
+  EXPECT_EQ(g_list_remove_link(list, middle), list);
+  EXPECT_EQ(content(list), (Data{a, c, d}));
+  EXPECT_EQ(middle->next, nullptr);
+  EXPECT_EQ(middle->prev, nullptr);
+  EXPECT_EQ(middle->data, b);
+  std::free(middle);
+
+  GList* const head = list;
+  list = g_list_remove_link(list, head);
+  EXPECT_EQ(content(list), (Data{c, d}));
+  EXPECT_EQ(list->prev, nullptr);
+  std::free(head);
+
+  GList* const last = g_list_last(list);
+  EXPECT_EQ(g_list_remove_link(list, last), list);
+  EXPECT_EQ(content(list), (Data{c}));
+  std::free(last);
+  g_list_free(list);
+}
+
+TEST(ListRemoveLink, NullLinkReturnsTheList) {
+  GList* const list = make({a});
+  EXPECT_EQ(g_list_remove_link(list, nullptr), list);
+  EXPECT_EQ(g_list_delete_link(list, nullptr), list);
+  EXPECT_EQ(content(list), (Data{a}));
+  g_list_free(list);
+}
+
+TEST(ListDeleteLink, FreesTheNode) {
+  test::AllocationFaults blocks(0);
+  GList* list = make({a, b});
+  list = g_list_delete_link(list, list);
+  EXPECT_EQ(blocks.outstanding(), 1);
+  EXPECT_EQ(content(list), (Data{b}));
+  EXPECT_EQ(g_list_delete_link(list, list), nullptr);
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST(ListRemove, TakesTheFirstMatchOnly) {
+  GList* list = make({a, b, a, b});
+  EXPECT_EQ(g_list_remove(list, b), list);
+  EXPECT_EQ(content(list), (Data{a, a, b}));
+  EXPECT_EQ(g_list_remove(list, d), list);
+  list = g_list_remove(list, a);
+  EXPECT_EQ(content(list), (Data{a, b}));
+  EXPECT_EQ(list->prev, nullptr);
+  g_list_free(list);
+}
+
+TEST(ListFind, ReturnsTheFirstNodeFromTheGivenOne) {
+  GList* const list = make({a, b, a});
+  EXPECT_EQ(g_list_find(list, a), list);
+  EXPECT_EQ(g_list_find(list->next, a), list->next->next);
+  EXPECT_EQ(g_list_find(list, d), nullptr);
+  g_list_free(list);
+}
+
+TEST(List, ExhaustedMemoryLeavesTheListUnchanged) {
+  GList* const list = make({a, b});
+  const auto expect_unchanged = [&](auto add, GList* on) {
+    test::AllocationFaults faults(1);
+    GList* const result = add(on);
+    faults.disarm();
+    EXPECT_EQ(result, on);
+    EXPECT_EQ(content(list), (Data{a, b}));
+    EXPECT_EQ(list->prev, nullptr);
+  };
+  for (GList* const on : {list, list->next, static_cast<GList*>(nullptr)}) {
+    expect_unchanged([](GList* node) { return g_list_insert(node, c); }, on);
+    expect_unchanged([](GList* node) { return g_list_append(node, c); }, on);
+    expect_unchanged([](GList* node) { return g_list_prepend(node, c); }, on);
+    for (const int position : {-1, 0, 1, 9}) {
+      expect_unchanged(
+          [position](GList* node) { return g_list_insert_before(node, c, position); }, on);
+    }
+  }
+  test::for_each_failed_allocation([&](test::AllocationFaults& faults) {
+    GList* const copy = g_list_copy(list);
+    faults.disarm();
+    if (faults.failures() != 0) {
+      EXPECT_EQ(copy, nullptr);
+    } else {
+      EXPECT_EQ(content(copy), (Data{a, b}));
+    }
+    g_list_free(copy);
+  });
+  g_list_free(list);
+}
+
+TEST(List, AgreesWithAVectorOverRandomOperations) {
+  std::mt19937 random(20260101);
+  GList* list = nullptr;
+  Data model;
+  for (int step = 0; step < 20000; ++step) {
+    void* const element = &elements[random() % 16];
+    const auto found = std::find(model.begin(), model.end(), element);
+    const int size = static_cast<int>(model.size());
+    switch (model.size() > 40 ? 7 : random() % 9) {
+      case 0:
+        list = g_list_append(list, element);
+        model.push_back(element);
+        break;
+      case 1:
+        list = g_list_prepend(list, element);
+        model.insert(model.begin(), element);
+        break;
+      case 2:
+        list = g_list_insert(list, element);
+        model.insert(model.empty() ? model.begin() : model.begin() + 1, element);
+        break;
+      case 3: {
+        const int position = static_cast<int>(random() % 50) - 2;
+        list = g_list_insert_before(list, element, position);
+        model.insert(position < 0 || position > size ? model.end() : model.begin() + position,
+                     element);
+        break;
+      }
+      case 4:
+        list = g_list_reverse(list);
+        std::reverse(model.begin(), model.end());
+        break;
+      case 5:
+        EXPECT_EQ(g_list_index(list, element),
+                  found == model.end() ? -1 : static_cast<int>(found - model.begin()));
+        break;
+      default:
+        list = g_list_remove(list, element);
+        if (found != model.end()) model.erase(found);
+        break;
+    }
+    ASSERT_EQ(content(list), model);
+    ASSERT_EQ(g_list_length(list), model.size());
+  }
+  g_list_free(list);
+}
+
+}  // namespace

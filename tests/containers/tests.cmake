@@ -1,0 +1,1 @@
+groundwork_test(containers/list_test)

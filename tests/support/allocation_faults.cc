@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: MIT
+
+#include "support/allocation_faults.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+
+#if defined(GROUNDWORK_SANITIZED_HEAP)
+// The sanitizers' own allocators stand behind these names.
+extern "C" void* __interceptor_malloc(std::size_t);
+extern "C" void* __interceptor_calloc(std::size_t, std::size_t);
+extern "C" void* __interceptor_realloc(void*, std::size_t);
+extern "C" void __interceptor_free(void*);
+#define REAL(function) __interceptor_##function
+#else
+extern "C" void* __libc_malloc(std::size_t);
+extern "C" void* __libc_calloc(std::size_t, std::size_t);
+extern "C" void* __libc_realloc(void*, std::size_t);
+extern "C" void __libc_free(void*);
+#define REAL(function) __libc_##function
+#endif
+
+namespace {
+
+constexpr std::size_t kSizesKept = 64;
+constexpr std::size_t kMaxBlocks = 1 << 17;  // power of two; open addressing below
+
+thread_local bool armed = false;
+std::atomic<bool> watching{false};  // frees are followed
+int first_failure = 0;
+bool later_too = false;
+int call_count = 0;
+int failure_count = 0;
+std::array<std::size_t, kSizesKept> sizes;
+
+// The set of blocks allocated while armed: an open-addressing table of addresses. 0 is
+// never used, 1 was used. Guarded by a spin lock, since frees come from any thread.
+std::atomic_flag table_lock = ATOMIC_FLAG_INIT;
+std::uintptr_t blocks[kMaxBlocks];
+int block_count = 0;
+
+struct TableLock {
+  TableLock() {
+    while (table_lock.test_and_set(std::memory_order_acquire)) {
+    }
+  }
+  ~TableLock() { table_lock.clear(std::memory_order_release); }
+};
+
+std::size_t slot_of(std::uintptr_t address) {
+  return (address >> 3) * 2654435761u % kMaxBlocks;
+}
+
+void remember(void* block) {
+  if (block == nullptr) return;
+  TableLock lock;
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  std::size_t slot = slot_of(address);
+  for (std::size_t tries = 0; tries < kMaxBlocks; ++tries) {
+    if (blocks[slot] <= 1) {
+      blocks[slot] = address;
+      ++block_count;
+      return;
+    }
+    slot = (slot + 1) % kMaxBlocks;
+  }
+}
+
+void forget(void* block) {
+  if (block == nullptr || !watching.load(std::memory_order_relaxed)) return;
+  TableLock lock;
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  std::size_t slot = slot_of(address);
+  for (std::size_t tries = 0; tries < kMaxBlocks && blocks[slot] != 0; ++tries) {
+    if (blocks[slot] == address) {
+      blocks[slot] = 1;
+      --block_count;
+      return;
+    }
+    slot = (slot + 1) % kMaxBlocks;
+  }
+}
+
+// Counts a call; true when it is to fail.
+bool fails(std::size_t size) {
+  ++call_count;
+  if (static_cast<std::size_t>(call_count) <= kSizesKept) {
+    sizes[static_cast<std::size_t>(call_count) - 1] = size;
+  }
+  if (first_failure == 0 || call_count < first_failure) return false;
+  if (call_count > first_failure && !later_too) return false;
+  ++failure_count;
+  errno = ENOMEM;
+  return true;
+}
+
+}  // namespace
+
+extern "C" void* malloc(std::size_t size) {
+  if (!armed) return REAL(malloc)(size);
+  if (fails(size)) return nullptr;
+  void* const block = REAL(malloc)(size);
+  remember(block);
+  return block;
+}
+
+extern "C" void* calloc(std::size_t count, std::size_t size) {
+  if (!armed) return REAL(calloc)(count, size);
+  if (fails(count * size)) return nullptr;
+  void* const block = REAL(calloc)(count, size);
+  remember(block);
+  return block;
+}
+
+extern "C" void* realloc(void* old, std::size_t size) {
+  if (!armed) {
+    if (!watching.load(std::memory_order_relaxed)) return REAL(realloc)(old, size);
+    // Forgotten before the allocator may hand the address to another thread.
+    forget(old);
+    return REAL(realloc)(old, size);
+  }
+  if (fails(size)) return nullptr;
+  forget(old);
+  void* const block = REAL(realloc)(old, size);
+  remember(block != nullptr ? block : old);
+  return block;
+}
+
+extern "C" void free(void* block) {
+  forget(block);
+  REAL(free)(block);
+}
+
+namespace test {
+
+AllocationFaults::AllocationFaults(int first, bool and_all_later) {
+  {
+    TableLock lock;
+    if (block_count != 0 || watching.load(std::memory_order_relaxed)) {
+      for (std::uintptr_t& block : blocks) block = 0;
+    }
+    block_count = 0;
+  }
+  first_failure = first;
+  later_too = and_all_later;
+  call_count = 0;
+  failure_count = 0;
+  sizes.fill(0);
+  watching = true;
+  armed = true;
+}
+
+AllocationFaults::~AllocationFaults() {
+  disarm();
+  watching = false;
+  TableLock lock;
+  for (std::uintptr_t& block : blocks) block = 0;
+  block_count = 0;
+}
+
+void AllocationFaults::disarm() {
+  armed = false;
+}
+
+int AllocationFaults::calls() const {
+  return call_count;
+}
+
+int AllocationFaults::failures() const {
+  return failure_count;
+}
+
+int AllocationFaults::outstanding() const {
+  TableLock lock;
+  return block_count;
+}
+
+std::size_t allocation_size(int index) {
+  return index >= 1 && static_cast<std::size_t>(index) <= kSizesKept
+             ? sizes[static_cast<std::size_t>(index) - 1]
+             : 0;
+}
+
+}  // namespace test
