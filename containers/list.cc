@@ -18,7 +18,8 @@ namespace {
 // is exhausted, with nothing changed.
 GList* new_node_between(GList* prev, GList* next, void* data) {
   auto* const node = static_cast<GList*>(std::malloc(sizeof(GList)));
-  if (node == nullptr) [[unlikely]] return nullptr;
+  if (node == nullptr) [[unlikely]]
+    return nullptr;
   *node = {next, prev, data};
   if (prev != nullptr) prev->next = node;
   if (next != nullptr) next->prev = node;
@@ -84,8 +85,7 @@ extern "C" GList* g_list_append(GList* list, void* data) {
 }
 
 extern "C" GList* g_list_prepend(GList* list, void* data) {
-  GList* const node =
-      new_node_between(list != nullptr ? list->prev : nullptr, list, data);
+  GList* const node = new_node_between(list != nullptr ? list->prev : nullptr, list, data);
   return node != nullptr ? node : list;
 }
 

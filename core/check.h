@@ -17,12 +17,12 @@ namespace groundwork {
 // Logs a failed argument check and returns the failure value (none for void). The text is
 // `expr` as written: through another macro layer NULL would expand first. Expects a
 // constant `kSource`, the module's name in log lines.
-#define CHECK_ARG(expr, ...)                                            \
-  do {                                                                  \
-    if (!(expr)) [[unlikely]] {                                         \
-      ::groundwork::report_failed_check(kSource, __LINE__, #expr);      \
-      return __VA_ARGS__;                                               \
-    }                                                                   \
+#define CHECK_ARG(expr, ...)                                       \
+  do {                                                             \
+    if (!(expr)) [[unlikely]] {                                    \
+      ::groundwork::report_failed_check(kSource, __LINE__, #expr); \
+      return __VA_ARGS__;                                          \
+    }                                                              \
   } while (0)
 
 #endif

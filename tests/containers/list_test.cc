@@ -57,7 +57,8 @@ TEST(List, NullIsAnEmptyListEverywhere) {
   EXPECT_EQ(g_list_last(nullptr), nullptr);
   EXPECT_EQ(g_list_first(nullptr), nullptr);
   EXPECT_EQ(g_list_length(nullptr), 0u);
-  g_list_foreach(nullptr, [](void*, void*) { FAIL(); }, nullptr);
+  g_list_foreach(
+      nullptr, [](void*, void*) { FAIL(); }, nullptr);
   EXPECT_EQ(g_list_copy(nullptr), nullptr);
   EXPECT_EQ(g_list_reverse(nullptr), nullptr);
   EXPECT_EQ(g_list_remove_link(nullptr, nullptr), nullptr);
@@ -110,7 +111,8 @@ TEST(ListForeach, PassesEachElementAndTheUserData) {
   GList* const list = make({a, b, c});
   Data seen;
   g_list_foreach(
-      list, [](void* data, void* user) { static_cast<Data*>(user)->push_back(data); }, &seen);
+      list, [](void* data, void* user) { static_cast<Data*>(user)->push_back(data); },
+      &seen);
   EXPECT_EQ(seen, (Data{a, b, c}));
   g_list_free(list);
 }
@@ -347,8 +349,9 @@ TEST(List, AgreesWithAVectorOverRandomOperations) {
       case 3: {
         const int position = static_cast<int>(random() % 50) - 2;
         list = g_list_insert_before(list, element, position);
-        model.insert(position < 0 || position > size ? model.end() : model.begin() + position,
-                     element);
+        model.insert(
+            position < 0 || position > size ? model.end() : model.begin() + position,
+            element);
         break;
       }
       case 4:

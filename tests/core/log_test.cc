@@ -19,8 +19,9 @@
 
 namespace {
 
-constexpr const char* kMarkers[] = {"/tmp/vk_debug", "/tmp/vk_message", "/tmp/vk_information",
-                                    "/tmp/vk_warning", "/tmp/vk_error"};
+constexpr const char* kMarkers[] = {"/tmp/vk_debug", "/tmp/vk_message",
+                                    "/tmp/vk_information", "/tmp/vk_warning",
+                                    "/tmp/vk_error"};
 
 // Everything a test may leave behind is put back.
 class Log : public ::testing::Test {
@@ -84,14 +85,12 @@ TEST_P(LogShape, ShowsLocationAndTagByLevel) {
             GetParam().line);
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, LogShape,
-                         ::testing::Values(Shape{0, "src:7: text 5\n"},
-                                           Shape{1, "text 5\n"},
-                                           Shape{2, "src:7: text 5\n"},
-                                           Shape{3, "src:7: [WARNING] text 5\n"},
-                                           Shape{4, "src:7: [CRITICAL] text 5\n"},
-                                           Shape{5, "text 5\n"}, Shape{99, "text 5\n"},
-                                           Shape{-1, "text 5\n"}));
+INSTANTIATE_TEST_SUITE_P(
+    Levels, LogShape,
+    ::testing::Values(Shape{0, "src:7: text 5\n"}, Shape{1, "text 5\n"},
+                      Shape{2, "src:7: text 5\n"}, Shape{3, "src:7: [WARNING] text 5\n"},
+                      Shape{4, "src:7: [CRITICAL] text 5\n"}, Shape{5, "text 5\n"},
+                      Shape{99, "text 5\n"}, Shape{-1, "text 5\n"}));
 
 TEST_F(Log, PackageNameComesFirstWithAColon) {
   g_package_set_name("app");

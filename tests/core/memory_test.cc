@@ -51,7 +51,8 @@ TEST(Malloc, ExhaustedHeapIsReportedWithTheSize) {
     AllocationFaults faults(1);
     EXPECT_EQ(g_malloc(4000000000u), nullptr);
   }
-  EXPECT_EQ(log.take(), Lines{warning_line("g_mem", "failed to allocate 4000000000 bytes.")});
+  EXPECT_EQ(log.take(),
+            Lines{warning_line("g_mem", "failed to allocate 4000000000 bytes.")});
   {
     AllocationFaults faults(1);
     EXPECT_EQ(g_malloc0(17), nullptr);

@@ -37,7 +37,8 @@ std::string TemporaryDirectory::operator/(std::string_view name) const {
   return path_ + "/" + std::string(name);
 }
 
-std::string TemporaryDirectory::write(std::string_view name, std::string_view content) const {
+std::string TemporaryDirectory::write(std::string_view name,
+                                      std::string_view content) const {
   const std::string path = *this / name;
   std::ofstream file(path, std::ios::binary);
   file << content;
