@@ -1,0 +1,52 @@
+# Installation: headers, both libraries, pkg-config files and the CMake package. Paths in the
+# installed files are relative to them, so a prefix can be moved.
+include(CMakePackageConfigHelpers)
+
+install(DIRECTORY core/include/groundwork url/include/groundwork
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
+install(TARGETS groundwork EXPORT groundwork-targets
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime
+  NAMELINK_COMPONENT development)
+install(TARGETS groundwork_static EXPORT groundwork-targets
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
+set_target_properties(groundwork_static PROPERTIES EXPORT_NAME static)
+
+set(_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/groundwork")
+configure_package_config_file(cmake/groundwork-config.cmake.in
+  "${PROJECT_BINARY_DIR}/groundwork-config.cmake" INSTALL_DESTINATION "${_package_dir}")
+# No ARCH_INDEPENDENT: a package for one word size is not found by a build for the other.
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/groundwork-config-version.cmake"
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  "${PROJECT_BINARY_DIR}/groundwork-config.cmake"
+  "${PROJECT_BINARY_DIR}/groundwork-config-version.cmake"
+  DESTINATION "${_package_dir}" COMPONENT development)
+install(EXPORT groundwork-targets NAMESPACE groundwork::
+  DESTINATION "${_package_dir}" COMPONENT development)
+
+# From the folder of the .pc files back to the prefix.
+file(RELATIVE_PATH GROUNDWORK_PC_PREFIX
+  "${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" GROUNDWORK_PC_PREFIX "${GROUNDWORK_PC_PREFIX}")
+foreach(kind IN ITEMS groundwork groundwork-static)
+  if(kind STREQUAL "groundwork")
+    set(GROUNDWORK_PC_LIBS "-lgroundwork")
+  else()
+    set(GROUNDWORK_PC_LIBS "-l:libgroundwork.a")
+  endif()
+  configure_file(cmake/groundwork.pc.in "${PROJECT_BINARY_DIR}/${kind}.pc" @ONLY)
+  install(FILES "${PROJECT_BINARY_DIR}/${kind}.pc"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+endforeach()
+
+install(FILES README.md CHANGELOG.md LICENSE
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
+
+# Removes what the last installation from this build folder put in place.
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(uninstall
+    COMMAND "${CMAKE_COMMAND}" -DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt
+      -P "${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake"
+    COMMENT "Removing installed files" VERBATIM)
+endif()
