@@ -9,6 +9,7 @@
 #ifndef GROUNDWORK_GROUNDWORK_H
 #define GROUNDWORK_GROUNDWORK_H
 
+#include <groundwork/file.h>
 #include <groundwork/list.h>
 #include <groundwork/log.h>
 #include <groundwork/memory.h>

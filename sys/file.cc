@@ -1,0 +1,220 @@
+// File handles, whole-file locks, and whole files in one call. Thin over the system calls:
+// no retries and no buffering.
+//
+// The calls block, and blocking calls are where a thread is cancelled. No destructor runs
+// then, so what is open or allocated at such a point stands behind a cleanup handler.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/file.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/check.h"
+#include "core/owned.h"
+#include "sys/file_handle.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr char kSource[] = "g_file";
+constexpr mode_t kPermissions = 0644;
+
+// Only the low 32 bits of a length reach the system, on every platform.
+std::size_t low_half(int64_t length) {
+  return static_cast<std::uint32_t>(length);
+}
+
+// As malloc(), with a report.
+void* allocate(std::size_t size, int line) {
+  void* const block = std::malloc(size);
+  if (block == nullptr) [[unlikely]] {
+    g_log(G_LOG_WARNING, kSource, line, "failed to allocate %u bytes.",
+          static_cast<unsigned>(size));
+  }
+  return block;
+}
+
+int open_descriptor(const char* filename, int mode) {
+  switch (mode) {
+    case 1:
+      return open(filename, O_WRONLY | O_CLOEXEC, kPermissions);
+    case 2:
+      return open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPermissions);
+    default:
+      return open(filename, O_RDONLY | O_CLOEXEC);
+  }
+}
+
+// Opens into the cell. Whether it worked. Not inlined, like every function here with a
+// cleanup handler that frees: the handler's setjmp() would reach into the caller's
+// registers.
+[[gnu::noinline]] bool open_cell(GFile* file, const char* filename, int mode) {
+  pthread_cleanup_push(std::free, file);
+  file->descriptor = open_descriptor(filename, mode);
+  pthread_cleanup_pop(0);
+  return file->descriptor != -1;
+}
+
+// The whole file, without waiting for a conflicting lock to go.
+int set_lock(const GFile& file, short type) {
+  struct flock lock = {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  return fcntl(file.descriptor, F_SETLK, &lock);
+}
+
+// Whether one read gives exactly `size` bytes.
+[[gnu::noinline]] bool read_exactly(GFile* file, char* buf, int64_t size) {
+  int64_t count = 0;
+  pthread_cleanup_push(std::free, buf);
+  count = g_file_read(file, buf, size);
+  pthread_cleanup_pop(0);
+  return count == size;
+}
+
+// The content of an open file and a NUL; null when that cannot be had.
+char* read_content(GFile* file, const char* filename, int64_t size) {
+  Owned<char> buf(static_cast<char*>(allocate(low_half(size) + 1, __LINE__)));
+  if (buf == nullptr) return nullptr;
+  if (!read_exactly(file, buf.get(), size)) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
+    return nullptr;
+  }
+  buf.get()[size] = '\0';
+  return buf.release();
+}
+
+}  // namespace
+
+extern "C" GFile* g_file_open(const char* filename, int mode) {
+  CHECK_ARG(filename != NULL, nullptr);
+  Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
+  if (file == nullptr) return nullptr;
+  if (!open_cell(file.get(), filename, mode)) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
+          std::strerror(errno));
+    return nullptr;
+  }
+  if (mode == 1) g_file_seek(file.get(), 0, SEEK_SET);
+  return file.release();
+}
+
+extern "C" void g_file_close(GFile* file) {
+  CHECK_ARG(file != NULL);
+  const int descriptor = file->descriptor;
+  std::free(file);  // first: a thread may be cancelled in close(), which has closed by then
+  close(descriptor);
+}
+
+extern "C" int64_t g_file_read(GFile* file, void* buf, int64_t len) {
+  CHECK_ARG(file != NULL, -1);
+  CHECK_ARG(buf != NULL, -1);
+  return read(file->descriptor, buf, low_half(len));
+}
+
+extern "C" int64_t g_file_write(GFile* file, const void* buf, int64_t len) {
+  CHECK_ARG(file != NULL, -1);
+  CHECK_ARG(buf != NULL, -1);
+  const ssize_t count = write(file->descriptor, buf, low_half(len));
+  if (count == -1) {
+    const int error = errno;
+    g_log(G_LOG_WARNING, kSource, __LINE__, "%s - %d.", std::strerror(error), error);
+    errno = error;  // the handler of the log may have changed it
+  }
+  return count;
+}
+
+extern "C" int64_t g_file_seek(GFile* file, int64_t offset, int whence) {
+  CHECK_ARG(file != NULL, -1);
+  return lseek(file->descriptor, offset, whence);
+}
+
+extern "C" int g_file_truncate(GFile* file) {
+  CHECK_ARG(file != NULL, -1);
+  return ftruncate(file->descriptor, lseek(file->descriptor, 0, SEEK_CUR));
+}
+
+extern "C" int64_t g_file_size(const char* filename) {
+  CHECK_ARG(filename != NULL, -1);
+  struct stat status;
+  return stat(filename, &status) == 0 ? status.st_size : -1;
+}
+
+extern "C" int g_file_exist(const char* filename) {
+  CHECK_ARG(filename != NULL, 0);
+  struct stat status;
+  return stat(filename, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+extern "C" char* g_file_exist_path(const char* dir, const char* filename) {
+  CHECK_ARG(filename != NULL, nullptr);
+  const bool joins = dir != nullptr && filename[0] != '/';
+  const std::size_t dir_length = joins ? std::strlen(dir) + 1 : 0;  // with the slash
+  const std::size_t name_size = std::strlen(filename) + 1;
+  Owned<char> path(static_cast<char*>(std::malloc(dir_length + name_size)));
+  if (path == nullptr) return nullptr;
+  if (joins) {
+    std::memcpy(path.get(), dir, dir_length - 1);
+    path.get()[dir_length - 1] = '/';
+  }
+  std::memcpy(path.get() + dir_length, filename, name_size);
+  return g_file_exist(path.get()) ? path.release() : nullptr;
+}
+
+extern "C" char* g_file_read_buf(const char* filename, int64_t* len) {
+  CHECK_ARG(filename != NULL, nullptr);
+  CHECK_ARG(len != NULL, nullptr);
+  const int64_t size = g_file_size(filename);
+  if (size < 0 || size > INT32_MAX) return nullptr;  // callers expect no message here
+  GFile* const file = g_file_open(filename, 0);
+  if (file == nullptr) return nullptr;
+  char* buf = nullptr;
+  pthread_cleanup_push(close_cancelled_file, file);
+  buf = read_content(file, filename, size);
+  pthread_cleanup_pop(1);
+  if (buf != nullptr) *len = size;
+  return buf;
+}
+
+// Kept: the file is neither created nor cut, so a shorter buffer leaves the old tail
+// behind.
+extern "C" int g_file_write_buf(const char* filename, const void* buf, int64_t len) {
+  CHECK_ARG(filename != NULL, -1);
+  CHECK_ARG(buf != NULL, -1);
+  CHECK_ARG(len > 0, -1);
+  GFile* const file = g_file_open(filename, 1);
+  if (file == nullptr) return -1;
+  int64_t count = 0;
+  pthread_cleanup_push(close_cancelled_file, file);
+  count = g_file_write(file, buf, len);
+  if (count != len) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file '%s'.", filename);
+  }
+  pthread_cleanup_pop(1);
+  return count == len ? 0 : -1;
+}
+
+extern "C" int g_file_lock_read(GFile* file) {
+  CHECK_ARG(file != NULL, -1);
+  return set_lock(*file, F_RDLCK);
+}
+
+extern "C" int g_file_lock_write(GFile* file) {
+  CHECK_ARG(file != NULL, -1);
+  return set_lock(*file, F_WRLCK);
+}
+
+extern "C" int g_file_unlock(GFile* file) {
+  CHECK_ARG(file != NULL, -1);
+  return set_lock(*file, F_UNLCK);
+}

@@ -1,0 +1,23 @@
+// What a GFile is, for the modules that need its descriptor.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_SYS_FILE_HANDLE_H
+#define GROUNDWORK_SYS_FILE_HANDLE_H
+
+#include <groundwork/file.h>
+
+struct GFile {
+  int descriptor;
+};
+static_assert(sizeof(GFile) == sizeof(int));
+
+namespace groundwork {
+
+// Cleanup for pthread_cleanup_push(): closes the file that a cancelled thread leaves open.
+inline void close_cancelled_file(void* file) {
+  g_file_close(static_cast<GFile*>(file));
+}
+
+}  // namespace groundwork
+
+#endif
