@@ -1,1 +1,2 @@
+groundwork_test(containers/hash_test)
 groundwork_test(containers/list_test)

@@ -10,6 +10,7 @@
 #define GROUNDWORK_GROUNDWORK_H
 
 #include <groundwork/file.h>
+#include <groundwork/hash.h>
 #include <groundwork/list.h>
 #include <groundwork/log.h>
 #include <groundwork/memory.h>
