@@ -1,0 +1,37 @@
+// A wall clock under the test's control.
+//
+// The test program defines gettimeofday() itself, under each name that the C library gives
+// it, so the library's readings come through here. Waits and sleeps stay real.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_TESTS_SUPPORT_FAKE_CLOCK_H
+#define GROUNDWORK_TESTS_SUPPORT_FAKE_CLOCK_H
+
+#include <cstdint>
+
+namespace test {
+
+// While alive, gettimeofday() tells the time set here, on every thread. It stands still
+// unless it is moved.
+class FakeClock {
+ public:
+  explicit FakeClock(std::int64_t seconds, std::int64_t microseconds = 0);
+  ~FakeClock();
+  FakeClock(const FakeClock&) = delete;
+  FakeClock& operator=(const FakeClock&) = delete;
+
+  void set(std::int64_t seconds, std::int64_t microseconds = 0);
+  // Moves the clock forward, or back.
+  void advance(std::int64_t milliseconds);
+  // From now on readings fail with -1 and tell nothing.
+  void fail();
+  // How often the clock was read while this object lived.
+  int readings() const;
+};
+
+// 2038-01-19 03:14:07 UTC, the last second that a 32-bit time tells.
+constexpr std::int64_t kLastSecondOf32Bits = 2147483647;
+
+}  // namespace test
+
+#endif
