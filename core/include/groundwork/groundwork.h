@@ -15,5 +15,6 @@
 #include <groundwork/log.h>
 #include <groundwork/memory.h>
 #include <groundwork/package.h>
+#include <groundwork/thread.h>
 
 #endif

@@ -1,0 +1,195 @@
+/**
+ * @file
+ * Threads, mutexes and events over POSIX threads (IEEE Std 1003.1).
+ *
+ * Failures of the system are logged as warnings with the text of `errno`; failed argument
+ * checks as critical.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#ifndef GROUNDWORK_THREAD_H
+#define GROUNDWORK_THREAD_H
+
+#include <groundwork/export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A thread. Its first field is the `pthread_t`, so the handle may be read as a pointer to
+ *  the id; the rest is private. */
+typedef struct GThread GThread;
+
+/** A mutex of the platform's default kind: it is not recursive. */
+typedef struct GMutex GMutex;
+
+/** A condition with a mutex of its own. It remembers nothing: a signal that nobody waits
+ *  for is lost. */
+typedef struct GThreadEvent GThreadEvent;
+
+/** What a thread runs. @param arg as given to g_thread_create(). @return ignored. */
+typedef void *(*GThreadFunc)(void *arg);
+
+/**
+ * Starts a thread with default attributes. It can be cancelled, deferred, as POSIX has it.
+ *
+ * @param func  what it runs; not null.
+ * @param arg   its argument; not owned.
+ * @param name  for the reader of the source; not used, may be null.
+ * @return a handle that the caller gives to g_thread_wait() or g_thread_free(). Null when
+ *         `func` is null (logged) or memory is exhausted. Beware: when the system cannot
+ *         start the thread a handle is returned all the same and nothing is logged; `func`
+ *         then never runs, and g_thread_wait() on that handle returns at once.
+ */
+G_API GThread *g_thread_create(GThreadFunc func, void *arg, const char *name);
+
+/**
+ * Waits for the end of a thread and frees the handle. A cancellation point.
+ *
+ * @param thread  not null; invalid afterwards.
+ * @return 0, also when there was nothing to wait for; -1 when `thread` is null (logged).
+ */
+G_API int g_thread_wait(GThread *thread);
+
+/**
+ * Asks a thread to stop at its next cancellation point. The handle stays valid and must
+ * still be waited for or freed.
+ *
+ * @param thread  not null.
+ * @return 0, whether or not the thread still ran; -1 when `thread` is null (logged).
+ */
+G_API int g_thread_cancel(GThread *thread);
+
+/**
+ * Frees a handle and leaves the thread alone: it is neither joined nor detached, so it
+ * keeps its stack until the process ends. Use g_thread_wait() for created threads.
+ *
+ * @param thread  may be null.
+ */
+G_API void g_thread_free(GThread *thread);
+
+/** @return a new handle of the calling thread, for g_thread_free(); null when memory is
+ *          exhausted. */
+G_API GThread *g_thread_self(void);
+
+/**
+ * Compares two handles.
+ *
+ * @return 1 when both are of the same thread, else 0; 0 when one is null (logged).
+ */
+G_API int g_thread_check_same(GThread *thread1, GThread *thread2);
+
+/**
+ * Sets scheduling class and priority.
+ *
+ * | priority | class       | POSIX priority on Linux |
+ * |----------|-------------|-------------------------|
+ * | 0        | SCHED_OTHER | 0                       |
+ * | 1 to 5   | SCHED_RR    | 18, 34, 50, 66, 82      |
+ * | 6        | SCHED_FIFO  | 99                      |
+ *
+ * @param thread    not null.
+ * @param priority  0 lowest to 6 highest; 1 to 6 need real-time privileges.
+ * @return 0; -1 when `thread` is null (critical), the priority is out of range
+ *         ("unknown priority %d", a warning) or the system refuses ("can't set priority to
+ *         %d. - %s.", a warning).
+ */
+G_API int g_thread_set_priority(GThread *thread, int priority);
+
+/** @return a new unlocked mutex for g_thread_mutex_free(); null, with nothing logged, when
+ *          memory is exhausted. */
+G_API GMutex *g_thread_mutex_new(void);
+
+/**
+ * Unlocks a mutex, whoever holds it, and frees it. Waits for nobody: no thread may be using
+ * the mutex any more.
+ *
+ * @param mutex  not null (else logged).
+ */
+G_API void g_thread_mutex_free(GMutex *mutex);
+
+/**
+ * Locks. The owner must not lock again: it would wait for itself.
+ *
+ * @param mutex  not null.
+ * @return 0; -1 when `mutex` is null (logged as critical).
+ */
+G_API int g_thread_mutex_lock(GMutex *mutex);
+
+/**
+ * Locks if that is possible at once. BEWARE: the result does not tell. It is 0 also when
+ * the mutex was busy, and the caller then does not hold it. Do not use it to guard data.
+ *
+ * @param mutex  not null.
+ * @return 0; -1 when `mutex` is null (logged as critical).
+ */
+G_API int g_thread_mutex_trylock(GMutex *mutex);
+
+/**
+ * Unlocks.
+ *
+ * @param mutex  not null; held by the caller.
+ * @return 0; -1 when `mutex` is null (logged as critical).
+ */
+G_API int g_thread_mutex_unlock(GMutex *mutex);
+
+/** @return a new event for g_thread_event_free(); null, with nothing logged, when memory
+ *          is exhausted. */
+G_API GThreadEvent *g_thread_event_new(void);
+
+/**
+ * Wakes one waiter and frees the event. Returns without waiting for it; other calls must
+ * not be under way or follow.
+ *
+ * @param event  not null (else logged).
+ */
+G_API void g_thread_event_free(GThreadEvent *event);
+
+/**
+ * Waits without limit for a signal or broadcast made after the call began. As with any
+ * POSIX condition it may also return without one. A cancellation point.
+ *
+ * @param event  not null.
+ * @return 0 when woken; -1 when `event` is null (logged).
+ */
+G_API int g_thread_event_wait(GThreadEvent *event);
+
+/**
+ * Waits for a signal for `timeout` milliseconds by the wall clock, then waits AGAIN,
+ * without limit. A cancellation point.
+ *
+ * BEWARE: the time-out bounds nothing. However the first wait ended, by a signal too, the
+ * call returns only after a signal or broadcast that comes later. Programs are built on it;
+ * where a bounded wait is needed use pthread_cond_timedwait().
+ *
+ * When the microseconds of the clock and of `timeout` happen to sum to exactly one second,
+ * or to less than none with a negative `timeout`, the first wait fails at once, which is
+ * logged as critical: "g_thread_event_wait_timeout() failed".
+ *
+ * @param event    not null.
+ * @param timeout  length of the first wait in milliseconds.
+ * @return 0 when woken from the second wait; -1 when `event` is null (logged).
+ */
+G_API int g_thread_event_wait_timeout(GThreadEvent *event, int timeout);
+
+/**
+ * Wakes one waiter, if there is any.
+ *
+ * @param event  not null.
+ * @return 0; -1 when `event` is null (logged).
+ */
+G_API int g_thread_event_signal(GThreadEvent *event);
+
+/**
+ * Wakes all waiters.
+ *
+ * @param event  not null.
+ * @return 0; -1 when `event` is null (logged).
+ */
+G_API int g_thread_event_broadcast(GThreadEvent *event);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

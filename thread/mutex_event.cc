@@ -1,0 +1,196 @@
+// Mutexes and events.
+//
+// An event's mutex is held inside the event calls only, and no cancelled waiter keeps it.
+// An event freed while threads are still leaving it is disposed of by the last of them.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/thread.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <pthread.h>
+#include <sys/time.h>
+
+#include "core/check.h"
+#include "core/owned.h"
+#include "thread/mutex_lock.h"
+
+using namespace groundwork;
+
+static_assert(sizeof(GMutex) == sizeof(pthread_mutex_t));
+
+struct GThreadEvent {
+  pthread_cond_t cond;
+  GMutex* mutex;
+  unsigned waiters;  // guarded by mutex
+  bool freed;        // guarded by mutex; the last waiter disposes of the event
+};
+static_assert(offsetof(GThreadEvent, cond) == 0 &&
+              offsetof(GThreadEvent, mutex) == sizeof(pthread_cond_t));
+
+namespace {
+
+constexpr char kSource[] = "g_thread";
+
+// `action`: what could not be done.
+void warn(int line, const char* action) {
+  g_log(G_LOG_WARNING, kSource, line, "can't %s - %s", action, std::strerror(errno));
+}
+
+// The result of g_thread_mutex_lock() and its like. Kept: only a negative result counts as
+// a failure, and POSIX reports failures with positive ones. So trylock answers 0 for a busy
+// mutex, as callers expect.
+int result_of(int posix_result, int line, const char* action) {
+  if (posix_result < 0) [[unlikely]] {
+    warn(line, action);
+    return -1;
+  }
+  return 0;
+}
+
+void dispose(GThreadEvent* event) {
+  if (pthread_cond_destroy(&event->cond) != 0) warn(__LINE__, "destroy cond");
+  g_thread_mutex_free(event->mutex);
+  std::free(event);
+}
+
+void enter(GThreadEvent* event) {
+  g_thread_mutex_lock(event->mutex);
+  ++event->waiters;
+}
+
+// Also what a cancelled waiter does: the wait has given it the mutex back.
+void leave(void* waited_for) {
+  auto* const event = static_cast<GThreadEvent*>(waited_for);
+  const bool is_last = --event->waiters == 0 && event->freed;
+  g_thread_mutex_unlock(event->mutex);
+  if (is_last) dispose(event);
+}
+
+// Kept: a sum of exactly one second is not carried over. The timed wait refuses it, and
+// programs see that refusal in their logs.
+timespec deadline_after(int milliseconds) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  auto seconds = now.tv_sec + milliseconds / 1000;
+  auto nanoseconds = (now.tv_usec + (milliseconds % 1000) * 1000) * 1000;
+  if (nanoseconds > 1'000'000'000) {
+    ++seconds;
+    nanoseconds -= 1'000'000'000;
+  }
+  timespec deadline{};
+  deadline.tv_sec = seconds;
+  deadline.tv_nsec = static_cast<decltype(deadline.tv_nsec)>(nanoseconds);
+  return deadline;
+}
+
+void wait_until(GThreadEvent* event, const timespec& deadline) {
+  int result;
+  do {
+    result = pthread_cond_timedwait(&event->cond, &event->mutex->mutex, &deadline);
+  } while (result == EINTR);
+  if (result != 0 && result != ETIMEDOUT) {
+    g_log(G_LOG_ERROR, kSource, __LINE__, "g_thread_event_wait_timeout() failed");
+  }
+}
+
+}  // namespace
+
+extern "C" GMutex* g_thread_mutex_new(void) {
+  auto* const mutex = static_cast<GMutex*>(std::calloc(1, sizeof(GMutex)));
+  if (mutex != nullptr) pthread_mutex_init(&mutex->mutex, nullptr);
+  return mutex;
+}
+
+extern "C" void g_thread_mutex_free(GMutex* mutex) {
+  CHECK_ARG(mutex != NULL);
+  pthread_mutex_trylock(&mutex->mutex);
+  g_thread_mutex_unlock(mutex);
+  if (pthread_mutex_destroy(&mutex->mutex) != 0) warn(__LINE__, "destroy mutex");
+  std::free(mutex);
+}
+
+extern "C" int g_thread_mutex_lock(GMutex* mutex) {
+  CHECK_ARG(mutex != NULL, -1);
+  return result_of(pthread_mutex_lock(&mutex->mutex), __LINE__, "lock mutex");
+}
+
+extern "C" int g_thread_mutex_trylock(GMutex* mutex) {
+  CHECK_ARG(mutex != NULL, -1);
+  return result_of(pthread_mutex_trylock(&mutex->mutex), __LINE__, "lock mutex");
+}
+
+extern "C" int g_thread_mutex_unlock(GMutex* mutex) {
+  CHECK_ARG(mutex != NULL, -1);
+  return result_of(pthread_mutex_unlock(&mutex->mutex), __LINE__, "unlock mutex");
+}
+
+extern "C" GThreadEvent* g_thread_event_new(void) {
+  Owned<GThreadEvent> event(
+      static_cast<GThreadEvent*>(std::calloc(1, sizeof(GThreadEvent))));
+  if (event == nullptr) return nullptr;
+  // Kept: the event is handed out all the same; zeros are a usable condition.
+  if (pthread_cond_init(&event->cond, nullptr) != 0) warn(__LINE__, "init cond");
+  event->mutex = g_thread_mutex_new();
+  if (event->mutex == nullptr) {
+    pthread_cond_destroy(&event->cond);
+    return nullptr;
+  }
+  return event.release();
+}
+
+extern "C" void g_thread_event_free(GThreadEvent* event) {
+  CHECK_ARG(event != NULL);
+  g_thread_event_signal(event);
+  g_thread_mutex_lock(event->mutex);
+  event->freed = true;
+  const bool is_last = event->waiters == 0;
+  g_thread_mutex_unlock(event->mutex);
+  if (is_last) dispose(event);
+}
+
+extern "C" int g_thread_event_wait(GThreadEvent* event) {
+  CHECK_ARG(event != NULL, -1);
+  int result;
+  enter(event);
+  pthread_cleanup_push(leave, event);
+  result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
+  if (result != 0) warn(__LINE__, "wait cond");
+  pthread_cleanup_pop(1);
+  return result;
+}
+
+extern "C" int g_thread_event_wait_timeout(GThreadEvent* event, int timeout) {
+  CHECK_ARG(event != NULL, -1);
+  int result;
+  enter(event);
+  pthread_cleanup_push(leave, event);
+  wait_until(event, deadline_after(timeout));
+  // Kept: the time-out bounds the first wait only; callers rely on returning after a later
+  // signal and never before.
+  result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
+  pthread_cleanup_pop(1);
+  return result;
+}
+
+extern "C" int g_thread_event_signal(GThreadEvent* event) {
+  CHECK_ARG(event != NULL, -1);
+  g_thread_mutex_lock(event->mutex);
+  const int result = pthread_cond_signal(&event->cond);
+  g_thread_mutex_unlock(event->mutex);
+  if (result != 0) warn(__LINE__, "signal cond");
+  return 0;
+}
+
+extern "C" int g_thread_event_broadcast(GThreadEvent* event) {
+  CHECK_ARG(event != NULL, -1);
+  g_thread_mutex_lock(event->mutex);
+  const int result = pthread_cond_broadcast(&event->cond);
+  g_thread_mutex_unlock(event->mutex);
+  if (result != 0) warn(__LINE__, "signal cond broadcast");
+  return 0;
+}
