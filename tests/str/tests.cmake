@@ -1,0 +1,2 @@
+groundwork_test(str/printf_test)
+groundwork_test(str/string_test)

@@ -16,5 +16,6 @@
 #include <groundwork/memory.h>
 #include <groundwork/package.h>
 #include <groundwork/thread.h>
+#include <groundwork/str.h>
 
 #endif
