@@ -120,8 +120,8 @@ TEST(FileOpen, ModeTwoCreatesAFileForItsOwnerToWriteAndOthersToRead) {
   umask(former);
   ASSERT_NE(file, nullptr);
   EXPECT_EQ(fcntl(descriptor_of(file), F_GETFL) & O_ACCMODE, O_WRONLY);
-  struct stat status;
-  ASSERT_EQ(fstat(descriptor_of(file), &status), 0);
+  struct stat64 status;
+  ASSERT_EQ(fstat64(descriptor_of(file), &status), 0);
   EXPECT_EQ(status.st_mode & 07777u, 0644u);
 }
 
@@ -517,8 +517,8 @@ TEST(FileReadBuf, AReadThatGivesAnotherCountIsReportedAndLeavesNothingOpen) {
   TemporaryDirectory dir;  // a directory has a size, opens, and cannot be read
   const std::string path = dir.path();
   const int expected = lowest_free_descriptor();
-  struct stat status;
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  struct stat64 status;
+  ASSERT_EQ(stat64(path.c_str(), &status), 0);
   ASSERT_GT(status.st_size, 0);
   LogCapture log;
   int64_t len = 7;

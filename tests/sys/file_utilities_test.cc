@@ -135,8 +135,8 @@ TEST(FileTouch, CreatesAnEmptyFile) {
   const mode_t former = umask(0);
   EXPECT_EQ(g_file_touch(path.c_str()), 0);
   umask(former);
-  struct stat status;
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  struct stat64 status;
+  ASSERT_EQ(stat64(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_size, 0);
   EXPECT_EQ(status.st_mode & 07777u, 0644u);
   EXPECT_EQ(lowest_free_descriptor(), expected);
@@ -148,8 +148,8 @@ TEST(FileTouch, KeepsContentAndTimesOfAnExistingFile) {
   const struct timespec long_ago[2] = {{1000000, 5}, {1000001, 6}};
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), long_ago, 0), 0);
   EXPECT_EQ(g_file_touch(path.c_str()), 0);
-  struct stat status;
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  struct stat64 status;
+  ASSERT_EQ(stat64(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mtim.tv_sec, 1000001);
   EXPECT_EQ(status.st_mtim.tv_nsec, 6);
   EXPECT_EQ(test::read_file(path), "abc");
@@ -232,8 +232,8 @@ TEST(FileCopy, TheCopyHasPermissionsOfItsOwn) {
   const mode_t former = umask(0);
   EXPECT_EQ(g_file_copy(from.c_str(), (dir / "to").c_str()), 0);
   umask(former);
-  struct stat status;
-  ASSERT_EQ(stat((dir / "to").c_str(), &status), 0);
+  struct stat64 status;
+  ASSERT_EQ(stat64((dir / "to").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777u, 0644u);
 }
 

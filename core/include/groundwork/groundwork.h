@@ -11,6 +11,7 @@
 
 #include <groundwork/file.h>
 #include <groundwork/hash.h>
+#include <groundwork/file_map.h>
 #include <groundwork/list.h>
 #include <groundwork/log.h>
 #include <groundwork/memory.h>

@@ -1,0 +1,140 @@
+// Files mapped into memory. A map keeps the region that it was asked for and moves by
+// releasing the mapping and mapping anew.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/file_map.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "core/check.h"
+#include "sys/file_handle.h"
+
+using namespace groundwork;
+
+struct GFileMap {
+  GFile* file;
+  void* addr;      // null before the first mapping
+  int64_t offset;  // as asked for; not checked
+  int64_t length;  // as asked for; the low 32 bits are mapped
+  int borrowed;    // 1: the file is the caller's to close
+};
+static_assert(offsetof(GFileMap, addr) == sizeof(void*) &&
+              offsetof(GFileMap, offset) == 2 * sizeof(void*) &&
+              offsetof(GFileMap, length) == 2 * sizeof(void*) + 8 &&
+              offsetof(GFileMap, borrowed) == 2 * sizeof(void*) + 16);
+
+namespace {
+
+constexpr char kSource[] = "g_file";
+
+std::size_t mapped_size(const GFileMap& map) {
+  return static_cast<std::uint32_t>(map.length);
+}
+
+int protection_of(int mode) {
+  switch (mode) {
+    case 0:
+      return PROT_READ;
+    case 1:
+      return PROT_WRITE;
+    default:
+      return PROT_READ | PROT_WRITE;
+  }
+}
+
+GFileMap* new_map(GFile* file) {
+  auto* const map = static_cast<GFileMap*>(std::calloc(1, sizeof(GFileMap)));
+  if (map == nullptr) [[unlikely]] {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "failed to allocate %u bytes.",
+          static_cast<unsigned>(sizeof(GFileMap)));
+    return nullptr;
+  }
+  map->file = file;
+  return map;
+}
+
+// Kept: the descriptor's number is the length. Programs unmap the pages after the first
+// themselves, or go on using them.
+void release_mapping(const GFileMap& map) {
+  if (munmap(map.addr, static_cast<std::size_t>(map.file->descriptor)) != 0) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't unmap file - %s", std::strerror(errno));
+  }
+}
+
+}  // namespace
+
+extern "C" GFileMap* g_file_map(const char* filename, int64_t offset, int64_t length,
+                                int mode, void** addr) {
+  CHECK_ARG(filename != NULL, nullptr);
+  // Kept: write-only for every mode but 0, which the system then refuses to map.
+  GFile* const file = g_file_open(filename, mode == 0 ? 0 : 1);
+  if (file == nullptr) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't open '%s' for file map.", filename);
+    return nullptr;
+  }
+  GFileMap* const map = g_file_remap(nullptr, file, offset, length, mode, addr);
+  if (map == nullptr) {
+    g_file_close(file);
+    return nullptr;
+  }
+  map->borrowed = 0;
+  return map;
+}
+
+extern "C" GFileMap* g_file_remap(GFileMap* map, GFile* file, int64_t offset,
+                                  int64_t length, int mode, void** addr) {
+  CHECK_ARG(file != NULL, nullptr);
+  if (map == nullptr) {
+    map = new_map(file);
+    if (map == nullptr) return nullptr;
+  }
+  // Also true of a new map asked for nothing at offset 0, which stays without a mapping.
+  if (map->offset == offset && map->length == length) return map;
+
+  map->offset = offset;
+  map->length = length;
+  map->borrowed = 1;  // kept: a map that moves leaves its file to the caller
+  release_mapping(*map);
+  void* const mapped = mmap(nullptr, mapped_size(*map), protection_of(mode), MAP_SHARED,
+                            map->file->descriptor, offset);
+  if (mapped == MAP_FAILED) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't map file - %s", std::strerror(errno));
+    std::free(map);  // the caller's own, too: callers drop their pointer after a failure
+    return nullptr;
+  }
+  map->addr = mapped;
+  if (addr != nullptr) *addr = mapped;
+  return map;
+}
+
+extern "C" void g_file_unmap(GFileMap* map) {
+  CHECK_ARG(map != NULL);
+  release_mapping(*map);
+  GFile* const file = map->borrowed == 0 ? map->file : nullptr;
+  std::free(map);
+  if (file != nullptr) g_file_close(file);
+}
+
+extern "C" void* g_file_map_get_addr(GFileMap* map, int64_t* length) {
+  CHECK_ARG(map != NULL, nullptr);
+  if (length != nullptr) *length = map->length;
+  return map->addr;
+}
+
+extern "C" int64_t g_file_map_page_size(void) {
+  return getpagesize();
+}
+
+extern "C" int g_file_map_sync(GFileMap* map) {
+  // Kept: callers get the log's own result here, not a failure value.
+  if (map == NULL) return report_failed_check(kSource, __LINE__, "map != NULL");
+  return msync(map->addr, mapped_size(*map), MS_ASYNC | MS_INVALIDATE);
+}
