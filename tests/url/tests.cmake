@@ -1,0 +1,2 @@
+groundwork_test(url/home_test)
+groundwork_test(url/stream_test)

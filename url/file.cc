@@ -1,0 +1,304 @@
+// The file module: local files and standard input, read through their descriptors without
+// a buffer, so that the descriptor always stands where the stream does. A program may set a
+// view of bytes in memory, which every operation then serves instead.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/url.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <type_traits>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static_assert(std::is_standard_layout_v<URL_file> && offsetof(URL_file, common) == 0 &&
+              offsetof(URL_file, data) == sizeof(URL_record) &&
+              offsetof(URL_file, size) == sizeof(URL_record) + sizeof(void*) &&
+              offsetof(URL_file, position) > offsetof(URL_file, size) &&
+              offsetof(URL_file, fd) == offsetof(URL_file, position) + 8);
+
+namespace {
+
+constexpr int32_t kNoByte = -1;
+constexpr int kStandardInput = 0;
+constexpr int kNoDescriptor = -1;
+
+// The line reader takes pieces of this many bytes from files, near what lines need.
+constexpr std::size_t kSmallestPiece = 256;
+constexpr std::size_t kLargestPiece = 4096;
+
+// What url_file_open() allocates. The fields behind the public record tell the line reader
+// how to read.
+struct FileStream {
+  URL_file file;
+  int32_t examined_fd;  // the descriptor that `rereads` is about
+  bool rereads;         // it can step back and will find the same bytes
+  uint32_t longest;     // length of the longest line lately
+};
+
+// Plain files whose bytes lie somewhere. Files that the kernel makes up while they are read
+// occupy no blocks, and may read differently after a step back.
+bool can_reread(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_blocks > 0;
+}
+
+URL_file& file_of(URL url) {
+  return *reinterpret_cast<URL_file*>(url);
+}
+
+// Bytes of the view from its position on; none where a program set that outside.
+uint32_t left_in_view(const URL_file& file) {
+  if (file.position < 0 || file.position >= int64_t{file.size}) return 0;
+  return static_cast<uint32_t>(file.size - file.position);
+}
+
+// Copies the next `count` bytes of the view.
+void take_from_view(URL_file& file, void* buf, uint32_t count) {
+  std::memcpy(buf, file.data + file.position, count);
+  file.position += count;
+}
+
+int32_t file_read(URL url, void* buf, int32_t n) {
+  URL_file& file = file_of(url);
+  if (file.data != nullptr) {
+    const uint32_t count =
+        std::min(static_cast<uint32_t>(std::max(n, 0)), left_in_view(file));
+    take_from_view(file, buf, count);
+    return static_cast<int32_t>(count);
+  }
+  const auto count = static_cast<int32_t>(read(file.fd, buf, static_cast<std::size_t>(n)));
+  if (count == -1) url_errno = errno;
+  return count;
+}
+
+char* gets_from_view(URL_file& file, char* buf, int32_t n) {
+  const uint32_t left = left_in_view(file);
+  if (left == 0) return nullptr;
+  if (n < 1) return buf;
+  uint32_t count = std::min(static_cast<uint32_t>(n - 1), left);
+  const uint8_t* const line = file.data + file.position;
+  const void* const end = std::memchr(line, url_newline_code, count);
+  if (end != nullptr) {
+    count = static_cast<uint32_t>(static_cast<const uint8_t*>(end) - line) + 1;
+  }
+  take_from_view(file, buf, count);
+  buf[count] = '\0';
+  return buf;
+}
+
+bool ends_line(char byte) {
+  return byte == '\r' || byte == '\n';
+}
+
+// The line ends where the file does, before byte `length`: null for an empty one.
+// Kept: the terminator goes one byte further on, and what the buffer held stays before it.
+char* line_at_end_of_file(char* buf, int32_t length) {
+  if (length == 0) return nullptr;
+  buf[length + 1] = '\0';
+  return buf;
+}
+
+// Reads a line, of which `length` bytes are there, byte by byte: for what cannot step back.
+char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
+  while (length < n - 1) {
+    if (read(fd, buf + length, 1) == 0) return line_at_end_of_file(buf, length);
+    // Kept: a failed read counts as a byte too, the one that the buffer held.
+    if (ends_line(buf[length++])) break;
+  }
+  buf[length] = '\0';
+  return buf;
+}
+
+// The length of the line at the start of `bytes`, its end included; 0 when it goes on.
+std::size_t line_length(std::string_view bytes) {
+  const std::size_t feed = bytes.find('\n');
+  const std::string_view line =
+      feed == bytes.npos ? bytes : std::string_view{bytes.data(), feed};
+  const std::size_t carriage_return = line.find('\r');
+  const std::size_t end = carriage_return == line.npos ? feed : carriage_return;
+  return end == bytes.npos ? 0 : end + 1;
+}
+
+// As gets_by_bytes(), for files: reads pieces and steps back to the end of the line. The
+// pieces lie here, since bytes of `buf` beyond the line must stay as they are.
+char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
+  const int fd = stream.file.fd;
+  char piece[kLargestPiece];
+  const std::size_t expected = std::size_t{stream.longest} + stream.longest / 4;
+  std::size_t size = std::clamp(expected, kSmallestPiece, kLargestPiece);
+  int32_t length = 0;
+  while (length < n - 1) {
+    const int saved_errno = errno;
+    const ssize_t count =
+        read(fd, piece, std::min(size, static_cast<std::size_t>(n - 1 - length)));
+    if (count == 0) return line_at_end_of_file(buf, length);
+    if (count < 0) {
+      errno = saved_errno;
+      return gets_by_bytes(fd, buf, n, length);
+    }
+    const std::string_view bytes(piece, static_cast<std::size_t>(count));
+    const std::size_t end = line_length(bytes);
+    const std::size_t taken = end != 0 ? end : bytes.size();
+    std::memcpy(buf + length, piece, taken);
+    length += static_cast<int32_t>(taken);
+    if (end == 0) {
+      size = kLargestPiece;
+      continue;
+    }
+    if (taken < bytes.size()) lseek(fd, static_cast<off_t>(taken) - count, SEEK_CUR);
+    break;
+  }
+  // Forgets a long line in a while, so that pieces shrink again.
+  stream.longest =
+      std::max(static_cast<uint32_t>(length), stream.longest - stream.longest / 8);
+  buf[length] = '\0';
+  return buf;
+}
+
+char* file_gets(URL url, char* buf, int32_t n) {
+  URL_file& file = file_of(url);
+  if (file.data != nullptr) return gets_from_view(file, buf, n);
+  if (n < 2) {
+    buf[0] = '\0';
+    return buf;
+  }
+  auto& stream = reinterpret_cast<FileStream&>(file);
+  if (stream.examined_fd != file.fd) {
+    stream.rereads = file.fd > kStandardInput && can_reread(file.fd);
+    stream.examined_fd = file.fd;
+  }
+  return stream.rereads ? gets_by_pieces(stream, buf, n)
+                        : gets_by_bytes(file.fd, buf, n, 0);
+}
+
+int32_t file_fgetc(URL url) {
+  URL_file& file = file_of(url);
+  uint8_t byte;
+  if (file.data != nullptr) {
+    if (left_in_view(file) == 0) return kNoByte;
+    take_from_view(file, &byte, 1);
+    return byte;
+  }
+  return read(file.fd, &byte, 1) == 1 ? byte : kNoByte;
+}
+
+int64_t seek_in_view(URL_file& file, int64_t offset, int32_t whence) {
+  int64_t base = 0;
+  switch (whence) {
+    case SEEK_SET:
+      break;
+    case SEEK_CUR:
+      base = file.position;
+      break;
+    case SEEK_END:
+      base = file.size;
+      break;
+    default:
+      base = file.position;
+      offset = 0;
+      break;
+  }
+  int64_t position;
+  if (__builtin_add_overflow(base, offset, &position)) position = offset;
+  file.position = std::clamp(position, int64_t{0}, int64_t{file.size});
+  return file.position;
+}
+
+int64_t file_seek(URL url, int64_t offset, int32_t whence) {
+  URL_file& file = file_of(url);
+  if (file.data != nullptr) return seek_in_view(file, offset, whence);
+  return lseek(file.fd, offset, whence);
+}
+
+int64_t file_tell(URL url) {
+  const URL_file& file = file_of(url);
+  return file.data != nullptr ? file.position : lseek(file.fd, 0, SEEK_CUR);
+}
+
+void file_close(URL url) {
+  const int fd = file_of(url).fd;
+  if (fd > kStandardInput) {
+    close(fd);
+  } else if (fd == kStandardInput) {
+    lseek(fd, 0, SEEK_SET);
+  }
+  std::free(url);
+}
+
+// The length of a leading "file:" in any letter case, 0 without one. Compared as ASCII: in
+// some locales "FILE:" in lower case is another word.
+std::size_t scheme_length(const char* name) {
+  constexpr std::string_view kScheme = "file:";
+  for (std::size_t i = 0; i < kScheme.size(); ++i) {
+    const char c =
+        name[i] >= 'A' && name[i] <= 'Z' ? static_cast<char>(name[i] + 32) : name[i];
+    if (c != kScheme[i]) return 0;
+  }
+  return kScheme.size();
+}
+
+int32_t file_name_check(const char* url) {
+  if (url[0] == '/' || scheme_length(url) != 0) return 1;
+  const char* const stop = url + std::strcspn(url, ":/");
+  return stop[0] == ':' && stop[1] == '/' ? 0 : 1;
+}
+
+// Opens what a name other than "-" means; -1 with `errno` set on failure.
+int open_path(const char* name) {
+  name += scheme_length(name);
+  if (*name == '\0') {
+    errno = ENOENT;
+    return -1;
+  }
+  const char* const path = url_expand_home_dir(name);
+  errno = 0;
+  return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+}  // namespace
+
+extern "C" {
+
+URL_module URL_module_file = {URL_FILE, file_name_check, nullptr, url_file_open, nullptr};
+
+URL url_file_open(const char* name) {
+  const int fd = std::strcmp(name, "-") == 0 ? kStandardInput : open_path(name);
+  if (fd == -1) {
+    url_errno = errno;
+    return nullptr;
+  }
+  const URL url = alloc_url(sizeof(FileStream));
+  if (url == nullptr) [[unlikely]] {
+    url_errno = errno;
+    if (fd > kStandardInput) close(fd);
+    errno = url_errno;
+    return nullptr;
+  }
+  auto& stream = *reinterpret_cast<FileStream*>(url);
+  stream.file.fd = fd;
+  stream.examined_fd = kNoDescriptor;
+  url->type = URL_FILE;
+  url->read = file_read;
+  url->gets = file_gets;
+  url->fgetc = file_fgetc;
+  url->close = file_close;
+  if (fd != kStandardInput) {
+    url->seek = file_seek;
+    url->tell = file_tell;
+    // The size, as far as it goes into 32 bits; on a pipe -1, as good as no limit.
+    file_seek(url, 0, SEEK_END);
+    url->readlimit = static_cast<uint32_t>(file_tell(url));
+    file_seek(url, 0, SEEK_SET);
+  }
+  return url;
+}
+
+}  // extern "C"

@@ -1,0 +1,368 @@
+// Core of the stream layer: the list of scheme modules, and the generic operations, which
+// bound and count what is consumed through the slots of a stream's record. When `nread`,
+// `eof`, `url_errno` and `errno` change, and in which order, is part of the interface.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/url.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+extern "C" {
+
+int32_t url_errno = 0;
+int32_t url_newline_code = '\n';
+const char* url_lib_version = "1.9.5";
+int32_t uudecode_unquote_html = 0;
+char* user_mailaddr = nullptr;
+
+}  // extern "C"
+
+// Modules are compiled apart from the library and fill the records in.
+static_assert(std::is_standard_layout_v<URL_record> && offsetof(URL_record, type) == 0 &&
+              offsetof(URL_record, read) == sizeof(void*) &&
+              offsetof(URL_record, gets) == 2 * sizeof(void*) &&
+              offsetof(URL_record, fgetc) == 3 * sizeof(void*) &&
+              offsetof(URL_record, seek) == 4 * sizeof(void*) &&
+              offsetof(URL_record, tell) == 5 * sizeof(void*) &&
+              offsetof(URL_record, close) == 6 * sizeof(void*) &&
+              offsetof(URL_record, nread) == 7 * sizeof(void*) &&
+              offsetof(URL_record, readlimit) == 7 * sizeof(void*) + 4 &&
+              offsetof(URL_record, eof) == 7 * sizeof(void*) + 8);
+static_assert(offsetof(URL_module, type) == 0 &&
+              offsetof(URL_module, name_check) == sizeof(void*) &&
+              offsetof(URL_module, init) == 2 * sizeof(void*) &&
+              offsetof(URL_module, open) == 3 * sizeof(void*) &&
+              offsetof(URL_module, next) == 4 * sizeof(void*));
+
+namespace {
+
+constexpr int32_t kNoByte = -1;
+constexpr std::size_t kScratchSize = 8192;  // modules see it: url_skip() asks for this much
+
+// The module added last; the list only grows.
+URL_module* url_module_list = nullptr;
+
+// Marks the `init` slot of a module whose initialisation is done.
+int32_t url_module_ready() {
+  return 1;
+}
+
+void clear_error() {
+  url_errno = URLERR_NONE;
+  errno = 0;
+}
+
+bool takes(const URL_module& module, const char* url) {
+  return module.type != 0 && module.name_check != nullptr && module.name_check(url) != 0;
+}
+
+// The module for a URL, or null.
+URL_module* find_module(const char* url) {
+  URL_module* module = url_module_list;
+  while (module != nullptr && !takes(*module, url)) module = module->next;
+  return module;
+}
+
+bool at_limit(const URL_record& stream) {
+  return stream.nread >= stream.readlimit;
+}
+
+// What the limit leaves; only while not at_limit().
+uint32_t budget(const URL_record& stream) {
+  return stream.readlimit - stream.nread;
+}
+
+// Whether `n` more bytes would pass the limit. The sum wraps at 32 bits: limits of 2 GiB
+// and more come from large files, and are found as they are.
+bool passes_limit(const URL_record& stream, int32_t n) {
+  return stream.nread + static_cast<uint32_t>(n) > stream.readlimit;
+}
+
+// The next byte of a line. Unlike url_fgetc() it notes in `eof` that the limit was met, and
+// leaves `url_errno` as it is when the module reads single bytes.
+int32_t next_byte_of_line(URL url) {
+  if (at_limit(*url)) {
+    url->eof = 1;
+    return kNoByte;
+  }
+  if (url->fgetc == nullptr) return url_fgetc(url);
+  ++url->nread;
+  return url->fgetc(url);
+}
+
+bool ends_line(int32_t byte) {
+  return byte == '\r' || byte == '\n';
+}
+
+int64_t refuse_to_seek() {
+  errno = EPERM;
+  url_errno = EPERM;
+  return -1;
+}
+
+// A forward move from `position` of a stream that cannot seek. Answers with where the
+// stream stood before: kept, callers know it.
+int64_t skip_unlimited(URL url, int64_t n, int64_t position) {
+  const uint32_t limit = std::exchange(url->readlimit, URL_NO_READLIMIT);
+  url_skip(url, n);
+  url->readlimit = limit;
+  return position;
+}
+
+int64_t seek_by_reading(URL url, int64_t offset, int32_t whence) {
+  if (whence == SEEK_CUR && offset >= 0) {
+    const int64_t position = url_tell(url);
+    return offset == 0 ? position : skip_unlimited(url, offset, position);
+  }
+  if (whence == SEEK_SET) {
+    const int64_t position = url_tell(url);
+    if (position == -1 || offset < position) return refuse_to_seek();
+    return offset == position ? position : skip_unlimited(url, offset - position, position);
+  }
+  return refuse_to_seek();
+}
+
+}  // namespace
+
+extern "C" void url_add_module(URL_module* m) {
+  m->next = url_module_list;
+  url_module_list = m;
+}
+
+extern "C" void url_add_modules(URL_module* first, ...) {
+  va_list more;
+  va_start(more, first);
+  for (URL_module* m = first; m != nullptr; m = va_arg(more, URL_module*)) {
+    url_add_module(m);
+  }
+  va_end(more);
+}
+
+extern "C" int32_t url_check_type(const char* url) {
+  const URL_module* const module = find_module(url);
+  return module != nullptr ? module->type : -1;
+}
+
+extern "C" URL url_open(const char* url) {
+  URL_module* const module = find_module(url);
+  if (module == nullptr) {
+    url_errno = URLERR_UNKNOWN_URL;
+    errno = ENOENT;
+    return nullptr;
+  }
+  if (module->init != url_module_ready) {
+    // The slot stays as it is after a failure, so that the next open tries again.
+    if (module->init != nullptr && module->init() < 0) return nullptr;
+    module->init = url_module_ready;
+  }
+  clear_error();
+  return module->open(url);
+}
+
+extern "C" int32_t url_read(URL url, void* buf, int32_t n) {
+  if (n < 1 || url == nullptr || buf == nullptr) return 0;
+  clear_error();
+  if (at_limit(*url)) {
+    url->eof = 1;
+    return 0;
+  }
+  if (passes_limit(*url, n)) n = static_cast<int32_t>(budget(*url));
+  const int32_t count = url->read(url, buf, n);
+  if (count > 0) url->nread += static_cast<uint32_t>(count);
+  return count;
+}
+
+extern "C" int32_t url_safe_read(URL url, void* buf, int32_t n) {
+  if (n < 1) return 0;
+  int32_t count;
+  do {
+    errno = 0;
+    count = url_read(url, buf, n);
+  } while (count == -1 && errno == EINTR);
+  return count;
+}
+
+extern "C" int32_t url_nread(URL url, void* buf, int32_t n) {
+  int32_t total = 0;
+  do {
+    const int32_t count = url_safe_read(url, static_cast<char*>(buf) + total, n - total);
+    if (count <= 0) return total > 0 ? total : count;
+    total += count;
+  } while (total < n);
+  return total;
+}
+
+extern "C" char* url_gets(URL url, char* buf, int32_t n) {
+  if (at_limit(*url)) return nullptr;  // `eof` stays: only reads and bytes note the limit
+  if (url->gets != nullptr) {
+    clear_error();
+    // One more than the limit leaves, for the NUL. A negative size is never raised.
+    if (n > 0 && passes_limit(*url, n)) n = static_cast<int32_t>(budget(*url) + 1);
+    char* const line = url->gets(url, buf, n);
+    if (line != nullptr) url->nread += static_cast<uint32_t>(std::strlen(line));
+    return line;
+  }
+  if (n == 1) buf[0] = '\0';
+  if (n < 2) return buf;
+  int32_t length = 0;
+  while (length < n - 1) {
+    const int32_t byte = next_byte_of_line(url);
+    if (byte == kNoByte) break;
+    buf[length++] = static_cast<char>(byte);
+    if (byte == url_newline_code) break;
+  }
+  if (length == 0) return nullptr;
+  buf[length] = '\0';
+  return buf;
+}
+
+extern "C" int32_t url_readline(URL url, char* buf, int32_t n) {
+  if (n == 1) buf[0] = '\0';
+  if (n < 2) return 0;
+  for (;;) {
+    int32_t length = 0;
+    int32_t byte = kNoByte;
+    while (length < n - 1) {
+      byte = next_byte_of_line(url);
+      if (byte == kNoByte) break;
+      buf[length++] = static_cast<char>(byte);
+      if (ends_line(byte)) break;
+    }
+    if (length == 0) return 0;
+    // An empty line is passed over: thus the "\n" of "\r\n" ends no line of its own.
+    if (length == 1 && ends_line(byte)) continue;
+    if (ends_line(byte)) --length;
+    buf[length] = '\0';
+    return length;
+  }
+}
+
+extern "C" int32_t url_fgetc(URL url) {
+  if (at_limit(*url)) return kNoByte;  // `eof` stays
+  ++url->nread;
+  if (url->fgetc != nullptr) {
+    clear_error();
+    return url->fgetc(url);
+  }
+  // Kept: url_read() counts the byte a second time, and refuses the last before the limit.
+  unsigned char byte;
+  return url_read(url, &byte, 1) < 1 ? kNoByte : byte;
+}
+
+extern "C" int64_t url_seek(URL url, int64_t offset, int32_t whence) {
+  if (url->seek == nullptr) return seek_by_reading(url, offset, whence);
+  clear_error();
+  url->nread = 0;
+  return url->seek(url, offset, whence);
+}
+
+extern "C" int64_t url_tell(URL url) {
+  clear_error();
+  return url->tell != nullptr ? url->tell(url) : int64_t{url->nread};
+}
+
+extern "C" void url_skip(URL url, int64_t n) {
+  if (url->seek != nullptr) {
+    if (at_limit(*url)) return;
+    n = std::min(n, int64_t{budget(*url)});
+    if (url->seek(url, n, SEEK_CUR) != -1) {
+      url->nread += static_cast<uint32_t>(n);
+      return;
+    }
+  }
+  std::array<char, kScratchSize> scratch;
+  while (n > 0) {
+    const auto chunk = static_cast<int32_t>(std::min(n, int64_t{kScratchSize}));
+    const int32_t count = url_read(url, scratch.data(), chunk);
+    if (count <= 0) return;
+    n -= count;
+  }
+}
+
+extern "C" void url_rewind(URL url) {
+  // Kept: one kind goes back but keeps its count, the other stays but renews its budget.
+  if (url->seek != nullptr) {
+    url->seek(url, 0, SEEK_SET);
+  } else {
+    url->nread = 0;
+  }
+}
+
+extern "C" void url_set_readlimit(URL url, int32_t limit) {
+  url->readlimit = limit < 0 ? uint32_t{URL_NO_READLIMIT} : static_cast<uint32_t>(limit);
+  url->nread = 0;
+}
+
+extern "C" URL alloc_url(int32_t size) {
+  // A negative size becomes one that no heap has.
+  const auto bytes = std::max(static_cast<std::size_t>(size), sizeof(URL_record));
+  const URL url = static_cast<URL>(std::malloc(bytes));
+  if (url == nullptr) [[unlikely]] {
+    url_errno = errno;
+    return nullptr;
+  }
+  *url = URL_record{};
+  url->readlimit = URL_NO_READLIMIT;
+  std::memset(url + 1, 0, bytes - sizeof(URL_record));
+  return url;
+}
+
+extern "C" void url_close(URL url) {
+  const int saved_errno = errno;
+  if (url == nullptr) {
+    std::fputs("URL stream structure is NULL?\n", stderr);
+  } else if (url->close == nullptr) {
+    std::fprintf(stderr, "URL Error: Already URL is closed (type=%d)\n", int{url->type});
+  } else {
+    url->close(url);
+  }
+  errno = saved_errno;
+}
+
+extern "C" const char* url_strerror(int32_t code) {
+  if (code <= URLERR_NONE) return std::strerror(code);
+  switch (code) {
+    case URLERR_UNKNOWN_URL:
+      return "Unknown URL";
+    case URLERR_NOT_PERMITTED:
+      return "Operation not permitted";
+    case URLERR_CANT_OPEN:
+      return "Can't open a URL";
+    case URLERR_INVALID_FORM:
+      return "Invalid URL form";
+    case URLERR_TOO_LONG:
+      return "URL too long";
+    case URLERR_NO_MAIL_ADDRESS:
+      return "No mail address";
+    default:
+      return "Internal error";  // Kept: "not found" has no text of its own.
+  }
+}
+
+extern "C" void* url_dump(URL url, int32_t size, int32_t* len_out) {
+  if (len_out != nullptr) *len_out = 0;
+  if (size == 0) return nullptr;
+  // Kept: a negative size is a request of 2 GiB or more, which no 32-bit heap grants. It is
+  // refused here, so that wider heaps and checking allocators answer the same.
+  if (size < 0) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  void* const buf = std::malloc(static_cast<std::size_t>(size));
+  if (buf == nullptr) return nullptr;
+  const int32_t count = url_nread(url, buf, size);
+  if (len_out != nullptr) *len_out = count;
+  if (count != 0) return buf;  // even -1, a failed first read: told by the length alone
+  std::free(buf);
+  return nullptr;
+}
