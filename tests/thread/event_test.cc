@@ -46,8 +46,8 @@ struct TimedWait {
 std::atomic<int> untimed_waits{0};
 std::atomic<int> cond_result{0};  // of init, destroy, signal and broadcast
 
-template <typename Wait>
-int timed(Wait wait, std::int64_t seconds, std::int64_t nanoseconds) {
+// Records a timed wait; the answer for it, or -1 to wait.
+int answer_for(std::int64_t seconds, std::int64_t nanoseconds) {
   ++timed_wait.calls;
   timed_wait.seconds = seconds;
   timed_wait.nanoseconds = nanoseconds;
@@ -55,17 +55,14 @@ int timed(Wait wait, std::int64_t seconds, std::int64_t nanoseconds) {
     --timed_wait.interruptions;
     return EINTR;
   }
-  return timed_wait.answer >= 0 ? timed_wait.answer.load() : wait();
+  return timed_wait.answer;
 }
 
 template <typename Function>
 Function* real(const char* name) {
-  // The C library has two generations of these functions on some targets.
-#if defined(__x86_64__)
-  if (void* const found = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2")) {
-    return reinterpret_cast<Function*>(found);
-  }
-#elif defined(__i386__)
+#if (defined(__x86_64__) || defined(__i386__)) && !defined(__SANITIZE_THREAD__)
+  // The C library has two generations of these functions here, and dlsym() may find the
+  // older. The thread sanitizer's own must come first, though.
   if (void* const found = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2")) {
     return reinterpret_cast<Function*>(found);
   }
@@ -81,27 +78,26 @@ int forced_or(int result) {
 
 }  // namespace
 
+// A cancelled wait leaves these frames by a jump: keep them free of locals whose address is
+// taken, which the address sanitizer would still guard then.
 #if __SIZEOF_LONG__ == 8
 extern "C" int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                       const timespec* deadline) {
-  return timed(
-      [=] {
-        return real<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait")(cond, mutex,
-                                                                                deadline);
-      },
-      deadline->tv_sec, deadline->tv_nsec);
+  const int answer = answer_for(deadline->tv_sec, deadline->tv_nsec);
+  if (answer >= 0) return answer;
+  return real<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait")(cond, mutex,
+                                                                          deadline);
 }
 #else
 extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
                                           const Deadline64*);
 extern "C" int __pthread_cond_timedwait64(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                           const Deadline64* deadline) {
-  return timed(
-      [=] {
-        return real<decltype(__pthread_cond_timedwait64)>("__pthread_cond_timedwait64")(
-            cond, mutex, deadline);
-      },
-      deadline->tv_sec, deadline->tv_nsec);
+  const int answer = answer_for(deadline->tv_sec, deadline->tv_nsec);
+  if (answer >= 0) return answer;
+  static auto* const function = reinterpret_cast<decltype(__pthread_cond_timedwait64)*>(
+      dlsym(RTLD_NEXT, "__pthread_cond_timedwait64"));
+  return function(cond, mutex, deadline);
 }
 #endif
 
