@@ -1,3 +1,5 @@
+groundwork_test(thread/callback_test)
 groundwork_test(thread/event_test LABELS threads)
+groundwork_test(thread/module_test)
 groundwork_test(thread/mutex_test LABELS threads)
 groundwork_test(thread/thread_test LABELS threads)

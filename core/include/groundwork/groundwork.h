@@ -9,6 +9,7 @@
 #ifndef GROUNDWORK_GROUNDWORK_H
 #define GROUNDWORK_GROUNDWORK_H
 
+#include <groundwork/callback.h>
 #include <groundwork/file.h>
 #include <groundwork/hash.h>
 #include <groundwork/file_map.h>
@@ -16,7 +17,7 @@
 #include <groundwork/log.h>
 #include <groundwork/memory.h>
 #include <groundwork/package.h>
-#include <groundwork/thread.h>
 #include <groundwork/str.h>
+#include <groundwork/thread.h>
 
 #endif
