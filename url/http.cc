@@ -1,0 +1,351 @@
+// Read-only streams over HTTP: one GET request for each stream, direct or through a proxy;
+// the body is handed on byte for byte. A stream is used by one thread at a time, so its
+// buffered reads take no lock.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/url.h>
+#include <stdio_ext.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "url/unique_fd.h"
+
+using namespace groundwork;
+
+namespace {
+
+// Of the work buffer: the longest line of a request or a response, with its NUL.
+constexpr size_t kWorkSize = 8192;
+constexpr size_t kMaxHostLength = 255;
+constexpr uint16_t kDefaultPort = 80;
+constexpr char kScheme[] = "http://";
+constexpr char kContentLength[] = "Content-Length:";
+
+struct CloseStream {
+  void operator()(URL_http* stream) const { stream->common.close(&stream->common); }
+};
+using OwnedStream = std::unique_ptr<URL_http, CloseStream>;
+
+URL_http* http_of(URL url) {
+  return reinterpret_cast<URL_http*>(url);
+}
+
+// Both error variables for the caller; null, to be returned.
+URL failed(int32_t url_code, int system_code) {
+  url_errno = url_code;
+  errno = system_code;
+  return nullptr;
+}
+
+// --- The slots of a stream.
+
+int32_t read_body(URL url, void* buf, int32_t n) {
+  return static_cast<int32_t>(socket_fread(buf, n, http_of(url)->stream));
+}
+
+char* read_line(URL url, char* buf, int32_t n) {
+  return socket_fgets(buf, n, http_of(url)->stream);
+}
+
+// socket_fread() of one byte, without its price: most bytes come out of the buffer here.
+int32_t read_byte(URL url) {
+  const int byte = getc_unlocked(http_of(url)->stream);
+  if (byte == EOF && errno != 0) url_errno = errno;
+  return byte == EOF ? -1 : byte;
+}
+
+void close_stream(URL url) {
+  const int kept = errno;
+  if (http_of(url)->stream != nullptr) socket_fclose(http_of(url)->stream);
+  std::free(url);
+  errno = kept;
+}
+
+OwnedStream new_stream() {
+  OwnedStream stream(http_of(alloc_url(sizeof(URL_http))));
+  if (stream == nullptr) {
+    url_errno = errno;
+    return stream;
+  }
+  stream->common.type = URL_HTTP;
+  stream->common.read = read_body;
+  stream->common.gets = read_line;
+  stream->common.fgetc = read_byte;
+  stream->common.seek = nullptr;
+  stream->common.tell = nullptr;
+  stream->common.close = close_stream;
+  stream->peer_address = 0;
+  stream->stream = nullptr;
+  return stream;
+}
+
+// --- The URL.
+
+// What is asked for, and of whom.
+struct Request {
+  const char* connect_to;  // the server's or the proxy's name
+  uint16_t port;
+  const char* target;
+  char host[kMaxHostLength + 1];  // the value of the Host header
+  const char* user_agent;         // null sends none
+  const int64_t* offset;          // null: the whole resource, by HTTP/1.0
+};
+
+const char* after_scheme(const char* url) {
+  const size_t length = sizeof kScheme - 1;
+  return std::strncmp(url, kScheme, length) == 0 ? url + length : url;
+}
+
+// As strtol() on a target with 32-bit longs, whatever the width here.
+int32_t parse_int32(const char* digits) {
+  const long value = std::strtol(digits, nullptr, 10);
+  return static_cast<int32_t>(
+      std::clamp(value, static_cast<long>(INT32_MIN), static_cast<long>(INT32_MAX)));
+}
+
+void set_host(Request* request, const char* name, size_t length) {
+  std::memcpy(request->host, name, length);
+  request->host[length] = '\0';
+}
+
+// False when the target does not fit into a request line.
+bool aim_at_proxy(Request* request, const char* url) {
+  request->connect_to = url_http_proxy_host;
+  request->port = url_http_proxy_port;
+  request->target = url;
+  const char* const name = after_scheme(url);
+  const size_t length = std::strcspn(name, ":/");
+  if (length >= kMaxHostLength) {
+    set_host(request, "localhost", sizeof "localhost" - 1);
+  } else {
+    set_host(request, name, length);
+  }
+  return std::strlen(url) + sizeof "GET  HTTP/1.0\r\n" <= kWorkSize;
+}
+
+// The same for a direct connection; `work` takes the server's name. The URL's text goes to
+// the server as it is: whoever puts line ends into a URL has written a header.
+bool aim_at_server(Request* request, const char* url, char (&work)[kWorkSize]) {
+  const char* const name = after_scheme(url);
+  if (std::strlen(name) + sizeof "GET  HTTP/1.0\r\n" >= kWorkSize) return false;
+  const size_t length = std::strcspn(name, ":/");
+  std::memcpy(work, name, length);
+  work[length] = '\0';
+  request->connect_to = work;
+  // Only the header is cut: a cut name could be that of another server.
+  set_host(request, name, std::min(length, kMaxHostLength));
+
+  request->port = kDefaultPort;
+  const char* path = name + length;
+  if (*path == ':') {
+    request->port = static_cast<uint16_t>(parse_int32(path + 1));
+    path += std::strcspn(path, "/");
+  }
+  request->target = *path == '/' ? path : "/";
+  return true;
+}
+
+// --- The request.
+
+// Gathers the lines of a request, so that a request of usual length is one write and one
+// segment.
+class RequestWriter {
+ public:
+  RequestWriter(int fd, char (&work)[kWorkSize]) : fd_(fd), work_(work) {}
+
+  // Each line alone must fit into the work buffer.
+  G_PRINTF(2, 3) void add(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    const size_t length = format_line(format, args);
+    if (length >= kWorkSize - used_) {
+      send();
+      format_line(format, again);
+    }
+    used_ += length;
+    va_end(again);
+    va_end(args);
+  }
+
+  // A failure is not reported here: the missing answer tells, and one that was sent before
+  // the server closed can still be read.
+  void send() {
+    const char* rest = work_;
+    while (used_ > 0) {
+      const int64_t sent = socket_write(fd_, rest, static_cast<int64_t>(used_));
+      if (sent == -1 && errno == EINTR) continue;
+      if (sent <= 0) break;
+      rest += sent;
+      used_ -= static_cast<size_t>(sent);
+    }
+    used_ = 0;
+  }
+
+ private:
+  G_PRINTF(2, 0) size_t format_line(const char* format, va_list args) {
+    return static_cast<size_t>(
+        std::vsnprintf(work_ + used_, kWorkSize - used_, format, args));
+  }
+
+  const int fd_;
+  char (&work_)[kWorkSize];
+  size_t used_ = 0;
+};
+
+// The two kinds of request differ in the order of their headers and in whose user agent
+// they name. Deliberate: servers see exactly these bytes.
+void send_request(int fd, const Request& request, char (&work)[kWorkSize]) {
+  RequestWriter writer(fd, work);
+  if (request.offset == nullptr) {
+    writer.add("GET %s HTTP/1.0\r\n", request.target);
+    if (request.user_agent != nullptr) {
+      writer.add("User-Agent: %s\r\n", request.user_agent);
+    }
+    writer.add("Host: %s\r\n", request.host);
+  } else {
+    writer.add("GET %s HTTP/1.1\r\n", request.target);
+    writer.add("Host: %s\r\n", request.host);
+    if (*request.offset > 0) {
+      writer.add("Range: bytes=%lld-\r\n", static_cast<long long>(*request.offset));
+    }
+    writer.add("User-Agent: %s\r\n", request.user_agent);
+  }
+  writer.add("\r\n");
+  writer.send();
+  if (request.offset != nullptr) socket_shutdown(fd, SHUT_WR);
+}
+
+// --- The response.
+
+bool starts_with(const char* text, const char* start) {
+  return std::strncmp(text, start, std::strlen(start)) == 0;
+}
+
+// False with both error variables set when there is no usable answer.
+bool accept_status(FILE* stream, char (&work)[kWorkSize]) {
+  // Cleared so that a server which closes without a word is told from a broken connection.
+  errno = 0;
+  if (socket_fgets(work, kWorkSize, stream) == nullptr) {
+    if (errno == 0) {
+      failed(URLERR_CANT_OPEN, ENOENT);
+    } else {
+      url_errno = errno;
+    }
+    return false;
+  }
+  const char* status = work;
+  if (starts_with(work, "HTTP/1.0 ") || starts_with(work, "HTTP/1.1 ")) status += 9;
+  if (starts_with(status, "200") || starts_with(status, "206")) return true;
+  failed(starts_with(status, "404") ? URLERR_HTTP_NOT_FOUND : ENOENT, ENOENT);
+  return false;
+}
+
+// -1, no limit, when the number does not fit.
+int32_t limit_of_whole(const char* length) {
+  const int32_t value = parse_int32(length);
+  return value == INT32_MIN || value == INT32_MAX ? -1 : value;
+}
+
+// Kept: the offset is counted in, although the stream itself begins there.
+int32_t limit_from(int64_t offset, const char* length) {
+  const auto rest = static_cast<uint64_t>(std::strtoll(length, nullptr, 10));
+  const auto sum = static_cast<int64_t>(rest + static_cast<uint64_t>(offset));
+  return sum == INT32_MIN || sum == INT32_MAX ? -1 : static_cast<int32_t>(sum);
+}
+
+// Reads to the end of the headers; the last length given holds.
+void read_headers(URL_http* stream, const int64_t* offset, char (&work)[kWorkSize]) {
+  while (socket_fgets(work, kWorkSize, stream->stream) != nullptr) {
+    if (work[0] == '\n' || (work[0] == '\r' && work[1] == '\n')) return;
+    if (!starts_with(work, kContentLength)) continue;
+    const char* const length = work + sizeof kContentLength - 1;
+    url_set_readlimit(&stream->common, offset == nullptr ? limit_of_whole(length)
+                                                         : limit_from(*offset, length));
+  }
+}
+
+// --- Opening.
+
+// False with both error variables set.
+bool connect_stream(URL_http* stream, const Request& request) {
+  UniqueFd fd(open_socket(request.connect_to, request.port, &stream->peer_address));
+  if (fd.get() == -1) {
+    // Whatever the cause: to the application the server is one that does not answer.
+    failed(ETIMEDOUT, ETIMEDOUT);
+    return false;
+  }
+  stream->stream = socket_fdopen(fd.get(), "rb");
+  if (stream->stream == nullptr) {
+    url_errno = errno;
+    return false;
+  }
+  fd.release();
+  __fsetlocking(stream->stream, FSETLOCKING_BYCALLER);
+  return true;
+}
+
+// `offset` null: the whole resource.
+URL open_stream(const char* url, const int64_t* offset) {
+  OwnedStream stream = new_stream();
+  if (stream == nullptr) return nullptr;
+
+  char work[kWorkSize];
+  Request request;
+  request.offset = offset;
+  request.user_agent = url_user_agent;
+  const bool target_fits = url_http_proxy_host != nullptr
+                               ? aim_at_proxy(&request, url)
+                               : aim_at_server(&request, url, work);
+  // Asked before connecting: nothing may be sent cut in half.
+  if (!target_fits ||
+      (request.user_agent != nullptr &&
+       std::strlen(request.user_agent) + sizeof "User-Agent: \r\n" > kWorkSize)) {
+    return failed(URLERR_TOO_LONG, ENOENT);
+  }
+  if (!connect_stream(stream.get(), request)) return nullptr;
+  send_request(fileno(stream->stream), request, work);
+  if (!accept_status(stream->stream, work)) return nullptr;
+  read_headers(stream.get(), offset, work);
+  return &stream.release()->common;
+}
+
+int32_t is_http(const char* url) {
+  return starts_with(url, kScheme) ? 1 : 0;
+}
+
+}  // namespace
+
+const char* url_http_proxy_host = nullptr;
+uint16_t url_http_proxy_port = 0;
+const char* url_user_agent = nullptr;
+URL_module URL_module_http = {URL_HTTP, is_http, nullptr, url_http_open, nullptr};
+
+extern "C" URL url_http_open(const char* url) {
+  return open_stream(url, nullptr);
+}
+
+// Kept: overwrites the application's user agent, for later requests of either kind too.
+extern "C" URL url_http_open_with_offset(const char* url, int64_t offset) {
+  url_user_agent = "app";
+  return open_stream(url, &offset);
+}
+
+// Prints the line that tools watching an application's output look for; the number in it
+// never changes.
+extern "C" int32_t url_internal_sock(URL url) {
+  const int fd = fileno(http_of(url)->stream);
+  std::printf("g_url_http:%d socket=%d\n", 361, fd);
+  return fd;
+}

@@ -1,0 +1,166 @@
+// TCP connections with a bounded wait, and the calls through which the HTTP module uses
+// them: another transport is put in here and nowhere else.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/url.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "url/unique_fd.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr int kConnectTimeoutMs = 5000;
+
+// Where to connect to, whatever the address family.
+struct Endpoint {
+  sockaddr_storage address;
+  socklen_t length;
+};
+
+// The first address of `family` that the name has; null when it has none. Not
+// gethostbyname2_r(): the resolver's own buffer serves all calls, since streams are opened
+// by one thread at a time.
+const char* first_address(const char* host, int family, size_t* length) {
+  const hostent* const entry = gethostbyname2(host, family);
+  if (entry == nullptr || entry->h_addr_list[0] == nullptr) return nullptr;
+  *length = static_cast<size_t>(std::max(entry->h_length, 0));
+  return entry->h_addr_list[0];
+}
+
+// IPv4 first; IPv6 only for a host without an IPv4 address.
+bool resolve(const char* host, in_port_t port, Endpoint* endpoint, uint32_t* ipv4) {
+  size_t length = 0;
+  *endpoint = {};
+  if (const char* const found = first_address(host, AF_INET, &length)) {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = port;
+    std::memcpy(&to.sin_addr, found, std::min(length, sizeof to.sin_addr));
+    std::memcpy(&endpoint->address, &to, sizeof to);
+    endpoint->length = sizeof to;
+    *ipv4 = to.sin_addr.s_addr;
+    return true;
+  }
+  if (const char* const found = first_address(host, AF_INET6, &length)) {
+    sockaddr_in6 to{};
+    to.sin6_family = AF_INET6;
+    to.sin6_port = port;
+    std::memcpy(&to.sin6_addr, found, std::min(length, sizeof to.sin6_addr));
+    std::memcpy(&endpoint->address, &to, sizeof to);
+    endpoint->length = sizeof to;
+    *ipv4 = 0;
+    return true;
+  }
+  return false;
+}
+
+// Waits until the connection is made or has failed. A signal ends the wait, and with it the
+// attempt, as the end of the time does. poll() and not select(): that one overruns its set
+// with a descriptor above 1023.
+bool wait_until_settled(int fd) {
+  pollfd wait{};
+  wait.fd = fd;
+  wait.events = POLLOUT;
+  return poll(&wait, 1, kConnectTimeoutMs) > 0;
+}
+
+void report(const char* what, int error) {
+  const int kept = errno;
+  std::fprintf(stderr, "%s : %s\n", what, std::strerror(error));
+  errno = kept;
+}
+
+// Both checks run, so that a socket which cannot be asked reports each failure it shows.
+bool is_connected(int fd) {
+  int pending = 0;
+  socklen_t size = sizeof pending;
+  bool connected = true;
+  if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &size) == -1) {
+    report("getsockopt failed", errno);
+    connected = false;
+  }
+  if (pending >= 1) {
+    report("Connect error", pending);
+    connected = false;
+  }
+  return connected;
+}
+
+}  // namespace
+
+extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_out) {
+  Endpoint endpoint;
+  uint32_t ipv4 = 0;
+  if (!resolve(host, htons(static_cast<uint16_t>(port)), &endpoint, &ipv4)) return -1;
+  if (addr_out != nullptr) *addr_out = ipv4;
+
+  UniqueFd fd(socket(endpoint.address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                     IPPROTO_TCP));
+  if (fd.get() == -1) return -1;
+  // A connection made at once, as on loopback, goes through the wait like any other.
+  if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&endpoint.address),
+              endpoint.length) == -1 &&
+      errno != EINPROGRESS) {
+    return -1;
+  }
+  if (!wait_until_settled(fd.get())) return -1;
+  int blocking = 0;
+  ioctl(fd.get(), FIONBIO, &blocking);
+  if (!is_connected(fd.get())) return -1;
+  return fd.release();
+}
+
+// send() and not write(): a peer that has closed gives EPIPE and must not kill an
+// application that never asked for SIGPIPE.
+extern "C" int64_t socket_write(int fd, const void* buf, int64_t len) {
+  const auto size = static_cast<size_t>(len);
+  const ssize_t sent = send(fd, buf, size, MSG_NOSIGNAL);
+  if (sent == -1 && errno == ENOTSOCK) return write(fd, buf, size);
+  return sent;
+}
+
+extern "C" int socket_shutdown(int fd, int how) {
+  return shutdown(fd, how);
+}
+
+extern "C" FILE* socket_fdopen(int fd, const char* mode) {
+  return fdopen(fd, mode);
+}
+
+extern "C" char* socket_fgets(char* buf, int n, FILE* stream) {
+  return std::fgets(buf, n, stream);
+}
+
+extern "C" int socket_fgetc(FILE* stream) {
+  return std::getc(stream);
+}
+
+extern "C" int64_t socket_fread(void* buf, int64_t n, FILE* stream) {
+  return static_cast<int64_t>(std::fread(buf, 1, static_cast<size_t>(n), stream));
+}
+
+extern "C" int64_t socket_fwrite(const void* buf, int64_t n, FILE* stream) {
+  return static_cast<int64_t>(std::fwrite(buf, 1, static_cast<size_t>(n), stream));
+}
+
+extern "C" int socket_fclose(FILE* stream) {
+  return std::fclose(stream);
+}
+
+extern "C" int socket_fflush(FILE* stream) {
+  return std::fflush(stream);
+}
