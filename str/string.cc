@@ -78,8 +78,8 @@ class StringVector {
 
 // Where the first `delim` in `text` begins; the end of `text` when there is none.
 const char* find_delimiter(const char* text, const char* delim) {
-  if (delim[1] == '\0') return strchrnul(text, delim[0]);
-  const char* const found = std::strstr(text, delim);
+  const char* const found =
+      delim[1] == '\0' ? std::strchr(text, delim[0]) : std::strstr(text, delim);
   return found != nullptr ? found : text + std::strlen(text);
 }
 

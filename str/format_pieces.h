@@ -1,0 +1,65 @@
+// The text of a simple format, put together from pieces instead of by the system formatter.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_STR_FORMAT_PIECES_H
+#define GROUNDWORK_STR_FORMAT_PIECES_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace groundwork {
+
+// A row of pieces of text, collected while a format is walked. Strings are pointed to, not
+// copied; numbers are spelled into a small buffer here. What does not fit in, or has no
+// function here, makes the walk give the row up.
+class FormatPieces {
+ public:
+  // How a piece reaches a minimum width: with blanks on the right (left adjusted, which
+  // wins), with zeros behind the sign of a number, or with blanks on the left.
+  struct Layout {
+    std::size_t width;
+    bool left_adjust;
+    bool zero_padding;
+  };
+  enum class Base { kDecimal, kHexadecimal, kUpperHexadecimal };
+
+  FormatPieces() = default;
+  FormatPieces(const FormatPieces&) = delete;
+  FormatPieces& operator=(const FormatPieces&) = delete;
+
+  // Whether the pieces make up the whole text.
+  bool complete() const { return complete_; }
+  void give_up() { complete_ = false; }
+
+  void add(const char* text, std::size_t length) {
+    if (count_ == kMaxPieces) return give_up();
+    pieces_[count_++] = {text, length};
+  }
+  void add_text(const char* text, std::size_t length, const Layout& layout);
+  void add_character(char c);
+  void add_number(std::uint64_t magnitude, bool negative, Base base, const Layout& layout);
+
+  // Writes the text, unterminated, to `out`.
+  void write(char* out) const;
+
+ private:
+  static constexpr std::size_t kMaxPieces = 32;
+  static constexpr std::size_t kScratchSize = 192;
+
+  struct Piece {
+    const char* text;
+    std::size_t length;
+  };
+
+  void add_padding(const char* fill, std::size_t count);
+
+  std::size_t count_ = 0;
+  std::size_t scratch_used_ = 0;
+  bool complete_ = true;
+  Piece pieces_[kMaxPieces];    // the first count_ are set
+  char scratch_[kScratchSize];  // spelled numbers and characters
+};
+
+}  // namespace groundwork
+
+#endif
