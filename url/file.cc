@@ -136,12 +136,12 @@ char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
   std::size_t size = std::clamp(expected, kSmallestPiece, kLargestPiece);
   int32_t length = 0;
   while (length < n - 1) {
-    const int saved_errno = errno;
     const ssize_t count =
         read(fd, piece, std::min(size, static_cast<std::size_t>(n - 1 - length)));
     if (count == 0) return line_at_end_of_file(buf, length);
     if (count < 0) {
-      errno = saved_errno;
+      // It is the next byte that failed, and counts, as it does byte by byte.
+      if (ends_line(buf[length++])) break;
       return gets_by_bytes(fd, buf, n, length);
     }
     const std::string_view bytes(piece, static_cast<std::size_t>(count));

@@ -1,0 +1,1073 @@
+// The file module. read() and lseek64() of this program stand before the C library's, so
+// that the tests can count the library's calls and make reads fail.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/url.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/allocation_faults.h"
+#include "support/temporary_directory.h"
+
+namespace {
+
+template <typename Function>
+Function* next_function(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Calls since reset(), and bytes of a file that cannot be read, as on a damaged disk: reads
+// end before them, and fail when they begin in them.
+struct Traffic {
+  int reads;
+  int seeks;
+  std::size_t largest_read;
+  int64_t bad_from;
+  int64_t bad_to;
+  int error;
+  int interruptions;  // so many reads fail with EINTR first
+} traffic;
+
+void reset_traffic() {
+  traffic = {};
+}
+
+}  // namespace
+
+extern "C" off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
+  static auto* const real = next_function<off64_t(int, off64_t, int)>("lseek64");
+  ++traffic.seeks;
+  return real(fd, offset, whence);
+}
+
+extern "C" ssize_t read(int fd, void* buf, std::size_t n) {
+  static auto* const real = next_function<ssize_t(int, void*, std::size_t)>("read");
+  static auto* const seek = next_function<off64_t(int, off64_t, int)>("lseek64");
+  ++traffic.reads;
+  traffic.largest_read = std::max(traffic.largest_read, n);
+  if (traffic.interruptions > 0) {
+    --traffic.interruptions;
+    errno = EINTR;
+    return -1;
+  }
+  if (traffic.error != 0) {
+    const off64_t position = seek(fd, 0, SEEK_CUR);
+    if (position >= traffic.bad_from && position < traffic.bad_to) {
+      errno = traffic.error;
+      return -1;
+    }
+    if (position < traffic.bad_from) {
+      n = static_cast<std::size_t>(
+          std::min<int64_t>(static_cast<int64_t>(n), traffic.bad_from - position));
+    }
+  }
+  return real(fd, buf, n);
+}
+
+namespace {
+
+constexpr int32_t kOtherError = 4711;  // what `url_errno` and `errno` hold before a call
+constexpr int kOtherErrno = 42;
+
+void set_errors() {
+  url_errno = kOtherError;
+  errno = kOtherErrno;
+}
+
+#define EXPECT_ERRORS(code, number) \
+  do {                              \
+    const int error_now = errno;    \
+    EXPECT_EQ(error_now, (number)); \
+    EXPECT_EQ(url_errno, (code));   \
+  } while (0)
+
+URL_file& file_of(URL url) {
+  return *reinterpret_cast<URL_file*>(url);
+}
+
+int64_t position_of(URL url) {
+  return lseek64(file_of(url).fd, 0, SEEK_CUR);
+}
+
+class FileStream : public testing::Test {
+ protected:
+  FileStream() { reset_traffic(); }
+  ~FileStream() override { close_all(); }
+
+  URL open(const std::string& name) {
+    const URL url = url_file_open(name.c_str());
+    EXPECT_NE(url, nullptr) << name;
+    opened_.push_back(url);
+    set_errors();
+    return url;
+  }
+  // A stream over a new file, unlimited when asked for.
+  URL over(const std::string& content) { return open(directory_.write("file", content)); }
+  URL unlimited_over(const std::string& content) {
+    const URL url = over(content);
+    url_set_readlimit(url, -1);
+    return url;
+  }
+  void close_all() {
+    for (const URL url : opened_) url_close(url);
+    opened_.clear();
+  }
+
+  test::TemporaryDirectory directory_;
+
+ private:
+  std::vector<URL> opened_;
+};
+
+// While alive, descriptor 0 is another.
+class StandardInput {
+ public:
+  explicit StandardInput(int fd) : saved_(dup(0)) {
+    dup2(fd, 0);
+    close(fd);
+  }
+  ~StandardInput() {
+    dup2(saved_, 0);
+    close(saved_);
+  }
+  StandardInput(const StandardInput&) = delete;
+  StandardInput& operator=(const StandardInput&) = delete;
+
+ private:
+  int saved_;
+};
+
+int open_descriptors() {
+  int count = 0;
+  for (int fd = 0; fd < 256; ++fd) count += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+  return count;
+}
+
+// ---- The record and the module ------------------------------------------------------
+
+TEST(UrlFile, HasViewPositionAndDescriptorBehindTheCommonPart) {
+  EXPECT_EQ(offsetof(URL_file, data), sizeof(URL_record));
+  EXPECT_EQ(offsetof(URL_file, size), offsetof(URL_file, data) + sizeof(void*));
+  EXPECT_EQ(offsetof(URL_file, position), (offsetof(URL_file, size) + 4 + 7) / 8 * 8);
+  EXPECT_EQ(offsetof(URL_file, fd), offsetof(URL_file, position) + 8);
+  static_assert(std::is_same_v<decltype(URL_file::size), uint32_t>);
+  static_assert(std::is_same_v<decltype(URL_file::position), int64_t>);
+  static_assert(std::is_same_v<decltype(URL_file::fd), int32_t>);
+}
+
+TEST(UrlModuleFile, IsTypeOneWithoutInitialisation) {
+  EXPECT_EQ(URL_module_file.type, 1);
+  EXPECT_NE(URL_module_file.name_check, nullptr);
+  EXPECT_EQ(URL_module_file.init, nullptr);
+  EXPECT_EQ(URL_module_file.open, url_file_open);
+  EXPECT_EQ(URL_module_file.next, nullptr);
+}
+
+TEST(UrlModuleFile, TakesEverythingButOtherSchemes) {
+  struct {
+    const char* name;
+    bool taken;
+  } const names[] = {
+      {"/", true},         {"/a:/b", true},    {"file:", true},    {"FiLe:/x", true},
+      {"file:/x", true},   {"FILE://x", true}, {"a.txt", true},    {"c:x", true},
+      {"x:", true},        {"", true},         {"-", true},        {"~/a", true},
+      {"a/b:/c", true},    {":", true},        {"a:b:/c", true},   {"http:x", true},
+      {"fil", true},       {"filex:/", false}, {"ftp://h", false}, {"mailto:/x", false},
+      {"http://h", false}, {":/", false},      {"c:/x", false},    {"file :/x", false},
+  };
+  for (const auto& [name, taken] : names) {
+    EXPECT_EQ(URL_module_file.name_check(name) != 0, taken) << name;
+  }
+}
+
+TEST(UrlModuleFile, IsOpenedThroughUrlOpen) {
+  EXPECT_EXIT(
+      {
+        url_add_module(&URL_module_file);
+        EXPECT_EQ(url_check_type("/etc"), URL_FILE);
+        EXPECT_EQ(url_check_type("ftp://h"), -1);
+        test::TemporaryDirectory directory;
+        const URL url = url_open(("file:" + directory.write("f", "text")).c_str());
+        char buf[8] = "";
+        EXPECT_EQ(url_read(url, buf, 8), 4);
+        EXPECT_STREQ(buf, "text");
+        url_close(url);
+        EXPECT_EQ(url_open((directory / "none").c_str()), nullptr);
+        EXPECT_ERRORS(ENOENT, ENOENT);
+        std::_Exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// ---- Opening ------------------------------------------------------------------------
+
+TEST_F(FileStream, HasAllSlotsAnEmptyViewAndTheSizeAsLimit) {
+  const URL url = over("0123456789");
+  EXPECT_EQ(url->type, URL_FILE);
+  EXPECT_NE(url->read, nullptr);
+  EXPECT_NE(url->gets, nullptr);
+  EXPECT_NE(url->fgetc, nullptr);
+  EXPECT_NE(url->seek, nullptr);
+  EXPECT_NE(url->tell, nullptr);
+  EXPECT_NE(url->close, nullptr);
+  EXPECT_EQ(url->nread, 0u);
+  EXPECT_EQ(url->readlimit, 10u);
+  EXPECT_EQ(url->eof, 0);
+  EXPECT_EQ(file_of(url).data, nullptr);
+  EXPECT_EQ(file_of(url).size, 0u);
+  EXPECT_EQ(file_of(url).position, 0);
+  EXPECT_GT(file_of(url).fd, 2);
+  EXPECT_EQ(position_of(url), 0);
+}
+
+TEST_F(FileStream, LeavesUrlErrnoAloneAndClearsErrnoWhenItOpens) {
+  const std::string path = directory_.write("file", "text");
+  set_errors();
+  const URL url = url_file_open(path.c_str());
+  EXPECT_ERRORS(kOtherError, 0);
+  url_close(url);
+}
+
+TEST_F(FileStream, OpensNamesWithTheSchemeInAnyCase) {
+  const std::string path = directory_.write("file", "text");
+  for (const char* const scheme : {"file:", "FILE:", "fIlE:", "file://", ""}) {
+    EXPECT_EQ(open(scheme + path)->readlimit, 4u);
+  }
+}
+
+TEST_F(FileStream, UnescapesNothing) {
+  directory_.write("a%20b", "text");
+  EXPECT_EQ(open(directory_ / "a%20b")->readlimit, 4u);
+  EXPECT_EQ(url_file_open((directory_ / "a b").c_str()), nullptr);
+}
+
+TEST_F(FileStream, RemovesTheSchemeOnce) {
+  EXPECT_EQ(url_file_open(("file:file:" + directory_.write("file", "text")).c_str()),
+            nullptr);
+  EXPECT_ERRORS(ENOENT, ENOENT);
+}
+
+TEST_F(FileStream, ExpandsHomeDirectories) {
+  directory_.write("file", "text");
+  setenv("HOME", directory_.path().c_str(), 1);
+  EXPECT_EQ(open("~/file")->readlimit, 4u);
+  EXPECT_EQ(open("file:~/file")->readlimit, 4u);
+}
+
+TEST_F(FileStream, WithoutANameFailsWithEnoent) {
+  for (const char* const name : {"", "file:", "FILE:"}) {
+    set_errors();
+    EXPECT_EQ(url_file_open(name), nullptr);
+    EXPECT_ERRORS(ENOENT, ENOENT);
+  }
+}
+
+TEST_F(FileStream, ThatCannotBeOpenedGivesTheErrorOfOpen) {
+  set_errors();
+  EXPECT_EQ(url_file_open((directory_ / "none").c_str()), nullptr);
+  EXPECT_ERRORS(ENOENT, ENOENT);
+  EXPECT_EQ(url_file_open((directory_.write("file", "") + "/x").c_str()), nullptr);
+  EXPECT_ERRORS(ENOTDIR, ENOTDIR);
+}
+
+TEST_F(FileStream, IsClosedOnExec) {
+  EXPECT_EQ(fcntl(file_of(over("")).fd, F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(FileStream, OfFourGigabytesAndMoreHasItsSizeModuloTwoToTheThirtyTwoAsLimit) {
+  const std::string path = directory_.write("file", "text");
+  struct {
+    int64_t size;
+    uint32_t limit;
+  } const sizes[] = {{(int64_t{1} << 32) + 5, 5}, {int64_t{3} << 30, 3u << 30}};
+  for (const auto& [size, limit] : sizes) {
+    if (truncate64(path.c_str(), size) != 0) GTEST_SKIP() << "no large files here";
+    const URL url = open(path);
+    EXPECT_EQ(url->readlimit, limit);
+    EXPECT_EQ(url_seek(url, -1, SEEK_END), size - 1);
+    EXPECT_EQ(url_tell(url), size - 1);
+  }
+}
+
+TEST_F(FileStream, WithoutMemoryFailsAndLeavesNoDescriptor) {
+  const std::string path = directory_.write("file", "text");
+  const int before = open_descriptors();
+  set_errors();
+  test::AllocationFaults faults(1);
+  const URL url = url_file_open(path.c_str());
+  faults.disarm();
+  EXPECT_EQ(url, nullptr);
+  EXPECT_ERRORS(ENOMEM, ENOMEM);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(FileStream, CloseReleasesDescriptorAndRecordAndKeepsErrno) {
+  const std::string path = directory_.write("file", "text");
+  const int before = open_descriptors();
+  test::AllocationFaults faults(0);
+  const URL url = url_file_open(path.c_str());
+  faults.disarm();
+  errno = kOtherErrno;
+  url_close(url);
+  const int error = errno;
+  EXPECT_EQ(error, kOtherErrno);
+  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_EQ(faults.outstanding(), 0);
+}
+
+TEST_F(FileStream, WithoutADescriptorClosesNone) {
+  const URL url = url_file_open(directory_.write("file", "text").c_str());
+  const int fd = file_of(url).fd;
+  file_of(url).fd = -1;
+  url_close(url);
+  EXPECT_EQ(close(fd), 0);
+}
+
+// ---- Standard input, pipes, directories ---------------------------------------------
+
+TEST_F(FileStream, NamedDashReadsStandardInputWithoutSeekOrLimit) {
+  const StandardInput input(
+      ::open(directory_.write("file", "a line\nrest").c_str(), O_RDONLY));
+  const URL url = open("-");
+  EXPECT_EQ(file_of(url).fd, 0);
+  EXPECT_EQ(url->seek, nullptr);
+  EXPECT_EQ(url->tell, nullptr);
+  EXPECT_EQ(url->readlimit, 0x7fffffffu);
+  char buf[16] = "";
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "a line\n");
+  EXPECT_EQ(url_tell(url), 7);
+  EXPECT_EQ(url_seek(url, 2, SEEK_CUR), 7);
+  EXPECT_EQ(url_fgetc(url), 's');
+}
+
+TEST_F(FileStream, CloseRewindsStandardInputInsteadOfClosingIt) {
+  const StandardInput input(::open(directory_.write("file", "text").c_str(), O_RDONLY));
+  const URL url = url_file_open("-");
+  char buf[8];
+  EXPECT_EQ(url_read(url, buf, 3), 3);
+  url_close(url);
+  EXPECT_EQ(lseek64(0, 0, SEEK_CUR), 0);
+}
+
+TEST_F(FileStream, OnDescriptorZeroIsStandardInputWhateverItsName) {
+  const std::string path = directory_.write("file", "text");
+  const StandardInput input(::open(path.c_str(), O_RDONLY));
+  close(0);
+  const URL url = url_file_open(path.c_str());
+  ASSERT_NE(url, nullptr);
+  EXPECT_EQ(file_of(url).fd, 0);
+  EXPECT_EQ(url->seek, nullptr);
+  EXPECT_EQ(url->readlimit, 0x7fffffffu);
+  url_close(url);
+  EXPECT_NE(fcntl(0, F_GETFD), -1);
+}
+
+TEST_F(FileStream, NamedDashWithTheSchemeIsAFile) {
+  EXPECT_EQ(url_file_open("file:-"), nullptr);
+  EXPECT_ERRORS(ENOENT, ENOENT);
+}
+
+TEST_F(FileStream, OverAPipeIsAsGoodAsUnlimited) {
+  const std::string path = directory_ / "pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  const int writer = ::open(path.c_str(), O_RDWR);
+  const URL url = open(path);
+  EXPECT_EQ(url->readlimit, 0xffffffffu);
+  EXPECT_NE(url->seek, nullptr);
+  ASSERT_EQ(write(writer, "one\ntwo\n", 8), 8);
+  close(writer);
+  char buf[16];
+  reset_traffic();
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "one\n");
+  EXPECT_EQ(traffic.reads, 4);
+  EXPECT_EQ(traffic.largest_read, 1u);
+  EXPECT_EQ(url_read(url, buf, 16), 4);
+  EXPECT_EQ(url_read(url, buf, 16), 0);
+  EXPECT_EQ(url_tell(url), -1);
+}
+
+TEST_F(FileStream, OverADirectoryReportsReadErrors) {
+  const URL url = open(directory_.path());
+  url_set_readlimit(url, -1);
+  char buf[8] = "....";
+  EXPECT_EQ(url_read(url, buf, 4), -1);
+  EXPECT_ERRORS(EISDIR, EISDIR);
+  set_errors();
+  EXPECT_EQ(url_fgetc(url), -1);
+  EXPECT_ERRORS(URLERR_NONE, EISDIR);
+  EXPECT_EQ(url_gets(url, buf, 4), buf);
+  EXPECT_ERRORS(URLERR_NONE, EISDIR);
+  EXPECT_STREQ(buf, "...");
+}
+
+// ---- Reading a file -----------------------------------------------------------------
+
+TEST_F(FileStream, ReadsUpToItsSizeAndThenSetsEof) {
+  const URL url = over("0123456789");
+  char buf[16] = "";
+  EXPECT_EQ(url_read(url, buf, 16), 10);
+  EXPECT_STREQ(buf, "0123456789");
+  EXPECT_EQ(url->eof, 0);
+  EXPECT_EQ(url_read(url, buf, 16), 0);
+  EXPECT_EQ(url->eof, 1);
+}
+
+TEST_F(FileStream, ReadsGoStraightToTheBuffer) {
+  const URL url = over(std::string(100000, 'x'));
+  std::vector<char> buf(100000);
+  reset_traffic();
+  EXPECT_EQ(url_read(url, buf.data(), 100000), 100000);
+  EXPECT_EQ(traffic.reads, 1);
+  EXPECT_EQ(traffic.seeks, 0);
+}
+
+TEST_F(FileStream, ReadErrorsGoToUrlErrno) {
+  const URL url = over("0123456789");
+  traffic.bad_to = 10;
+  traffic.error = EIO;
+  char buf[16];
+  EXPECT_EQ(url_read(url, buf, 16), -1);
+  EXPECT_ERRORS(EIO, EIO);
+  EXPECT_EQ(url->nread, 0u);
+}
+
+TEST_F(FileStream, FgetcGivesBytesAndLeavesErrorsToErrno) {
+  const URL url = unlimited_over(
+      "\xff"
+      "b");
+  EXPECT_EQ(url_fgetc(url), 0xff);
+  EXPECT_EQ(url_fgetc(url), 'b');
+  set_errors();
+  EXPECT_EQ(url_fgetc(url), -1);
+  EXPECT_ERRORS(URLERR_NONE, 0);
+  traffic.bad_to = 10;
+  traffic.error = EIO;
+  EXPECT_EQ(url_fgetc(url), -1);
+  EXPECT_ERRORS(URLERR_NONE, EIO);
+}
+
+TEST_F(FileStream, SeeksOnItsDescriptor) {
+  const URL url = over("0123456789");
+  char buf[16];
+  url_read(url, buf, 3);
+  EXPECT_EQ(url_seek(url, 5, SEEK_SET), 5);
+  EXPECT_EQ(url->nread, 0u);
+  EXPECT_EQ(position_of(url), 5);
+  EXPECT_EQ(url_seek(url, 2, SEEK_CUR), 7);
+  EXPECT_EQ(url_tell(url), 7);
+  EXPECT_EQ(url_fgetc(url), '7');
+  EXPECT_EQ(url_seek(url, 3, SEEK_END), 13);
+  set_errors();
+  EXPECT_EQ(url_seek(url, -1, SEEK_SET), -1);
+  EXPECT_ERRORS(URLERR_NONE, EINVAL);
+}
+
+TEST_F(FileStream, SkipsByMoving) {
+  const URL url = over("0123456789");
+  reset_traffic();
+  url_skip(url, 4);
+  EXPECT_EQ(traffic.reads, 0);
+  EXPECT_EQ(url_fgetc(url), '4');
+  url_rewind(url);
+  EXPECT_EQ(url_fgetc(url), '0');
+}
+
+// ---- Lines of a file ----------------------------------------------------------------
+
+TEST_F(FileStream, LinesEndAtCarriageReturnsAndLineFeeds) {
+  url_newline_code = 'w';  // not heeded
+  const URL url = over("one\ntwo\rthree\r\nx");
+  char buf[16];
+  for (const char* const line : {"one\n", "two\r", "three\r", "\n", "x"}) {
+    ASSERT_EQ(url_gets(url, buf, 16), buf);
+    EXPECT_STREQ(buf, line);
+    EXPECT_EQ(position_of(url), url->nread);
+  }
+  EXPECT_EQ(url_gets(url, buf, 16), nullptr);
+  EXPECT_EQ(url->eof, 0);
+  url_newline_code = 10;
+}
+
+TEST_F(FileStream, LineCutShortByTheEndKeepsAStaleByteBeforeTheTerminator) {
+  const URL url = unlimited_over("abc");
+  char buf[9] = "12345678";
+  EXPECT_EQ(url_gets(url, buf, 9), buf);
+  EXPECT_EQ(std::memcmp(buf,
+                        "abc4\0"
+                        "678",
+                        9),
+            0);
+  EXPECT_EQ(url->nread, 4u);  // the stale byte is part of the text
+  EXPECT_EQ(url_gets(url, buf, 9), nullptr);
+  EXPECT_EQ(std::memcmp(buf,
+                        "abc4\0"
+                        "678",
+                        9),
+            0);
+}
+
+TEST_F(FileStream, LineCutShortByTheReadLimitEndsProperly) {
+  const URL url = over("abc");
+  char buf[9] = "12345678";
+  EXPECT_EQ(url_gets(url, buf, 9), buf);
+  EXPECT_EQ(std::memcmp(buf,
+                        "abc\0"
+                        "5678",
+                        9),
+            0);
+}
+
+TEST_F(FileStream, LineReaderLeavesTheBufferBeyondTheLineAlone) {
+  const URL url = over("a\nbcdefgh\n");
+  char buf[9] = "12345678";
+  EXPECT_EQ(url_gets(url, buf, 9), buf);
+  EXPECT_EQ(std::memcmp(buf,
+                        "a\n\0"
+                        "45678",
+                        9),
+            0);
+}
+
+TEST_F(FileStream, LineIsCutAtTheSizeOfTheBuffer) {
+  const URL url = over("abcdef\n");
+  char buf[4];
+  EXPECT_EQ(url_gets(url, buf, 4), buf);
+  EXPECT_STREQ(buf, "abc");
+  EXPECT_EQ(position_of(url), 3);
+  EXPECT_EQ(url_gets(url, buf, 4), buf);
+  EXPECT_STREQ(buf, "def");
+  EXPECT_EQ(url_gets(url, buf, 4), buf);
+  EXPECT_STREQ(buf, "\n");
+}
+
+TEST_F(FileStream, LineReaderWithoutRoomStoresAnEmptyText) {
+  const URL url = over("abc\n");
+  for (const int32_t n : {1, 0, -1, INT32_MIN}) {
+    char buf[2] = {'x', 'y'};
+    reset_traffic();
+    EXPECT_EQ(url->gets(url, buf, n), buf);
+    EXPECT_EQ(buf[0], '\0');
+    EXPECT_EQ(buf[1], 'y');
+    EXPECT_EQ(traffic.reads, 0);
+  }
+}
+
+TEST_F(FileStream, LineReaderCountsAFailedReadAsTheByteThatWasThere) {
+  const URL url = over("abcdef\n");
+  traffic.bad_from = 2;
+  traffic.bad_to = 100;
+  traffic.error = EIO;
+  char buf[9] = "123\n5678";
+  EXPECT_EQ(url_gets(url, buf, 9), buf);
+  EXPECT_EQ(std::memcmp(buf,
+                        "ab3\n\0"
+                        "678",
+                        9),
+            0);
+  EXPECT_ERRORS(URLERR_NONE, EIO);
+  EXPECT_EQ(position_of(url), 2);
+}
+
+TEST_F(FileStream, LineReaderFailingThroughoutFillsTheBuffer) {
+  const URL url = over("abcdef\n");
+  traffic.bad_to = 100;
+  traffic.error = EIO;
+  char buf[9] = "12345678";
+  EXPECT_EQ(url_gets(url, buf, 7), buf);
+  EXPECT_EQ(std::memcmp(buf,
+                        "123456\0"
+                        "8",
+                        9),
+            0);
+}
+
+TEST_F(FileStream, LineReaderCountsAReadThatIsInterruptedToo) {
+  const URL url = over("abcdefgh\n");
+  traffic.interruptions = 2;
+  char buf[9] = "12345678";
+  EXPECT_EQ(url_gets(url, buf, 7), buf);
+  EXPECT_EQ(std::memcmp(buf,
+                        "12abcd\0"
+                        "8",
+                        9),
+            0);
+  EXPECT_ERRORS(URLERR_NONE, EINTR);
+  traffic.interruptions = 1;
+  buf[0] = '\r';
+  EXPECT_EQ(url_gets(url, buf, 7), buf);
+  EXPECT_STREQ(buf, "\r");
+  EXPECT_EQ(position_of(url), 4);
+}
+
+TEST_F(FileStream, LinesOfAFileCostTwoSystemCallsEach) {
+  constexpr int kLines = 200;
+  for (const std::size_t length : {20u, 200u, 2000u}) {
+    std::string content;
+    for (int i = 0; i < kLines; ++i) content += std::string(length - 1, 'x') + "\n";
+    const URL url = over(content);
+    struct stat64 status;
+    fstat64(file_of(url).fd, &status);
+    if (status.st_blocks == 0) GTEST_SKIP() << "files without blocks here";
+    std::vector<char> buf(4096);
+    for (int i = 0; i < kLines; ++i) {
+      if (i == 1) reset_traffic();  // the first line tells how long they are
+      ASSERT_EQ(url_gets(url, buf.data(), 4096), buf.data());
+      ASSERT_EQ(std::strlen(buf.data()), length);
+    }
+    EXPECT_EQ(traffic.reads, kLines - 1) << length;
+    EXPECT_LE(traffic.seeks, kLines) << length;
+    EXPECT_LE(traffic.largest_read, length + length / 4 + 300) << length;
+  }
+}
+
+TEST_F(FileStream, LinesOfStandardInputAreReadByteByByte) {
+  const StandardInput input(
+      ::open(directory_.write("file", "a line\nrest").c_str(), O_RDONLY));
+  const URL url = open("-");
+  char buf[16];
+  reset_traffic();
+  url_gets(url, buf, 16);
+  EXPECT_EQ(traffic.reads, 7);
+  EXPECT_EQ(traffic.largest_read, 1u);
+  EXPECT_EQ(traffic.seeks, 0);
+}
+
+TEST_F(FileStream, LinesOfWhatTheKernelMakesUpAreReadByteByByte) {
+  const URL url = open("/proc/self/stat");
+  url_set_readlimit(url, -1);  // its size cannot be had by seeking
+  char buf[4] = "";
+  reset_traffic();
+  url_gets(url, buf, 4);
+  EXPECT_EQ(traffic.reads, 3);
+  EXPECT_EQ(traffic.largest_read, 1u);
+}
+
+TEST_F(FileStream, LineReaderFollowsAChangeOfTheDescriptor) {
+  const URL url = unlimited_over("one\ntwo\n");
+  char buf[16];
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "three\nfour\n", 11), 11);
+  const int file = std::exchange(file_of(url).fd, ends[0]);
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "three\n");
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "four\n");
+  close(file);
+  close(ends[1]);
+}
+
+// ---- Against a reader of single bytes -----------------------------------------------
+
+// What the stream is to do, in its plainest form: every line byte by byte.
+class Reference {
+ public:
+  Reference(int fd, uint32_t limit) : fd_(fd), readlimit(limit) {}
+
+  int32_t read_some(char* buf, int32_t n) {
+    if (n < 1) return 0;
+    clear();
+    if (nread >= readlimit) {
+      eof = 1;
+      return 0;
+    }
+    if (nread + static_cast<uint32_t>(n) > readlimit) {
+      n = static_cast<int32_t>(readlimit - nread);
+    }
+    const auto count = static_cast<int32_t>(read(fd_, buf, static_cast<std::size_t>(n)));
+    if (count == -1) error = errno;
+    if (count > 0) nread += static_cast<uint32_t>(count);
+    return count;
+  }
+
+  bool gets(char* buf, int32_t n) {
+    if (nread >= readlimit) return false;
+    clear();
+    if (n > 0 && nread + static_cast<uint32_t>(n) > readlimit) {
+      n = static_cast<int32_t>(readlimit - nread + 1);
+    }
+    const bool some = gets_slot(buf, n);
+    if (some) nread += static_cast<uint32_t>(std::strlen(buf));
+    return some;
+  }
+
+  bool gets_slot(char* buf, int32_t n) {
+    if (n < 2) {
+      buf[0] = '\0';
+      return true;
+    }
+    for (int32_t i = 0; i < n - 1; ++i) {
+      if (read(fd_, buf + i, 1) == 0) {
+        if (i == 0) return false;
+        buf[i + 1] = '\0';
+        return true;
+      }
+      if (buf[i] == '\n' || buf[i] == '\r') {
+        buf[i + 1] = '\0';
+        return true;
+      }
+    }
+    buf[n - 1] = '\0';
+    return true;
+  }
+
+  int32_t line_byte() {
+    if (nread >= readlimit) {
+      eof = 1;
+      return -1;
+    }
+    ++nread;
+    return byte();
+  }
+
+  int32_t byte() {
+    unsigned char c;
+    return read(fd_, &c, 1) == 1 ? c : -1;
+  }
+
+  int32_t readline(char* buf, int32_t n) {
+    if (n == 1) buf[0] = '\0';
+    if (n < 2) return 0;
+    for (;;) {
+      int32_t length = 0;
+      int32_t last = -1;
+      while (length < n - 1 && (last = line_byte()) != -1) {
+        buf[length++] = static_cast<char>(last);
+        if (last == '\n' || last == '\r') break;
+      }
+      const bool ended = last == '\n' || last == '\r';
+      if (length == 0) return 0;
+      if (length == 1 && ended) continue;
+      buf[ended ? length - 1 : length] = '\0';
+      return ended ? length - 1 : length;
+    }
+  }
+
+  int32_t fgetc() {
+    if (nread >= readlimit) return -1;
+    ++nread;
+    clear();
+    return byte();
+  }
+
+  int64_t seek(int64_t offset, int32_t whence) {
+    clear();
+    nread = 0;
+    return lseek64(fd_, offset, whence);
+  }
+
+  void skip(int64_t n) {
+    if (nread >= readlimit) return;
+    n = std::min(n, int64_t{readlimit} - nread);
+    if (lseek64(fd_, n, SEEK_CUR) != -1) {
+      nread += static_cast<uint32_t>(n);
+      return;
+    }
+    char scratch[8192];
+    while (n > 0) {
+      const int32_t count =
+          read_some(scratch, static_cast<int32_t>(std::min(n, int64_t{8192})));
+      if (count <= 0) return;
+      n -= count;
+    }
+  }
+
+  void set_readlimit(int32_t limit) {
+    readlimit = limit < 0 ? 0x7fffffffu : static_cast<uint32_t>(limit);
+    nread = 0;
+  }
+
+  int64_t tell() {
+    clear();
+    return lseek64(fd_, 0, SEEK_CUR);
+  }
+
+  void clear() {
+    error = URLERR_NONE;
+    errno = 0;
+  }
+
+ private:
+  int fd_;
+
+ public:
+  uint32_t readlimit;
+  uint32_t nread = 0;
+  int32_t eof = 0;
+  int32_t error = 0;
+};
+
+using Random = std::mt19937;
+
+std::string random_content(Random& random) {
+  std::string content;
+  const std::size_t size = random() % 4 == 0 ? random() % 20 : random() % 20000;
+  const unsigned mean = 1u << random() % 13;
+  while (content.size() < size) {
+    const unsigned length = random() % 16 == 0 ? random() % 9000 : random() % (2 * mean);
+    for (unsigned i = 0; i < length; ++i) {
+      content += random() % 500 == 0 ? '\0' : static_cast<char>('A' + random() % 200);
+    }
+    content += random() % 3 == 0 ? "\r\n" : random() % 4 == 0 ? "\r" : "\n";
+  }
+  content.resize(size);
+  return content;
+}
+
+TEST_F(FileStream, AgreesWithAReaderOfSingleBytesOverRandomOperations) {
+  constexpr std::size_t kBufferSize = 10000;
+  Random random(20260102);
+  std::vector<char> ours(kBufferSize);
+  for (int round = 0; round < 250; ++round) {
+    const std::string content = random_content(random);
+    const URL url = over(content);
+    const int fd = ::open((directory_ / "file").c_str(), O_RDONLY);
+    ASSERT_EQ(url->readlimit, content.size());
+    Reference reference(fd, url->readlimit);
+    if (round % 4 == 0) {
+      traffic.error = EIO;
+      traffic.bad_from = static_cast<int64_t>(random() % (content.size() + 1));
+      traffic.bad_to = traffic.bad_from + static_cast<int64_t>(random() % 200);
+    }
+    for (int step = 0; step < 60; ++step) {
+      for (char& c : ours) c = random() % 64 == 0 ? '\n' : static_cast<char>(random());
+      std::vector<char> theirs = ours;
+      const auto size = static_cast<int32_t>(content.size());
+      const auto n = static_cast<int32_t>(random() % 8 == 0 ? random() % 5
+                                                            : random() % (kBufferSize - 2));
+      const auto offset = static_cast<int64_t>(random() % (content.size() + 20)) -
+                          (random() % 4 == 0 ? size : 0);
+      const unsigned operation = random() % 14;
+      SCOPED_TRACE(testing::Message() << "round " << round << " step " << step
+                                      << " operation " << operation << " n " << n);
+      const int interruptions = random() % 16 == 0 ? static_cast<int>(random() % 4) : 0;
+      const auto run = [&](auto&& on_url, auto&& on_reference) {
+        traffic.interruptions = interruptions;
+        set_errors();
+        const auto result = on_url();
+        const int our_errno = errno;
+        const int32_t our_error = url_errno;
+        traffic.interruptions = interruptions;
+        errno = kOtherErrno;
+        reference.error = kOtherError;
+        const auto expected = on_reference();
+        const int their_errno = errno;
+        traffic.interruptions = 0;
+        EXPECT_EQ(result, expected);
+        EXPECT_EQ(our_errno, their_errno);
+        EXPECT_EQ(our_error, reference.error);
+      };
+      char* const buf = ours.data();
+      char* const their_buf = theirs.data();
+      switch (operation) {
+        case 0:
+          run([&] { return url_read(url, buf, n); },
+              [&] { return reference.read_some(their_buf, n); });
+          break;
+        case 1:
+          run([&] { return url_fgetc(url); }, [&] { return reference.fgetc(); });
+          break;
+        case 2:
+          run([&] { return url_readline(url, buf, n); },
+              [&] { return reference.readline(their_buf, n); });
+          break;
+        case 3: {
+          const auto whence = static_cast<int32_t>(random() % 3);
+          run([&] { return url_seek(url, offset, whence); },
+              [&] { return reference.seek(offset, whence); });
+          break;
+        }
+        case 4:
+          run([&] { return url_skip(url, offset / 4), 0; },
+              [&] { return reference.skip(offset / 4), 0; });
+          break;
+        case 5: {
+          const auto limit = static_cast<int32_t>(random() % 2 == 0 ? -1 : offset);
+          run([&] { return url_set_readlimit(url, limit), 0; },
+              [&] { return reference.set_readlimit(limit), 0; });
+          break;
+        }
+        case 6:
+          run([&] { return url_tell(url); }, [&] { return reference.tell(); });
+          break;
+        case 7:
+          run([&] { return url->gets(url, buf, n) == buf; },
+              [&] { return reference.gets_slot(their_buf, n); });
+          break;
+        default:
+          run([&] { return url_gets(url, buf, n) == buf; },
+              [&] { return reference.gets(their_buf, n); });
+          break;
+      }
+      ASSERT_EQ(ours, theirs);
+      ASSERT_EQ(position_of(url), lseek64(fd, 0, SEEK_CUR));
+      ASSERT_EQ(url->nread, reference.nread);
+      ASSERT_EQ(url->eof, reference.eof);
+      ASSERT_FALSE(HasFailure());
+    }
+    close(fd);
+    close_all();
+    reset_traffic();
+  }
+}
+
+// ---- The view in memory -------------------------------------------------------------
+
+class MemoryView : public FileStream {
+ protected:
+  // A stream over bytes in memory, without limit; they must outlive it.
+  URL viewing(const std::string& bytes) {
+    const URL url = over("of the file");
+    url_set_readlimit(url, -1);
+    file_of(url).data = reinterpret_cast<const uint8_t*>(bytes.data());
+    file_of(url).size = static_cast<uint32_t>(bytes.size());
+    reset_traffic();
+    return url;
+  }
+  ~MemoryView() override { url_newline_code = 10; }
+};
+
+TEST_F(MemoryView, ReadsWithoutTheDescriptor) {
+  const std::string bytes = "0123456789";
+  const URL url = viewing(bytes);
+  char buf[16] = "";
+  EXPECT_EQ(url_read(url, buf, 4), 4);
+  EXPECT_STREQ(buf, "0123");
+  EXPECT_EQ(file_of(url).position, 4);
+  EXPECT_EQ(url_fgetc(url), '4');
+  EXPECT_EQ(url_read(url, buf, 16), 5);
+  EXPECT_EQ(url_read(url, buf, 16), 0);
+  EXPECT_EQ(url_fgetc(url), -1);
+  EXPECT_EQ(traffic.reads + traffic.seeks, 0);
+}
+
+TEST_F(MemoryView, FgetcGivesBytesAbove127) {
+  const std::string bytes = "\xff";
+  EXPECT_EQ(url_fgetc(viewing(bytes)), 0xff);
+}
+
+TEST_F(MemoryView, LinesEndWithTheNewlineCodeOnly) {
+  const std::string bytes = "a\rb\nc;d\nlast";
+  const URL url = viewing(bytes);
+  char buf[16];
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "a\rb\n");
+  url_newline_code = ';';
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "c;");
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "d\nlast");  // terminated properly
+  EXPECT_EQ(url_gets(url, buf, 16), nullptr);
+}
+
+TEST_F(MemoryView, LinesAreCutAtTheSizeOfTheBuffer) {
+  const std::string bytes = "abcd\n";
+  const URL url = viewing(bytes);
+  char buf[6] = "12345";
+  EXPECT_EQ(url_gets(url, buf, 5), buf);
+  EXPECT_STREQ(buf, "abcd");
+  EXPECT_EQ(buf[5], '\0');
+  EXPECT_EQ(file_of(url).position, 4);
+  EXPECT_EQ(url_gets(url, buf, 2), buf);
+  EXPECT_STREQ(buf, "\n");
+}
+
+TEST_F(MemoryView, LineReaderChecksTheEndBeforeTheSize) {
+  const std::string bytes = "ab";
+  const URL url = viewing(bytes);
+  char buf[2] = {'x', 'y'};
+  EXPECT_EQ(url->gets(url, buf, 0), buf);
+  EXPECT_EQ(url->gets(url, buf, -1), buf);
+  EXPECT_EQ(buf[0], 'x');
+  EXPECT_EQ(url->gets(url, buf, 1), buf);
+  EXPECT_EQ(buf[0], '\0');
+  EXPECT_EQ(buf[1], 'y');
+  EXPECT_EQ(file_of(url).position, 0);
+  file_of(url).position = 2;
+  for (const int32_t n : {-1, 0, 1, 2}) EXPECT_EQ(url->gets(url, buf, n), nullptr);
+}
+
+TEST_F(MemoryView, SeeksWithinItsBytes) {
+  const std::string bytes = "0123456789";
+  const URL url = viewing(bytes);
+  struct {
+    int64_t offset;
+    int32_t whence;
+    int64_t position;
+  } const moves[] = {
+      {4, SEEK_SET, 4},
+      {3, SEEK_CUR, 7},
+      {-2, SEEK_CUR, 5},
+      {-1, SEEK_END, 9},
+      {5, 3, 9},
+      {5, -1, 9},
+      {1, SEEK_END, 10},
+      {-11, SEEK_END, 0},
+      {11, SEEK_SET, 10},
+      {-1, SEEK_SET, 0},
+      {10, SEEK_SET, 10},
+      {0, SEEK_END, 10},
+      {INT64_MAX, SEEK_CUR, 10},
+      {INT64_MIN, SEEK_CUR, 0},
+      {INT64_MAX, SEEK_END, 10},
+  };
+  for (const auto& [offset, whence, position] : moves) {
+    EXPECT_EQ(url_seek(url, offset, whence), position) << offset << " " << whence;
+    EXPECT_EQ(url_tell(url), position);
+    EXPECT_EQ(file_of(url).position, position);
+  }
+  EXPECT_EQ(traffic.seeks, 0);
+}
+
+TEST_F(MemoryView, SeekOfAnUnknownKindStillPullsThePositionIntoTheView) {
+  const std::string bytes = "0123456789";
+  const URL url = viewing(bytes);
+  file_of(url).position = 50;
+  EXPECT_EQ(url_seek(url, 1, 9), 10);
+  file_of(url).position = -50;
+  EXPECT_EQ(url_seek(url, 1, 9), 0);
+}
+
+TEST_F(MemoryView, OutsideItsBytesIsAtItsEnd) {
+  const std::string bytes = "0123456789";
+  const URL url = viewing(bytes);
+  char buf[8];
+  for (const int64_t position : {int64_t{11}, int64_t{-1}, INT64_MAX, INT64_MIN}) {
+    file_of(url).position = position;
+    EXPECT_EQ(url_read(url, buf, 8), 0);
+    EXPECT_EQ(url_fgetc(url), -1);
+    EXPECT_EQ(url_gets(url, buf, 8), nullptr);
+    EXPECT_EQ(file_of(url).position, position);
+  }
+}
+
+TEST_F(MemoryView, CloseClosesTheDescriptorAndLeavesTheBytes) {
+  const std::string bytes = "0123456789";
+  const int before = open_descriptors();
+  viewing(bytes);
+  close_all();
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+}  // namespace
