@@ -18,6 +18,7 @@
 #include <groundwork/memory.h>
 #include <groundwork/package.h>
 #include <groundwork/str.h>
+#include <groundwork/sys.h>
 #include <groundwork/thread.h>
 
 #endif

@@ -1,0 +1,157 @@
+// Figures of the running system, read from the kernel at each call.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/sys.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/vfs.h>
+
+#include <groundwork/str.h>
+
+#include "core/check.h"
+
+namespace {
+
+constexpr char kSource[] = "g_sys";
+constexpr std::size_t kStackTouched = 65536;
+constexpr int kLineSize = 512;  // terminator included; a longer line is read in parts
+
+// While alive, cancelling the thread waits: it would leave a file open, since cancellation
+// runs no destructors. What is read here never blocks.
+class CancellationDisabled {
+ public:
+  CancellationDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_state_); }
+  ~CancellationDisabled() { pthread_setcancelstate(former_state_, nullptr); }
+  CancellationDisabled(const CancellationDisabled&) = delete;
+  CancellationDisabled& operator=(const CancellationDisabled&) = delete;
+
+ private:
+  int former_state_ = PTHREAD_CANCEL_ENABLE;
+};
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+struct FreeVector {
+  void operator()(char** vector) const { g_strfreev(vector); }
+};
+// The pieces of a line; null when memory is exhausted.
+using Pieces = std::unique_ptr<char*[], FreeVector>;
+
+// Whether the vector has a piece of this index.
+bool has_piece(const Pieces& pieces, int index) {
+  if (pieces == nullptr) return false;
+  for (int i = 0; i <= index; ++i) {
+    if (pieces[static_cast<std::size_t>(i)] == nullptr) return false;
+  }
+  return true;
+}
+
+// Reads the first line of a file for which `is_wanted(line)` holds; false when there is
+// none.
+template <typename Predicate>
+bool read_line(const char* path, char (&line)[kLineSize], Predicate is_wanted) {
+  const CancellationDisabled guard;
+  const File file(std::fopen(path, "r"));
+  if (file == nullptr) return false;
+  while (std::fgets(line, kLineSize, file.get()) != nullptr) {
+    if (is_wanted(line)) return true;
+  }
+  return false;
+}
+
+// A number as a long of 32 bits holds it: one out of range is the nearest in range.
+std::int32_t to_long32(const char* text) {
+  return static_cast<std::int32_t>(
+      std::clamp<long long>(std::strtoll(text, nullptr, 10), INT32_MIN, INT32_MAX));
+}
+
+}  // namespace
+
+extern "C" int g_sys_lock_memory(void) {
+  // On this stack, so that its pages are there to be locked; volatile, so that they are
+  // really written.
+  volatile unsigned char stack[kStackTouched];
+  for (volatile unsigned char& byte : stack) byte = 1;
+  return mlockall(MCL_CURRENT | MCL_FUTURE);
+}
+
+extern "C" int g_sys_unlock_memory(void) {
+  return munlockall();
+}
+
+extern "C" int g_sys_get_filesystem_usage(const char* path, uint32_t* total_kb,
+                                          uint32_t* avail_kb) {
+  CHECK_ARG(path, -1);
+  struct statfs status;
+  if (statfs(path, &status) != 0) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "%s - %s", std::strerror(errno), path);
+    return -1;
+  }
+  // Kept: callers take a full filesystem for a failed call.
+  if (status.f_blocks == 0 || status.f_bsize <= 0 || status.f_bavail == 0) return -1;
+
+  const auto block_size = static_cast<std::uint64_t>(status.f_bsize);
+  const auto kibibytes = [block_size](std::uint64_t blocks) {
+    return static_cast<std::uint32_t>((blocks * block_size) >> 10);
+  };
+  if (total_kb != nullptr) *total_kb = kibibytes(status.f_blocks);
+  if (avail_kb != nullptr) *avail_kb = kibibytes(status.f_bavail);
+  return 0;
+}
+
+extern "C" int g_sys_cpu_load(int cpu) {
+  char key[sizeof "cpu-2147483648"];
+  std::snprintf(key, sizeof key, "cpu%d", cpu);
+  char line[kLineSize];
+  // Kept: the key may stand anywhere, so "cpu1" also finds "cpu10" where it comes first.
+  const auto has_key = [&key](const char* text) {
+    return std::strstr(text, key) != nullptr;
+  };
+  if (!read_line("/proc/stat", line, has_key)) return -1;
+  const Pieces fields(g_strsplit(g_strchomp(g_strchug(line)), " ", 0));
+  if (!has_piece(fields, 4)) return -1;
+
+  // Kept: the sum is taken in 32 bits and wraps, the idle time alone is read in 64.
+  const std::uint64_t idle = std::strtoull(fields[4], nullptr, 10);
+  std::uint32_t sum = 0;  // of user, nice, system and idle
+  for (std::size_t field = 1; field <= 4; ++field) {
+    sum += static_cast<std::uint32_t>(to_long32(fields[field]));
+  }
+  if (sum == 0) return -1;
+  // The signed sum, widened to the unsigned 64 bits that the division is done in.
+  const auto total =
+      static_cast<std::uint64_t>(std::int64_t{static_cast<std::int32_t>(sum)});
+  return static_cast<int>(100 - idle * 100 / total);
+}
+
+extern "C" int g_sys_mem_use(void) {
+  char line[kLineSize];
+  // The second line has the figures in the older form of the file.
+  int number = 0;
+  const auto is_second = [&number](const char*) { return ++number == 2; };
+  if (!read_line("/proc/meminfo", line, is_second)) return -1;
+  const Pieces pieces(g_strsplit(line, ":", 0));
+  if (!has_piece(pieces, 1)) return -1;
+
+  char* rest = nullptr;
+  const std::uint64_t total = std::strtoull(pieces[1], &rest, 10);
+  const std::uint64_t used = std::strtoull(rest, nullptr, 10);
+  if (total == 0) return -1;
+  // Kept: the share that is not used, whatever the name says. The newer form of the file
+  // has one number only, which gives 100.
+  return static_cast<int>((total - used) * 100 / total);
+}
