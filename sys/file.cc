@@ -7,6 +7,7 @@
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/file.h>
+#include <groundwork/str.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -159,15 +160,9 @@ extern "C" int g_file_exist(const char* filename) {
 extern "C" char* g_file_exist_path(const char* dir, const char* filename) {
   CHECK_ARG(filename != NULL, nullptr);
   const bool joins = dir != nullptr && filename[0] != '/';
-  const std::size_t dir_length = joins ? std::strlen(dir) + 1 : 0;  // with the slash
-  const std::size_t name_size = std::strlen(filename) + 1;
-  Owned<char> path(static_cast<char*>(std::malloc(dir_length + name_size)));
+  Owned<char> path(joins ? g_strdup_printf("%s%s%s", dir, "/", filename)
+                         : g_strdup(filename));
   if (path == nullptr) return nullptr;
-  if (joins) {
-    std::memcpy(path.get(), dir, dir_length - 1);
-    path.get()[dir_length - 1] = '/';
-  }
-  std::memcpy(path.get() + dir_length, filename, name_size);
   return g_file_exist(path.get()) ? path.release() : nullptr;
 }
 

@@ -1,5 +1,10 @@
+groundwork_test(sys/directory_test TIMEOUT 600)
 groundwork_test(sys/file_test)
 groundwork_test(sys/file_lock_test)
 groundwork_test(sys/file_map_test)
 groundwork_test(sys/file_utilities_test)
 groundwork_test(sys/system_test)
+groundwork_test(sys/scandir_test)
+groundwork_test(sys/scandir_time64_test)
+target_compile_definitions(sys_scandir_time64_test PRIVATE
+  _FILE_OFFSET_BITS=64 _TIME_BITS=64)

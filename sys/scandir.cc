@@ -1,0 +1,93 @@
+// The walk of g_scandir(). Its two messages go to standard output, not to the log: they
+// belong to the trace that programs print there.
+//
+// SPDX-License-Identifier: MIT
+
+#include "sys/scandir.h"
+
+#include <cstdio>
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include "sys/tree_walk.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr auto kNotOpened = TreeWalk::Entered::kNotOpened;
+
+struct Visitor {
+  VisitFile visit;
+  void* context;
+  unsigned sum;  // wraps like the int that it becomes
+};
+
+FileTime time_of(const struct timespec& time) {
+  return {time.tv_sec, static_cast<std::int32_t>(time.tv_nsec)};
+}
+
+FileStatus status_of(const struct stat& status) {
+  return {
+      .device = status.st_dev,
+      .inode = status.st_ino,
+      .links = status.st_nlink,
+      .mode = status.st_mode,
+      .user = status.st_uid,
+      .group = status.st_gid,
+      .special_device = status.st_rdev,
+      .size = status.st_size,
+      .block_size = status.st_blksize,
+      .blocks = status.st_blocks,
+      .accessed = time_of(status.st_atim),
+      .modified = time_of(status.st_mtim),
+      .changed = time_of(status.st_ctim),
+  };
+}
+
+void report_unopened(const char* path) {
+  std::printf("g_dir:%d opendir('%s') fail\n", __LINE__, path);
+}
+
+// Visits an entry of the directory that the walk is in, or goes down into it.
+void visit_entry(TreeWalk& walk, const char* name, Visitor& visitor) {
+  struct stat status;
+  // A name that was cut is another file's.
+  if (!walk.set_entry(name, !walk.ends_with_slash()) || stat(walk.path(), &status) != 0) {
+    std::printf("g_dir:%d stat('%s') fail\n", __LINE__, walk.path());
+  } else if (!S_ISDIR(status.st_mode)) {
+    const int result = visitor.visit(walk.path(), status_of(status), visitor.context);
+    // Kept: only files directly in the top directory count.
+    if (walk.at_top()) visitor.sum += static_cast<unsigned>(result);
+  } else if (!walk.set_entry(name, true) || walk.enter(walk.path()) == kNotOpened) {
+    report_unopened(walk.path());
+  }
+}
+
+[[gnu::noinline]] void visit_tree(TreeWalk& walk, const char* path, Visitor& visitor) {
+  switch (walk.enter(path)) {
+    case kNotOpened:
+      report_unopened(path);
+      return;
+    case TreeWalk::Entered::kNoMemory:
+      return;
+    case TreeWalk::Entered::kYes:
+      break;
+  }
+  do {
+    while (const char* const name = walk.next_name()) visit_entry(walk, name, visitor);
+  } while (walk.leave());
+}
+
+}  // namespace
+
+int groundwork::walk_files(const char* path, VisitFile visit, void* context) {
+  TreeWalk walk;
+  Visitor visitor{visit, context, 0};
+  pthread_cleanup_push(TreeWalk::abandon,
+                       &walk);  // the function visited may end the thread
+  visit_tree(walk, path, visitor);
+  pthread_cleanup_pop(0);
+  return static_cast<int>(visitor.sum);
+}

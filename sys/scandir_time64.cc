@@ -1,0 +1,12 @@
+// g_scandir() for applications with 64-bit times.
+//
+// SPDX-License-Identifier: MIT
+
+#include "sys/scandir_layout.h"
+
+#if !(defined(__USE_TIME_BITS64) && __TIMESIZE == 32)
+// One layout serves all: both symbols are this function, so that the list of exported
+// symbols is the same everywhere.
+extern "C" G_API int g_scandir_time64(const char* path, GScandirFunc func, void* data)
+    __attribute__((alias("g_scandir")));
+#endif
