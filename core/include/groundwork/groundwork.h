@@ -14,6 +14,7 @@
 #include <groundwork/file.h>
 #include <groundwork/file_map.h>
 #include <groundwork/hash.h>
+#include <groundwork/crypt.h>
 #include <groundwork/list.h>
 #include <groundwork/log.h>
 #include <groundwork/memory.h>
