@@ -1,0 +1,249 @@
+// The configuration interface: checks, locking, conversion. Nothing is logged and no user
+// code runs while a conf's mutex is held.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/conf.h>
+#include <groundwork/file.h>
+#include <groundwork/package.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include <pthread.h>
+
+#include "conf/callbacks.h"
+#include "conf/file_text.h"
+#include "conf/model.h"
+#include "conf/name.h"
+#include "core/check.h"
+#include "thread/mutex_lock.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr auto relaxed = std::memory_order_relaxed;
+
+// The flag is set after the mutex was released, by any thread that writes.
+void set_dirty(GConf* conf, int dirty) {
+  std::atomic_ref(conf->dirty).store(dirty, relaxed);
+}
+
+bool is_dirty(GConf* conf) {
+  return std::atomic_ref(conf->dirty).load(relaxed) != 0;
+}
+
+// The paths of the default file. Kept: each is made from the package name of the moment it
+// is first needed, and a later name does not change it.
+constexpr std::size_t kDefaultPathSize = sizeof g_package_name + sizeof "/etc/.conf";
+char local_path[kDefaultPathSize];
+char system_path[kDefaultPathSize];
+pthread_once_t local_path_made = PTHREAD_ONCE_INIT;
+pthread_once_t system_path_made = PTHREAD_ONCE_INIT;
+
+const char* default_local_path() {
+  pthread_once(&local_path_made, [] {
+    std::snprintf(local_path, sizeof local_path, "./%s.conf", g_package_name);
+  });
+  return local_path;
+}
+
+const char* default_system_path() {
+  pthread_once(&system_path_made, [] {
+    std::snprintf(system_path, sizeof system_path, "/etc/%s.conf", g_package_name);
+  });
+  return system_path;
+}
+
+GConf* open_named(const char* filename) {
+  if (g_file_exist(filename) != 0) return load_conf(filename);
+  // Kept: "confing" is how log readers know this line.
+  g_log(G_LOG_MESSAGE, kSource, __LINE__, "create new confing file - '%s'", filename);
+  return new_conf(filename);
+}
+
+// `path` gets the path that was tried last.
+GConf* open_default(const char** path) {
+  *path = default_local_path();
+  if (g_file_exist(*path) != 0) {
+    if (GConf* const conf = load_conf(*path); conf != nullptr) return conf;
+  }
+  *path = default_system_path();
+  return load_conf(*path);
+}
+
+// The stored value, null when there is none or it is empty. The mutex must be held.
+const char* find_value(const GConf* conf, const char* section, const char* key) {
+  const GConfSection* const found = find_section(conf, section);
+  if (found == nullptr) return nullptr;
+  const GConfEntry* const entry = find_entry(found, key);
+  return entry != nullptr && entry->value[0] != '\0' ? entry->value : nullptr;
+}
+
+// The stored value converted, under the mutex: another thread may replace it afterwards.
+template <typename T, typename Convert>
+T read_as(const GConf* conf, const char* section, const char* key, T def, Convert convert) {
+  CHECK_ARG(section != NULL, def);
+  CHECK_ARG(key != NULL, def);
+  // A null conf alone is no mistake: a program without its file runs on its defaults.
+  if (conf == nullptr) return def;
+  const MutexLock lock(conf->mutex);
+  const char* const value = find_value(conf, section, key);
+  return value != nullptr ? convert(value) : def;
+}
+
+}  // namespace
+
+extern "C" GConfSection* g_find_section(GConf* conf, const char* name) {
+  return find_section(conf, name);
+}
+
+extern "C" GConfEntry* g_find_line(GConfSection* section, const char* key) {
+  return find_entry(section, key);
+}
+
+extern "C" GConf* g_conf_open(const char* filename) {
+  const char* path = filename;
+  GConf* const conf = filename != nullptr ? open_named(filename) : open_default(&path);
+  if (conf == nullptr) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't load config file '%s'.", path);
+    return nullptr;
+  }
+  g_log(G_LOG_DEBUG, kSource, __LINE__, "g_conf's file name = %s", conf->filename);
+  return conf;
+}
+
+extern "C" int g_conf_close(GConf* conf) {
+  CHECK_ARG(conf != NULL, -1);
+  if (is_dirty(conf)) write_conf(conf);
+  free_conf(conf);
+  return 0;
+}
+
+extern "C" void g_conf_sync(GConf* conf) {
+  CHECK_ARG(conf != NULL);
+  if (!is_dirty(conf)) return;
+  write_conf(conf);
+  // Kept: a failed write is not tried again before the next change.
+  set_dirty(conf, 0);
+}
+
+extern "C" const char* g_conf_read_string(GConf* conf, const char* section, const char* key,
+                                          const char* def) {
+  return read_as(conf, section, key, def, [](const char* value) { return value; });
+}
+
+extern "C" int g_conf_read_int(GConf* conf, const char* section, const char* key, int def) {
+  return read_as(conf, section, key, def, [](const char* value) {
+    // The limits of 32 bits also where a long is wider.
+    return static_cast<int>(
+        std::clamp<long>(std::strtol(value, nullptr, 10), INT32_MIN, INT32_MAX));
+  });
+}
+
+extern "C" int g_conf_read_boolean(GConf* conf, const char* section, const char* key,
+                                   int def) {
+  // Kept: one word is true, all others are false.
+  return read_as(conf, section, key, def,
+                 [](const char* value) { return same_name(value, "TRUE") ? 1 : 0; });
+}
+
+extern "C" float g_conf_read_float(GConf* conf, const char* section, const char* key,
+                                   float def) {
+  return read_as(conf, section, key, def, [](const char* value) {
+    return static_cast<float>(std::strtod(value, nullptr));
+  });
+}
+
+extern "C" double g_conf_read_double(GConf* conf, const char* section, const char* key,
+                                     double def) {
+  return read_as(conf, section, key, def,
+                 [](const char* value) { return std::strtod(value, nullptr); });
+}
+
+extern "C" void g_conf_write_string(GConf* conf, const char* section, const char* key,
+                                    const char* value) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  CHECK_ARG(key != NULL);
+  CHECK_ARG(value != NULL);
+  char* former = nullptr;
+  Stored stored;
+  {
+    const MutexLock lock(conf->mutex);
+    stored = store(conf, section, key, value, &former);
+  }
+  if (stored == Stored::kSame) return;
+  if (stored == Stored::kNoMemory) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't store '%s'->'%s'.", section, key);
+    return;
+  }
+  set_dirty(conf, 1);
+  // The former text goes last: `value` may be a piece of it.
+  run_callbacks(conf, {section, key, value}, former);
+}
+
+extern "C" void g_conf_write_int(GConf* conf, const char* section, const char* key,
+                                 int value) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  CHECK_ARG(key != NULL);
+  char text[sizeof "-2147483648"];
+  *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
+  g_conf_write_string(conf, section, key, text);
+}
+
+extern "C" void g_conf_write_boolean(GConf* conf, const char* section, const char* key,
+                                     int value) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  CHECK_ARG(key != NULL);
+  g_conf_write_string(conf, section, key, value != 0 ? "TRUE" : "FALSE");
+}
+
+extern "C" void g_conf_write_float(GConf* conf, const char* section, const char* key,
+                                   float value) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  CHECK_ARG(key != NULL);
+  g_conf_write_double(conf, section, key, static_cast<double>(value));
+}
+
+extern "C" void g_conf_write_double(GConf* conf, const char* section, const char* key,
+                                    double value) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  CHECK_ARG(key != NULL);
+  // Sign, six digits, a decimal point as long as a locale may have it, exponent.
+  char text[16 + MB_LEN_MAX];
+  std::snprintf(text, sizeof text, "%g", value);
+  g_conf_write_string(conf, section, key, text);
+}
+
+extern "C" void g_conf_remove_key(GConf* conf, const char* section, const char* key) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  CHECK_ARG(key != NULL);
+  const MutexLock lock(conf->mutex);
+  GConfSection* const found = find_section(conf, section);
+  GConfEntry* const entry = found != nullptr ? find_entry(found, key) : nullptr;
+  if (entry == nullptr) return;
+  remove_entry(found, entry);
+  set_dirty(conf, 1);
+}
+
+extern "C" void g_conf_remove_section(GConf* conf, const char* section) {
+  CHECK_ARG(conf != NULL);
+  CHECK_ARG(section != NULL);
+  const MutexLock lock(conf->mutex);
+  GConfSection* const found = find_section(conf, section);
+  if (found == nullptr) return;
+  remove_section(conf, found);
+  set_dirty(conf, 1);
+}

@@ -1,0 +1,162 @@
+// The table: open addressing with linear probing. A removal moves later records of the run
+// back, so no markers are left and a miss stays as short as it was.
+//
+// SPDX-License-Identifier: MIT
+
+#include "conf/name_index.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "conf/name.h"
+
+using namespace groundwork;
+
+namespace {
+
+const char* name_of(const void* record) {
+  return *static_cast<const char* const*>(record);
+}
+
+GList*& node_of(void* record) {
+  return *reinterpret_cast<GList**>(static_cast<char*>(record) + kNodeOffset);
+}
+
+void* walk(const GList* list, std::string_view name) {
+  for (; list != nullptr; list = list->next) {
+    if (same_name(name_of(list->data), name)) return list->data;
+  }
+  return nullptr;
+}
+
+// Whether a table of that capacity is as full as it may get.
+bool is_full(std::uint32_t count, std::uint32_t capacity) {
+  return count > capacity / 4 * 3;
+}
+
+}  // namespace
+
+void* NameIndex::find(const NameIndex* index, GList* list, std::string_view name) {
+  if (index == nullptr || index->slots_ == nullptr || index->head_ != list) {
+    return walk(list, name);
+  }
+  const std::uint32_t hash = hash_name(name);
+  for (std::uint32_t at = hash & index->mask_;; at = (at + 1) & index->mask_) {
+    const Slot& slot = index->slots_[at];
+    if (slot.record == nullptr) break;
+    // The name is compared even so: two names may share a hash.
+    if (slot.hash == hash && same_name(name_of(slot.record), name)) return slot.record;
+  }
+  return index->in_step(list) ? nullptr : walk(list, name);
+}
+
+bool NameIndex::in_step(const GList* list) const {
+  return slots_ != nullptr && head_ == list && tail_->next == nullptr;
+}
+
+bool NameIndex::is_ours(const void* record) const {
+  return name_of(record) == static_cast<const char*>(record) + record_size_;
+}
+
+void NameIndex::renew(GList* list) {
+  if (in_step(list)) return;
+  clear();
+  for (GList* node = list; node != nullptr; node = node->next) {
+    tail_ = node;
+    ++count_;
+  }
+  if (count_ > kWalked) build(list);
+}
+
+void NameIndex::append(GList*& list, GList* node) {
+  node->prev = tail_;
+  (tail_ != nullptr ? tail_->next : list) = node;
+  tail_ = node;
+  node_of(node->data) = node;
+  ++count_;
+  if (slots_ == nullptr) {
+    if (count_ > kWalked) build(list);
+    return;
+  }
+  if (is_full(count_, mask_ + 1) && !resize((mask_ + 1) * 2)) {
+    std::free(std::exchange(slots_, nullptr));
+    return;
+  }
+  insert(hash_name(name_of(node->data)), node->data);
+}
+
+void NameIndex::remove(GList*& list, void* record) {
+  GList* node;
+  if (slots_ != nullptr) {
+    erase(hash_name(name_of(record)), record);
+    node = node_of(record);
+  } else {
+    node = g_list_find(list, record);
+  }
+  if (node == tail_) tail_ = node->prev;
+  --count_;
+  list = g_list_delete_link(list, node);
+  head_ = list;
+  if (list == nullptr) clear();
+}
+
+void NameIndex::clear() {
+  std::free(slots_);
+  slots_ = nullptr;
+  head_ = nullptr;
+  tail_ = nullptr;
+  count_ = 0;
+}
+
+// Makes the table of a list, whose number of records is known. None is made for a list with
+// a program's own records, which have no room for their node.
+void NameIndex::build(GList* list) {
+  std::uint32_t capacity = 4 * kWalked;
+  while (capacity / 2 < count_) capacity *= 2;
+  if (!resize(capacity)) return;
+  head_ = list;
+  for (; list != nullptr; list = list->next) {
+    if (!is_ours(list->data)) {
+      std::free(std::exchange(slots_, nullptr));
+      return;
+    }
+    node_of(list->data) = list;
+    insert(hash_name(name_of(list->data)), list->data);
+  }
+}
+
+// Moves the table, if there is one, to one of that capacity. False when memory is
+// exhausted.
+bool NameIndex::resize(std::uint32_t capacity) {
+  auto* const fresh = static_cast<Slot*>(std::calloc(capacity, sizeof(Slot)));
+  if (fresh == nullptr) return false;
+  Slot* const old = std::exchange(slots_, fresh);
+  const std::uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
+  mask_ = capacity - 1;
+  for (std::uint32_t at = 0; at < old_capacity; ++at) {
+    if (old[at].record != nullptr) insert(old[at].hash, old[at].record);
+  }
+  std::free(old);
+  return true;
+}
+
+void NameIndex::insert(std::uint32_t hash, void* record) {
+  std::uint32_t at = hash & mask_;
+  while (slots_[at].record != nullptr) at = (at + 1) & mask_;
+  slots_[at] = {hash, record};
+}
+
+void NameIndex::erase(std::uint32_t hash, const void* record) {
+  std::uint32_t hole = hash & mask_;
+  while (slots_[hole].record != record) {
+    if (slots_[hole].record == nullptr) return;
+    hole = (hole + 1) & mask_;
+  }
+  for (std::uint32_t at = (hole + 1) & mask_; slots_[at].record != nullptr;
+       at = (at + 1) & mask_) {
+    // A record may not move before its home slot: the hole must lie on its way from there.
+    const std::uint32_t way = (at - slots_[at].hash) & mask_;
+    if (way >= ((at - hole) & mask_)) slots_[std::exchange(hole, at)] = slots_[at];
+  }
+  slots_[hole].record = nullptr;
+}

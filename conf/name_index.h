@@ -1,0 +1,86 @@
+// Finds records by name in a public list, in a time that does not grow with the list.
+//
+// The lists of a conf are plain GLists that programs read. Beside each the library keeps a
+// NameIndex, hidden behind the record that owns the list: for a short list it is empty and
+// look-ups walk; for a longer one it is a table from hashed name to record.
+//
+//   hit      one probe of the table and one comparison
+//   miss     one probe; believed when the list still begins and ends where the index knows
+//   append   through the remembered last node, amortised growth of the table
+//   removal  through the record's own note of its node
+//
+// What a look-up answers does not hang on the index being in step: a list that was
+// reordered, or got records of the program's own at an end, begins or ends elsewhere, and
+// is walked until the next change made through the library, which starts the index anew.
+// Nor does it hang on memory: a table that cannot be had is done without. Look-ups change
+// nothing, so that any number of threads may look up at once.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_CONF_NAME_INDEX_H
+#define GROUNDWORK_CONF_NAME_INDEX_H
+
+#include <groundwork/list.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace groundwork {
+
+// A record, public part first, begins with the pointer to its name. Records made by the
+// library note their node after the two public fields, and their name stands directly
+// behind the whole record, in the same block: that is how they are told from a program's
+// own records, of which nothing beyond the public fields may be read.
+constexpr std::size_t kNodeOffset = 2 * sizeof(void*);
+
+class NameIndex {
+ public:
+  // `record_size`: of the whole record that the library makes for this list.
+  explicit constexpr NameIndex(std::size_t record_size)
+      : record_size_(static_cast<std::uint32_t>(record_size)) {}
+
+  // The first record of that name, or null. Walks when `index` is null.
+  static void* find(const NameIndex* index, GList* list, std::string_view name);
+
+  // To be called before append() and remove(), unless nobody else has seen the list: brings
+  // the index in step with it.
+  void renew(GList* list);
+
+  // Links a node that holds a record of the library's own, with a name that is not yet in
+  // the list, at the end.
+  void append(GList*& list, GList* node);
+
+  // Unlinks a record and frees its node.
+  void remove(GList*& list, void* record);
+
+  // Gives the table back. The index is then that of an empty list.
+  void clear();
+
+ private:
+  struct Slot {
+    std::uint32_t hash;
+    void* record;  // null in an empty slot, of which there always is one
+  };
+
+  // Longer lists get a table. Sections of this size are the usual ones, and a walk along
+  // neighbouring blocks costs no more than a probe.
+  static constexpr std::uint32_t kWalked = 16;
+
+  bool in_step(const GList* list) const;
+  bool is_ours(const void* record) const;
+  void build(GList* list);
+  bool resize(std::uint32_t capacity);
+  void insert(std::uint32_t hash, void* record);
+  void erase(std::uint32_t hash, const void* record);
+
+  Slot* slots_ = nullptr;   // null: the list is walked
+  std::uint32_t mask_ = 0;  // capacity - 1; the capacity is a power of two
+  std::uint32_t count_ = 0;
+  GList* head_ = nullptr;  // of the list that the table describes
+  GList* tail_ = nullptr;
+  std::uint32_t record_size_;
+};
+
+}  // namespace groundwork
+
+#endif

@@ -1,0 +1,311 @@
+// The public records and lists: what programs see in them, and what becomes of look-ups
+// when a program has been at a list itself.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/list.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "conf/conf_support.h"
+#include "support/allocation_faults.h"
+
+using namespace test;
+
+namespace {
+
+static_assert(offsetof(GConfEntry, key) == 0 &&
+              offsetof(GConfEntry, value) == sizeof(void*));
+static_assert(offsetof(GConfSection, name) == 0 &&
+              offsetof(GConfSection, entries) == sizeof(void*));
+static_assert(offsetof(GConf, filename) == 0 &&
+              offsetof(GConf, sections) == sizeof(void*) &&
+              offsetof(GConf, dirty) == 2 * sizeof(void*) &&
+              offsetof(GConf, mutex) == 3 * sizeof(void*) &&
+              offsetof(GConf, callbacks) == 4 * sizeof(void*));
+
+// Shorter than what is walked, and longer.
+constexpr int kSizes[] = {1, 5, 16, 17, 18, 24, 48, 49, 100, 1000};
+
+std::string key_name(int number) {
+  return "Key" + std::to_string(number);
+}
+
+// One section of that many keys, "Key<n>=<n>".
+std::string text_of(int keys) {
+  std::string text = "[S]\n";
+  for (int key = 0; key < keys; ++key) {
+    text += key_name(key) + "=" + std::to_string(key) + "\n";
+  }
+  return text;
+}
+
+class ConfLists : public testing::TestWithParam<int> {
+ protected:
+  GConfSection* section() { return static_cast<GConfSection*>(conf_->sections->data); }
+  int read(int key) { return g_conf_read_int(conf_.get(), "s", key_name(key).c_str(), -1); }
+  void expect_all_found() {
+    for (int key = 0; key < GetParam(); ++key) {
+      GConfEntry* const entry =
+          g_find_line(section(), ("kEY" + std::to_string(key)).c_str());
+      ASSERT_NE(entry, nullptr) << key;
+      ASSERT_EQ(entry->key, key_name(key));
+    }
+    EXPECT_EQ(g_find_line(section(), "key"), nullptr);
+    EXPECT_EQ(g_find_line(section(), ("key" + std::to_string(GetParam())).c_str()),
+              nullptr);
+  }
+
+  ConfFile file_{text_of(GetParam())};
+  Conf conf_ = file_.open();
+};
+
+INSTANTIATE_TEST_SUITE_P(Sizes, ConfLists, testing::ValuesIn(kSizes));
+
+TEST_P(ConfLists, EveryKeyIsFoundIgnoringCaseAndNoOther) {
+  expect_all_found();
+}
+
+TEST_P(ConfLists, NodesAndRecordsStayWhereTheyAreThroughChanges) {
+  std::vector<const void*> before;
+  for (const GList* node = section()->entries; node != nullptr; node = node->next) {
+    before.push_back(node);
+    before.push_back(node->data);
+  }
+  for (int key = 0; key < GetParam(); ++key) {
+    g_conf_write_int(conf_.get(), "s", key_name(key).c_str(), key + 1);
+  }
+  for (int key = 0; key < 100; ++key) {
+    g_conf_write_int(conf_.get(), "s", ("more" + std::to_string(key)).c_str(), key);
+  }
+  std::size_t at = 0;
+  for (const GList* node = section()->entries; at < before.size(); node = node->next) {
+    EXPECT_EQ(node, before[at++]);
+    EXPECT_EQ(node->data, before[at++]);
+  }
+}
+
+TEST_P(ConfLists, RemovingFromEitherEndAndTheMiddleKeepsOrderAndLookUps) {
+  Keys expected = keys_of(section());
+  for (int turn = 0; !expected.empty(); ++turn) {
+    const std::size_t at = turn % 3 == 0   ? 0
+                           : turn % 3 == 1 ? expected.size() - 1
+                                           : expected.size() / 2;
+    const std::string key = expected[at].first;
+    g_conf_remove_key(conf_.get(), "s", key.c_str());
+    expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(at));
+    ASSERT_EQ(keys_of(section()), expected);
+    ASSERT_EQ(g_find_line(section(), key.c_str()), nullptr);
+    for (const auto& [left, value] : expected) {
+      ASSERT_NE(g_find_line(section(), left.c_str()), nullptr) << left;
+      if (expected.size() > 50) break;
+    }
+  }
+  g_conf_write_int(conf_.get(), "s", "again", 1);
+  EXPECT_EQ(keys_of(section()), (Keys{{"again", "1"}}));
+}
+
+TEST_P(ConfLists, AReversedListIsSearchedAsItIs) {
+  section()->entries = g_list_reverse(section()->entries);
+  expect_all_found();
+  g_conf_write_int(conf_.get(), "s", "new", 1);
+  EXPECT_EQ(keys_of(section()).back().first, "new");
+  EXPECT_EQ(keys_of(section()).front().first, key_name(GetParam() - 1));
+  expect_all_found();
+  g_conf_remove_key(conf_.get(), "s", key_name(0).c_str());
+  EXPECT_EQ(g_find_line(section(), key_name(0).c_str()), nullptr);
+  EXPECT_EQ(keys_of(section()).size(), static_cast<std::size_t>(GetParam()));
+}
+
+TEST_P(ConfLists, ANodeTakenOffTheFrontIsNotFound) {
+  GList* const first = section()->entries;
+  section()->entries = g_list_remove_link(first, first);
+  EXPECT_EQ(read(0), -1);
+  if (GetParam() > 1) {
+    EXPECT_EQ(read(1), 1);
+  }
+  // Given back, it is found again.
+  section()->entries = g_list_append(section()->entries, first->data);
+  std::free(first);
+  EXPECT_EQ(read(0), 0);
+  g_conf_write_int(conf_.get(), "s", "new", 1);
+  g_conf_remove_key(conf_.get(), "s", key_name(0).c_str());
+  EXPECT_EQ(read(0), -1);
+  EXPECT_EQ(keys_of(section()).back().first, "new");
+}
+
+TEST_P(ConfLists, AnEmptiedListIsEmpty) {
+  GList* const entries = section()->entries;
+  section()->entries = nullptr;
+  EXPECT_EQ(read(0), -1);
+  g_conf_remove_key(conf_.get(), "s", key_name(0).c_str());
+  EXPECT_EQ(conf_->dirty, 0);
+  section()->entries = entries;
+  expect_all_found();
+}
+
+TEST_P(ConfLists, ACopiedListServesAsWell) {
+  GList* const former = section()->entries;
+  section()->entries = g_list_copy(former);
+  g_list_free(former);
+  expect_all_found();
+  for (int key = 0; key < GetParam(); ++key) {
+    g_conf_remove_key(conf_.get(), "s", key_name(key).c_str());
+  }
+  EXPECT_EQ(section()->entries, nullptr);
+}
+
+GConfEntry* own_entry(const char* key, const char* value) {
+  auto* const entry = static_cast<GConfEntry*>(std::malloc(sizeof(GConfEntry)));
+  *entry = {strdup(key), strdup(value)};
+  return entry;
+}
+
+TEST_P(ConfLists, RecordsOfTheProgramsOwnAreFoundChangedRemovedAndFreed) {
+  section()->entries = g_list_append(section()->entries, own_entry("Own", "1"));
+  section()->entries = g_list_prepend(section()->entries, own_entry("first", "2"));
+  EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "own", -1), 1);
+  EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "FIRST", -1), 2);
+  EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "none", -1), -1);
+  g_conf_write_int(conf_.get(), "s", "own", 3);
+  g_conf_write_int(conf_.get(), "s", "new", 4);
+  EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "own", -1), 3);
+  expect_all_found();
+  g_conf_remove_key(conf_.get(), "s", "first");
+  EXPECT_EQ(keys_of(section()).front().first, key_name(0));
+  expect_all_found();
+  g_conf_sync(conf_.get());
+  EXPECT_EQ(file_.text(), text_of(GetParam()) + "Own=3\nnew=4\n\n");
+}
+
+TEST_P(ConfLists, SectionsAreFoundAsKeysAre) {
+  std::string text;
+  for (int section = 0; section < GetParam(); ++section)
+    text += "[" + key_name(section) + "]\n";
+  const ConfFile file(text);
+  const Conf conf = file.open();
+  for (int section = 0; section < GetParam(); ++section) {
+    GConfSection* const found =
+        g_find_section(conf.get(), ("kEY" + std::to_string(section)).c_str());
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->name, key_name(section));
+  }
+  EXPECT_EQ(g_find_section(conf.get(), "key"), nullptr);
+
+  conf->sections = g_list_reverse(conf->sections);
+  EXPECT_NE(g_find_section(conf.get(), "key0"), nullptr);
+  EXPECT_EQ(g_find_section(conf.get(), "none"), nullptr);
+  auto* const own = static_cast<GConfSection*>(std::malloc(sizeof(GConfSection)));
+  *own = {strdup("Own"), nullptr};
+  conf->sections = g_list_append(conf->sections, own);
+  EXPECT_EQ(g_find_section(conf.get(), "OWN"), own);
+  for (int key = 0; key < 40; ++key) {
+    g_conf_write_int(conf.get(), "own", std::to_string(key).c_str(), key);
+  }
+  g_conf_remove_key(conf.get(), "own", "7");
+  EXPECT_EQ(g_list_length(own->entries), 39u);
+  EXPECT_EQ(g_conf_read_int(conf.get(), "own", "39", -1), 39);
+  EXPECT_EQ(g_conf_read_int(conf.get(), "own", "7", -1), -1);
+  g_conf_remove_section(conf.get(), "key0");
+  EXPECT_EQ(g_find_section(conf.get(), "key0"), nullptr);
+  g_conf_write_int(conf.get(), "last", "k", 1);
+  EXPECT_EQ(content(conf.get()).back().first, "last");
+  if (GetParam() % 2 == 0) g_conf_remove_section(conf.get(), "own");
+  EXPECT_EQ(g_find_section(conf.get(), "own") == nullptr, GetParam() % 2 == 0);
+}
+
+TEST(ConfRecords, OfTheProgramsOwnMayBeSearchedWherever) {
+  char key[] = "Key";
+  char value[] = "v";
+  char name[] = "Name";
+  GConfEntry entry = {key, value};
+  GList entry_node = {nullptr, nullptr, &entry};
+  GConfSection section = {name, &entry_node};
+  GList section_node = {nullptr, nullptr, &section};
+  GConf conf = {};
+  conf.sections = &section_node;
+  EXPECT_EQ(g_find_section(&conf, "nAME"), &section);
+  EXPECT_EQ(g_find_section(&conf, "none"), nullptr);
+  EXPECT_EQ(g_find_line(&section, "kEY"), &entry);
+  EXPECT_EQ(g_find_line(&section, "none"), nullptr);
+  section.entries = nullptr;
+  EXPECT_EQ(g_find_line(&section, "key"), nullptr);
+}
+
+TEST(ConfRecords, AValueReplacedByTheLibraryIsFreed) {
+  const ConfFile file("[s]\nk=v\n");
+  const Conf conf = file.open();
+  g_conf_write_string(conf.get(), "s", "k", "0");
+  AllocationFaults blocks(0);
+  for (int value = 1; value < 100; ++value) g_conf_write_int(conf.get(), "s", "k", value);
+  EXPECT_EQ(blocks.outstanding(), 1);
+  g_conf_remove_key(conf.get(), "s", "k");
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST(ConfRecords, EveryBlockIsFreedByRemovalAndClose) {
+  AllocationFaults blocks(0);
+  {
+    const ConfFile file(text_of(100));
+    Conf conf = file.open();
+    blocks.disarm();
+    const int opened = blocks.outstanding();
+    g_conf_remove_section(conf.get(), "s");
+    EXPECT_LE(blocks.outstanding(), opened - 200);
+  }
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+// Times would depend on the machine; that the cost does not grow with the number of keys
+// shows in that these finish at all within the bound, which is generous for an emulator.
+// Walks would take minutes.
+class ConfGrowth : public testing::Test {
+ protected:
+  ~ConfGrowth() override {
+    EXPECT_LT(std::chrono::steady_clock::now() - start_, std::chrono::seconds(60));
+  }
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+TEST_F(ConfGrowth, AHundredThousandKeysInOneSection) {
+  constexpr int kKeys = 100000;
+  const ConfFile file(text_of(kKeys) + text_of(kKeys));
+  const Conf conf = file.open();
+  EXPECT_EQ(g_list_length(g_find_section(conf.get(), "s")->entries), 100000u);
+  for (int key = 0; key < kKeys; ++key) {
+    ASSERT_EQ(g_conf_read_int(conf.get(), "s", key_name(key).c_str(), -1), key);
+    ASSERT_EQ(g_conf_read_int(conf.get(), "s", ("x" + key_name(key)).c_str(), -1), -1);
+  }
+  for (int key = 0; key < kKeys; ++key) {
+    g_conf_write_int(conf.get(), "s", ("new" + key_name(key)).c_str(), key);
+    g_conf_remove_key(conf.get(), "s", key_name(key).c_str());
+  }
+  EXPECT_EQ(g_list_length(g_find_section(conf.get(), "s")->entries), 100000u);
+}
+
+TEST_F(ConfGrowth, TenThousandSectionsOfTenKeys) {
+  constexpr int kSections = 10000;
+  std::string text;
+  for (int section = 0; section < kSections; ++section) {
+    text += "[section " + std::to_string(section) + "]\n" + text_of(10).substr(4);
+  }
+  const ConfFile file(text);
+  const Conf conf = file.open();
+  for (int section = 0; section < kSections; ++section) {
+    const std::string name = "Section " + std::to_string(section);
+    for (int key = 0; key < 10; ++key) {
+      ASSERT_EQ(g_conf_read_int(conf.get(), name.c_str(), key_name(key).c_str(), -1), key);
+    }
+    ASSERT_EQ(g_conf_read_int(conf.get(), name.c_str(), "none", -1), -1);
+    ASSERT_EQ(g_conf_read_int(conf.get(), (name + "x").c_str(), "Key0", -1), -1);
+  }
+  for (int section = 0; section < kSections; ++section) {
+    g_conf_remove_section(conf.get(), ("section " + std::to_string(section)).c_str());
+  }
+  EXPECT_EQ(conf->sections, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+// Reads, writes and removals from several threads.
+//
+// SPDX-License-Identifier: MIT
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+#include "conf/conf_support.h"
+
+using namespace test;
+
+namespace {
+
+constexpr int kThreads = 4;
+constexpr int kRounds = 400;
+
+template <typename Work>
+void on_threads(Work work) {
+  std::vector<std::thread> threads;
+  for (int number = 0; number < kThreads; ++number) {
+    threads.emplace_back([work, number] { work(number); });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(ConfThreads, WritesReadsAndRemovalsOfOwnKeysKeepTheListsWhole) {
+  const ConfFile file;
+  const Conf conf = file.open();
+  on_threads([&](int number) {
+    const std::string prefix = "t" + std::to_string(number) + "-";
+    for (int round = 0; round < kRounds; ++round) {
+      const std::string key = prefix + std::to_string(round);
+      const std::string section = "s" + std::to_string(round % 3);
+      g_conf_write_int(conf.get(), section.c_str(), key.c_str(), round);
+      EXPECT_EQ(g_conf_read_int(conf.get(), section.c_str(), key.c_str(), -1), round);
+      EXPECT_EQ(g_conf_read_string(conf.get(), section.c_str(), "none", nullptr), nullptr);
+      if (round % 2 == 0) g_conf_remove_key(conf.get(), section.c_str(), key.c_str());
+      if (round % 50 == 0) g_conf_remove_section(conf.get(), (prefix + "own").c_str());
+      g_conf_write_double(conf.get(), (prefix + "own").c_str(), "d", round);
+    }
+  });
+  std::size_t keys = 0;
+  for (const auto& [name, entries] : content(conf.get())) {
+    if (name[0] == 's') keys += entries.size();
+  }
+  EXPECT_EQ(keys, std::size_t{kThreads} * kRounds / 2);
+  EXPECT_EQ(conf->dirty, 1);
+}
+
+TEST(ConfThreads, TypedReadsOfAKeyThatOthersWriteSeeOneOfTheWholeValues) {
+  const ConfFile file("[s]\nk=1111111\nb=TRUE\n");
+  const Conf conf = file.open();
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    for (int round = 0; round < kRounds * 10; ++round) {
+      g_conf_write_int(conf.get(), "s", "k", round % 2 == 0 ? 1111111 : 22);
+      g_conf_write_boolean(conf.get(), "s", "b", round % 2);
+    }
+    done = true;
+  });
+  while (!done) {
+    const int value = g_conf_read_int(conf.get(), "s", "k", -1);
+    EXPECT_TRUE(value == 1111111 || value == 22) << value;
+    const double number = g_conf_read_double(conf.get(), "s", "k", -1);
+    EXPECT_TRUE(number == 1111111 || number == 22) << number;
+    EXPECT_NE(g_conf_read_boolean(conf.get(), "s", "b", -1), -1);
+  }
+  writer.join();
+}
+
+TEST(ConfThreads, UnlockedLookUpsAgreeWhileNobodyChangesTheConf) {
+  std::string text = "[s]\n";
+  for (int key = 0; key < 100; ++key) text += "k" + std::to_string(key) + "=v\n";
+  const ConfFile file(text);
+  const Conf conf = file.open();
+  // Also of a list that a program has been at.
+  GConfSection* const section = g_find_section(conf.get(), "s");
+  section->entries = g_list_reverse(section->entries);
+  on_threads([&](int) {
+    for (int key = 0; key < 100; ++key) {
+      EXPECT_NE(
+          g_find_line(g_find_section(conf.get(), "S"), ("K" + std::to_string(key)).c_str()),
+          nullptr);
+      EXPECT_EQ(g_find_line(section, "none"), nullptr);
+    }
+  });
+}
+
+std::atomic<int> runs{0};
+
+TEST(ConfThreads, CallbacksRunOnTheThreadThatWrites) {
+  const ConfFile file;
+  const Conf conf = file.open();
+  runs = 0;
+  const auto count = [](const GConfChange*, void*) { return ++runs, 0; };
+  ASSERT_EQ(g_conf_register_callback(conf.get(), "s", "k", count, nullptr), 0);
+  on_threads([&](int number) {
+    for (int round = 0; round < kRounds; ++round) {
+      // No two values are equal.
+      g_conf_write_int(conf.get(), "s", "k", number * kRounds + round + 1);
+    }
+  });
+  EXPECT_EQ(runs, kThreads * kRounds);
+}
+
+TEST(ConfThreads, ConfsAreOpenedAndClosedAtOnce) {
+  const ConfFile file("[s]\nk=1\n");
+  on_threads([&](int) {
+    for (int round = 0; round < 50; ++round) {
+      EXPECT_EQ(g_conf_read_int(file.open().get(), "s", "k", 0), 1);
+    }
+  });
+}
+
+TEST(ConfThreads, TheDefaultPathIsMadeOnce) {
+  const TemporaryDirectory directory;
+  char former[4096];
+  ASSERT_NE(getcwd(former, sizeof former), nullptr);
+  ASSERT_EQ(chdir(directory.path().c_str()), 0);
+  directory.write(".conf", "[s]\n");
+  on_threads([&](int) {
+    const Conf conf(g_conf_open(nullptr));
+    ASSERT_NE(conf, nullptr);
+    EXPECT_STREQ(conf->filename, "./.conf");
+  });
+  ASSERT_EQ(chdir(former), 0);
+}
+
+TEST(ConfThreads, ACancelledThreadWritesItsFileToTheEnd) {
+  const ConfFile file;
+  for (int round = 0; round < 20; ++round) {
+    Conf conf = file.open();
+    g_conf_write_int(conf.get(), "s", "k", round);
+    pthread_t thread;
+    ASSERT_EQ(
+        pthread_create(
+            &thread, nullptr,
+            [](void* argument) -> void* {
+              pthread_cancel(pthread_self());  // takes effect at the next blocking call
+              g_conf_sync(static_cast<GConf*>(argument));
+              pthread_testcancel();
+              ADD_FAILURE() << "not cancelled";
+              return nullptr;
+            },
+            conf.get()),
+        0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(conf->dirty, 0);
+    EXPECT_EQ(file.text(), "[s]\nk=" + std::to_string(round) + "\n\n");
+  }
+}
+
+TEST(ConfThreads, ACancelledThreadOpensItsConfToTheEnd) {
+  const ConfFile file("[s]\nk=v\n");
+  struct Opened {
+    const ConfFile* file;
+    GConf* conf;
+  } opened{&file, nullptr};
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(
+                &thread, nullptr,
+                [](void* argument) -> void* {
+                  auto* const what = static_cast<Opened*>(argument);
+                  pthread_cancel(pthread_self());
+                  what->conf = g_conf_open(what->file->path().c_str());
+                  pthread_testcancel();
+                  return nullptr;
+                },
+                &opened),
+            0);
+  pthread_join(thread, nullptr);
+  ASSERT_NE(opened.conf, nullptr);
+  EXPECT_EQ(content(opened.conf), (Sections{{"s", {{"k", "v"}}}}));
+  EXPECT_EQ(g_conf_close(opened.conf), 0);
+}
+
+}  // namespace
