@@ -193,8 +193,11 @@ TEST(OpenSocket, ARefusedConnectionFailsAndIsToldIfItShowsAfterTheWait) {
   uint32_t address = 0;
   const std::string told =
       standard_error_of([&] { EXPECT_EQ(open_socket(kLocal, port, &address), -1); });
-  EXPECT_TRUE(told.empty() ||
-              told == std::string("Connect error : ") + strerror(ECONNREFUSED) + "\n")
+  // Under qemu the pending error keeps the host's number, 111.
+  const auto message = [](int error) {
+    return std::string("Connect error : ") + strerror(error) + "\n";
+  };
+  EXPECT_TRUE(told.empty() || told == message(ECONNREFUSED) || told == message(111))
       << told;
   EXPECT_TRUE(descriptors_return_to(before));
 }

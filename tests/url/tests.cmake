@@ -10,3 +10,18 @@ groundwork_test(url/home_test)
 groundwork_test(url/http_test LIBRARIES url_test_support)
 groundwork_test(url/socket_test LIBRARIES url_test_support)
 groundwork_test(url/stream_test)
+
+# Against real servers, which the script starts. Emulated, reading 100 MiB takes too long.
+if(CMAKE_CROSSCOMPILING)
+  set(big_mib 4)
+else()
+  set(big_mib 100)
+endif()
+add_executable(url_servers_test url/servers_test.cc)
+target_link_libraries(url_servers_test PRIVATE test_support)
+target_compile_options(url_servers_test PRIVATE -O1)
+groundwork_warnings(url_servers_test)
+add_test(NAME url/servers_test
+  COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/url/servers_test.py" ${big_mib}
+    ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:url_servers_test>)
+set_tests_properties(url/servers_test PROPERTIES TIMEOUT 300)

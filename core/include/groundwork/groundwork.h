@@ -10,11 +10,12 @@
 #define GROUNDWORK_GROUNDWORK_H
 
 #include <groundwork/callback.h>
-#include <groundwork/dir.h>
 #include <groundwork/conf.h>
+#include <groundwork/dir.h>
 #include <groundwork/file.h>
 #include <groundwork/file_map.h>
 #include <groundwork/hash.h>
+#include <groundwork/crypt.h>
 #include <groundwork/list.h>
 #include <groundwork/log.h>
 #include <groundwork/memory.h>

@@ -349,8 +349,8 @@ G_API void *url_dump(URL url, int32_t size, int32_t *len_out);
  *
  * @param host      host name or numeric address.
  * @param port      port; its low 16 bits count.
- * @param addr_out  takes the server's IPv4 address in network byte order, 0 for IPv6; not
- *                  null.
+ * @param addr_out  takes the server's IPv4 address in network byte order, 0 for IPv6; may
+ *                  be null.
  * @return the descriptor, blocking and close-on-exec, owned by the caller; -1 on failure.
  *         `url_errno` is left alone. A refusal that shows after the wait is told on
  *         standard error, "Connect error : %s\n", as is a failed look for it, "getsockopt
@@ -427,7 +427,9 @@ G_API URL url_http_open(const char *url);
  * As url_http_open(), with HTTP/1.1 and from a byte on.
  *
  * Sets `url_user_agent` to "app", for good, and closes the sending side after the request.
- * The read limit is "Content-Length:" plus `offset`.
+ * The read limit is "Content-Length:" plus `offset`. Some servers, nginx among them, take
+ * the closed side for a client that has gone and break off a long body: compare what came
+ * with `readlimit`.
  *
  * @param url     as for url_http_open().
  * @param offset  first byte wanted; 0 or less asks for all.

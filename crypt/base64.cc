@@ -1,0 +1,203 @@
+// Base64 both ways. Tables give each character in its place in a word, and each value, so
+// that a group is four lookups put together; 4 KB for either direction. Groups are worked
+// off four at a time, and one at a time where something is unusual about them.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/crypt.h>
+
+#include <array>
+#include <bit>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "core/check.h"
+
+namespace {
+
+constexpr char kSource[] = "g_crypt";
+
+constexpr char kAlphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kPad = '=';
+
+// The longest input whose characters an int can count.
+constexpr int kLongestInput = INT_MAX / 4 * 3;
+
+using Table = std::array<std::uint32_t, 256>;
+
+// The four characters of a group as they lie in memory. Indices carry bits that belong to
+// the neighbours: the first character is chosen by the upper six of eight, the others by
+// the lower six.
+constexpr std::array<Table, 4> kCharacters = [] {
+  std::array<Table, 4> tables{};
+  for (unsigned place = 0; place < 4; ++place) {
+    const unsigned byte = std::endian::native == std::endian::little ? place : 3 - place;
+    for (unsigned index = 0; index < 256; ++index) {
+      const char c = kAlphabet[place == 0 ? index >> 2 : index & 63];
+      tables[place][index] = std::uint32_t{static_cast<unsigned char>(c)} << (8 * byte);
+    }
+  }
+  return tables;
+}();
+
+// The values of a group's four characters, in their places in 24 bits.
+constexpr std::uint32_t kNoCharacter = 0x80000000;
+constexpr std::array<Table, 4> kValues = [] {
+  std::array<Table, 4> tables{};
+  for (unsigned place = 0; place < 4; ++place) {
+    tables[place].fill(kNoCharacter);
+    for (unsigned value = 0; value < 64; ++value) {
+      const auto c = static_cast<unsigned char>(kAlphabet[value]);
+      tables[place][c] = value << (18 - 6 * place);
+    }
+  }
+  return tables;
+}();
+static_assert(sizeof kCharacters + sizeof kValues == 8192);
+
+std::uint64_t load_big_endian(const unsigned char* bytes) {
+  std::uint64_t word;
+  std::memcpy(&word, bytes, sizeof word);
+  return std::endian::native == std::endian::big ? word : __builtin_bswap64(word);
+}
+
+void store_big_endian(unsigned char* bytes, std::uint32_t word) {
+  if constexpr (std::endian::native != std::endian::big) word = __builtin_bswap32(word);
+  std::memcpy(bytes, &word, sizeof word);
+}
+
+// The characters of the three bytes at `bytes`, whose 24 bits stand in `bits` with `below`
+// more under them.
+std::uint32_t encoded(const unsigned char* bytes, std::uint64_t bits, int below) {
+  return kCharacters[0][bytes[0]] | kCharacters[1][bits >> (below + 12) & 255] |
+         kCharacters[2][bits >> (below + 6) & 255] | kCharacters[3][bytes[2]];
+}
+
+// Encodes whole groups of three bytes, without a NUL.
+void encode_groups(const unsigned char* bytes, std::size_t count, char* dest) {
+  // The second load takes eight bytes where six are used.
+  for (; count >= 14; count -= 12, bytes += 12, dest += 16) {
+    const std::uint64_t first = load_big_endian(bytes);
+    const std::uint64_t second = load_big_endian(bytes + 6);
+    const std::uint32_t groups[] = {
+        encoded(bytes, first, 40), encoded(bytes + 3, first, 16),
+        encoded(bytes + 6, second, 40), encoded(bytes + 9, second, 16)};
+    std::memcpy(dest, groups, sizeof groups);
+  }
+  for (; count >= 3; count -= 3, bytes += 3, dest += 4) {
+    const std::uint32_t bits =
+        std::uint32_t{bytes[0]} << 16 | std::uint32_t{bytes[1]} << 8 | bytes[2];
+    const std::uint32_t group = encoded(bytes, bits, 0);
+    std::memcpy(dest, &group, sizeof group);
+  }
+}
+
+// Encodes one or two bytes that are left over, without a NUL.
+void encode_rest(const unsigned char* bytes, std::size_t count, char* dest) {
+  // Kept: the bytes are taken as signed here, and readers expect the result. The sign of
+  // the second covers all bits of the first.
+  std::uint32_t bits =
+      static_cast<std::uint32_t>(static_cast<std::int8_t>(bytes[0]) * 65536);
+  if (count == 2) {
+    bits |= static_cast<std::uint32_t>(static_cast<std::int8_t>(bytes[1]) * 256);
+  }
+  dest[0] = kAlphabet[bits >> 18 & 63];
+  dest[1] = kAlphabet[bits >> 12 & 63];
+  dest[2] = count == 2 ? kAlphabet[bits >> 6 & 63] : kPad;
+  dest[3] = kPad;
+}
+
+// The 24 bits of a group; kNoCharacter is set too if one of the four is not in the
+// alphabet.
+std::uint32_t decoded(const unsigned char* text) {
+  return kValues[0][text[0]] | kValues[1][text[1]] | kValues[2][text[2]] |
+         kValues[3][text[3]];
+}
+
+// Decodes any group. Returns the number of bytes, or -1 with nothing written.
+int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
+  constexpr std::uint32_t kUnset = 255;
+  constexpr std::uint32_t kPadding = 127;
+  std::uint32_t values[4] = {kUnset, kUnset, kUnset, kUnset};
+  for (unsigned place = 0; place < 4; ++place) {
+    const std::uint32_t value = kValues[3][text[place]];
+    if (value != kNoCharacter) {
+      // Kept: this takes back the padding that a "=" before it announced.
+      values[place] = value;
+    } else if (text[place] == kPad && at_end && place >= 2) {
+      values[place] = kPadding;
+      values[3] = kPadding;
+    } else {
+      return -1;
+    }
+  }
+  const auto [a, b, c, d] = values;
+  const std::uint32_t bits = a << 18 | b << 12 | c << 6 | d;
+  dest[0] = static_cast<unsigned char>(bits >> 16);
+  if (c == kPadding) return 1;
+  dest[1] = static_cast<unsigned char>(bits >> 8);
+  if (d == kPadding) return 2;
+  dest[2] = static_cast<unsigned char>(bits);
+  return 3;
+}
+
+// Decodes groups that are plain, four at a time, and stops before four that are not all
+// so, or near the end of the text. Returns how many groups it did.
+std::size_t decode_plain_groups(const unsigned char* text, std::size_t groups,
+                                unsigned char* dest) {
+  std::size_t done = 0;
+  for (; groups - done > 4; done += 4, text += 16, dest += 12) {
+    const std::uint32_t a = decoded(text);
+    const std::uint32_t b = decoded(text + 4);
+    const std::uint32_t c = decoded(text + 8);
+    const std::uint32_t d = decoded(text + 12);
+    if (((a | b | c | d) & kNoCharacter) != 0) break;
+    store_big_endian(dest, a << 8 | b >> 16);
+    store_big_endian(dest + 4, b << 16 | c >> 8);
+    store_big_endian(dest + 8, c << 24 | d);
+  }
+  return done;
+}
+
+}  // namespace
+
+extern "C" int g_crypt_base64_encode(const void* src, char* dest, int length) {
+  CHECK_ARG(src && dest, -1);
+  if (length > kLongestInput) return -1;
+  const std::size_t count = length > 0 ? static_cast<std::size_t>(length) : 0;
+  const std::size_t rest = count % 3;
+  const auto* const bytes = static_cast<const unsigned char*>(src);
+  encode_groups(bytes, count, dest);
+  char* end = dest + count / 3 * 4;
+  if (rest != 0) {
+    encode_rest(bytes + count - rest, rest, end);
+    end += 4;
+  }
+  *end = '\0';
+  return static_cast<int>(end - dest);
+}
+
+// Called `src` here because the check is reported in these words.
+extern "C" int g_crypt_base64_decode(const char* src, void* dest) {
+  // Kept: the length is taken first, so null text faults and is not reported.
+  const std::size_t length = std::strlen(src);
+  CHECK_ARG(src && dest, -1);
+  CHECK_ARG(!(length % 4), -1);
+  const std::size_t groups = length / 4;
+  if (groups > INT_MAX / 3) return -1;
+
+  const auto* const text = reinterpret_cast<const unsigned char*>(src);
+  auto* const bytes = static_cast<unsigned char*>(dest);
+  std::size_t group = decode_plain_groups(text, groups, bytes);
+  std::size_t count = 3 * group;
+  for (; group < groups; ++group) {
+    const int added = decode_group(text + 4 * group, group + 1 == groups, bytes + count);
+    if (added < 0) return -1;
+    count += static_cast<std::size_t>(added);
+  }
+  bytes[count] = 0;
+  return static_cast<int>(count);
+}

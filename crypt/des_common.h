@@ -1,0 +1,156 @@
+// What the two ciphers of the DES family share: blocks as two words, the initial and the
+// final permutation, and the key schedule.
+//
+// Words count from the most significant bit, as the standard does: bit 0 of a block is the
+// top bit of its left word.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_CRYPT_DES_COMMON_H
+#define GROUNDWORK_CRYPT_DES_COMMON_H
+
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "crypt/des_standard.h"
+
+namespace groundwork::des {
+
+struct Block {
+  std::uint32_t left;
+  std::uint32_t right;
+
+  bool operator==(const Block&) const = default;
+};
+
+// The value of bytes in memory, most significant first, and back.
+constexpr std::uint32_t big_endian(std::uint32_t word) {
+  if constexpr (std::endian::native == std::endian::big) return word;
+  return __builtin_bswap32(word);
+}
+
+inline Block load_block(const void* bytes) {
+  Block block;
+  std::memcpy(&block, bytes, sizeof block);
+  return {big_endian(block.left), big_endian(block.right)};
+}
+
+inline void store_block(void* bytes, const Block& block) {
+  const Block stored = {big_endian(block.left), big_endian(block.right)};
+  std::memcpy(bytes, &stored, sizeof stored);
+}
+
+// Exchanges the bits of `high` that stand `distance` above `mask` with the bits of `low`
+// under `mask`.
+constexpr void exchange(std::uint32_t& high, std::uint32_t& low, int distance,
+                        std::uint32_t mask) {
+  const std::uint32_t difference = ((high >> distance) ^ low) & mask;
+  low ^= difference;
+  high ^= difference << distance;
+}
+
+// Bits of equal significance change places.
+constexpr void exchange(std::uint32_t& left, std::uint32_t& right, std::uint32_t mask) {
+  const std::uint32_t difference = (left ^ right) & mask;
+  left ^= difference;
+  right ^= difference;
+}
+
+// IP, and both halves rotated left by one bit: then the six bits that enter an S-box lie in
+// one byte, for every second S-box at least, and for the others after a rotation by four.
+constexpr Block initial_permutation(Block block) {
+  auto& [left, right] = block;
+  exchange(left, right, 4, 0x0F0F0F0F);
+  exchange(left, right, 16, 0x0000FFFF);
+  exchange(right, left, 2, 0x33333333);
+  exchange(right, left, 8, 0x00FF00FF);
+  right = std::rotl(right, 1);
+  exchange(left, right, 0xAAAAAAAA);
+  left = std::rotl(left, 1);
+  return block;
+}
+
+// Undoes initial_permutation().
+constexpr Block final_permutation(Block block) {
+  auto& [left, right] = block;
+  left = std::rotr(left, 1);
+  exchange(left, right, 0xAAAAAAAA);
+  right = std::rotr(right, 1);
+  exchange(right, left, 8, 0x00FF00FF);
+  exchange(right, left, 2, 0x33333333);
+  exchange(left, right, 16, 0x0000FFFF);
+  exchange(left, right, 4, 0x0F0F0F0F);
+  return block;
+}
+
+// The key bits C and D, 28 in the low bits of each word.
+struct KeyHalves {
+  std::uint32_t c;
+  std::uint32_t d;
+
+  bool operator==(const KeyHalves&) const = default;
+};
+
+// A key's bytes as columns, the last byte's first: rows 0, 2, 4 and 6 of bits in the right
+// word, rows 1, 3, 5 and 7 in the left one. This is what IP makes of it.
+constexpr Block rows_of(const Block& key) {
+  const Block permuted = initial_permutation(key);
+  return {std::rotr(permuted.left, 1), std::rotr(permuted.right, 1)};
+}
+
+// The rows of the key whose bytes have their bits mirrored: the same, upside down.
+constexpr Block mirrored(const Block& rows) {
+  return {__builtin_bswap32(rows.right), __builtin_bswap32(rows.left)};
+}
+
+// PC-1, which takes whole rows, but the fourth in halves.
+constexpr KeyHalves permuted_choice_1(const Block& rows) {
+  const auto [left, right] = rows;
+  return {(right & 0xFF000000) >> 4 | (left & 0xFF000000) >> 12 |
+              (right & 0x00FF0000) >> 12 | (left & 0x00F00000) >> 20,
+          (right & 0x000000FF) << 20 | (left & 0x0000FF00) << 4 |
+              (right & 0x0000FF00) >> 4 | (left & 0x000F0000) >> 16};
+}
+
+// The 48 bits of PC-2 for one round, cooked for use: six bits in the low end of each byte,
+// those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and S8 in
+// `even`.
+struct Subkey {
+  std::uint32_t odd;
+  std::uint32_t even;
+};
+
+constexpr int kRounds = 16;
+
+using Schedule = std::array<Subkey, kRounds>;
+using Rotations = std::array<std::uint8_t, kRounds>;
+
+// The schedule of a key whose halves are rotated left by `rotations[i]`, at most 28, in
+// round i.
+void expand_key(const KeyHalves& key, const Rotations& rotations, Schedule& schedule);
+
+// For table entries and proofs, at compile time only.
+
+// Bit `index` of a word or block, counted from the most significant.
+constexpr std::uint32_t bit_of(std::uint32_t word, int index) {
+  return word >> (31 - index) & 1;
+}
+
+constexpr Block single_bit(int index) {
+  return {index < 32 ? 0x80000000 >> index : 0,
+          index < 32 ? 0 : 0x80000000 >> (index - 32)};
+}
+
+// A word's bits picked by a table of the standard.
+constexpr std::uint32_t permuted(std::uint32_t word,
+                                 const std::array<std::int32_t, 32>& table) {
+  std::uint32_t result = 0;
+  for (const std::int32_t position : table)
+    result = result << 1 | bit_of(word, position - 1);
+  return result;
+}
+
+}  // namespace groundwork::des
+
+#endif

@@ -1,0 +1,455 @@
+/* gw-cat: writes what a URL, a path or standard input holds to standard output or a file.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#include <errno.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <groundwork/url.h>
+#include <inttypes.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+enum { EXIT_USAGE = 2 };
+enum { BLOCK_SIZE = 32 * 1024 };
+
+static const int64_t UNKNOWN = -1;
+
+struct options {
+  const char *name;   /* of the input */
+  const char *output; /* null: standard output */
+  int64_t offset;
+  bool lines;
+};
+
+struct progress {
+  bool shown;
+  bool line_open; /* the cursor stands behind a progress line */
+  double start;
+  double next; /* when to draw again */
+};
+
+struct copy {
+  URL in;
+  const char *in_name;
+  int out;
+  const char *out_name;
+  int64_t expected; /* bytes that will come, or UNKNOWN */
+  bool bounded;     /* `expected` was announced by a server and must be met */
+  int64_t done;
+  struct progress progress;
+};
+
+/* ---- Progress ----------------------------------------------------------------------- */
+
+static double now(void) {
+  struct timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return (double)time.tv_sec + (double)time.tv_nsec / 1e9;
+}
+
+static void format_size(char *text, size_t size, double bytes) {
+  static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+  size_t unit = 0;
+  while (bytes >= 1024 && unit + 1 < sizeof units / sizeof *units) {
+    bytes /= 1024;
+    ++unit;
+  }
+  snprintf(text, size, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
+}
+
+static void format_time(char *text, size_t size, double seconds) {
+  const double longest = 99 * 3600 + 59 * 60 + 59;
+  const int whole = (int)(seconds < longest ? seconds + 0.5 : longest);
+  if (whole >= 3600) {
+    snprintf(text, size, "%d:%02d:%02d", whole / 3600, whole / 60 % 60, whole % 60);
+  } else {
+    snprintf(text, size, "%d:%02d", whole / 60, whole % 60);
+  }
+}
+
+static int terminal_width(void) {
+  struct winsize window;
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == -1 || window.ws_col == 0) return 80;
+  return window.ws_col;
+}
+
+/* "[=====>    ]" with room for `width` characters between the brackets. */
+static void format_bar(char *text, int width, double fraction) {
+  const int filled = (int)(fraction * width);
+  *text++ = '[';
+  for (int i = 0; i < width; ++i) {
+    *text++ = i < filled ? '=' : i == filled ? '>' : ' ';
+  }
+  *text++ = ']';
+  *text = '\0';
+}
+
+/* One line that fills the terminal's width but for the last column, so that it overwrites
+ * the former line and never wraps. */
+static void draw(const struct copy *copy, double time, bool last) {
+  enum { LONGEST_LINE = 500, LONGEST_BAR = 60, SHORTEST_BAR = 5 };
+  const double elapsed = time - copy->progress.start;
+  const double rate = elapsed > 0 ? (double)copy->done / elapsed : 0;
+  const bool known = copy->expected > 0;
+  char done[32], total[48] = "", speed[32], clock[32];
+  format_size(done, sizeof done, (double)copy->done);
+  format_size(speed, sizeof speed, rate);
+  double fraction = 0;
+  if (known) {
+    char size[32];
+    format_size(size, sizeof size, (double)copy->expected);
+    snprintf(total, sizeof total, " of %s", size);
+    fraction = (double)copy->done / (double)copy->expected;
+    if (fraction > 1) fraction = 1; /* a file that grows meanwhile */
+  }
+  const bool left = known && !last && rate > 0;
+  format_time(clock, sizeof clock, left ? (1 - fraction) * (double)copy->expected / rate : elapsed);
+
+  char figures[200], bar[LONGEST_BAR + 16] = "";
+  snprintf(figures, sizeof figures, "%s%s  %s/s  %s%s", done, total, speed, clock,
+           left ? " left" : "");
+  int width = terminal_width() - 1;
+  if (width > LONGEST_LINE) width = LONGEST_LINE;
+  if (known) {
+    int bar_width = width - (int)strlen(figures) - (int)strlen("[] 100%  ");
+    if (bar_width > LONGEST_BAR) bar_width = LONGEST_BAR;
+    if (bar_width >= SHORTEST_BAR) {
+      format_bar(bar, bar_width, fraction);
+      sprintf(bar + strlen(bar), " %3d%%  ", (int)(fraction * 100));
+    }
+  }
+  char line[LONGEST_LINE + 300];
+  const int length = snprintf(line, sizeof line, "%s%s", bar, figures);
+  fprintf(stderr, "\r%.*s%*s", width, line, length < width ? width - length : 0, "");
+}
+
+static void show_progress(struct copy *copy, bool last) {
+  if (!copy->progress.shown) return;
+  const double time = now();
+  if (!last && time < copy->progress.next) return;
+  draw(copy, time, last);
+  copy->progress.line_open = true;
+  copy->progress.next = time + 0.1;
+}
+
+static void end_progress(struct copy *copy) {
+  if (!copy->progress.line_open) return;
+  fputc('\n', stderr);
+  copy->progress.line_open = false;
+}
+
+/* ---- Messages ----------------------------------------------------------------------- */
+
+static int failed(const char *name, const char *text, const char *hint) {
+  fprintf(stderr, hint == NULL ? "gw-cat: %s: %s\n" : "gw-cat: %s: %s (%s)\n", name, text,
+          hint);
+  return EXIT_FAILURE;
+}
+
+/* What an error of the HTTP module means beyond its text; null when that says it all. */
+static const char *http_hint(int32_t code) {
+  switch (code) {
+    case URLERR_HTTP_NOT_FOUND:
+      return "the server answered 404, not found";
+    case ENOENT:
+      return "the server's answer was neither 200 nor 206";
+    case URLERR_CANT_OPEN:
+      return "the server closed the connection without an answer";
+    case ETIMEDOUT:
+      return "no connection to the server";
+    default:
+      return NULL;
+  }
+}
+
+static int read_failed(struct copy *copy, int32_t code) {
+  end_progress(copy);
+  return failed(copy->in_name, url_strerror(code), NULL);
+}
+
+static int write_failed(struct copy *copy) {
+  const int error = errno;
+  end_progress(copy);
+  return failed(copy->out_name, strerror(error), NULL);
+}
+
+/* ---- Copying ------------------------------------------------------------------------ */
+
+static bool write_all(struct copy *copy, const char *bytes, size_t n) {
+  while (n > 0) {
+    const ssize_t written = write(copy->out, bytes, n);
+    if (written == -1) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes += written;
+    n -= (size_t)written;
+    copy->done += written;
+  }
+  show_progress(copy, false);
+  return true;
+}
+
+/* Called when no more bytes came. */
+static int finish(struct copy *copy) {
+  show_progress(copy, true);
+  end_progress(copy);
+  if (copy->bounded && copy->done < copy->expected) {
+    char text[100];
+    snprintf(text, sizeof text, "ended after %" PRId64 " of %" PRId64 " bytes", copy->done,
+             copy->expected);
+    return failed(copy->in_name, text, NULL);
+  }
+  return EXIT_SUCCESS;
+}
+
+/* How many of `room` bytes to ask for. The stream's read limit, which has 31 bits, is
+ * lifted each time; the bound is kept here. */
+static int32_t next_request(struct copy *copy, int32_t room) {
+  url_set_readlimit(copy->in, -1);
+  if (copy->bounded && copy->expected - copy->done < room) {
+    return (int32_t)(copy->expected - copy->done);
+  }
+  return room;
+}
+
+static int copy_blocks(struct copy *copy) {
+  static char block[BLOCK_SIZE];
+  for (;;) {
+    const int32_t n = url_safe_read(copy->in, block, next_request(copy, BLOCK_SIZE));
+    if (n < 0) return read_failed(copy, url_errno);
+    /* An HTTP stream answers 0 to a broken connection, too, but leaves its error. */
+    if (n == 0 && copy->in->type == URL_HTTP && errno != 0) return read_failed(copy, errno);
+    if (n == 0) return finish(copy);
+    if (!write_all(copy, block, (size_t)n)) return write_failed(copy);
+  }
+}
+
+/* Byte by byte, so that no read waits for more than the line, and each line is handed on
+ * as soon as it is there. */
+static int copy_lines(struct copy *copy) {
+  static char line[BLOCK_SIZE];
+  for (;;) {
+    const int32_t room = next_request(copy, BLOCK_SIZE);
+    int32_t n = 0;
+    int32_t byte = 0;
+    errno = 0;
+    while (n < room && byte != '\n' && (byte = url_fgetc(copy->in)) != -1) {
+      line[n++] = (char)byte;
+    }
+    const int error = byte == -1 ? errno : 0;
+    if (n > 0 && !write_all(copy, line, (size_t)n)) return write_failed(copy);
+    if (error == EINTR) continue;
+    if (error != 0) return read_failed(copy, error);
+    if (byte == -1 || n == 0) return finish(copy);
+  }
+}
+
+/* ---- Opening ------------------------------------------------------------------------ */
+
+/* Reads `offset` bytes and forgets them; stops at the end of the stream. */
+static void skip_by_reading(URL in, int64_t offset) {
+  const int64_t longest = 1 << 30; /* well inside the read limit */
+  while (offset > 0) {
+    const int64_t step = offset < longest ? offset : longest;
+    url_set_readlimit(in, -1);
+    url_skip(in, step);
+    if (in->nread < step) return;
+    offset -= step;
+  }
+}
+
+static void place_file(struct copy *copy, int64_t offset) {
+  const int64_t size = copy->in->seek == NULL ? -1 : url_seek(copy->in, 0, SEEK_END);
+  if (size == -1 || url_seek(copy->in, offset, SEEK_SET) == -1) {
+    skip_by_reading(copy->in, offset);
+  } else if (size > offset) {
+    copy->expected = size - offset; /* 0 says nothing: devices and /proc have that size */
+  }
+}
+
+static void place_http(struct copy *copy, int64_t offset) {
+  if (copy->in->readlimit == URL_NO_READLIMIT) return;
+  /* The offset was counted in; of both only the low 32 bits. */
+  copy->expected = (uint32_t)(copy->in->readlimit - (uint32_t)offset);
+  copy->bounded = true;
+}
+
+static bool open_input(struct copy *copy, const struct options *options) {
+  const int64_t offset = options->offset;
+  const bool http = url_check_type(options->name) == URL_HTTP;
+  copy->in_name = options->name;
+  copy->in = http && offset > 0 ? url_http_open_with_offset(options->name, offset)
+                                : url_open(options->name);
+  if (copy->in == NULL) {
+    failed(options->name, url_strerror(url_errno), http ? http_hint(url_errno) : NULL);
+    return false;
+  }
+  copy->expected = UNKNOWN;
+  if (http) {
+    place_http(copy, offset);
+  } else {
+    place_file(copy, offset);
+  }
+  return true;
+}
+
+static bool same_file(URL in, const struct stat *out) {
+  struct stat stat;
+  return in->type == URL_FILE && S_ISREG(out->st_mode) &&
+         fstat(((const URL_file *)in)->fd, &stat) == 0 && stat.st_dev == out->st_dev &&
+         stat.st_ino == out->st_ino;
+}
+
+/* Opened after the input, so that a failure there leaves the file as it was. */
+static bool open_output(struct copy *copy, const char *path) {
+  copy->out = STDOUT_FILENO;
+  copy->out_name = "standard output";
+  if (path != NULL) {
+    copy->out_name = path;
+    copy->out = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  }
+  struct stat stat;
+  if (copy->out == -1 || fstat(copy->out, &stat) == -1) {
+    write_failed(copy);
+    return false;
+  }
+  if (same_file(copy->in, &stat)) {
+    failed(copy->in_name, "input is output", NULL);
+    return false;
+  }
+  if (path != NULL && S_ISREG(stat.st_mode) && ftruncate(copy->out, 0) == -1) {
+    write_failed(copy);
+    return false;
+  }
+  copy->progress.shown = path != NULL && isatty(STDERR_FILENO);
+  copy->progress.start = now();
+  copy->progress.next = copy->progress.start;
+  return true;
+}
+
+/* Closing a stream over standard input rewinds that; others may go on reading it. */
+static void close_input(URL in) {
+  const bool standard_input = in->type == URL_FILE && in->seek == NULL;
+  const off_t position = standard_input ? lseek(STDIN_FILENO, 0, SEEK_CUR) : -1;
+  url_close(in);
+  if (position != -1) lseek(STDIN_FILENO, position, SEEK_SET);
+}
+
+static int run(const struct options *options) {
+  struct copy copy = {0};
+  if (!open_input(&copy, options)) return EXIT_FAILURE;
+  int status = EXIT_FAILURE;
+  if (open_output(&copy, options->output)) {
+    status = options->lines ? copy_lines(&copy) : copy_blocks(&copy);
+    /* Some file systems report a full disk only here. */
+    if (close(copy.out) == -1 && status == EXIT_SUCCESS) status = write_failed(&copy);
+  }
+  close_input(copy.in);
+  return status;
+}
+
+/* ---- Command line ------------------------------------------------------------------- */
+
+static const char usage[] =
+    "Usage: gw-cat [OPTION]... URL\n"
+    "Writes what a URL, a path or standard input (-) holds to standard output.\n"
+    "\n"
+    "  -o, --output FILE       write to FILE; on a terminal with a progress bar\n"
+    "      --offset N          begin at byte N\n"
+    "      --lines             hand on each line as soon as it has come\n"
+    "      --proxy HOST:PORT   send HTTP requests to this proxy\n"
+    "      --agent TEXT        name TEXT as the user agent in HTTP requests\n"
+    "      --help              print this and exit\n"
+    "      --version           print the version and exit\n"
+    "\n"
+    "Exit status: 0 when all was written, 1 on failure, 2 for a wrong command line.\n";
+
+static int wrong_usage(const char *format, const char *text) {
+  fputs("gw-cat: ", stderr);
+  fprintf(stderr, format, text);
+  fputs("; see gw-cat --help\n", stderr);
+  return EXIT_USAGE;
+}
+
+/* A decimal number from 0 to `highest`, and nothing else; -1 if it is not. */
+static int64_t parse_number(const char *text, int64_t highest) {
+  char *end = NULL;
+  errno = 0;
+  const long long value = strtoll(text, &end, 10);
+  if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || value > highest) return -1;
+  return value;
+}
+
+/* Cuts the text at its last colon. */
+static bool set_proxy(char *text) {
+  char *const colon = strrchr(text, ':');
+  if (colon == NULL || colon == text) return false;
+  const int64_t port = parse_number(colon + 1, 65535);
+  if (port < 1) return false;
+  *colon = '\0';
+  url_http_proxy_host = text;
+  url_http_proxy_port = (uint16_t)port;
+  return true;
+}
+
+static int print(const char *text) {
+  if (fputs(text, stdout) == EOF || fflush(stdout) == EOF) {
+    return failed("standard output", strerror(errno), NULL);
+  }
+  return EXIT_SUCCESS;
+}
+
+int main(int argc, char **argv) {
+  enum { OFFSET = 256, LINES, PROXY, AGENT, HELP, VERSION };
+  static const struct option long_options[] = {
+      {"output", required_argument, NULL, 'o'},  {"offset", required_argument, NULL, OFFSET},
+      {"lines", no_argument, NULL, LINES},       {"proxy", required_argument, NULL, PROXY},
+      {"agent", required_argument, NULL, AGENT}, {"help", no_argument, NULL, HELP},
+      {"version", no_argument, NULL, VERSION},   {NULL, 0, NULL, 0}};
+  struct options options = {0};
+  int option;
+  while ((option = getopt_long(argc, argv, "o:", long_options, NULL)) != -1) {
+    switch (option) {
+      case 'o':
+        options.output = optarg;
+        break;
+      case OFFSET:
+        options.offset = parse_number(optarg, INT64_MAX);
+        if (options.offset == -1) return wrong_usage("'%s' is no offset", optarg);
+        break;
+      case LINES:
+        options.lines = true;
+        break;
+      case PROXY:
+        if (!set_proxy(optarg)) return wrong_usage("'%s' is not HOST:PORT", optarg);
+        break;
+      case AGENT:
+        url_user_agent = optarg;
+        break;
+      case HELP:
+        return print(usage);
+      case VERSION:
+        return print("gw-cat (groundwork) " GROUNDWORK_VERSION "\n");
+      default: /* getopt_long() has said what is wrong */
+        return EXIT_USAGE;
+    }
+  }
+  if (argc - optind != 1) {
+    return wrong_usage("one URL is wanted%s", argc == optind ? "" : ", not several");
+  }
+  options.name = argv[optind];
+
+  signal(SIGPIPE, SIG_IGN); /* a closed pipe is reported like any failed write */
+  url_add_modules(&URL_module_file, &URL_module_http, (URL_module *)NULL);
+  return run(&options);
+}
