@@ -18,6 +18,7 @@
 #include <sched.h>
 
 #include "core/check.h"
+#include "thread/own_thread.h"
 
 struct GThread {
   pthread_t tid;
@@ -55,6 +56,15 @@ void* run(void* handle) {
 }
 
 }  // namespace
+
+bool groundwork::is_own_thread(const GThread* thread) {
+  return thread->exists && pthread_equal(thread->tid, pthread_self()) != 0;
+}
+
+void groundwork::free_own_thread(GThread* thread) {
+  pthread_detach(pthread_self());
+  g_thread_free(thread);
+}
 
 extern "C" GThread* g_thread_create(GThreadFunc func, void* arg, const char*) {
   CHECK_ARG(func != NULL, nullptr);

@@ -23,5 +23,6 @@
 #include <groundwork/str.h>
 #include <groundwork/sys.h>
 #include <groundwork/thread.h>
+#include <groundwork/timer.h>
 
 #endif

@@ -1,0 +1,132 @@
+/**
+ * @file
+ * The timer service: periodic callbacks on one thread, a millisecond clock, a sleep.
+ *
+ * The service's thread wakes every 10 ms and calls each callback whose interval has
+ * elapsed, one at a time. Resolution is 10 ms: intervals are rounded up to multiples of
+ * it, and a timer may fire up to 10 ms early. A slow callback delays all others; periods
+ * missed meanwhile are dropped.
+ *
+ * Diagnostics go to standard output, not to the log: "g_timer:<line> pid=<pid> ...".
+ *
+ * Threads: timers may be added and removed on any thread, also in callbacks, while the
+ * service is set up. g_timer_init(), g_timer_enable() and g_timer_cleanup() belong to one
+ * thread.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#ifndef GROUNDWORK_TIMER_H
+#define GROUNDWORK_TIMER_H
+
+#include <stdint.h>
+
+#include <groundwork/export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A registered timer, owned by the service. Its address is the timer's id. */
+typedef struct GTimerEntry GTimerEntry;
+
+/**
+ * Called on the service's thread, with no lock held: it may add and remove timers, itself
+ * included.
+ *
+ * @param interval  the timer's present interval in milliseconds.
+ * @param param     as given at registration.
+ * @return the next interval in milliseconds, rounded up to a multiple of 10; 0 removes the
+ *         timer.
+ */
+typedef uint32_t (*GTimerCallback)(uint32_t interval, void *param);
+
+/** The process id as the service's thread sees it while it runs, else 0. */
+G_API extern int g_timer_pid;
+
+/** Reserved; the library neither reads nor writes them. */
+G_API extern uint32_t g_alarm_interval;
+G_API extern GTimerCallback g_alarm_callback;
+
+/**
+ * Starts the service. The thread starts before the lock of the timer list exists, so its
+ * first pass may log a failed check "mutex != NULL"; that is harmless.
+ *
+ * @return 0; -1 when the service's thread exists already (printed), or when memory is
+ *         exhausted.
+ */
+G_API int g_timer_init(void);
+
+/** Stops the service and frees every timer. The service may be started again. */
+G_API void g_timer_cleanup(void);
+
+/**
+ * Stops or resumes the service's thread. Timers are kept.
+ *
+ * @param on  0 waits until the thread has finished its pass and its sleep (printed, also
+ *            when there was no thread); anything else starts the thread if there is none.
+ * @return 0; -1 when memory for the thread is exhausted.
+ */
+G_API int g_timer_enable(int on);
+
+/**
+ * Registers a timer. It fires for the first time one interval from now.
+ *
+ * @param interval  milliseconds, rounded up to a multiple of 10. Below 10 a warning is
+ *                  printed; a timer whose interval becomes 0 never fires.
+ * @param callback  called as long as it does not return 0. Null never fires.
+ * @param param     passed to `callback`; not owned.
+ * @return the timer's id; null before g_timer_init() (printed) or when memory is exhausted.
+ *         The id is invalid once the callback has returned 0.
+ */
+G_API GTimerEntry *g_add_timer(int interval, GTimerCallback callback, void *param);
+
+/** The same as g_add_timer(). */
+G_API GTimerEntry *g_add_timer_ex(int interval, GTimerCallback callback, void *param);
+
+/**
+ * Removes a timer. On another thread than the service's, its callback may just be running.
+ *
+ * @param id  any value; it is only compared.
+ * @return 1; 0 when there is no such timer (printed).
+ */
+G_API int g_remove_timer(GTimerEntry *id);
+
+/**
+ * Replaces ALL timers, also those made by g_add_timer(), by one.
+ *
+ * Before g_timer_init() two failed checks "mutex != NULL" are logged and the work is done.
+ *
+ * @param interval  milliseconds, rounded up to a multiple of 10; 0 only removes all timers.
+ * @param callback  gets the interval and, as `param`, its own address.
+ * @return 0; -1 when memory is exhausted (the former timers are gone all the same).
+ */
+G_API int g_set_timer(uint32_t interval, GTimerCallback callback);
+
+/** Makes this instant tick 0. @return what gettimeofday() returned. */
+G_API int g_start_ticks(void);
+
+/**
+ * Milliseconds since g_start_ticks(), or since the epoch without it, modulo 2^32.
+ *
+ * A difference of more than 30 seconds to the last reading, either way, is taken for a step
+ * of the wall clock: the reading is then the last one plus 10, and later ones go on from
+ * about the last one. So is the first reading of a process that did not call
+ * g_start_ticks(): it is 10. Where a process may not read the ticks for half a minute they
+ * lose that time.
+ *
+ * Threads: any; two that notice a step at once may each take it for theirs.
+ */
+G_API uint32_t g_get_ticks(void);
+
+/**
+ * Sleeps on through signals. A cancellation point.
+ *
+ * @param ms  milliseconds; a negative value returns at once.
+ */
+G_API void g_delay(int ms);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
