@@ -23,6 +23,14 @@ constexpr char kSource[] = "g_str";
 constexpr bool kLongIs64Bit = sizeof(long) == 8;
 constexpr std::uint64_t kMargin = 1024;  // for what cannot be measured
 
+// Lengths reserved, without the place of a sign that every number gets besides.
+constexpr unsigned kHexadecimalLength = 10;
+constexpr unsigned kUnsignedLength = 4 + kHexadecimalLength;
+constexpr unsigned kSignedLength = 1 + kUnsignedLength;
+constexpr unsigned kOctalLength = 2 + kSignedLength;
+constexpr unsigned kNullStringLength = 8;
+constexpr unsigned kSignLength = 1;
+
 // Flags of a conversion.
 enum : unsigned {
   kAlternateForm = 1 << 0,
@@ -91,6 +99,7 @@ class FormatWalk {
   std::uint64_t estimate();
 
  private:
+  bool measure_bare_conversion();
   void measure_conversion();
   void take(char c, Conversion& conversion);
   void take_number(Conversion& conversion);
@@ -115,7 +124,7 @@ std::uint64_t FormatWalk::estimate() {
   while (*at_ != '\0') {
     if (*at_ == '%') {
       ++at_;
-      measure_conversion();
+      if (!measure_bare_conversion()) measure_conversion();
       continue;
     }
     const char* const literal = at_;
@@ -125,6 +134,49 @@ std::uint64_t FormatWalk::estimate() {
     pieces_.add(literal, length);
   }
   return total_;
+}
+
+// The commonest conversions without a modifier, sparing them a Conversion; false, with
+// nothing taken, where it is another one.
+bool FormatWalk::measure_bare_conversion() {
+  constexpr FormatPieces::Layout kNoLayout = {};
+  switch (*at_) {
+    case 's': {
+      const char* const string = va_arg(args_, const char*);
+      if (string == nullptr) [[unlikely]] {
+        // It has a name that the system formatter knows.
+        total_ += kNullStringLength;
+        pieces_.give_up();
+        break;
+      }
+      const std::size_t length = std::strlen(string);
+      total_ += length;
+      pieces_.add(string, length);
+      break;
+    }
+    case 'd': {
+      const int number = va_arg(args_, int);
+      const auto bits = static_cast<unsigned>(number);
+      total_ += kSignedLength + kSignLength;
+      pieces_.add_number(number < 0 ? 0 - bits : bits, number < 0,
+                         FormatPieces::Base::kDecimal, kNoLayout);
+      break;
+    }
+    case 'u':
+      total_ += kUnsignedLength + kSignLength;
+      pieces_.add_number(va_arg(args_, unsigned), false, FormatPieces::Base::kDecimal,
+                         kNoLayout);
+      break;
+    case 'x':
+      total_ += kHexadecimalLength + kSignLength;
+      pieces_.add_number(va_arg(args_, unsigned), false, FormatPieces::Base::kHexadecimal,
+                         kNoLayout);
+      break;
+    default:
+      return false;
+  }
+  ++at_;
+  return true;
 }
 
 void FormatWalk::measure_conversion() {
@@ -147,7 +199,7 @@ void FormatWalk::measure_conversion() {
   std::uint64_t length =
       std::max<std::uint64_t>({conversion.length, conversion.precision, conversion.width});
   if (conversion.has(kAlternateForm)) length += 2;
-  if (conversion.has(kAddSpace | kAddSign | kPossibleSign)) length += 1;
+  if (conversion.has(kAddSpace | kAddSign | kPossibleSign)) length += kSignLength;
   total_ += length;
 }
 
@@ -211,7 +263,6 @@ void FormatWalk::take(char c, Conversion& conversion) {
     case '%':
       conversion.length += 1;
       break;
-    // Each of these rows is the next one and something more.
     case 'D':
     case 'I':
     case 'O':
@@ -219,18 +270,21 @@ void FormatWalk::take(char c, Conversion& conversion) {
       conversion.flags |= kLong;
       [[fallthrough]];
     case 'o':
-      conversion.length += 2;
-      [[fallthrough]];
+      conversion.length += kOctalLength;
+      take_integer(conversion);
+      break;
     case 'd':
     case 'i':
-      conversion.length += 1;
-      [[fallthrough]];
+      conversion.length += kSignedLength;
+      take_integer(conversion);
+      break;
     case 'u':
-      conversion.length += 4;
-      [[fallthrough]];
+      conversion.length += kUnsignedLength;
+      take_integer(conversion);
+      break;
     case 'x':
     case 'X':
-      conversion.length += 10;
+      conversion.length += kHexadecimalLength;
       take_integer(conversion);
       break;
     case 'a':
@@ -354,7 +408,7 @@ void FormatWalk::take_string(Conversion& conversion) {
   }
   string_ = va_arg(args_, const char*);
   if (string_ == nullptr) {
-    conversion.length += 8;
+    conversion.length += kNullStringLength;
   } else if (conversion.has(kSeenPrecision)) {
     conversion.length += conversion.precision;
   } else {

@@ -4,6 +4,7 @@
 
 #include "str/format_pieces.h"
 
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -16,8 +17,9 @@ constexpr std::size_t kMostPadding = 32;
 constexpr char kBlanks[kMostPadding + 1] = "                                ";
 constexpr char kZeros[kMostPadding + 1] = "00000000000000000000000000000000";
 
-// Both return the end of the digits. A 64-bit number is taken apart into 32-bit ones first,
-// by which a 32-bit processor divides many times faster.
+// These return the end of the digits. A 64-bit number is taken apart into 32-bit ones where
+// it is large, and treated as one where it is not: a 32-bit processor counts and divides
+// many times faster by them.
 char* spell_decimal(char* out, std::uint64_t number) {
   if (number <= UINT32_MAX) {
     return std::to_chars(out, out + 10, static_cast<std::uint32_t>(number)).ptr;
@@ -29,15 +31,20 @@ char* spell_decimal(char* out, std::uint64_t number) {
   return out + 9;
 }
 
-char* spell_hexadecimal(char* out, std::uint64_t number, bool upper_case) {
+template <typename Word>
+char* spell_hexadecimal(char* out, Word number, bool upper_case) {
   const char* const digits = upper_case ? "0123456789ABCDEF" : "0123456789abcdef";
-  int bits = 4;
-  while (bits < 64 && number >> bits != 0) bits += 4;
-  while (bits > 0) {
-    bits -= 4;
-    *out++ = digits[number >> bits & 0xf];
-  }
-  return out;
+  char* const end = out + (number == 0 ? 1 : (std::bit_width(number) + 3) / 4);
+  for (char* digit = end; digit != out; number >>= 4) *--digit = digits[number & 0xf];
+  return end;
+}
+
+char* spell(char* out, std::uint64_t number, FormatPieces::Base base) {
+  if (base == FormatPieces::Base::kDecimal) return spell_decimal(out, number);
+  const bool upper_case = base == FormatPieces::Base::kUpperHexadecimal;
+  return number <= UINT32_MAX
+             ? spell_hexadecimal(out, static_cast<std::uint32_t>(number), upper_case)
+             : spell_hexadecimal(out, number, upper_case);
 }
 
 }  // namespace
@@ -62,14 +69,11 @@ void FormatPieces::add_character(char c) {
 
 void FormatPieces::add_number(std::uint64_t magnitude, bool negative, Base base,
                               const Layout& layout) {
-  if (kScratchSize - scratch_used_ < kLongestNumber) return give_up();
+  if (!complete_ || kScratchSize - scratch_used_ < kLongestNumber) return give_up();
   char* const text = scratch_ + scratch_used_;
   *text = '-';
   char* const digits = negative ? text + 1 : text;
-  char* const end =
-      base == Base::kDecimal
-          ? spell_decimal(digits, magnitude)
-          : spell_hexadecimal(digits, magnitude, base == Base::kUpperHexadecimal);
+  char* const end = spell(digits, magnitude, base);
   scratch_used_ = static_cast<std::size_t>(end - scratch_);
 
   const auto length = static_cast<std::size_t>(end - text);
