@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <thread>
 
 #if defined(GROUNDWORK_SANITIZED_HEAP)
 // The sanitizers' own allocators stand behind these names.
@@ -183,6 +184,18 @@ int AllocationFaults::failures() const {
 int AllocationFaults::outstanding() const {
   TableLock lock;
   return block_count;
+}
+
+void warm_up_threads() {
+  std::array<std::thread, 3> threads;
+  std::atomic<std::size_t> running{0};
+  for (std::thread& thread : threads) {
+    thread = std::thread([&] {
+      ++running;
+      while (running < threads.size()) std::this_thread::yield();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 std::size_t allocation_size(int index) {

@@ -34,6 +34,11 @@ class AllocationFaults {
   int outstanding() const;
 };
 
+// Starts some threads side by side and joins them. The C library keeps the stacks, each
+// with a block of the heap: call this before counting the blocks of code that starts
+// threads.
+void warm_up_threads();
+
 // The size asked for by the `index`-th (1 is the first) allocation while last armed; 0 when
 // there was none. The first 64 are kept.
 std::size_t allocation_size(int index);
