@@ -154,6 +154,7 @@ TEST(ThreadCreate, HandleMayBeFreedWhileTheThreadStarts) {
 }
 
 TEST(ThreadWait, FreesTheHandle) {
+  test::warm_up_threads();
   std::atomic<int> seen{0};
   AllocationFaults faults(0);
   GThread* const thread = g_thread_create(store_one, &seen, "worker");

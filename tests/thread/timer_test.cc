@@ -257,6 +257,7 @@ TEST(TimerService, RunsInRealTime) {
 }
 
 TEST(TimerService, CanBeInitialisedAgainAndAgain) {
+  test::warm_up_threads();
   LogCapture log;
   Output output;
   AllocationFaults faults(0);
@@ -326,6 +327,7 @@ TEST(TimerService, TimerSetBeforeInitFiresWithoutALock) {
 }
 
 TEST(TimerService, FailedAllocationsAreSurvived) {
+  test::warm_up_threads();
   LogCapture log(99);
   Output output;
   test::for_each_failed_allocation([](AllocationFaults& faults) {

@@ -23,6 +23,7 @@
 #include <groundwork/str.h>
 #include <groundwork/sys.h>
 #include <groundwork/thread.h>
+#include <groundwork/timeout.h>
 #include <groundwork/timer.h>
 
 #endif
