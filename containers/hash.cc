@@ -1,6 +1,10 @@
 // Hash table: open addressing with linear probing in one flat array of pointers to entries.
 // Removal leaves holes that searches pass over and insertions fill.
 //
+// A search that cannot stop at a hole walks the whole table for a miss. Tables whose key
+// functions are our own, so that equal keys are known to have equal hashes, therefore have
+// an index behind the slots, which gives the same answers without the walk.
+//
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/hash.h>
@@ -10,14 +14,21 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "containers/slot_index.h"
 #include "core/check.h"
+
+using namespace groundwork;
 
 namespace {
 
 struct Entry {
   void* key;
   void* value;
+  uint32_t hashed;  // of the key; costs nothing, heaps round the block up anyway
 };
+
+// What is known about a table's hash and equality functions.
+enum class Keys { kCallers, kPointers, kInts, kStrings };
 
 }  // namespace
 
@@ -28,6 +39,9 @@ struct GHash {
   GHashFunc hash_func;
   GEqualFunc equal_func;  // null compares pointers
   GHashDestroyFunc destroy_func;
+  // Callers know the fields above.
+  Keys keys;
+  SlotIndex index;  // in the block of the slots; false when the table is walked
 };
 static_assert(offsetof(GHash, size) == sizeof(void*) &&
               offsetof(GHash, count) == sizeof(void*) + sizeof(uint32_t) &&
@@ -40,20 +54,80 @@ static_assert(offsetof(GHash, size) == sizeof(void*) &&
 namespace {
 
 constexpr char kSource[] = "g_hash";
+constexpr uint32_t kWalkedSlots = 32;  // up to here a walk costs less than an index
+
+bool equal_text(const void* a, const void* b) {
+  return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b)) == 0;
+}
+
+uint32_t pointed_to(const void* key) {
+  return *static_cast<const uint32_t*>(key);
+}
+
+// Strings compared as pointers are not among them: such a string may change while it is
+// stored, and with it its hash, but not what it equals.
+Keys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
+  if (hash_func == g_hash_str && equal_func == g_hash_str_equal) return Keys::kStrings;
+  if (hash_func == g_hash_int && equal_func == g_hash_int_equal) return Keys::kInts;
+  if (hash_func == g_hash_direct &&
+      (equal_func == nullptr || equal_func == g_hash_direct_equal)) {
+    return Keys::kPointers;
+  }
+  return Keys::kCallers;
+}
+
+bool matches(const GHash& hash, const Entry& entry, const void* key) {
+  switch (hash.keys) {
+    case Keys::kStrings:
+      return equal_text(entry.key, key);
+    case Keys::kInts:
+      return pointed_to(entry.key) == pointed_to(key);
+    case Keys::kPointers:
+      return entry.key == key;
+    case Keys::kCallers:
+      break;
+  }
+  return hash.equal_func != nullptr ? hash.equal_func(entry.key, key) != 0
+                                    : entry.key == key;
+}
+
+uint32_t home_slot(const GHash& hash, uint32_t hashed) {
+  const uint32_t mask = hash.size - 1;
+  return (hash.size & mask) == 0 ? hashed & mask : hashed % hash.size;
+}
 
 uint32_t next_slot(const GHash& hash, uint32_t slot) {
   return slot + 1 == hash.size ? 0 : slot + 1;
 }
 
-bool matches(const GHash& hash, const Entry& entry, const void* key) {
-  return hash.equal_func != nullptr ? hash.equal_func(entry.key, key) != 0
-                                    : entry.key == key;
+// How far a probe run from `home` has gone when it meets `slot`.
+uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
+  return slot >= home ? slot - home : slot + (hash.size - home);
+}
+
+// The slot that a run from `home` is the first to find `key` in; `size` when there is none.
+uint32_t nearest_match(const GHash& hash, const void* key, uint32_t hashed, uint32_t home) {
+  uint32_t nearest = hash.size;
+  uint32_t nearest_distance = hash.size;
+  __builtin_prefetch(&hash.slots[home]);  // the match is there or near
+  hash.index.visit_candidates(hashed, [&](uint32_t slot) {
+    const uint32_t slot_distance = distance(hash, home, slot);
+    if (slot_distance >= nearest_distance) return false;
+    const Entry& entry = *hash.slots[slot];
+    if (entry.hashed != hashed || !matches(hash, entry, key)) return false;
+    nearest = slot;
+    nearest_distance = slot_distance;
+    return slot_distance == 0;
+  });
+  return nearest;
 }
 
 // The slot of the first entry for `key` from its home slot on; `size` when there is none.
 // Holes are passed over: removal leaves them in the middle of a probe run.
 uint32_t find_slot(const GHash& hash, const void* key) {
-  const uint32_t home = hash.hash_func(key) % hash.size;
+  const uint32_t hashed = hash.hash_func(key);
+  const uint32_t home = home_slot(hash, hashed);
+  if (hash.index) return nearest_match(hash, key, hashed, home);
   uint32_t slot = home;
   do {
     const Entry* const entry = hash.slots[slot];
@@ -64,22 +138,67 @@ uint32_t find_slot(const GHash& hash, const void* key) {
 }
 
 uint32_t first_hole(const GHash& hash, uint32_t slot) {
+  if (hash.index) return hash.index.first_hole(slot);
   while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
   return slot;
 }
 
+// Where `key` is to be stored: the slot of its entry, or a hole.
+// Kept: the run ends at the first hole, although a search would go on. A key beyond the
+// hole is stored twice.
+uint32_t insertion_slot(const GHash& hash, const void* key, uint32_t hashed) {
+  const uint32_t home = home_slot(hash, hashed);
+  if (hash.index) {
+    const uint32_t hole = hash.index.first_hole(home);
+    if (hole == home) return hole;
+    const uint32_t match = nearest_match(hash, key, hashed, home);
+    return match != hash.size && distance(hash, home, match) < distance(hash, home, hole)
+               ? match
+               : hole;
+  }
+  uint32_t slot = home;
+  while (hash.slots[slot] != nullptr && !matches(hash, *hash.slots[slot], key)) {
+    slot = next_slot(hash, slot);
+  }
+  return slot;
+}
+
+void put(GHash& hash, uint32_t slot, Entry* entry) {
+  hash.slots[slot] = entry;
+  if (hash.index) hash.index.add(entry->hashed, slot);
+}
+
+// Gives the table `size` empty slots and, if it should have one and there is memory, an
+// index. False when memory is exhausted, with nothing changed.
+bool allocate_slots(GHash& hash, uint32_t size) {
+  void* block = nullptr;
+  const uint64_t slot_bytes = uint64_t{size} * sizeof(Entry*);
+  if (hash.keys != Keys::kCallers && size > kWalkedSlots && size <= SlotIndex::kMaxSlots) {
+    const uint64_t bytes = slot_bytes + SlotIndex::words(size) * sizeof(uint32_t);
+    if (bytes <= PTRDIFF_MAX) block = std::calloc(1, static_cast<size_t>(bytes));
+  }
+  const bool indexed = block != nullptr;
+  if (!indexed && slot_bytes <= PTRDIFF_MAX) block = std::calloc(size, sizeof(Entry*));
+  if (block == nullptr) [[unlikely]]
+    return false;
+  hash.slots = static_cast<Entry**>(block);
+  hash.size = size;
+  hash.index = indexed ? SlotIndex(reinterpret_cast<uint32_t*>(hash.slots + size), size)
+                       : SlotIndex();
+  return true;
+}
+
 // Doubles the table; false when memory is exhausted, with nothing changed.
 bool grow(GHash& hash) {
-  if (hash.size > UINT32_MAX / 2) return false;
   GHash grown = hash;
-  grown.size = hash.size * 2;
-  grown.slots = static_cast<Entry**>(std::calloc(grown.size, sizeof(Entry*)));
-  if (grown.slots == nullptr) [[unlikely]]
-    return false;
+  if (hash.size > UINT32_MAX / 2 || !allocate_slots(grown, hash.size * 2)) return false;
   for (uint32_t slot = 0; slot < hash.size; ++slot) {
+    // The entries lie anywhere: ask for those that come soon.
+    if (hash.size - slot > 8) __builtin_prefetch(hash.slots[slot + 8]);
     Entry* const entry = hash.slots[slot];
     if (entry == nullptr) continue;
-    grown.slots[first_hole(grown, hash.hash_func(entry->key) % grown.size)] = entry;
+    if (!hash.index) entry->hashed = hash.hash_func(entry->key);
+    put(grown, first_hole(grown, home_slot(grown, entry->hashed)), entry);
   }
   std::free(hash.slots);
   hash = grown;
@@ -90,17 +209,18 @@ bool grow(GHash& hash) {
 
 extern "C" GHash* g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equal_func,
                              GHashDestroyFunc destroy_func) {
-  if (size == 0) size = 1;
   auto* const hash = static_cast<GHash*>(std::malloc(sizeof(GHash)));
   if (hash == nullptr) [[unlikely]]
     return nullptr;
-  auto** const slots = static_cast<Entry**>(std::calloc(size, sizeof(Entry*)));
-  if (slots == nullptr) [[unlikely]] {
+  *hash = {};
+  hash->hash_func = hash_func != nullptr ? hash_func : g_hash_direct;
+  hash->equal_func = equal_func;
+  hash->destroy_func = destroy_func;
+  hash->keys = keys_of(hash->hash_func, equal_func);
+  if (!allocate_slots(*hash, size != 0 ? size : 1)) [[unlikely]] {
     std::free(hash);
     return nullptr;
   }
-  *hash = {slots,      size,        0, hash_func != nullptr ? hash_func : g_hash_direct,
-           equal_func, destroy_func};
   return hash;
 }
 
@@ -120,15 +240,10 @@ extern "C" void g_hash_free(GHash* hash) {
 extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
   CHECK_ARG(hash != NULL, -1);
   const uint32_t hashed = hash->hash_func(key);
-  // Kept: ends at the first hole, although a search would go on. A key beyond the hole is
-  // stored twice.
-  uint32_t slot = hashed % hash->size;
-  for (; hash->slots[slot] != nullptr; slot = next_slot(*hash, slot)) {
-    Entry* const entry = hash->slots[slot];
-    if (matches(*hash, *entry, key)) {
-      *entry = {key, value};
-      return 0;
-    }
+  uint32_t slot = insertion_slot(*hash, key, hashed);
+  if (Entry* const entry = hash->slots[slot]; entry != nullptr) {
+    *entry = {key, value, hashed};
+    return 0;
   }
   auto* const entry = static_cast<Entry*>(std::malloc(sizeof(Entry)));
   if (entry == nullptr) [[unlikely]]
@@ -138,10 +253,10 @@ extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
       std::free(entry);
       return -1;
     }
-    slot = first_hole(*hash, hashed % hash->size);
+    slot = first_hole(*hash, home_slot(*hash, hashed));
   }
-  *entry = {key, value};
-  hash->slots[slot] = entry;
+  *entry = {key, value, hashed};
+  put(*hash, slot, entry);
   ++hash->count;
   return 0;
 }
@@ -159,6 +274,10 @@ extern "C" int g_hash_remove(GHash* hash, const void* key) {
   Entry* const entry = hash->slots[slot];
   // The entry is still in place while the callback runs; `key` may be gone afterwards.
   if (hash->destroy_func != nullptr) hash->destroy_func(entry->key, entry->value);
+  if (hash->index) {
+    hash->index.remove(entry->hashed, slot,
+                       [&](uint32_t other) { return hash->slots[other]->hashed; });
+  }
   std::free(entry);
   hash->slots[slot] = nullptr;
   --hash->count;
@@ -179,11 +298,11 @@ extern "C" int g_hash_direct_equal(const void* a, const void* b) {
 }
 
 extern "C" uint32_t g_hash_int(const void* key) {
-  return *static_cast<const uint32_t*>(key);
+  return pointed_to(key);
 }
 
 extern "C" int g_hash_int_equal(const void* a, const void* b) {
-  return g_hash_int(a) == g_hash_int(b) ? 1 : 0;
+  return pointed_to(a) == pointed_to(b) ? 1 : 0;
 }
 
 extern "C" uint32_t g_hash_str(const void* key) {
@@ -196,5 +315,5 @@ extern "C" uint32_t g_hash_str(const void* key) {
 }
 
 extern "C" int g_hash_str_equal(const void* a, const void* b) {
-  return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b)) == 0 ? 1 : 0;
+  return equal_text(a, b) ? 1 : 0;
 }

@@ -1,0 +1,141 @@
+// Answers the two questions of an open-addressing table that would otherwise be walked for:
+// which slots may hold a hash, and where is the first hole from a slot on.
+//
+// Hashes: cells in a second, smaller open-addressing table. A cell is one word: the slot
+// plus one in its low bits, some bits of the mixed hash, the tag, in the rest; 0 is empty.
+// Holes: one bit for each slot, set where occupied, and a summary bit for each word of
+// those, set where the word is full.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_CONTAINERS_SLOT_INDEX_H
+#define GROUNDWORK_CONTAINERS_SLOT_INDEX_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+namespace groundwork {
+
+class SlotIndex {
+ public:
+  static constexpr uint32_t kMaxSlots = UINT32_MAX >> 2;  // leaves a bit for the tag
+
+  // How many words the index of a table of `slots` slots takes.
+  static constexpr uint64_t words(uint32_t slots) {
+    return uint64_t{cells(slots)} + bit_words(slots) + bit_words(bit_words(slots));
+  }
+
+  SlotIndex() = default;  // no index: tests false
+
+  // `memory` holds words(slots) zeros; all slots are empty. Not owned.
+  SlotIndex(uint32_t* memory, uint32_t slots)
+      : cells_(memory),
+        cell_count_(cells(slots)),
+        slot_mask_((uint32_t{1} << std::bit_width(slots)) - 1),
+        occupied_(cells_ + cell_count_),
+        full_(occupied_ + bit_words(slots)),
+        full_words_(bit_words(bit_words(slots))) {
+    // What lies beyond the end is no hole.
+    fill_from(occupied_, slots);
+    fill_from(full_, bit_words(slots));
+  }
+
+  explicit operator bool() const { return cells_ != nullptr; }
+
+  // Calls visit(slot) for each occupied slot whose hash may be `hash`, in no order, until
+  // it returns true. Slots of other hashes are rare among them.
+  template <typename Visit>
+  void visit_candidates(uint32_t hash, Visit visit) const {
+    const uint32_t mixed = mix(hash);
+    const uint32_t tag = tag_of(mixed);
+    for (uint32_t at = home_cell(mixed); cells_[at] != 0; at = next_cell(at)) {
+      if ((cells_[at] & ~slot_mask_) == tag && visit((cells_[at] & slot_mask_) - 1)) return;
+    }
+  }
+
+  // The first empty slot from `slot` on, the last slot being followed by the first. One
+  // must be empty.
+  uint32_t first_hole(uint32_t slot) const {
+    uint32_t word = slot / 32;
+    uint32_t holes = ~occupied_[word] & (~uint32_t{0} << slot % 32);
+    if (holes == 0) {
+      word = word_with_hole_after(word);
+      holes = ~occupied_[word];
+    }
+    return word * 32 + static_cast<uint32_t>(std::countr_zero(holes));
+  }
+
+  // `slot`, empty so far, is taken by an entry of `hash`.
+  void add(uint32_t hash, uint32_t slot) {
+    const uint32_t mixed = mix(hash);
+    uint32_t at = home_cell(mixed);
+    while (cells_[at] != 0) at = next_cell(at);
+    cells_[at] = tag_of(mixed) | (slot + 1);
+    const uint32_t word = slot / 32;
+    occupied_[word] |= bit(slot);
+    if (occupied_[word] == ~uint32_t{0}) full_[word / 32] |= bit(word);
+  }
+
+  // `slot` loses its entry of `hash`. hash_at(slot) tells the hash of any other occupied
+  // slot.
+  template <typename HashAt>
+  void remove(uint32_t hash, uint32_t slot, HashAt hash_at) {
+    occupied_[slot / 32] &= ~bit(slot);
+    full_[slot / 32 / 32] &= ~bit(slot / 32);
+    uint32_t gap = home_cell(mix(hash));
+    while ((cells_[gap] & slot_mask_) != slot + 1) gap = next_cell(gap);
+    // Cells after the gap move into it unless that would put them before their home.
+    for (uint32_t at = next_cell(gap); cells_[at] != 0; at = next_cell(at)) {
+      const uint32_t home = home_cell(mix(hash_at((cells_[at] & slot_mask_) - 1)));
+      if (distance(home, at) < distance(gap, at)) continue;
+      cells_[gap] = cells_[at];
+      gap = at;
+    }
+    cells_[gap] = 0;
+  }
+
+ private:
+  // At most two thirds of the cells are taken, since one slot stays empty.
+  static constexpr uint32_t cells(uint32_t slots) { return slots + slots / 2; }
+  static constexpr uint32_t bit_words(uint32_t bits) {
+    return bits / 32 + (bits % 32 != 0);
+  }
+  static constexpr uint32_t bit(uint32_t index) { return uint32_t{1} << index % 32; }
+
+  static void fill_from(uint32_t* words, uint32_t bits) {
+    if (bits % 32 != 0) words[bits / 32] = ~uint32_t{0} << bits % 32;
+  }
+
+  // One-to-one; its upper bits choose the cell, its lower bits are the tag.
+  static constexpr uint32_t mix(uint32_t hash) { return (hash ^ hash >> 16) * 0x9e3779b1u; }
+  uint32_t home_cell(uint32_t mixed) const {
+    return static_cast<uint32_t>(uint64_t{mixed} * cell_count_ >> 32);
+  }
+  uint32_t tag_of(uint32_t mixed) const { return mixed * (slot_mask_ + 1); }
+  uint32_t next_cell(uint32_t at) const { return at + 1 == cell_count_ ? 0 : at + 1; }
+  uint32_t distance(uint32_t from, uint32_t to) const {
+    return to >= from ? to - from : to + cell_count_ - from;
+  }
+
+  uint32_t word_with_hole_after(uint32_t word) const {
+    uint32_t at = word / 32;
+    // The word itself is no answer yet: its holes, if any, lie before the slot asked for.
+    uint32_t open = ~full_[at] & (~uint32_t{1} << word % 32);
+    while (open == 0) {
+      at = at + 1 == full_words_ ? 0 : at + 1;
+      open = ~full_[at];
+    }
+    return at * 32 + static_cast<uint32_t>(std::countr_zero(open));
+  }
+
+  uint32_t* cells_ = nullptr;
+  uint32_t cell_count_ = 0;
+  uint32_t slot_mask_ = 0;
+  uint32_t* occupied_ = nullptr;
+  uint32_t* full_ = nullptr;
+  uint32_t full_words_ = 0;
+};
+
+}  // namespace groundwork
+
+#endif
