@@ -41,7 +41,8 @@ struct GHash {
   GHashDestroyFunc destroy_func;
   // Callers know the fields above.
   Keys keys;
-  SlotIndex index;  // in the block of the slots; false when the table is walked
+  bool had_removals;  // so a key may be stored twice
+  SlotIndex index;    // in the block of the slots; false when the table is walked
 };
 static_assert(offsetof(GHash, size) == sizeof(void*) &&
               offsetof(GHash, count) == sizeof(void*) + sizeof(uint32_t) &&
@@ -54,7 +55,7 @@ static_assert(offsetof(GHash, size) == sizeof(void*) &&
 namespace {
 
 constexpr char kSource[] = "g_hash";
-constexpr uint32_t kWalkedSlots = 32;  // up to here a walk costs less than an index
+constexpr uint32_t kWalkedSlots = 16;  // up to here a walk costs less than an index
 
 bool equal_text(const void* a, const void* b) {
   return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b)) == 0;
@@ -62,6 +63,23 @@ bool equal_text(const void* a, const void* b) {
 
 uint32_t pointed_to(const void* key) {
   return *static_cast<const uint32_t*>(key);
+}
+
+uint32_t hash_of_text(const void* key) {
+  uint32_t hashed = 0;
+  // Kept: bytes are signed everywhere, so non-ASCII text hashes alike on every platform.
+  // Four at a time, so that one multiplication does not wait for another.
+  for (const auto* byte = static_cast<const signed char*>(key);; byte += 4) {
+    const auto at = [byte](int i) { return static_cast<uint32_t>(byte[i]); };
+    if (byte[0] == 0) return hashed;
+    if (byte[1] == 0) return hashed * 31 + at(0);
+    if (byte[2] == 0) return hashed * (31 * 31) + at(0) * 31 + at(1);
+    if (byte[3] == 0) {
+      return hashed * (31 * 31 * 31) + at(0) * (31 * 31) + at(1) * 31 + at(2);
+    }
+    hashed = hashed * (31 * 31 * 31 * 31) + at(0) * (31 * 31 * 31) + at(1) * (31 * 31) +
+             at(2) * 31 + at(3);
+  }
 }
 
 // Strings compared as pointers are not among them: such a string may change while it is
@@ -91,6 +109,20 @@ bool matches(const GHash& hash, const Entry& entry, const void* key) {
                                     : entry.key == key;
 }
 
+uint32_t hash_key(const GHash& hash, const void* key) {
+  switch (hash.keys) {
+    case Keys::kStrings:
+      return hash_of_text(key);
+    case Keys::kInts:
+      return pointed_to(key);
+    case Keys::kPointers:
+      return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
+    case Keys::kCallers:
+      break;
+  }
+  return hash.hash_func(key);
+}
+
 uint32_t home_slot(const GHash& hash, uint32_t hashed) {
   const uint32_t mask = hash.size - 1;
   return (hash.size & mask) == 0 ? hashed & mask : hashed % hash.size;
@@ -105,19 +137,24 @@ uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
   return slot >= home ? slot - home : slot + (hash.size - home);
 }
 
+// Whether the entry at the occupied `slot` is for `key`, whose hash is `hashed`. For tables
+// of our own key functions.
+bool holds(const GHash& hash, uint32_t slot, const void* key, uint32_t hashed) {
+  const Entry& entry = *hash.slots[slot];
+  return entry.hashed == hashed && matches(hash, entry, key);
+}
+
 // The slot that a run from `home` is the first to find `key` in; `size` when there is none.
 uint32_t nearest_match(const GHash& hash, const void* key, uint32_t hashed, uint32_t home) {
+  if (hash.slots[home] != nullptr && holds(hash, home, key, hashed)) return home;
   uint32_t nearest = hash.size;
   uint32_t nearest_distance = hash.size;
-  __builtin_prefetch(&hash.slots[home]);  // the match is there or near
   hash.index.visit_candidates(hashed, [&](uint32_t slot) {
     const uint32_t slot_distance = distance(hash, home, slot);
-    if (slot_distance >= nearest_distance) return false;
-    const Entry& entry = *hash.slots[slot];
-    if (entry.hashed != hashed || !matches(hash, entry, key)) return false;
+    if (slot_distance >= nearest_distance || !holds(hash, slot, key, hashed)) return false;
     nearest = slot;
     nearest_distance = slot_distance;
-    return slot_distance == 0;
+    return !hash.had_removals;
   });
   return nearest;
 }
@@ -125,7 +162,7 @@ uint32_t nearest_match(const GHash& hash, const void* key, uint32_t hashed, uint
 // The slot of the first entry for `key` from its home slot on; `size` when there is none.
 // Holes are passed over: removal leaves them in the middle of a probe run.
 uint32_t find_slot(const GHash& hash, const void* key) {
-  const uint32_t hashed = hash.hash_func(key);
+  const uint32_t hashed = hash_key(hash, key);
   const uint32_t home = home_slot(hash, hashed);
   if (hash.index) return nearest_match(hash, key, hashed, home);
   uint32_t slot = home;
@@ -197,7 +234,7 @@ bool grow(GHash& hash) {
     if (hash.size - slot > 8) __builtin_prefetch(hash.slots[slot + 8]);
     Entry* const entry = hash.slots[slot];
     if (entry == nullptr) continue;
-    if (!hash.index) entry->hashed = hash.hash_func(entry->key);
+    if (!hash.index) entry->hashed = hash_key(hash, entry->key);
     put(grown, first_hole(grown, home_slot(grown, entry->hashed)), entry);
   }
   std::free(hash.slots);
@@ -239,7 +276,7 @@ extern "C" void g_hash_free(GHash* hash) {
 
 extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
   CHECK_ARG(hash != NULL, -1);
-  const uint32_t hashed = hash->hash_func(key);
+  const uint32_t hashed = hash_key(*hash, key);
   uint32_t slot = insertion_slot(*hash, key, hashed);
   if (Entry* const entry = hash->slots[slot]; entry != nullptr) {
     *entry = {key, value, hashed};
@@ -281,6 +318,7 @@ extern "C" int g_hash_remove(GHash* hash, const void* key) {
   std::free(entry);
   hash->slots[slot] = nullptr;
   --hash->count;
+  hash->had_removals = hash->count != 0;
   return 0;
 }
 
@@ -306,12 +344,7 @@ extern "C" int g_hash_int_equal(const void* a, const void* b) {
 }
 
 extern "C" uint32_t g_hash_str(const void* key) {
-  uint32_t hashed = 0;
-  // Kept: bytes are signed everywhere, so non-ASCII text hashes alike on every platform.
-  for (const auto* byte = static_cast<const signed char*>(key); *byte != 0; ++byte) {
-    hashed = hashed * 31 + static_cast<uint32_t>(*byte);
-  }
-  return hashed;
+  return hash_of_text(key);
 }
 
 extern "C" int g_hash_str_equal(const void* a, const void* b) {
