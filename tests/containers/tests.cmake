@@ -1,2 +1,4 @@
+groundwork_test(containers/fifo_test LABELS threads)
 groundwork_test(containers/hash_test)
 groundwork_test(containers/list_test)
+groundwork_test(containers/queue_test LABELS threads)

@@ -12,6 +12,7 @@
 #include <groundwork/callback.h>
 #include <groundwork/conf.h>
 #include <groundwork/dir.h>
+#include <groundwork/fifo.h>
 #include <groundwork/file.h>
 #include <groundwork/file_map.h>
 #include <groundwork/hash.h>
@@ -22,6 +23,8 @@
 #include <groundwork/package.h>
 #include <groundwork/str.h>
 #include <groundwork/sys.h>
+#include <groundwork/queue.h>
+#include <groundwork/str.h>
 #include <groundwork/thread.h>
 #include <groundwork/timeout.h>
 #include <groundwork/timer.h>

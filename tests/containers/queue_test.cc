@@ -1,0 +1,759 @@
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/list.h>
+#include <groundwork/queue.h>
+#include <groundwork/thread.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <deque>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include "support/allocation_faults.h"
+#include "support/log_capture.h"
+
+using test::AllocationFaults;
+using test::check_line;
+using test::LogCapture;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+// The front of a queue.
+struct Front {
+  GList* head;
+  GList* tail;
+  GMutex* mutex;
+  GQueueHoldFunc add_func;
+  GQueueHoldFunc release_func;
+  std::uint32_t count;
+};
+
+const Front& front_of(const GQueue* queue) {
+  return *reinterpret_cast<const Front*>(queue);
+}
+
+int elements[64];
+void* const a = &elements[0];
+void* const b = &elements[1];
+void* const c = &elements[2];
+void* const d = &elements[3];
+
+using Data = std::vector<void*>;
+
+// Calls of the callbacks.
+Data added;
+Data released;
+void record_added(void* data) {
+  added.push_back(data);
+}
+void record_released(void* data) {
+  released.push_back(data);
+}
+
+int collect(void* data, void* user_data) {
+  static_cast<Data*>(user_data)->push_back(data);
+  return 0;
+}
+
+// The elements from head to tail; checks both directions, the ends and the count.
+Data content(GQueue* queue) {
+  Data forward;
+  Data backward;
+  g_queue_foreach(queue, collect, &forward);
+  g_queue_foreach_reverse(queue, collect, &backward);
+  EXPECT_EQ(forward, Data(backward.rbegin(), backward.rend()));
+  EXPECT_EQ(g_queue_count(queue), forward.size());
+  const Front& front = front_of(queue);
+  if (forward.empty()) {
+    EXPECT_EQ(front.head, nullptr);
+    EXPECT_EQ(front.tail, nullptr);
+  } else {
+    EXPECT_EQ(front.head->data, forward.front());
+    EXPECT_EQ(front.head->prev, nullptr);
+    EXPECT_EQ(front.tail->data, forward.back());
+    EXPECT_EQ(front.tail->next, nullptr);
+  }
+  return forward;
+}
+
+class QueueTest : public ::testing::Test {
+ protected:
+  void SetUp() override { make({}); }
+  void TearDown() override { g_queue_free(queue); }
+  // Replaces the queue by one with recording callbacks that holds `data`.
+  void make(const Data& data) {
+    if (queue != nullptr) g_queue_free(queue);
+    queue = g_queue_new(record_added, record_released);
+    ASSERT_NE(queue, nullptr);
+    for (void* const element : data) g_queue_enqueue(queue, element);
+    added.clear();
+    released.clear();
+  }
+  GQueue* queue = nullptr;
+};
+
+// --- making and freeing ---
+
+TEST_F(QueueTest, ANewQueueIsEmptyAndHoldsItsCallbacks) {
+  const Front& front = front_of(queue);
+  EXPECT_EQ(front.head, nullptr);
+  EXPECT_EQ(front.tail, nullptr);
+  EXPECT_NE(front.mutex, nullptr);
+  EXPECT_EQ(front.add_func, &record_added);
+  EXPECT_EQ(front.release_func, &record_released);
+  EXPECT_EQ(front.count, 0u);
+  EXPECT_EQ(g_queue_empty(queue), 1);
+  EXPECT_EQ(g_queue_count(queue), 0u);
+}
+
+TEST(QueueNew, EachFailedAllocationGivesNullSilentlyAndLeaksNothing) {
+  LogCapture log;
+  test::for_each_failed_allocation([](AllocationFaults& faults) {
+    GQueue* const queue = g_queue_new(nullptr, nullptr);
+    faults.disarm();
+    EXPECT_EQ(queue == nullptr, faults.failures() != 0);
+    if (queue != nullptr) g_queue_free(queue);
+  });
+  EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST(QueueFree, ReleasesTheElementsFromHeadToTailAndEveryBlock) {
+  AllocationFaults blocks(0);
+  GQueue* const queue = g_queue_new(nullptr, record_released);
+  for (void* const element : {a, b, c}) g_queue_enqueue(queue, element);
+  blocks.disarm();
+  released.clear();
+  g_queue_free(queue);
+  EXPECT_EQ(released, (Data{a, b, c}));
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST(Queue, BadArgumentsReportTheFirstCheckThatFails) {
+  LogCapture log;
+  const Lines no_queue{check_line("g_queue", "queue != NULL")};
+  g_queue_free(nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  EXPECT_EQ(g_queue_empty(nullptr), -1);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_enqueue(nullptr, a);
+  EXPECT_EQ(log.take(), no_queue);
+  EXPECT_EQ(g_queue_dequeue(nullptr, a), nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  EXPECT_EQ(g_queue_first(nullptr), nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  EXPECT_EQ(g_queue_last(nullptr), nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_clear(nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_insert(nullptr, a, nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_delete(nullptr, a);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_remove(nullptr, a);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_foreach(nullptr, nullptr, nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+  g_queue_foreach_reverse(nullptr, nullptr, nullptr);
+  EXPECT_EQ(log.take(), no_queue);
+}
+
+TEST_F(QueueTest, InsertingNullReportsTheCheck) {
+  make({a});
+  LogCapture log;
+  g_queue_insert(queue, a, nullptr);
+  EXPECT_EQ(log.take(), Lines{check_line("g_queue", "data != NULL")});
+  EXPECT_EQ(content(queue), Data{a});
+  EXPECT_EQ(added, Data{});
+}
+
+TEST_F(QueueTest, VisitingWithoutAFunctionReportsTheCheck) {
+  LogCapture log;
+  g_queue_foreach(queue, nullptr, nullptr);
+  EXPECT_EQ(log.take(), Lines{check_line("g_queue", "func != NULL")});
+  g_queue_foreach_reverse(queue, nullptr, nullptr);
+  EXPECT_EQ(log.take(), Lines{check_line("g_queue", "func != NULL")});
+}
+
+// --- enqueue, dequeue ---
+
+TEST_F(QueueTest, ElementsLeaveInTheOrderTheyEntered) {
+  g_queue_enqueue(queue, a);
+  EXPECT_EQ(g_queue_empty(queue), 0);
+  g_queue_enqueue(queue, b);
+  g_queue_enqueue(queue, c);
+  EXPECT_EQ(added, (Data{a, b, c}));
+  EXPECT_EQ(content(queue), (Data{a, b, c}));
+  EXPECT_EQ(g_queue_dequeue(queue, nullptr), a);
+  EXPECT_EQ(g_queue_dequeue(queue, nullptr), b);
+  EXPECT_EQ(released, (Data{a, b}));
+  EXPECT_EQ(content(queue), Data{c});
+}
+
+TEST_F(QueueTest, DequeueFromAnEmptyQueueIsNullAndReleasesNothing) {
+  EXPECT_EQ(g_queue_dequeue(queue, nullptr), nullptr);
+  EXPECT_EQ(g_queue_dequeue(queue, a), nullptr);
+  EXPECT_EQ(released, Data{});
+}
+
+TEST_F(QueueTest, DequeueOfAnExpectedElementTakesItFromTheHeadOnly) {
+  make({a, b, c});
+  EXPECT_EQ(g_queue_dequeue(queue, b), nullptr);
+  EXPECT_EQ(g_queue_dequeue(queue, d), nullptr);
+  EXPECT_EQ(content(queue), (Data{a, b, c}));
+  EXPECT_EQ(released, Data{});
+  EXPECT_EQ(g_queue_dequeue(queue, a), a);
+  EXPECT_EQ(content(queue), (Data{b, c}));
+  EXPECT_EQ(released, Data{a});
+}
+
+TEST_F(QueueTest, TakingTheLastElementEmptiesBothEnds) {
+  make({a});
+  g_queue_dequeue(queue, nullptr);
+  EXPECT_EQ(content(queue), Data{});
+  EXPECT_EQ(g_queue_empty(queue), 1);
+  g_queue_enqueue(queue, b);
+  EXPECT_EQ(content(queue), Data{b});
+}
+
+TEST_F(QueueTest, WithoutCallbacksElementsJustPass) {
+  GQueue* const plain = g_queue_new(nullptr, nullptr);
+  g_queue_enqueue(plain, a);
+  g_queue_insert(plain, b, c);
+  g_queue_insert(plain, a, b);
+  EXPECT_EQ(content(plain), (Data{a, b, c}));
+  EXPECT_EQ(g_queue_dequeue(plain, nullptr), a);
+  g_queue_remove(plain, b);
+  g_queue_clear(plain);
+  EXPECT_EQ(content(plain), Data{});
+  g_queue_free(plain);
+}
+
+TEST_F(QueueTest, ANullElementMayPass) {
+  g_queue_enqueue(queue, nullptr);
+  EXPECT_EQ(g_queue_count(queue), 1u);
+  EXPECT_EQ(g_queue_dequeue(queue, nullptr), nullptr);
+  EXPECT_EQ(g_queue_count(queue), 0u);
+  EXPECT_EQ(released, Data{nullptr});
+}
+
+TEST_F(QueueTest, FirstAndLastLeaveTheElements) {
+  EXPECT_EQ(g_queue_first(queue), nullptr);
+  EXPECT_EQ(g_queue_last(queue), nullptr);
+  make({a, b, c});
+  EXPECT_EQ(g_queue_first(queue), a);
+  EXPECT_EQ(g_queue_last(queue), c);
+  EXPECT_EQ(content(queue), (Data{a, b, c}));
+  EXPECT_EQ(released, Data{});
+}
+
+// Uses the queue from inside its callback, which only works while it is not locked.
+GQueue* used = nullptr;
+Data seen_inside;
+
+TEST_F(QueueTest, AnAddCallbackMayUseTheQueueWhichHoldsTheElementOnlyLater) {
+  GQueue* const other = g_queue_new([](void*) { seen_inside = content(used); }, nullptr);
+  used = other;
+  g_queue_enqueue(other, a);
+  EXPECT_EQ(seen_inside, Data{});
+  g_queue_enqueue(other, b);
+  EXPECT_EQ(seen_inside, Data{a});
+  g_queue_insert(other, a, c);
+  EXPECT_EQ(seen_inside, (Data{a, b}));
+  EXPECT_EQ(content(other), (Data{a, c, b}));
+  g_queue_free(other);
+}
+
+TEST_F(QueueTest, DequeueReleasesAfterUnlocking) {
+  GQueue* const other = g_queue_new(nullptr, [](void*) { seen_inside = content(used); });
+  used = other;
+  g_queue_enqueue(other, a);
+  g_queue_enqueue(other, b);
+  EXPECT_EQ(g_queue_dequeue(other, nullptr), a);
+  EXPECT_EQ(seen_inside, Data{b});
+  g_queue_dequeue(other, nullptr);
+  g_queue_free(other);
+}
+
+// Whether the queue's mutex is held: a thread that locks it does not come back.
+std::atomic<bool> lock_taken;
+void* take_lock(void* mutex) {
+  g_thread_mutex_lock(static_cast<GMutex*>(mutex));
+  lock_taken = true;
+  g_thread_mutex_unlock(static_cast<GMutex*>(mutex));
+  return nullptr;
+}
+std::vector<bool> locked_inside;
+GThread* waiting_thread = nullptr;
+void look_at_lock(void*) {
+  lock_taken = false;
+  waiting_thread = g_thread_create(take_lock, front_of(used).mutex, nullptr);
+  usleep(20000);
+  locked_inside.push_back(!lock_taken);
+}
+
+TEST_F(QueueTest, ClearAndRemoveReleaseWithTheQueueLocked) {
+  GQueue* const other = g_queue_new(nullptr, look_at_lock);
+  used = other;
+  locked_inside.clear();
+  g_queue_enqueue(other, a);
+  g_queue_clear(other);
+  g_thread_wait(waiting_thread);
+  EXPECT_EQ(locked_inside, std::vector<bool>{true});
+  g_queue_enqueue(other, a);
+  g_queue_remove(other, a);
+  g_thread_wait(waiting_thread);
+  EXPECT_EQ(locked_inside, (std::vector<bool>{true, true}));
+  g_queue_free(other);
+}
+
+// --- clear, remove, delete ---
+
+TEST_F(QueueTest, ClearReleasesFromHeadToTail) {
+  make({a, b, a});
+  g_queue_clear(queue);
+  EXPECT_EQ(released, (Data{a, b, a}));
+  EXPECT_EQ(content(queue), Data{});
+  g_queue_clear(queue);
+  EXPECT_EQ(released.size(), 3u);
+}
+
+TEST_F(QueueTest, RemovingTheTailElementMovesTheTailBack) {
+  make({a, b, c});
+  g_queue_remove(queue, c);
+  EXPECT_EQ(g_queue_last(queue), b);
+  EXPECT_EQ(content(queue), (Data{a, b}));
+  EXPECT_EQ(released, Data{c});
+  g_queue_enqueue(queue, d);
+  EXPECT_EQ(content(queue), (Data{a, b, d}));
+}
+
+TEST_F(QueueTest, RemoveTakesTheFirstOccurrenceWhereverItIs) {
+  make({a, b, a, c});
+  g_queue_remove(queue, a);
+  EXPECT_EQ(content(queue), (Data{b, a, c}));
+  g_queue_remove(queue, a);
+  EXPECT_EQ(content(queue), (Data{b, c}));
+  g_queue_remove(queue, b);
+  g_queue_remove(queue, c);
+  EXPECT_EQ(content(queue), Data{});
+  EXPECT_EQ(released, (Data{a, a, b, c}));
+}
+
+TEST_F(QueueTest, RemovingAnAbsentElementDoesNothing) {
+  make({a});
+  g_queue_remove(queue, b);
+  g_queue_delete(queue, b);
+  EXPECT_EQ(content(queue), Data{a});
+  EXPECT_EQ(released, Data{});
+}
+
+TEST_F(QueueTest, DeleteTakesNoLock) {
+  make({a, b});
+  g_thread_mutex_lock(front_of(queue).mutex);
+  g_queue_delete(queue, b);
+  g_thread_mutex_unlock(front_of(queue).mutex);
+  EXPECT_EQ(content(queue), Data{a});
+  EXPECT_EQ(released, Data{b});
+}
+
+TEST_F(QueueTest, AVisitMayDeleteTheElementItWasGiven) {
+  for (const auto visit : {g_queue_foreach, g_queue_foreach_reverse}) {
+    make({a, b, c, d});
+    visit(
+        queue,
+        [](void* data, void* user) {
+          if (data != c) g_queue_delete(static_cast<GQueue*>(user), data);
+          return 0;
+        },
+        queue);
+    EXPECT_EQ(content(queue), Data{c});
+  }
+}
+
+// --- insert ---
+
+TEST_F(QueueTest, InsertPutsTheElementAfterTheFirstSibling) {
+  make({a, b, a, c});
+  g_queue_insert(queue, a, d);
+  EXPECT_EQ(content(queue), (Data{a, d, b, a, c}));
+  EXPECT_EQ(added, Data{d});
+}
+
+TEST_F(QueueTest, InsertAfterTheTailElementAppendsWithOneAddCall) {
+  make({a, b});
+  g_queue_insert(queue, b, d);
+  EXPECT_EQ(content(queue), (Data{a, b, d}));
+  EXPECT_EQ(added, Data{d});
+}
+
+TEST_F(QueueTest, InsertAfterAnElementThatIsAlsoTheTailAppends) {
+  make({a, b, a});
+  g_queue_insert(queue, a, d);
+  EXPECT_EQ(content(queue), (Data{a, b, a, d}));
+}
+
+TEST_F(QueueTest, InsertAfterAnAbsentSiblingAppendsAndCallsTheAddCallbackTwice) {
+  make({a, b});
+  g_queue_insert(queue, c, d);
+  EXPECT_EQ(content(queue), (Data{a, b, d}));
+  EXPECT_EQ(added, (Data{d, d}));
+}
+
+TEST_F(QueueTest, InsertIntoAnEmptyQueueOrWithoutASiblingAppendsWithOneAddCall) {
+  g_queue_insert(queue, c, a);
+  EXPECT_EQ(content(queue), Data{a});
+  g_queue_insert(queue, nullptr, b);
+  EXPECT_EQ(content(queue), (Data{a, b}));
+  EXPECT_EQ(added, (Data{a, b}));
+}
+
+// --- foreach ---
+
+TEST_F(QueueTest, AVisitStopsAtTheFirstNonZeroResult) {
+  make({a, b, c});
+  struct Visit {
+    Data seen;
+    void* stop;
+  };
+  const auto visitor = [](void* data, void* user) {
+    auto* const visit = static_cast<Visit*>(user);
+    visit->seen.push_back(data);
+    return data == visit->stop ? -3 : 0;
+  };
+  Visit forward{{}, b};
+  g_queue_foreach(queue, visitor, &forward);
+  EXPECT_EQ(forward.seen, (Data{a, b}));
+  Visit backward{{}, b};
+  g_queue_foreach_reverse(queue, visitor, &backward);
+  EXPECT_EQ(backward.seen, (Data{c, b}));
+  EXPECT_EQ(content(queue), (Data{a, b, c}));  // and the queue is not left locked
+}
+
+TEST_F(QueueTest, AVisitOfAnEmptyQueueCallsNothing) {
+  const auto never = [](void*, void*) {
+    ADD_FAILURE();
+    return 0;
+  };
+  g_queue_foreach(queue, never, nullptr);
+  g_queue_foreach_reverse(queue, never, nullptr);
+}
+
+// --- exhausted memory ---
+
+TEST_F(QueueTest, WithoutMemoryNothingEntersAndNoCallbackIsCalled) {
+  make({a, b});
+  LogCapture log;
+  const auto expect_unchanged = [&](auto add) {
+    {
+      AllocationFaults faults(1, true);
+      add();
+    }
+    EXPECT_EQ(content(queue), (Data{a, b}));
+    EXPECT_EQ(added, Data{});
+    EXPECT_EQ(released, Data{});
+  };
+  expect_unchanged([&] { g_queue_enqueue(queue, d); });
+  expect_unchanged([&] { g_queue_insert(queue, a, d); });
+  expect_unchanged([&] { g_queue_insert(queue, b, d); });
+  expect_unchanged([&] { g_queue_insert(queue, c, d); });
+  EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(QueueTest, OneAllocationSufficesForEachElement) {
+  make({a, b});
+  added.reserve(8);
+  AllocationFaults faults(2, true);
+  g_queue_insert(queue, c, d);
+  faults.disarm();
+  EXPECT_EQ(content(queue), (Data{a, b, d}));
+}
+
+// --- model ---
+
+TEST_F(QueueTest, AgreesWithADequeOverRandomOperations) {
+  std::mt19937 random(3);
+  std::deque<void*> model;
+  const auto find = [&](void* element) {
+    return std::find(model.begin(), model.end(), element);
+  };
+  for (int step = 0; step < 30000; ++step) {
+    void* const element = &elements[random() % 24];
+    void* const sibling = &elements[random() % 24];
+    added.clear();
+    released.clear();
+    Data expected_added;
+    Data expected_released;
+    switch (random() % (model.size() > 30 ? 12 : 9)) {
+      case 0:
+      case 1:
+      case 2:
+        g_queue_enqueue(queue, element);
+        model.push_back(element);
+        expected_added = {element};
+        break;
+      case 3:
+      case 4: {
+        g_queue_insert(queue, sibling, element);
+        const auto at = find(sibling);
+        expected_added = {element};
+        if (model.empty() || model.back() == sibling) {
+          model.push_back(element);
+        } else if (at != model.end()) {
+          model.insert(at + 1, element);
+        } else {
+          model.push_back(element);
+          expected_added.push_back(element);
+        }
+        break;
+      }
+      case 5: {
+        void* const expected = model.empty() ? nullptr : model.front();
+        ASSERT_EQ(g_queue_dequeue(queue, nullptr), expected);
+        if (!model.empty()) {
+          model.pop_front();
+          expected_released = {expected};
+        }
+        break;
+      }
+      case 6: {
+        const bool is_head = !model.empty() && model.front() == element;
+        ASSERT_EQ(g_queue_dequeue(queue, element), is_head ? element : nullptr);
+        if (is_head) {
+          model.pop_front();
+          expected_released = {element};
+        }
+        break;
+      }
+      case 7:
+        ASSERT_EQ(g_queue_first(queue), model.empty() ? nullptr : model.front());
+        ASSERT_EQ(g_queue_last(queue), model.empty() ? nullptr : model.back());
+        break;
+      case 8:
+        if (random() % 50 != 0) break;
+        g_queue_clear(queue);
+        expected_released.assign(model.begin(), model.end());
+        model.clear();
+        break;
+      default:
+        g_queue_remove(queue, element);
+        if (const auto at = find(element); at != model.end()) {
+          model.erase(at);
+          expected_released = {element};
+        }
+        break;
+    }
+    ASSERT_EQ(added, expected_added);
+    ASSERT_EQ(released, expected_released);
+    ASSERT_EQ(content(queue), Data(model.begin(), model.end()));
+    ASSERT_EQ(g_queue_empty(queue), model.empty() ? 1 : 0);
+  }
+}
+
+// --- threads ---
+
+#if defined(__SANITIZE_THREAD__) || !(defined(__i386__) || defined(__x86_64__))
+constexpr std::uintptr_t kPerThread = 20000;  // slow surroundings
+#else
+constexpr std::uintptr_t kPerThread = 200000;
+#endif
+
+TEST(QueueThreads, EveryElementComesOutOnceAndInTheOrderOfItsProducer) {
+  GQueue* const queue = g_queue_new(nullptr, nullptr);
+  constexpr std::uintptr_t kProducers = 3;
+  std::vector<std::thread> threads;
+  for (std::uintptr_t producer = 0; producer < kProducers; ++producer) {
+    threads.emplace_back([=] {
+      for (std::uintptr_t i = 0; i < kPerThread; ++i) {
+        g_queue_enqueue(queue, reinterpret_cast<void*>(1 + producer + i * kProducers));
+      }
+    });
+  }
+  std::vector<std::uintptr_t> next(kProducers, 0);
+  for (std::uintptr_t taken = 0; taken < kProducers * kPerThread;) {
+    void* const element = g_queue_dequeue(queue, nullptr);
+    if (element == nullptr) {
+      std::this_thread::yield();
+      continue;
+    }
+    const auto value = reinterpret_cast<std::uintptr_t>(element) - 1;
+    ASSERT_EQ(value / kProducers, next[value % kProducers]);
+    ++next[value % kProducers];
+    ++taken;
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(g_queue_count(queue), 0u);
+  EXPECT_EQ(g_queue_empty(queue), 1);
+  g_queue_free(queue);
+}
+
+std::atomic<std::uint32_t> held{0};
+
+TEST(QueueThreads, AnyCallsMayMeet) {
+  GQueue* const queue = g_queue_new([](void*) { ++held; }, [](void*) { --held; });
+  held = 0;
+  std::vector<std::thread> threads;
+  for (unsigned seed = 0; seed < 3; ++seed) {
+    threads.emplace_back([=] {
+      std::mt19937 random(seed);
+      for (std::uintptr_t step = 0; step < kPerThread / 10; ++step) {
+        void* const element = &elements[random() % 8];
+        switch (random() % 8) {
+          case 0:
+          case 1:
+            g_queue_enqueue(queue, element);
+            break;
+          case 2:
+            g_queue_insert(queue, &elements[random() % 8], element);
+            break;
+          case 3:
+            g_queue_remove(queue, element);
+            break;
+          case 4:
+            g_queue_foreach(
+                queue, [](void* data, void*) { return data == a ? 1 : 0; }, nullptr);
+            break;
+          case 5:
+            if (random() % 64 == 0) g_queue_clear(queue);
+            g_queue_first(queue);
+            g_queue_last(queue);
+            break;
+          default:
+            g_queue_dequeue(queue, nullptr);
+            EXPECT_LT(g_queue_count(queue), 100000u);
+            break;
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  Data left;
+  g_queue_foreach(queue, collect, &left);
+  EXPECT_EQ(g_queue_count(queue), left.size());
+  // An insertion that found no sibling added its element's hold twice.
+  EXPECT_GE(held, left.size());
+  g_queue_free(queue);
+}
+
+// A thread that ends inside a function that runs under the lock, in one of two ways.
+std::atomic<bool> inside;
+bool exits_by_itself;
+void end_of_thread() {
+  inside = true;
+  if (exits_by_itself) pthread_exit(nullptr);
+  for (;;) {
+    pthread_testcancel();
+    std::this_thread::yield();
+  }
+}
+
+template <typename Body>
+void end_inside(Body body) {
+  inside = false;
+  GThread* const thread = g_thread_create(
+      [](void* given) -> void* {
+        (*static_cast<Body*>(given))();
+        return nullptr;
+      },
+      &body, nullptr);
+  while (!inside) std::this_thread::yield();
+  g_thread_cancel(thread);
+  g_thread_wait(thread);
+}
+
+class QueueCancellation : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    exits_by_itself = GetParam();
+    released.clear();
+    added.clear();
+  }
+};
+INSTANTIATE_TEST_SUITE_P(CancelledOrExiting, QueueCancellation, ::testing::Bool());
+
+TEST_P(QueueCancellation, InAVisitLeavesTheQueueUnlockedAndWhole) {
+  for (const auto visit : {g_queue_foreach, g_queue_foreach_reverse}) {
+    GQueue* const queue = g_queue_new(nullptr, nullptr);
+    for (void* const element : {a, b, c}) g_queue_enqueue(queue, element);
+    end_inside([&] {
+      visit(
+          queue,
+          [](void* data, void*) {
+            if (data == b) end_of_thread();
+            return 0;
+          },
+          nullptr);
+    });
+    EXPECT_EQ(content(queue), (Data{a, b, c}));
+    g_queue_free(queue);
+  }
+}
+
+void end_at_b(void* data) {
+  released.push_back(data);
+  if (data == b && !inside) end_of_thread();
+}
+
+TEST_P(QueueCancellation, InAReleaseOfClearLeavesWhatWasNotReleased) {
+  AllocationFaults blocks(0);
+  GQueue* const queue = g_queue_new(nullptr, end_at_b);
+  for (void* const element : {a, b, c, d}) g_queue_enqueue(queue, element);
+  blocks.disarm();
+  end_inside([&] { g_queue_clear(queue); });
+  EXPECT_EQ(released, (Data{a, b}));
+  EXPECT_EQ(content(queue), (Data{c, d}));
+  g_queue_free(queue);
+  EXPECT_EQ(released, (Data{a, b, c, d}));
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST_P(QueueCancellation, InAReleaseOfRemoveLeavesTheElementOut) {
+  GQueue* const queue = g_queue_new(nullptr, end_at_b);
+  for (void* const element : {a, b, c}) g_queue_enqueue(queue, element);
+  end_inside([&] { g_queue_remove(queue, b); });
+  EXPECT_EQ(released, Data{b});
+  EXPECT_EQ(content(queue), (Data{a, c}));
+  g_queue_free(queue);
+}
+
+TEST_P(QueueCancellation, InAReleaseOfDequeueLeavesTheElementOut) {
+  GQueue* const queue = g_queue_new(nullptr, end_at_b);
+  for (void* const element : {b, c}) g_queue_enqueue(queue, element);
+  end_inside([&] { g_queue_dequeue(queue, nullptr); });
+  EXPECT_EQ(content(queue), Data{c});
+  g_queue_free(queue);
+}
+
+AllocationFaults* watched_blocks;
+
+TEST_P(QueueCancellation, InAnAddCallbackAddsNothingAndLeaksNothing) {
+  const auto end = [](void* data) {
+    if (data != b) return;
+    watched_blocks->disarm();
+    end_of_thread();
+  };
+  GQueue* const queue = g_queue_new(end, nullptr);
+  g_queue_enqueue(queue, a);
+  std::optional<AllocationFaults> blocks;
+  end_inside([&] {
+    watched_blocks = &blocks.emplace(0);
+    g_queue_enqueue(queue, b);
+  });
+  EXPECT_EQ(blocks->calls(), 1);
+  EXPECT_EQ(blocks->outstanding(), 0);
+  EXPECT_EQ(content(queue), Data{a});
+  g_queue_free(queue);
+}
+
+}  // namespace
