@@ -291,11 +291,11 @@ TEST(FifoThreads, OneProducerAndOneConsumerPassEveryBlockInOrder) {
 #if defined(__SANITIZE_THREAD__) || !(defined(__i386__) || defined(__x86_64__))
   constexpr std::uint32_t kTotal = 200000;  // slow surroundings
 #else
-  constexpr std::uint32_t kTotal = 3000000;
+  constexpr std::uint32_t kTotal = 2000000;
 #endif
-  pass_blocks(256, kTotal);
-  pass_blocks(2, kTotal / 50);
-  pass_blocks(1, kTotal / 100);
+  pass_blocks(4096, kTotal);
+  pass_blocks(2, 5000);
+  pass_blocks(1, 2000);
 }
 
 TEST(FifoThreads, AFifoMayBeFlushedWhileItIsFilled) {
@@ -343,7 +343,7 @@ TEST(FifoThreads, TheStateMayBeAskedForAtAnyTime) {
 TEST(FifoThreads, ProducersThatDoNotTakeTurnsCannotOverfillTheRing) {
   GFifo* const fifo = g_fifo_new(4);
   LogCapture log(99);
-  for (int round = 0; round < 2000; ++round) {
+  for (int round = 0; round < 200; ++round) {
     std::atomic<int> ready{0};
     const auto put = [&] {
       ++ready;
