@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -13,7 +12,6 @@
 #include <vector>
 
 #include "support/log_capture.h"
-#include "support/temporary_directory.h"
 
 using test::check_line;
 using test::LogCapture;
@@ -207,39 +205,6 @@ TEST(Base64Encode, AlignmentDoesNotMatter) {
       EXPECT_EQ(std::string(dest + to), rfc4648(bytes.substr(from, 99)));
     }
   }
-}
-
-// All lengths in one run of the shell, a file each.
-TEST(Base64Encode, EqualsCoreutilsForEveryLengthUpTo4096AndDecodesToTheSameBytes) {
-  constexpr std::size_t kLongest = 4096;
-  const test::TemporaryDirectory directory;
-  std::mt19937 random(3);
-  std::vector<std::string> inputs;
-  for (std::size_t size = 0; size <= kLongest; ++size) {
-    std::string bytes = random_bytes(random, size);
-    // Where a pair is left over, one that is encoded as usual.
-    if (size % 3 == 2) bytes.back() = static_cast<char>(bytes.back() & 0x7F);
-    directory.write(std::to_string(size), bytes);
-    inputs.push_back(bytes);
-  }
-  const std::string command = "cd '" + directory.path() + "' && i=0 && while [ $i -le " +
-                              std::to_string(kLongest) +
-                              " ]; do base64 -w0 $i || exit 1; echo; i=$((i+1)); done";
-  std::FILE* const pipe = popen(command.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::vector<char> line(8192);
-  for (std::size_t size = 0; size <= kLongest; ++size) {
-    ASSERT_NE(std::fgets(line.data(), static_cast<int>(line.size()), pipe), nullptr)
-        << size;
-    std::string theirs = line.data();
-    ASSERT_EQ(theirs.back(), '\n');
-    theirs.pop_back();
-    ASSERT_EQ(encode(inputs[size]), theirs) << size;
-    const Decoded decoded = decode(theirs);
-    ASSERT_EQ(decoded.result, static_cast<int>(size));
-    ASSERT_EQ(decoded.bytes, with_nul(inputs[size])) << size;
-  }
-  EXPECT_EQ(pclose(pipe), 0);
 }
 
 TEST(Base64Decode, KnownTexts) {
