@@ -246,19 +246,15 @@ std::size_t scheme_length(const char* name) {
 }
 
 int32_t file_name_check(const char* url) {
-  if (url[0] == '/' || scheme_length(url) != 0) return 1;
+  if (scheme_length(url) != 0) return 1;
   const char* const stop = url + std::strcspn(url, ":/");
   return stop[0] == ':' && stop[1] == '/' ? 0 : 1;
 }
 
-// Opens what a name other than "-" means; -1 with `errno` set on failure.
+// Opens what a name other than "-" means; -1 with `errno` set on failure, ENOENT when
+// nothing is left of the name.
 int open_path(const char* name) {
-  name += scheme_length(name);
-  if (*name == '\0') {
-    errno = ENOENT;
-    return -1;
-  }
-  const char* const path = url_expand_home_dir(name);
+  const char* const path = url_expand_home_dir(name + scheme_length(name));
   errno = 0;
   return open(path, O_RDONLY | O_CLOEXEC);
 }

@@ -112,6 +112,12 @@ TEST_F(UnexpandHome, ReturnsRelativePathsThemselves) {
   }
 }
 
+TEST_F(UnexpandHome, ReturnsRelativePathsThemselvesBelowARelativeHomeToo) {
+  set("HOME", "home/u");
+  const char* const path = "home/u/a";
+  EXPECT_EQ(url_unexpand_home_dir(path), path);
+}
+
 TEST_F(UnexpandHome, ContractsWhatLiesBelow) {
   set("HOME", "/home/u");
   set("home", "/other");
