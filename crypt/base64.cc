@@ -144,12 +144,12 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
   return 3;
 }
 
-// Decodes groups that are plain, four at a time, and stops before four that are not all
-// so, or near the end of the text. Returns how many groups it did.
+// Decodes groups four at a time and stops before four that are not all plain, as the last
+// of a padded text is not. Returns how many groups it did.
 std::size_t decode_plain_groups(const unsigned char* text, std::size_t groups,
                                 unsigned char* dest) {
   std::size_t done = 0;
-  for (; groups - done > 4; done += 4, text += 16, dest += 12) {
+  for (; groups - done >= 4; done += 4, text += 16, dest += 12) {
     const std::uint32_t a = decoded(text);
     const std::uint32_t b = decoded(text + 4);
     const std::uint32_t c = decoded(text + 8);
