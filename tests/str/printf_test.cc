@@ -43,7 +43,9 @@ extern "C" int vsnprintf(char* out, std::size_t bound, const char* fmt, va_list 
       reinterpret_cast<Formatter>(dlsym(RTLD_NEXT, "vsnprintf"));
   ++formatter_calls;
   formatter_bound = bound;
-  return system_formatter(out, bound, fmt, args);
+  const int length = system_formatter(out, bound, fmt, args);
+  errno = ENOTTY;  // as a formatter may leave it
+  return length;
 }
 
 // A sanitizer's own reading of formats stops at those that this test makes up.

@@ -316,6 +316,11 @@ TEST(Suffix, MatchesTheEndExactly) {
   EXPECT_EQ(g_str_has_suffix("", ""), 1);
 }
 
+TEST(Suffix, LongerThanTheStringDoesNotMatchTheBytesInFrontOfIt) {
+  const char text[] = "abc";
+  EXPECT_EQ(g_str_has_suffix(text + 2, "abc"), 0);
+}
+
 TEST(Suffix, NullReportsTheFirstCheckOnly) {
   LogCapture log;
   EXPECT_EQ(g_str_has_suffix(nullptr, nullptr), 0);

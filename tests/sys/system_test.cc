@@ -314,7 +314,7 @@ TEST_F(SystemTest, CpuLoadOfNothingCountedFails) {
 TEST_F(SystemTest, CpuLoadAddsIn32Bits) {
   EXPECT_EQ(load_of("cpu0 2147483647 2147483647 3 1\n"), 50);  // a sum of 2
   // A negative sum is beyond every idle time.
-  EXPECT_EQ(load_of("cpu0 2147483647 1 0 50\n"), 100);
+  EXPECT_EQ(load_of("cpu0 2147483647 0 0 1000000000\n"), 100);
 }
 
 TEST_F(SystemTest, CpuLoadCutsEachCounterTo32BitsButNotTheIdleTime) {
