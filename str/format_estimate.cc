@@ -113,6 +113,7 @@ class FormatWalk {
   va_list args_;
   FormatPieces& pieces_;
   std::uint64_t total_ = 1;  // the terminator
+  bool in_step_ = true;      // with the arguments, as the system formatter takes them
   // The argument of the conversion read last.
   std::uint64_t integer_;
   const char* string_;
@@ -294,7 +295,6 @@ void FormatWalk::take(char c, Conversion& conversion) {
     case 'e':
     case 'E':
     case 'f':
-    case 'F':
     case 'g':
     case 'G':
       take_float(c, conversion);
@@ -336,6 +336,9 @@ void FormatWalk::take(char c, Conversion& conversion) {
       conversion.flags |= kDone;
       break;
     default:
+      // The system formatter takes a double here, and what follows in this conversion would
+      // take a part of it: from now on no argument can be trusted.
+      if (c == 'F') in_step_ = false;
       // Kept: the conversion goes on, and a known character behind this one still counts.
       g_log(G_LOG_WARNING, kSource, __LINE__,
             "(): unable to handle `%c' while parsing format", c);
@@ -358,7 +361,7 @@ void FormatWalk::take_number(Conversion& conversion) {
 }
 
 void FormatWalk::take_asterisk(Conversion& conversion) {
-  const int number = va_arg(args_, int);
+  const int number = in_step_ ? va_arg(args_, int) : 0;
   const auto magnitude = number < 0 ? 0 - static_cast<std::uint32_t>(number)
                                     : static_cast<std::uint32_t>(number);
   if (!conversion.has(kSeenPrecision)) {
@@ -406,7 +409,7 @@ void FormatWalk::take_string(Conversion& conversion) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "(): unable to handle wide char strings");
     total_ += kMargin;
   }
-  string_ = va_arg(args_, const char*);
+  string_ = in_step_ ? va_arg(args_, const char*) : "";
   if (string_ == nullptr) {
     conversion.length += kNullStringLength;
   } else if (conversion.has(kSeenPrecision)) {

@@ -49,6 +49,10 @@ std::array<std::size_t, kSizesKept> sizes;
 std::atomic_flag table_lock = ATOMIC_FLAG_INIT;
 std::uintptr_t blocks[kMaxBlocks];
 int block_count = 0;
+// Which slots may be in use, so that emptying the table is cheap after a small scenario.
+constexpr std::size_t kSlotsNoted = 1024;
+std::size_t used_slots[kSlotsNoted];
+std::size_t used_slot_count = 0;  // beyond kSlotsNoted: all
 
 struct TableLock {
   TableLock() {
@@ -69,6 +73,10 @@ void remember(void* block) {
   std::size_t slot = slot_of(address);
   for (std::size_t tries = 0; tries < kMaxBlocks; ++tries) {
     if (blocks[slot] <= 1) {
+      if (blocks[slot] == 0 && used_slot_count <= kSlotsNoted) {
+        if (used_slot_count < kSlotsNoted) used_slots[used_slot_count] = slot;
+        ++used_slot_count;
+      }
       blocks[slot] = address;
       ++block_count;
       return;
@@ -90,6 +98,17 @@ void forget(void* block) {
     }
     slot = (slot + 1) % kMaxBlocks;
   }
+}
+
+void empty_table() {
+  TableLock lock;
+  if (used_slot_count <= kSlotsNoted) {
+    for (std::size_t i = 0; i < used_slot_count; ++i) blocks[used_slots[i]] = 0;
+  } else {
+    for (std::uintptr_t& block : blocks) block = 0;
+  }
+  used_slot_count = 0;
+  block_count = 0;
 }
 
 // Counts a call; true when it is to fail.
@@ -145,13 +164,7 @@ extern "C" void free(void* block) {
 namespace test {
 
 AllocationFaults::AllocationFaults(int first, bool and_all_later) {
-  {
-    TableLock lock;
-    if (block_count != 0 || watching.load(std::memory_order_relaxed)) {
-      for (std::uintptr_t& block : blocks) block = 0;
-    }
-    block_count = 0;
-  }
+  empty_table();
   first_failure = first;
   later_too = and_all_later;
   call_count = 0;
@@ -164,9 +177,7 @@ AllocationFaults::AllocationFaults(int first, bool and_all_later) {
 AllocationFaults::~AllocationFaults() {
   disarm();
   watching = false;
-  TableLock lock;
-  for (std::uintptr_t& block : blocks) block = 0;
-  block_count = 0;
+  empty_table();
 }
 
 void AllocationFaults::disarm() {
