@@ -1,0 +1,299 @@
+/*
+ * A device monitor: what the applications of this library do all day.
+ *
+ *   monitor [--for SECONDS]
+ *
+ * It opens ./monitor.conf (or /etc/monitor.conf), samples CPU, memory and filesystem on a
+ * timer, and hands the samples through a queue to a writer thread that appends them to a CSV
+ * file. Settings can be changed while it runs, by lines on standard input such as
+ *
+ *   interval 200
+ *   path /var
+ *   threshold 75
+ *
+ * and take effect through callbacks. `touch /tmp/vk_warning` before the start shows warnings.
+ * SIGINT, SIGTERM or the end of --for stop it cleanly: every sample is in the CSV file, and the
+ * counters in monitor.conf are up to date.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#include <groundwork/groundwork.h>
+
+#include <inttypes.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#define SECTION "monitor"
+
+struct sample {
+  int64_t time; /* seconds since 1970 */
+  int cpu;      /* percent, average since boot */
+  int memory;   /* percent, as g_sys_mem_use() gives it */
+  uint32_t total_kb;
+  uint32_t avail_kb;
+};
+
+struct monitor {
+  GConf *conf;
+  GQueue *samples; /* struct sample *, from the timer to the writer */
+  GMutex *lock;    /* guards the four fields below */
+  uint32_t interval;
+  char *path;
+  int threshold;
+  int finished; /* no sample will follow */
+
+  GFile *csv;
+  int written; /* samples in the CSV file; the writer's, read after it ended */
+  int failed;  /* the CSV file could not be written */
+  int live;    /* standard output is a terminal */
+  int warned;  /* the timer's: the threshold is passed at the moment */
+};
+
+static volatile sig_atomic_t stop_requested;
+
+static void request_stop(int signal_number) {
+  (void)signal_number;
+  stop_requested = 1;
+}
+
+static uint32_t read_interval(GConf *conf) {
+  int interval = g_conf_read_int(conf, SECTION, "interval", 1000);
+  return interval < 10 ? 10 : (uint32_t)interval;
+}
+
+/* Follows all three settings. Runs on the thread that wrote one, before the write returns. */
+static int on_setting(const GConfChange *change, void *data) {
+  struct monitor *monitor = data;
+
+  g_log(G_LOG_INFORMATION, "monitor", __LINE__, "%s is now %s", change->key, change->value);
+  g_thread_mutex_lock(monitor->lock);
+  if (strcmp(change->key, "interval") == 0) {
+    monitor->interval = read_interval(monitor->conf);
+  } else if (strcmp(change->key, "threshold") == 0) {
+    monitor->threshold = g_conf_read_int(monitor->conf, SECTION, "threshold", 100);
+  } else {
+    char *path = g_strdup(change->value);
+    if (path != NULL) {
+      free(monitor->path);
+      monitor->path = path;
+    }
+  }
+  g_thread_mutex_unlock(monitor->lock);
+  return 0; /* further callbacks of this key may run */
+}
+
+static void check_threshold(struct monitor *monitor, const struct sample *sample,
+                            const char *path, int threshold) {
+  int used = sample->total_kb == 0
+                 ? 0
+                 : (int)(100 - (uint64_t)sample->avail_kb * 100 / sample->total_kb);
+  int passed = used >= threshold;
+
+  if (passed && !monitor->warned) {
+    g_log(G_LOG_WARNING, "monitor", __LINE__, "%s is %d%% full, the threshold is %d%%", path,
+          used, threshold);
+  }
+  monitor->warned = passed;
+}
+
+/* Runs on the timer thread; what it returns is the interval it wants next. */
+static uint32_t on_timer(uint32_t interval, void *param) {
+  struct monitor *monitor = param;
+  struct sample *sample = g_malloc0(sizeof *sample);
+  char *path;
+  int threshold;
+
+  if (sample == NULL) return interval; /* reported; try again next time */
+
+  g_thread_mutex_lock(monitor->lock);
+  path = g_strdup(monitor->path);
+  threshold = monitor->threshold;
+  interval = monitor->interval;
+  g_thread_mutex_unlock(monitor->lock);
+
+  sample->time = (int64_t)time(NULL);
+  sample->cpu = g_sys_cpu_load(0);
+  sample->memory = g_sys_mem_use();
+  if (path != NULL &&
+      g_sys_get_filesystem_usage(path, &sample->total_kb, &sample->avail_kb) == 0) {
+    check_threshold(monitor, sample, path, threshold);
+  }
+  free(path);
+
+  if (monitor->live) {
+    printf("\rcpu %3d%%  memory %3d%%  free %" PRIu32 " of %" PRIu32 " KiB\033[K", sample->cpu,
+           sample->memory, sample->avail_kb, sample->total_kb);
+    fflush(stdout);
+  }
+  g_queue_enqueue(monitor->samples, sample);
+  return interval;
+}
+
+static int write_text(GFile *file, const char *text) {
+  return g_file_write(file, text, (int64_t)strlen(text)) == (int64_t)strlen(text);
+}
+
+static void write_sample(struct monitor *monitor, const struct sample *sample) {
+  char *line = g_strdup_printf("%lld,%d,%d,%u,%u\n", (long long)sample->time, sample->cpu,
+                               sample->memory, sample->total_kb, sample->avail_kb);
+  int ok = line != NULL && write_text(monitor->csv, line);
+
+  monitor->written += ok;
+  monitor->failed |= !ok;
+  free(line);
+}
+
+/* The writer thread: queues do not wait, so it looks every 50 ms. */
+static void *run_writer(void *arg) {
+  struct monitor *monitor = arg;
+  int finished = 0;
+
+  while (!finished) {
+    struct sample *sample;
+    /* Asked before the queue is emptied: what came before the end is written. */
+    g_thread_mutex_lock(monitor->lock);
+    finished = monitor->finished;
+    g_thread_mutex_unlock(monitor->lock);
+    while ((sample = g_queue_dequeue(monitor->samples, NULL)) != NULL) {
+      write_sample(monitor, sample);
+      free(sample);
+    }
+    if (!finished) g_delay(50);
+  }
+  return NULL;
+}
+
+/* Opens the CSV file for appending; a new one begins with its header line. */
+static GFile *open_csv(const char *name) {
+  static const char header[] = "time,cpu_percent,memory_percent,total_kb,avail_kb\n";
+  int exists = g_file_exist(name);
+  GFile *file = g_file_open(name, exists ? 1 : 2);
+
+  if (file != NULL && exists) g_file_seek(file, 0, SEEK_END);
+  if (file != NULL && !exists) write_text(file, header);
+  return file;
+}
+
+/* "key value": a write through the configuration, so that the callbacks see it. */
+static void obey(struct monitor *monitor, char *line) {
+  char **words = g_strsplit(g_strchomp(g_strchug(line)), " ", 2);
+
+  if (words != NULL && words[0] != NULL && words[1] != NULL &&
+      (strcmp(words[0], "interval") == 0 || strcmp(words[0], "path") == 0 ||
+       strcmp(words[0], "threshold") == 0)) {
+    g_conf_write_string(monitor->conf, SECTION, words[0], g_strchug(words[1]));
+  } else if (line[0] != '\0') {
+    fprintf(stderr, "monitor: expected \"interval|path|threshold VALUE\", not \"%s\"\n", line);
+  }
+  if (words != NULL) g_strfreev(words);
+}
+
+/* Obeys lines from standard input until a signal, or until `seconds` have passed (negative:
+ * never). At the end of the input it goes on without. */
+static void run(struct monitor *monitor, int seconds) {
+  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+  uint32_t start = g_get_ticks();
+  char line[512];
+  size_t length = 0;
+
+  while (!stop_requested &&
+         (seconds < 0 || g_get_ticks() - start < (uint32_t)seconds * 1000)) {
+    char byte;
+    /* A negative descriptor is ignored: then poll() just waits. */
+    if (poll(&input, 1, 100) <= 0) continue;
+    if (read(STDIN_FILENO, &byte, 1) != 1) {
+      input.fd = -1;
+    } else if (byte == '\n') {
+      line[length] = '\0';
+      obey(monitor, line);
+      length = 0;
+    } else if (length + 1 < sizeof line) {
+      line[length++] = byte;
+    }
+  }
+}
+
+/* Reads the settings, follows their changes and opens the CSV file; 0 when it can start. */
+static int set_up(struct monitor *monitor) {
+  static const char *const followed[] = {"interval", "path", "threshold"};
+  size_t i;
+
+  monitor->conf = g_conf_open(NULL);
+  if (monitor->conf == NULL) return -1;
+  monitor->interval = read_interval(monitor->conf);
+  monitor->threshold = g_conf_read_int(monitor->conf, SECTION, "threshold", 90);
+  monitor->path = g_strdup(g_conf_read_string(monitor->conf, SECTION, "path", "/"));
+  for (i = 0; i < sizeof followed / sizeof followed[0]; i++) {
+    if (g_conf_register_callback(monitor->conf, SECTION, followed[i], on_setting, monitor) != 0)
+      return -1;
+  }
+  monitor->csv = open_csv(g_conf_read_string(monitor->conf, SECTION, "csv", "monitor.csv"));
+  monitor->samples = g_queue_new(NULL, NULL);
+  monitor->lock = g_thread_mutex_new();
+  monitor->live = isatty(STDOUT_FILENO);
+  return monitor->path != NULL && monitor->csv != NULL && monitor->samples != NULL &&
+                 monitor->lock != NULL
+             ? 0
+             : -1;
+}
+
+static void count(GConf *conf, const char *key, int by) {
+  g_conf_write_int(conf, "counters", key, g_conf_read_int(conf, "counters", key, 0) + by);
+}
+
+static void tear_down(struct monitor *monitor) {
+  if (monitor->csv != NULL) g_file_close(monitor->csv);
+  if (monitor->samples != NULL) g_queue_free(monitor->samples);
+  if (monitor->lock != NULL) g_thread_mutex_free(monitor->lock);
+  if (monitor->conf != NULL) g_conf_close(monitor->conf); /* writes what changed */
+  free(monitor->path);
+}
+
+int main(int argc, char **argv) {
+  static struct monitor monitor; /* all zero */
+  GThread *writer = NULL;
+  int seconds = -1;
+
+  if (argc == 3 && strcmp(argv[1], "--for") == 0) {
+    seconds = atoi(argv[2]);
+  } else if (argc != 1) {
+    fprintf(stderr, "usage: %s [--for SECONDS]\n", argv[0]);
+    return 2;
+  }
+
+  g_package_set_name("monitor");
+  g_debug_init();
+  signal(SIGINT, request_stop);
+  signal(SIGTERM, request_stop);
+
+  g_start_ticks();
+  g_get_ticks(); /* the first reading anchors the clock */
+  if (set_up(&monitor) != 0 || g_timer_init() != 0 ||
+      (writer = g_thread_create(run_writer, &monitor, "writer")) == NULL ||
+      g_add_timer((int)monitor.interval, on_timer, &monitor) == NULL) {
+    monitor.failed = 1;
+  } else {
+    run(&monitor, seconds);
+  }
+
+  /* Stop in the order of the flow: timer, writer, then the counters. */
+  g_timer_cleanup();
+  if (writer != NULL) {
+    g_thread_mutex_lock(monitor.lock);
+    monitor.finished = 1;
+    g_thread_mutex_unlock(monitor.lock);
+    g_thread_wait(writer);
+    count(monitor.conf, "runs", 1);
+    count(monitor.conf, "samples", monitor.written);
+  }
+  if (monitor.live) putchar('\n');
+  tear_down(&monitor);
+  if (monitor.failed) fputs("monitor: could not do all of its work\n", stderr);
+  return monitor.failed;
+}

@@ -1,0 +1,131 @@
+#!/usr/bin/env python3
+"""Runs the device monitor as its users do: settings changed while it runs, stopped by the
+clock and by signals, started again.
+
+  monitor_test.py CONF COMMAND...   its sample configuration, and the program, behind an
+                                    emulator if it needs one
+
+SPDX-License-Identifier: MIT
+"""
+
+import configparser
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+SAMPLE_CONF = ""
+PROGRAM = []
+PATIENCE = 120
+HEADER = "time,cpu_percent,memory_percent,total_kb,avail_kb"
+
+
+class Monitor(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        shutil.copy(SAMPLE_CONF, f"{self.folder}/monitor.conf")
+
+    def start(self, *arguments):
+        process = subprocess.Popen(PROGRAM + list(arguments), cwd=self.folder,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True)
+        self.addCleanup(lambda: process.poll() is None and process.kill())
+        return process
+
+    def finish(self, process):
+        output, errors = process.communicate(timeout=PATIENCE)
+        self.assertEqual(process.returncode, 0, errors)
+        return output, errors
+
+    def conf(self):
+        conf = configparser.ConfigParser()
+        conf.read(f"{self.folder}/monitor.conf")
+        return conf
+
+    def rows(self, name="monitor.csv"):
+        with open(f"{self.folder}/{name}", encoding="ascii") as csv:
+            text = csv.read()
+        self.assertTrue(text.endswith("\n"), "the last line is complete")
+        lines = text.splitlines()
+        self.assertEqual(lines[0], HEADER)
+        for line in lines[1:]:
+            self.assertRegex(line, r"^\d+,-?\d+,-?\d+,\d+,\d+$")
+        return lines[1:]
+
+    def wait_for_rows(self, count):
+        end = time.monotonic() + PATIENCE
+        while time.monotonic() < end:
+            if os.path.exists(f"{self.folder}/monitor.csv") and len(self.rows()) >= count:
+                return
+            time.sleep(0.05)
+        self.fail(f"no {count} samples in {PATIENCE} seconds")
+
+    def test_ends_by_the_clock_with_a_complete_csv_and_counted_samples(self):
+        self.finish(self.start("--for", "2"))
+        rows = self.rows()
+        self.assertGreaterEqual(len(rows), 1)
+        self.assertEqual(self.conf()["counters"]["runs"], "1")
+        self.assertEqual(self.conf()["counters"]["samples"], str(len(rows)))
+
+    def test_a_second_run_appends_and_goes_on_counting(self):
+        self.finish(self.start("--for", "1"))
+        first = self.rows()
+        self.finish(self.start("--for", "1"))
+        self.assertEqual(self.rows()[:len(first)], first)
+        self.assertEqual(self.conf()["counters"]["runs"], "2")
+        self.assertEqual(self.conf()["counters"]["samples"], str(len(self.rows())))
+
+    def test_signals_stop_it_cleanly(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            process = self.start()
+            self.wait_for_rows(1)
+            process.send_signal(number)
+            self.finish(process)
+        self.assertEqual(self.conf()["counters"]["runs"], "2")
+        self.assertEqual(self.conf()["counters"]["samples"], str(len(self.rows())))
+
+    def test_settings_change_while_it_runs_and_are_kept(self):
+        process = self.start()
+        process.stdin.write("interval 50\npath /nowhere\n threshold   1 \n")
+        process.stdin.flush()
+        self.wait_for_rows(5)
+        process.send_signal(signal.SIGTERM)
+        self.finish(process)
+        settings = self.conf()["monitor"]
+        self.assertEqual(settings["interval"], "50")
+        self.assertEqual(settings["path"], "/nowhere")
+        self.assertEqual(settings["threshold"], "1")
+        self.assertTrue(self.rows()[-1].endswith(",0,0"), "no such filesystem")
+
+    def test_other_lines_are_refused(self):
+        process = self.start("--for", "1")
+        process.stdin.write("colour red\n")
+        process.stdin.flush()
+        _, errors = self.finish(process)
+        self.assertIn('not "colour red"', errors)
+        self.assertNotIn("colour", self.conf()["monitor"])
+
+    def test_a_csv_file_that_cannot_be_made_fails_the_run(self):
+        with open(f"{self.folder}/monitor.conf", "w", encoding="ascii") as conf:
+            conf.write("[monitor]\ncsv=/nowhere/a.csv\n")
+        process = self.start("--for", "1")
+        process.communicate(timeout=PATIENCE)
+        self.assertEqual(process.returncode, 1)
+
+    def test_wrong_arguments_are_a_usage_error(self):
+        process = self.start("--forever")
+        _, errors = process.communicate(timeout=PATIENCE)
+        self.assertEqual(process.returncode, 2)
+        self.assertRegex(errors, re.compile(r"^usage: ", re.M))
+
+
+if __name__ == "__main__":
+    SAMPLE_CONF, PROGRAM = sys.argv[1], sys.argv[2:]
+    unittest.main(argv=sys.argv[:1])
