@@ -25,12 +25,12 @@ namespace {
 
 struct Entry {
   GConfEntry shown;
-  GList* node;
+  Hidden hidden;
 };
 
 struct Section {
   GConfSection shown;
-  GList* node;
+  Hidden hidden;
   NameIndex entries{sizeof(Entry)};
 };
 
@@ -41,28 +41,28 @@ struct Conf {
 
 static_assert(offsetof(GConfEntry, key) == 0 &&
               offsetof(GConfEntry, value) == sizeof(void*) &&
-              offsetof(Entry, node) == kNodeOffset);
+              offsetof(Entry, hidden) == kHiddenOffset);
 static_assert(offsetof(GConfSection, name) == 0 &&
               offsetof(GConfSection, entries) == sizeof(void*) &&
-              offsetof(Section, node) == kNodeOffset);
+              offsetof(Section, hidden) == kHiddenOffset);
 static_assert(offsetof(GConf, filename) == 0 &&
               offsetof(GConf, sections) == sizeof(void*) &&
               offsetof(GConf, dirty) == 2 * sizeof(void*) &&
               offsetof(GConf, mutex) == 3 * sizeof(void*) &&
               offsetof(GConf, callbacks) == 4 * sizeof(void*));
 
-// Where the text of a whole record begins.
+// Where the text of a whole record begins: its name.
 template <typename Whole>
 char* text_of(Whole* whole) {
-  return reinterpret_cast<char*>(whole + 1);
+  return reinterpret_cast<char*>(whole + 1) + kNameGap;
 }
 
 // The whole record behind the public part; null for a record that a program made itself or
 // whose name it replaced. Compares addresses before it looks behind the public part.
 template <typename Whole, typename Shown>
 Whole* whole_of(const Shown* shown, const char* name) {
-  const auto behind = reinterpret_cast<std::uintptr_t>(shown) + sizeof(Whole);
-  if (reinterpret_cast<std::uintptr_t>(name) != behind) return nullptr;
+  const auto own_name = reinterpret_cast<std::uintptr_t>(shown) + sizeof(Whole) + kNameGap;
+  if (reinterpret_cast<std::uintptr_t>(name) != own_name) return nullptr;
   return reinterpret_cast<Whole*>(const_cast<Shown*>(shown));
 }
 
@@ -90,7 +90,7 @@ char* put(char* at, std::string_view text) {
 // A block for a record and its texts, which may be the same huge string twice.
 template <typename Whole>
 Whole* allocate_whole(std::string_view name, std::string_view value = {}) {
-  std::size_t size = sizeof(Whole) + 2;
+  std::size_t size = sizeof(Whole) + kNameGap + 2;  // two NULs
   if (__builtin_add_overflow(size, name.size(), &size)) return nullptr;
   if (__builtin_add_overflow(size, value.size(), &size)) return nullptr;
   return static_cast<Whole*>(std::malloc(size));
@@ -101,20 +101,20 @@ Entry* new_entry(std::string_view key, std::string_view value) {
   if (entry == nullptr) return nullptr;
   char* const value_text = put(text_of(entry), key);
   put(value_text, value);
-  return new (entry) Entry{{text_of(entry), value_text}, nullptr};
+  return new (entry) Entry{{text_of(entry), value_text}, {nullptr, key.size()}};
 }
 
 Section* new_section(std::string_view name) {
   Section* const section = allocate_whole<Section>(name);
   if (section == nullptr) return nullptr;
   put(text_of(section), name);
-  return new (section) Section{{text_of(section), nullptr}, nullptr};
+  return new (section) Section{{text_of(section), nullptr}, {nullptr, name.size()}};
 }
 
 // Whether the value is the one that the entry was made with, in the entry's own block.
 bool has_first_value(const GConfEntry* entry) {
-  return whole(entry) != nullptr &&
-         entry->value == entry->key + std::strlen(entry->key) + 1;
+  const Entry* const own = whole(entry);
+  return own != nullptr && entry->value == entry->key + own->hidden.name_length + 1;
 }
 
 void free_entry(GConfEntry* entry) {

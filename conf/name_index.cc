@@ -5,6 +5,7 @@
 
 #include "conf/name_index.h"
 
+#include <bit>
 #include <cstdlib>
 #include <utility>
 
@@ -18,15 +19,17 @@ const char* name_of(const void* record) {
   return *static_cast<const char* const*>(record);
 }
 
-GList*& node_of(void* record) {
-  return *reinterpret_cast<GList**>(static_cast<char*>(record) + kNodeOffset);
+Hidden& hidden_of(void* record) {
+  return *reinterpret_cast<Hidden*>(static_cast<char*>(record) + kHiddenOffset);
 }
 
-void* walk(const GList* list, std::string_view name) {
-  for (; list != nullptr; list = list->next) {
-    if (same_name(name_of(list->data), name)) return list->data;
-  }
-  return nullptr;
+const Hidden& hidden_of(const void* record) {
+  return *reinterpret_cast<const Hidden*>(static_cast<const char*>(record) + kHiddenOffset);
+}
+
+// Of a record of the library's own.
+std::uint32_t hash_of(const void* record) {
+  return hash_name({name_of(record), hidden_of(record).name_length});
 }
 
 // Whether a table of that capacity is as full as it may get.
@@ -36,18 +39,35 @@ bool is_full(std::uint32_t count, std::uint32_t capacity) {
 
 }  // namespace
 
-void* NameIndex::find(const NameIndex* index, GList* list, std::string_view name) {
-  if (index == nullptr || index->slots_ == nullptr || index->head_ != list) {
-    return walk(list, name);
+void* NameIndex::find(const NameIndex* index, const GList* list, std::string_view name) {
+  if (index == nullptr) {
+    for (; list != nullptr; list = list->next) {
+      if (same_name(name_of(list->data), name)) return list->data;
+    }
+    return nullptr;
   }
+  if (index->slots_ == nullptr || index->head_ != list) return index->walk(list, name);
   const std::uint32_t hash = hash_name(name);
-  for (std::uint32_t at = hash & index->mask_;; at = (at + 1) & index->mask_) {
+  for (std::uint32_t at = index->home_of(hash);; at = (at + 1) & index->mask_) {
     const Slot& slot = index->slots_[at];
     if (slot.record == nullptr) break;
     // The name is compared even so: two names may share a hash.
-    if (slot.hash == hash && same_name(name_of(slot.record), name)) return slot.record;
+    if (slot.hash == hash && index->has_name(slot.record, name)) return slot.record;
   }
-  return index->in_step(list) ? nullptr : walk(list, name);
+  return index->in_step(list) ? nullptr : index->walk(list, name);
+}
+
+void* NameIndex::walk(const GList* list, std::string_view name) const {
+  for (; list != nullptr; list = list->next) {
+    if (has_name(list->data, name)) return list->data;
+  }
+  return nullptr;
+}
+
+bool NameIndex::has_name(const void* record, std::string_view name) const {
+  const char* const own = name_of(record);
+  return same_name(
+      is_ours(record) ? std::string_view(own, hidden_of(record).name_length) : own, name);
 }
 
 bool NameIndex::in_step(const GList* list) const {
@@ -55,7 +75,7 @@ bool NameIndex::in_step(const GList* list) const {
 }
 
 bool NameIndex::is_ours(const void* record) const {
-  return name_of(record) == static_cast<const char*>(record) + record_size_;
+  return name_of(record) == static_cast<const char*>(record) + name_offset_;
 }
 
 void NameIndex::renew(GList* list) {
@@ -72,7 +92,7 @@ void NameIndex::append(GList*& list, GList* node) {
   node->prev = tail_;
   (tail_ != nullptr ? tail_->next : list) = node;
   tail_ = node;
-  node_of(node->data) = node;
+  hidden_of(node->data).node = node;
   ++count_;
   if (slots_ == nullptr) {
     if (count_ > kWalked) build(list);
@@ -82,14 +102,14 @@ void NameIndex::append(GList*& list, GList* node) {
     std::free(std::exchange(slots_, nullptr));
     return;
   }
-  insert(hash_name(name_of(node->data)), node->data);
+  insert(hash_of(node->data), node->data);
 }
 
 void NameIndex::remove(GList*& list, void* record) {
   GList* node;
   if (slots_ != nullptr) {
-    erase(hash_name(name_of(record)), record);
-    node = node_of(record);
+    erase(hash_of(record), record);
+    node = hidden_of(record).node;
   } else {
     node = g_list_find(list, record);
   }
@@ -111,8 +131,8 @@ void NameIndex::clear() {
 // Makes the table of a list, whose number of records is known. None is made for a list with
 // a program's own records, which have no room for their node.
 void NameIndex::build(GList* list) {
-  std::uint32_t capacity = 4 * kWalked;
-  while (capacity / 2 < count_) capacity *= 2;
+  std::uint32_t capacity = 2 * kWalked;
+  while (is_full(count_, capacity)) capacity *= 2;
   if (!resize(capacity)) return;
   head_ = list;
   for (; list != nullptr; list = list->next) {
@@ -120,8 +140,8 @@ void NameIndex::build(GList* list) {
       std::free(std::exchange(slots_, nullptr));
       return;
     }
-    node_of(list->data) = list;
-    insert(hash_name(name_of(list->data)), list->data);
+    hidden_of(list->data).node = list;
+    insert(hash_of(list->data), list->data);
   }
 }
 
@@ -133,6 +153,7 @@ bool NameIndex::resize(std::uint32_t capacity) {
   Slot* const old = std::exchange(slots_, fresh);
   const std::uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
   mask_ = capacity - 1;
+  shift_ = static_cast<std::uint32_t>(std::countl_zero(mask_));
   for (std::uint32_t at = 0; at < old_capacity; ++at) {
     if (old[at].record != nullptr) insert(old[at].hash, old[at].record);
   }
@@ -141,13 +162,13 @@ bool NameIndex::resize(std::uint32_t capacity) {
 }
 
 void NameIndex::insert(std::uint32_t hash, void* record) {
-  std::uint32_t at = hash & mask_;
+  std::uint32_t at = home_of(hash);
   while (slots_[at].record != nullptr) at = (at + 1) & mask_;
   slots_[at] = {hash, record};
 }
 
 void NameIndex::erase(std::uint32_t hash, const void* record) {
-  std::uint32_t hole = hash & mask_;
+  std::uint32_t hole = home_of(hash);
   while (slots_[hole].record != record) {
     if (slots_[hole].record == nullptr) return;
     hole = (hole + 1) & mask_;
@@ -155,7 +176,7 @@ void NameIndex::erase(std::uint32_t hash, const void* record) {
   for (std::uint32_t at = (hole + 1) & mask_; slots_[at].record != nullptr;
        at = (at + 1) & mask_) {
     // A record may not move before its home slot: the hole must lie on its way from there.
-    const std::uint32_t way = (at - slots_[at].hash) & mask_;
+    const std::uint32_t way = (at - home_of(slots_[at].hash)) & mask_;
     if (way >= ((at - hole) & mask_)) slots_[std::exchange(hole, at)] = slots_[at];
   }
   slots_[hole].record = nullptr;

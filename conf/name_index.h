@@ -27,20 +27,26 @@
 
 namespace groundwork {
 
-// A record, public part first, begins with the pointer to its name. Records made by the
-// library note their node after the two public fields, and their name stands directly
-// behind the whole record, in the same block: that is how they are told from a program's
-// own records, of which nothing beyond the public fields may be read.
-constexpr std::size_t kNodeOffset = 2 * sizeof(void*);
+// A record, public part first, begins with the pointer to its name. In a record made by the
+// library the hidden part follows the two public fields, and the name stands in the same
+// block, kNameGap bytes behind the whole record: that is how it is told from a program's
+// own record, of which nothing beyond the public fields may be read. The gap makes the
+// distance odd, as that of two blocks from the heap never is.
+constexpr std::size_t kNameGap = 1;
+struct Hidden {
+  GList* node;  // that holds the record
+  std::size_t name_length;
+};
+constexpr std::size_t kHiddenOffset = 2 * sizeof(void*);
 
 class NameIndex {
  public:
   // `record_size`: of the whole record that the library makes for this list.
   explicit constexpr NameIndex(std::size_t record_size)
-      : record_size_(static_cast<std::uint32_t>(record_size)) {}
+      : name_offset_(static_cast<std::uint32_t>(record_size + kNameGap)) {}
 
   // The first record of that name, or null. Walks when `index` is null.
-  static void* find(const NameIndex* index, GList* list, std::string_view name);
+  static void* find(const NameIndex* index, const GList* list, std::string_view name);
 
   // To be called before append() and remove(), unless nobody else has seen the list: brings
   // the index in step with it.
@@ -62,23 +68,26 @@ class NameIndex {
     void* record;  // null in an empty slot, of which there always is one
   };
 
-  // Longer lists get a table. Sections of this size are the usual ones, and a walk along
-  // neighbouring blocks costs no more than a probe.
-  static constexpr std::uint32_t kWalked = 16;
+  // Longer lists get a table; walking a shorter one costs no more than a probe.
+  static constexpr std::uint32_t kWalked = 8;
 
   bool in_step(const GList* list) const;
   bool is_ours(const void* record) const;
+  void* walk(const GList* list, std::string_view name) const;
+  bool has_name(const void* record, std::string_view name) const;
+  std::uint32_t home_of(std::uint32_t hash) const { return hash >> shift_; }
   void build(GList* list);
   bool resize(std::uint32_t capacity);
   void insert(std::uint32_t hash, void* record);
   void erase(std::uint32_t hash, const void* record);
 
-  Slot* slots_ = nullptr;   // null: the list is walked
-  std::uint32_t mask_ = 0;  // capacity - 1; the capacity is a power of two
+  Slot* slots_ = nullptr;    // null: the list is walked
+  std::uint32_t mask_ = 0;   // capacity - 1; the capacity is a power of two
+  std::uint32_t shift_ = 0;  // the upper bits of a hash give its home slot
   std::uint32_t count_ = 0;
   GList* head_ = nullptr;  // of the list that the table describes
   GList* tail_ = nullptr;
-  std::uint32_t record_size_;
+  std::uint32_t name_offset_;
 };
 
 }  // namespace groundwork

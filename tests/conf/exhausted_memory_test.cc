@@ -26,7 +26,7 @@ std::string text_of(int keys) {
 
 TEST(ConfExhaustedMemory, AFileLoadsWholeOrNotAtAll) {
   const Quiet quiet;
-  // Beyond 16 keys there is an index, which the library can do without.
+  // Beyond 8 keys there is an index, which the library can do without.
   for (const int keys : {3, 40}) {
     const ConfFile file(text_of(keys));
     for_each_failed_allocation([&](AllocationFaults& faults) {
@@ -121,7 +121,8 @@ void for_each_failure(const ConfFile& file, const char* section, const char* key
 TEST(ConfExhaustedMemory, AWriteHappensWholeOrNotAtAll) {
   for (const char* const section : {"s", "new"}) {
     for (const char* const key : {"key0", "newkey"}) {
-      for (const int keys : {3, 16, 48}) {  // the next key needs an index, or a larger one
+      for (const int keys :
+           {3, 8, 12, 24}) {  // the next key needs an index, or a larger one
         SCOPED_TRACE(testing::Message() << section << " " << key << " " << keys);
         const ConfFile file(text_of(keys));
         const std::string value(200, 'x');

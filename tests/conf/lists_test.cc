@@ -28,7 +28,7 @@ static_assert(offsetof(GConf, filename) == 0 &&
               offsetof(GConf, callbacks) == 4 * sizeof(void*));
 
 // Shorter than what is walked, and longer.
-constexpr int kSizes[] = {1, 5, 16, 17, 18, 24, 48, 49, 100, 1000};
+constexpr int kSizes[] = {1, 5, 8, 9, 10, 12, 13, 24, 25, 100, 1000};
 
 std::string key_name(int number) {
   return "Key" + std::to_string(number);
