@@ -57,11 +57,16 @@ char* read_line(URL url, char* buf, int32_t n) {
   return socket_fgets(buf, n, http_of(url)->stream);
 }
 
+// Out of line, so that the way of most bytes needs no stack frame.
+[[gnu::noinline]] int32_t no_byte() {
+  if (errno != 0) url_errno = errno;
+  return -1;
+}
+
 // socket_fread() of one byte, without its price: most bytes come out of the buffer here.
 int32_t read_byte(URL url) {
   const int byte = getc_unlocked(http_of(url)->stream);
-  if (byte == EOF && errno != 0) url_errno = errno;
-  return byte == EOF ? -1 : byte;
+  return byte != EOF ? byte : no_byte();
 }
 
 void close_stream(URL url) {

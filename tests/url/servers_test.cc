@@ -10,7 +10,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -40,9 +42,12 @@ std::ostream& operator<<(std::ostream& out, const Checksum& sum) {
   return out << sum.length << " bytes, " << std::hex << sum.hash << std::dec;
 }
 
-// Of a served file, from a byte on.
-Checksum of_file(const std::string& name, int64_t offset = 0) {
-  Checksum sum;
+// Of a served file, from a byte on. Kept, since large files are asked for again and again.
+const Checksum& of_file(const std::string& name, int64_t offset = 0) {
+  static std::map<std::pair<std::string, int64_t>, Checksum> known;
+  const auto [entry, is_new] = known.try_emplace({name, offset});
+  Checksum& sum = entry->second;
+  if (!is_new) return sum;
   std::FILE* const file = std::fopen((setting("GW_SERVED") + "/" + name).c_str(), "rb");
   EXPECT_NE(file, nullptr) << name;
   if (file == nullptr) return sum;
