@@ -457,7 +457,7 @@ TEST_F(SocketWrappers, WriteToAPeerThatIsGoneFailsAndRaisesNoSignal) {
 TEST(SocketWrite, ServesADescriptorThatIsNoSocket) {
   int pipe_ends[2];
   ASSERT_EQ(pipe(pipe_ends), 0);
-  EXPECT_EQ(socket_write(pipe_ends[1], "abc", 3), 3);
+  ASSERT_EQ(socket_write(pipe_ends[1], "abc", 3), 3);
   char text[4] = "";
   EXPECT_EQ(read(pipe_ends[0], text, 3), 3);
   EXPECT_STREQ(text, "abc");
