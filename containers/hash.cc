@@ -82,8 +82,27 @@ uint32_t hash_of_text(const void* key) {
   }
 }
 
-// Strings compared as pointers are not among them: such a string may change while it is
-// stored, and with it its hash, but not what it equals.
+// Our own key functions, known at compile time. Tables that use a pair of them may have an
+// index, for their equal keys have equal hashes. Strings compared as pointers are not among
+// them: such a string may change while it is stored, and with it its hash, but not what it
+// equals.
+struct Strings {
+  static uint32_t hash(const void* key) { return hash_of_text(key); }
+  static bool equal(const void* stored, const void* key) { return equal_text(stored, key); }
+};
+struct Ints {
+  static uint32_t hash(const void* key) { return pointed_to(key); }
+  static bool equal(const void* stored, const void* key) {
+    return pointed_to(stored) == pointed_to(key);
+  }
+};
+struct Pointers {
+  static uint32_t hash(const void* key) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
+  }
+  static bool equal(const void* stored, const void* key) { return stored == key; }
+};
+
 Keys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
   if (hash_func == g_hash_str && equal_func == g_hash_str_equal) return Keys::kStrings;
   if (hash_func == g_hash_int && equal_func == g_hash_int_equal) return Keys::kInts;
@@ -92,35 +111,6 @@ Keys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
     return Keys::kPointers;
   }
   return Keys::kCallers;
-}
-
-bool matches(const GHash& hash, const Entry& entry, const void* key) {
-  switch (hash.keys) {
-    case Keys::kStrings:
-      return equal_text(entry.key, key);
-    case Keys::kInts:
-      return pointed_to(entry.key) == pointed_to(key);
-    case Keys::kPointers:
-      return entry.key == key;
-    case Keys::kCallers:
-      break;
-  }
-  return hash.equal_func != nullptr ? hash.equal_func(entry.key, key) != 0
-                                    : entry.key == key;
-}
-
-uint32_t hash_key(const GHash& hash, const void* key) {
-  switch (hash.keys) {
-    case Keys::kStrings:
-      return hash_of_text(key);
-    case Keys::kInts:
-      return pointed_to(key);
-    case Keys::kPointers:
-      return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
-    case Keys::kCallers:
-      break;
-  }
-  return hash.hash_func(key);
 }
 
 uint32_t home_slot(const GHash& hash, uint32_t hashed) {
@@ -137,34 +127,17 @@ uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
   return slot >= home ? slot - home : slot + (hash.size - home);
 }
 
-// Whether the entry at the occupied `slot` is for `key`, whose hash is `hashed`. For tables
-// of our own key functions.
-bool holds(const GHash& hash, uint32_t slot, const void* key, uint32_t hashed) {
-  const Entry& entry = *hash.slots[slot];
-  return entry.hashed == hashed && matches(hash, entry, key);
-}
+// --- tables that are walked ---
 
-// The slot that a run from `home` is the first to find `key` in; `size` when there is none.
-uint32_t nearest_match(const GHash& hash, const void* key, uint32_t hashed, uint32_t home) {
-  if (hash.slots[home] != nullptr && holds(hash, home, key, hashed)) return home;
-  uint32_t nearest = hash.size;
-  uint32_t nearest_distance = hash.size;
-  hash.index.visit_candidates(hashed, [&](uint32_t slot) {
-    const uint32_t slot_distance = distance(hash, home, slot);
-    if (slot_distance >= nearest_distance || !holds(hash, slot, key, hashed)) return false;
-    nearest = slot;
-    nearest_distance = slot_distance;
-    return !hash.had_removals;
-  });
-  return nearest;
+bool matches(const GHash& hash, const Entry& entry, const void* key) {
+  return hash.equal_func != nullptr ? hash.equal_func(entry.key, key) != 0
+                                    : entry.key == key;
 }
 
 // The slot of the first entry for `key` from its home slot on; `size` when there is none.
 // Holes are passed over: removal leaves them in the middle of a probe run.
-uint32_t find_slot(const GHash& hash, const void* key) {
-  const uint32_t hashed = hash_key(hash, key);
-  const uint32_t home = home_slot(hash, hashed);
-  if (hash.index) return nearest_match(hash, key, hashed, home);
+uint32_t walk_to_match(const GHash& hash, const void* key) {
+  const uint32_t home = home_slot(hash, hash.hash_func(key));
   uint32_t slot = home;
   do {
     const Entry* const entry = hash.slots[slot];
@@ -174,29 +147,79 @@ uint32_t find_slot(const GHash& hash, const void* key) {
   return hash.size;
 }
 
-uint32_t first_hole(const GHash& hash, uint32_t slot) {
-  if (hash.index) return hash.index.first_hole(slot);
-  while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
-  return slot;
-}
-
 // Where `key` is to be stored: the slot of its entry, or a hole.
 // Kept: the run ends at the first hole, although a search would go on. A key beyond the
 // hole is stored twice.
-uint32_t insertion_slot(const GHash& hash, const void* key, uint32_t hashed) {
-  const uint32_t home = home_slot(hash, hashed);
-  if (hash.index) {
-    const uint32_t hole = hash.index.first_hole(home);
-    if (hole == home) return hole;
-    const uint32_t match = nearest_match(hash, key, hashed, home);
-    return match != hash.size && distance(hash, home, match) < distance(hash, home, hole)
-               ? match
-               : hole;
-  }
-  uint32_t slot = home;
+uint32_t walk_to_insertion(const GHash& hash, const void* key, uint32_t hashed) {
+  uint32_t slot = home_slot(hash, hashed);
   while (hash.slots[slot] != nullptr && !matches(hash, *hash.slots[slot], key)) {
     slot = next_slot(hash, slot);
   }
+  return slot;
+}
+
+// --- tables with an index: the same slots without the walk ---
+
+template <typename OwnKeys>
+bool holds(const GHash& hash, uint32_t slot, const void* key, uint32_t hashed) {
+  const Entry& entry = *hash.slots[slot];
+  return entry.hashed == hashed && OwnKeys::equal(entry.key, key);
+}
+
+template <typename OwnKeys>
+uint32_t match_from(const GHash& hash, const void* key, uint32_t hashed, uint32_t home) {
+  if (hash.slots[home] != nullptr && holds<OwnKeys>(hash, home, key, hashed)) return home;
+  uint32_t nearest = hash.size;
+  uint32_t nearest_distance = hash.size;
+  hash.index.visit_candidates(hashed, [&](uint32_t slot) {
+    const uint32_t slot_distance = distance(hash, home, slot);
+    if (slot_distance >= nearest_distance || !holds<OwnKeys>(hash, slot, key, hashed)) {
+      return false;
+    }
+    nearest = slot;
+    nearest_distance = slot_distance;
+    return !hash.had_removals;  // else another copy may be nearer
+  });
+  return nearest;
+}
+
+template <typename OwnKeys>
+uint32_t indexed_match(const GHash& hash, const void* key) {
+  const uint32_t hashed = OwnKeys::hash(key);
+  return match_from<OwnKeys>(hash, key, hashed, home_slot(hash, hashed));
+}
+
+template <typename OwnKeys>
+uint32_t indexed_insertion(const GHash& hash, const void* key, uint32_t hashed) {
+  const uint32_t home = home_slot(hash, hashed);
+  if (hash.slots[home] == nullptr) return home;
+  const uint32_t hole = hash.index.first_hole(home);
+  const uint32_t match = match_from<OwnKeys>(hash, key, hashed, home);
+  return match != hash.size && distance(hash, home, match) < distance(hash, home, hole)
+             ? match
+             : hole;
+}
+
+// --- either ---
+
+uint32_t find_slot(const GHash& hash, const void* key) {
+  if (!hash.index) return walk_to_match(hash, key);
+  if (hash.keys == Keys::kStrings) return indexed_match<Strings>(hash, key);
+  if (hash.keys == Keys::kInts) return indexed_match<Ints>(hash, key);
+  return indexed_match<Pointers>(hash, key);
+}
+
+uint32_t insertion_slot(const GHash& hash, const void* key, uint32_t hashed) {
+  if (!hash.index) return walk_to_insertion(hash, key, hashed);
+  if (hash.keys == Keys::kStrings) return indexed_insertion<Strings>(hash, key, hashed);
+  if (hash.keys == Keys::kInts) return indexed_insertion<Ints>(hash, key, hashed);
+  return indexed_insertion<Pointers>(hash, key, hashed);
+}
+
+uint32_t first_hole(const GHash& hash, uint32_t slot) {
+  if (hash.slots[slot] == nullptr) return slot;
+  if (hash.index) return hash.index.first_hole(slot);
+  while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
   return slot;
 }
 
@@ -234,7 +257,7 @@ bool grow(GHash& hash) {
     if (hash.size - slot > 8) __builtin_prefetch(hash.slots[slot + 8]);
     Entry* const entry = hash.slots[slot];
     if (entry == nullptr) continue;
-    if (!hash.index) entry->hashed = hash_key(hash, entry->key);
+    if (!hash.index) entry->hashed = hash.hash_func(entry->key);
     put(grown, first_hole(grown, home_slot(grown, entry->hashed)), entry);
   }
   std::free(hash.slots);
@@ -276,7 +299,7 @@ extern "C" void g_hash_free(GHash* hash) {
 
 extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
   CHECK_ARG(hash != NULL, -1);
-  const uint32_t hashed = hash_key(*hash, key);
+  const uint32_t hashed = hash->hash_func(key);
   uint32_t slot = insertion_slot(*hash, key, hashed);
   if (Entry* const entry = hash->slots[slot]; entry != nullptr) {
     *entry = {key, value, hashed};

@@ -299,7 +299,7 @@ TEST(FifoThreads, OneProducerAndOneConsumerPassEveryBlockInOrder) {
 }
 
 TEST(FifoThreads, AFifoMayBeFlushedWhileItIsFilled) {
-  GFifo* const fifo = g_fifo_new(16);
+  GFifo* const fifo = g_fifo_new(1024);
   LogCapture log;
   std::atomic<bool> done{false};
   std::thread producer([&] {

@@ -390,6 +390,25 @@ TEST_P(HashSizes, AnInsertionStopsAtAHoleAndStoresTheKeyTwice) {
   EXPECT_EQ(g_hash_remove(hash, number(second)), -1);
 }
 
+TEST_P(HashSizes, OfTwoCopiesAwayFromHomeTheNearerIsMet) {
+  const unsigned size = GetParam();
+  make(size);
+  const std::uintptr_t home = size - 2;  // so that the run wraps
+  const std::uintptr_t third = home + 2 * size;
+  for (const std::uintptr_t key : {home, home + size}) {
+    g_hash_insert(hash, number(key), nullptr);
+  }
+  g_hash_insert(hash, number(third), text("far"));
+  g_hash_remove(hash, number(home + size));
+  g_hash_insert(hash, number(third), text("near"));
+  EXPECT_EQ(g_hash_count(hash), 3u);
+  EXPECT_STREQ(static_cast<char*>(g_hash_find(hash, number(third))), "near");
+  g_hash_insert(hash, number(third), text("nearer"));
+  EXPECT_EQ(g_hash_count(hash), 3u);
+  EXPECT_EQ(g_hash_remove(hash, number(third)), 0);
+  EXPECT_STREQ(static_cast<char*>(g_hash_find(hash, number(third))), "far");
+}
+
 TEST_P(HashSizes, AnInsertionBeforeAHoleReplaces) {
   const unsigned size = GetParam();
   make(size);
