@@ -92,7 +92,7 @@ int64_t remaining(const GTimeout& timeout, int32_t interval) {
 }
 
 // May end early: an interrupted sleep is not resumed.
-void sleep_for(int64_t milliseconds) {
+LEFT_BY_CANCELLATION void sleep_for(int64_t milliseconds) {
   if (milliseconds <= 0) return;
   timespec time{};
   time.tv_sec = milliseconds / 1000;

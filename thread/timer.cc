@@ -328,7 +328,7 @@ extern "C" uint32_t g_get_ticks(void) {
   return ticks;
 }
 
-extern "C" void g_delay(int ms) {
+extern "C" LEFT_BY_CANCELLATION void g_delay(int ms) {
   // select() leaves the rest in it, so an interrupted sleep goes on for the rest only.
   timeval left{};
   left.tv_sec = ms / 1000;

@@ -3,6 +3,7 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <groundwork/thread.h>
 #include <groundwork/timer.h>
 #include <gtest/gtest.h>
 
@@ -341,6 +342,17 @@ TEST_F(Delay, AnyOtherFailureEndsIt) {
   answers = {EINVAL};
   g_delay(50);
   EXPECT_EQ(sleeps.size(), 1u);
+}
+
+TEST(DelayThreads, IsACancellationPoint) {
+  GThread* const thread = g_thread_create(
+      [](void*) -> void* {
+        g_delay(1'000'000);
+        return nullptr;
+      },
+      nullptr, "sleeper");
+  g_thread_cancel(thread);
+  EXPECT_EQ(g_thread_wait(thread), 0);
 }
 
 TEST_F(Delay, NegativeAndZeroReturnAtOnce) {
