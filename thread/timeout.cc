@@ -101,7 +101,7 @@ LEFT_BY_CANCELLATION void sleep_for(int64_t milliseconds) {
 }
 
 // Not noexcept: g_timeout_free() cancels the thread in the function or in the sleep.
-void* run(void* arg) {
+LEFT_BY_CANCELLATION void* run(void* arg) {
   auto* const timeout = static_cast<GTimeout*>(arg);
   while (timeout->interval.load(relaxed) != 0) {
     gettimeofday(&timeout->start, nullptr);

@@ -37,8 +37,8 @@ struct Deadline64 {
 // What the library asked of the timed wait, and what it is told.
 struct TimedWait {
   std::atomic<int> calls{0};
-  std::atomic<std::int64_t> seconds{0};
-  std::atomic<std::int64_t> nanoseconds{0};
+  std::int64_t seconds = 0;  // read when the waiter has ended
+  std::int64_t nanoseconds = 0;
   std::atomic<int> interruptions{0};  // so many calls answer EINTR at once
   std::atomic<int> answer{-1};        // instead of waiting; -1 waits
 } timed_wait;
@@ -320,8 +320,8 @@ TEST_F(Event, InterruptedTimedWaitIsResumedWithTheSameDeadline) {
   EXPECT_EQ(wait_and_wake(event, 1), 0);
   EXPECT_EQ(timed_wait.calls.load(), 4);
   EXPECT_EQ(clock.readings(), 1);
-  EXPECT_EQ(timed_wait.seconds.load(), 1000);
-  EXPECT_EQ(timed_wait.nanoseconds.load(), 1'005'000);
+  EXPECT_EQ(timed_wait.seconds, 1000);
+  EXPECT_EQ(timed_wait.nanoseconds, 1'005'000);
   EXPECT_EQ(log.take(), Lines{});
 }
 
@@ -350,8 +350,8 @@ TEST_P(EventDeadline, IsTheWallClockPlusTheTimeout) {
   GThreadEvent* const event = g_thread_event_new();
   timed_wait.answer = ETIMEDOUT;
   EXPECT_EQ(wait_and_wake(event, row.timeout), 0);
-  EXPECT_EQ(timed_wait.seconds.load(), row.deadline_seconds);
-  EXPECT_EQ(timed_wait.nanoseconds.load(), row.deadline_nanoseconds);
+  EXPECT_EQ(timed_wait.seconds, row.deadline_seconds);
+  EXPECT_EQ(timed_wait.nanoseconds, row.deadline_nanoseconds);
   EXPECT_EQ(log.take(), Lines{});
   reset();
   g_thread_event_free(event);
@@ -396,8 +396,8 @@ TEST_F(Event, UnreadableClockCountsAsADeadlineLongPast) {
   FakeClock clock(100, 0);
   clock.fail();
   EXPECT_EQ(wait_and_wake(event, 5), 0);
-  EXPECT_EQ(timed_wait.seconds.load(), 0);
-  EXPECT_EQ(timed_wait.nanoseconds.load(), 5'000'000);
+  EXPECT_EQ(timed_wait.seconds, 0);
+  EXPECT_EQ(timed_wait.nanoseconds, 5'000'000);
   EXPECT_EQ(log.take(), Lines{});
 }
 
