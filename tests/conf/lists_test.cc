@@ -181,6 +181,12 @@ TEST_P(ConfLists, RecordsOfTheProgramsOwnAreFoundChangedRemovedAndFreed) {
   EXPECT_EQ(file_.text(), text_of(GetParam()) + "Own=3\nnew=4\n\n");
 }
 
+TEST_P(ConfLists, ARecordOfTheProgramsOwnBehindTheLastIsFound) {
+  g_list_append(section()->entries, own_entry("Own", "1"));
+  EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "own", -1), 1);
+  expect_all_found();
+}
+
 TEST_P(ConfLists, SectionsAreFoundAsKeysAre) {
   std::string text;
   for (int section = 0; section < GetParam(); ++section)
