@@ -125,7 +125,7 @@ std::uint64_t FormatWalk::estimate() {
   while (*at_ != '\0') {
     if (*at_ == '%') {
       ++at_;
-      if (!measure_bare_conversion()) measure_conversion();
+      if (!in_step_ || !measure_bare_conversion()) measure_conversion();
       continue;
     }
     const char* const literal = at_;

@@ -10,12 +10,12 @@
 #include <stdio.h>
 #include <string.h>
 
-#define CHECK(condition)                                               \
-  do {                                                                 \
-    if (!(condition)) {                                                \
+#define CHECK(condition)                                                      \
+  do {                                                                        \
+    if (!(condition)) {                                                       \
       fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
-      return 1;                                                        \
-    }                                                                  \
+      return 1;                                                               \
+    }                                                                         \
   } while (0)
 
 static int ciphers_give_the_known_answers(void) {

@@ -84,8 +84,9 @@ class Monitor(unittest.TestCase):
 
     def test_signals_stop_it_cleanly(self):
         for number in (signal.SIGINT, signal.SIGTERM):
+            before = len(self.rows()) if os.path.exists(f"{self.folder}/monitor.csv") else 0
             process = self.start()
-            self.wait_for_rows(1)
+            self.wait_for_rows(before + 1)
             process.send_signal(number)
             self.finish(process)
         self.assertEqual(self.conf()["counters"]["runs"], "2")

@@ -88,7 +88,9 @@ hostent* with_ipv6_only_host(const char* name, int family) {
   return &entry;
 }
 
-int open_descriptors() {
+namespace {
+
+int count_descriptors() {
   DIR* const directory = opendir("/proc/self/fd");
   if (directory == nullptr) return -1;
   int count = 0;
@@ -97,9 +99,23 @@ int open_descriptors() {
   return count;
 }
 
+}  // namespace
+
+int open_descriptors() {
+  int count = count_descriptors();
+  for (int still = 0; still < 5; ++still) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (const int now = count_descriptors(); now != count) {
+      count = now;
+      still = 0;
+    }
+  }
+  return count;
+}
+
 bool descriptors_return_to(int count) {
   for (int tries = 0; tries < 500; ++tries) {
-    if (open_descriptors() == count) return true;
+    if (count_descriptors() == count) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return false;

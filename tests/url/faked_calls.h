@@ -38,11 +38,11 @@ ssize_t real_send(int fd, const void* buf, size_t n, int flags);
 // system about all others.
 hostent* with_ipv6_only_host(const char* name, int family);
 
-// How many descriptors the process has open.
+// How many descriptors the process has open, once that stands still: a server's thread of
+// the same program may take a moment to close its own.
 int open_descriptors();
 
-// True once the process has this many open: a server's thread of the same program may take
-// a moment to close its own.
+// True once the process has this many open.
 bool descriptors_return_to(int count);
 
 }  // namespace test
