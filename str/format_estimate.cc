@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <groundwork/log.h>
 #include <groundwork/str.h>
@@ -86,6 +87,39 @@ bool is_simple(const char* modifiers, const char* character) {
   return modifiers == character;
 }
 
+bool is_one_of(char c, std::string_view set) {
+  return set.find(c) != std::string_view::npos;
+}
+
+const char* behind_number(const char* part) {
+  if (*part == '*') return part + 1;
+  while (is_digit(*part)) ++part;
+  return part;
+}
+
+// Whether the system formatter takes the same arguments for a conversion as the walk below.
+// It wants the parts in their order, and takes nothing for a character that it does not
+// know.
+bool formatter_agrees(const char* modifiers, const char* character) {
+  // Its arguments are numbered, not taken in turn; the walk takes none either.
+  if (*character == '$') return true;
+  // A flag to the formatter, in front of the conversion that takes the argument.
+  if (*character == 'I') {
+    return modifiers == character && is_one_of(character[1], "diouxXcsp");
+  }
+  const char* part = modifiers;
+  while (is_one_of(*part, "-+ #0'")) ++part;
+  part = behind_number(part);
+  if (*part == '.') part = behind_number(part + 1);
+  const char size = *part;
+  if (is_one_of(size, "hlLqzZtj")) ++part;
+  if ((size == 'h' || size == 'l') && *part == size) ++part;
+  if (part != character) return false;
+  // It may read a long double for "j".
+  if (size == 'j' && is_one_of(*character, "eEfgGaA")) return false;
+  return is_one_of(*character, "diouxXeEfgGaAcCsSpnm%");
+}
+
 class FormatWalk {
  public:
   FormatWalk(const char* fmt, va_list args, FormatPieces& pieces)
@@ -107,13 +141,15 @@ class FormatWalk {
   void take_integer(Conversion& conversion);
   void take_float(char c, Conversion& conversion);
   void take_string(Conversion& conversion);
-  bool spell(const char* modifiers, const Conversion& conversion);
+  bool spell(const char* modifiers, const char* character, const Conversion& conversion);
 
   const char* at_;
   va_list args_;
   FormatPieces& pieces_;
   std::uint64_t total_ = 1;  // the terminator
-  bool in_step_ = true;      // with the arguments, as the system formatter takes them
+  // Whether all arguments were taken as the system formatter takes them. Where not, the
+  // next one may be no pointer although it should: strings are not measured any more.
+  bool in_step_ = true;
   // The argument of the conversion read last.
   std::uint64_t integer_;
   const char* string_;
@@ -143,6 +179,8 @@ bool FormatWalk::measure_bare_conversion() {
   constexpr FormatPieces::Layout kNoLayout = {};
   switch (*at_) {
     case 's': {
+      if (!in_step_) [[unlikely]]
+        return false;
       const char* const string = va_arg(args_, const char*);
       if (string == nullptr) [[unlikely]] {
         // It has a name that the system formatter knows.
@@ -195,7 +233,11 @@ void FormatWalk::measure_conversion() {
     }
     take(c, conversion);
   }
-  if (pieces_.complete() && !spell(modifiers, conversion)) pieces_.give_up();
+  const char* const character = at_ - 1;
+  if (!pieces_.complete() || !spell(modifiers, character, conversion)) {
+    pieces_.give_up();
+    in_step_ = in_step_ && formatter_agrees(modifiers, character);
+  }
 
   std::uint64_t length =
       std::max<std::uint64_t>({conversion.length, conversion.precision, conversion.width});
@@ -336,9 +378,9 @@ void FormatWalk::take(char c, Conversion& conversion) {
       conversion.flags |= kDone;
       break;
     default:
-      // The system formatter takes a double here, and what follows in this conversion would
-      // take a part of it: from now on no argument can be trusted.
-      if (c == 'F') in_step_ = false;
+      // The system formatter takes a number here, and what follows in this conversion would
+      // take it, or a part of it, for its own argument.
+      if (is_one_of(c, "FbB")) in_step_ = false;
       // Kept: the conversion goes on, and a known character behind this one still counts.
       g_log(G_LOG_WARNING, kSource, __LINE__,
             "(): unable to handle `%c' while parsing format", c);
@@ -421,10 +463,10 @@ void FormatWalk::take_string(Conversion& conversion) {
   }
 }
 
-// Adds the text of the conversion whose characters lie between `modifiers` and `at_`; false
-// when that is the system formatter's business.
-bool FormatWalk::spell(const char* modifiers, const Conversion& conversion) {
-  const char* const character = at_ - 1;
+// Adds the text of the conversion with these modifiers and this character; false when that
+// is the system formatter's business.
+bool FormatWalk::spell(const char* modifiers, const char* character,
+                       const Conversion& conversion) {
   if (modifiers != character && !is_simple(modifiers, character)) return false;
 
   const FormatPieces::Layout layout = {

@@ -509,6 +509,47 @@ TEST(Estimate, OfAnUpperCaseFixedPointFloatIsThatOfAnUnknownCharacter) {
   EXPECT_EQ(estimate("%Fd|%*d", 1.5, 3, 5), 1u + 16 + 1 + 16);
 }
 
+// The system formatter takes a number where the walk knows no conversion: what follows in
+// the conversion is not followed as a pointer.
+TEST(Estimate, OfBinaryNumbersIsThatOfAnUnknownCharacter) {
+  for (const char* fmt : {"%bs|%s", "%Bs|%s"}) {
+    EXPECT_EQ(warnings(fmt, 5, "abc"), Lines{unknown_line(fmt[1])});
+    EXPECT_EQ(formatted(fmt, 5, "abc").allocations[0], 1u + 1) << fmt;
+  }
+}
+
+TEST(Estimate, FollowsNoPointerBehindAConversionThatTheSystemFormatterLeavesAsText) {
+  for (const char* odd : {"%D", "%O", "%U", "%P", "%5D", "%5Id", "%yd", "%5-d", "%l5d",
+                          "%zld", "%.5 d", "%5.3.1d", "%lhd", "%-.5-s"}) {
+    const std::string fmt = std::string("%d|") + odd + "|%s";
+    estimate(fmt.c_str(), 1, "abc", 3, 4, 5, 6);
+  }
+  estimate("%*5d|%s", 1, "abc", 3, 4);  // to the formatter, a width and then text
+  estimate("%y%d|%s", 1, "abc");        // to the walk, "%y%" and then text
+}
+
+TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
+  estimate("%If|%s", 1.5, "abc");
+  estimate("%Illd|%s", 5LL, "abc");
+  if (!kLongIs64Bit) estimate("%jf|%s", 1.5L, "abc");
+}
+
+TEST(Estimate, OfLocaleDigitsKeepsTheArgumentsInStep) {
+  // "%I" is a conversion, "d" is text.
+  const std::size_t number = (kLongIs64Bit ? 34 : 17) + 1 + 1;
+  EXPECT_EQ(estimate("%Id|%s", 5, "abc"), 1 + number + 1 + 3);
+}
+
+TEST(Estimate, StaysInStepWithEveryWellFormedConversion) {
+  const std::size_t expected = 1 + 3;
+  EXPECT_EQ(estimate("%-+ #0'5.3hhd|%s", 5, "abc"), expected + 15 + 2 + 1 + 1);
+  EXPECT_EQ(estimate("%*.*lld|%s", 5, 3, 5LL, "abc"), expected + 30 + 1 + 1);
+  EXPECT_EQ(estimate("%.f|%s", 1.0, "abc"), expected + 36 + 1);
+  EXPECT_EQ(estimate("%5c%p%s", 'c', nullptr, "abc"),
+            expected + 5 + (sizeof(void*) == 8 ? 20 : 10) + 2);
+  EXPECT_EQ(estimate("%5%|%s", "abc"), expected + 5 + 1);
+}
+
 TEST(Estimate, OfAnUnknownCharacterWarnsAndGoesOnWithTheConversion) {
   EXPECT_EQ(formatted("%yd", 5).allocations[0], 1u + 16);
   EXPECT_EQ(warnings("%yd", 5), Lines{unknown_line('y')});

@@ -113,9 +113,9 @@ G_API char *g_strncpy(char *dst, const char *src, unsigned len);
  *
  * Warnings about conversions that the estimate does not cover (positional parameters, wide
  * strings, long doubles, unknown characters) are logged under the name "g_str"; the text is
- * the system formatter's all the same. Such an unknown conversion takes no argument in the
- * estimate: WARNING: a string conversion behind it may then read another argument as its
- * pointer. Each "%m" leaks a block of 17 bytes.
+ * the system formatter's all the same. Behind a conversion for which estimate and formatter
+ * take different arguments, strings are not measured, and the block grows by them. Each "%m"
+ * leaks a block of 17 bytes.
  *
  * @param fmt  printf format of the C library. Null, which other formatters crash on, gives
  *             the empty string.
