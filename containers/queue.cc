@@ -70,7 +70,7 @@ void unlink(GQueue& queue, GList* node) {
 }
 
 // Not locked. A thread that ends inside the callback takes the node along.
-void call_add_func(const GQueue& queue, GList* node) {
+LEFT_BY_CANCELLATION void call_add_func(const GQueue& queue, GList* node) {
   if (queue.add_func == nullptr) return;
   pthread_cleanup_push(std::free, node);
   queue.add_func(node->data);
@@ -106,8 +106,8 @@ void drop_released(void* under_way) {
 }
 
 // Calls func for each node from `node` on, in the direction of the link `onward`.
-void visit(GQueue& queue, GList* GQueue::*first, GList* GList::*onward, GQueueFunc func,
-           void* user_data) {
+LEFT_BY_CANCELLATION void visit(GQueue& queue, GList* GQueue::*first, GList* GList::*onward,
+                                GQueueFunc func, void* user_data) {
   g_thread_mutex_lock(queue.mutex);
   pthread_cleanup_push(unlock, &queue);
   for (GList* node = queue.*first; node != nullptr;) {
@@ -181,7 +181,7 @@ extern "C" void* g_queue_last(GQueue* queue) {
   return queue->tail != nullptr ? queue->tail->data : nullptr;
 }
 
-extern "C" void g_queue_clear(GQueue* queue) {
+extern "C" LEFT_BY_CANCELLATION void g_queue_clear(GQueue* queue) {
   CHECK_ARG(queue != NULL);
   g_thread_mutex_lock(queue->mutex);
   Clearing clearing{queue, queue->head};
@@ -230,7 +230,7 @@ extern "C" void g_queue_delete(GQueue* queue, const void* data) {
   if (queue->release_func != nullptr) queue->release_func(element);
 }
 
-extern "C" void g_queue_remove(GQueue* queue, const void* data) {
+extern "C" LEFT_BY_CANCELLATION void g_queue_remove(GQueue* queue, const void* data) {
   CHECK_ARG(queue != NULL);
   g_thread_mutex_lock(queue->mutex);
   pthread_cleanup_push(unlock, queue);

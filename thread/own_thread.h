@@ -1,14 +1,10 @@
-// What the threads of services need: ending their own service, and being cancelled.
+// What the threads of services need to end their own service.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_THREAD_OWN_THREAD_H
 #define GROUNDWORK_THREAD_OWN_THREAD_H
 
 #include <groundwork/thread.h>
-
-// For a function that a cancelled thread may leave in a system call: the address sanitizer
-// would go on guarding the locals of its frame.
-#define LEFT_BY_CANCELLATION [[gnu::no_sanitize_address]]
 
 namespace groundwork {
 
