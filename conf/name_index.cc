@@ -106,13 +106,13 @@ void NameIndex::append(GList*& list, GList* node) {
 }
 
 void NameIndex::remove(GList*& list, void* record) {
-  GList* node;
+  GList* node = nullptr;
   if (slots_ != nullptr) {
     erase(hash_of(record), record);
     node = hidden_of(record).node;
-  } else {
-    node = g_list_find(list, record);
   }
+  // A program may have moved the record to another node.
+  if (node == nullptr || node->data != record) node = g_list_find(list, record);
   if (node == tail_) tail_ = node->prev;
   --count_;
   list = g_list_delete_link(list, node);

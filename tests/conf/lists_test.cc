@@ -5,10 +5,14 @@
 
 #include <groundwork/list.h>
 
+#include <strings.h>
+
 #include <chrono>
+#include <clocale>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "conf/conf_support.h"
 #include "support/allocation_faults.h"
@@ -118,6 +122,23 @@ TEST_P(ConfLists, AReversedListIsSearchedAsItIs) {
   g_conf_remove_key(conf_.get(), "s", key_name(0).c_str());
   EXPECT_EQ(g_find_line(section(), key_name(0).c_str()), nullptr);
   EXPECT_EQ(keys_of(section()).size(), static_cast<std::size_t>(GetParam()));
+}
+
+TEST_P(ConfLists, RecordsThatChangedPlacesAreRemovedFromWhereTheyAre) {
+  Keys expected = keys_of(section());
+  const std::size_t size = expected.size();
+  if (size < 4) return;
+  // The nodes stay where they are, as when a program sorts a list by its data.
+  GList* const second = section()->entries->next;
+  std::swap(second->data, second->next->data);
+  std::swap(expected[1], expected[2]);
+  for (const std::size_t at : {2u, 1u}) {
+    const std::string key = expected[at].first;
+    g_conf_remove_key(conf_.get(), "s", key.c_str());
+    expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(at));
+    EXPECT_EQ(keys_of(section()), expected);
+    EXPECT_EQ(g_find_line(section(), key.c_str()), nullptr);
+  }
 }
 
 TEST_P(ConfLists, ANodeTakenOffTheFrontIsNotFound) {
@@ -239,6 +260,92 @@ TEST(ConfRecords, OfTheProgramsOwnMayBeSearchedWherever) {
   EXPECT_EQ(g_find_line(&section, "none"), nullptr);
   section.entries = nullptr;
   EXPECT_EQ(g_find_line(&section, "key"), nullptr);
+}
+
+// Every byte against every other, in names that are compared byte by byte, in words, and in
+// words that overlap.
+TEST(ConfNames, AreTheSameWhenStrcasecmpOfTheCLocaleSaysSo) {
+  ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
+  for (const std::string frame : {"?", "b?c", "?bcd", "b?cd", "bc?d", "bcd?", "abcd?g"}) {
+    std::string key = frame;
+    std::string probe = frame;
+    const std::size_t at = frame.find('?');
+    char value[] = "v";
+    GConfEntry entry = {key.data(), value};
+    GList node = {nullptr, nullptr, &entry};
+    GConfSection section = {value, &node};
+    for (int own = 1; own < 256; ++own) {
+      key[at] = static_cast<char>(own);
+      for (int other = 1; other < 256; ++other) {
+        probe[at] = static_cast<char>(other);
+        const bool same = strcasecmp(key.c_str(), probe.c_str()) == 0;
+        ASSERT_EQ(g_find_line(&section, probe.c_str()) != nullptr, same)
+            << frame << " " << own << " " << other;
+      }
+    }
+  }
+}
+
+TEST(ConfNames, OfManyKeysAreFoldedAsThoseOfFew) {
+  for (const std::string frame : {"?", "b?c", "?bcd", "b?cd", "bc?d", "bcd?", "abcd?g"}) {
+    const ConfFile file;
+    const Conf conf = file.open();
+    std::string key = frame;
+    std::size_t entries = 0;
+    for (int byte = 1; byte < 256; ++byte) {
+      key[frame.find('?')] = static_cast<char>(byte);
+      const char* const spelt = key.c_str();
+      // At an end it would be trimmed.
+      const bool is_blank = byte == ' ' || (byte >= '\t' && byte <= '\r');
+      if (is_blank && (frame.front() == '?' || frame.back() == '?')) continue;
+      g_conf_write_int(conf.get(), "s", spelt, byte);
+      entries += byte >= 'a' && byte <= 'z' ? 0 : 1;
+      ASSERT_EQ(g_conf_read_int(conf.get(), "s", spelt, -1), byte) << frame;
+    }
+    EXPECT_EQ(g_list_length(g_find_section(conf.get(), "s")->entries), entries);
+    key[frame.find('?')] = 'Q';
+    EXPECT_EQ(g_conf_read_int(conf.get(), "s", key.c_str(), -1), 'q');
+  }
+}
+
+TEST(ConfNames, ThatBeginOrContinueAnotherAreOthers) {
+  std::string name;
+  const ConfFile file;
+  const Conf conf = file.open();
+  for (int length = 0; length < 40; ++length, name += 'x') {
+    EXPECT_EQ(g_conf_read_int(conf.get(), name.c_str(), name.c_str(), -1), -1);
+    g_conf_write_int(conf.get(), name.c_str(), name.c_str(), length);
+    g_conf_write_int(conf.get(), "s", name.c_str(), length);
+  }
+  EXPECT_EQ(g_list_length(conf->sections), 41u);
+  EXPECT_EQ(g_list_length(g_find_section(conf.get(), "S")->entries), 40u);
+}
+
+TEST(ConfRecords, AValueReadStaysWhereItIsWhileOtherKeysChange) {
+  const ConfFile file("[s]\nloaded=1\n");
+  const Conf conf = file.open();
+  g_conf_write_string(conf.get(), "s", "written", "2");
+  g_conf_write_string(conf.get(), "s", "replaced", "x");
+  g_conf_write_string(conf.get(), "s", "replaced", "3");
+  const char* const loaded_value = g_conf_read_string(conf.get(), "s", "loaded", nullptr);
+  const char* const written = g_conf_read_string(conf.get(), "s", "written", nullptr);
+  const char* const replaced = g_conf_read_string(conf.get(), "s", "replaced", nullptr);
+  for (int key = 0; key < 200; ++key) {
+    g_conf_write_int(conf.get(), "s", key_name(key).c_str(), key);
+    g_conf_write_int(conf.get(), key_name(key).c_str(), "k", key);
+  }
+  for (int key = 0; key < 200; ++key) {
+    g_conf_remove_key(conf.get(), "s", key_name(key).c_str());
+    g_conf_remove_section(conf.get(), key_name(key).c_str());
+  }
+  g_conf_sync(conf.get());
+  g_conf_write_string(conf.get(), "s", "loaded", "1");  // equal: no change
+  EXPECT_STREQ(loaded_value, "1");
+  EXPECT_STREQ(written, "2");
+  EXPECT_STREQ(replaced, "3");
+  EXPECT_EQ(g_conf_read_string(conf.get(), "s", "loaded", nullptr), loaded_value);
+  EXPECT_EQ(g_conf_read_string(conf.get(), "s", "written", nullptr), written);
+  EXPECT_EQ(g_conf_read_string(conf.get(), "s", "replaced", nullptr), replaced);
 }
 
 TEST(ConfRecords, AValueReplacedByTheLibraryIsFreed) {

@@ -61,6 +61,36 @@ TEST(ConfOpen, TheFileNameIsCopiedAndTracedAtLevelZero) {
   EXPECT_EQ(conf->filename, file.path());
 }
 
+TEST(ConfOpen, ANewConfIsAnnouncedBeforeItsFileName) {
+  for (const char* const name : {"none.conf", "", "/dev/null"}) {
+    LogCapture log(0);
+    const Conf conf(g_conf_open(name));
+    ASSERT_NE(conf, nullptr);
+    EXPECT_EQ(log.take(), (Lines{"create new confing file - '" + std::string(name) + "'",
+                                 "g_conf:#: g_conf's file name = " + std::string(name)}));
+    EXPECT_STREQ(conf->filename, name);
+  }
+}
+
+TEST(ConfOpen, AnEmptyFileLoadsWithoutAComplaint) {
+  const ConfFile file("");
+  LogCapture log(1);
+  const Conf conf = file.open();
+  EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST(ConfOpen, ALinkToAFileIsLoadedAndWrittenThrough) {
+  const ConfFile file("[a]\nk=v\n");
+  const std::string link = file.directory() / "link.conf";
+  ASSERT_EQ(symlink("test.conf", link.c_str()), 0);
+  {
+    const Conf conf(g_conf_open(link.c_str()));
+    EXPECT_EQ(content(conf.get()), (Sections{{"a", {{"k", "v"}}}}));
+    g_conf_write_string(conf.get(), "a", "k", "w");
+  }
+  EXPECT_EQ(file.text(), "[a]\nk=w\n\n");
+}
+
 TEST(ConfOpen, ADirectoryIsNoFileAndGivesANewConf) {
   const TemporaryDirectory directory;
   LogCapture log(1);
@@ -97,6 +127,37 @@ TEST(ConfClose, ReturnsZeroAlsoWhenTheFileCannotBeWritten) {
   EXPECT_EQ(log.take(),
             (Lines{no_open(path, "No such file or directory"),
                    warning_line("g_conf", "can't create config file '" + path + "'.")}));
+}
+
+TEST(ConfSync, AProgramMaySetTheFlagToHaveTheFileWritten) {
+  for (const int flag : {1, 2, -1}) {
+    const ConfFile file("# comment\n[a]\nk = v\n");
+    const Conf conf = file.open();
+    conf->dirty = flag;
+    g_conf_sync(conf.get());
+    EXPECT_EQ(file.text(), "[a]\nk=v\n\n");
+    EXPECT_EQ(conf->dirty, 0);
+  }
+}
+
+TEST(ConfClose, AProgramMayClearTheFlagToLeaveTheFileAlone) {
+  const ConfFile file("# comment\n[a]\nk = v\n");
+  Conf conf = file.open();
+  g_conf_write_string(conf.get(), "a", "k", "w");
+  conf->dirty = 0;
+  conf.reset();
+  EXPECT_EQ(file.text(), "# comment\n[a]\nk = v\n");
+}
+
+TEST(ConfSync, TheModeOfAFileThatExistsIsKept) {
+  const ConfFile file("[a]\nk=v\n");
+  ASSERT_EQ(chmod(file.path().c_str(), 0600), 0);
+  const Conf conf = file.open();
+  g_conf_write_string(conf.get(), "a", "k", "w");
+  g_conf_sync(conf.get());
+  struct stat status;
+  ASSERT_EQ(stat(file.path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600u);
 }
 
 TEST(ConfSync, NullIsReported) {
@@ -157,6 +218,13 @@ TEST(ConfOpen, ChangesOfTheFileAfterOpeningAreNotSeen) {
 // A package name of this process, so that its file in /etc is nobody's.
 std::string own_package() {
   return "gw-" + std::to_string(getpid());
+}
+
+// A LogCapture takes the package name away; the paths stay.
+void make_default_paths(const std::string& package) {
+  LogCapture log;
+  g_package_set_name(package.c_str());
+  EXPECT_EQ(g_conf_open(nullptr), nullptr);
 }
 
 TEST(ConfOpenDefault, TheLocalFileIsLoaded) {
@@ -244,6 +312,53 @@ TEST(ConfOpenDefault, WithoutAFileThePathInEtcIsReportedAndNothingCreated) {
                      "[WARNING] can't open file '" + path + "'.",
                      "[WARNING] can't load config file '" + path + "'."}));
     EXPECT_NE(access((package + ".conf").c_str(), F_OK), 0);
+    ASSERT_EQ(chdir("/"), 0);
+  });
+}
+
+TEST(ConfOpenDefault, ALocalFileThatDoesNotLoadIsReportedAndTheOneInEtcTried) {
+  in_child([] {
+    const TemporaryDirectory directory;
+    ASSERT_EQ(chdir(directory.path().c_str()), 0);
+    ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
+    const std::string package = own_package();
+    const std::string path = "/etc/" + package + ".conf";
+    const std::string local = directory.write(package + ".conf", "[a]\n");
+    ASSERT_EQ(chmod(local.c_str(), 0), 0);
+    const uid_t user = geteuid();
+    if (user == 0) {
+      ASSERT_EQ(seteuid(65534), 0);  // no file is closed to root
+    }
+    const std::string local_path = "./" + package + ".conf";
+    make_default_paths(package);
+    LogCapture log(0);
+    EXPECT_EQ(g_conf_open(nullptr), nullptr);
+    EXPECT_EQ(log.take(),
+              (Lines{no_open(local_path, "Permission denied"),
+                     warning_line("g_conf", "can't open file '" + local_path + "'."),
+                     no_open(path, "No such file or directory"),
+                     warning_line("g_conf", "can't open file '" + path + "'."),
+                     warning_line("g_conf", "can't load config file '" + path + "'.")}));
+    ASSERT_EQ(seteuid(user), 0);
+    ASSERT_EQ(chdir("/"), 0);
+  });
+}
+
+TEST(ConfOpenDefault, ADirectoryOfTheLocalNameIsPassedOverInSilence) {
+  in_child([] {
+    const TemporaryDirectory directory;
+    ASSERT_EQ(chdir(directory.path().c_str()), 0);
+    const std::string package = own_package();
+    const std::string path = "/etc/" + package + ".conf";
+    ASSERT_EQ(mkdir((package + ".conf").c_str(), 0755), 0);
+    make_default_paths(package);
+    LogCapture log(0);
+    EXPECT_EQ(g_conf_open(nullptr), nullptr);
+    EXPECT_EQ(log.take(),
+              (Lines{no_open(path, "No such file or directory"),
+                     warning_line("g_conf", "can't open file '" + path + "'."),
+                     warning_line("g_conf", "can't load config file '" + path + "'.")}));
+    rmdir((package + ".conf").c_str());
     ASSERT_EQ(chdir("/"), 0);
   });
 }

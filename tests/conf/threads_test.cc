@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <thread>
 
@@ -88,6 +89,51 @@ TEST(ConfThreads, UnlockedLookUpsAgreeWhileNobodyChangesTheConf) {
       EXPECT_EQ(g_find_line(section, "none"), nullptr);
     }
   });
+}
+
+TEST(ConfThreads, ReadsWritesAndRemovalsWaitForTheMutexAndGiveItBack) {
+  const ConfFile file("[s]\nk=1\nl=2\n[t]\nm=3\n");
+  const Conf conf = file.open();
+  const auto expect_waits = [&](const char* name, auto call) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(g_thread_mutex_lock(conf->mutex), 0);
+    std::atomic<bool> done{false};
+    std::thread caller([&] {
+      call(conf.get());
+      done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(done);
+    g_thread_mutex_unlock(conf->mutex);
+    caller.join();
+  };
+  expect_waits("string", [](GConf* c) { g_conf_read_string(c, "s", "k", ""); });
+  expect_waits("int", [](GConf* c) { g_conf_read_int(c, "s", "k", 0); });
+  expect_waits("boolean", [](GConf* c) { g_conf_read_boolean(c, "s", "k", 0); });
+  expect_waits("float", [](GConf* c) { g_conf_read_float(c, "s", "k", 0); });
+  expect_waits("double", [](GConf* c) { g_conf_read_double(c, "s", "k", 0); });
+  expect_waits("missing", [](GConf* c) { g_conf_read_int(c, "none", "k", 0); });
+  expect_waits("write", [](GConf* c) { g_conf_write_int(c, "s", "k", 5); });
+  expect_waits("equal", [](GConf* c) { g_conf_write_int(c, "s", "k", 5); });
+  expect_waits("key", [](GConf* c) { g_conf_remove_key(c, "s", "k"); });
+  expect_waits("no key", [](GConf* c) { g_conf_remove_key(c, "s", "k"); });
+  expect_waits("section", [](GConf* c) { g_conf_remove_section(c, "t"); });
+  expect_waits("no section", [](GConf* c) { g_conf_remove_section(c, "t"); });
+  EXPECT_EQ(g_thread_mutex_lock(conf->mutex), 0);  // the last one gave it back too
+  g_thread_mutex_unlock(conf->mutex);
+}
+
+TEST(ConfThreads, SyncRegistrationAndPlainLookUpsTakeNoLock) {
+  const ConfFile file("[s]\nk=1\n");
+  const Conf conf = file.open();
+  g_conf_write_int(conf.get(), "s", "k", 2);
+  ASSERT_EQ(g_thread_mutex_lock(conf->mutex), 0);
+  EXPECT_NE(g_find_line(g_find_section(conf.get(), "s"), "k"), nullptr);
+  const auto nothing = [](const GConfChange*, void*) { return 0; };
+  EXPECT_EQ(g_conf_register_callback(conf.get(), "s", "k", nothing, nullptr), 0);
+  g_conf_sync(conf.get());
+  EXPECT_EQ(file.text(), "[s]\nk=2\n\n");
+  g_thread_mutex_unlock(conf->mutex);
 }
 
 std::atomic<int> runs{0};

@@ -6,6 +6,7 @@
 #include <climits>
 #include <clocale>
 #include <cmath>
+#include <cstring>
 
 #include "conf/conf_support.h"
 
@@ -90,6 +91,29 @@ TEST_F(ConfWrite, ABlankMoreCountsAsAChangeAlthoughTheStoredTextStays) {
   write("b", "k", " v");
   EXPECT_EQ(now(), before_);
   EXPECT_EQ(conf_->dirty, 1);
+}
+
+TEST_F(ConfWrite, BlanksOfEveryKindAreTrimmedAndNoOtherByte) {
+  const std::string blanks = " \t\n\v\f\r";
+  for (int byte = 1; byte < 256; ++byte) {
+    const std::string around(1, static_cast<char>(byte));
+    write("b", (around + "t" + around).c_str(), (around + "x y" + around).c_str());
+    const bool is_blank = blanks.find(around) != std::string::npos;
+    const auto expected =
+        is_blank ? Keys::value_type{"t", "x y"}
+                 : Keys::value_type{around + "t" + around, around + "x y" + around};
+    EXPECT_EQ(now()[1].second.back(), expected) << byte;
+    g_conf_remove_key(conf_.get(), "b", expected.first.c_str());
+    EXPECT_EQ(now()[1].second.size(), 1u);
+  }
+}
+
+TEST_F(ConfWrite, AValueThatAProgramWroteIntoIsComparedTrimmed) {
+  GConfEntry* const entry = g_find_line(g_find_section(conf_.get(), "net"), "ip");
+  std::strcpy(entry->value, " 1 ");
+  write("net", "ip", "1");
+  EXPECT_STREQ(entry->value, "1");
+  EXPECT_EQ(conf_->dirty, 0);
 }
 
 TEST_F(ConfWrite, ABlankKeyComparesAsAbsentAndSetsTheTrimmedOne) {
