@@ -83,7 +83,9 @@ const char* find_value(const GConf* conf, const char* section, const char* key) 
   const GConfSection* const found = find_section(conf, section);
   if (found == nullptr) return nullptr;
   const GConfEntry* const entry = find_entry(found, key);
-  return entry != nullptr && entry->value[0] != '\0' ? entry->value : nullptr;
+  if (entry == nullptr) return nullptr;
+  const char* const value = trimmed_value(entry);
+  return value[0] != '\0' ? value : nullptr;
 }
 
 // The stored value converted, under the mutex: another thread may replace it afterwards.

@@ -58,8 +58,7 @@ Owned<char> read_locked(const char* filename) {
   return text;
 }
 
-// The part of a line before the first `mark`, which lies at or after `from`; the whole line
-// without one.
+// Where the first `mark` of a line is; its end without one.
 std::size_t position_of(std::string_view line, char mark) {
   const void* const found = std::memchr(line.data(), mark, line.size());
   return found != nullptr

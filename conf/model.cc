@@ -268,6 +268,17 @@ GConfEntry* find_entry(const GConfSection* section, std::string_view key) {
       NameIndex::find(index_of(section), section->entries, key));
 }
 
+char* trimmed_value(const GConfEntry* entry) {
+  const std::string_view value = entry->value;
+  const std::string_view kept = trimmed(value);
+  // Written to only if need be: other threads may be reading it.
+  if (kept.size() != value.size()) {
+    std::memmove(entry->value, kept.data(), kept.size());
+    entry->value[kept.size()] = '\0';
+  }
+  return entry->value;
+}
+
 GConfSection* load_section(GConf* conf, std::string_view name) {
   if (GConfSection* const section = find_section(conf, name); section != nullptr) {
     return section;
@@ -300,7 +311,7 @@ Stored store(GConf* conf, const char* section_name, const char* key, const char*
   // Kept: what is stored is compared under the key as it was given, and with the value as
   // it was given. No stored key has blanks around it, so such a key counts as absent here.
   const bool is_absent = entry == nullptr || std::strlen(key) != kept_key.size();
-  if (std::strcmp(is_absent ? "" : entry->value, value) == 0) return Stored::kSame;
+  if (std::strcmp(is_absent ? "" : trimmed_value(entry), value) == 0) return Stored::kSame;
 
   const std::string_view kept_value = trimmed(value);
   const bool done = entry != nullptr

@@ -21,6 +21,10 @@ void free_conf(GConf* conf);
 GConfSection* find_section(const GConf* conf, std::string_view name);
 GConfEntry* find_entry(const GConfSection* section, std::string_view key);
 
+// The value of an entry. Kept: trimmed where it stands, although what is stored is trimmed:
+// a program may have written into it.
+char* trimmed_value(const GConfEntry* entry);
+
 // Fills a conf that nobody else has seen: its lists are known to be as the library left
 // them. `key` and `value` come trimmed.
 GConfSection* load_section(GConf* conf, std::string_view name);  // found, or appended

@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "conf/conf_support.h"
@@ -125,6 +126,21 @@ TEST_F(ConfRead, LeadingBlanksOfANumberAreAccepted) {
   char* const former = std::exchange(entry->value, text);
   EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "k", 0), -8);
   entry->value = former;
+}
+
+TEST_F(ConfRead, AValueThatAProgramWroteIntoIsTrimmedWhereItStands) {
+  GConfEntry* const entry = g_find_line(g_find_section(conf_.get(), "Net"), "Ip");
+  char* const value = entry->value;
+  std::strcpy(value, " \t12 3\r\n");
+  EXPECT_EQ(g_conf_read_string(conf_.get(), "Net", "Ip", "d"), value);
+  EXPECT_STREQ(value, "12 3");
+  std::strcpy(value, "TRUE ");
+  EXPECT_EQ(g_conf_read_boolean(conf_.get(), "Net", "Ip", 7), 1);
+  EXPECT_STREQ(entry->value, "TRUE");
+  std::strcpy(value, "  ");
+  EXPECT_STREQ(g_conf_read_string(conf_.get(), "Net", "Ip", "d"), "d");
+  EXPECT_STREQ(value, "");
+  EXPECT_EQ(conf_->dirty, 0);
 }
 
 TEST_F(ConfRead, ATextWithoutDigitsIsZeroNotTheDefault) {
