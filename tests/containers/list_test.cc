@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <initializer_list>
 #include <random>
 #include <vector>
 
 #include "support/allocation_faults.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -117,6 +119,28 @@ TEST(ListForeach, PassesEachElementAndTheUserData) {
   g_list_free(list);
 }
 
+TEST(ListForeach, BeginsAtTheGivenNode) {
+  GList* const list = make({a, b, c});
+  Data seen;
+  g_list_foreach(
+      list->next, [](void* data, void* user) { static_cast<Data*>(user)->push_back(data); },
+      &seen);
+  EXPECT_EQ(seen, (Data{b, c}));
+  g_list_free(list);
+}
+
+TEST(ListForeach, TheCallbackMayUnlinkItsNode) {
+  GList* list = make({a, b, c});
+  g_list_foreach(
+      list,
+      [](void* data, void* user) {
+        GList*& head = *static_cast<GList**>(user);
+        head = g_list_remove(head, data);
+      },
+      &list);
+  EXPECT_EQ(list, nullptr);
+}
+
 TEST(ListForeach, TheCallbackMayFreeItsNode) {
   GList* list = make({a, b, c});
   struct Walk {
@@ -147,6 +171,13 @@ TEST(ListInsert, AfterTheLastNodeAndIntoTheEmptyList) {
   EXPECT_EQ(g_list_insert(list, b), list);
   EXPECT_EQ(content(list), (Data{a, b}));
   EXPECT_EQ(list->prev, nullptr);
+  g_list_free(list);
+}
+
+TEST(ListInsert, OnAMiddleNodePutsTheElementDirectlyBehindIt) {
+  GList* const list = make({a, b, c});
+  EXPECT_EQ(g_list_insert(list->next, d), list->next);
+  EXPECT_EQ(content(list), (Data{a, b, d, c}));
   g_list_free(list);
 }
 
@@ -199,6 +230,17 @@ TEST(ListInsertBefore, AnIndexInsideInsertsThere) {
   g_list_free(list);
 }
 
+TEST(ListInsertBefore, CountsFromTheGivenNode) {
+  GList* const list = make({a, b, c});
+  GList* const middle = list->next;
+  EXPECT_EQ(g_list_insert_before(middle, d, 1), middle);
+  EXPECT_EQ(content(list), (Data{a, b, d, c}));
+  GList* const node = g_list_insert_before(middle, d, 0);
+  EXPECT_EQ(node, list->next);
+  EXPECT_EQ(content(list), (Data{a, d, b, d, c}));
+  g_list_free(list);
+}
+
 TEST(ListInsertBefore, AnyIndexIntoTheEmptyListGivesOneNode) {
   for (const int position : {-1, 0, 1, 5}) {
     GList* const list = g_list_insert_before(nullptr, a, position);
@@ -231,6 +273,40 @@ TEST(ListReverse, ReturnsTheOldLastNodeAndTwiceRestores) {
   EXPECT_EQ(one->next, nullptr);
   EXPECT_EQ(one->prev, nullptr);
   g_list_free(one);
+}
+
+// From the given node on each node's links are swapped, the first one's with them.
+TEST(ListReverse, FromAMiddleNodeLeavesTheNodesBeforeItAlone) {
+  GList* const list = make({a, b, c});
+  GList* const middle = list->next;
+  GList* const last = middle->next;
+  EXPECT_EQ(g_list_reverse(middle), last);
+  EXPECT_EQ(last->prev, nullptr);
+  EXPECT_EQ(last->next, middle);
+  EXPECT_EQ(middle->prev, last);
+  EXPECT_EQ(middle->next, list);
+  EXPECT_EQ(list->next, middle);
+  EXPECT_EQ(list->prev, nullptr);
+  for (GList* const node : {list, middle, last}) std::free(node);  // they form a ring now
+}
+
+TEST(ListRemoveLink, OfALinkBeforeTheGivenNodeReturnsThatNode) {
+  GList* const list = make({a, b, c});
+  GList* const middle = list->next;
+  EXPECT_EQ(g_list_delete_link(middle, list), middle);
+  EXPECT_EQ(content(middle), (Data{b, c}));
+  EXPECT_EQ(middle->prev, nullptr);
+  g_list_free(middle);
+}
+
+TEST(ListRemoveLink, WithoutAListStillDetachesTheLink) {
+  GList* const list = make({a, b});
+  GList* const last = list->next;
+  EXPECT_EQ(g_list_remove_link(nullptr, last), nullptr);
+  EXPECT_EQ(content(list), (Data{a}));
+  EXPECT_EQ(last->prev, nullptr);
+  g_list_free(last);
+  g_list_free(list);
 }
 
 TEST(ListRemoveLink, DetachesHeadMiddleAndLast) {
@@ -283,6 +359,42 @@ TEST(ListRemove, TakesTheFirstMatchOnly) {
   EXPECT_EQ(content(list), (Data{a, b}));
   EXPECT_EQ(list->prev, nullptr);
   g_list_free(list);
+}
+
+TEST(ListRemove, SearchesFromTheGivenNodeOn) {
+  GList* const list = make({a, b, a, c});
+  GList* const middle = list->next;
+  EXPECT_EQ(g_list_remove(middle, a), middle);
+  EXPECT_EQ(content(list), (Data{a, b, c}));
+  EXPECT_EQ(g_list_remove(middle, a), middle);
+  GList* const last = middle->next;
+  EXPECT_EQ(g_list_remove(middle, b), last);
+  EXPECT_EQ(content(list), (Data{a, c}));
+  g_list_free(list);
+}
+
+TEST(List, MayHoldNull) {
+  GList* list = make({a, nullptr, b});
+  EXPECT_EQ(g_list_find(list, nullptr), list->next);
+  EXPECT_EQ(g_list_index(list, nullptr), 1);
+  list = g_list_remove(list, nullptr);
+  EXPECT_EQ(content(list), (Data{a, b}));
+  g_list_free(list);
+}
+
+TEST(List, ANodeIsABlockOfItsSizeFromTheSystemHeapAndAFailedOneIsNotReported) {
+  test::LogCapture log(INT_MIN);
+  test::AllocationFaults faults(0);
+  GList* const list = g_list_append(nullptr, a);
+  faults.disarm();
+  EXPECT_EQ(faults.calls(), 1);
+  EXPECT_EQ(test::allocation_size(1), sizeof(GList));
+  std::free(list);
+  {
+    test::AllocationFaults all_fail(1, true);
+    EXPECT_EQ(g_list_append(nullptr, a), nullptr);
+  }
+  EXPECT_TRUE(log.take().empty());
 }
 
 TEST(ListFind, ReturnsTheFirstNodeFromTheGivenOne) {

@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -181,6 +182,16 @@ TEST_F(Log, ALineOf1591BytesIsCutNewlineIncluded) {
   EXPECT_EQ(written_by([&] { g_log(2, "src", 7, "%s", over.c_str()); }), "src:7: " + full);
 }
 
+TEST_F(Log, AHandlerGetsA1591stByteInPlaceOfTheNewline) {
+  Received received;
+  g_debug_set_handler(receive, &received);
+  const std::string over(5000, 'x');
+  g_log(3, "src", 7, "%s", over.substr(0, 1591 - 17).c_str());
+  g_log(3, "src", 7, "%s", over.c_str());
+  const std::string full = "src:7: [WARNING] " + over.substr(0, 1591 - 17);
+  EXPECT_EQ(received.texts, (std::vector<std::string>{full, full}));
+}
+
 TEST_F(Log, AMessageIsCutAt1591Bytes) {
   const std::string over(5000, 'x');
   g_debug_set_level2(1);
@@ -226,6 +237,29 @@ TEST_F(Log, PrintIsCutAt1019Bytes) {
   EXPECT_EQ(written_by([&] { g_print("%s", over.c_str()); }), fits);
 }
 
+TEST_F(Log, EachTextIsWrittenByOneCall) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
+  const int saved = dup(2);
+  dup2(ends[0], 2);
+  g_package_set_name("app");
+  const std::string message(1000, 'x');
+  g_log(4, "src", 7, "%s", message.c_str());
+  g_print("%s\n%s\n", "one", "two");
+  dup2(saved, 2);
+  close(saved);
+  close(ends[0]);
+  const auto next_written = [&] {
+    char text[4096];
+    const ssize_t length = recv(ends[1], text, sizeof text, MSG_DONTWAIT);
+    return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+  };
+  EXPECT_EQ(next_written(), "app: src:7: [CRITICAL] " + message + "\n");
+  EXPECT_EQ(next_written(), "one\ntwo\n");
+  EXPECT_EQ(next_written(), "");
+  close(ends[1]);
+}
+
 TEST_F(Log, TestOutDoesNothing) {
   g_debug_set_level2(-100);
   EXPECT_EQ(written_by([] { test_out(); }), "");
@@ -240,6 +274,19 @@ TEST_F(Log, AllocatesNothing) {
   g_print("text %s %d", "a", 5);
   faults.disarm();
   EXPECT_EQ(faults.calls(), 0);
+}
+
+TEST_F(Log, AllocatesNothingForStandardErrorEither) {
+  int calls = -1;
+  written_by([&] {
+    test::AllocationFaults faults(0);
+    g_log(4, "src", 7, "text %s %d", "a", 5);
+    g_print("text %s %d", "a", 5);
+    g_debug_init();
+    faults.disarm();
+    calls = faults.calls();
+  });
+  EXPECT_EQ(calls, 0);
 }
 
 TEST_F(Log, ThreadsMayLogWhileTheThresholdChanges) {

@@ -4,9 +4,12 @@
 #include <groundwork/memory.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <malloc.h>
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
@@ -70,6 +73,26 @@ TEST(Malloc0, FillsWithZeros) {
   std::free(block);
 }
 
+TEST(Malloc0, GivesABlockOfTheSizeAsked) {
+  AllocationFaults faults(0);
+  void* const block = g_malloc0(123);
+  faults.disarm();
+  EXPECT_EQ(faults.calls(), 1);
+  EXPECT_EQ(test::allocation_size(1), 123u);
+  std::free(block);
+}
+
+TEST(Realloc, AsksForTheSizeGiven) {
+  AllocationFaults faults(0);
+  void* const block = g_realloc(g_realloc(nullptr, 10), 123);
+  faults.disarm();
+  EXPECT_EQ(faults.calls(), 2);
+  EXPECT_EQ(test::allocation_size(1), 10u);
+  EXPECT_EQ(test::allocation_size(2), 123u);
+  std::free(block);
+  EXPECT_EQ(faults.outstanding(), 0);
+}
+
 TEST(Realloc, KeepsTheContent) {
   LogCapture log;
   auto* block = static_cast<char*>(g_malloc(4));
@@ -130,6 +153,15 @@ TEST(Memdup, CopiesTheBytes) {
   std::free(copy);
 }
 
+TEST(Memdup, IsABlockOfTheSizeAsked) {
+  AllocationFaults faults(0);
+  void* const copy = g_memdup("abcdef", 5);
+  faults.disarm();
+  EXPECT_EQ(faults.calls(), 1);
+  EXPECT_EQ(test::allocation_size(1), 5u);
+  std::free(copy);
+}
+
 TEST(Memdup, BadArgumentsReportTheFirstCheckOnly) {
   LogCapture log;
   EXPECT_EQ(g_memdup(nullptr, 0), nullptr);
@@ -168,6 +200,35 @@ TEST(MemProfile, LogsEightLinesAtLevelZero) {
     ASSERT_EQ(lines[i].substr(0, text.size()), text);
     const std::string number = lines[i].substr(text.size());
     EXPECT_EQ(std::to_string(std::atoi(number.c_str())), number);
+  }
+}
+
+std::array<char[100], 8> profile;
+std::size_t profile_lines = 0;
+
+// Without the heap, whose figures it is about.
+int keep_line(const char* text, void*) {
+  if (profile_lines == profile.size()) return -1;
+  std::snprintf(profile[profile_lines++], sizeof profile[0], "%s", text);
+  return 50 + static_cast<int>(profile_lines);
+}
+
+TEST(MemProfile, TellsEachFigureOfTheHeapAndTheLastResult) {
+  LogCapture log(0);
+  g_debug_set_handler(keep_line, nullptr);
+  std::free(std::malloc(100));               // a free chunk
+  void* const block = std::malloc(1 << 20);  // mapped
+  const auto heap = mallinfo2();
+  profile_lines = 0;
+  EXPECT_EQ(g_mem_profile(), 58);
+  std::free(block);
+  const std::size_t figures[] = {heap.arena,    heap.ordblks,  heap.hblks,   heap.hblkhd,
+                                 heap.uordblks, heap.fordblks, heap.keepcost};
+  ASSERT_EQ(profile_lines, 8u);
+  for (std::size_t i = 0; i < std::size(figures); ++i) {
+    const std::string line = profile[i + 1];
+    const std::string number = line.substr(line.find_last_not_of("-0123456789") + 1);
+    EXPECT_EQ(number, std::to_string(static_cast<int>(figures[i]))) << line;
   }
 }
 

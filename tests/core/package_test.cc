@@ -41,6 +41,15 @@ TEST(PackageSetName, AShorterNameLeavesNothingOfTheLonger) {
   EXPECT_STREQ(g_package_name, "");
 }
 
+TEST(PackageSetName, MayBeGivenTheArrayItself) {
+  LogCapture log;
+  g_package_set_name("abcdefghijklmnopqrst");
+  g_package_set_name(g_package_name);
+  EXPECT_STREQ(g_package_name, "abcdefghijklmnopqrst");
+  g_package_set_name(g_package_name + 3);
+  EXPECT_STREQ(g_package_name, "defghijklmnopqrst");
+}
+
 TEST(PackageSetName, NullReportsTheCheckAndChangesNothing) {
   LogCapture log;
   g_package_set_name("app");

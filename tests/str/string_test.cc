@@ -175,6 +175,11 @@ TEST(Strsplit, GivesThePiecesInOrder) {
       {"ab", "abc", 0, {"ab"}},
       {"a b\tc", " \t", 0, {"a b\tc"}},
       {"line\nline\n", "\n", 0, {"line", "line", ""}},
+      {"a\xff"
+       "b",
+       "\xff",
+       0,
+       {"a", "b"}},
   };
   for (const SplitCase& c : cases) {
     SCOPED_TRACE(c.text);

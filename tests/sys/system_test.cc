@@ -362,6 +362,8 @@ TEST_F(SystemTest, MemUseIsTheShareThatIsNotUsed) {
 
 TEST_F(SystemTest, MemUseOfTheNewerFormIsAlwaysAHundred) {
   EXPECT_EQ(mem_use_of("MemTotal:  1000 kB\nMemFree:    250 kB\n"), 100);
+  EXPECT_EQ(mem_use_of("\nMemFree:    250 kB 100\n"),
+            100);  // nothing right behind the first
 }
 
 TEST_F(SystemTest, MemUseReadsTheMemoryFileOfTheKernelForReading) {
