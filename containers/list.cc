@@ -92,7 +92,7 @@ extern "C" GList* g_list_prepend(GList* list, void* data) {
 extern "C" GList* g_list_insert_before(GList* list, void* data, int position) {
   if (position < 0) return g_list_append(list, data);
   GList* const sibling = g_list_nth(list, position);
-  if (position > 0 && sibling == nullptr) return g_list_append(list, data);
+  if (sibling == nullptr) return g_list_append(list, data);
   GList* const head = g_list_prepend(sibling, data);
   return sibling == list ? head : list;
 }

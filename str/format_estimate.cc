@@ -72,12 +72,23 @@ std::uint64_t integral_digits(std::uint64_t double_bits) {
       std::abs(static_cast<int>((exponent - 1023) * 0.3010299956639812 + 1)));
 }
 
+bool is_one_of(char c, std::string_view set) {
+  return set.find(c) != std::string_view::npos;
+}
+
+// Where a width or a precision ends that may begin here.
+const char* behind_number(const char* part) {
+  if (*part == '*') return part + 1;
+  while (is_digit(*part)) ++part;
+  return part;
+}
+
 // Whether the modifiers before a conversion character are nothing but padding, a width and
 // one of the sizes l, ll and z, in the order in which the system formatter takes them. The
 // walk below takes them in any order.
 bool is_simple(const char* modifiers, const char* character) {
   while (*modifiers == '-' || *modifiers == '0') ++modifiers;
-  while (is_digit(*modifiers)) ++modifiers;
+  modifiers = behind_number(modifiers);
   if (*modifiers == 'z') {
     ++modifiers;
   } else {
@@ -85,16 +96,6 @@ bool is_simple(const char* modifiers, const char* character) {
     if (*modifiers == 'l') ++modifiers;
   }
   return modifiers == character;
-}
-
-bool is_one_of(char c, std::string_view set) {
-  return set.find(c) != std::string_view::npos;
-}
-
-const char* behind_number(const char* part) {
-  if (*part == '*') return part + 1;
-  while (is_digit(*part)) ++part;
-  return part;
 }
 
 // Whether the system formatter takes the same arguments for a conversion as the walk below.
@@ -179,8 +180,6 @@ bool FormatWalk::measure_bare_conversion() {
   constexpr FormatPieces::Layout kNoLayout = {};
   switch (*at_) {
     case 's': {
-      if (!in_step_) [[unlikely]]
-        return false;
       const char* const string = va_arg(args_, const char*);
       if (string == nullptr) [[unlikely]] {
         // It has a name that the system formatter knows.

@@ -12,7 +12,7 @@ using namespace groundwork;
 
 namespace {
 
-constexpr std::size_t kLongestNumber = 21;  // a minus and 20 digits
+constexpr std::size_t kLongestNumber = 20;  // of 64 bits, a minus counted
 constexpr std::size_t kMostPadding = 32;
 constexpr char kBlanks[kMostPadding + 1] = "                                ";
 constexpr char kZeros[kMostPadding + 1] = "00000000000000000000000000000000";

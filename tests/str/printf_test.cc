@@ -453,6 +453,8 @@ TEST(Estimate, OfAPositionalParameterWarnsAndAddsAMargin) {
   EXPECT_EQ(warnings("%1$s", "abc"), Lines{kPositionalLine});
   EXPECT_EQ(estimate("%2$s %1$s", "a", "b"), 1 + kMargin + 2 + 1 + 1 + kMargin + 1 + 1);
   EXPECT_EQ(warnings("%2$s %1$s", "a", "b"), (Lines{kPositionalLine, kPositionalLine}));
+  // The arguments that are taken in turn are not touched by it.
+  EXPECT_EQ(estimate("%1$s|%s", "abc"), 1 + kMargin + 1 + 1 + 1 + 3);
   // Beyond the margin the block grows.
   EXPECT_EQ(estimate("%1$2000d", 5), 1 + kMargin + 1 + 5);
 }
@@ -524,14 +526,18 @@ TEST(Estimate, FollowsNoPointerBehindAConversionThatTheSystemFormatterLeavesAsTe
     const std::string fmt = std::string("%d|") + odd + "|%s";
     estimate(fmt.c_str(), 1, "abc", 3, 4, 5, 6);
   }
-  estimate("%*5d|%s", 1, "abc", 3, 4);  // to the formatter, a width and then text
-  estimate("%y%d|%s", 1, "abc");        // to the walk, "%y%" and then text
+  estimate("%D|%5d|%s", 1, "abc", 3, 4);  // once out of step, always
+  estimate("%*5d|%s", 1, "abc", 3, 4);    // to the formatter, a width and then text
+  estimate("%y%d|%s", 1, "abc");          // to the walk, "%y%" and then text
 }
 
 TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
   estimate("%If|%s", 1.5, "abc");
   estimate("%Illd|%s", 5LL, "abc");
-  if (!kLongIs64Bit) estimate("%jf|%s", 1.5L, "abc");
+#if defined(__i386__)
+  // A long double of three words; the third is no pointer.
+  estimate("%jf|%s", 0xc000'0000'0000'0000, 0x3fff, "abc");
+#endif
 }
 
 TEST(Estimate, OfLocaleDigitsKeepsTheArgumentsInStep) {
@@ -608,6 +614,10 @@ TEST(Estimate, OfSeveralNumbersInAConversionTakesTheLargest) {
   EXPECT_EQ(formatted("%.30 20d", 5).allocations[0], 1u + 30 + 1);
   EXPECT_EQ(formatted("%.20 30s", "abc").allocations[0], 1u + 30 + 1);
   EXPECT_EQ(formatted("%.20.30d", 5).allocations[0], 1u + 30 + 1);
+  EXPECT_EQ(formatted("%30*d", 20, 5).allocations[0], 1u + 30 + 1);
+  EXPECT_EQ(formatted("%20*d", -30, 5).allocations[0], 1u + 30 + 1);
+  EXPECT_EQ(formatted("%.30*d", 20, 5).allocations[0], 1u + 30 + 1);
+  EXPECT_EQ(formatted("%.20*d", 30, 5).allocations[0], 1u + 30 + 1);
 }
 
 TEST(Estimate, OfAnAsteriskTakesTheWidthFromTheArguments) {
@@ -616,6 +626,8 @@ TEST(Estimate, OfAnAsteriskTakesTheWidthFromTheArguments) {
   EXPECT_EQ(estimate("%-*d", -12, 5), 1u + 15 + 1);
   EXPECT_EQ(estimate("%*s", 0, "abc"), 1u + 3);
   EXPECT_EQ(estimate("%*s|%s", 10, "abc", "def"), 1u + 10 + 1 + 3);
+  EXPECT_EQ(estimate("%*s|", -10, "abc"), 1u + 10 + 1);
+  EXPECT_EQ(estimate("%0*d|%0*d|", 10, -5, -10, -5), 1u + 16 + 1 + 16 + 1);
 }
 
 TEST(Estimate, OfAnAsteriskTakesThePrecisionFromTheArguments) {
@@ -662,6 +674,7 @@ TEST(StrdupPrintf, LeavesSimpleFormatsNotToTheSystemFormatter) {
           .formatter_calls,
       0);
   EXPECT_EQ(formatted("%02d:%-5d|%08X|%5s|%-5s|", 1, 2, 3u, "a", "b").formatter_calls, 0);
+  EXPECT_EQ(formatted("%*d|%0*x|%-*s|", 5, 1, 5, 2u, 5, "a").formatter_calls, 0);
 }
 
 TEST(StrdupPrintf, LeavesTheRestToTheSystemFormatterOnceAndBounded) {
@@ -683,6 +696,19 @@ TEST(StrdupPrintf, LeavesLongRowsToTheSystemFormatter) {
   for (int i = 0; i < 20; ++i) fmt += "%c";
   estimate(fmt.c_str(), 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'm',
            'n', 'o', 'p', 'q', 'r', 's', 't');
+}
+
+TEST(StrdupPrintf, SpellsANumberWhereThereIsRoomForTheLongest) {
+  constexpr auto kMost = ~0ULL;  // 20 digits
+  const std::string fmt = "%llu%llu%llu%llu%llu%llu%llu%llu%c%c%c%c%c%c%c%c%c%c%c%c";
+  const auto calls = [&](const std::string& tail, auto... more) {
+    return formatted((fmt + tail).c_str(), kMost, kMost, kMost, kMost, kMost, kMost, kMost,
+                     kMost, 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l',
+                     more...)
+        .formatter_calls;
+  };
+  EXPECT_EQ(calls("%llu", kMost), 0);
+  EXPECT_EQ(calls("%c%llu", 'm', kMost), 1);
 }
 
 TEST(StrdupPrintf, WritesAZeroCharacterWithinTheText) {
