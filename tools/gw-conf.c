@@ -1,0 +1,448 @@
+/* gw-conf: reads, changes and examines configuration files by the library's own rules.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#include <ctype.h>
+#include <errno.h>
+#include <getopt.h>
+#include <groundwork/conf.h>
+#include <groundwork/file.h>
+#include <groundwork/hash.h>
+#include <groundwork/log.h>
+#include <groundwork/str.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+enum { EXIT_USAGE = 2 };
+
+/* ---- Messages ----------------------------------------------------------------------- */
+
+static int failed(const char *name, const char *text) {
+  fprintf(stderr, "gw-conf: %s: %s\n", name, text);
+  return EXIT_FAILURE;
+}
+
+static int wrong_usage(const char *format, const char *text) {
+  fputs("gw-conf: ", stderr);
+  fprintf(stderr, format, text);
+  fputs("; see gw-conf --help\n", stderr);
+  return EXIT_USAGE;
+}
+
+static bool library_complained;
+
+/* What the library logs, without the place in its source. */
+static int relay(const char *line, void *arg) {
+  static const char tag[] = "[WARNING] ";
+  const char *const text = strstr(line, tag);
+  (void)arg;
+  library_complained = true;
+  return fprintf(stderr, "gw-conf: %s\n", text == NULL ? line : text + strlen(tag));
+}
+
+/* ---- Opening and writing ------------------------------------------------------------ */
+
+/* Null, after a message, when there is nothing to work on. */
+static GConf *open_conf(const char *file, bool may_be_missing) {
+  struct stat stat_of_file;
+  const bool found = stat(file, &stat_of_file) == 0;
+  if (!found && !(may_be_missing && errno == ENOENT)) {
+    failed(file, strerror(errno));
+    return NULL;
+  }
+  /* The library would take anything else for a file that is yet to be created. */
+  if (found && !S_ISREG(stat_of_file.st_mode)) {
+    failed(file, "not a regular file");
+    return NULL;
+  }
+  return g_conf_open(file);
+}
+
+/* Whether an entry, written as a line, is read as that entry again. */
+static bool is_expressible(const char *key) {
+  return *key != '#' && *key != '[';
+}
+
+static bool holds_entries(GConf *conf, const GConfSection *section) {
+  GConfSection *const found = g_find_section(conf, section->name);
+  for (const GList *node = section->entries; node != NULL; node = node->next) {
+    const GConfEntry *const entry = node->data;
+    if (!is_expressible(entry->key)) continue;
+    const GConfEntry *const other = found == NULL ? NULL : g_find_line(found, entry->key);
+    if (other == NULL || strcmp(other->value, entry->value) != 0) return false;
+  }
+  return true;
+}
+
+/* The library does not check whether its writes succeed: reads the file and looks. */
+static bool was_written(const GConf *conf) {
+  GConf *const written = g_conf_open(conf->filename);
+  if (written == NULL) return false;
+  bool same = true;
+  for (const GList *node = conf->sections; node != NULL && same; node = node->next) {
+    same = holds_entries(written, node->data);
+  }
+  g_conf_close(written);
+  return same;
+}
+
+/* Writes what has changed, and closes. */
+static int save(GConf *conf) {
+  const bool changed = conf->dirty != 0;
+  int status = EXIT_SUCCESS;
+  if (changed) {
+    g_conf_sync(conf);
+    if (!library_complained && !was_written(conf)) {
+      status = failed(conf->filename, "not all of it could be written");
+    }
+  }
+  g_conf_close(conf);
+  return library_complained ? EXIT_FAILURE : status;
+}
+
+/* ---- get, set, unset, list ---------------------------------------------------------- */
+
+static int get(const char *file, int n, char **arguments) {
+  GConf *const conf = open_conf(file, false);
+  if (conf == NULL) return EXIT_FAILURE;
+  const char *const def = n == 3 ? arguments[2] : NULL;
+  const char *const value = g_conf_read_string(conf, arguments[0], arguments[1], def);
+  if (value != NULL) printf("%s\n", value);
+  g_conf_close(conf);
+  return value != NULL ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+static char *trim(char *text) {
+  return g_strchomp(g_strchug(text));
+}
+
+/* Nothing in the file's format is escaped: refuses what would be read as something else. */
+static int set(const char *file, int n, char **arguments) {
+  const char *const section = arguments[0];
+  const char *const key = trim(arguments[1]);
+  const char *const value = trim(arguments[2]);
+  (void)n;
+  if (strpbrk(section, "]\n") != NULL) {
+    return wrong_usage("%s", "a section cannot have a \"]\" or a newline in its name");
+  }
+  if (!is_expressible(key) || strpbrk(key, "=\n") != NULL) {
+    return wrong_usage("%s", "a key cannot begin with \"#\" or \"[\", nor have a \"=\" or a "
+                             "newline in it");
+  }
+  if (strchr(value, '\n') != NULL) return wrong_usage("%s", "a value is one line");
+
+  GConf *const conf = open_conf(file, true);
+  if (conf == NULL) return EXIT_FAILURE;
+  g_conf_write_string(conf, section, key, value);
+  return save(conf);
+}
+
+static int unset(const char *file, int n, char **arguments) {
+  GConf *const conf = open_conf(file, false);
+  if (conf == NULL) return EXIT_FAILURE;
+  GConfSection *const section = g_find_section(conf, arguments[0]);
+  const bool found = section != NULL && (n == 1 || g_find_line(section, arguments[1]) != NULL);
+  if (n == 1) {
+    g_conf_remove_section(conf, arguments[0]);
+  } else {
+    g_conf_remove_key(conf, arguments[0], arguments[1]);
+  }
+  const int status = save(conf);
+  return found ? status : EXIT_FAILURE;
+}
+
+static void print_entries(const GConfSection *section) {
+  for (const GList *node = section->entries; node != NULL; node = node->next) {
+    const GConfEntry *const entry = node->data;
+    printf("%s=%s\n", entry->key, entry->value);
+  }
+}
+
+/* The whole configuration is shown as the library would write it. */
+static int list(const char *file, int n, char **arguments) {
+  GConf *const conf = open_conf(file, false);
+  if (conf == NULL) return EXIT_FAILURE;
+  int status = EXIT_SUCCESS;
+  if (n == 1) {
+    const GConfSection *const section = g_find_section(conf, arguments[0]);
+    if (section != NULL) print_entries(section);
+    if (section == NULL) status = EXIT_FAILURE;
+  } else {
+    for (const GList *node = conf->sections; node != NULL; node = node->next) {
+      const GConfSection *const section = node->data;
+      if (section->entries == NULL) continue;
+      printf("[%s]\n", section->name);
+      print_entries(section);
+      putchar('\n');
+    }
+  }
+  g_conf_close(conf);
+  return status;
+}
+
+/* ---- lint --------------------------------------------------------------------------- */
+
+/* A part of the file's text. */
+struct span {
+  const char *begin;
+  size_t size;
+};
+
+/* A section, or a key of a section, and the line that it came from. */
+struct seen {
+  int line;
+  char name[]; /* lower case; a key follows its section and a newline */
+};
+
+struct lint {
+  const char *file;
+  int line;
+  int findings;
+  bool out_of_memory;
+  GHash *seen;          /* by name */
+  struct seen *section; /* the current one; null before the first */
+};
+
+static void forget(void *key, void *value) {
+  (void)key;
+  free(value);
+}
+
+G_PRINTF(2, 3) static void finding(struct lint *lint, const char *format, ...) {
+  va_list arguments;
+  printf("%s:%d: ", lint->file, lint->line);
+  va_start(arguments, format);
+  vprintf(format, arguments);
+  va_end(arguments);
+  putchar('\n');
+  ++lint->findings;
+}
+
+static struct span between(const char *begin, const char *end) {
+  const struct span span = {begin, (size_t)(end - begin)};
+  return span;
+}
+
+static struct span trimmed(struct span text) {
+  while (text.size > 0 && isspace((unsigned char)*text.begin)) {
+    ++text.begin;
+    --text.size;
+  }
+  while (text.size > 0 && isspace((unsigned char)text.begin[text.size - 1])) --text.size;
+  return text;
+}
+
+static int shown(struct span text) {
+  enum { LONGEST = 100 };
+  return text.size < LONGEST ? (int)text.size : LONGEST;
+}
+
+static char *append_lower(char *to, struct span text) {
+  for (size_t i = 0; i < text.size; ++i) *to++ = (char)tolower((unsigned char)text.begin[i]);
+  *to = '\0';
+  return to;
+}
+
+/* The record of a section, or of `key` in the section `seen`; a new one has the number of
+ * the current line. Null when memory is exhausted. */
+static struct seen *remember(struct lint *lint, const struct seen *section,
+                             struct span text) {
+  const size_t section_size = section == NULL ? 0 : strlen(section->name);
+  const size_t prefix = section == NULL ? 0 : section_size + 1;
+  struct seen *const fresh = malloc(sizeof *fresh + prefix + text.size + 1);
+  if (fresh == NULL) {
+    lint->out_of_memory = true;
+    return NULL;
+  }
+  if (section != NULL) {
+    memcpy(fresh->name, section->name, section_size);
+    fresh->name[section_size] = '\n';
+  }
+  append_lower(fresh->name + prefix, text);
+  fresh->line = lint->line;
+  struct seen *const known = g_hash_find(lint->seen, fresh->name);
+  if (known == NULL && g_hash_insert(lint->seen, fresh->name, fresh) == 0) return fresh;
+  if (known == NULL) lint->out_of_memory = true;
+  free(fresh);
+  return known;
+}
+
+static void lint_header(struct lint *lint, struct span line) {
+  const char *const close = memchr(line.begin, ']', line.size);
+  if (close == NULL) {
+    finding(lint, "section header without \"]\" is ignored");
+    return;
+  }
+  const struct span name = between(line.begin + 1, close);
+  const struct span rest = trimmed(between(close + 1, line.begin + line.size));
+  if (rest.size > 0) finding(lint, "text after \"]\" is ignored");
+  struct seen *const section = remember(lint, NULL, name);
+  if (section == NULL) return;
+  if (section->line != lint->line) {
+    finding(lint, "section \"%.*s\" continues the one of line %d", shown(name), name.begin,
+            section->line);
+  }
+  lint->section = section;
+}
+
+static void lint_key(struct lint *lint, struct span key) {
+  struct seen *const seen = remember(lint, lint->section, key);
+  if (seen == NULL || seen->line == lint->line) return;
+  finding(lint, "key \"%.*s\" replaces the value of line %d", shown(key), key.begin,
+          seen->line);
+  seen->line = lint->line;
+}
+
+static const char *kind_of(struct span text) {
+  return *text.begin == '[' ? "indented section header"
+         : *text.begin == '#' ? "indented comment"
+                              : NULL;
+}
+
+/* Only the first character of a line makes it a header or a comment. */
+static void lint_line(struct lint *lint, struct span line) {
+  const struct span text = trimmed(line);
+  if (text.size == 0 || *line.begin == '#') return;
+  if (*line.begin == '[') {
+    lint_header(lint, line);
+    return;
+  }
+  const char *const kind = kind_of(text);
+  const char *const equals = memchr(text.begin, '=', text.size);
+  if (kind != NULL && (lint->section == NULL || equals == NULL)) {
+    finding(lint, "%s is ignored", kind);
+  } else if (lint->section == NULL) {
+    finding(lint, "line before the first section is ignored");
+  } else if (equals == NULL) {
+    finding(lint, "line without \"=\" is ignored");
+  } else {
+    const struct span key = trimmed(between(text.begin, equals));
+    if (kind != NULL) {
+      finding(lint, "%s is read as the key \"%.*s\"", kind, shown(key), key.begin);
+    }
+    lint_key(lint, key);
+  }
+}
+
+static void lint_text(struct lint *lint, const char *text, size_t size) {
+  const char *const end = text + strnlen(text, size);
+  for (const char *line = text; !lint->out_of_memory;) {
+    const char *newline = memchr(line, '\n', (size_t)(end - line));
+    ++lint->line;
+    lint_line(lint, between(line, newline == NULL ? end : newline));
+    if (newline == NULL) break;
+    line = newline + 1;
+  }
+  if ((size_t)(end - text) < size) finding(lint, "NUL byte: the rest of the file is ignored");
+}
+
+static int lint(const char *file, int n, char **arguments) {
+  (void)n;
+  (void)arguments;
+  /* What cannot be loaded need not be looked at. */
+  GConf *const conf = open_conf(file, false);
+  if (conf == NULL) return EXIT_FAILURE;
+  g_conf_close(conf);
+
+  int64_t size = 0;
+  errno = 0;
+  char *const text = g_file_read_buf(file, &size);
+  struct lint lint = {.file = file};
+  lint.seen = g_hash_new(64, g_hash_str, g_hash_str_equal, forget);
+  if (text != NULL && lint.seen != NULL) lint_text(&lint, text, (size_t)size);
+  int status = lint.findings > 0 ? EXIT_FAILURE : EXIT_SUCCESS;
+  if (text == NULL && errno != 0) {
+    status = failed(file, strerror(errno));
+  } else if (text == NULL || lint.seen == NULL || lint.out_of_memory) {
+    status = failed(file, strerror(ENOMEM));
+  }
+  if (lint.seen != NULL) g_hash_free(lint.seen);
+  free(text);
+  return status;
+}
+
+/* ---- Command line ------------------------------------------------------------------- */
+
+static const char usage[] =
+    "Usage: gw-conf FILE get SECTION KEY [DEFAULT]\n"
+    "       gw-conf FILE set SECTION KEY VALUE\n"
+    "       gw-conf FILE unset SECTION [KEY]\n"
+    "       gw-conf FILE list [SECTION]\n"
+    "       gw-conf FILE lint\n"
+    "Reads, changes and examines a configuration file.\n"
+    "\n"
+    "  get     print a value; DEFAULT, or nothing, if there is none\n"
+    "  set     store a value; creates file, section and key if need be\n"
+    "  unset   remove a key, or a section with all its keys\n"
+    "  list    print everything as it would be written, or the keys of one section\n"
+    "  lint    name the lines that are ignored, merged or cut when the file is read\n"
+    "\n"
+    "      --help      print this and exit\n"
+    "      --version   print the version and exit\n"
+    "\n"
+    "Exit status: 0 when done; 1 on failure, if the section or key does not exist, and if\n"
+    "lint found something; 2 for a wrong command line.\n";
+
+struct command {
+  const char *name;
+  int least, most; /* arguments */
+  int (*run)(const char *file, int n, char **arguments);
+};
+
+static const struct command *find_command(const char *name) {
+  static const struct command commands[] = {
+      {"get", 2, 3, get},   {"set", 3, 3, set},   {"unset", 1, 2, unset},
+      {"list", 0, 1, list}, {"lint", 0, 0, lint},
+  };
+  for (size_t i = 0; i < sizeof commands / sizeof *commands; ++i) {
+    if (strcmp(commands[i].name, name) == 0) return &commands[i];
+  }
+  return NULL;
+}
+
+/* What was printed counts only once it is out. */
+static int finish(int status) {
+  if (fflush(stdout) == EOF || ferror(stdout)) {
+    return failed("standard output", strerror(errno));
+  }
+  return status;
+}
+
+static int run(int n, char **arguments) {
+  if (n < 2) return wrong_usage("a file and a command are wanted%s", "");
+  const struct command *const command = find_command(arguments[1]);
+  if (command == NULL) return wrong_usage("there is no command '%s'", arguments[1]);
+  if (n - 2 < command->least) return wrong_usage("'%s' wants more arguments", command->name);
+  if (n - 2 > command->most) return wrong_usage("too many arguments for '%s'", command->name);
+  return finish(command->run(arguments[0], n - 2, arguments + 2));
+}
+
+int main(int argc, char **argv) {
+  enum { HELP = 256, VERSION };
+  static const struct option long_options[] = {{"help", no_argument, NULL, HELP},
+                                               {"version", no_argument, NULL, VERSION},
+                                               {NULL, 0, NULL, 0}};
+
+  signal(SIGPIPE, SIG_IGN); /* a closed pipe is reported like any failed write */
+  g_debug_set_handler(relay, NULL);
+  /* "+": options end at the file, so that a value may begin with "-". */
+  switch (getopt_long(argc, argv, "+", long_options, NULL)) {
+    case -1:
+      return run(argc - optind, argv + optind);
+    case HELP:
+      fputs(usage, stdout);
+      return finish(EXIT_SUCCESS);
+    case VERSION:
+      puts("gw-conf (groundwork) " GROUNDWORK_VERSION);
+      return finish(EXIT_SUCCESS);
+    default: /* getopt_long() has said what is wrong */
+      return EXIT_USAGE;
+  }
+}

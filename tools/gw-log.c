@@ -1,0 +1,174 @@
+/* gw-log: shows and switches the marker files that choose how much programs log.
+ *
+ * SPDX-License-Identifier: MIT
+ */
+#include <errno.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <groundwork/file.h>
+#include <groundwork/log.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+enum { EXIT_USAGE = 2 };
+
+struct level {
+  int number;
+  const char *name;
+  const char *marker; /* null: chosen when no marker exists */
+};
+
+static const struct level levels[] = {
+    {G_LOG_DEBUG, "debug", "/tmp/vk_debug"},
+    {G_LOG_MESSAGE, "message", "/tmp/vk_message"},
+    {G_LOG_INFORMATION, "information", "/tmp/vk_information"},
+    {G_LOG_WARNING, "warning", "/tmp/vk_warning"},
+    {G_LOG_ERROR, "error", "/tmp/vk_error"},
+    {G_LOG_SILENT, "silent", NULL},
+};
+enum { LEVELS = sizeof levels / sizeof *levels };
+
+static int failed(const char *name, const char *text) {
+  fprintf(stderr, "gw-log: %s: %s\n", name, text);
+  return EXIT_FAILURE;
+}
+
+/* ---- The markers -------------------------------------------------------------------- */
+
+static int ignore_announcement(const char *text, void *arg) {
+  (void)text;
+  (void)arg;
+  return 0;
+}
+
+/* The level that a program which starts now will choose: asks the library itself. */
+static int chosen_level(void) {
+  g_debug_set_handler(ignore_announcement, NULL);
+  g_debug_init();
+  const int chosen = g_debug_get_level();
+  g_debug_set_handler(NULL, NULL);
+  return chosen;
+}
+
+static const char *state_of(const char *marker) {
+  struct stat status;
+  if (g_file_exist(marker)) return "present";
+  return lstat(marker, &status) == 0 ? "no regular file, does not count" : "absent";
+}
+
+static int show(void) {
+  const int chosen = chosen_level();
+  for (int i = 0; i < LEVELS; ++i) {
+    if (levels[i].number == chosen) printf("%s\n", levels[i].name);
+  }
+  for (int i = 0; i < LEVELS; ++i) {
+    if (levels[i].marker == NULL) continue;
+    printf("  %d  %-11s  %-19s  %s\n", levels[i].number, levels[i].name, levels[i].marker,
+           state_of(levels[i].marker));
+  }
+  return EXIT_SUCCESS;
+}
+
+/* Anyone may put a link into /tmp: follows none, and leaves what is there as it is. */
+static bool create_marker(const char *marker) {
+  if (g_file_exist(marker)) return true;
+  const int fd = open(marker, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  if (fd == -1) {
+    failed(marker, errno == EEXIST ? "is no regular file" : strerror(errno));
+    return false;
+  }
+  close(fd);
+  return true;
+}
+
+static bool remove_marker(const char *marker) {
+  if (!g_file_exist(marker) || unlink(marker) == 0 || errno == ENOENT) return true;
+  failed(marker, strerror(errno));
+  return false;
+}
+
+/* The marker comes before the others go, so that no program which starts meanwhile finds
+ * none and falls silent. */
+static int choose(const struct level *wanted) {
+  if (wanted->marker != NULL && !create_marker(wanted->marker)) return EXIT_FAILURE;
+  bool done = true;
+  for (int i = 0; i < LEVELS; ++i) {
+    if (&levels[i] == wanted || levels[i].marker == NULL) continue;
+    done = remove_marker(levels[i].marker) && done;
+  }
+  return done ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+/* ---- Command line ------------------------------------------------------------------- */
+
+static const char usage[] =
+    "Usage: gw-log [LEVEL]\n"
+    "Shows, or with LEVEL chooses, how much programs log that start from now on.\n"
+    "\n"
+    "  debug, 0        everything\n"
+    "  message, 1      notices and what follows\n"
+    "  information, 2  what applications have to say, and what follows\n"
+    "  warning, 3      failures of the system and errors\n"
+    "  error, 4        failed argument checks only\n"
+    "  silent, 99      nothing\n"
+    "\n"
+    "      --help      print this and exit\n"
+    "      --version   print the version and exit\n"
+    "\n"
+    "Exit status: 0 when done, 1 on failure, 2 for a wrong command line.\n";
+
+static const struct level *find_level(const char *text) {
+  for (int i = 0; i < LEVELS; ++i) {
+    char number[12];
+    snprintf(number, sizeof number, "%d", levels[i].number);
+    if (strcmp(text, levels[i].name) == 0 || strcmp(text, number) == 0) return &levels[i];
+  }
+  return NULL;
+}
+
+static int run(int n, char **arguments) {
+  if (n == 0) return show();
+  const struct level *const level = n == 1 ? find_level(arguments[0]) : NULL;
+  if (level != NULL) return choose(level);
+  if (n > 1) {
+    fputs("gw-log: one level is wanted, not several; see gw-log --help\n", stderr);
+  } else {
+    fprintf(stderr, "gw-log: there is no level '%s'; see gw-log --help\n", arguments[0]);
+  }
+  return EXIT_USAGE;
+}
+
+/* What was printed counts only once it is out. */
+static int finish(int status) {
+  if (fflush(stdout) == EOF || ferror(stdout)) {
+    return failed("standard output", strerror(errno));
+  }
+  return status;
+}
+
+int main(int argc, char **argv) {
+  enum { HELP = 256, VERSION };
+  static const struct option long_options[] = {{"help", no_argument, NULL, HELP},
+                                               {"version", no_argument, NULL, VERSION},
+                                               {NULL, 0, NULL, 0}};
+
+  signal(SIGPIPE, SIG_IGN); /* a closed pipe is reported like any failed write */
+  switch (getopt_long(argc, argv, "", long_options, NULL)) {
+    case -1:
+      return finish(run(argc - optind, argv + optind));
+    case HELP:
+      fputs(usage, stdout);
+      return finish(EXIT_SUCCESS);
+    case VERSION:
+      puts("gw-log (groundwork) " GROUNDWORK_VERSION);
+      return finish(EXIT_SUCCESS);
+    default: /* getopt_long() has said what is wrong */
+      return EXIT_USAGE;
+  }
+}
