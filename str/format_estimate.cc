@@ -98,16 +98,9 @@ bool is_simple(const char* modifiers, const char* character) {
   return modifiers == character;
 }
 
-// Whether the system formatter takes the same arguments for a conversion as the walk below.
-// It wants the parts in their order, and takes nothing for a character that it does not
-// know.
-bool formatter_agrees(const char* modifiers, const char* character) {
-  // Its arguments are numbered, not taken in turn; the walk takes none either.
-  if (*character == '$') return true;
-  // A flag to the formatter, in front of the conversion that takes the argument.
-  if (*character == 'I') {
-    return modifiers == character && is_one_of(character[1], "diouxXcsp");
-  }
+// Whether the parts of a conversion stand in the order that the system formatter wants, and
+// mean the same argument to it.
+bool is_well_formed(const char* modifiers, const char* character) {
   const char* part = modifiers;
   while (is_one_of(*part, "-+ #0'")) ++part;
   part = behind_number(part);
@@ -115,10 +108,26 @@ bool formatter_agrees(const char* modifiers, const char* character) {
   const char size = *part;
   if (is_one_of(size, "hlLqzZtj")) ++part;
   if ((size == 'h' || size == 'l') && *part == size) ++part;
-  if (part != character) return false;
   // It may read a long double for "j".
-  if (size == 'j' && is_one_of(*character, "eEfgGaA")) return false;
-  return is_one_of(*character, "diouxXeEfgGaAcCsSpnm%");
+  return part == character && !(size == 'j' && is_one_of(*character, "eEfgGaA"));
+}
+
+// Whether the system formatter takes the same arguments for a conversion as the walk below.
+// It takes none for what it does not know.
+bool formatter_agrees(const char* modifiers, const char* character) {
+  switch (*character) {
+    case '$':  // its arguments are numbered, not taken in turn; the walk takes none either
+      return true;
+    case 'D':
+    case 'O':
+    case 'U':
+    case 'P':
+      return false;
+    case 'I':  // a flag to the formatter: the next character takes the argument
+      return modifiers == character && is_one_of(character[1], "diouxXcsp");
+    default:
+      return modifiers == character || is_well_formed(modifiers, character);
+  }
 }
 
 class FormatWalk {

@@ -3,7 +3,8 @@
  * Figures of the running Linux system, and memory locking.
  *
  * Nothing is kept between calls. Failed argument checks and system failures are logged
- * under the name "g_sys". Threads: safe, and no call is a cancellation point.
+ * under the name "g_sys". Threads: safe, and no call is a cancellation point but for what it
+ * logs.
  *
  * SPDX-License-Identifier: MIT
  */
