@@ -9,7 +9,7 @@
 
 namespace test {
 
-// Created empty under $TMPDIR or /tmp; removed with all it holds.
+// Created empty under $TMPDIR, or else in memory or /tmp; removed with all it holds.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();

@@ -204,14 +204,16 @@ TEST(UrlModuleFile, IsOpenedThroughUrlOpen) {
         url_add_module(&URL_module_file);
         EXPECT_EQ(url_check_type("/etc"), URL_FILE);
         EXPECT_EQ(url_check_type("ftp://h"), -1);
-        test::TemporaryDirectory directory;
-        const URL url = url_open(("file:" + directory.write("f", "text")).c_str());
-        char buf[8] = "";
-        EXPECT_EQ(url_read(url, buf, 8), 4);
-        EXPECT_STREQ(buf, "text");
-        url_close(url);
-        EXPECT_EQ(url_open((directory / "none").c_str()), nullptr);
-        EXPECT_ERRORS(ENOENT, ENOENT);
+        {
+          test::TemporaryDirectory directory;
+          const URL url = url_open(("file:" + directory.write("f", "text")).c_str());
+          char buf[8] = "";
+          EXPECT_EQ(url_read(url, buf, 8), 4);
+          EXPECT_STREQ(buf, "text");
+          url_close(url);
+          EXPECT_EQ(url_open((directory / "none").c_str()), nullptr);
+          EXPECT_ERRORS(ENOENT, ENOENT);
+        }
         std::_Exit(HasFailure() ? 1 : 0);
       },
       testing::ExitedWithCode(0), "");
