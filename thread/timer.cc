@@ -184,7 +184,8 @@ void* run_timer(void* number) {
   // Kept, "thead" included: programs look for this line.
   std::printf("g_timer:%d pid=%d timer thead=%d quit\n", __LINE__, getpid(),
               pid.load(relaxed));
-  pid.store(0, relaxed);
+  // A thread that was replaced leaves the id to its successor.
+  if (running.load(relaxed) == 0) pid.store(0, relaxed);
   return nullptr;
 }
 

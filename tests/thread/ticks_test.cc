@@ -344,6 +344,12 @@ TEST_F(Delay, AnyOtherFailureEndsIt) {
   EXPECT_EQ(sleeps.size(), 1u);
 }
 
+TEST_F(Delay, LeavesNoFormerErrorBehind) {
+  errno = EINTR;
+  g_delay(0);
+  EXPECT_EQ(errno, 0);
+}
+
 TEST(DelayThreads, IsACancellationPoint) {
   GThread* const thread = g_thread_create(
       [](void*) -> void* {

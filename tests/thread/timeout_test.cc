@@ -45,7 +45,22 @@ struct Sleeps {
 Sleeps sleeps;
 
 std::atomic<bool> creation_fails{false};
-std::atomic<int> live_threads{0};  // neither joined nor detached
+std::atomic<bool> hold_next_start{false};  // the next thread created is held up...
+std::atomic<bool> start_waits{false};      // ...as long as this is set
+std::atomic<int> live_threads{0};          // neither joined nor detached
+
+// What the thread that is held up is for.
+struct HeldStart {
+  void* (*function)(void*);
+  void* arg;
+
+  static void* run(void* held) {
+    while (start_waits) sched_yield();  // no cancellation point
+    const auto* const start = static_cast<HeldStart*>(held);
+    return start->function(start->arg);
+  }
+};
+HeldStart held_start;
 
 // False when the sleep is to be real. Not inlined: a cancelled sleep leaves its caller's
 // frame by unwinding, and the address sanitizer would go on guarding locals there.
@@ -97,6 +112,10 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
   static auto* const function =
       reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
   ++live_threads;
+  if (hold_next_start.exchange(false)) {
+    held_start = {start, arg};
+    return function(id, attributes, HeldStart::run, &held_start);
+  }
   return function(id, attributes, start, arg);
 }
 
@@ -200,6 +219,16 @@ TEST_F(TimeoutRate, FirstCallComesAtOnceAndCallsEndWithZero) {
 
 TEST_F(TimeoutRate, ThirdCallThatAnswersZeroIsTheLast) {
   EXPECT_EQ(run(100, 3, {0}), (std::vector<std::int64_t>{100, 100}));
+}
+
+TEST_F(TimeoutRate, AnyAnswerButZeroGoesOn) {
+  const int threads = live_threads;
+  static std::atomic<int> calls;
+  calls = 0;
+  g_timeout_new(
+      "t", 1, [](void*) { return ++calls < 3 ? -1 : 0; }, nullptr);
+  await_threads(threads);
+  EXPECT_EQ(calls.load(), 3);
 }
 
 TEST_F(TimeoutRate, ShortCallsSleepForTheRestOfTheInterval) {
@@ -330,6 +359,17 @@ TEST(TimeoutNew, ThreadThatCannotStartGivesATimeoutThatNeverCalls) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
+TEST(TimeoutNew, TakesTheTimeBeforeTheThreadDoes) {
+  LogCapture log;
+  FakeClock clock(1'700'000'000);
+  Work work;
+  creation_fails = true;
+  GTimeout* const timeout = g_timeout_new("t", 1, Work::run, &work);
+  creation_fails = false;
+  EXPECT_EQ(clock.readings(), 1);
+  g_timeout_free(timeout);
+}
+
 TEST(TimeoutNew, RecordBeginsWithThreadFunctionDataAndInterval) {
   Work work;
   GTimeout* const timeout = g_timeout_new("t", 12345, Work::run, &work);
@@ -434,6 +474,25 @@ TEST(TimeoutFree, AtOnceAfterCreationThousandsOfTimes) {
   faults.disarm();
   EXPECT_EQ(faults.outstanding(), 0);
   EXPECT_EQ(live_threads.load(), threads);
+}
+
+// Freed before its thread has come to it, a timeout is never called.
+TEST(TimeoutFree, SetsTheIntervalToZeroWhichTheThreadLooksAtFirst) {
+  Work work;
+  hold_next_start = true;
+  start_waits = true;
+  GTimeout* const timeout = g_timeout_new("t", 1, Work::run, &work);
+  ASSERT_NE(timeout, nullptr);
+  std::thread freeing([=] { g_timeout_free(timeout); });
+  const auto* const interval = reinterpret_cast<const std::int32_t*>(
+      reinterpret_cast<const char*>(timeout) + 3 * sizeof(void*));
+  for (int i = 0; i < 10000 && __atomic_load_n(interval, __ATOMIC_RELAXED) != 0; ++i) {
+    std::this_thread::sleep_for(1ms);
+  }
+  EXPECT_EQ(__atomic_load_n(interval, __ATOMIC_RELAXED), 0);
+  start_waits = false;
+  freeing.join();
+  EXPECT_EQ(work.calls.load(), 0);
 }
 
 // The function is told to answer 0 just when the application frees the timeout: exactly one

@@ -53,10 +53,10 @@ class Gate {
     changed_.notify_all();
   }
 
-  // Waits until the thread has come here since the gate was closed.
-  void await_arrival() {
+  // Waits until threads have come here so many times since the gate was closed.
+  void await_arrival(int count = 1) {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return arrivals_ > 0; });
+    changed_.wait(lock, [&] { return arrivals_ >= count; });
   }
 
   // Lets one thread through and waits until one is back.
@@ -96,6 +96,8 @@ class Gate {
 
 Gate gate;
 std::atomic<bool> creation_fails{false};
+std::atomic<int> detached_threads{0};
+std::function<void()> on_created;  // called before pthread_create() returns
 
 }  // namespace
 
@@ -126,7 +128,16 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
   if (creation_fails) return 11;  // EAGAIN
   static auto* const function =
       reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
-  return function(id, attributes, start, arg);
+  const int result = function(id, attributes, start, arg);
+  if (on_created) on_created();
+  return result;
+}
+
+extern "C" int pthread_detach(pthread_t id) noexcept {
+  static auto* const function =
+      reinterpret_cast<decltype(pthread_detach)*>(dlsym(RTLD_NEXT, "pthread_detach"));
+  ++detached_threads;
+  return function(id);
 }
 
 namespace {
@@ -136,15 +147,24 @@ int service_pid() {
 }
 
 // What the service printed since the last call, with "g_timer:<line> pid=<own pid> " cut.
+// Standard output goes to one file all the time: its thread prints when it likes.
 class Output {
  public:
-  Output() { testing::internal::CaptureStdout(); }
-  // Failure reports are captured, too, so what is left goes to standard error.
-  ~Output() { std::fputs(testing::internal::GetCapturedStdout().c_str(), stderr); }
+  Output() : file_(std::tmpfile()), own_(dup(STDOUT_FILENO)) {
+    std::fflush(stdout);
+    dup2(fileno(file_), STDOUT_FILENO);
+  }
+
+  // Failure reports come here, too, so what is left goes to standard error.
+  ~Output() {
+    std::fputs(new_text().c_str(), stderr);
+    dup2(own_, STDOUT_FILENO);
+    close(own_);
+    std::fclose(file_);
+  }
 
   Lines take() {
-    std::istringstream text(testing::internal::GetCapturedStdout());
-    testing::internal::CaptureStdout();
+    std::istringstream text(new_text());
     Lines lines;
     const std::string pid = " pid=" + std::to_string(getpid()) + " ";
     for (std::string line; std::getline(text, line);) {
@@ -158,6 +178,22 @@ class Output {
     }
     return lines;
   }
+
+ private:
+  std::string new_text() {
+    std::fflush(stdout);
+    std::string text;
+    char piece[512];
+    for (ssize_t count; (count = pread(fileno(file_), piece, sizeof piece, taken_)) > 0;) {
+      text.append(piece, static_cast<std::size_t>(count));
+      taken_ += static_cast<off_t>(count);
+    }
+    return text;
+  }
+
+  std::FILE* const file_;
+  const int own_;
+  off_t taken_ = 0;
 };
 
 std::string quit_line() {
@@ -326,6 +362,60 @@ TEST(TimerService, TimerSetBeforeInitFiresWithoutALock) {
   g_timer_cleanup();
 }
 
+TEST(TimerService, EachPassWithoutALockReportsItTwice) {
+  LogCapture log;
+  Output output;
+  gate.close();
+  EXPECT_EQ(g_timer_enable(1), 0);
+  gate.await_arrival();
+  gate.pass();  // now the thread's handle is stored
+  log.take();
+  gate.pass();
+  const std::string missing = check_line("g_thread", "mutex != NULL");
+  EXPECT_EQ(log.take(), (Lines{missing, missing}));  // lock and unlock
+  gate.open();
+  g_timer_cleanup();
+}
+
+TEST(TimerService, ThreadLeavesTheTimersAloneUntilItsHandleIsStored) {
+  LogCapture log;
+  Output output;
+  gate.close();
+  on_created = [] {
+    gate.await_arrival();
+    gate.pass();
+  };
+  EXPECT_EQ(g_timer_init(), 0);
+  on_created = {};
+  EXPECT_EQ(log.take(), Lines{});  // a pass would have reported the missing lock
+  EXPECT_EQ(output.take(), Lines{});
+  gate.open();
+  g_timer_cleanup();
+}
+
+TEST(TimerService, ReservedDataIsLeftAlone) {
+  LogCapture log;
+  Output output;
+  static int calls;
+  calls = 0;
+  g_alarm_interval = 5;
+  g_alarm_callback = [](std::uint32_t, void*) {
+    return static_cast<std::uint32_t>(++calls);
+  };
+  const GTimerCallback callback = g_alarm_callback;
+  g_start_ticks();
+  EXPECT_EQ(g_timer_init(), 0);
+  Plan plan{{0}};
+  g_add_timer(10, Plan::run, &plan);
+  while (plan.calls == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  g_timer_cleanup();
+  EXPECT_EQ(g_alarm_interval, 5u);
+  EXPECT_EQ(g_alarm_callback, callback);
+  EXPECT_EQ(calls, 0);
+  g_alarm_interval = 0;
+  g_alarm_callback = nullptr;
+}
+
 TEST(TimerService, FailedAllocationsAreSurvived) {
   test::warm_up_threads();
   LogCapture log(99);
@@ -417,6 +507,9 @@ TEST_F(Timer, AddingWhileDisabledWarnsAndAdds) {
   output.take();
   EXPECT_NE(g_add_timer(100, nullptr, nullptr), nullptr);
   EXPECT_EQ(output.take(), Lines{"WARNING timer is not running"});
+  EXPECT_NE(g_add_timer(5, nullptr, nullptr), nullptr);
+  EXPECT_EQ(output.take(), (Lines{"**WARNING** g_add_timer interval=5 < 10",
+                                  "WARNING timer is not running"}));
 }
 
 TEST_F(Timer, IntervalBelowTheResolutionWarnsAndAddsTenMilliseconds) {
@@ -456,11 +549,11 @@ TEST_F(Timer, RecordHoldsTheTimerAndLinksToTheOlderOne) {
   faults.disarm();
   EXPECT_EQ(test::allocation_size(1), sizeof(Record));
   clock.advance(3);
-  GTimerEntry* const newer = g_add_timer_ex(50, Plan::run, nullptr);
+  GTimerEntry* const newer = g_add_timer_ex(50, Plan::run, &clock);
   const Record& record = record_of(newer);
   EXPECT_EQ(record.interval, 50u);
   EXPECT_EQ(record.callback, Plan::run);
-  EXPECT_EQ(record.param, nullptr);
+  EXPECT_EQ(record.param, &clock);
   EXPECT_EQ(record.last - record_of(older).last, 3u);
   EXPECT_EQ(record.next, &record_of(older));
   EXPECT_EQ(record_of(older).param, &plan);
@@ -530,6 +623,20 @@ TEST_F(Timer, PassBeforeAnEarlyTimersNewPeriodCountsAsFarPastIt) {
   pass_at(96);
   EXPECT_EQ(plan.calls.load(), 2);
   EXPECT_EQ(record_of(id).last, start + 96);
+}
+
+TEST_F(Timer, TimeIsReadOnceInAPass) {
+  Plan later{{100}};
+  Plan slow{{100}, [&] { clock.advance(50); }};
+  const GTimerEntry* const id = g_add_timer(100, Plan::run, &later);
+  const GTimerEntry* const late = g_add_timer(140, Plan::run, &later);
+  g_add_timer(100, Plan::run, &slow);
+  const std::uint32_t start = record_of(id).last;
+  pass_at(100);
+  EXPECT_EQ(slow.calls.load(), 1);
+  EXPECT_EQ(later.calls.load(), 1);
+  EXPECT_EQ(record_of(id).last, start + 100);
+  EXPECT_EQ(record_of(late).last, start);
 }
 
 TEST_F(Timer, ZeroIntervalNeverFires) {
@@ -665,6 +772,19 @@ TEST_F(Timer, ReplacingAllInACallbackEndsThePass) {
   EXPECT_EQ(calls.load(), 1);
 }
 
+TEST_F(Timer, ClearingInACallbackEndsThePass) {
+  Plan a{{100}};
+  Plan b{{0}, [] { EXPECT_EQ(g_set_timer(0, nullptr), 0); }};
+  AllocationFaults faults(0);
+  g_add_timer(100, Plan::run, &a);
+  g_add_timer(100, Plan::run, &b);
+  faults.disarm();
+  pass_at(100);
+  EXPECT_EQ(faults.outstanding(), 0);
+  EXPECT_EQ(a.calls.load(), 0);
+  EXPECT_EQ(b.calls.load(), 1);
+}
+
 TEST_F(Timer, ChangeByAnotherThreadDuringACallbackEndsThePass) {
   Plan a{{100}};
   Plan b{{100}, [] {
@@ -797,7 +917,9 @@ TEST_F(Timer, CallbackMayStopTheService) {
   Plan plan{{100}, [] { EXPECT_EQ(g_timer_enable(0), 0); }};
   g_add_timer(100, Plan::run, &plan);
   clock.advance(100);
+  const int detached = detached_threads;
   gate.pass();
+  EXPECT_EQ(detached_threads.load(), detached + 1);  // nobody can wait for the thread
   gate.let_go();
   while (service_pid() != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   EXPECT_EQ(output.take(), (Lines{"g_timer_enable(0)", quit_line()}));
@@ -829,6 +951,7 @@ TEST_F(Timer, CallbackMayReplaceItsOwnThread) {
   g_add_timer(100, Plan::run, &plan);
   clock.advance(100);
   gate.pass();
+  gate.await_arrival(3);  // the old thread twice, and the new one
   gate.open();
   // One of the two threads ends.
   Lines lines;
@@ -837,6 +960,11 @@ TEST_F(Timer, CallbackMayReplaceItsOwnThread) {
     for (const std::string& line : output.take()) lines.push_back(line);
   }
   EXPECT_EQ(lines, (Lines{"g_timer_enable(0)", quit_line()}));
+  // It was not the new one.
+  EXPECT_EQ(service_pid(), getpid());
+  g_timer_enable(0);
+  EXPECT_EQ(output.take(), (Lines{"g_timer_enable(0)", quit_line()}));
+  EXPECT_EQ(service_pid(), 0);
 }
 
 TEST_F(Timer, CallbackMayEndTheThread) {
@@ -947,6 +1075,26 @@ TEST_F(Timer, RandomOperationsMatchTheModel) {
     }
   }
   EXPECT_EQ(output.take(), Lines{});
+}
+
+TEST(TimerThreads, TimersAreSetWithoutALockWhileTheThreadPasses) {
+  LogCapture log(99);
+  Output output;
+  gate.close();
+  g_timer_enable(1);
+  gate.await_arrival();
+  std::atomic<bool> done{false};
+  std::thread passes([&] {
+    while (!done) gate.pass();
+  });
+  for (int i = 0; i < 3000; ++i) {
+    g_set_timer(10, [](std::uint32_t interval, void*) { return interval; });
+    g_set_timer(0, nullptr);
+  }
+  done = true;
+  passes.join();
+  gate.open();
+  g_timer_cleanup();
 }
 
 TEST(TimerThreads, AddRemoveAndReplaceFromManyThreadsWhileItRuns) {
