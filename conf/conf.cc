@@ -78,16 +78,6 @@ GConf* open_default(const char** path) {
   return load_conf(*path);
 }
 
-// The stored value, null when there is none or it is empty. The mutex must be held.
-const char* find_value(const GConf* conf, const char* section, const char* key) {
-  const GConfSection* const found = find_section(conf, section);
-  if (found == nullptr) return nullptr;
-  const GConfEntry* const entry = find_entry(found, key);
-  if (entry == nullptr) return nullptr;
-  const char* const value = trimmed_value(entry);
-  return value[0] != '\0' ? value : nullptr;
-}
-
 // The stored value converted, under the mutex: another thread may replace it afterwards.
 template <typename T, typename Convert>
 T read_as(const GConf* conf, const char* section, const char* key, T def, Convert convert) {

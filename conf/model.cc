@@ -166,6 +166,19 @@ void unlink(GList*& list, NameIndex* index, void* record) {
   index->remove(list, record);
 }
 
+// The value of an entry. Kept: trimmed where it stands, although what is stored is trimmed:
+// a program may have written into it.
+std::string_view trimmed_value(const GConfEntry* entry) {
+  const std::string_view value = entry->value;
+  const std::string_view kept = trimmed(value);
+  // Written to only if need be: other threads may be reading it.
+  if (kept.size() == value.size()) [[likely]]
+    return value;
+  std::memmove(entry->value, kept.data(), kept.size());
+  entry->value[kept.size()] = '\0';
+  return {entry->value, kept.size()};
+}
+
 // A new value for an entry; false when memory is exhausted.
 bool replace_value(GConfEntry* entry, std::string_view value, char** former) {
   auto* const copy = static_cast<char*>(std::malloc(value.size() + 1));
@@ -268,15 +281,13 @@ GConfEntry* find_entry(const GConfSection* section, std::string_view key) {
       NameIndex::find(index_of(section), section->entries, key));
 }
 
-char* trimmed_value(const GConfEntry* entry) {
-  const std::string_view value = entry->value;
-  const std::string_view kept = trimmed(value);
-  // Written to only if need be: other threads may be reading it.
-  if (kept.size() != value.size()) {
-    std::memmove(entry->value, kept.data(), kept.size());
-    entry->value[kept.size()] = '\0';
-  }
-  return entry->value;
+const char* find_value(const GConf* conf, const char* section, const char* key) {
+  const GConfSection* const found = find_section(conf, section);
+  if (found == nullptr) return nullptr;
+  const GConfEntry* const entry = find_entry(found, key);
+  if (entry == nullptr) return nullptr;
+  const std::string_view value = trimmed_value(entry);
+  return value.empty() ? nullptr : value.data();
 }
 
 GConfSection* load_section(GConf* conf, std::string_view name) {
@@ -302,7 +313,7 @@ bool load_entry(GConfSection* section, std::string_view key, std::string_view va
   return true;
 }
 
-Stored store(GConf* conf, const char* section_name, const char* key, const char* value,
+Stored store(GConf* conf, const char* section_name, std::string_view key, const char* value,
              char** former) {
   const std::string_view kept_key = trimmed(key);
   GConfSection* const section = find_section(conf, section_name);
@@ -310,10 +321,12 @@ Stored store(GConf* conf, const char* section_name, const char* key, const char*
 
   // Kept: what is stored is compared under the key as it was given, and with the value as
   // it was given. No stored key has blanks around it, so such a key counts as absent here.
-  const bool is_absent = entry == nullptr || std::strlen(key) != kept_key.size();
-  if (std::strcmp(is_absent ? "" : trimmed_value(entry), value) == 0) return Stored::kSame;
+  const bool is_absent = entry == nullptr || key.size() != kept_key.size();
+  const std::string_view stored = is_absent ? std::string_view() : trimmed_value(entry);
+  const std::string_view given = value;  // measured only now: it may be what was trimmed
+  if (given == stored) return Stored::kSame;
 
-  const std::string_view kept_value = trimmed(value);
+  const std::string_view kept_value = trimmed(given);
   const bool done = entry != nullptr
                         ? replace_value(entry, kept_value, former)
                         : add_entry(conf, section, section_name, kept_key, kept_value);

@@ -21,9 +21,8 @@ void free_conf(GConf* conf);
 GConfSection* find_section(const GConf* conf, std::string_view name);
 GConfEntry* find_entry(const GConfSection* section, std::string_view key);
 
-// The value of an entry. Kept: trimmed where it stands, although what is stored is trimmed:
-// a program may have written into it.
-char* trimmed_value(const GConfEntry* entry);
+// The stored value; null when there is none or it is empty.
+const char* find_value(const GConf* conf, const char* section, const char* key);
 
 // Fills a conf that nobody else has seen: its lists are known to be as the library left
 // them. `key` and `value` come trimmed.
@@ -35,7 +34,7 @@ enum class Stored { kNoMemory, kSame, kChanged };
 // Stores a trimmed copy of `value` unless the stored text equals it as it is. A missing
 // section and a missing key are appended. `former` gets the replaced text when that is a
 // block of its own: for the caller to free.
-Stored store(GConf* conf, const char* section, const char* key, const char* value,
+Stored store(GConf* conf, const char* section, std::string_view key, const char* value,
              char** former);
 
 void remove_section(GConf* conf, GConfSection* section);

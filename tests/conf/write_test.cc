@@ -114,6 +114,10 @@ TEST_F(ConfWrite, AValueThatAProgramWroteIntoIsComparedTrimmed) {
   write("net", "ip", "1");
   EXPECT_STREQ(entry->value, "1");
   EXPECT_EQ(conf_->dirty, 0);
+  std::strcpy(entry->value, " 2 ");
+  write("net", "ip", entry->value);  // by then it is trimmed
+  EXPECT_STREQ(entry->value, "2");
+  EXPECT_EQ(conf_->dirty, 0);
 }
 
 TEST_F(ConfWrite, ABlankKeyComparesAsAbsentAndSetsTheTrimmedOne) {
