@@ -116,8 +116,12 @@ bool is_well_formed(const char* modifiers, const char* character) {
 // It takes none for what it does not know.
 bool formatter_agrees(const char* modifiers, const char* character) {
   switch (*character) {
-    case '$':  // its arguments are numbered, not taken in turn; the walk takes none either
-      return true;
+    case '$': {
+      // Its argument is numbered, not taken in turn, and the walk takes none either. A
+      // width or precision behind it, text to the walk, is another matter.
+      const char* const next = std::strpbrk(character, "*diouxXeEfgGaAcCsSpnm%");
+      return next == nullptr || *next != '*';
+    }
     case 'D':
     case 'O':
     case 'U':

@@ -534,6 +534,9 @@ TEST(Estimate, FollowsNoPointerBehindAConversionThatTheSystemFormatterLeavesAsTe
 TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
   estimate("%If|%s", 1.5, "abc");
   estimate("%Illd|%s", 5LL, "abc");
+  // A width and a precision are taken in turn although the number itself is not.
+  estimate("%1$*d|%s", 5, "abc");
+  estimate("%1$-.*d|%s", 5, "abc");
 #if defined(__i386__)
   // A long double of three words; the third is no pointer.
   estimate("%jf|%s", 0xc000'0000'0000'0000, 0x3fff, "abc");
