@@ -100,6 +100,25 @@ int32_t next_byte_of_line(URL url) {
   return url->fgetc(url);
 }
 
+// Where the calling thread's `errno` is; null until url_fgetc() has asked. That clears it
+// for every byte, and asking each time costs as much as the byte itself.
+[[gnu::tls_model("initial-exec")]] constinit thread_local int* address_of_errno = nullptr;
+
+// What is left of url_fgetc() for a thread's first byte, and for a module without an
+// `fgetc` slot. Out of line, so that the way of all other bytes calls nothing but the
+// module.
+[[gnu::noinline]] int32_t count_and_read_byte(URL url) {
+  ++url->nread;
+  if (url->fgetc != nullptr) {
+    address_of_errno = &errno;
+    clear_error();
+    return url->fgetc(url);
+  }
+  // Kept: url_read() counts the byte a second time, and refuses the last before the limit.
+  unsigned char byte;
+  return url_read(url, &byte, 1) < 1 ? kNoByte : byte;
+}
+
 bool ends_line(int32_t byte) {
   return byte == '\r' || byte == '\n';
 }
@@ -249,14 +268,12 @@ extern "C" int32_t url_readline(URL url, char* buf, int32_t n) {
 
 extern "C" int32_t url_fgetc(URL url) {
   if (at_limit(*url)) return kNoByte;  // `eof` stays
+  int* const thread_errno = address_of_errno;
+  if (thread_errno == nullptr || url->fgetc == nullptr) return count_and_read_byte(url);
   ++url->nread;
-  if (url->fgetc != nullptr) {
-    clear_error();
-    return url->fgetc(url);
-  }
-  // Kept: url_read() counts the byte a second time, and refuses the last before the limit.
-  unsigned char byte;
-  return url_read(url, &byte, 1) < 1 ? kNoByte : byte;
+  url_errno = URLERR_NONE;
+  *thread_errno = 0;
+  return url->fgetc(url);
 }
 
 extern "C" int64_t url_seek(URL url, int64_t offset, int32_t whence) {
