@@ -1,5 +1,5 @@
-// The file module. read() and lseek64() of this program stand before the C library's, so
-// that the tests can count the library's calls and make reads fail.
+// The file module. read(), lseek64() and close() of this program stand before the C
+// library's, so that the tests can count the library's calls and make reads fail.
 //
 // SPDX-License-Identifier: MIT
 
@@ -44,6 +44,7 @@ struct Traffic {
   int64_t bad_to;
   int error;
   int interruptions;  // so many reads fail with EINTR first
+  int closing_error;  // what a close() that works leaves in `errno`; 0 to leave it alone
 } traffic;
 
 void reset_traffic() {
@@ -80,6 +81,13 @@ extern "C" ssize_t read(int fd, void* buf, std::size_t n) {
     }
   }
   return real(fd, buf, n);
+}
+
+extern "C" int close(int fd) {
+  static auto* const real = next_function<int(int)>("close");
+  const int result = real(fd);
+  if (traffic.closing_error != 0) errno = traffic.closing_error;
+  return result;
 }
 
 namespace {
@@ -319,6 +327,25 @@ TEST_F(FileStream, WithoutMemoryFailsAndLeavesNoDescriptor) {
   EXPECT_EQ(url, nullptr);
   EXPECT_ERRORS(ENOMEM, ENOMEM);
   EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(FileStream, WithoutMemoryTellsThatWhateverClosingTheDescriptorSays) {
+  const std::string path = directory_.write("file", "text");
+  set_errors();
+  traffic.closing_error = EIO;
+  test::AllocationFaults faults(1);
+  EXPECT_EQ(url_file_open(path.c_str()), nullptr);
+  faults.disarm();
+  EXPECT_ERRORS(ENOMEM, ENOMEM);
+}
+
+TEST_F(FileStream, WithoutMemoryLeavesDescriptorZeroOpen) {
+  const StandardInput input(::open(directory_.write("file", "text").c_str(), O_RDONLY));
+  test::AllocationFaults faults(1);
+  EXPECT_EQ(url_file_open("-"), nullptr);
+  faults.disarm();
+  EXPECT_ERRORS(ENOMEM, ENOMEM);
+  EXPECT_NE(fcntl(0, F_GETFD), -1);
 }
 
 TEST_F(FileStream, CloseReleasesDescriptorAndRecordAndKeepsErrno) {

@@ -963,6 +963,16 @@ TEST_F(HttpBody, CloseKeepsErrnoAndClosesTheSocket) {
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
 }
 
+TEST_F(HttpBody, CloseKeepsErrnoEvenWhenTheSocketCannotBeClosed) {
+  ScriptedServer server(kOk);
+  const URL url = url_http_open(server.url().c_str());
+  ASSERT_NE(url, nullptr);
+  ASSERT_EQ(close(fileno(reinterpret_cast<URL_http*>(url)->stream)), 0);
+  errno = EDOM;
+  url->close(url);
+  EXPECT_EQ(errno, EDOM);
+}
+
 // --- Failures.
 
 TEST_F(HttpFailure, WithoutAConnectionBothErrorsAreTimeOutWhateverTheReason) {

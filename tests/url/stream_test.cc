@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -393,6 +394,18 @@ void init_failure() {
   EXPECT_EQ(module_calls, (Calls{"check a a", "init", "check a a", "init", "open a a"}));
 }
 
+void positive_init() {
+  module_a.init = init_a;
+  init_result = 7;
+  url_add_module(&module_a);
+  EXPECT_EQ(url_open("a"), &opened_by_a);
+  EXPECT_NE(module_a.init, init_a);
+}
+
+TEST(UrlOpen, TakesOnlyANegativeResultOfTheInitialisationForAFailure) {
+  IN_CHILD(positive_init());
+}
+
 TEST(UrlOpen, WhenInitialisationFailsLeavesAllAsItIsAndTriesAgainNextTime) {
   IN_CHILD(init_failure());
 }
@@ -496,6 +509,24 @@ TEST(UrlSafeRead, RepeatsWhileInterrupted) {
   EXPECT_EQ(url_safe_read(url, buf, 5), 3);
   EXPECT_EQ(url.take_calls(), (Calls{"read 5", "read 5", "read 5"}));
   EXPECT_ERRORS(URLERR_NONE, 0);
+}
+
+TEST(UrlSafeRead, RepeatsNothingButMinusOne) {
+  static int32_t result;
+  static int calls;
+  for (const int32_t given : {0, -2, 1}) {
+    Stream url("abc");
+    result = given;
+    calls = 0;
+    url->read = [](URL, void*, int32_t) -> int32_t {
+      errno = EINTR;
+      return ++calls == 1 ? result : 4;
+    };
+    char buf[8];
+    EXPECT_EQ(url_safe_read(url, buf, 5), given);
+    EXPECT_EQ(calls, 1);
+    EXPECT_ERRORS(URLERR_NONE, EINTR);
+  }
 }
 
 TEST(UrlSafeRead, GivesUpOnOtherErrors) {
@@ -790,6 +821,24 @@ TEST(UrlFgetc, CountsAndClearsTheErrors) {
   EXPECT_EQ(url_fgetc(url), -1);
   EXPECT_EQ(url->nread, 2u);
   EXPECT_EQ(url.take_calls(), (Calls{"fgetc", "fgetc"}));
+}
+
+TEST(UrlFgetc, ClearsTheErrnoOfEachThreadThatCalls) {
+  Stream url("abcdef", kFgetc);
+  EXPECT_EQ(url_fgetc(url), 'a');
+  set_errors();
+  std::thread([&url] {
+    for (const char byte : {'b', 'c', 'd'}) {
+      set_errors();
+      EXPECT_EQ(url_fgetc(url), byte);
+      EXPECT_ERRORS(URLERR_NONE, 0);
+    }
+  }).join();
+  const int own_error = errno;
+  EXPECT_EQ(own_error, kOtherErrno);
+  EXPECT_EQ(url_fgetc(url), 'e');
+  EXPECT_ERRORS(URLERR_NONE, 0);
+  EXPECT_EQ(url.take_calls(), Calls(5, "fgetc"));
 }
 
 TEST(UrlFgetc, AtTheLimitTouchesNeitherErrorsNorEof) {
