@@ -7,6 +7,7 @@
 SPDX-License-Identifier: MIT
 """
 
+import os
 import re
 import subprocess
 import sys
@@ -113,6 +114,38 @@ class Containers(Case):
         lines = self.lines(stdin=text)
         self.assertEqual(lines[:3], ["1000 lines", "500 different words", " 145 w0"])
         self.assertEqual(len(lines), 503)
+
+
+class Threads(Case):
+    def test_the_adder_gets_every_value(self):
+        for arguments, sum_line in (([], "the sum of 10 values is 55"),
+                                    (["1"], "the sum of 1 values is 1"),
+                                    (["25"], "the sum of 25 values is 325")):
+            out, error = self.run_program(*arguments)
+            self.assertIn(sum_line, out.splitlines())
+            self.assertRegex(error, re.compile(r"^\d+ ms, at 20 ms for each$", re.M))
+
+    def test_nothing_to_add_ends_too(self):
+        self.assertIn("the sum of 0 values is 0", self.run_program("0")[0].splitlines())
+
+
+class Files(Case):
+    REPORT = ["today.log: 3 lines", '  begins with "started"', "old/yesterday.log: 2 lines",
+              "the folder holds:", "  old", "  today.log", "1 file here, 46 bytes in all",
+              "after renaming: 3 lines, today.log is gone", "the folder is gone"]
+
+    def test_reports_what_it_does_and_leaves_nothing(self):
+        self.assertEqual(self.lines("log"), self.REPORT)
+        self.assertEqual(self.lines(f"{self.folder}/a/b"), self.REPORT)
+        self.assertEqual(os.listdir(self.folder), ["a"], "a parent that was missing stays")
+
+    def test_a_folder_that_exists_is_left_alone(self):
+        with open(f"{self.folder}/file", "w", encoding="ascii"):
+            pass
+        for name in (".", "file"):
+            _, error = self.run_program(name, status=2)
+            self.assertRegex(error, r"\Ausage: ")
+        self.assertEqual(os.listdir(self.folder), ["file"])
 
 
 if __name__ == "__main__":
