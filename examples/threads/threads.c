@@ -1,6 +1,6 @@
 /*
- * Threads and timers: a sensor that is read by a timer, a thread that adds its values up, and
- * a watchdog that looks whether it does.
+ * Threads and timers: a sensor that is read by a timer, a thread that adds its values up,
+ * and a watchdog that looks whether it does.
  *
  *   threads [VALUES]
  *

@@ -7,11 +7,14 @@
 SPDX-License-Identifier: MIT
 """
 
+import base64
+import http.server
 import os
 import re
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 
 PROGRAM = []
@@ -148,8 +151,98 @@ class Files(Case):
         self.assertEqual(os.listdir(self.folder), ["file"])
 
 
+class Ciphers(Case):
+    def test_what_was_sealed_comes_back(self):
+        for text in ("", "x", "attack at dawn", "y" * 23, "y" * 24, "\u00e4\u00f6\u00fc" * 50):
+            line = self.lines("secret", text)[0]
+            size = (len(text.encode()) // 24 + 1) * 24
+            self.assertEqual(len(base64.b64decode(line, validate=True)), size)
+            self.assertEqual(self.lines("-d", "secret", line), [text])
+
+    def test_the_cipher_is_the_standard_one(self):
+        key, text = bytes.fromhex("133457799bbcdff1"), bytes.fromhex("0123456789abcdef")
+        line = self.lines(key, text)[0]
+        self.assertEqual(base64.b64decode(line)[:8].hex(), "85e813540f0ab405")
+
+    def test_equal_blocks_do_not_look_equal(self):
+        sealed = base64.b64decode(self.lines("secret", "12345678" * 3)[0])
+        self.assertEqual(len({sealed[i:i + 8] for i in range(0, len(sealed), 8)}),
+                         len(sealed) // 8)
+
+    def test_another_key_or_a_damaged_line_is_told(self):
+        line = self.lines("secret", "attack at dawn")[0]
+        for key, damaged in (("Secret", line), ("secret", line[:-4]), ("secret", ""),
+                             ("secret", "*" * 32), ("secret", "A" + line[1:-1] + "A")):
+            out, error = self.run_program("-d", key, damaged, status=1)
+            self.assertEqual((out, error),
+                             ("", "ciphers: not a line of mine, or not with this key\n"))
+
+    def test_wrong_arguments_are_a_usage_error(self):
+        for arguments in ([], ["key"], ["-x", "key", "text"]):
+            _, error = self.run_program(*arguments, status=2)
+            self.assertRegex(error, r"\Ausage: ")
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    """Answers with the user agent that it was told."""
+
+    def do_GET(self):
+        if self.path != "/page":
+            self.send_error(404)
+            return
+        body = f"<html>\r\n{self.headers['User-Agent']}\r\n</html>".encode()
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def log_message(self, *_):
+        pass
+
+
+class Urls(Case):
+    def server(self):
+        server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
+        return f"http://127.0.0.1:{server.server_port}"
+
+    def test_reads_files_standard_input_and_http(self):
+        with open(f"{self.folder}/a", "w", encoding="ascii") as file:
+            file.write("one\nthree words here\n\nfour")
+        url = f"{self.server()}/page"
+        report = ['  the longest line has 16: "three words here"', '  begins with "one"']
+        self.assertEqual(self.lines("a", "file:a", url, "-", stdin="x\ny"), [
+            "a: file, 4 lines, 26 bytes", *report, "file:a: file, 4 lines, 26 bytes", *report,
+            f"{url}: HTTP, 3 lines, 25 bytes", '  the longest line has 8: "urls/1.0"',
+            "-: standard input, 2 lines, 3 bytes", '  the longest line has 1: "x"'])
+
+    def test_an_empty_file_has_no_lines(self):
+        self.assertEqual(self.lines("/dev/null"), ["/dev/null: file, 0 lines, 0 bytes"])
+
+    def test_a_long_line_is_shown_by_its_beginning(self):
+        with open(f"{self.folder}/a", "w", encoding="ascii") as file:
+            file.write("x" * 1000)
+        self.assertIn(f'  the longest line has 1000: "{"x" * 60}"', self.lines("a"))
+
+    def test_failures_are_told_and_the_rest_is_read(self):
+        url = f"{self.server()}/missing"
+        out, error = self.run_program("missing", url, "ftp://host/x", "/dev/null",
+                                      status=1)
+        self.assertEqual(out, "/dev/null: file, 0 lines, 0 bytes\n")
+        self.assertEqual(error.splitlines(), ["urls: missing: No such file or directory (2)",
+                                              f"urls: {url}: Internal error (10008)",
+                                              "urls: ftp://host/x: Unknown URL (10001)"])
+
+    def test_wrong_arguments_are_a_usage_error(self):
+        _, error = self.run_program(status=2)
+        self.assertRegex(error, r"\Ausage: ")
+
+
 if __name__ == "__main__":
     if len(sys.argv) < 3:
         sys.exit("usage: examples_test.py NAME COMMAND...")
     PROGRAM = sys.argv[2:]
+    os.environ["LC_ALL"] = "C"
     unittest.main(argv=[sys.argv[0], sys.argv[1].capitalize()])
