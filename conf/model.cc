@@ -168,7 +168,7 @@ void unlink(GList*& list, NameIndex* index, void* record) {
 
 // The value of an entry. Kept: trimmed where it stands, although what is stored is trimmed:
 // a program may have written into it.
-std::string_view trimmed_value(const GConfEntry* entry) {
+inline std::string_view trimmed_value(const GConfEntry* entry) {
   const std::string_view value = entry->value;
   const std::string_view kept = trimmed(value);
   // Written to only if need be: other threads may be reading it.

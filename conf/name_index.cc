@@ -39,22 +39,25 @@ bool is_full(std::uint32_t count, std::uint32_t capacity) {
 
 }  // namespace
 
-void* NameIndex::find(const NameIndex* index, const GList* list, std::string_view name) {
-  if (index == nullptr) {
-    for (; list != nullptr; list = list->next) {
-      if (same_name(name_of(list->data), name)) return list->data;
-    }
-    return nullptr;
-  }
-  if (index->slots_ == nullptr || index->head_ != list) return index->walk(list, name);
+inline bool NameIndex::is_ours(const void* record) const {
+  return name_of(record) == static_cast<const char*>(record) + name_offset_;
+}
+
+inline bool NameIndex::has_name(const void* record, std::string_view name) const {
+  const char* const own = name_of(record);
+  return same_name(
+      is_ours(record) ? std::string_view(own, hidden_of(record).name_length) : own, name);
+}
+
+void* NameIndex::probe(const GList* list, std::string_view name) const {
   const std::uint32_t hash = hash_name(name);
-  for (std::uint32_t at = index->home_of(hash);; at = (at + 1) & index->mask_) {
-    const Slot& slot = index->slots_[at];
+  for (std::uint32_t at = home_of(hash);; at = (at + 1) & mask_) {
+    const Slot& slot = slots_[at];
     if (slot.record == nullptr) break;
     // The name is compared even so: two names may share a hash.
-    if (slot.hash == hash && index->has_name(slot.record, name)) return slot.record;
+    if (slot.hash == hash && has_name(slot.record, name)) return slot.record;
   }
-  return index->in_step(list) ? nullptr : index->walk(list, name);
+  return in_step(list) ? nullptr : walk(list, name);
 }
 
 void* NameIndex::walk(const GList* list, std::string_view name) const {
@@ -64,18 +67,16 @@ void* NameIndex::walk(const GList* list, std::string_view name) const {
   return nullptr;
 }
 
-bool NameIndex::has_name(const void* record, std::string_view name) const {
-  const char* const own = name_of(record);
-  return same_name(
-      is_ours(record) ? std::string_view(own, hidden_of(record).name_length) : own, name);
+// Of a list whose records may all be a program's own.
+void* NameIndex::walk_any(const GList* list, std::string_view name) {
+  for (; list != nullptr; list = list->next) {
+    if (same_name(name_of(list->data), name)) return list->data;
+  }
+  return nullptr;
 }
 
 bool NameIndex::in_step(const GList* list) const {
-  return slots_ != nullptr && head_ == list && tail_->next == nullptr;
-}
-
-bool NameIndex::is_ours(const void* record) const {
-  return name_of(record) == static_cast<const char*>(record) + name_offset_;
+  return has_table_of(list) && tail_->next == nullptr;
 }
 
 void NameIndex::renew(GList* list) {

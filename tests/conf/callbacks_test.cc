@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "conf/conf_support.h"
+#include "support/allocation_faults.h"
 
 using namespace test;
 
@@ -206,6 +207,15 @@ TEST_F(ConfCallback, TheValueMayBeAPieceOfTheStoredText) {
   EXPECT_EQ(take(), Lines{"-: s.k=456789"});
 }
 
+TEST_F(ConfCallback, TheReplacedTextIsFreedAfterTheCallbacks) {
+  const auto nothing = [](const GConfChange*, void*) { return 0; };
+  EXPECT_EQ(g_conf_register_callback(conf_.get(), "s", "k", nothing, nullptr), 0);
+  AllocationFaults blocks(0);
+  for (int value = 1; value < 10; ++value) g_conf_write_int(conf_.get(), "s", "k", value);
+  blocks.disarm();
+  EXPECT_EQ(blocks.outstanding(), 1);  // the last one
+}
+
 TEST_F(ConfCallback, BelongsToItsConfAlone) {
   add("s", "k");
   const ConfFile other_file("[s]\nk=0\n");
@@ -236,7 +246,10 @@ TEST_F(ConfCallback, ChecksInOrderEachReportedOnce) {
   EXPECT_EQ(g_hash_count(conf_->callbacks), 0u);
 }
 
-TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeld) {
+TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeldAndNoBlockBehind) {
+  AllocationFaults blocks(0);
+  write("s", "k", "former");
+  blocks.disarm();
   EXPECT_EQ(g_conf_register_callback(
                 conf_.get(), "s", "k",
                 [](const GConfChange*, void*) -> int { pthread_exit(nullptr); }, nullptr),
@@ -253,6 +266,7 @@ TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeld) {
             0);
   pthread_join(thread, nullptr);
   EXPECT_STREQ(g_conf_read_string(conf_.get(), "s", "k", ""), "long enough 1");
+  EXPECT_EQ(blocks.outstanding(), 0);
 }
 
 }  // namespace

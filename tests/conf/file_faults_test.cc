@@ -105,6 +105,20 @@ TEST_F(ConfFileFaults, AFileIsWrittenInOneCall) {
   EXPECT_EQ(calls, 1);
 }
 
+TEST_F(ConfFileFaults, WhatStandsBehindTheTextIsCutOff) {
+  const ConfFile file("[a]\nk=v\n");
+  const Conf conf = file.open();
+  g_conf_write_string(conf.get(), "a", "k", "w");
+  on_write = [&](std::size_t length) {
+    // Somebody who does not heed the lock makes the file longer.
+    EXPECT_EQ(truncate(file.path().c_str(), 1000), 0);
+    return static_cast<std::int64_t>(length);
+  };
+  g_conf_sync(conf.get());
+  on_write = nullptr;
+  EXPECT_EQ(file.text(), "[a]\nk=w\n\n");
+}
+
 // Five lines of 4, 8, 4, 1 and 4 + 4 + 1 bytes.
 constexpr char kText[] = "[a]\nkey=val\nx=y\n\n[b]\nl=m\n\n";
 

@@ -359,6 +359,36 @@ TEST(ConfRecords, AValueReplacedByTheLibraryIsFreed) {
   EXPECT_EQ(blocks.outstanding(), 0);
 }
 
+TEST(ConfRecords, OfTheProgramsOwnAreFreedWithAllTheirStrings) {
+  const ConfFile file("[s]\nk=v\n");
+  Conf conf = file.open();
+  AllocationFaults blocks(0);
+  GConfSection* const section = g_find_section(conf.get(), "s");
+  section->entries = g_list_append(section->entries, own_entry("removed", "1"));
+  g_conf_remove_key(conf.get(), "s", "removed");
+  EXPECT_EQ(blocks.outstanding(), 0);
+  section->entries = g_list_append(section->entries, own_entry("closed", "1"));
+  auto* const own = static_cast<GConfSection*>(std::malloc(sizeof(GConfSection)));
+  *own = {strdup("own"), g_list_append(nullptr, own_entry("k", "v"))};
+  conf->sections = g_list_append(conf->sections, own);
+  blocks.disarm();
+  conf.reset();
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST(ConfRecords, KeysThatComeAndGoCostTheirRecordAndNodeAlone) {
+  const ConfFile file(text_of(20));
+  const Conf conf = file.open();
+  AllocationFaults blocks(0);
+  for (int round = 0; round < 1000; ++round) {
+    g_conf_write_int(conf.get(), "s", "new", 1);
+    g_conf_remove_key(conf.get(), "s", "new");
+  }
+  blocks.disarm();
+  EXPECT_EQ(blocks.calls(), 2 * 1000);
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
 TEST(ConfRecords, EveryBlockIsFreedByRemovalAndClose) {
   AllocationFaults blocks(0);
   {
