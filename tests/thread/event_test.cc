@@ -44,6 +44,7 @@ struct TimedWait {
 } timed_wait;
 
 std::atomic<int> untimed_waits{0};
+std::atomic<int> wait_result{0};  // of the untimed wait, which then does not wait
 std::atomic<int> cond_result{0};  // of init, destroy, signal and broadcast
 
 // Records a timed wait; the answer for it, or -1 to wait.
@@ -103,6 +104,10 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t* cond, pthread_mutex_t*
 
 extern "C" int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {
   ++untimed_waits;
+  if (wait_result != 0) {
+    errno = EPERM;
+    return wait_result;
+  }
   return real<decltype(pthread_cond_wait)>("pthread_cond_wait")(cond, mutex);
 }
 
@@ -133,7 +138,16 @@ void reset() {
   timed_wait.interruptions = 0;
   timed_wait.answer = -1;
   untimed_waits = 0;
+  wait_result = 0;
   cond_result = 0;
+}
+
+// The mutex of an event, behind its condition.
+GMutex* mutex_of(const GThreadEvent* event) {
+  GMutex* mutex;
+  std::memcpy(&mutex, reinterpret_cast<const char*>(event) + sizeof(pthread_cond_t),
+              sizeof mutex);
+  return mutex;
 }
 
 class Event : public ::testing::Test {
@@ -232,6 +246,37 @@ TEST_F(Event, FailuresOfTheConditionAreLoggedAndTheCallsGoOn) {
   EXPECT_EQ(faults.outstanding(), 0);
 }
 
+TEST_F(Event, FailedWaitIsLoggedWithTheTextOfErrnoAndItsResultReturned) {
+  LogCapture log;
+  wait_result = EINVAL;
+  EXPECT_EQ(g_thread_event_wait(event), EINVAL);
+  EXPECT_EQ(log.take(), Lines{warning_line("g_thread", std::string("can't wait cond - ") +
+                                                           std::strerror(EPERM))});
+}
+
+TEST_F(Event, FailedSecondWaitOfATimedOneIsReturnedAndNotLogged) {
+  LogCapture log;
+  timed_wait.answer = ETIMEDOUT;
+  wait_result = EINVAL;
+  EXPECT_EQ(g_thread_event_wait_timeout(event, 1), EINVAL);
+  EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(Event, SignalAndBroadcastWaitForTheMutex) {
+  for (const auto wake : {g_thread_event_signal, g_thread_event_broadcast}) {
+    std::atomic<bool> woken{false};
+    g_thread_mutex_lock(mutex_of(event));
+    std::thread waker([&] {
+      EXPECT_EQ(wake(event), 0);
+      woken = true;
+    });
+    std::this_thread::sleep_for(30ms);
+    EXPECT_FALSE(woken);
+    g_thread_mutex_unlock(mutex_of(event));
+    waker.join();
+  }
+}
+
 TEST(EventNew, SurvivesFailedAllocationsWithoutAWord) {
   LogCapture log;
   test::for_each_failed_allocation([](AllocationFaults& faults) {
@@ -246,9 +291,7 @@ TEST(EventNew, SurvivesFailedAllocationsWithoutAWord) {
 
 TEST(EventNew, RecordHoldsTheConditionAndThenTheMutex) {
   GThreadEvent* const event = g_thread_event_new();
-  GMutex* mutex;
-  std::memcpy(&mutex, reinterpret_cast<char*>(event) + sizeof(pthread_cond_t),
-              sizeof mutex);
+  GMutex* const mutex = mutex_of(event);
   ASSERT_NE(mutex, nullptr);
   EXPECT_EQ(g_thread_mutex_lock(mutex), 0);
   EXPECT_EQ(g_thread_mutex_unlock(mutex), 0);
@@ -300,6 +343,7 @@ TEST_F(Event, TimedOutWaitGoesOnUntilTheNextSignal) {
 }
 
 TEST_F(Event, SignalDuringTheTimedWaitIsNotEnough) {
+  LogCapture log;
   timed_wait.answer = 0;
   std::atomic<bool> returned{false};
   std::thread waiter([&] {
@@ -311,6 +355,21 @@ TEST_F(Event, SignalDuringTheTimedWaitIsNotEnough) {
   EXPECT_FALSE(returned);
   g_thread_event_signal(event);
   waiter.join();
+  EXPECT_EQ(log.take(), Lines{});
+}
+
+// The time that a caller waits for the mutex does not count.
+TEST_F(Event, TimeoutBeginsWhenTheMutexIsHeld) {
+  FakeClock clock(1000);
+  g_thread_mutex_lock(mutex_of(event));
+  std::thread waiter([&] { EXPECT_EQ(g_thread_event_wait_timeout(event, 1), 0); });
+  std::this_thread::sleep_for(30ms);
+  clock.set(2000);
+  g_thread_mutex_unlock(mutex_of(event));
+  until_waiting(1);
+  g_thread_event_signal(event);
+  waiter.join();
+  EXPECT_EQ(timed_wait.seconds, 2000);
 }
 
 TEST_F(Event, InterruptedTimedWaitIsResumedWithTheSameDeadline) {

@@ -136,6 +136,15 @@ TEST(ModuleInit, ReplacesARegistryWithoutFreeingIt) {
 }
 #endif
 
+TEST(ModuleInit, MakesSixteenSlots) {
+  AllocationFaults faults(0);
+  g_module_init();
+  faults.disarm();
+  EXPECT_EQ(faults.calls(), 2);  // the table's record, then its slots
+  EXPECT_EQ(test::allocation_size(2), 16 * sizeof(void*));
+  g_module_cleanup();
+}
+
 TEST(ModuleCleanup, FreesEveryListAndTheRegistry) {
   LogCapture log;
   AllocationFaults faults(0);

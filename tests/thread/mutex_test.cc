@@ -127,6 +127,15 @@ TEST(Mutex, LockHoldsAndUnlockReleases) {
   g_thread_mutex_free(mutex);
 }
 
+// A recursive mutex would let its owner in again, an error-checking one call it a deadlock.
+TEST(Mutex, IsOfTheDefaultKindWhichItsOwnerCannotTakeTwice) {
+  GMutex* const mutex = g_thread_mutex_new();
+  g_thread_mutex_lock(mutex);
+  EXPECT_EQ(pthread_mutex_trylock(reinterpret_cast<pthread_mutex_t*>(mutex)), EBUSY);
+  g_thread_mutex_unlock(mutex);
+  g_thread_mutex_free(mutex);
+}
+
 TEST(Mutex, TrylockTakesAFreeMutex) {
   GMutex* const mutex = g_thread_mutex_new();
   EXPECT_EQ(g_thread_mutex_trylock(mutex), 0);
@@ -200,6 +209,17 @@ TEST(Mutex, NullReportsTheCheck) {
   EXPECT_EQ(log.take(), line);
   g_thread_mutex_free(nullptr);
   EXPECT_EQ(log.take(), line);
+}
+
+// It is locked first: the C library would count an unlocking too many as a user.
+TEST(MutexFree, OfAnUnlockedMutexLogsNothing) {
+  LogCapture log;
+  g_thread_mutex_free(g_thread_mutex_new());
+  GMutex* const mutex = g_thread_mutex_new();
+  g_thread_mutex_lock(mutex);
+  g_thread_mutex_unlock(mutex);
+  g_thread_mutex_free(mutex);
+  EXPECT_EQ(log.take(), Lines{});
 }
 
 TEST(MutexFree, UnlocksAMutexThatIsHeld) {

@@ -28,6 +28,11 @@ namespace {
 
 std::atomic<bool> creation_fails{false};
 std::atomic<bool> scheduling_is_refused{false};
+std::atomic<bool> asked_for_attributes{false};
+std::atomic<bool> ends_badly{false};  // joining and cancelling answer an error
+std::atomic<int> joins{0};
+std::atomic<int> cancellations{0};
+std::atomic<pthread_t> asked_thread{};
 std::atomic<int> asked_policy{-1};
 std::atomic<int> asked_priority{-1};
 
@@ -44,13 +49,27 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
     std::memset(id, 0x5a, sizeof *id);  // POSIX leaves it undefined
     return EAGAIN;
   }
+  asked_for_attributes = attributes != nullptr;
   return real<decltype(pthread_create)>("pthread_create")(id, attributes, start, arg);
+}
+
+extern "C" int pthread_join(pthread_t id, void** result) {
+  ++joins;
+  const int error = real<decltype(pthread_join)>("pthread_join")(id, result);
+  return ends_badly ? EINVAL : error;
+}
+
+extern "C" int pthread_cancel(pthread_t id) {
+  ++cancellations;
+  const int error = real<decltype(pthread_cancel)>("pthread_cancel")(id);
+  return ends_badly ? ESRCH : error;
 }
 
 // Records what is asked for. Grants it without need of privileges, or refuses with an errno
 // that is not the returned code.
-extern "C" int pthread_setschedparam(pthread_t, int policy,
+extern "C" int pthread_setschedparam(pthread_t id, int policy,
                                      const sched_param* param) noexcept {
+  asked_thread = id;
   asked_policy = policy;
   asked_priority = param->sched_priority;
   if (!scheduling_is_refused) return 0;
@@ -104,6 +123,42 @@ TEST(ThreadCreate, HandleBeginsWithTheThreadId) {
   EXPECT_EQ(stored, id.load());
 }
 
+// The front of a handle.
+struct Front {
+  pthread_t tid;
+  GThreadFunc func;
+  void* arg;
+};
+
+const Front& front_of(const GThread* thread) {
+  return *reinterpret_cast<const Front*>(thread);
+}
+
+TEST(ThreadCreate, HandleHoldsTheFunctionAndItsArgument) {
+  std::atomic<int> seen{0};
+  GThread* const thread = g_thread_create(store_one, &seen, "worker");
+  while (seen == 0) sched_yield();
+  EXPECT_EQ(front_of(thread).func, &store_one);
+  EXPECT_EQ(front_of(thread).arg, &seen);
+  g_thread_wait(thread);
+}
+
+TEST(ThreadCreate, AsksForNoAttributes) {
+  std::atomic<int> seen{0};
+  asked_for_attributes = true;
+  g_thread_wait(g_thread_create(store_one, &seen, "worker"));
+  EXPECT_FALSE(asked_for_attributes);
+}
+
+TEST(ThreadCreate, ResultOfTheFunctionIsNotThatOfTheThread) {
+  std::atomic<int> seen{0};
+  GThread* const thread = g_thread_create(store_one, &seen, "worker");
+  void* result = &seen;
+  EXPECT_EQ(pthread_join(front_of(thread).tid, &result), 0);
+  EXPECT_EQ(result, nullptr);
+  g_thread_free(thread);
+}
+
 TEST(ThreadCreate, ThreadThatCannotStartHasAHandleThatIsHarmless) {
   LogCapture log;
   AllocationFaults faults(0);
@@ -114,12 +169,16 @@ TEST(ThreadCreate, ThreadThatCannotStartHasAHandleThatIsHarmless) {
   faults.disarm();
   ASSERT_NE(thread, nullptr);
   EXPECT_EQ(log.take(), Lines{});
+  joins = 0;
+  cancellations = 0;
   EXPECT_EQ(g_thread_cancel(thread), 0);
   EXPECT_EQ(g_thread_set_priority(thread, 0), -1);
   EXPECT_EQ(log.take(),
             Lines{warning_line("g_thread", std::string("can't set priority to 0. - ") +
                                                std::strerror(ESRCH) + ".")});
   EXPECT_EQ(g_thread_wait(thread), 0);
+  EXPECT_EQ(joins.load(), 0);
+  EXPECT_EQ(cancellations.load(), 0);
   EXPECT_EQ(seen.load(), 0);
   EXPECT_EQ(faults.outstanding(), 0);
 }
@@ -243,10 +302,46 @@ TEST(ThreadCancel, OfAnEndedThreadAnswersZero) {
   EXPECT_EQ(g_thread_wait(thread), 0);
 }
 
+TEST(Thread, FailuresToCancelAndToJoinAreNotLookedAt) {
+  LogCapture log;
+  std::atomic<int> seen{0};
+  GThread* const thread = g_thread_create(store_one, &seen, "worker");
+  ends_badly = true;
+  EXPECT_EQ(g_thread_cancel(thread), 0);
+  EXPECT_EQ(g_thread_wait(thread), 0);
+  ends_badly = false;
+  EXPECT_EQ(log.take(), Lines{});
+}
+
 TEST(ThreadCancel, NullReportsTheCheck) {
   LogCapture log;
   EXPECT_EQ(g_thread_cancel(nullptr), -1);
   EXPECT_EQ(log.take(), Lines{check_line("g_thread", "thread != NULL")});
+}
+
+TEST(ThreadFree, LeavesTheThreadToBeJoined) {
+  sem_t go_on;
+  sem_init(&go_on, 0, 0);
+  GThread* const thread = g_thread_create(
+      [](void* arg) -> void* {
+        while (sem_wait(static_cast<sem_t*>(arg)) != 0) {
+        }
+        return nullptr;
+      },
+      &go_on, "worker");
+  const pthread_t id = front_of(thread).tid;
+  joins = 0;
+  g_thread_free(thread);
+  EXPECT_EQ(joins.load(), 0);
+  int state = -1;
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_getattr_np(id, &attributes), 0);
+  EXPECT_EQ(pthread_attr_getdetachstate(&attributes, &state), 0);
+  EXPECT_EQ(state, PTHREAD_CREATE_JOINABLE);
+  pthread_attr_destroy(&attributes);
+  sem_post(&go_on);
+  if (state == PTHREAD_CREATE_JOINABLE) pthread_join(id, nullptr);
+  sem_destroy(&go_on);
 }
 
 TEST(ThreadFree, NullIsIgnored) {
@@ -269,10 +364,8 @@ TEST(ThreadSelf, TwoHandlesOfOneThreadAreTheSame) {
 
 TEST(ThreadSelf, HandleHoldsNoFunction) {
   GThread* const self = g_thread_self();
-  void* fields[2];
-  std::memcpy(fields, reinterpret_cast<char*>(self) + sizeof(pthread_t), sizeof fields);
-  EXPECT_EQ(fields[0], nullptr);
-  EXPECT_EQ(fields[1], nullptr);
+  EXPECT_EQ(front_of(self).func, nullptr);
+  EXPECT_EQ(front_of(self).arg, nullptr);
   g_thread_free(self);
 }
 
@@ -321,6 +414,19 @@ TEST(ThreadSetPriority, MapsTheSevenStepsOntoTheClasses) {
   }
   EXPECT_EQ(log.take(), Lines{});
   g_thread_free(self);
+}
+
+TEST(ThreadSetPriority, IsOfTheThreadThatTheHandleNames) {
+  sem_t running;
+  sem_init(&running, 0, 0);
+  GThread* const other = g_thread_create(sleep_for_ever, &running, "other");
+  while (sem_wait(&running) != 0) {
+  }
+  EXPECT_EQ(g_thread_set_priority(other, 2), 0);
+  EXPECT_NE(pthread_equal(asked_thread, front_of(other).tid), 0);
+  g_thread_cancel(other);
+  g_thread_wait(other);
+  sem_destroy(&running);
 }
 
 TEST(ThreadSetPriority, RefusalIsLoggedWithTheTextOfErrnoNotOfTheCode) {
