@@ -342,6 +342,72 @@ TEST(FifoThreads, TheStateMayBeAskedForAtAnyTime) {
   g_fifo_free(fifo);
 }
 
+TEST_F(FifoTest, TheStateIsReadWithoutTheMutexThatPutAndGetWaitFor) {
+  make(2);
+  g_fifo_put(fifo, number(1));
+  auto* const mutex = static_cast<GMutex*>(ring_of(fifo).mutex);
+  std::atomic<int> done{0};
+  g_thread_mutex_lock(mutex);
+  EXPECT_EQ(g_fifo_empty(fifo), 0);
+  EXPECT_EQ(g_fifo_full(fifo), 0);
+  EXPECT_EQ(g_fifo_count(fifo), 1);
+  EXPECT_EQ(g_fifo_avail(fifo), 1);
+  EXPECT_EQ(g_fifo_size(fifo), 2);
+  std::thread producer([&] {
+    g_fifo_put(fifo, number(2));
+    ++done;
+  });
+  std::thread consumer([&] {
+    g_fifo_get(fifo);
+    ++done;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(done, 0);
+  g_thread_mutex_unlock(mutex);
+  producer.join();
+  consumer.join();
+  EXPECT_EQ(g_fifo_get(fifo), number(2));
+}
+
+// Also when refused: the mutex is not taken for the question.
+TEST_F(FifoTest, FullAndEmptyAreRefusedWithoutTheMutex) {
+  make(1);
+  LogCapture log;
+  auto* const mutex = static_cast<GMutex*>(ring_of(fifo).mutex);
+  g_thread_mutex_lock(mutex);
+  EXPECT_EQ(g_fifo_get(fifo), nullptr);
+  EXPECT_EQ(log.take(), empty_line(fifo));
+  g_thread_mutex_unlock(mutex);
+  g_fifo_put(fifo, number(1));
+  g_thread_mutex_lock(mutex);
+  EXPECT_EQ(g_fifo_put(fifo, number(2)), -1);
+  EXPECT_EQ(log.take(), full_line(fifo));
+  g_thread_mutex_unlock(mutex);
+}
+
+TEST(FifoThreads, ConsumersThatDoNotTakeTurnsGetTheElementOnce) {
+  GFifo* const fifo = g_fifo_new(2);
+  LogCapture log;
+  auto* const mutex = static_cast<GMutex*>(ring_of(fifo).mutex);
+  g_fifo_put(fifo, number(1));
+  std::atomic<int> taken{0};
+  const auto get = [&] {
+    if (g_fifo_get(fifo) == number(1)) ++taken;
+  };
+  // Both see the element, then wait for the mutex.
+  g_thread_mutex_lock(mutex);
+  std::thread first(get);
+  std::thread second(get);
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  g_thread_mutex_unlock(mutex);
+  first.join();
+  second.join();
+  EXPECT_EQ(taken, 1);
+  EXPECT_EQ(g_fifo_count(fifo), 0);
+  EXPECT_EQ(log.take(), empty_line(fifo));
+  g_fifo_free(fifo);
+}
+
 TEST(FifoThreads, ProducersThatDoNotTakeTurnsCannotOverfillTheRing) {
   GFifo* const fifo = g_fifo_new(1);
   LogCapture log;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -64,6 +65,10 @@ void record_released(void* data) {
 
 int collect(void* data, void* user_data) {
   static_cast<Data*>(user_data)->push_back(data);
+  return 0;
+}
+
+int look_only(void*, void*) {
   return 0;
 }
 
@@ -248,6 +253,15 @@ TEST_F(QueueTest, ANullElementMayPass) {
   EXPECT_EQ(released, Data{nullptr});
 }
 
+TEST_F(QueueTest, ANullElementMayBeRemovedAndDeleted) {
+  make({a, nullptr, b, nullptr});
+  g_queue_remove(queue, nullptr);
+  EXPECT_EQ(content(queue), (Data{a, b, nullptr}));
+  g_queue_delete(queue, nullptr);
+  EXPECT_EQ(content(queue), (Data{a, b}));
+  EXPECT_EQ(released, (Data{nullptr, nullptr}));
+}
+
 TEST_F(QueueTest, FirstAndLastLeaveTheElements) {
   EXPECT_EQ(g_queue_first(queue), nullptr);
   EXPECT_EQ(g_queue_last(queue), nullptr);
@@ -316,6 +330,48 @@ TEST_F(QueueTest, ClearAndRemoveReleaseWithTheQueueLocked) {
   g_thread_wait(waiting_thread);
   EXPECT_EQ(locked_inside, (std::vector<bool>{true, true}));
   g_queue_free(other);
+}
+
+TEST_F(QueueTest, EveryOtherCallWaitsForTheMutex) {
+  struct Call {
+    const char* name;
+    void (*make)(GQueue* queue);
+  };
+  const Call calls[] = {
+      {"empty", [](GQueue* q) { g_queue_empty(q); }},
+      {"enqueue", [](GQueue* q) { g_queue_enqueue(q, d); }},
+      {"dequeue", [](GQueue* q) { g_queue_dequeue(q, nullptr); }},
+      {"first", [](GQueue* q) { g_queue_first(q); }},
+      {"last", [](GQueue* q) { g_queue_last(q); }},
+      {"clear", [](GQueue* q) { g_queue_clear(q); }},
+      {"insert", [](GQueue* q) { g_queue_insert(q, a, d); }},
+      {"remove", [](GQueue* q) { g_queue_remove(q, a); }},
+      {"foreach", [](GQueue* q) { g_queue_foreach(q, look_only, nullptr); }},
+      {"foreach_reverse",
+       [](GQueue* q) { g_queue_foreach_reverse(q, look_only, nullptr); }},
+  };
+  for (const Call& call : calls) {
+    SCOPED_TRACE(call.name);
+    make({a, b});
+    GMutex* const mutex = front_of(queue).mutex;
+    std::atomic<bool> done{false};
+    g_thread_mutex_lock(mutex);
+    std::thread caller([&] {
+      call.make(queue);
+      done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(done);
+    g_thread_mutex_unlock(mutex);
+    caller.join();
+  }
+}
+
+TEST_F(QueueTest, CountTakesNoLock) {
+  make({a, b});
+  g_thread_mutex_lock(front_of(queue).mutex);
+  EXPECT_EQ(g_queue_count(queue), 2u);
+  g_thread_mutex_unlock(front_of(queue).mutex);
 }
 
 // --- clear, remove, delete ---
