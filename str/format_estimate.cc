@@ -117,10 +117,11 @@ bool is_well_formed(const char* modifiers, const char* character) {
 bool formatter_agrees(const char* modifiers, const char* character) {
   switch (*character) {
     case '$': {
-      // Its argument is numbered, not taken in turn, and the walk takes none either. A
-      // width or precision behind it, text to the walk, is another matter.
-      const char* const next = std::strpbrk(character, "*diouxXeEfgGaAcCsSpnm%");
-      return next == nullptr || *next != '*';
+      // Behind a number: the argument is not taken in turn, and the walk takes none either.
+      // What follows is text to the walk, but a width there is taken in turn.
+      const char* const next = std::strpbrk(character, "*%diouxXeEfgGaAcCsSpnm");
+      return is_digit(*modifiers) && behind_number(modifiers) == character &&
+             next != nullptr && !is_one_of(*next, "*%");
     }
     case 'D':
     case 'O':

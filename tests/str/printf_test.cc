@@ -537,6 +537,9 @@ TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
   // A width and a precision are taken in turn although the number itself is not.
   estimate("%1$*d|%s", 5, "abc");
   estimate("%1$-.*d|%s", 5, "abc");
+  // To the walk, the second "%" begins a conversion.
+  estimate("%1$%d|%s", "abc", 3, 4);
+  estimate("%**$d|%s", 3, "abc", 4, 5);
 #if defined(__i386__)
   // A long double of three words; the third is no pointer.
   estimate("%jf|%s", 0xc000'0000'0000'0000, 0x3fff, "abc");
