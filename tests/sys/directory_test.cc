@@ -44,6 +44,9 @@ namespace {
 std::vector<std::string> invented_entries;
 bool invent_entries = false;
 
+// How the library had the last list sorted.
+int (*last_order)(const struct dirent64**, const struct dirent64**) = nullptr;
+
 }  // namespace
 
 // The library's call comes here: the test program's names go before the C library's.
@@ -52,6 +55,7 @@ extern "C" int scandir64(const char* path, struct dirent64*** entries,
                          int (*order)(const struct dirent64**, const struct dirent64**)) {
   static const auto real =
       reinterpret_cast<decltype(&scandir64)>(dlsym(RTLD_NEXT, "scandir64"));
+  last_order = order;
   if (!invent_entries) return real(path, entries, selector, order);
   const std::size_t count = invented_entries.size();
   *entries = static_cast<struct dirent64**>(std::calloc(count, sizeof(void*)));
@@ -197,6 +201,13 @@ TEST(DirList, IsSortedAndKeepsNamesThatBeginWithADot) {
   }
   EXPECT_EQ(list(dir.path(), 0),
             (std::vector<std::string>{"...", "..y", ".x", "10", "9", "B", "a", "z"}));
+}
+
+TEST(DirList, IsSortedAsTheLocaleSays) {
+  TemporaryDirectory dir;
+  last_order = nullptr;
+  list(dir.path(), 0);
+  EXPECT_EQ(last_order, alphasort64);
 }
 
 TEST(DirList, AllocatesOnePointerForEachEntryTheDotsIncluded) {
@@ -430,6 +441,21 @@ TEST(Rmdir, TheWalkOverTheComponentsStopsAtTheFirstThatCannotBeOpened) {
   EXPECT_EQ(log.take().size(), 1u);
   EXPECT_FALSE(exists(dir / "dangling"));
   EXPECT_TRUE(exists(dir.path()));
+}
+
+TEST(Rmdir, BehindAComponentThatMayNotBeReadNothingIsRemoved) {
+  TemporaryDirectory dir;
+  ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
+  const int answer = unprivileged([&] {
+    make_directory(dir / "closed");
+    dir.write("closed/file", "");
+    if (chmod((dir / "closed").c_str(), 0300) != 0) return 1;
+    const LogCapture log;
+    if (g_rmdir((dir / "closed/file/x").c_str()) != 0) return 2;
+    if (chmod((dir / "closed").c_str(), 0700) != 0) return 3;
+    return exists(dir / "closed/file") ? 0 : 4;
+  });
+  EXPECT_EQ(answer, 0);
 }
 
 TEST(Rmdir, ALinkToADirectoryIsFollowedAndItsTargetEmptied) {

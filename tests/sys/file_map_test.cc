@@ -190,11 +190,14 @@ TEST_F(FileMap, EveryModeButZeroIsRefusedAsTheFileIsOpenedWriteOnly) {
 TEST_F(FileMap, AFileThatCannotBeWrittenIsOpenedForModeZeroOnly) {
   const std::string directory = dir_.path();
   LogCapture log;
-  EXPECT_EQ(g_file_map(directory.c_str(), 0, kPage, 1, nullptr), nullptr);
-  EXPECT_EQ(
-      log.take(),
-      (Lines{warning_line("g_file", "can't open file '" + directory + "' - Is a directory"),
-             warning_line("g_file", "can't open '" + directory + "' for file map.")}));
+  for (const int mode : {1, 2, -1}) {
+    EXPECT_EQ(g_file_map(directory.c_str(), 0, kPage, mode, nullptr), nullptr);
+    EXPECT_EQ(
+        log.take(),
+        (Lines{
+            warning_line("g_file", "can't open file '" + directory + "' - Is a directory"),
+            warning_line("g_file", "can't open '" + directory + "' for file map.")}));
+  }
   EXPECT_EQ(g_file_map(directory.c_str(), 0, kPage, 0, nullptr), nullptr);
   EXPECT_EQ(log.take(), Lines{warning_line("g_file", "can't map file - No such device")});
 }

@@ -10,7 +10,9 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -27,6 +29,33 @@ using test::LogCapture;
 using test::TemporaryDirectory;
 using test::warning_line;
 using Lines = std::vector<std::string>;
+
+namespace {
+
+struct SeekCall {
+  off64_t offset;
+  int whence;
+  bool operator==(const SeekCall&) const = default;
+};
+std::vector<SeekCall> seeks;
+bool watch_seeks = false;
+bool shorten_reads = false;  // by one byte
+
+}  // namespace
+
+// The library's calls come here: the test program's names go before the C library's.
+extern "C" off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept {
+  static const auto real =
+      reinterpret_cast<off64_t (*)(int, off64_t, int)>(dlsym(RTLD_NEXT, "lseek64"));
+  if (watch_seeks) seeks.push_back({offset, whence});
+  return real(descriptor, offset, whence);
+}
+
+extern "C" ssize_t read(int descriptor, void* buf, size_t size) {
+  static const auto real =
+      reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+  return real(descriptor, buf, shorten_reads && size > 0 ? size - 1 : size);
+}
 
 namespace {
 
@@ -101,6 +130,19 @@ TEST(FileOpen, ModeOneWritesAnExistingFileFromItsStartAndKeepsItsContent) {
   EXPECT_EQ(g_file_write(file.get(), "X", 1), 1);
   file.reset();
   EXPECT_EQ(test::read_file(path), "Xbc");
+}
+
+TEST(FileOpen, ModeOneAloneSeeksToTheStart) {
+  TemporaryDirectory dir;
+  const std::string path = dir.write("f", "abc");
+  for (const int mode : {0, 1, 2, 3}) {
+    seeks.clear();
+    watch_seeks = true;
+    const File file = open_file(path, mode);
+    watch_seeks = false;
+    EXPECT_EQ(seeks,
+              mode == 1 ? std::vector<SeekCall>({{0, SEEK_SET}}) : std::vector<SeekCall>{});
+  }
 }
 
 TEST(FileOpen, ModeOneCreatesNothing) {
@@ -526,6 +568,28 @@ TEST(FileReadBuf, AReadThatGivesAnotherCountIsReportedAndLeavesNothingOpen) {
   EXPECT_EQ(len, 7);
   EXPECT_EQ(log.take(), Lines{warning_line("g_file", "can't read file '" + path + "'.")});
   EXPECT_EQ(lowest_free_descriptor(), expected);
+}
+
+TEST(FileReadBuf, AShortReadIsReportedAndLeavesNothingBehind) {
+  TemporaryDirectory dir;
+  const std::string path = dir.write("f", "abc");
+  const int expected = lowest_free_descriptor();
+  LogCapture log;
+  int64_t len = 7;
+  shorten_reads = true;
+  char* const buf = g_file_read_buf(path.c_str(), &len);
+  shorten_reads = false;
+  EXPECT_EQ(buf, nullptr);
+  EXPECT_EQ(len, 7);
+  EXPECT_EQ(log.take(), Lines{warning_line("g_file", "can't read file '" + path + "'.")});
+  EXPECT_EQ(lowest_free_descriptor(), expected);
+  g_debug_set_level2(G_LOG_SILENT);  // collecting lines would allocate
+  AllocationFaults faults(0);
+  shorten_reads = true;
+  g_file_read_buf(path.c_str(), &len);
+  shorten_reads = false;
+  faults.disarm();
+  EXPECT_EQ(faults.outstanding(), 0);
 }
 
 TEST(FileReadBuf, ExhaustedHeapIsReportedAndLeavesNothingOpen) {

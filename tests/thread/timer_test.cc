@@ -519,6 +519,8 @@ TEST_F(Timer, IntervalBelowTheResolutionWarnsAndAddsTenMilliseconds) {
   pass_at(10);
   EXPECT_EQ(plan.calls.load(), 1);
   EXPECT_EQ(plan.interval.load(), 10u);
+  EXPECT_NE(g_add_timer_ex(-7, Plan::run, &plan), nullptr);
+  EXPECT_EQ(output.take(), Lines{"**WARNING** g_add_timer interval=-7 < 10"});
 }
 
 TEST_F(Timer, IntervalIsRoundedUpToTheResolution) {
