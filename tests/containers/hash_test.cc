@@ -326,6 +326,16 @@ TEST_F(HashTest, RemoveDestroysStoredKeyAndValueAndLeavesAHole) {
   EXPECT_EQ(content(hash), std::vector<Pair>(4));
 }
 
+TEST_F(HashTest, NullKeysAndNullValuesAreDestroyedToo) {
+  make(8, nullptr, nullptr, record_destroyed);
+  for (const std::uintptr_t key : {0u, 1u, 2u}) g_hash_insert(hash, number(key), nullptr);
+  g_hash_remove(hash, number(1));
+  EXPECT_EQ(destroyed, (std::vector<Pair>{{number(1), nullptr}}));
+  destroyed.clear();
+  g_hash_free(std::exchange(hash, nullptr));
+  EXPECT_EQ(destroyed, (std::vector<Pair>{{number(0), nullptr}, {number(2), nullptr}}));
+}
+
 // The table that a callback looks at while it runs.
 GHash* observed = nullptr;
 unsigned observed_count = 0;
