@@ -125,11 +125,10 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
   for (unsigned place = 0; place < 4; ++place) {
     const std::uint32_t value = kValues[3][text[place]];
     if (value != kNoCharacter) {
-      // Kept: this takes back the padding that a "=" before it announced.
+      // Kept: also the last place behind a "=", where it then counts for nothing.
       values[place] = value;
     } else if (text[place] == kPad && at_end && place >= 2) {
       values[place] = kPadding;
-      values[3] = kPadding;
     } else {
       return -1;
     }
