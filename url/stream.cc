@@ -129,6 +129,14 @@ int64_t refuse_to_seek() {
   return -1;
 }
 
+// A negative size is a request of 2 GiB or more, which no 32-bit heap grants. It is refused
+// here, so that wider heaps and checking allocators answer the same.
+void* allocated(int32_t size) {
+  if (size >= 0) return std::malloc(static_cast<std::size_t>(size));
+  errno = ENOMEM;
+  return nullptr;
+}
+
 // A forward move from `position` of a stream that cannot seek. Answers with where the
 // stream stood before: kept, callers know it.
 int64_t skip_unlimited(URL url, int64_t n, int64_t position) {
@@ -321,16 +329,16 @@ extern "C" void url_set_readlimit(URL url, int32_t limit) {
 }
 
 extern "C" URL alloc_url(int32_t size) {
-  // A negative size becomes one that no heap has.
-  const auto bytes = std::max(static_cast<std::size_t>(size), sizeof(URL_record));
-  const URL url = static_cast<URL>(std::malloc(bytes));
+  constexpr int32_t kSmallest = sizeof(URL_record);
+  if (size >= 0) size = std::max(size, kSmallest);
+  const URL url = static_cast<URL>(allocated(size));
   if (url == nullptr) [[unlikely]] {
     url_errno = errno;
     return nullptr;
   }
   *url = URL_record{};
   url->readlimit = URL_NO_READLIMIT;
-  std::memset(url + 1, 0, bytes - sizeof(URL_record));
+  std::memset(url + 1, 0, static_cast<std::size_t>(size - kSmallest));
   return url;
 }
 
@@ -369,13 +377,8 @@ extern "C" const char* url_strerror(int32_t code) {
 extern "C" void* url_dump(URL url, int32_t size, int32_t* len_out) {
   if (len_out != nullptr) *len_out = 0;
   if (size == 0) return nullptr;
-  // Kept: a negative size is a request of 2 GiB or more, which no 32-bit heap grants. It is
-  // refused here, so that wider heaps and checking allocators answer the same.
-  if (size < 0) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  void* const buf = std::malloc(static_cast<std::size_t>(size));
+  // Kept: a negative size does not mean "to the end".
+  void* const buf = allocated(size);
   if (buf == nullptr) return nullptr;
   const int32_t count = url_nread(url, buf, size);
   if (len_out != nullptr) *len_out = count;

@@ -306,8 +306,8 @@ G_API void url_set_readlimit(URL url, int32_t limit);
  *
  * @param size  bytes, the common part included; a smaller size is raised to that part's.
  * @return the record, zero-filled but for its read limit, URL_NO_READLIMIT; released with
- *         free() by the stream's `close`. Null when memory is exhausted, with `url_errno`
- *         as `errno`.
+ *         free() by the stream's `close`. Null when memory is exhausted, and for a negative
+ *         size, which asks for more than there is: `url_errno` is then as `errno`, ENOMEM.
  */
 G_API URL alloc_url(int32_t size);
 
