@@ -410,6 +410,13 @@ TEST_F(FileStream, OnDescriptorZeroIsStandardInputWhateverItsName) {
   EXPECT_NE(fcntl(0, F_GETFD), -1);
 }
 
+TEST_F(FileStream, NamedDashAndMoreIsAFile) {
+  for (const char* const name : {"-nosuchfile", "--"}) {
+    EXPECT_EQ(url_file_open(name), nullptr);
+    EXPECT_ERRORS(ENOENT, ENOENT);
+  }
+}
+
 TEST_F(FileStream, NamedDashWithTheSchemeIsAFile) {
   EXPECT_EQ(url_file_open("file:-"), nullptr);
   EXPECT_ERRORS(ENOENT, ENOENT);

@@ -300,6 +300,17 @@ TEST(UrlAddModule, PutsTheNewestFirst) {
   IN_CHILD(newest_first());
 }
 
+void added_twice() {
+  url_add_module(&module_a);
+  url_add_module(&module_a);
+  EXPECT_EQ(module_a.next, &module_a);
+  EXPECT_EQ(url_check_type("a"), 11);
+}
+
+TEST(UrlAddModule, DoesNotLookWhetherTheModuleIsThere) {
+  IN_CHILD(added_twice());
+}
+
 void in_order() {
   url_add_modules(nullptr, &module_a, static_cast<URL_module*>(nullptr));
   EXPECT_EQ(url_check_type("a"), -1);
@@ -449,6 +460,23 @@ TEST(UrlRead, StopsAtTheLimitAndThenSetsEof) {
   EXPECT_ERRORS(URLERR_NONE, 0);
   EXPECT_EQ(url->nread, 5u);
   EXPECT_EQ(url.take_calls(), Calls{"read 5"});
+}
+
+TEST(UrlRead, NeverTakesEofBack) {
+  Stream url("abcdef", kFgetc);
+  url_set_readlimit(url, 2);
+  char buf[8];
+  EXPECT_EQ(url_read(url, buf, 8), 2);
+  EXPECT_EQ(url_read(url, buf, 8), 0);
+  EXPECT_EQ(url->eof, 1);
+  url_rewind(url);
+  EXPECT_EQ(url_read(url, buf, 1), 1);
+  EXPECT_EQ(url_fgetc(url), 'd');
+  url_set_readlimit(url, -1);
+  EXPECT_EQ(url_seek(url, 1, SEEK_CUR), 0);
+  EXPECT_EQ(url_gets(url, buf, 8), buf);
+  EXPECT_STREQ(buf, "f");
+  EXPECT_EQ(url->eof, 1);
 }
 
 TEST(UrlRead, OfExactlyWhatTheLimitLeavesIsNotLowered) {
@@ -919,6 +947,16 @@ TEST(UrlSeekByReading, AsksTheTellSlot) {
   EXPECT_EQ(url->nread, 60u);
 }
 
+TEST(UrlSeekByReading, ComparesPositionsIn64Bits) {
+  Stream url(std::string(200, 'x'), kTell);
+  url.script().position = 40;
+  EXPECT_EQ(url_seek(url, int64_t{1} << 32, SEEK_SET), 40);
+  EXPECT_EQ(url.position(), 200u);
+  url->tell = [](URL) { return int64_t{1} << 32; };
+  EXPECT_EQ(url_seek(url, 100, SEEK_SET), -1);
+  EXPECT_ERRORS(EPERM, EPERM);
+}
+
 TEST(UrlSeekByReading, ToWhereItStandsReadsNothing) {
   Stream url("abcdef");
   url->nread = 4;
@@ -1116,6 +1154,14 @@ TEST(AllocUrl, WithoutMemoryGivesNullAndErrnoInUrlErrno) {
   faults.disarm();
   EXPECT_EQ(url, nullptr);
   EXPECT_ERRORS(ENOMEM, ENOMEM);
+}
+
+TEST(AllocUrl, OfANegativeSizeIsMoreThanThereIs) {
+  for (const int32_t size : {-1, -4096, INT32_MIN}) {
+    set_errors();
+    EXPECT_EQ(alloc_url(size), nullptr) << size;
+    EXPECT_ERRORS(ENOMEM, ENOMEM);
+  }
 }
 
 TEST(AllocUrl, MakesRoomForTheCommonPartAtLeast) {
