@@ -80,7 +80,10 @@ bool NameIndex::in_step(const GList* list) const {
 }
 
 void NameIndex::renew(GList* list) {
-  if (in_step(list)) return;
+  if (!in_step(list)) rebuild(list);
+}
+
+void NameIndex::rebuild(GList* list) {
   clear();
   for (GList* node = list; node != nullptr; node = node->next) {
     tail_ = node;
@@ -107,13 +110,15 @@ void NameIndex::append(GList*& list, GList* node) {
 }
 
 void NameIndex::remove(GList*& list, void* record) {
-  GList* node = nullptr;
+  // A program may have exchanged what the nodes hold: then no note is to be trusted.
+  if (slots_ != nullptr && hidden_of(record).node->data != record) rebuild(list);
+  GList* node;
   if (slots_ != nullptr) {
     erase(hash_of(record), record);
     node = hidden_of(record).node;
+  } else {
+    node = g_list_find(list, record);
   }
-  // A program may have moved the record to another node.
-  if (node == nullptr || node->data != record) node = g_list_find(list, record);
   if (node == tail_) tail_ = node->prev;
   --count_;
   list = g_list_delete_link(list, node);

@@ -7,7 +7,7 @@
 //   hit      one probe of the table and one comparison
 //   miss     one probe; believed when the list still begins and ends where the index knows
 //   append   through the remembered last node, amortised growth of the table
-//   removal  through the record's own note of its node
+//   removal  through the record's own note of its node, unless the node holds another now
 //
 // What a look-up answers does not hang on the index being in step: a list that was
 // reordered, or got records of the program's own at an end, begins or ends elsewhere, and
@@ -83,6 +83,7 @@ class NameIndex {
   static void* walk_any(const GList* list, std::string_view name);
   bool has_name(const void* record, std::string_view name) const;
   std::uint32_t home_of(std::uint32_t hash) const { return hash >> shift_; }
+  void rebuild(GList* list);
   void build(GList* list);
   bool resize(std::uint32_t capacity);
   void insert(std::uint32_t hash, void* record);
