@@ -44,6 +44,10 @@ namespace {
 std::vector<std::string> invented_entries;
 bool invent_entries = false;
 
+// The paths that mkdir() was called with, while watched.
+std::vector<std::string> made;
+bool watch_mkdir = false;
+
 // How the library had the last list sorted.
 int (*last_order)(const struct dirent64**, const struct dirent64**) = nullptr;
 
@@ -67,6 +71,13 @@ extern "C" int scandir64(const char* path, struct dirent64*** entries,
     (*entries)[i] = entry;
   }
   return static_cast<int>(count);
+}
+
+extern "C" int mkdir(const char* path, mode_t mode) noexcept {
+  static const auto real =
+      reinterpret_cast<int (*)(const char*, mode_t)>(dlsym(RTLD_NEXT, "mkdir"));
+  if (watch_mkdir) made.emplace_back(path);
+  return real(path, mode);
 }
 
 namespace {
@@ -354,6 +365,25 @@ TEST(Mkdir, WhatExistsIsSuccess) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
+TEST(Mkdir, TriesTheWholePathFirstAndThenEachParentWhateverTheErrorWas) {
+  TemporaryDirectory dir;
+  char former[PATH_MAX];
+  ASSERT_NE(getcwd(former, sizeof former), nullptr);
+  ASSERT_EQ(chdir(dir.path().c_str()), 0);
+  char relative[] = "a/b/c";
+  const Lines whole{"a/b/c"};
+  const Lines whole_and_parents{"a/b/c", "a", "a/b"};
+  // Nothing is there, then only the parents are, then everything is.
+  for (const Lines& expected : {whole_and_parents, whole, whole_and_parents}) {
+    made.clear();
+    watch_mkdir = true;
+    EXPECT_EQ(g_mkdir(relative), 0);
+    watch_mkdir = false;
+    EXPECT_EQ(made, expected);
+  }
+  ASSERT_EQ(chdir(former), 0);
+}
+
 TEST(Mkdir, AParentThatCannotBeCreatedIsReportedAndThePathRestored) {
   TemporaryDirectory dir;
   dir.write("f", "");
@@ -592,6 +622,8 @@ TEST(Rmdir, NamesMayHoldAnyByte) {
     return std::strcmp(a.c_str(), b.c_str()) < 0;
   });
   EXPECT_EQ(list(dir / "tree", 0), names);
+  const auto count = [](const char*, const struct stat64*, void*) { return 1; };
+  EXPECT_EQ(g_scandir((dir / "tree").c_str(), count, nullptr), 254);
   LogCapture log;
   EXPECT_EQ(g_rmdir((dir / "tree").c_str()), 0);
   EXPECT_EQ(log.take(), Lines{});

@@ -324,31 +324,70 @@ TEST(Scandir, DepthCostsNoDescriptors) {
   EXPECT_EQ(g_rmdir((dir / "tree").c_str()), 0);
 }
 
+// Makes a chain of directories below `tree`, until the path of the last has so many bytes.
+std::string make_chain(const std::string& tree, std::size_t size) {
+  std::string bottom = tree;
+  int at = open(tree.c_str(), O_RDONLY | O_DIRECTORY);
+  while (bottom.size() < size) {
+    std::size_t length = std::min<std::size_t>(size - bottom.size() - 1, 200);
+    if (size - bottom.size() - 1 - length == 1) --length;  // the next would be "/" alone
+    const std::string name(length, 'd');
+    EXPECT_EQ(mkdirat(at, name.c_str(), 0755), 0);
+    const int next = openat(at, name.c_str(), O_RDONLY | O_DIRECTORY);
+    EXPECT_NE(next, -1);
+    close(at);
+    at = next;
+    bottom += "/" + name;
+  }
+  close(at);
+  EXPECT_EQ(bottom.size(), size);
+  return bottom;
+}
+
+void make_files(const std::string& directory, const std::vector<std::string>& names) {
+  const int at = open(directory.c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_NE(at, -1);
+  for (const std::string& name : names) {
+    close(openat(at, name.c_str(), O_CREAT | O_WRONLY, 0644));
+  }
+  close(at);
+}
+
+// Of a path that has no room left even for the slash, all is shown.
+TEST(Scandir, AtTheEndOfThePathsRoomNothingIsVisitedThatDoesNotFit) {
+  struct Row {
+    std::size_t size;
+    const char* shown;
+  };
+  for (const Row& row : {Row{4093, nullptr}, Row{4094, "/"}, Row{4095, ""}}) {
+    TemporaryDirectory dir;
+    make_directory(dir / "tree");
+    const std::string bottom = make_chain(dir / "tree", row.size);
+    make_files(bottom, {"a"});
+    std::vector<std::string> paths;
+    const std::string output = printed([&] { paths = visited(dir / "tree"); });
+    if (row.shown == nullptr) {
+      EXPECT_EQ(paths, std::vector<std::string>{bottom + "/a"});
+      EXPECT_EQ(output, "");
+    } else {
+      EXPECT_EQ(paths, std::vector<std::string>{});
+      EXPECT_EQ(output, "g_dir:# stat('" + bottom + row.shown + "') fail\n");
+    }
+    LogCapture log;
+    EXPECT_EQ(g_rmdir((dir / "tree").c_str()), row.shown == nullptr ? 0 : -1);
+    EXPECT_EQ(log.take().size(), row.shown == nullptr ? 0u : 1u);
+    if (row.shown != nullptr) test::remove_deep_tree(dir / "tree");
+  }
+}
+
 // At the bottom of a chain whose path leaves room for names of 5 bytes, "abcde" fits and
 // "abcdefgh" does not: cut, it would be the other one.
 TEST(Scandir, ANameThatDoesNotFitIsPrintedCutAndNeverTakenForAnotherFile) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";
   make_directory(tree);
-  const std::size_t room = 4095 - 6;  // for the path of the directory: "/abcde" follows
-  std::string bottom = tree;
-  int at = open(tree.c_str(), O_RDONLY | O_DIRECTORY);
-  while (bottom.size() < room) {
-    std::size_t length = std::min<std::size_t>(room - bottom.size() - 1, 200);
-    if (room - bottom.size() - 1 - length == 1) --length;  // the next would be "/" alone
-    const std::string name(length, 'd');
-    ASSERT_EQ(mkdirat(at, name.c_str(), 0755), 0);
-    const int next = openat(at, name.c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_NE(next, -1);
-    close(at);
-    at = next;
-    bottom += "/" + name;
-  }
-  ASSERT_EQ(bottom.size(), room);
-  for (const char* const name : {"abcde", "abcdefgh"}) {
-    close(openat(at, name, O_CREAT | O_WRONLY, 0644));
-  }
-  close(at);
+  const std::string bottom = make_chain(tree, 4095 - 6);  // "/abcde" follows
+  make_files(bottom, {"abcde", "abcdefgh"});
   std::vector<std::string> paths;
   const std::string output = printed([&] { paths = visited(tree); });
   EXPECT_EQ(paths, std::vector<std::string>{bottom + "/abcde"});
@@ -407,19 +446,27 @@ TEST(Scandir, TheFunctionMayEndItsThreadAndNothingIsLost) {
   make_directory(dir / "sub");
   dir.write("sub/file", "");
   const int expected = lowest_free_descriptor();
+  static AllocationFaults* faults;
   std::string path = dir.path();
   const auto walk = [](void* top) -> void* {
     const auto leave = [](const char*, const struct stat64*, void*) -> int {
       pthread_exit(nullptr);
     };
+    faults = new AllocationFaults(0);
     g_scandir(static_cast<const char*>(top), leave, nullptr);
     return top;
   };
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, nullptr, walk, path.data()), 0);
-  void* result = path.data();
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, nullptr);
+  for (const bool is_warm : {false, true}) {  // the first exit loads the unwinder
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, walk, path.data()), 0);
+    void* result = path.data();
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, nullptr);
+    if (is_warm) {
+      EXPECT_EQ(faults->outstanding(), 0);
+    }
+    delete faults;
+  }
   EXPECT_EQ(lowest_free_descriptor(), expected);
 }
 

@@ -377,6 +377,17 @@ TEST(TimerService, EachPassWithoutALockReportsItTwice) {
   g_timer_cleanup();
 }
 
+TEST(TimerService, InitAfterEnablingIsRefusedAndMakesNoLock) {
+  LogCapture log;
+  Output output;
+  EXPECT_EQ(g_timer_enable(1), 0);
+  EXPECT_EQ(g_timer_init(), -1);
+  EXPECT_EQ(g_add_timer(100, nullptr, nullptr), nullptr);
+  EXPECT_EQ(output.take(), (Lines{"*ERR* g_timer_init fail: thread runnin",
+                                  "you must call g_init(g_init_timer) first"}));
+  g_timer_cleanup();
+}
+
 TEST(TimerService, ThreadLeavesTheTimersAloneUntilItsHandleIsStored) {
   LogCapture log;
   Output output;
