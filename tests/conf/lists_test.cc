@@ -10,8 +10,10 @@
 #include <chrono>
 #include <clocale>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <utility>
 
 #include "conf/conf_support.h"
@@ -427,6 +429,38 @@ TEST_F(ConfGrowth, AHundredThousandKeysInOneSection) {
     g_conf_remove_key(conf.get(), "s", key_name(key).c_str());
   }
   EXPECT_EQ(g_list_length(g_find_section(conf.get(), "s")->entries), 100000u);
+}
+
+TEST_F(ConfGrowth, AReorderedListCostsOneWalkAtTheNextChange) {
+  constexpr int kKeys = 100000;
+  const ConfFile file(text_of(kKeys));
+  const Conf conf = file.open();
+  GConfSection* const section = g_find_section(conf.get(), "s");
+  section->entries = g_list_reverse(section->entries);
+  for (int key = 0; key < kKeys; ++key) {
+    g_conf_remove_key(conf.get(), "s", key_name(key).c_str());
+  }
+  EXPECT_EQ(section->entries, nullptr);
+}
+
+// So many pairs of names that some share whatever 32 bits they are hashed to.
+TEST_F(ConfGrowth, ANameIsNotTakenForAnotherThatHashesAlike) {
+  std::mt19937 random(20261120);
+  char key[] = "----------";
+  const auto next_key = [&] {
+    std::uint64_t bits = random();
+    bits = bits << 32 | random();
+    for (int at = 0; at < 10; ++at, bits >>= 4)
+      key[at] = static_cast<char>('a' + bits % 16);
+    return key;
+  };
+  std::string text = "[s]\n";
+  for (int stored = 0; stored < 100000; ++stored) text += std::string(next_key()) + "=v\n";
+  const ConfFile file(text);
+  const Conf conf = file.open();
+  for (int other = 0; other < 300000; ++other) {
+    ASSERT_EQ(g_conf_read_string(conf.get(), "s", next_key(), nullptr), nullptr) << key;
+  }
 }
 
 TEST_F(ConfGrowth, TenThousandSectionsOfTenKeys) {
