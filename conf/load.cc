@@ -14,9 +14,9 @@
 #include "conf/file_text.h"
 #include "conf/model.h"
 #include "conf/name.h"
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
-#include "thread/mutex_lock.h"
 
 namespace groundwork {
 namespace {

@@ -13,8 +13,8 @@
 
 #include "conf/file_text.h"
 #include "conf/model.h"
+#include "core/cancellation.h"
 #include "core/check.h"
-#include "thread/mutex_lock.h"
 
 namespace groundwork {
 namespace {

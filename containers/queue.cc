@@ -15,6 +15,7 @@
 
 #include <pthread.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "thread/mutex_lock.h"
 

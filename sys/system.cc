@@ -19,6 +19,7 @@
 
 #include <groundwork/str.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 
 namespace {
@@ -26,19 +27,6 @@ namespace {
 constexpr char kSource[] = "g_sys";
 constexpr std::size_t kStackTouched = 65536;
 constexpr int kLineSize = 512;  // terminator included; a longer line is read in parts
-
-// While alive, cancelling the thread waits: it would leave a file open, since cancellation
-// runs no destructors. What is read here never blocks.
-class CancellationDisabled {
- public:
-  CancellationDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_state_); }
-  ~CancellationDisabled() { pthread_setcancelstate(former_state_, nullptr); }
-  CancellationDisabled(const CancellationDisabled&) = delete;
-  CancellationDisabled& operator=(const CancellationDisabled&) = delete;
-
- private:
-  int former_state_ = PTHREAD_CANCEL_ENABLE;
-};
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -64,7 +52,9 @@ bool has_piece(const Pieces& pieces, int index) {
 // none.
 template <typename Predicate>
 bool read_line(const char* path, char (&line)[kLineSize], Predicate is_wanted) {
-  const CancellationDisabled guard;
+  // What is read here never blocks, and a thread that ended meanwhile would leave a file
+  // open.
+  const groundwork::CancellationHeld held;
   const File file(std::fopen(path, "r"));
   if (file == nullptr) return false;
   while (std::fgets(line, kLineSize, file.get()) != nullptr) {

@@ -18,6 +18,7 @@
 #include <pthread.h>
 #include <sys/time.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
 #include "thread/mutex_lock.h"

@@ -22,7 +22,7 @@
 
 #include <groundwork/thread.h>
 
-#include "thread/mutex_lock.h"
+#include "core/cancellation.h"
 #include "thread/own_thread.h"
 
 using namespace groundwork;
