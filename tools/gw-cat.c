@@ -222,15 +222,21 @@ static int32_t next_request(struct copy *copy, int32_t room) {
   return room;
 }
 
+/* Whether the connection of an HTTP stream has failed. A read answers with what came before
+ * that, if only 0 bytes, and leaves the error in errno; the next one would find an end. */
+static bool is_broken(URL in) {
+  return in->type == URL_HTTP && ferror(((const URL_http *)in)->stream);
+}
+
 static int copy_blocks(struct copy *copy) {
   static char block[BLOCK_SIZE];
   for (;;) {
     const int32_t n = url_safe_read(copy->in, block, next_request(copy, BLOCK_SIZE));
     if (n < 0) return read_failed(copy, url_errno);
-    /* An HTTP stream answers 0 to a broken connection, too, but leaves its error. */
-    if (n == 0 && copy->in->type == URL_HTTP && errno != 0) return read_failed(copy, errno);
+    const int error = is_broken(copy->in) ? errno : 0;
+    if (n > 0 && !write_all(copy, block, (size_t)n)) return write_failed(copy);
+    if (error != 0) return read_failed(copy, error);
     if (n == 0) return finish(copy);
-    if (!write_all(copy, block, (size_t)n)) return write_failed(copy);
   }
 }
 

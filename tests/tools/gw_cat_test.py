@@ -35,7 +35,8 @@ def run(*arguments, stdin=b"", stdout=subprocess.PIPE):
 class Server:
     """Answers each connection on loopback with the reply, and keeps the requests."""
 
-    def __init__(self, reply, pace=0):
+    def __init__(self, reply, pace=0, reset=False):
+        self.reset = reset  # cuts the connection off instead of closing it
         self.reply = reply if isinstance(reply, list) else [reply]
         self.pace = pace
         self.requests = []
@@ -66,6 +67,9 @@ class Server:
                         time.sleep(self.pace)
                 except OSError:
                     pass
+                if self.reset:
+                    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER,
+                                          struct.pack("ii", 1, 0))
 
     def __enter__(self):
         return self
@@ -153,7 +157,9 @@ class Files(Case):
         self.assertEqual(self.content(out), b"kept")
 
     def test_a_folder_fails(self):
-        self.assert_fails(run(self.folder.name), f"gw-cat: {self.folder.name}: Is a directory")
+        for option in ([], ["--lines"]):
+            self.assert_fails(run(*option, self.folder.name),
+                              f"gw-cat: {self.folder.name}: Is a directory")
 
     def test_the_input_is_not_taken_as_output(self):
         path = self.file("a", b"data")
@@ -172,7 +178,9 @@ class StandardInput(Case):
 
     def test_offset_drops_what_comes_before(self):
         self.assertEqual(run("--offset", "5", "-", stdin=b"0123456789"), (0, b"56789", ""))
-        self.assertEqual(run("--offset", "50", "-", stdin=b"0123456789"), (0, b"", ""))
+        for offset in (50, 2**62):
+            self.assertEqual(run("--offset", str(offset), "-", stdin=b"0123456789"),
+                             (0, b"", ""))
 
     def test_it_stays_where_it_was_read_to(self):
         with open(self.file("a", b"0123456789"), "rb") as file:
@@ -264,6 +272,13 @@ class Http(Case):
                 self.assertEqual(result[1], b"short")
                 self.assert_fails(result,
                                   f"gw-cat: {server.url()}: ended after 5 of 100 bytes")
+
+    def test_a_connection_that_breaks_is_a_failure_even_without_an_announced_length(self):
+        for option in ([], ["--lines"]):
+            with Server(ok(b"some", length=False), pace=0.3, reset=True) as server:
+                result = run(*option, server.url())
+                self.assertEqual(result[1], b"some")
+                self.assert_fails(result, f"gw-cat: {server.url()}: Connection reset by peer")
 
     def test_lines_come_while_the_server_goes_on(self):
         pieces = [ok(b"", length=False) + b"first\n"] + [b"later\n"] * 4
@@ -391,6 +406,12 @@ class Terminal(Case):
         self.assertEqual(status, 1)
         self.assertTrue(drawn.endswith(
             f"\ngw-cat: {server.url()}: ended after 5 of 100 bytes\n"), drawn)
+        with Server([ok(b"", length=False) + b"x" * 32768, b"x"], pace=0.3,
+                    reset=True) as server:
+            status, drawn = self.on_terminal("-o", self.path("out"), server.url())
+        self.assertEqual(status, 1)
+        self.assertTrue(drawn.endswith(
+            f"\ngw-cat: {server.url()}: Connection reset by peer\n"), drawn)
 
 
 if __name__ == "__main__":
