@@ -409,8 +409,9 @@ G_API extern URL_module URL_module_http;
 /**
  * Requests a resource with HTTP/1.0 and opens its body as a stream. Redirects, chunks and
  * authentication are not followed, undone or answered: the body comes byte for byte.
- * "Content-Length:" becomes the read limit. A read that meets a broken connection answers with
- * the bytes before it, if only 0, and leaves the reason in `errno`; the next finds an end.
+ * "Content-Length:" becomes the read limit. A read that meets a broken connection answers
+ * with the bytes before it, if only 0, and leaves the reason in `errno`; the next finds an
+ * end.
  *
  * @param url  "http://host[:port][/path][?query]"; the scheme may be missing.
  * @return the stream at its first body byte. Null on failure, with `url_errno`:
