@@ -55,7 +55,6 @@ static_assert(offsetof(GHash, size) == sizeof(void*) &&
 namespace {
 
 constexpr char kSource[] = "g_hash";
-constexpr uint32_t kWalkedSlots = 16;  // up to here a walk costs less than an index
 
 bool equal_text(const void* a, const void* b) {
   return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b)) == 0;
@@ -233,7 +232,7 @@ void put(GHash& hash, uint32_t slot, Entry* entry) {
 bool allocate_slots(GHash& hash, uint32_t size) {
   void* block = nullptr;
   const uint64_t slot_bytes = uint64_t{size} * sizeof(Entry*);
-  if (hash.keys != Keys::kCallers && size > kWalkedSlots && size <= SlotIndex::kMaxSlots) {
+  if (hash.keys != Keys::kCallers && size <= SlotIndex::kMaxSlots) {
     const uint64_t bytes = slot_bytes + SlotIndex::words(size) * sizeof(uint32_t);
     if (bytes <= PTRDIFF_MAX) block = std::calloc(1, static_cast<size_t>(bytes));
   }
