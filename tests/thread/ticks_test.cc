@@ -21,6 +21,7 @@
 #include <sys/select.h>
 
 #include "support/fake_clock.h"
+#include "support/library_sleep.h"
 
 using test::FakeClock;
 using test::kLastSecondOf32Bits;
@@ -51,26 +52,11 @@ bool answer(TimeValue* time, int* result) {
 
 }  // namespace
 
-#if __SIZEOF_LONG__ == 8
-using LibraryTime = timeval;
-#define SELECT select
-#else
-struct LibraryTime {
-  std::int64_t tv_sec;
-  std::int64_t tv_usec;
-};
-#define SELECT __select64
-extern "C" int __select64(int, fd_set*, fd_set*, fd_set*, LibraryTime*);
-#endif
-#define NAME_OF(function) NAME_OF_EXPANDED(function)
-#define NAME_OF_EXPANDED(function) #function
-
-extern "C" int SELECT(int count, fd_set* read, fd_set* write, fd_set* except,
-                      LibraryTime* time) {
+extern "C" int LIBRARY_SELECT(int count, fd_set* read, fd_set* write, fd_set* except,
+                              LibraryTimeval* time) {
   int result;
   if (answer(time, &result)) return result;
-  static auto* const function =
-      reinterpret_cast<decltype(SELECT)*>(dlsym(RTLD_NEXT, NAME_OF(SELECT)));
+  static auto* const function = NEXT_OF(LIBRARY_SELECT);
   return function(count, read, write, except, time);
 }
 

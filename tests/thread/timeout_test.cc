@@ -24,6 +24,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/fake_clock.h"
+#include "support/library_sleep.h"
 #include "support/log_capture.h"
 
 using test::AllocationFaults;
@@ -76,33 +77,12 @@ HeldStart held_start;
 
 }  // namespace
 
-#if __SIZEOF_LONG__ == 8
-using LibraryTime = timespec;
-#define NANOSLEEP nanosleep
-#else
-struct LibraryTime {
-  std::int64_t tv_sec;
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  std::int32_t padding;
-  std::int32_t tv_nsec;
-#else
-  std::int32_t tv_nsec;
-  std::int32_t padding;
-#endif
-};
-#define NANOSLEEP __nanosleep64
-extern "C" int __nanosleep64(const LibraryTime*, LibraryTime*);
-#endif
-#define NAME_OF(function) NAME_OF_EXPANDED(function)
-#define NAME_OF_EXPANDED(function) #function
-
-extern "C" int NANOSLEEP(const LibraryTime* time, LibraryTime* rest) {
+extern "C" int LIBRARY_NANOSLEEP(const LibraryTimespec* time, LibraryTimespec* rest) {
   if (simulate(time->tv_sec, time->tv_nsec)) {
     errno = EINTR;
     return sleeps.cut_to >= 0 ? -1 : 0;
   }
-  static auto* const function =
-      reinterpret_cast<decltype(NANOSLEEP)*>(dlsym(RTLD_NEXT, NAME_OF(NANOSLEEP)));
+  static auto* const function = NEXT_OF(LIBRARY_NANOSLEEP);
   return function(time, rest);
 }
 

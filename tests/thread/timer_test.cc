@@ -27,6 +27,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/fake_clock.h"
+#include "support/library_sleep.h"
 #include "support/log_capture.h"
 
 using test::AllocationFaults;
@@ -101,25 +102,10 @@ std::function<void()> on_created;  // called before pthread_create() returns
 
 }  // namespace
 
-#if __SIZEOF_LONG__ == 8
-using LibraryTime = timeval;
-#define SELECT select
-#else
-struct LibraryTime {
-  std::int64_t tv_sec;
-  std::int64_t tv_usec;
-};
-#define SELECT __select64
-extern "C" int __select64(int, fd_set*, fd_set*, fd_set*, LibraryTime*);
-#endif
-#define NAME_OF(function) NAME_OF_EXPANDED(function)
-#define NAME_OF_EXPANDED(function) #function
-
-extern "C" int SELECT(int count, fd_set* read, fd_set* write, fd_set* except,
-                      LibraryTime* time) {
+extern "C" int LIBRARY_SELECT(int count, fd_set* read, fd_set* write, fd_set* except,
+                              LibraryTimeval* time) {
   if (time->tv_sec == 0 && time->tv_usec == 10000 && gate.stop_here()) return 0;
-  static auto* const function =
-      reinterpret_cast<decltype(SELECT)*>(dlsym(RTLD_NEXT, NAME_OF(SELECT)));
+  static auto* const function = NEXT_OF(LIBRARY_SELECT);
   return function(count, read, write, except, time);
 }
 

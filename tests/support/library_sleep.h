@@ -1,0 +1,48 @@
+// The sleeping calls as the library makes them: with 64-bit times, which on 32-bit targets
+// are functions of their own in the C library. A test program that defines LIBRARY_SELECT
+// or LIBRARY_NANOSLEEP gets the library's calls.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_TESTS_SUPPORT_LIBRARY_SLEEP_H
+#define GROUNDWORK_TESTS_SUPPORT_LIBRARY_SLEEP_H
+
+#include <cstdint>
+#include <ctime>
+
+#include <dlfcn.h>
+#include <sys/select.h>
+#include <sys/time.h>
+
+#if __SIZEOF_LONG__ == 8
+using LibraryTimeval = timeval;
+using LibraryTimespec = timespec;
+#define LIBRARY_SELECT select
+#define LIBRARY_NANOSLEEP nanosleep
+#else
+struct LibraryTimeval {
+  std::int64_t tv_sec;
+  std::int64_t tv_usec;
+};
+struct LibraryTimespec {
+  std::int64_t tv_sec;
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  std::int32_t padding;
+  std::int32_t tv_nsec;
+#else
+  std::int32_t tv_nsec;
+  std::int32_t padding;
+#endif
+};
+#define LIBRARY_SELECT __select64
+#define LIBRARY_NANOSLEEP __nanosleep64
+extern "C" int __select64(int, fd_set*, fd_set*, fd_set*, LibraryTimeval*);
+extern "C" int __nanosleep64(const LibraryTimespec*, LibraryTimespec*);
+#endif
+
+// The C library's own function behind a name that the test program defines too.
+#define NEXT_OF(function) \
+  reinterpret_cast<decltype(function)*>(dlsym(RTLD_NEXT, NEXT_NAME_OF(function)))
+#define NEXT_NAME_OF(function) NEXT_NAME_EXPANDED(function)
+#define NEXT_NAME_EXPANDED(function) #function
+
+#endif
