@@ -539,7 +539,8 @@ TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
   estimate("%1$-.*d|%s", 5, "abc");
   // To the walk, the second "%" begins a conversion.
   estimate("%1$%d|%s", "abc", 3, 4);
-  estimate("%**$d|%s", 3, "abc", 4, 5);
+  // Here it takes the pointer for a width, which may be more memory than there is.
+  formatted("%**$d|%s", 3, "abc", 4, 5);
 #if defined(__i386__)
   // A long double of three words; the third is no pointer.
   estimate("%jf|%s", 0xc000'0000'0000'0000, 0x3fff, "abc");
