@@ -1,6 +1,6 @@
-// The sleeping calls as the library makes them: with 64-bit times, which on 32-bit targets
-// are functions of their own in the C library. A test program that defines LIBRARY_SELECT
-// or LIBRARY_NANOSLEEP gets the library's calls.
+// The times and sleeping calls as the library has them: of 64 bits, which on 32-bit targets
+// are types and functions of their own in the C library. A test program that defines
+// LIBRARY_SELECT or LIBRARY_NANOSLEEP gets the library's calls.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_SUPPORT_LIBRARY_SLEEP_H

@@ -18,6 +18,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/fake_clock.h"
+#include "support/library_sleep.h"
 #include "support/log_capture.h"
 
 using test::AllocationFaults;
@@ -28,11 +29,6 @@ using test::warning_line;
 using Lines = std::vector<std::string>;
 
 namespace {
-
-struct Deadline64 {
-  std::int64_t tv_sec;
-  std::int32_t tv_nsec;
-};
 
 // What the library asked of the timed wait, and what it is told.
 struct TimedWait {
@@ -91,9 +87,9 @@ extern "C" int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mut
 }
 #else
 extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
-                                          const Deadline64*);
+                                          const LibraryTimespec*);
 extern "C" int __pthread_cond_timedwait64(pthread_cond_t* cond, pthread_mutex_t* mutex,
-                                          const Deadline64* deadline) {
+                                          const LibraryTimespec* deadline) {
   const int answer = answer_for(deadline->tv_sec, deadline->tv_nsec);
   if (answer >= 0) return answer;
   static auto* const function = reinterpret_cast<decltype(__pthread_cond_timedwait64)*>(
