@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"
 #include "sys/trees.h"
@@ -34,6 +35,9 @@
 using test::AllocationFaults;
 using test::check_line;
 using test::LogCapture;
+using test::lowest_free_descriptor;
+using test::make_directory;
+using test::make_link;
 using test::TemporaryDirectory;
 using test::warning_line;
 using Lines = std::vector<std::string>;
@@ -85,20 +89,6 @@ namespace {
 bool exists(const std::string& path) {
   struct stat64 status;
   return lstat64(path.c_str(), &status) == 0;
-}
-
-void make_directory(const std::string& path) {
-  ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path;
-}
-
-void make_link(const std::string& target, const std::string& path) {
-  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path;
-}
-
-int lowest_free_descriptor() {
-  const int descriptor = dup(2);
-  close(descriptor);
-  return descriptor;
 }
 
 // g_dir_list() as C++ has it; fails the test where it answers null.

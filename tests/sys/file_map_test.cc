@@ -18,12 +18,14 @@
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"
 
 using test::AllocationFaults;
 using test::check_line;
 using test::LogCapture;
+using test::lowest_free_descriptor;
 using test::TemporaryDirectory;
 using test::warning_line;
 using Lines = std::vector<std::string>;
@@ -52,12 +54,6 @@ extern "C" int msync(void* addr, size_t size, int flags) {
 namespace {
 
 const int64_t kPage = g_file_map_page_size();
-
-int lowest_free_descriptor() {
-  const int descriptor = dup(2);
-  close(descriptor);
-  return descriptor;
-}
 
 // Whether the byte can be read; the kernel answers instead of a signal.
 bool is_mapped(const void* address) {

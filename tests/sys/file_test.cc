@@ -20,12 +20,14 @@
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"
 
 using test::AllocationFaults;
 using test::check_line;
 using test::LogCapture;
+using test::lowest_free_descriptor;
 using test::TemporaryDirectory;
 using test::warning_line;
 using Lines = std::vector<std::string>;
@@ -79,12 +81,6 @@ File open_file(const std::string& path, int mode) {
 int descriptor_of(const File& file) {
   int descriptor;
   std::memcpy(&descriptor, file.get(), sizeof descriptor);
-  return descriptor;
-}
-
-int lowest_free_descriptor() {
-  const int descriptor = dup(2);
-  close(descriptor);
   return descriptor;
 }
 

@@ -16,12 +16,14 @@
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"
 
 using test::AllocationFaults;
 using test::check_line;
 using test::LogCapture;
+using test::lowest_free_descriptor;
 using test::TemporaryDirectory;
 using test::warning_line;
 using Lines = std::vector<std::string>;
@@ -63,12 +65,6 @@ extern "C" ssize_t write(int descriptor, const void* buf, size_t size) {
 }
 
 namespace {
-
-int lowest_free_descriptor() {
-  const int descriptor = dup(2);
-  close(descriptor);
-  return descriptor;
-}
 
 std::string pattern(std::size_t size) {
   std::string text(size, '\0');

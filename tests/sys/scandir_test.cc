@@ -27,30 +27,20 @@
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"
 #include "sys/trees.h"
 
 using test::AllocationFaults;
 using test::LogCapture;
+using test::lowest_free_descriptor;
+using test::make_directory;
+using test::make_link;
 using test::TemporaryDirectory;
 using Lines = std::vector<std::string>;
 
 namespace {
-
-void make_directory(const std::string& path) {
-  ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path;
-}
-
-void make_link(const std::string& target, const std::string& path) {
-  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path;
-}
-
-int lowest_free_descriptor() {
-  const int descriptor = dup(2);
-  close(descriptor);
-  return descriptor;
-}
 
 using Visit = std::function<int(const char*, const struct stat64*)>;
 

@@ -1,4 +1,4 @@
-// Chains of directories that may be deeper than any path reaches.
+// Directories, links, and chains of directories that may be deeper than any path reaches.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_SYS_TREES_H
@@ -15,6 +15,14 @@
 #include <unistd.h>
 
 namespace test {
+
+inline void make_directory(const std::string& path) {
+  ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path;
+}
+
+inline void make_link(const std::string& target, const std::string& path) {
+  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path;
+}
 
 // Below `top` makes `levels` directories, each in the one before, and in the last a file.
 inline void make_deep_tree(const std::string& top, int levels, const std::string& name,
