@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The libraries are C++ but link with the C driver. When only CMAKE_CXX_COMPILER is given
 # (a cross build, say), the C compiler is the one of the same tool chain, never the host's.
 if(CMAKE_CXX_COMPILER AND NOT CMAKE_C_COMPILER)

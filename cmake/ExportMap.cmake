@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Every exported symbol is listed by hand in <subsystem>/exports.txt, one a line: its name
 # and "function" or "data". From these lists come the linker's version script and the
 # sorted list that the export test compares with the built library.

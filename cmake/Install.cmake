@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installation: headers, both libraries, pkg-config files and the CMake package. Paths in the
 # installed files are relative to them, so a prefix can be moved.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # With g++-12-multilib alone, a -m32 compilation does not find <asm/*.h>: the link that
 # gcc-multilib would make conflicts with the cross compilers. The 64-bit folder serves,
 # searched last.

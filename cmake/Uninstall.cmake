@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Removes the files that an installation listed; DESTDIR as at installation.
 if(NOT EXISTS "${MANIFEST}")
   message(FATAL_ERROR "Nothing was installed from here: ${MANIFEST} is missing")

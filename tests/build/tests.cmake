@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What does not depend on the target is tested once, by the plain 32-bit build.
 if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   add_test(NAME build/build_test

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 groundwork_test(conf/callbacks_test LABELS threads)
 groundwork_test(conf/exhausted_memory_test)
 groundwork_test(conf/file_faults_test)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 groundwork_test(crypt/base64_test)
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   # Most of it happens in another program, where a sanitizer would see nothing.

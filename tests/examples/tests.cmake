@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # An example that was left out with its subsystem has no test.
 foreach(example IN ITEMS ciphers configuration containers files logging threads urls)
   if(TARGET example_${example})

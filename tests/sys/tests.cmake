@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 groundwork_test(sys/directory_test TIMEOUT 600)
 groundwork_test(sys/file_test)
 groundwork_test(sys/file_lock_test)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 groundwork_test(thread/callback_test)
 groundwork_test(thread/event_test LABELS threads)
 groundwork_test(thread/module_test)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The tests of a tool that was left out are left out.
 foreach(tool IN ITEMS cat conf log)
   if(TARGET gw-${tool})

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 add_library(url_test_support STATIC
   url/faked_calls.cc
   url/scripted_server.cc)
