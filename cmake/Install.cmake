@@ -34,7 +34,7 @@ foreach(kind IN ITEMS groundwork groundwork-static)
   if(kind STREQUAL "groundwork")
     set(GROUNDWORK_PC_LIBS "-lgroundwork")
   else()
-    set(GROUNDWORK_PC_LIBS "-l:libgroundwork.a")
+    set(GROUNDWORK_PC_LIBS "-l:libgroundwork.a -pthread")
   endif()
   configure_file(cmake/groundwork.pc.in "${PROJECT_BINARY_DIR}/${kind}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${kind}.pc"
@@ -44,10 +44,10 @@ endforeach()
 install(FILES README.md CHANGELOG.md LICENSE
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
 
-# Removes what the last installation from this build folder put in place.
+# Removes what the last installations from this build folder put in place.
 if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(uninstall
-    COMMAND "${CMAKE_COMMAND}" -DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt
+    COMMAND "${CMAKE_COMMAND}" -DBUILD_DIR=${PROJECT_BINARY_DIR}
       -P "${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake"
     COMMENT "Removing installed files" VERBATIM)
 endif()

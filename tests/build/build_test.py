@@ -17,32 +17,23 @@ import unittest
 SOURCE = pathlib.Path()
 M32 = ["-DCMAKE_C_FLAGS=-m32", "-DCMAKE_CXX_FLAGS=-m32"]
 
-PROGRAM = """
-#include <groundwork/groundwork.h>
-#include <groundwork/url.h>
-#include <stdlib.h>
-#include <string.h>
-int main(void) {
-  char *text = g_strdup_printf("%s=%d", "port", 80);
-  int right = text != NULL && strcmp(text, "port=80") == 0 &&
-              strcmp(url_strerror(URLERR_TOO_LONG), "URL too long") == 0;
-  free(text);
-  return right ? 0 : 1;
-}
+PARENT = """
+cmake_minimum_required(VERSION 3.25)
+project(parent LANGUAGES C CXX)
+add_subdirectory("${GROUNDWORK}" groundwork EXCLUDE_FROM_ALL)
+foreach(kind IN ITEMS groundwork static)
+  add_executable(with_${kind} program.c)
+  target_link_libraries(with_${kind} PRIVATE groundwork::${kind})
+endforeach()
+get_property(tests DIRECTORY PROPERTY TESTS)
+if(tests OR CMAKE_BUILD_TYPE OR TARGET uninstall OR TARGET monitor OR TARGET gw-cat)
+  message(FATAL_ERROR "the library brings more than itself")
+endif()
 """
 
-CONSUMER = """
-cmake_minimum_required(VERSION 3.25)
-project(consumer LANGUAGES C CXX)
-set(CMAKE_C_STANDARD 99)
-set(CMAKE_CXX_STANDARD 11)
-find_package(groundwork CONFIG REQUIRED)
-foreach(kind IN ITEMS groundwork static)
-  foreach(language IN ITEMS c cc)
-    add_executable(${kind}_${language} program.${language})
-    target_link_libraries(${kind}_${language} PRIVATE groundwork::${kind})
-  endforeach()
-endforeach()
+PROGRAM = """
+#include <groundwork/groundwork.h>
+int main(void) { return g_str_has_prefix("groundwork", "ground") ? 0 : 1; }
 """
 
 
@@ -67,47 +58,44 @@ class Build(unittest.TestCase):
         self.assertNotIn("warning:", output)
         return binary
 
-    def test_plain_32_bit_build_installs_for_every_kind_of_consumer(self):
+    def test_uninstall_leaves_nothing_and_takes_only_its_own(self):
         binary = self.build(*M32, targets=("all",))
         stage = self.folder / "stage"
-        run("cmake", "--install", binary, env={**os.environ, "DESTDIR": str(stage)})
-        # Moved after the installation: every path is relative.
-        prefix = self.folder / "moved"
-        (stage / "usr/local").rename(prefix)
-        for language in ("c", "cc"):
-            (self.folder / f"program.{language}").write_text(PROGRAM, encoding="ascii")
+        environment = {**os.environ, "DESTDIR": str(stage)}
+        # What others keep beside ours, and within our folders.
+        prefix = stage / "usr/local"
+        others = [prefix / "include/other.h", prefix / "include/groundwork/other.h",
+                  prefix / "lib/libother.so.1", prefix / "share/man/man1/other.1"]
+        for other in others:
+            other.parent.mkdir(parents=True, exist_ok=True)
+            other.touch()
+        run("cmake", "--install", binary, env=environment)
+        self.assertTrue((prefix / "lib/libgroundwork.so.1").exists())
+        run("cmake", "--build", binary, "--target", "uninstall", env=environment)
+        left = sorted(path for path in stage.rglob("*") if not path.is_dir())
+        self.assertEqual(left, sorted(others))
 
-        flags = {"c": ["gcc", "-std=c99"], "cc": ["g++", "-std=c++11"]}
-        library = {"LD_LIBRARY_PATH": str(prefix / "lib")}
-        pkg_config = {**os.environ, "PKG_CONFIG_PATH": str(prefix / "lib/pkgconfig")}
-        for language, compiler in flags.items():
-            source = self.folder / f"program.{language}"
-            program = self.folder / "program"
-            compile_line = [*compiler, "-m32", "-Wall", "-Wextra", "-Wpedantic", "-Werror",
-                            source, "-o", program]
-            lines = {
-                "shared": [f"-I{prefix}/include", f"-L{prefix}/lib", "-lgroundwork"],
-                "static": [f"-I{prefix}/include", f"{prefix}/lib/libgroundwork.a"],
-            }
-            for package in ("groundwork", "groundwork-static"):
-                lines[package] = run("pkg-config", "--cflags", "--libs", package,
-                                     env=pkg_config).split()
-            for kind, line in lines.items():
-                with self.subTest(language=language, kind=kind):
-                    run(*compile_line, *line)
-                    run(program, env={**os.environ, **library})
+        others[1].unlink()
+        # Part by part, as packages are made, it comes and goes just as well; with a parent
+        # folder of ours that was empty before.
+        for part in ("runtime", "development"):
+            run("cmake", "--install", binary, "--component", part, env=environment)
+        run("cmake", "--build", binary, "--target", "uninstall", env=environment)
+        left = [path for path in stage.rglob("*") if "groundwork" in path.name]
+        self.assertEqual(left, [])
+        self.assertTrue(others[0].exists())
 
-        (self.folder / "CMakeLists.txt").write_text(CONSUMER, encoding="ascii")
-        consumer = self.folder / "consumer"
-        run("cmake", "-S", self.folder, "-B", consumer, *M32,
-            f"-Dgroundwork_DIR={prefix}/lib/cmake/groundwork")
-        run("cmake", "--build", consumer)
+        # A second time there is nothing left to do, and nothing is done.
+        run("cmake", "--build", binary, "--target", "uninstall", env=environment)
+
+    def test_a_project_takes_the_library_in_as_a_subdirectory(self):
+        (self.folder / "program.c").write_text(PROGRAM, encoding="ascii")
+        (self.folder / "CMakeLists.txt").write_text(PARENT, encoding="ascii")
+        binary = self.folder / "build"
+        run("cmake", "-S", self.folder, "-B", binary, *M32, f"-DGROUNDWORK={SOURCE}")
+        self.assertNotIn("warning:", run("cmake", "--build", binary))
         for kind in ("groundwork", "static"):
-            for language in flags:
-                run(consumer / f"{kind}_{language}", env={**os.environ, **library})
-
-        run("cmake", "--build", binary, "--target", "uninstall",
-            env={**os.environ, "DESTDIR": str(self.folder / "nowhere")})
+            run(binary / f"with_{kind}")
 
     def test_clang_builds_without_a_warning(self):
         self.build(*M32, "-DCMAKE_C_COMPILER=clang", "-DCMAKE_CXX_COMPILER=clang++")

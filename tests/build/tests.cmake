@@ -1,4 +1,14 @@
 # SPDX-License-Identifier: MIT
+# An installed copy serves every kind of program, on every target. A sanitizer's library does
+# not serve programs that were built without it.
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  add_test(NAME build/install_test
+    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/install_test.py" "${PROJECT_BINARY_DIR}"
+      "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPILER}" "${CMAKE_C_FLAGS}"
+      "${CMAKE_TOOLCHAIN_FILE}" ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set_tests_properties(build/install_test PROPERTIES TIMEOUT 300)
+endif()
+
 # What does not depend on the target is tested once, by the plain 32-bit build.
 if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   add_test(NAME build/build_test

@@ -1,0 +1,193 @@
+#!/usr/bin/env python3
+"""Installs what this build made, moves it, and builds and runs programs against the copy, as
+C99 and as C++11, shared and static, by each way that users have: a bare compiler line,
+pkg-config, CMake.
+
+  install_test.py BUILD_DIR C_COMPILER C++_COMPILER FLAGS TOOLCHAIN_FILE [EMULATOR...]
+
+SPDX-License-Identifier: MIT
+"""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = """
+#include <groundwork/groundwork.h>
+#include <groundwork/url.h>
+#include <stdlib.h>
+#include <string.h>
+static void *run(void *data) { *(int *)data = 1; return NULL; }
+int main(void) {
+  char *text = g_strdup_printf("%s=%d", "port", 80);
+  int right = text != NULL && strcmp(text, "port=80") == 0 &&
+              strcmp(url_strerror(URLERR_TOO_LONG), "URL too long") == 0;
+  int ran = 0;
+  g_thread_wait(g_thread_create(run, &ran, "run"));
+  free(text);
+  return right && ran ? 0 : 1;
+}
+"""
+
+CONSUMER = """
+cmake_minimum_required(VERSION 3.25)
+project(consumer LANGUAGES C CXX)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_CXX_STANDARD 11)
+find_package(groundwork 1.0 CONFIG REQUIRED)
+foreach(kind IN ITEMS groundwork static)
+  foreach(language IN ITEMS c cc)
+    add_executable(${kind}_${language} program.${language})
+    target_link_libraries(${kind}_${language} PRIVATE groundwork::${kind})
+  endforeach()
+endforeach()
+find_package(groundwork 2.0 CONFIG QUIET)
+if(groundwork_FOUND)
+  message(FATAL_ERROR "version 1 was taken for version 2")
+endif()
+"""
+
+BUILD = pathlib.Path()
+COMPILERS = {}  # by language
+FLAGS = []
+TOOLCHAIN = ""
+EMULATOR = []
+
+
+def run(*command, **options):
+    done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{' '.join(map(str, command))}\n{done.stdout}")
+    return done.stdout
+
+
+class InstalledCopy(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        # pylint: disable=consider-using-with
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = pathlib.Path(folder.name)
+        stage = cls.folder / "stage"
+        run("cmake", "--install", BUILD, "--prefix", "/opt/groundwork",
+            env={**os.environ, "DESTDIR": str(stage)})
+        # Moved after the installation: every path is relative.
+        cls.prefix = cls.folder / "moved"
+        (stage / "opt/groundwork").rename(cls.prefix)
+        for language in COMPILERS:
+            (cls.folder / f"program.{language}").write_text(PROGRAM, encoding="ascii")
+
+    def run_on_target(self, *command):
+        environment = {**os.environ, "LD_LIBRARY_PATH": str(self.prefix / "lib")}
+        return run(*EMULATOR, *command, env=environment)
+
+    def pkg_config(self, *arguments):
+        environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(self.prefix / "lib/pkgconfig")}
+        return run("pkg-config", *arguments, env=environment).split()
+
+    def compile(self, source, *line):
+        program = self.folder / "program"
+        run(*COMPILERS[source.suffix[1:]], *FLAGS, "-Wall", "-Wextra", "-Wpedantic", "-Werror",
+            source, "-o", program, *line)
+        return program
+
+    def test_everything_is_there(self):
+        for name in ("include/groundwork/groundwork.h", "include/groundwork/url.h",
+                     "lib/libgroundwork.so", "lib/libgroundwork.a",
+                     "lib/pkgconfig/groundwork.pc", "lib/pkgconfig/groundwork-static.pc",
+                     "lib/cmake/groundwork/groundwork-config.cmake",
+                     "lib/cmake/groundwork/groundwork-config-version.cmake",
+                     "bin/gw-conf", "bin/gw-log", "bin/gw-cat",
+                     "share/man/man1/gw-conf.1",
+                     "share/bash-completion/completions/gw-conf",
+                     "share/doc/groundwork/examples/monitor/monitor.c",
+                     "share/doc/groundwork/examples/monitor/monitor.conf",
+                     "share/doc/groundwork/LICENSE"):
+            with self.subTest(name):
+                self.assertTrue((self.prefix / name).is_file())
+
+    def test_the_shared_library_has_its_version_links(self):
+        library = self.prefix / "lib"
+        self.assertEqual(os.readlink(library / "libgroundwork.so"), "libgroundwork.so.1")
+        real = os.readlink(library / "libgroundwork.so.1")
+        self.assertRegex(real, r"^libgroundwork\.so\.1\.\d+\.\d+$")
+        self.assertFalse((library / real).is_symlink())
+
+    def test_no_installed_text_names_the_place_of_the_build_or_of_the_installation(self):
+        for file in self.prefix.rglob("*"):
+            if file.is_file() and not file.is_symlink() and b"\0" not in (data := file.read_bytes()):
+                with self.subTest(file):
+                    self.assertNotIn(b"/opt/groundwork", data)
+                    self.assertNotIn(bytes(BUILD), data)
+
+    def test_a_bare_compiler_line(self):
+        lines = {
+            "shared": [f"-L{self.prefix}/lib", "-lgroundwork"],
+            "static": [f"{self.prefix}/lib/libgroundwork.a"],
+            "a static program": ["-static", f"-L{self.prefix}/lib", "-lgroundwork"],
+        }
+        for language in COMPILERS:
+            for kind, line in lines.items():
+                with self.subTest(language=language, kind=kind):
+                    self.run_on_target(self.compile(self.folder / f"program.{language}",
+                                                    f"-I{self.prefix}/include", *line))
+
+    def test_pkg_config(self):
+        ask = ("--cflags", "--libs")
+        lines = {
+            "shared": self.pkg_config(*ask, "groundwork"),
+            "static": self.pkg_config(*ask, "groundwork-static"),
+            "a static program": ["-static", *self.pkg_config("--static", *ask, "groundwork")],
+        }
+        for language in COMPILERS:
+            for kind, line in lines.items():
+                with self.subTest(language=language, kind=kind):
+                    program = self.compile(self.folder / f"program.{language}", *line)
+                    self.run_on_target(program)
+                    needed = run("readelf", "-d", program)
+                    self.assertEqual("libgroundwork.so.1" in needed, kind == "shared")
+
+    def test_cmake(self):
+        (self.folder / "CMakeLists.txt").write_text(CONSUMER, encoding="ascii")
+        consumer = self.folder / "consumer"
+        how = [f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}"] if TOOLCHAIN else \
+            [f"-DCMAKE_C_COMPILER={COMPILERS['c'][0]}",
+             f"-DCMAKE_CXX_COMPILER={COMPILERS['cc'][0]}"]
+        flags = " ".join(FLAGS)
+        run("cmake", "-G", "Ninja", "-S", self.folder, "-B", consumer, *how,
+            f"-DCMAKE_C_FLAGS={flags}", f"-DCMAKE_CXX_FLAGS={flags}",
+            f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run("cmake", "--build", consumer)
+        for kind in ("groundwork", "static"):
+            for language in COMPILERS:
+                self.run_on_target(consumer / f"{kind}_{language}")
+
+    def test_installed_examples_are_built_and_run(self):
+        examples = self.prefix / "share/doc/groundwork/examples"
+        line = self.pkg_config("--cflags", "--libs", "groundwork")
+        sources = sorted(examples.glob("*/*.c"))
+        self.assertGreaterEqual(len(sources), 8)
+        for source in sources:
+            with self.subTest(source.name):
+                self.compile(source, *line)
+        self.run_on_target(self.compile(examples / "ciphers/ciphers.c", *line), "key", "text")
+
+    def test_installed_tools_run(self):
+        for tool in ("gw-cat", "gw-conf", "gw-log"):
+            with self.subTest(tool):
+                printed = self.run_on_target(self.prefix / "bin" / tool, "--version")
+                version, = self.pkg_config("--modversion", "groundwork")
+                self.assertEqual(printed, f"{tool} (groundwork) {version}\n")
+
+
+if __name__ == "__main__":
+    BUILD = pathlib.Path(sys.argv[1]).resolve()
+    COMPILERS = {"c": [sys.argv[2], "-std=c99"], "cc": [sys.argv[3], "-std=c++11"]}
+    FLAGS = sys.argv[4].split()
+    TOOLCHAIN = sys.argv[5]
+    EMULATOR = sys.argv[6:]
+    unittest.main(argv=sys.argv[:1])
