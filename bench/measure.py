@@ -1,0 +1,102 @@
+# SPDX-License-Identifier: MIT
+"""Finds the jobs that the programs offer and measures them, ours and the peers in turn.
+
+A measurement is registered under the name job/who[/size]; who is "ours", a peer or "floor".
+"""
+
+import json
+import re
+import statistics
+import subprocess
+
+
+class DifferentResults(Exception):
+    """Ours and a peer did not compute the same."""
+
+
+def parse_name(name):
+    """The job, who does it and at what size (None: it has no sizes)."""
+    job, who, *rest = name.split("/")
+    size = int(rest[0]) if rest and rest[0].isdigit() else None
+    return job, who, size
+
+
+def jobs_of(folder, arch, table, wanted, largest=None):
+    """What the programs in a folder offer and the table describes: a list of dictionaries,
+    each one job at one size with the measurements that belong to it."""
+    described = {row.job: row for section in table.values() for row in section}
+    found = {}
+    for program in sorted(folder.iterdir()):
+        listing = subprocess.run([program, "--benchmark_list_tests"], check=True,
+                                 capture_output=True, text=True).stdout
+        for name in listing.splitlines():
+            job, who, size = parse_name(name)
+            if job not in described:
+                raise KeyError(f"{program.name} offers {job}, which bench/rows.py lacks")
+            if not wanted.search(job) or arch not in described[job].only_at:
+                continue
+            if largest is not None and size is not None and size > largest:
+                continue
+            entry = found.setdefault((job, size), {
+                "arch": arch, "job": job, "size": size, "program": program,
+                "clock": described[job].clock, "names": {}})
+            entry["names"][who] = name
+    order = list(described)
+    return sorted(found.values(), key=lambda entry: (order.index(entry["job"]),
+                                                     entry["size"] or 0))
+
+
+def run_once(program, name, clock, seconds):
+    """Nanoseconds for one operation, and the fingerprint of what was computed."""
+    pattern = "^" + re.sub(r"([.+*?()\[\]{}|^$\\])", r"\\\1", name) + "$"
+    done = subprocess.run(
+        [program, f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}",
+         "--benchmark_format=json"],
+        check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    (figures,) = json.loads(done.stdout)["benchmarks"]
+    if figures.get("error_occurred"):
+        raise RuntimeError(f"{name}: {figures['error_message']}")
+    to_ns = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[figures["time_unit"]]
+    return figures[f"{clock}_time"] * to_ns / figures["operations"], int(figures["digest"])
+
+
+def run(jobs, rounds, seconds):
+    """Measures all jobs in each round, so that a disturbance spoils one round of many jobs
+    and not all rounds of one. Who begins changes from round to round."""
+    times = [{who: [] for who in job["names"]} for job in jobs]
+    for turn in range(rounds):
+        for job, its_times in zip(jobs, times):
+            whos = list(job["names"])
+            whos = whos[turn % len(whos):] + whos[:turn % len(whos)]
+            digests = {}
+            for who in whos:
+                nanoseconds, digest = run_once(job["program"], job["names"][who],
+                                               job["clock"], seconds)
+                its_times[who].append(nanoseconds)
+                if who != "floor":
+                    digests[who] = digest
+            if len(set(digests.values())) > 1:
+                raise DifferentResults(f"{job['job']}, size {job['size']}: {digests}")
+    return [summary(job, its_times) for job, its_times in zip(jobs, times)]
+
+
+def summary(job, times):
+    """Medians, and for each peer the median and the quartiles of the rounds' ratios."""
+    result = {"arch": job["arch"], "job": job["job"], "size": job["size"],
+              "ours": statistics.median(times["ours"]), "peers": {}}
+    if "floor" in times:
+        result["floor"] = statistics.median(times["floor"])
+    for peer in times:
+        if peer in ("ours", "floor"):
+            continue
+        low, middle, high = quartiles([ours / theirs for ours, theirs
+                                       in zip(times["ours"], times[peer])])
+        result["peers"][peer] = {"ns": statistics.median(times[peer]), "ratio": middle,
+                                 "low": low, "high": high}
+    return result
+
+
+def quartiles(values):
+    if len(values) == 1:
+        return values * 3
+    return statistics.quantiles(values, n=4, method="inclusive")

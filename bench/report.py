@@ -1,0 +1,243 @@
+# SPDX-License-Identifier: MIT
+"""Makes the tables, the plots and docs/performance.md from figures. The document is wholly
+generated: what it says beside figures comes from bench/rows.py and from here."""
+
+import subprocess
+
+import rows
+
+INTRODUCTION = """<!-- Written by bench/run; remarks are in bench/rows.py. -->
+# Performance
+
+The library beside what its users would pick instead, job by job. Made by `bench/run` from a
+clean clone; `bench/run --quick` gives a first impression.
+
+| | |
+|---|---|
+| date | {date} |
+| commit | {commit} |
+| processor | {processor} |
+| system | {system} |
+| compiler | {compiler}, `-O2` |
+| load when it began | {load:.2f} |
+
+Ours and the peers take turns, each in a process of its own, for several rounds; before a
+figure counts, all must have computed the same. *ratio* is ours / peer: the median over the
+rounds of the two figures of one round, below 1 where ours is faster. The peers are Debian's
+packages of the same word size. Times are nanoseconds for one operation, processor time where
+nothing else is said. The middle half of the rounds lay within {spread:.0%} of the ratio in the
+median row; rows marked ~ were less steady than 10 %.
+
+Aims are for the 32-bit build. The *floor* of a job is the least that any implementation of its
+behaviour must do; where it was measured, its nanoseconds stand beside ours.
+"""
+
+LIBRARY_AIMS = {"text": 64 * 1024, "relocations": 150, "private": 100}
+UNSTEADY = 0.10
+
+
+def described():
+    return {row.job: row for section in rows.ROWS.values() for row in section}
+
+
+def aim_of(row, peer, size):
+    if row.aim_sizes and size not in row.aim_sizes:
+        return None
+    return row.aims.get(peer)
+
+
+def verdict(ratio, aim):
+    """Two decimals are shown, and two decimals count."""
+    if aim is None:
+        return ""
+    return "met" if round(ratio, 2) <= aim else "missed"
+
+
+def spread(figures):
+    return (figures["high"] - figures["low"]) / figures["ratio"]
+
+
+def number(value):
+    """Three digits that count, as 0.52, 5.21, 52.1, 521, 5210."""
+    if value >= 100:
+        return f"{value:.0f}"
+    return f"{value:.1f}" if value >= 10 else f"{value:.2f}"
+
+
+def ratio_text(figures):
+    return f"{figures['ratio']:.2f}" + (" ~" if spread(figures) > UNSTEADY else "")
+
+
+def comparisons(results):
+    """One dictionary for each job, size and peer, the figures of both builds in it."""
+    lines = {}
+    for result in results["jobs"]:
+        for peer, figures in result["peers"].items():
+            line = lines.setdefault((result["job"], result["size"], peer), {})
+            line[result["arch"]] = {**figures, "ours": result["ours"],
+                                    "floor": result.get("floor")}
+    table = described()
+    for (job, size, peer), figures in lines.items():
+        row = table[job]
+        aim = aim_of(row, peer, size)
+        judged = figures.get("i386") or figures["x86_64"]
+        yield {"row": row, "size": size, "peer": peer, "figures": figures, "aim": aim,
+               "verdict": verdict(judged["ratio"], aim), "judged": judged}
+
+
+def text_table(results):
+    """For the terminal."""
+    table = [("job", "size", "build", "ours ns", "floor ns", "peer", "peer ns", "ratio",
+              "aim", "")]
+    for line in comparisons(results):
+        for arch, figures in line["figures"].items():
+            aim = line["aim"]
+            table.append((
+                line["row"].job, str(line["size"] or ""), arch, number(figures["ours"]),
+                number(figures["floor"]) if figures["floor"] else "", line["peer"],
+                number(figures["ns"]), ratio_text(figures), f"{aim:g}" if aim else "",
+                verdict(figures["ratio"], aim)))
+    widths = [max(len(line[column]) for line in table) for column in range(len(table[0]))]
+    text = "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
+                     for line in table)
+    if "footprint" in results:
+        text += "\n" + "\n".join(f"{name}: {value}"
+                                 for name, value in results["footprint"].items())
+    return text
+
+
+def markdown(header, lines):
+    yield "| " + " | ".join(header) + " |"
+    yield "|" + "---|" * len(header)
+    for line in lines:
+        yield "| " + " | ".join(line) + " |"
+
+
+def figure_cells(figures):
+    if figures is None:
+        return ["", "", ""]
+    ours = number(figures["ours"])
+    if figures["floor"]:
+        ours += f" (floor {number(figures['floor'])})"
+    return [ours, number(figures["ns"]), ratio_text(figures)]
+
+
+def section_text(section, lines):
+    yield f"## {section}"
+    yield ""
+    table = []
+    previous = None
+    for line in lines:
+        row = line["row"]
+        aim = f"{line['aim']:g}" if line["aim"] else ""
+        table.append([row.title if row != previous else "", f"{line['size'] or '':,}"
+                      if line["size"] else "", line["peer"],
+                      *figure_cells(line["figures"].get("i386")), aim, line["verdict"],
+                      *figure_cells(line["figures"].get("x86_64"))])
+        previous = row
+    yield from markdown(["job", "size", "peer", "i386: ours", "peer", "ratio", "aim", "",
+                         "x86_64: ours", "peer", "ratio"], table)
+    yield ""
+    for row in dict.fromkeys(line["row"] for line in lines):
+        size = f" Size: {row.size_is}." if row.size_is else ""
+        clock = " Time by the wall clock." if row.clock == "real" else ""
+        note = f" {row.note}" if row.note else ""
+        yield f"- {row.title}. Floor: {row.floor}.{size}{clock}{note}"
+    yield ""
+
+
+def missed_text(lines):
+    judged = [line for line in lines if line["verdict"]]
+    missed = [line for line in judged if line["verdict"] == "missed"]
+    yield "## Aims"
+    yield ""
+    yield f"{len(judged) - len(missed)} of {len(judged)} comparisons with an aim meet it."
+    if not missed:
+        yield ""
+        return
+    yield "These do not:"
+    yield ""
+    yield from markdown(["job", "size", "peer", "ratio", "aim", "floor", "reason"], [
+        [line["row"].title, f"{line['size']:,}" if line["size"] else "", line["peer"],
+         ratio_text(line["judged"]), f"{line['aim']:g}", line["row"].floor,
+         line["row"].note or "not known yet"] for line in missed])
+    yield ""
+
+
+def footprint_text(figures):
+    own = figures["private"] - figures["private_without"]
+    yield "## Size"
+    yield ""
+    yield "The stripped 32-bit library, built with `-Os`."
+    yield ""
+    yield from markdown(["what", "figure", "aim", ""], [
+        ["text with everything read-only, bytes", f"{figures['text']:,}",
+         f"{LIBRARY_AIMS['text']:,}", verdict(figures["text"], LIBRARY_AIMS["text"])],
+        ["relocations", str(figures["relocations"]), str(LIBRARY_AIMS["relocations"]),
+         verdict(figures["relocations"], LIBRARY_AIMS["relocations"])],
+        ["private memory of a program that only links it, KiB",
+         f"{figures['private']} (without it {figures['private_without']})",
+         str(LIBRARY_AIMS["private"]), verdict(figures["private"], LIBRARY_AIMS["private"])],
+        ["of that the library's, KiB", str(own), "", ""],
+        ["file, bytes", f"{figures['file']:,}", "", ""],
+    ])
+    yield ""
+
+
+def write_document(folder, results):
+    lines = list(comparisons(results))
+    spreads = sorted(spread(figures) for line in lines for figures in line["figures"].values())
+    text = [INTRODUCTION.format(**results["machine"], spread=spreads[len(spreads) // 2])]
+    text += missed_text(lines)
+    for plot in rows.PLOTS:
+        if draw(folder / plot.file, plot, results):
+            text += [f"![{plot.title}]({plot.file})", ""]
+    for section, its_rows in rows.ROWS.items():
+        its_lines = [line for line in lines if line["row"] in its_rows]
+        if its_lines:
+            text += section_text(section, its_lines)
+    if "footprint" in results:
+        text += footprint_text(results["footprint"])
+    (folder / "performance.md").write_text("\n".join(text).rstrip() + "\n")
+
+
+def points_of(results, job, who):
+    """(size, nanoseconds) of the 32-bit build, of the 64-bit one where there is no other."""
+    arches = {result["arch"] for result in results["jobs"] if result["job"] == job}
+    arch = "i386" if "i386" in arches else "x86_64"
+    for result in results["jobs"]:
+        if result["job"] != job or result["arch"] != arch or result["size"] is None:
+            continue
+        if who in ("ours", "floor"):
+            if who in result:
+                yield result["size"], result[who]
+        elif who in result["peers"]:
+            yield result["size"], result["peers"][who]["ns"]
+
+
+def draw(path, plot, results):
+    """Draws a plot with gnuplot; false when there is nothing to draw."""
+    blocks = []
+    curves = []
+    for job, who, legend in plot.lines:
+        points = list(points_of(results, job, who))
+        if points:
+            dashes = "" if who == "ours" else " dashtype 2"
+            curves.append(f"'-' using 1:2 with linespoints linewidth 2{dashes} "
+                          f"title \"{legend}\"")
+            blocks.append("".join(f"{size} {ns}\n" for size, ns in points) + "e\n")
+    if not curves:
+        return False
+    script = f"""set terminal svg size 760,420 font "sans-serif,13" background "white"
+set output "{path}"
+set title "{plot.title}: cost of one operation"
+set xlabel "{plot.size_is}"
+set ylabel "nanoseconds"
+set logscale xy
+set format x "10^{{%L}}"
+set grid
+set key outside right
+plot {", ".join(curves)}
+""" + "".join(blocks)
+    subprocess.run(["gnuplot"], input=script, text=True, check=True)
+    return True
