@@ -25,8 +25,9 @@ char* spell_decimal(char* out, std::uint64_t number) {
     return std::to_chars(out, out + 10, static_cast<std::uint32_t>(number)).ptr;
   }
   constexpr std::uint32_t kBillion = 1'000'000'000;
-  out = spell_decimal(out, number / kBillion);
-  auto rest = static_cast<std::uint32_t>(number % kBillion);
+  const std::uint64_t billions = number / kBillion;
+  out = spell_decimal(out, billions);
+  auto rest = static_cast<std::uint32_t>(number - billions * kBillion);
   for (int i = 8; i >= 0; --i, rest /= 10) out[i] = static_cast<char>('0' + rest % 10);
   return out + 9;
 }
