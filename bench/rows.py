@@ -38,6 +38,13 @@ class Plot:
 
 
 ROWS = {
+    "Diagnostics": [
+        Row("log.suppressed", "suppressed `g_log`",
+            floor="a call with its arguments, a load and a comparison",
+            aims={"syslog": 0.7, "log4c": 0.7},
+            note="log4c asks its question in a macro-like inline function and passes the "
+                 "arguments only to a line that will be written."),
+    ],
     "Strings": [
         Row("strdup", "`g_strdup`", size_is="bytes",
             floor="find the end, copy the bytes; the block comes on top",
@@ -52,7 +59,49 @@ ROWS = {
             floor="allocate and free a block, make the digits",
             aims={"asprintf": 0.7}),
     ],
+    "Configuration": [
+        Row("conf.open.one", "open, each key, one section", size_is="keys in the file",
+            floor="read the file once, touch each byte, allocate a record for each key, make it "
+                  "findable by name",
+            aims={"inih+uthash": 0.6}),
+        Row("conf.open.tens", "open, each key, sections of 10", size_is="keys in the file",
+            floor="as with one section, and a section's record for ten keys",
+            aims={"inih+uthash": 0.6}),
+        Row("conf.hit", "read, key present", size_is="keys in the file",
+            floor="lock and unlock, hash two names without regard to case, compare both once",
+            aims={"inih+uthash": 0.8}),
+        Row("conf.miss", "read, key absent", size_is="keys in the file",
+            floor="lock and unlock, hash two names without regard to case, compare one",
+            aims={"inih+uthash": 0.8}),
+        Row("conf.write", "write of a changed value", size_is="keys in the file",
+            floor="find twice (comparison and change are two steps), free and allocate a value",
+            aims={"inih+uthash": 1.0}),
+        Row("conf.sync", "sync of one changed value, each key", size_is="keys in the file",
+            floor="copy every key and value once, one write",
+            aims={"fprintf": 0.3}, aim_sizes=(10000,)),
+    ],
     "Containers": [
+        Row("list.foreach", "`g_list_foreach`, each element", size_is="elements",
+            floor="a load that waits for the one before, and a call through a pointer",
+            aims={"utlist, function": 1.0, "utlist, in line": 1.0},
+            note="A macro's loop body is compiled in line; a function of a library has to call."),
+        Row("list.find", "`g_list_find`, each element passed", size_is="elements",
+            floor="a load that waits for the one before, and a comparison",
+            aims={"utlist": 1.0}),
+        Row("list.prepend", "`g_list_prepend` and free, each element", size_is="elements",
+            floor="allocate and free a node, four stores",
+            aims={"utlist": 1.0}),
+        Row("list.append", "`g_list_append`", size_is="elements",
+            floor="walk to the end, as a list is known by its head only; allocate a node",
+            aims={"walk+malloc": 1.0},
+            note="utlist keeps the tail in the head's back link, which is null here for callers "
+                 "who rely on it."),
+        Row("queue", "queue, enqueue and dequeue",
+            floor="two pairs of lock and unlock, a node allocated and freed",
+            aims={"TAILQ+mutex": 1.0}),
+        Row("fifo", "ring buffer, put and get",
+            floor="two pairs of lock and unlock, a store and a load",
+            aims={"APR": 0.6}),
         Row("hash.string.insert", "hash insert, string keys", size_is="keys",
             floor="hash the key, look for it, allocate its entry",
             aims={"uthash": 0.7},
@@ -73,6 +122,14 @@ ROWS = {
         Row("hash.int.miss", "hash miss, int keys", size_is="keys",
             floor="read the place that shows the absence",
             aims={"uthash": 1.0}),
+        Row("hash.own.miss", "hash miss, the caller's own functions, each entry",
+            size_is="keys", floor="call the equality once for each entry",
+            aims={"the calls alone": 1.05}),
+    ],
+    "Threads": [
+        Row("mutex.pair", "mutex, lock and unlock",
+            floor="pthread's lock and unlock",
+            aims={"pthread": 1.3}),
     ],
     "Ciphers and Base64": [
         Row("d3des.same", "`g_crypt_d3des_encrypt`, same key",
@@ -97,6 +154,14 @@ ROWS = {
 }
 
 PLOTS = [
+    Plot("performance-configuration.svg", "Configuration, one section, i386",
+         "keys in the file", (
+             ("conf.open.one", "ours", "open, each key"),
+             ("conf.open.one", "inih+uthash", "open, inih+uthash"),
+             ("conf.hit", "ours", "read"),
+             ("conf.hit", "inih+uthash", "read, inih+uthash"),
+             ("conf.miss", "ours", "read, absent"),
+             ("conf.miss", "inih+uthash", "read, absent, inih+uthash"))),
     Plot("performance-hash.svg", "Hash table, string keys, i386", "keys in the table", (
         ("hash.string.insert", "ours", "insert"),
         ("hash.string.insert", "uthash", "insert, uthash"),

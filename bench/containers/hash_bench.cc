@@ -229,9 +229,54 @@ void register_type() {
             insert<Type, UthashUnchecked<Type>>));
 }
 
+// --- a table with the caller's own functions, which asks about every entry ---
+
+uint32_t own_hash(const void* key) {
+  return static_cast<const unsigned char*>(key)[0];
+}
+
+int own_equal(const void* stored, const void* probe) {
+  return std::strcmp(static_cast<const char*>(stored), static_cast<const char*>(probe)) ==
+         0;
+}
+
+void own_miss_ours(State& state) {
+  const KeySet<Strings> keys(static_cast<std::size_t>(state.range(0)));
+  GHash* const table = g_hash_new(16, own_hash, own_equal, nullptr);
+  for (const auto& key : keys.stored) {
+    g_hash_insert(table, const_cast<char*>(key.c_str()), table);
+  }
+  const void* found = table;
+  for (auto _ : state) {
+    found = g_hash_find(table, keys.absent[0].c_str());
+    DoNotOptimize(found);
+  }
+  g_hash_free(table);
+  report(state, static_cast<double>(keys.stored.size()), found != nullptr);
+}
+
+// The calls alone, the keys in a row.
+void own_miss_calls(State& state) {
+  const KeySet<Strings> keys(static_cast<std::size_t>(state.range(0)));
+  std::vector<const char*> stored;
+  for (const auto& key : keys.stored) stored.push_back(key.c_str());
+  GEqualFunc equal = own_equal;
+  int found = 0;
+  for (auto _ : state) {
+    DoNotOptimize(equal);
+    for (const char* const key : stored) found |= equal(key, keys.absent[0].c_str());
+    DoNotOptimize(found);
+  }
+  report(state, static_cast<double>(keys.stored.size()), found != 0);
+}
+
 }  // namespace
 
 void groundwork::bench::register_jobs() {
   register_type<Strings>();
   register_type<Ints>();
+  for (const int size : {100, 1000, 10000, 100000}) {
+    job("hash.own.miss", "ours", own_miss_ours)->Arg(size);
+    job("hash.own.miss", "the calls alone", own_miss_calls)->Arg(size);
+  }
 }
