@@ -37,6 +37,7 @@ constexpr std::size_t kSizesKept = 64;
 constexpr std::size_t kMaxBlocks = 1 << 17;  // power of two; open addressing below
 
 thread_local bool armed = false;
+thread_local bool paused = false;   // allocations succeed and are followed
 std::atomic<bool> watching{false};  // frees are followed
 int first_failure = 0;
 bool later_too = false;
@@ -127,29 +128,29 @@ bool fails(std::size_t size) {
 }  // namespace
 
 extern "C" void* malloc(std::size_t size) {
-  if (!armed) return REAL(malloc)(size);
-  if (fails(size)) return nullptr;
+  if (!armed && !paused) return REAL(malloc)(size);
+  if (armed && fails(size)) return nullptr;
   void* const block = REAL(malloc)(size);
   remember(block);
   return block;
 }
 
 extern "C" void* calloc(std::size_t count, std::size_t size) {
-  if (!armed) return REAL(calloc)(count, size);
-  if (fails(count * size)) return nullptr;
+  if (!armed && !paused) return REAL(calloc)(count, size);
+  if (armed && fails(count * size)) return nullptr;
   void* const block = REAL(calloc)(count, size);
   remember(block);
   return block;
 }
 
 extern "C" void* realloc(void* old, std::size_t size) {
-  if (!armed) {
+  if (!armed && !paused) {
     if (!watching.load(std::memory_order_relaxed)) return REAL(realloc)(old, size);
     // Forgotten before the allocator may hand the address to another thread.
     forget(old);
     return REAL(realloc)(old, size);
   }
-  if (fails(size)) return nullptr;
+  if (armed && fails(size)) return nullptr;
   forget(old);
   void* const block = REAL(realloc)(old, size);
   remember(block != nullptr ? block : old);
@@ -182,6 +183,17 @@ AllocationFaults::~AllocationFaults() {
 
 void AllocationFaults::disarm() {
   armed = false;
+  paused = false;
+}
+
+void AllocationFaults::pause() {
+  armed = false;
+  paused = true;
+}
+
+void AllocationFaults::resume() {
+  armed = true;
+  paused = false;
 }
 
 int AllocationFaults::calls() const {

@@ -25,7 +25,11 @@ class AllocationFaults {
 
   // Ends the counting and the faults; the figures below stay.
   void disarm();
-  // How many allocations were asked for while armed.
+  // Between these the thread's allocations neither count nor fail. Their blocks are
+  // outstanding like all others.
+  void pause();
+  void resume();
+  // How many allocations were asked for while armed, and not paused.
   int calls() const;
   // How many of them failed on purpose.
   int failures() const;
