@@ -1,0 +1,144 @@
+// Which call of the library fails, and how.
+//
+// The program defines the functions of the system that the library imports (see
+// interposed_calls.cc), and each asks strike() before it does its work. Only the library's
+// calls count: those made between resume() and pause() by the thread that began the plan,
+// and those of the threads that the library starts meanwhile.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_TESTS_FAULTS_FAULT_PLAN_H
+#define GROUNDWORK_TESTS_FAULTS_FAULT_PLAN_H
+
+#include <cstddef>
+#include <span>
+
+namespace faults {
+
+// The faultable functions, by the name that the source of a caller has.
+enum class Call : unsigned char {
+  kAny,         // each of those below but memory
+  kAllocation,  // malloc, calloc and realloc, also on behalf of the library in the C
+                // library
+  kClose,
+  kClosedir,
+  kConnect,
+  kFclose,
+  kFcntl,
+  kFdopen,
+  kFflush,
+  kFgets,
+  kFopen,
+  kFprintf,
+  kFputs,
+  kFread,
+  kFstat,
+  kFtruncate,
+  kFwrite,
+  kGetc,
+  kGethostbyname2,
+  kGetpwnam,
+  kGetsockopt,
+  kGettimeofday,
+  kIoctl,
+  kLseek,
+  kMkdir,
+  kMlockall,
+  kMmap,
+  kMsync,
+  kMunlockall,
+  kMunmap,
+  kNanosleep,
+  kOpen,
+  kOpendir,
+  kPoll,
+  kPrintf,
+  kPthreadCondBroadcast,
+  kPthreadCondDestroy,
+  kPthreadCondInit,
+  kPthreadCondSignal,
+  kPthreadCondTimedwait,
+  kPthreadCondWait,
+  kPthreadCreate,
+  kPthreadGetschedparam,
+  kPthreadMutexDestroy,
+  kPthreadMutexInit,
+  kPthreadSetschedparam,
+  kRead,
+  kReaddir,
+  kRename,
+  kRmdir,
+  kScandir,
+  kSchedGetPriorityMax,
+  kSchedGetPriorityMin,
+  kSelect,
+  kSend,
+  kShutdown,
+  kSocket,
+  kStat,
+  kStatfs,
+  kUflow,
+  kUnlink,
+  kVsnprintf,
+  kWrite,
+  kCount
+};
+constexpr std::size_t kCalls = static_cast<std::size_t>(Call::kCount);
+
+// What happens instead of the call's work.
+struct Effect {
+  enum Kind : unsigned char {
+    kError,    // it fails with `error`
+    kEnd,      // the file, the directory or the waiting time is at its end
+    kOneByte,  // only one byte is transferred
+    kHalf      // only half of the bytes are
+  };
+  Kind kind;
+  int error;
+};
+
+struct Fault {
+  Call call = Call::kAny;
+  int nth = 0;  // 1 is the first; 0 injects nothing
+  bool and_all_later = false;
+  Effect effect = {Effect::kError, 0};  // each function's own first one for kAny
+};
+
+// A function: the symbol that the library imports, and what can become of a call.
+struct Faultable {
+  Call call;
+  const char* symbol;
+  std::span<const Effect> effects;
+};
+const Faultable& faultable(Call call);
+
+// --- The plan, of which there is one at a time.
+
+void begin_plan(const Fault& fault);
+void resume_plan();
+void pause_plan();
+void end_plan();
+
+// How often the function was called, and how often it came out otherwise than it would
+// have. For kAny all but memory count.
+int calls(Call call);
+int strikes(Call call);
+
+// Writes a fault as text, cut at `size`. Allocates nothing.
+void describe(const Fault& fault, char* text, std::size_t size);
+
+// --- For the interposed functions.
+
+// Counts a call of the library; null when it is to be left alone, and always for other
+// callers. `size` is the number of bytes to transfer, for functions that do: a call that
+// cannot be cut short is left alone.
+const Effect* strike(Call call, std::size_t size = 0);
+
+// Whether the calling thread is the library's at the moment.
+bool is_library();
+
+// Makes a thread one of the library's, which it then stays.
+void adopt_thread();
+
+}  // namespace faults
+
+#endif
