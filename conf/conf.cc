@@ -85,7 +85,7 @@ T read_as(const GConf* conf, const char* section, const char* key, T def, Conver
   CHECK_ARG(key != NULL, def);
   // A null conf alone is no mistake: a program without its file runs on its defaults.
   if (conf == nullptr) return def;
-  const MutexLock lock(conf->mutex);
+  const BriefLock lock(conf->mutex);
   const char* const value = find_value(conf, section, key);
   return value != nullptr ? convert(value) : def;
 }
@@ -168,7 +168,7 @@ extern "C" void g_conf_write_string(GConf* conf, const char* section, const char
   char* former = nullptr;
   Stored stored;
   {
-    const MutexLock lock(conf->mutex);
+    const BriefLock lock(conf->mutex);
     stored = store(conf, section, key, value, &former);
   }
   if (stored == Stored::kSame) return;
@@ -222,7 +222,7 @@ extern "C" void g_conf_remove_key(GConf* conf, const char* section, const char* 
   CHECK_ARG(conf != NULL);
   CHECK_ARG(section != NULL);
   CHECK_ARG(key != NULL);
-  const MutexLock lock(conf->mutex);
+  const BriefLock lock(conf->mutex);
   GConfSection* const found = find_section(conf, section);
   GConfEntry* const entry = found != nullptr ? find_entry(found, key) : nullptr;
   if (entry == nullptr) return;
@@ -233,7 +233,7 @@ extern "C" void g_conf_remove_key(GConf* conf, const char* section, const char* 
 extern "C" void g_conf_remove_section(GConf* conf, const char* section) {
   CHECK_ARG(conf != NULL);
   CHECK_ARG(section != NULL);
-  const MutexLock lock(conf->mutex);
+  const BriefLock lock(conf->mutex);
   GConfSection* const found = find_section(conf, section);
   if (found == nullptr) return;
   remove_section(conf, found);

@@ -166,17 +166,21 @@ void unlink(GList*& list, NameIndex* index, void* record) {
   index->remove(list, record);
 }
 
+[[gnu::cold, gnu::noinline]] std::string_view trim_value(const GConfEntry* entry) {
+  const std::string_view kept = trimmed(entry->value);
+  std::memmove(entry->value, kept.data(), kept.size());
+  entry->value[kept.size()] = '\0';
+  return {entry->value, kept.size()};
+}
+
 // The value of an entry. Kept: trimmed where it stands, although what is stored is trimmed:
 // a program may have written into it.
 inline std::string_view trimmed_value(const GConfEntry* entry) {
   const std::string_view value = entry->value;
-  const std::string_view kept = trimmed(value);
   // Written to only if need be: other threads may be reading it.
-  if (kept.size() == value.size()) [[likely]]
-    return value;
-  std::memmove(entry->value, kept.data(), kept.size());
-  entry->value[kept.size()] = '\0';
-  return {entry->value, kept.size()};
+  if (!is_trimmed(value)) [[unlikely]]
+    return trim_value(entry);
+  return value;
 }
 
 // A new value for an entry; false when memory is exhausted.

@@ -13,73 +13,89 @@
 
 namespace groundwork {
 
-constexpr unsigned char lower(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte | 0x20) : byte;
-}
-
-// The four bytes of a word, each as lower() gives it, at once.
-constexpr std::uint32_t lower_word(std::uint32_t word) {
-  const std::uint32_t low_bits = word & 0x7f7f7f7fu;
-  const std::uint32_t from_a = low_bits + 0x01010101u * (0x80 - 'A');  // top bit: >= 'A'
-  const std::uint32_t past_z = low_bits + 0x01010101u * (0x7f - 'Z');  // top bit: > 'Z'
-  const std::uint32_t is_upper = from_a & ~past_z & ~word & 0x80808080u;
-  return word | is_upper >> 2;
-}
-
 inline std::uint32_t load_word(const char* at) {
   std::uint32_t word;
   std::memcpy(&word, at, sizeof word);
   return word;
 }
 
-// Names of at least four bytes are gone through in words, the last of which may overlap the
-// one before.
-constexpr std::size_t next_word(std::size_t at, std::size_t last) {
-  return at + 4 < last ? at + 4 : last;
+// The word of a name of less than four bytes. Longer names are gone through in words, the
+// last of which may overlap the one before.
+inline std::uint32_t short_word(const char* name, std::size_t length) {
+  std::uint32_t word = 0;
+  for (std::size_t at = 0; at < length; ++at) {
+    word = word << 8 | static_cast<unsigned char>(name[at]);
+  }
+  return word;
 }
 
-// Whether two names are the same.
+// The bit by which the cases of a letter differ, in each byte of a word.
+constexpr std::uint32_t kCaseBits = 0x20202020;
+
+// The case bit of each byte of a word that is a letter.
+constexpr std::uint32_t case_bits_of_letters(std::uint32_t word) {
+  const std::uint32_t low_bits = (word | kCaseBits) & 0x7f7f7f7fu;
+  const std::uint32_t from_a = low_bits + 0x01010101u * (0x80 - 'a');  // top bit: >= 'a'
+  const std::uint32_t past_z = low_bits + 0x01010101u * (0x7f - 'z');  // top bit: > 'z'
+  return (from_a & ~past_z & ~word & 0x80808080u) >> 2;
+}
+
+constexpr bool same_word(std::uint32_t a, std::uint32_t b) {
+  const std::uint32_t difference = a ^ b;
+  return (difference & ~kCaseBits) == 0 && (difference & ~case_bits_of_letters(a)) == 0;
+}
+
+// For names of equal lengths.
+[[gnu::noinline]] inline bool same_but_for_case(const char* a, const char* b,
+                                                std::size_t length) {
+  if (length < 4) return same_word(short_word(a, length), short_word(b, length));
+  const std::size_t last = length - 4;
+  for (std::size_t at = 0; at < last; at += 4) {
+    if (!same_word(load_word(a + at), load_word(b + at))) return false;
+  }
+  return same_word(load_word(a + last), load_word(b + last));
+}
+
+// For names of equal lengths.
+inline bool same_spelling(const char* a, const char* b, std::size_t length) {
+  if (length < 4) return false;  // not worth the code
+  const std::size_t last = length - 4;
+  for (std::size_t at = 0; at < last; at += 4) {
+    if (load_word(a + at) != load_word(b + at)) return false;
+  }
+  return load_word(a + last) == load_word(b + last);
+}
+
+// Whether two names are the same. Most are spelled as they were first.
 inline bool same_name(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  if (a.size() < 4) {
-    for (std::size_t at = 0; at < a.size(); ++at) {
-      if (lower(a[at]) != lower(b[at])) return false;
-    }
-    return true;
-  }
-  const std::size_t last = a.size() - 4;
-  for (std::size_t at = 0;; at = next_word(at, last)) {
-    const std::uint32_t word_a = load_word(a.data() + at);
-    const std::uint32_t word_b = load_word(b.data() + at);
-    if (word_a != word_b && lower_word(word_a) != lower_word(word_b)) return false;
-    if (at == last) return true;
-  }
+  return a.size() == b.size() && (same_spelling(a.data(), b.data(), a.size()) ||
+                                  same_but_for_case(a.data(), b.data(), a.size()));
 }
 
+// Leaves the case bit out of every character, letter or not: names that are then alike cost
+// a comparison.
 constexpr std::uint32_t mix(std::uint32_t hash, std::uint32_t word) {
-  hash = (hash ^ lower_word(word)) * 0x9e3779b1u;
+  hash = (hash ^ (word | kCaseBits)) * 0x9e3779b1u;
   return hash ^ hash >> 15;
 }
 
 // Equal for names that are the same; its upper bits are the best.
 inline std::uint32_t hash_name(std::string_view name) {
   auto hash = static_cast<std::uint32_t>(name.size());
-  if (name.size() < 4) {
-    std::uint32_t word = 0;
-    for (const char character : name)
-      word = word << 8 | static_cast<unsigned char>(character);
-    return mix(hash, word);
-  }
+  if (name.size() < 4) return mix(hash, short_word(name.data(), name.size()));
   const std::size_t last = name.size() - 4;
-  for (std::size_t at = 0;; at = next_word(at, last)) {
+  for (std::size_t at = 0; at < last; at += 4) {
     hash = mix(hash, load_word(name.data() + at));
-    if (at == last) return hash;
   }
+  return mix(hash, load_word(name.data() + last));
 }
 
 constexpr bool is_space(char character) {
   return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+constexpr bool is_trimmed(std::string_view text) {
+  return text.empty() || (!is_space(text.front()) && !is_space(text.back()));
 }
 
 inline std::string_view trimmed(std::string_view text) {

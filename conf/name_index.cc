@@ -27,6 +27,28 @@ const Hidden& hidden_of(const void* record) {
   return *reinterpret_cast<const Hidden*>(static_cast<const char*>(record) + kHiddenOffset);
 }
 
+// Whether a record is the library's own, given how far behind it such a one has its name.
+bool is_ours(const void* record, std::size_t name_offset) {
+  return name_of(record) == static_cast<const char*>(record) + name_offset;
+}
+
+[[gnu::cold, gnu::noinline]] bool programs_own_has_name(const void* record,
+                                                        std::string_view name) {
+  return same_name(name_of(record), name);
+}
+
+inline bool has_name(const void* record, std::size_t name_offset, std::string_view name) {
+  if (!is_ours(record, name_offset)) return programs_own_has_name(record, name);
+  return same_name({name_of(record), hidden_of(record).name_length}, name);
+}
+
+inline void* walk(const GList* list, std::size_t name_offset, std::string_view name) {
+  for (; list != nullptr; list = list->next) {
+    if (has_name(list->data, name_offset, name)) return list->data;
+  }
+  return nullptr;
+}
+
 // Of a record of the library's own.
 std::uint32_t hash_of(const void* record) {
   return hash_name({name_of(record), hidden_of(record).name_length});
@@ -34,45 +56,30 @@ std::uint32_t hash_of(const void* record) {
 
 // Whether a table of that capacity is as full as it may get.
 bool is_full(std::uint32_t count, std::uint32_t capacity) {
-  return count > capacity / 4 * 3;
+  return count > capacity / 2;
 }
 
 }  // namespace
 
-inline bool NameIndex::is_ours(const void* record) const {
-  return name_of(record) == static_cast<const char*>(record) + name_offset_;
-}
-
-inline bool NameIndex::has_name(const void* record, std::string_view name) const {
-  const char* const own = name_of(record);
-  return same_name(
-      is_ours(record) ? std::string_view(own, hidden_of(record).name_length) : own, name);
-}
-
-void* NameIndex::probe(const GList* list, std::string_view name) const {
+inline void* NameIndex::probe(std::string_view name) const {
   const std::uint32_t hash = hash_name(name);
   for (std::uint32_t at = home_of(hash);; at = (at + 1) & mask_) {
     const Slot& slot = slots_[at];
-    if (slot.record == nullptr) break;
+    if (slot.record == nullptr) return nullptr;
     // The name is compared even so: two names may share a hash.
-    if (slot.hash == hash && has_name(slot.record, name)) return slot.record;
+    if (slot.hash == hash && has_name(slot.record, name_offset_, name)) return slot.record;
   }
-  return in_step(list) ? nullptr : walk(list, name);
 }
 
-void* NameIndex::walk(const GList* list, std::string_view name) const {
-  for (; list != nullptr; list = list->next) {
-    if (has_name(list->data, name)) return list->data;
+void* NameIndex::find(const NameIndex* index, const GList* list, std::string_view name) {
+  // No record is its own name: all are taken for a program's own.
+  if (index == nullptr) [[unlikely]]
+    return walk(list, 0, name);
+  if (index->has_table_of(list)) {
+    void* const record = index->probe(name);
+    if (record != nullptr || index->in_step(list)) return record;
   }
-  return nullptr;
-}
-
-// Of a list whose records may all be a program's own.
-void* NameIndex::walk_any(const GList* list, std::string_view name) {
-  for (; list != nullptr; list = list->next) {
-    if (same_name(name_of(list->data), name)) return list->data;
-  }
-  return nullptr;
+  return walk(list, index->name_offset_, name);
 }
 
 bool NameIndex::in_step(const GList* list) const {
@@ -142,7 +149,7 @@ void NameIndex::build(GList* list) {
   if (!resize(capacity)) return;
   head_ = list;
   for (; list != nullptr; list = list->next) {
-    if (!is_ours(list->data)) {
+    if (!is_ours(list->data, name_offset_)) {
       std::free(std::exchange(slots_, nullptr));
       return;
     }

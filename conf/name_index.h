@@ -46,11 +46,7 @@ class NameIndex {
       : name_offset_(static_cast<std::uint32_t>(record_size + kNameGap)) {}
 
   // The first record of that name, or null. Walks when `index` is null.
-  static void* find(const NameIndex* index, const GList* list, std::string_view name) {
-    if (index == nullptr) [[unlikely]]
-      return walk_any(list, name);
-    return index->has_table_of(list) ? index->probe(list, name) : index->walk(list, name);
-  }
+  static void* find(const NameIndex* index, const GList* list, std::string_view name);
 
   // To be called before append() and remove(), unless nobody else has seen the list: brings
   // the index in step with it.
@@ -77,11 +73,7 @@ class NameIndex {
 
   bool has_table_of(const GList* list) const { return slots_ != nullptr && head_ == list; }
   bool in_step(const GList* list) const;
-  bool is_ours(const void* record) const;
-  void* probe(const GList* list, std::string_view name) const;
-  void* walk(const GList* list, std::string_view name) const;
-  static void* walk_any(const GList* list, std::string_view name);
-  bool has_name(const void* record, std::string_view name) const;
+  void* probe(std::string_view name) const;
   std::uint32_t home_of(std::uint32_t hash) const { return hash >> shift_; }
   void rebuild(GList* list);
   void build(GList* list);

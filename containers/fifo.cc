@@ -54,7 +54,7 @@ bool is_full(const GFifo& fifo) {
 
 // False when the ring is full.
 bool store(GFifo& fifo, void* data) {
-  MutexLock lock(fifo.mutex);
+  BriefLock lock(fifo.mutex);
   // Asked again: producers that did not take turns get a refusal instead of a broken ring.
   if (is_full(fifo)) [[unlikely]]
     return false;
@@ -66,7 +66,7 @@ bool store(GFifo& fifo, void* data) {
 
 // Null when the ring is empty.
 void* fetch(GFifo& fifo) {
-  MutexLock lock(fifo.mutex);
+  BriefLock lock(fifo.mutex);
   if (is_empty(fifo)) [[unlikely]]
     return nullptr;
   void* const data = fifo.slots[fifo.read_index];

@@ -80,7 +80,7 @@ LEFT_BY_CANCELLATION void call_add_func(const GQueue& queue, GList* node) {
 
 void append(GQueue& queue, GList* node) {
   call_add_func(queue, node);
-  MutexLock lock(queue.mutex);
+  BriefLock lock(queue.mutex);
   link_after(queue, queue.tail, node);
 }
 
@@ -142,7 +142,7 @@ extern "C" void g_queue_free(GQueue* queue) {
 
 extern "C" int g_queue_empty(GQueue* queue) {
   CHECK_ARG(queue != NULL, -1);
-  MutexLock lock(queue->mutex);
+  BriefLock lock(queue->mutex);
   return queue->head == nullptr ? 1 : 0;
 }
 
@@ -158,7 +158,7 @@ extern "C" void* g_queue_dequeue(GQueue* queue, const void* expected) {
   CHECK_ARG(queue != NULL, nullptr);
   GList* head = nullptr;
   {
-    MutexLock lock(queue->mutex);
+    BriefLock lock(queue->mutex);
     head = queue->head;
     if (head == nullptr || (expected != nullptr && head->data != expected)) return nullptr;
     unlink(*queue, head);
@@ -172,13 +172,13 @@ extern "C" void* g_queue_dequeue(GQueue* queue, const void* expected) {
 
 extern "C" void* g_queue_first(GQueue* queue) {
   CHECK_ARG(queue != NULL, nullptr);
-  MutexLock lock(queue->mutex);
+  BriefLock lock(queue->mutex);
   return queue->head != nullptr ? queue->head->data : nullptr;
 }
 
 extern "C" void* g_queue_last(GQueue* queue) {
   CHECK_ARG(queue != NULL, nullptr);
-  MutexLock lock(queue->mutex);
+  BriefLock lock(queue->mutex);
   return queue->tail != nullptr ? queue->tail->data : nullptr;
 }
 
@@ -205,12 +205,12 @@ extern "C" void g_queue_insert(GQueue* queue, const void* sibling, void* data) {
   bool at_tail = sibling == nullptr;
   if (!at_tail) {
     // Not held from here to the insertion: other threads may change the tail meanwhile.
-    MutexLock lock(queue->mutex);
+    BriefLock lock(queue->mutex);
     at_tail = queue->tail == nullptr || queue->tail->data == sibling;
   }
   if (!at_tail) {
     call_add_func(*queue, node);
-    MutexLock lock(queue->mutex);
+    BriefLock lock(queue->mutex);
     if (GList* const found = g_list_find(queue->head, sibling); found != nullptr) {
       link_after(*queue, found, node);
       return;

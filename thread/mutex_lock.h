@@ -7,6 +7,9 @@
 #include <groundwork/thread.h>
 
 #include <pthread.h>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#endif
 
 struct GMutex {
   pthread_mutex_t mutex;
@@ -22,25 +25,45 @@ namespace groundwork {
 // a user's function, or see to the unlocking with pthread_cleanup_push().
 class MutexLock {
  public:
-  explicit MutexLock(GMutex* mutex) : mutex_(mutex) {
-    if (mutex_ != nullptr) [[likely]] {
-      pthread_mutex_lock(&mutex_->mutex);
-    } else {
-      g_thread_mutex_lock(nullptr);
-    }
-  }
+  explicit MutexLock(GMutex* mutex) : MutexLock(mutex, true) {}
   ~MutexLock() {
-    if (mutex_ != nullptr) [[likely]] {
-      pthread_mutex_unlock(&mutex_->mutex);
-    } else {
+    if (mutex_ == nullptr) [[unlikely]] {
       g_thread_mutex_unlock(nullptr);
+    } else if (is_needed_) {
+      pthread_mutex_unlock(&mutex_->mutex);
     }
   }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
+ protected:
+  MutexLock(GMutex* mutex, bool is_needed) : mutex_(mutex), is_needed_(is_needed) {
+    if (mutex_ == nullptr) [[unlikely]] {
+      g_thread_mutex_lock(nullptr);
+    } else if (is_needed_) {
+      pthread_mutex_lock(&mutex_->mutex);
+    }
+  }
+
  private:
   GMutex* const mutex_;
+  const bool is_needed_;
+};
+
+// Whether the process is known to have one thread only.
+inline bool is_single_threaded() {
+#if __has_include(<sys/single_threaded.h>)
+  return __libc_single_threaded != 0;
+#else
+  return false;
+#endif
+}
+
+// The same for a scope that starts no thread: a process with one thread does without the
+// mutex.
+class BriefLock : public MutexLock {
+ public:
+  explicit BriefLock(GMutex* mutex) : MutexLock(mutex, !is_single_threaded()) {}
 };
 
 }  // namespace groundwork
