@@ -114,6 +114,15 @@ class Build(unittest.TestCase):
         for name in ("url_open", "g_crypt_des_encrypt", "g_conf_open"):
             self.assertNotIn(f" {name}@@", symbols)
 
+    def test_the_reference_is_installed_when_it_was_built(self):
+        binary = self.build(*M32, "-DGROUNDWORK_DOCS=ON", targets=("docs",))
+        run("cmake", "--install", binary, "--component", "documentation",
+            "--prefix", self.folder / "copy")
+        share = self.folder / "copy/share"
+        self.assertTrue((share / "doc/groundwork/html/index.html").is_file())
+        page = run("man", "-M", share / "man", "-P", "cat", "g_conf_open")
+        self.assertIn("g_conf_open - opens a configuration", page)
+
 
 if __name__ == "__main__":
     SOURCE = pathlib.Path(sys.argv.pop(1)).resolve()

@@ -1,11 +1,14 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup callback Callback lists
+ * @ingroup threads
+ *
  * Prioritised callback lists, and a process-wide registry of them by module id.
  *
  * Threads: nothing here is locked. Guard a list, or the registry, that several threads use,
  * and add or remove nothing while another thread executes the same list.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_CALLBACK_H
 #define GROUNDWORK_CALLBACK_H
@@ -28,8 +31,12 @@ typedef struct GCallback GCallback;
  */
 typedef int (*GCallbackFunc)(void *arg, void *data);
 
-/** @return a new empty list for g_callback_free(); null, with nothing logged, when memory
- *          is exhausted. */
+/**
+ * Makes an empty list.
+ *
+ * @return the list, for g_callback_free(); null, with nothing logged, when memory is
+ *         exhausted.
+ */
 G_API GCallback *g_callback_new(void);
 
 /**
@@ -73,8 +80,9 @@ G_API int g_callback_remove(GCallback *callback, GCallbackFunc func, void *data)
 G_API int g_callback_execute(GCallback *callback, void *arg);
 
 /**
- * Creates the registry. BEWARE: an existing one is replaced and not freed; call
- * g_module_cleanup() first.
+ * Creates the registry.
+ *
+ * @warning An existing one is replaced and not freed; call g_module_cleanup() first.
  *
  * @return 0, also when memory is exhausted: the other functions then find no registry.
  */
@@ -98,6 +106,9 @@ G_API int g_module_callback_register(int module, GCallbackFunc func, void *data,
 /**
  * Removes an entry from a module's list. The list stays when it becomes empty.
  *
+ * @param module  as registered.
+ * @param func    as registered; not null.
+ * @param data    as registered.
  * @return as g_callback_remove(); 0 when the module has no list. BEWARE: without a registry
  *         it is `module` itself, which programs have come to expect.
  */
@@ -106,9 +117,13 @@ G_API int g_module_callback_cancel(int module, GCallbackFunc func, void *data);
 /**
  * Executes a module's list.
  *
+ * @param module  as registered.
+ * @param arg     first argument of each function.
  * @return as g_callback_execute(); 0 without a registry or when the module has no list.
  */
 G_API int g_module_callback_execute(int module, void *arg);
+
+/** @} */
 
 #ifdef __cplusplus
 }

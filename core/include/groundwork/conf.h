@@ -1,5 +1,7 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup conf Configuration
+ *
  * Configuration store: INI-style text files, read whole, changed in memory, written whole.
  *
  * The text:
@@ -34,7 +36,7 @@
  * g_find_line() and walks along the lists take no lock: no other thread may change the same
  * conf meanwhile.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_CONF_H
 #define GROUNDWORK_CONF_H
@@ -304,6 +306,8 @@ G_API void g_conf_remove_section(GConf *conf, const char *section);
  */
 G_API int g_conf_register_callback(GConf *conf, const char *section, const char *key,
                                    GConfCallback func, void *data);
+
+/** @} */
 
 #ifdef __cplusplus
 }

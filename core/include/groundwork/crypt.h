@@ -1,5 +1,7 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup crypt Ciphers and Base64
+ *
  * Two block ciphers of the DES family, and Base64.
  *
  * The ciphers transform one block of 8 bytes under a key of 8 bytes. There is no chaining
@@ -18,7 +20,7 @@
  * The ciphers may not be called from a signal handler. Base64 keeps no state and may be
  * used anywhere.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_CRYPT_H
 #define GROUNDWORK_CRYPT_H
@@ -32,7 +34,7 @@ extern "C" {
 /**
  * Encrypts a block with a variant of DES that only g_crypt_des_decrypt() undoes.
  *
- * WARNING: this is not DES as FIPS 46-3 has it and does not interoperate with it. The
+ * @warning This is not DES as FIPS 46-3 has it and does not interoperate with it. The
  * permutations are the standard's, but the rotations of the key schedule are totals that
  * are added up once more, and an S-box lookup uses three of its six bits; the cipher is
  * much weaker than DES. Kept for the data that exists. For standard DES see
@@ -45,14 +47,21 @@ extern "C" {
  */
 G_API int g_crypt_des_encrypt(const void *input, void *output, const void *key);
 
-/** Undoes g_crypt_des_encrypt() under the same key; parameters and result as there. */
+/**
+ * Undoes g_crypt_des_encrypt() under the same key.
+ *
+ * @param input   8 bytes, not null.
+ * @param output  room for 8 bytes, not null.
+ * @param key     8 bytes, not null.
+ * @return as g_crypt_des_encrypt().
+ */
 G_API int g_crypt_des_decrypt(const void *input, void *output, const void *key);
 
 /**
  * Encrypts a block with single DES (FIPS 46-3); there is no triple encryption despite the
  * name.
  *
- * WARNING: the bits of each key byte are read in the opposite order. The result is that of
+ * @warning The bits of each key byte are read in the opposite order. The result is that of
  * standard DES under the key whose bytes are mirrored: a key byte 0x01 here is 0x80 there.
  * So the top bit of each byte, not the low one, is ignored.
  *
@@ -63,13 +72,20 @@ G_API int g_crypt_des_decrypt(const void *input, void *output, const void *key);
  */
 G_API int g_crypt_d3des_encrypt(const void *input, void *output, const void *key);
 
-/** Undoes g_crypt_d3des_encrypt() under the same key; parameters and result as there. */
+/**
+ * Undoes g_crypt_d3des_encrypt() under the same key.
+ *
+ * @param input   8 bytes, not null.
+ * @param output  room for 8 bytes, not null.
+ * @param key     8 bytes, not null.
+ * @return as g_crypt_d3des_encrypt().
+ */
 G_API int g_crypt_d3des_decrypt(const void *input, void *output, const void *key);
 
 /**
  * Encodes bytes as Base64 (RFC 4648: standard alphabet, "=" as padding, no line breaks).
  *
- * WARNING: when two bytes are left over for the last group and the second is 0x80 or above,
+ * @warning When two bytes are left over for the last group and the second is 0x80 or above,
  * the group is not what RFC 4648 asks for: it begins with "/", then the character number
  * 48 + (second byte >> 4), so the text decodes to 0xFF in place of the first of the two
  * bytes, which is lost. Kept because readers of such texts expect it. Give a multiple of
@@ -88,7 +104,7 @@ G_API int g_crypt_base64_encode(const void *src, char *dest, int length);
 /**
  * Decodes Base64 text (RFC 4648: standard alphabet, no line breaks or blanks).
  *
- * WARNING: `str` may not be null. Its length is taken before anything is checked, so null
+ * @warning `str` may not be null. Its length is taken before anything is checked, so null
  * ends the program.
  *
  * "=" is accepted as the last character of the text, and as the last but one; then the last
@@ -104,6 +120,8 @@ G_API int g_crypt_base64_encode(const void *src, char *dest, int length);
  *         (not logged): the bytes of the groups before it are then in `dest`, without a NUL.
  */
 G_API int g_crypt_base64_decode(const char *str, void *dest);
+
+/** @} */
 
 #ifdef __cplusplus
 }

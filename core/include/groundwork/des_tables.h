@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup des_tables DES tables
+ * @ingroup crypt
+ *
  * The tables of the Data Encryption Standard, FIPS 46-3, as plain arrays.
  *
  * For programs that want to look at them. <groundwork/groundwork.h> leaves this header
@@ -12,7 +15,7 @@
  *
  * Threads: the arrays are read-only.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_DES_TABLES_H
 #define GROUNDWORK_DES_TABLES_H
@@ -49,6 +52,8 @@ G_API extern const uint8_t s_box[512];
 
 /** P, the permutation after the S-boxes. */
 G_API extern const int32_t p32[32];
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup dir Directories
+ * @ingroup system
+ *
  * Directories by path: test, list, create with parents, remove and walk whole trees.
  *
  * Symbolic links are followed everywhere, also by g_rmdir(): read its warnings. Names that
@@ -14,7 +17,7 @@
  *
  * Threads: no shared state.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_DIR_H
 #define GROUNDWORK_DIR_H
@@ -29,14 +32,14 @@ extern "C" {
 
 struct stat64;
 
-/** @param path not null. @return 1 if it is a directory or a link to one; 0 for anything
- *  else, for a missing path and on a failed check. */
+/** Tells whether a path is a directory. @param path not null. @return 1 if it is one or a
+ *  link to one; 0 for anything else, for a missing path and on a failed check. */
 G_API int g_dir_exist(const char *path);
 
 /**
  * Lists a directory, sorted as alphasort() does: by strcoll() in the current locale.
  *
- * Types are those of the directory entries. WARNING: a link to a directory is none, and on
+ * @warning Types are those of the directory entries: a link to a directory is none, and on
  * a filesystem that reports no types nothing is.
  *
  * @param path    not null.
@@ -56,7 +59,7 @@ G_API void g_dir_list_free(char **dir_list);
 /**
  * Creates a directory with permissions 0755 (less the umask), or else its parents.
  *
- * WARNING: where a parent is missing, the last component is not created, unless it is
+ * @warning Where a parent is missing, the last component is not created, unless it is
  * followed by a "/": with "a" missing, "a/b/c" creates "a" and "a/b" and returns 0. Call
  * twice, or end the path with "/".
  *
@@ -70,10 +73,10 @@ G_API int g_mkdir(char *path);
 /**
  * Removes a tree: a directory with all it holds, or a single file.
  *
- * WARNING: links to directories are followed. What a link in the tree leads to is emptied,
+ * @warning Links to directories are followed. What a link in the tree leads to is emptied,
  * wherever it lies, before the link itself is removed.
  *
- * WARNING: when `path` cannot be opened as a directory, it is logged ("%s - %s", a warning
+ * @warning When `path` cannot be opened as a directory, it is logged ("%s - %s", a warning
  * with the system's text and the path) and unlinked, and then so is the first component
  * on the way to it that cannot be opened as a directory, such as a dangling link, or a link
  * to a directory that this process may not read. The result is 0, whatever became of it.
@@ -108,7 +111,7 @@ typedef int (*GScandirFunc)(const char *path, const struct stat64 *status, void 
  * `_TIME_BITS=64` gives 64-bit times. Without it, times outside 1901 to 2038 are given as
  * the first or last second of that range.
  *
- * WARNING: links to directories are followed. A link to a directory above it is walked
+ * @warning Links to directories are followed. A link to a directory above it is walked
  * again inside itself until the system stops at 40 links; with two such links in one place
  * the walk takes longer than anybody will wait.
  *
@@ -130,6 +133,8 @@ G_API int g_scandir(const char *path, GScandirFunc func, void *data)
 #else
 G_API int g_scandir(const char *path, GScandirFunc func, void *data);
 #endif
+
+/** @} */
 
 #ifdef __cplusplus
 }

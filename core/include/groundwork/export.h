@@ -1,14 +1,17 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
- * Marks of the public interface.
+ * @defgroup export Marks of the interface
+ * @ingroup core
  *
- * SPDX-License-Identifier: MIT
+ * Marks of the public interface: nothing that a program needs itself.
+ *
+ * @{
  */
 #ifndef GROUNDWORK_EXPORT_H
 #define GROUNDWORK_EXPORT_H
 
-/** Linkage of everything that libgroundwork exports. */
 #if defined(__GNUC__)
+/** Linkage of everything that libgroundwork exports. */
 #define G_API __attribute__((visibility("default")))
 /** Lets the compiler check a printf format (parameter `fmt`) against its arguments, which
  *  begin at parameter `first`; 0 for a `va_list`. */
@@ -17,5 +20,7 @@
 #define G_API
 #define G_PRINTF(fmt, first)
 #endif
+
+/** @} */
 
 #endif

@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup fifo Ring buffer
+ * @ingroup containers
+ *
  * Bounded ring buffer of untyped pointers, for one producer and one consumer.
  *
  * Nothing blocks and nothing is overwritten: putting into a full ring and getting from an
@@ -10,7 +13,7 @@
  * for the state, which is read without a lock and may be out of date at once. Several
  * producers must take turns, and so must several consumers; flushing is consuming.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_FIFO_H
 #define GROUNDWORK_FIFO_H
@@ -37,11 +40,11 @@ G_API GFifo *g_fifo_new(int max_buf);
  *  @param fifo not null (logged as critical). */
 G_API void g_fifo_free(GFifo *fifo);
 
-/** @param fifo not null (logged as critical).
+/** Tells whether the ring is empty. @param fifo not null (logged as critical).
  *  @return 1 when nothing is held, else 0; 1 on a failed check. */
 G_API int g_fifo_empty(GFifo *fifo);
 
-/** @param fifo not null (logged as critical).
+/** Tells whether the ring is full. @param fifo not null (logged as critical).
  *  @return 1 when no slot is free, else 0; 1 on a failed check. */
 G_API int g_fifo_full(GFifo *fifo);
 
@@ -73,17 +76,19 @@ G_API void *g_fifo_get(GFifo *fifo);
  */
 G_API int g_fifo_flush(GFifo *fifo);
 
-/** @param fifo not null (logged as critical).
+/** Counts the elements. @param fifo not null (logged as critical).
  *  @return the number of elements held; -1 on a failed check. */
 G_API int g_fifo_count(GFifo *fifo);
 
-/** @param fifo not null (logged as critical).
+/** Counts the free slots. @param fifo not null (logged as critical).
  *  @return the number of free slots; -1 on a failed check. */
 G_API int g_fifo_avail(GFifo *fifo);
 
-/** @param fifo not null (logged as critical).
+/** Tells the capacity. @param fifo not null (logged as critical).
  *  @return the capacity; -1 on a failed check. */
 G_API int g_fifo_size(GFifo *fifo);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup file Files
+ * @ingroup system
+ *
  * Files: handles with 64-bit offsets, whole-file locks, whole files in one call, and
  * operations by path.
  *
@@ -14,7 +17,7 @@
  * Threads: no shared state. One GFile must not be used by two threads at once without a
  * lock of the caller's.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_FILE_H
 #define GROUNDWORK_FILE_H
@@ -72,6 +75,7 @@ G_API int64_t g_file_write(GFile *file, const void *buf, int64_t len);
 /**
  * Moves the file offset, as lseek() does.
  *
+ * @param file    from g_file_open().
  * @param offset  bytes.
  * @param whence  `SEEK_SET`, `SEEK_CUR` or `SEEK_END`.
  * @return the new offset from the start; -1 on a failed check or an error (`errno` set,
@@ -83,12 +87,12 @@ G_API int64_t g_file_seek(GFile *file, int64_t offset, int whence);
  *  writing. @return 0; -1 on a failed check or an error (`errno` set, nothing logged). */
 G_API int g_file_truncate(GFile *file);
 
-/** @param filename not null; any type of file. @return its size in bytes; -1 on a failed
- *  check or when there is no such file (nothing logged). */
+/** Tells the size of a file. @param filename not null; any type of file. @return its size
+ *  in bytes; -1 on a failed check or when there is no such file (nothing logged). */
 G_API int64_t g_file_size(const char *filename);
 
-/** @param filename not null. @return 1 if it is a regular file or a link to one; 0 for
- *  anything else, for a missing file and on a failed check. */
+/** Tells whether a path is a regular file. @param filename not null. @return 1 if it is one
+ *  or a link to one; 0 for anything else, for a missing file and on a failed check. */
 G_API int g_file_exist(const char *filename);
 
 /**
@@ -119,7 +123,7 @@ G_API char *g_file_read_buf(const char *filename, int64_t *len);
 /**
  * Overwrites the start of an existing file with one write.
  *
- * WARNING: the file is neither created nor cut. A buffer shorter than the file leaves the
+ * @warning The file is neither created nor cut. A buffer shorter than the file leaves the
  * rest of the old content behind it: "ab" into a file holding "xyz" leaves "abz". For a
  * fresh file use g_file_open() with mode 2.
  *
@@ -132,13 +136,15 @@ G_API char *g_file_read_buf(const char *filename, int64_t *len);
  */
 G_API int g_file_write_buf(const char *filename, const void *buf, int64_t len);
 
-/*
- * Locks: POSIX record locks on the whole file, which hold between processes only. They
+/**
+ * @name Locks
+ * POSIX record locks on the whole file, which hold between processes only. They
  * never wait and log nothing.
  *
- * WARNING: two GFiles of one process never conflict, and closing any descriptor of the
+ * @warning Two GFiles of one process never conflict, and closing any descriptor of the
  * file anywhere in the process drops all of the process's locks on it.
  */
+/** @{ */
 
 /** Takes a shared lock on the whole file. @param file open for reading. @return 0; -1 on a
  *  failed check, or at once when another process holds an exclusive lock (`errno`
@@ -154,6 +160,8 @@ G_API int g_file_lock_write(GFile *file);
  *  @return 0; -1 on a failed check or an error. */
 G_API int g_file_unlock(GFile *file);
 
+/** @} */
+
 /** Removes a file or a link (not a directory). @param path unchecked. @return 0; -1 on an
  *  error ("%s - %s.", a warning with the system's text and the path). */
 G_API int g_file_remove(const char *path);
@@ -167,7 +175,7 @@ G_API int g_file_rename(const char *old_path, const char *new_path);
  * Creates an empty file with permissions 0644 (less the umask) if there is none. The times
  * of an existing file stay as they are.
  *
- * WARNING: the result does not tell whether the file exists now: a failure to create it
+ * @warning The result does not tell whether the file exists now: a failure to create it
  * returns 0 as well. Ask g_file_exist().
  *
  * @param filename  not null.
@@ -181,7 +189,7 @@ G_API int g_file_touch(const char *filename);
  * Copies the content of a file. The copy has permissions 0644 (less the umask) and its own
  * owner and times; an existing file is emptied first.
  *
- * WARNING: a read error ends the copy silently, with result 0 and a destination that is too
+ * @warning A read error ends the copy silently, with result 0 and a destination that is too
  * short; compare the sizes where it matters. Copying a file onto itself empties it.
  *
  * @param old_path  not null.
@@ -191,6 +199,8 @@ G_API int g_file_touch(const char *filename);
  *         warning); the destination is then left as far as it came.
  */
 G_API int g_file_copy(const char *old_path, const char *new_path);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup file_map File maps
+ * @ingroup system
+ *
  * Files mapped into memory, shared with every other user of the file.
  *
  * A map covers one region of a file and can be moved to another. Offsets are the system's:
@@ -9,7 +12,7 @@
  *
  * Every function logs a failed check as critical.
  *
- * WARNING: releasing a map, on unmapping and on moving, unmaps as many bytes as the number
+ * @warning Releasing a map, on unmapping and on moving, unmaps as many bytes as the number
  * of the file's descriptor says, not as the region is long: the first page, and nothing at
  * all when the descriptor is 0 (logged). The rest stays mapped until the process ends. To
  * give all of it back, munmap() the pages after the first, taken from
@@ -17,7 +20,7 @@
  *
  * Threads: no shared state; callers that share a map lock around it.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_FILE_MAP_H
 #define GROUNDWORK_FILE_MAP_H
@@ -37,11 +40,11 @@ typedef struct GFileMap GFileMap;
 /**
  * Opens a file and maps a region of it.
  *
- * WARNING: only mode 0 can succeed. Any other opens the file write-only, and the system
+ * @warning Only mode 0 can succeed. Any other opens the file write-only, and the system
  * refuses a shared mapping of a file that is not open for reading ("can't map file -
  * Permission denied").
  *
- * WARNING: offset 0 with length 0 is the region that a new map starts with, so nothing is
+ * @warning Offset 0 with length 0 is the region that a new map starts with, so nothing is
  * mapped, the address is null and `*addr` is untouched.
  *
  * @param filename  not null; an existing file.
@@ -62,11 +65,11 @@ G_API GFileMap *g_file_map(const char *filename, int64_t offset, int64_t length,
  * A map that covers exactly this offset and length already is returned as it is, whatever
  * the mode, and `*addr` is not written.
  *
- * WARNING: on failure the map given is freed, too, and must not be used again; its file
+ * @warning On failure the map given is freed, too, and must not be used again; its file
  * stays open. A map that was moved has lost the ownership of its file: if g_file_map()
  * made it, its file is not closed any more.
  *
- * WARNING: a new map at offset 0 of length 0 maps nothing, and its g_file_unmap() closes
+ * @warning A new map at offset 0 of length 0 maps nothing, and its g_file_unmap() closes
  * `file`.
  *
  * @param map     null for a new one, which borrows `file`: keep it open until the map is
@@ -89,11 +92,12 @@ G_API GFileMap *g_file_remap(GFileMap *map, GFile *file, int64_t offset, int64_t
  *  @param map not null. */
 G_API void g_file_unmap(GFileMap *map);
 
-/** @param map not null. @param length receives the region's length in bytes, all 64 bits as
- *  asked for; may be null. @return the region's address; null on a failed check. */
+/** Tells where a map lies. @param map not null. @param length receives the region's length
+ *  in bytes, all 64 bits as asked for; may be null. @return the region's address; null on a
+ *  failed check. */
 G_API void *g_file_map_get_addr(GFileMap *map, int64_t *length);
 
-/** @return the system's page size in bytes. */
+/** Tells the unit of offsets. @return the system's page size in bytes. */
 G_API int64_t g_file_map_page_size(void);
 
 /**
@@ -105,6 +109,8 @@ G_API int64_t g_file_map_page_size(void);
  *         returned: the log handler's result, usually not negative.
  */
 G_API int g_file_map_sync(GFileMap *map);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,10 +1,9 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file
  * The one header of the `g_` family.
  *
  * Streams (`url_*`) have their own header, <groundwork/url.h>.
- *
- * SPDX-License-Identifier: MIT
  */
 #ifndef GROUNDWORK_GROUNDWORK_H
 #define GROUNDWORK_GROUNDWORK_H

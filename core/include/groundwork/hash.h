@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup hash Hash table
+ * @ingroup containers
+ *
  * Hash table of untyped pointers: one flat array of slots, open addressing, linear probing.
  *
  * A key lives in its home slot, hash modulo the number of slots, or in the first empty slot
@@ -23,7 +26,7 @@
  * Threads: nothing is locked. Callers that share a table lock around every call, searches
  * included.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_HASH_H
 #define GROUNDWORK_HASH_H
@@ -39,14 +42,16 @@ extern "C" {
 /** A table; made by g_hash_new(). */
 typedef struct GHash GHash;
 
-/** Hashes a key. Keys that are equal must have equal hashes. */
+/** Hashes a key. Keys that are equal must have equal hashes. @param key as inserted or looked
+ *  for. @return the hash. */
 typedef uint32_t (*GHashFunc)(const void *key);
 
-/** Compares a stored key with the one looked for. @return non-zero when they are equal. */
+/** Compares two keys. @param stored the one in the table. @param probe the one looked for.
+ *  @return non-zero when they are equal. */
 typedef int (*GEqualFunc)(const void *stored, const void *probe);
 
 /** Releases a key and its value, which are still in the table while it runs. It must not
- *  change the table. */
+ *  change the table. @param key as stored. @param value as stored. */
 typedef void (*GHashDestroyFunc)(void *key, void *value);
 
 /**
@@ -84,6 +89,8 @@ G_API void g_hash_free(GHash *hash);
 G_API int g_hash_insert(GHash *hash, void *key, void *value);
 
 /**
+ * Looks a key up.
+ *
  * @param hash  not null (logged as critical).
  * @param key   the key to look for.
  * @return its value; null when it is absent or on a failed check.
@@ -101,26 +108,28 @@ G_API void *g_hash_find(GHash *hash, const void *key);
  */
 G_API int g_hash_remove(GHash *hash, const void *key);
 
-/** @param hash not null (logged as critical).
+/** Counts the entries. @param hash not null (logged as critical).
  *  @return the number of entries, second copies included; 0 on a failed check. */
 G_API unsigned g_hash_count(GHash *hash);
 
-/** Hash of a key that is a plain pointer or an integer cast to one.
+/** Hashes a key that is a plain pointer or an integer cast to one. @param key any value.
  *  @return the pointer's value (its low 32 bits). */
 G_API uint32_t g_hash_direct(const void *key);
 
-/** @return 1 when both pointers are the same, else 0. */
+/** Compares keys as pointers. @param a any value. @param b any value.
+ *  @return 1 when both are the same, else 0. */
 G_API int g_hash_direct_equal(const void *a, const void *b);
 
-/** Hash of an integer by reference. @param key points to an int32_t, not null.
+/** Hashes an integer by reference. @param key points to an int32_t, not null.
  *  @return the integer. */
 G_API uint32_t g_hash_int(const void *key);
 
-/** @param a,b point to int32_t, not null. @return 1 when the integers are equal, else 0. */
+/** Compares integers by reference. @param a points to an int32_t, not null.
+ *  @param b points to an int32_t, not null. @return 1 when both are equal, else 0. */
 G_API int g_hash_int_equal(const void *a, const void *b);
 
 /**
- * Hash of a string: h = h * 31 + c for each byte, modulo 2^32, where c is a signed byte:
+ * Hashes a string: h = h * 31 + c for each byte, modulo 2^32, where c is a signed byte:
  * bytes from 0x80 on count as -128 to -1 on every platform.
  *
  * @param key  NUL-terminated, not null.
@@ -128,8 +137,11 @@ G_API int g_hash_int_equal(const void *a, const void *b);
  */
 G_API uint32_t g_hash_str(const void *key);
 
-/** @param a,b NUL-terminated, not null. @return 1 when strcmp() finds them equal, else 0. */
+/** Compares strings. @param a NUL-terminated, not null. @param b NUL-terminated, not null.
+ *  @return 1 when strcmp() finds them equal, else 0. */
 G_API int g_hash_str_equal(const void *a, const void *b);
+
+/** @} */
 
 #ifdef __cplusplus
 }

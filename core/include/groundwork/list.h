@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup list List
+ * @ingroup containers
+ *
  * Doubly linked list of untyped pointers.
  *
  * A list is a pointer to a node, normally the first; null is the empty list. Functions
@@ -12,7 +15,7 @@
  *
  * Threads: callers that share a list lock around it.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_LIST_H
 #define GROUNDWORK_LIST_H
@@ -30,29 +33,32 @@ typedef struct GList {
   void *data;         /**< the caller's element; never dereferenced by the list */
 } GList;
 
-/** Called by g_list_foreach() with an element and the caller's data. */
+/** Called by g_list_foreach(). @param data the element. @param user_data the caller's. */
 typedef void (*GListFunc)(void *data, void *user_data);
 
 /** Frees the nodes from `list` to the end, not their data. @param list a node, or null. */
 G_API void g_list_free(GList *list);
 
-/** @param list a node, or null. @param data the element to look for.
+/** Tells the position of an element.
+ *  @param list a node, or null. @param data the element to look for.
  *  @return zero-based position, counted from `list`, of the first node that holds `data`;
  *          -1 if none does. */
 G_API int g_list_index(GList *list, const void *data);
 
-/** @param list a node, or null. @param n how many nodes to go on.
+/** Goes on by a number of nodes.
+ *  @param list a node, or null. @param n how many nodes to go on.
  *  @return the node `n` places after `list`, null past the end; `list` itself when `n` is
  *          less than 1. */
 G_API GList *g_list_nth(GList *list, int n);
 
-/** @param list a node, or null. @return the last node; null for a null list. */
+/** Finds the end. @param list a node, or null. @return the last node; null for a null list. */
 G_API GList *g_list_last(GList *list);
 
-/** @param list a node, or null. @return the first node; null for a null list. */
+/** Finds the start. @param list a node, or null. @return the first node; null for a null list. */
 G_API GList *g_list_first(GList *list);
 
-/** @param list a node, or null. @return the number of nodes from `list` to the end. */
+/** Counts the nodes. @param list a node, or null. @return how many there are from `list` to
+ *  the end. */
 G_API unsigned g_list_length(GList *list);
 
 /** Calls `func(data, user_data)` for each node from `list` to the end. The function may
@@ -85,7 +91,7 @@ G_API GList *g_list_prepend(GList *list, void *data);
  */
 G_API GList *g_list_insert_before(GList *list, void *data, int position);
 
-/** @param list a node, or null.
+/** Copies a list, not its data. @param list a node, or null.
  *  @return a new list of the same elements in the same order; null for a null list, or
  *          when memory is exhausted. The caller frees it with g_list_free(). */
 G_API GList *g_list_copy(GList *list);
@@ -109,9 +115,12 @@ G_API GList *g_list_delete_link(GList *list, GList *link);
  *  @return the new head; `list` when no node holds `data`. */
 G_API GList *g_list_remove(GList *list, const void *data);
 
-/** @param list a node, or null. @param data the element to look for.
+/** Finds the node of an element.
+ *  @param list a node, or null. @param data the element to look for.
  *  @return the first node from `list` that holds `data`, or null. */
 G_API GList *g_list_find(GList *list, const void *data);
+
+/** @} */
 
 #ifdef __cplusplus
 }

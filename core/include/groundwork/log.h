@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup log Logging
+ * @ingroup core
+ *
  * Levelled diagnostics.
  *
  * A message is printed when its level is at least the process-wide threshold, which is
@@ -9,7 +12,7 @@
  * Threads: any thread may log at any time; each line is emitted by one call, so lines do
  * not mix. Set threshold, handler and package name at start-up: they are not locked.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_LOG_H
 #define GROUNDWORK_LOG_H
@@ -61,7 +64,7 @@ G_API void g_debug_set_level2(int level);
  *  because programs call it and rely on its having no effect. @param level ignored. */
 G_API void g_debug_set_level(int level);
 
-/** @return the current threshold. */
+/** Tells the threshold. @return the current one. */
 G_API int g_debug_get_level(void);
 
 /**
@@ -86,7 +89,16 @@ G_API void g_debug_set_handler(GLogHandler handler, void *arg);
  */
 G_API int g_log(int level, const char *file, int line, const char *fmt, ...) G_PRINTF(4, 5);
 
-/** g_log() with an argument list. @param ap consumed; undefined afterwards. */
+/**
+ * Logs one line, as g_log(), with an argument list.
+ *
+ * @param level  as for g_log().
+ * @param file   as for g_log().
+ * @param line   as for g_log().
+ * @param fmt    as for g_log().
+ * @param ap     consumed; undefined afterwards.
+ * @return as g_log().
+ */
 G_API int g_logv(int level, const char *file, int line, const char *fmt, va_list ap)
     G_PRINTF(4, 0);
 
@@ -99,6 +111,8 @@ G_API void g_print(const char *fmt, ...) G_PRINTF(1, 2);
 
 /** Does nothing; kept as part of the interface. */
 G_API void test_out(void);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,11 +1,16 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup memory Checked allocation
+ * @ingroup core
+ *
  * Checked allocation on the system heap.
  *
  * Every block is ordinary heap memory, owned by the caller, released with free() or
- * g_freep(). Threads: as safe as the system heap.
+ * g_freep().
  *
- * SPDX-License-Identifier: MIT
+ * Threads: as safe as the system heap.
+ *
+ * @{
  */
 #ifndef GROUNDWORK_MEMORY_H
 #define GROUNDWORK_MEMORY_H
@@ -25,7 +30,8 @@ extern "C" {
  */
 G_API void *g_malloc(unsigned n_bytes);
 
-/** As g_malloc(), filled with zeros. @param n_bytes size. @return the block, or null. */
+/** Allocates a block filled with zeros, as g_malloc(). @param n_bytes size. @return the block,
+ *  or null. */
 G_API void *g_malloc0(unsigned n_bytes);
 
 /**
@@ -57,6 +63,8 @@ G_API void *g_memdup(const void *mem, unsigned n_bytes);
  * @return the result of the last g_log() call.
  */
 G_API int g_mem_profile(void);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,8 +1,11 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup package Package name
+ * @ingroup core
+ *
  * The package name: prefix of every log line and name of the default configuration file.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_PACKAGE_H
 #define GROUNDWORK_PACKAGE_H
@@ -26,6 +29,8 @@ G_API extern char g_package_name[21];
  *         critical).
  */
 G_API const char *g_package_set_name(const char *name);
+
+/** @} */
 
 #ifdef __cplusplus
 }

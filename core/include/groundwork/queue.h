@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup queue Queue
+ * @ingroup containers
+ *
  * Thread-safe first-in first-out queue of untyped pointers.
  *
  * Nothing blocks waiting for data: taking from an empty queue answers null at once. A
@@ -21,7 +24,7 @@
  *
  * Threads: every function but g_queue_delete() and g_queue_free() may be called at any time.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_QUEUE_H
 #define GROUNDWORK_QUEUE_H
@@ -37,10 +40,11 @@ extern "C" {
 /** A queue; made by g_queue_new(). */
 typedef struct GQueue GQueue;
 
-/** Takes or gives up a hold on an element. */
+/** Takes or gives up a hold on an element. @param data the element. */
 typedef void (*GQueueHoldFunc)(void *data);
 
-/** Visits an element. @return 0 to go on, anything else to stop. */
+/** Visits an element. @param data the element. @param user_data the caller's.
+ *  @return 0 to go on, anything else to stop. */
 typedef int (*GQueueFunc)(void *data, void *user_data);
 
 /**
@@ -57,7 +61,7 @@ G_API GQueue *g_queue_new(GQueueHoldFunc add_func, GQueueHoldFunc release_func);
  *  more. @param queue not null (logged as critical). */
 G_API void g_queue_free(GQueue *queue);
 
-/** @param queue not null (logged as critical).
+/** Tells whether the queue is empty. @param queue not null (logged as critical).
  *  @return 1 when the queue is empty, 0 when not; -1 on a failed check. */
 G_API int g_queue_empty(GQueue *queue);
 
@@ -75,7 +79,7 @@ G_API void g_queue_enqueue(GQueue *queue, void *data);
 /**
  * Takes the head element, or only that one element if it is the head.
  *
- * BEWARE: release_func has run on the element when it is returned. If it frees elements,
+ * @warning release_func has run on the element when it is returned. If it frees elements,
  * the result is dangling and tells no more than that there was one.
  *
  * @param queue     not null (logged as critical).
@@ -85,11 +89,11 @@ G_API void g_queue_enqueue(GQueue *queue, void *data);
  */
 G_API void *g_queue_dequeue(GQueue *queue, const void *expected);
 
-/** @param queue not null (logged as critical).
+/** Looks at the head. @param queue not null (logged as critical).
  *  @return the head element, which stays; null when the queue is empty. */
 G_API void *g_queue_first(GQueue *queue);
 
-/** @param queue not null (logged as critical).
+/** Looks at the tail. @param queue not null (logged as critical).
  *  @return the tail element, which stays; null when the queue is empty. */
 G_API void *g_queue_last(GQueue *queue);
 
@@ -101,7 +105,7 @@ G_API void g_queue_clear(GQueue *queue);
  * Adds an element directly after the first one that is `sibling`; at the tail when there is
  * none, when `sibling` is null or when it is the tail element.
  *
- * BEWARE: when `sibling` is looked for and not found, add_func is called twice for the one
+ * @warning When `sibling` is looked for and not found, add_func is called twice for the one
  * element. A callback that counts references sees two.
  *
  * Exhausted memory is treated as by g_queue_enqueue().
@@ -133,12 +137,16 @@ G_API void g_queue_remove(GQueue *queue, const void *data);
  *  @param user_data passed on. */
 G_API void g_queue_foreach(GQueue *queue, GQueueFunc func, void *user_data);
 
-/** As g_queue_foreach(), from tail to head. */
+/** Calls `func(element, user_data)` from tail to head, otherwise as g_queue_foreach().
+ *  @param queue not null (logged as critical). @param func not null (logged as critical).
+ *  @param user_data passed on. */
 G_API void g_queue_foreach_reverse(GQueue *queue, GQueueFunc func, void *user_data);
 
-/** @param queue not null; UNCHECKED. @return the number of elements, read without the lock
- *  and so perhaps out of date. */
+/** Counts the elements. @param queue not null; UNCHECKED. @return the number, read without
+ *  the lock and so perhaps out of date. */
 G_API uint32_t g_queue_count(GQueue *queue);
+
+/** @} */
 
 #ifdef __cplusplus
 }

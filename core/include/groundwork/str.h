@@ -1,5 +1,7 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup str Strings
+ *
  * Strings: copying, trimming, splitting, comparing, formatted allocation.
  *
  * Strings are NUL-terminated bytes; nothing here depends on the locale, except what the
@@ -9,10 +11,11 @@
  *
  * Whitespace is blank, tab, newline, vertical tab, form feed and carriage return.
  *
- * Failed argument checks are logged as critical under the name "g_str". Threads: no state;
- * callers that share a string lock around it.
+ * Failed argument checks are logged as critical under the name "g_str".
  *
- * SPDX-License-Identifier: MIT
+ * Threads: no state; callers that share a string lock around it.
+ *
+ * @{
  */
 #ifndef GROUNDWORK_STR_H
 #define GROUNDWORK_STR_H
@@ -72,6 +75,8 @@ G_API char **g_strsplit(const char *str, const char *delim, int max_tokens);
 G_API void g_strfreev(char **str_array);
 
 /**
+ * Tells whether a string ends with another.
+ *
  * @param str     null fails the check "str != NULL".
  * @param suffix  null fails the check "suffix != NULL"; the empty string always matches.
  * @return 1 when `str` ends with `suffix`, exactly; else 0, also on a failed check.
@@ -79,6 +84,8 @@ G_API void g_strfreev(char **str_array);
 G_API int g_str_has_suffix(const char *str, const char *suffix);
 
 /**
+ * Tells whether a string begins with another.
+ *
  * @param str     null fails the check "str != NULL".
  * @param prefix  null fails the check "prefix != NULL"; the empty string always matches.
  * @return 1 when `str` begins with `prefix`, exactly; else 0, also on a failed check.
@@ -124,9 +131,11 @@ G_API char *g_strncpy(char *dst, const char *src, unsigned len);
  */
 G_API char *g_strdup_printf(const char *fmt, ...) G_PRINTF(1, 2);
 
-/** g_strdup_printf() with an argument list. @param fmt as there. @param args consumed;
- *  undefined afterwards. @return as there. */
+/** Formats into a new string, as g_strdup_printf(), with an argument list.
+ *  @param fmt as there. @param args consumed; undefined afterwards. @return as there. */
 G_API char *g_strdup_vprintf(const char *fmt, va_list args) G_PRINTF(1, 0);
+
+/** @} */
 
 #ifdef __cplusplus
 }

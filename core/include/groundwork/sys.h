@@ -1,12 +1,16 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup sys System figures
+ * @ingroup system
+ *
  * Figures of the running Linux system, and memory locking.
  *
  * Nothing is kept between calls. Failed argument checks and system failures are logged
- * under the name "g_sys". Threads: safe, and no call is a cancellation point but for what it
- * logs.
+ * under the name "g_sys".
  *
- * SPDX-License-Identifier: MIT
+ * Threads: safe, and no call is a cancellation point but for what it logs.
+ *
+ * @{
  */
 #ifndef GROUNDWORK_SYS_H
 #define GROUNDWORK_SYS_H
@@ -59,13 +63,15 @@ G_API int g_sys_cpu_load(int cpu);
 /**
  * Percentage of memory that is not used, from the second line of "/proc/meminfo".
  *
- * WARNING: only for the older form of that file, whose second line is "Mem:  total used
+ * @warning Only for the older form of that file, whose second line is "Mem:  total used
  * ...". With the newer one, "MemFree: N kB", the result is 100.
  *
  * @return (total - used) * 100 / total; -1 when the file cannot be read or has no such
  *         line, the total is 0, or memory is exhausted.
  */
 G_API int g_sys_mem_use(void);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,11 +1,14 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup thread Threads, mutexes and events
+ * @ingroup threads
+ *
  * Threads, mutexes and events over POSIX threads (IEEE Std 1003.1).
  *
  * Failures of the system are logged as warnings with the text of `errno`; failed argument
  * checks as critical.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_THREAD_H
 #define GROUNDWORK_THREAD_H
@@ -29,6 +32,9 @@ typedef struct GThreadEvent GThreadEvent;
 
 /** What a thread runs. @param arg as given to g_thread_create(). @return ignored. */
 typedef void *(*GThreadFunc)(void *arg);
+
+/** @name Threads */
+/** @{ */
 
 /**
  * Starts a thread with default attributes. It can be cancelled, deferred, as POSIX has it.
@@ -68,13 +74,18 @@ G_API int g_thread_cancel(GThread *thread);
  */
 G_API void g_thread_free(GThread *thread);
 
-/** @return a new handle of the calling thread, for g_thread_free(); null when memory is
- *          exhausted. */
+/**
+ * Makes a handle of the calling thread.
+ *
+ * @return the handle, for g_thread_free(); null when memory is exhausted.
+ */
 G_API GThread *g_thread_self(void);
 
 /**
  * Compares two handles.
  *
+ * @param thread1  not null.
+ * @param thread2  not null.
  * @return 1 when both are of the same thread, else 0; 0 when one is null (logged).
  */
 G_API int g_thread_check_same(GThread *thread1, GThread *thread2);
@@ -96,8 +107,17 @@ G_API int g_thread_check_same(GThread *thread1, GThread *thread2);
  */
 G_API int g_thread_set_priority(GThread *thread, int priority);
 
-/** @return a new unlocked mutex for g_thread_mutex_free(); null, with nothing logged, when
- *          memory is exhausted. */
+/** @} */
+
+/** @name Mutexes */
+/** @{ */
+
+/**
+ * Makes an unlocked mutex.
+ *
+ * @return the mutex, for g_thread_mutex_free(); null, with nothing logged, when memory is
+ *         exhausted.
+ */
 G_API GMutex *g_thread_mutex_new(void);
 
 /**
@@ -109,7 +129,7 @@ G_API GMutex *g_thread_mutex_new(void);
 G_API void g_thread_mutex_free(GMutex *mutex);
 
 /**
- * Locks. The owner must not lock again: it would wait for itself.
+ * Locks a mutex. The owner must not lock again: it would wait for itself.
  *
  * @param mutex  not null.
  * @return 0; -1 when `mutex` is null (logged as critical).
@@ -117,8 +137,10 @@ G_API void g_thread_mutex_free(GMutex *mutex);
 G_API int g_thread_mutex_lock(GMutex *mutex);
 
 /**
- * Locks if that is possible at once. BEWARE: the result does not tell. It is 0 also when
- * the mutex was busy, and the caller then does not hold it. Do not use it to guard data.
+ * Locks a mutex if that is possible at once.
+ *
+ * @warning The result does not tell. It is 0 also when the mutex was busy, and the caller then
+ * does not hold it. Do not use it to guard data.
  *
  * @param mutex  not null.
  * @return 0; -1 when `mutex` is null (logged as critical).
@@ -126,15 +148,24 @@ G_API int g_thread_mutex_lock(GMutex *mutex);
 G_API int g_thread_mutex_trylock(GMutex *mutex);
 
 /**
- * Unlocks.
+ * Unlocks a mutex.
  *
  * @param mutex  not null; held by the caller.
  * @return 0; -1 when `mutex` is null (logged as critical).
  */
 G_API int g_thread_mutex_unlock(GMutex *mutex);
 
-/** @return a new event for g_thread_event_free(); null, with nothing logged, when memory
- *          is exhausted. */
+/** @} */
+
+/** @name Events */
+/** @{ */
+
+/**
+ * Makes an event.
+ *
+ * @return the event, for g_thread_event_free(); null, with nothing logged, when memory is
+ *         exhausted.
+ */
 G_API GThreadEvent *g_thread_event_new(void);
 
 /**
@@ -158,7 +189,7 @@ G_API int g_thread_event_wait(GThreadEvent *event);
  * Waits for a signal for `timeout` milliseconds by the wall clock, then waits AGAIN,
  * without limit. A cancellation point.
  *
- * BEWARE: the time-out bounds nothing. However the first wait ended, by a signal too, the
+ * @warning The time-out bounds nothing. However the first wait ended, by a signal too, the
  * call returns only after a signal or broadcast that comes later. Programs are built on it;
  * where a bounded wait is needed use pthread_cond_timedwait().
  *
@@ -187,6 +218,10 @@ G_API int g_thread_event_signal(GThreadEvent *event);
  * @return 0; -1 when `event` is null (logged).
  */
 G_API int g_thread_event_broadcast(GThreadEvent *event);
+
+/** @} */
+
+/** @} */
 
 #ifdef __cplusplus
 }

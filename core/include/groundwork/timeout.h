@@ -1,12 +1,15 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup timeout Timeouts
+ * @ingroup threads
+ *
  * Timeouts: one function called periodically on a thread of its own.
  *
  * Calls come at a fixed rate: each period is measured, by the wall clock, from the start of
  * the call. A call longer than the interval is followed by the next at once. A clock set
  * back during a call lengthens the wait after it by as much.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_TIMEOUT_H
 #define GROUNDWORK_TIMEOUT_H
@@ -64,6 +67,8 @@ G_API void g_timeout_free(GTimeout *timeout);
  *         the result of g_log() is returned, which may look like success.
  */
 G_API int g_timeout_set_priority(GTimeout *timeout, int priority);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,8 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup timer Timer service
+ * @ingroup threads
+ *
  * The timer service: periodic callbacks on one thread, a millisecond clock, a sleep.
  *
  * The service's thread wakes every 10 ms and calls each callback whose interval has
@@ -13,7 +16,7 @@
  * service is set up. g_timer_init(), g_timer_enable() and g_timer_cleanup() belong to one
  * thread.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_TIMER_H
 #define GROUNDWORK_TIMER_H
@@ -43,8 +46,10 @@ typedef uint32_t (*GTimerCallback)(uint32_t interval, void *param);
 /** The process id as the service's thread sees it while it runs, else 0. */
 G_API extern int g_timer_pid;
 
-/** Reserved; the library neither reads nor writes them. */
+/** Reserved; the library neither reads nor writes it. */
 G_API extern uint32_t g_alarm_interval;
+
+/** Reserved; the library neither reads nor writes it. */
 G_API extern GTimerCallback g_alarm_callback;
 
 /**
@@ -80,7 +85,9 @@ G_API int g_timer_enable(int on);
  */
 G_API GTimerEntry *g_add_timer(int interval, GTimerCallback callback, void *param);
 
-/** The same as g_add_timer(). */
+/** Registers a timer: the same as g_add_timer().
+ *  @param interval as there. @param callback as there. @param param as there.
+ *  @return as there. */
 G_API GTimerEntry *g_add_timer_ex(int interval, GTimerCallback callback, void *param);
 
 /**
@@ -106,13 +113,16 @@ G_API int g_set_timer(uint32_t interval, GTimerCallback callback);
 G_API int g_start_ticks(void);
 
 /**
- * Milliseconds since g_start_ticks(), or since the epoch without it, modulo 2^32.
+ * Reads the clock: milliseconds since g_start_ticks(), or since the epoch without it, modulo
+ * 2^32.
  *
  * A difference of more than 30 seconds to the last reading, either way, is taken for a step
  * of the wall clock: the reading is then the last one plus 10, and later ones go on from
  * about the last one. So is the first reading of a process that did not call
  * g_start_ticks(): it is 10. Where a process may not read the ticks for half a minute they
  * lose that time.
+ *
+ * @return the ticks.
  *
  * Threads: any; two that notice a step at once may each take it for theirs.
  */
@@ -124,6 +134,8 @@ G_API uint32_t g_get_ticks(void);
  * @param ms  milliseconds; a negative value returns at once.
  */
 G_API void g_delay(int ms);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,7 @@
+/* SPDX-License-Identifier: MIT */
 /**
- * @file
+ * @defgroup url Streams
+ *
  * URL streams: local files, standard input and HTTP resources read through one handle.
  *
  * A program registers the modules that it wants, opens streams and reads them:
@@ -22,7 +24,7 @@
  * of the home directory functions belong to the whole process, and a stream to one thread
  * at a time: callers take turns.
  *
- * SPDX-License-Identifier: MIT
+ * @{
  */
 #ifndef GROUNDWORK_URL_H
 #define GROUNDWORK_URL_H
@@ -54,8 +56,10 @@ enum {
   URLERR_HTTP_NOT_FOUND = 10008   /**< status 404; its text is "Internal error" */
 };
 
-/** The read limit of an unlimited stream. */
-enum { URL_NO_READLIMIT = 0x7fffffff };
+/** No limit. */
+enum {
+  URL_NO_READLIMIT = 0x7fffffff /**< the read limit of a stream that has none */
+};
 
 struct URL_record;
 
@@ -63,18 +67,21 @@ struct URL_record;
  *  URL_record. */
 typedef struct URL_record *URL;
 
-/** Reads up to `n` bytes into `buf`. Returns the number read, 0 at the end, -1 on error. */
+/** Reads bytes. @param url the stream. @param buf room for them. @param n how many at most.
+ *  @return the number read, 0 at the end, -1 on error. */
 typedef int32_t (*URL_read_operation)(URL url, void *buf, int32_t n);
-/** Reads one line, its end included, as NUL-terminated text into `buf` of `n` bytes.
- *  Returns `buf`; null at the end. */
+/** Reads one line, its end included, as NUL-terminated text.
+ *  @param url the stream. @param buf room for it. @param n size of `buf`.
+ *  @return `buf`; null at the end. */
 typedef char *(*URL_gets_operation)(URL url, char *buf, int32_t n);
-/** Reads one byte: 0 to 255, or -1. */
+/** Reads one byte. @param url the stream. @return 0 to 255, or -1. */
 typedef int32_t (*URL_fgetc_operation)(URL url);
-/** Repositions as lseek() does. Returns the new position, or -1. */
+/** Moves as lseek() does. @param url the stream. @param offset bytes. @param whence SEEK_SET,
+ *  SEEK_CUR or SEEK_END. @return the new position, or -1. */
 typedef int64_t (*URL_seek_operation)(URL url, int64_t offset, int32_t whence);
-/** Returns the current position. */
+/** Tells the position. @param url the stream. @return it, in bytes. */
 typedef int64_t (*URL_tell_operation)(URL url);
-/** Releases what the module holds, and the record. */
+/** Releases what the module holds, and the record. @param url the stream. */
 typedef void (*URL_close_operation)(URL url);
 
 /** The common part of every stream's record; the module's private fields follow it. */
@@ -129,7 +136,8 @@ typedef struct URL_http {
   FILE *stream;             /**< buffered stream over the socket; owns its descriptor */
 } URL_http;
 
-/* ---- Settings and state ---------------------------------------------------------------- */
+/** @name Settings and state */
+/** @{ */
 
 /** Error of the last URL operation: an `errno` value or a URLERR_ code; 0 at start. */
 G_API extern int32_t url_errno;
@@ -147,7 +155,10 @@ G_API extern int32_t uudecode_unquote_html;
 /** A setting that programs share; null at start. The layer does not read it. */
 G_API extern char *user_mailaddr;
 
-/* ---- Modules --------------------------------------------------------------------------- */
+/** @} */
+
+/** @name Modules */
+/** @{ */
 
 /**
  * Registers a module, to be asked before all that are there.
@@ -174,7 +185,10 @@ G_API void url_add_modules(URL_module *first, ...);
  */
 G_API int32_t url_check_type(const char *url);
 
-/* ---- Streams --------------------------------------------------------------------------- */
+/** @} */
+
+/** @name Streams */
+/** @{ */
 
 /**
  * Opens a stream with the most recently registered module that takes the URL.
@@ -270,8 +284,8 @@ G_API int32_t url_fgetc(URL url);
  */
 G_API int64_t url_seek(URL url, int64_t offset, int32_t whence);
 
-/** @param url a stream.
- *  @return its position in bytes; what its `tell` slot gives, else `nread`. */
+/** Tells the position. @param url a stream.
+ *  @return it, in bytes; what its `tell` slot gives, else `nread`. */
 G_API int64_t url_tell(URL url);
 
 /**
@@ -320,7 +334,7 @@ G_API URL alloc_url(int32_t size);
  */
 G_API void url_close(URL url);
 
-/** @param code a value of `url_errno`.
+/** Describes an error. @param code a value of `url_errno`.
  *  @return its text, not owned by the caller; the system's below 10001 (valid until the
  *  thread's next strerror()), "Internal error" from 10007 on. */
 G_API const char *url_strerror(int32_t code);
@@ -339,7 +353,20 @@ G_API const char *url_strerror(int32_t code);
  */
 G_API void *url_dump(URL url, int32_t size, int32_t *len_out);
 
-/* ---- Sockets --------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup url_socket Sockets
+ *
+ * A bounded connect, and the system's calls under names of their own: what a module for
+ * another scheme needs.
+ *
+ * Descriptors and streams are the caller's. Nothing is checked and nothing is logged.
+ *
+ * Threads: as the system's calls, but for open_socket().
+ *
+ * @{
+ */
 
 /**
  * Connects to a TCP server, IPv4 first and else IPv6, within 5 seconds of having its
@@ -358,40 +385,60 @@ G_API void *url_dump(URL url, int32_t size, int32_t *len_out);
  */
 G_API int32_t open_socket(const char *host, int32_t port, uint32_t *addr_out);
 
-/** write(2). @param fd a socket. @param buf at least `len` bytes. @param len bytes to write.
+/** Writes to a socket, as write(2).
+ *  @param fd a socket. @param buf at least `len` bytes. @param len bytes to write.
  *  @return bytes written, or -1 with `errno` set. A peer that is gone raises no SIGPIPE. */
 G_API int64_t socket_write(int fd, const void *buf, int64_t len);
 
-/** shutdown(2). @param fd a socket. @param how SHUT_RD, SHUT_WR or SHUT_RDWR.
+/** Ends one or both directions, as shutdown(2).
+ *  @param fd a socket. @param how SHUT_RD, SHUT_WR or SHUT_RDWR.
  *  @return 0, or -1 with `errno` set. */
 G_API int socket_shutdown(int fd, int how);
 
-/** fdopen(3). @param fd a socket, owned by the stream on success. @param mode as "rb".
+/** Puts a buffered stream over a socket, as fdopen(3).
+ *  @param fd a socket, owned by the stream on success. @param mode as "rb".
  *  @return the stream, or null with `errno` set. */
 G_API FILE *socket_fdopen(int fd, const char *mode);
 
-/** fgets(3). @param buf at least `n` bytes. @param n size of `buf`. @param stream not null.
+/** Reads a line, as fgets(3).
+ *  @param buf at least `n` bytes. @param n size of `buf`. @param stream not null.
  *  @return `buf`, or null. */
 G_API char *socket_fgets(char *buf, int n, FILE *stream);
 
-/** getc(3). @param stream not null. @return 0 to 255, or EOF. */
+/** Reads a byte, as getc(3).
+ *  @param stream not null. @return 0 to 255, or EOF. */
 G_API int socket_fgetc(FILE *stream);
 
-/** fread(3) by bytes. @param buf at least `n` bytes. @param n how many at most.
+/** Reads bytes, as fread(3).
+ *  @param buf at least `n` bytes. @param n how many at most.
  *  @param stream not null. @return the number of bytes read. */
 G_API int64_t socket_fread(void *buf, int64_t n, FILE *stream);
 
-/** fwrite(3) by bytes. @param buf at least `n` bytes. @param n how many.
+/** Writes bytes, as fwrite(3).
+ *  @param buf at least `n` bytes. @param n how many.
  *  @param stream not null. @return the number of bytes written. */
 G_API int64_t socket_fwrite(const void *buf, int64_t n, FILE *stream);
 
-/** fclose(3). @param stream not null; invalid afterwards. @return 0, or EOF. */
+/** Closes a stream and its descriptor, as fclose(3).
+ *  @param stream not null; invalid afterwards. @return 0, or EOF. */
 G_API int socket_fclose(FILE *stream);
 
-/** fflush(3). @param stream not null. @return 0, or EOF. */
+/** Writes out what is buffered, as fflush(3).
+ *  @param stream not null. @return 0, or EOF. */
 G_API int socket_fflush(FILE *stream);
 
-/* ---- HTTP ------------------------------------------------------------------------------ */
+/** @} */
+
+/**
+ * @defgroup url_http HTTP
+ *
+ * The module for "http://", its settings, and its open functions, which work without
+ * registration too.
+ *
+ * Threads: the settings belong to the whole process; callers take turns.
+ *
+ * @{
+ */
 
 /** Host that every HTTP request goes to; null, as at start, for none. Not owned. */
 G_API extern const char *url_http_proxy_host;
@@ -441,11 +488,23 @@ G_API URL url_http_open(const char *url);
  */
 G_API URL url_http_open_with_offset(const char *url, int64_t offset);
 
-/** Prints "g_url_http:361 socket=%d\n" to standard output. @param url an HTTP stream.
+/** Tells the socket of a stream, and prints "g_url_http:361 socket=%d\n" to standard output.
+ *  @param url an HTTP stream.
  *  @return the socket under the stream, which stays the stream's. */
 G_API int32_t url_internal_sock(URL url);
 
-/* ---- Files ----------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup url_file Files and standard input
+ *
+ * The module for local files and "-", and its open function, which works without
+ * registration too.
+ *
+ * Threads: as all streams.
+ *
+ * @{
+ */
 
 /** The file module. It takes texts that begin with '/', that begin with "file:" in any
  *  letter case, and all others but those whose first ':' comes before any '/' and is
@@ -475,7 +534,20 @@ G_API extern URL_module URL_module_file;
  */
 G_API URL url_file_open(const char *name);
 
-/* ---- Home directories ------------------------------------------------------------------ */
+/** @} */
+
+/**
+ * @defgroup url_home Home directories
+ *
+ * "~" in paths, from and to.
+ *
+ * The texts that are returned are borrowed: they lie in the argument or in a buffer that the
+ * next call overwrites.
+ *
+ * Threads: the buffers belong to the whole process; callers take turns.
+ *
+ * @{
+ */
 
 /**
  * Expands a leading "~" (from the environment: HOME, else "home") or "~user" (from the
@@ -500,6 +572,10 @@ G_API const char *url_expand_home_dir(const char *path);
  *         is empty or has 8190 characters or more, or when 8189 or more would follow "~/".
  */
 G_API const char *url_unexpand_home_dir(const char *path);
+
+/** @} */
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,128 @@
+#!/usr/bin/env python3
+"""Builds the reference and looks at what came of it: nothing public without its description, a
+manual page for each exported function, links that lead somewhere.
+
+  reference_test.py SOURCE_DIR EXPORTS
+
+SPDX-License-Identifier: MIT
+"""
+
+import html.parser
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE = pathlib.Path()
+EXPORTS = pathlib.Path()
+
+
+def run(*command):
+    return subprocess.run([str(part) for part in command], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False)
+
+
+class Page(html.parser.HTMLParser):
+    def __init__(self, file):
+        super().__init__()
+        self.names, self.links, self.tags = set(), [], set()
+        self.feed(file.read_text(encoding="utf-8"))
+
+    def handle_starttag(self, tag, attrs):
+        self.tags.add(tag)
+        for key, value in attrs:
+            if key in ("id", "name"):
+                self.names.add(value)
+            elif key in ("href", "src"):
+                self.links.append(value)
+
+
+class Reference(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        # pylint: disable=consider-using-with
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = pathlib.Path(folder.name) / "reference"
+        cls.built = run(SOURCE / "scripts/docs", "--no-setup", cls.folder)
+        lines = EXPORTS.read_text(encoding="ascii").splitlines()
+        cls.functions = [line.split()[0] for line in lines if line.endswith(" function")]
+        cls.data = [line.split()[0] for line in lines if line.endswith(" data")]
+        cls.pages = sorted((cls.folder / "man/man3").glob("*.3"))
+
+    def page(self, name):
+        return self.folder / "man/man3" / f"{name}.3"
+
+    def test_is_built_without_a_complaint(self):
+        self.assertEqual((self.built.returncode, self.built.stdout), (0, ""))
+
+    def test_each_exported_function_has_a_manual_page(self):
+        self.assertGreater(len(self.functions), 200)
+        for name in self.functions:
+            with self.subTest(name):
+                text = self.page(name).read_text(encoding="ascii")
+                self.assertIn(".SH SYNOPSIS\n", text)
+                if not self.page(name).is_symlink():
+                    self.assertIn(f"\n.SH NAME\n{name} \\- ", text)
+                    self.assertRegex(text, f" \\*{{0,2}}{name}\\(")
+
+    def test_exported_data_have_one_too_unless_the_name_is_everybodys(self):
+        for name in self.data:
+            with self.subTest(name):
+                short = name in ("e", "fp", "ip", "p32", "pc1", "pc2", "rotate", "s_box")
+                self.assertEqual(self.page(name).exists(), not short)
+
+    def test_manual_pages_say_what_programs_must_know(self):
+        text = run("man", "-M", self.folder / "man", "-P", "cat", "g_conf_register_callback").stdout
+        for part in ("#include <groundwork/conf.h>", "-lgroundwork", "int (*GConfCallback)(",
+                     "PARAMETERS", "RETURN VALUE", "THREADS", "groundwork_conf(3)"):
+            self.assertIn(part, text)
+
+    def test_manual_pages_please_the_formatters(self):
+        lint = run("mandoc", "-T", "lint", *self.pages)
+        self.assertEqual((lint.returncode, lint.stdout), (0, ""))
+        names = run("lexgrog", *self.pages)
+        self.assertEqual(names.returncode, 0, names.stdout)
+        self.assertIn('g_timer_init.3: "g_timer_init - ', names.stdout)
+        for name in ("groundwork", "groundwork_queue", "groundwork_url", "g_scandir"):
+            formatted = run("man", "--warnings=w", "-P", "cat", "-l", self.page(name))
+            self.assertNotIn("warning", formatted.stdout)
+
+    def test_links_lead_somewhere_and_nothing_needs_a_script(self):
+        folder = self.folder / "html"
+        pages = {file.name: Page(file) for file in folder.glob("*.html")}
+        for name, page in pages.items():
+            self.assertNotIn("script", page.tags, name)
+            for link in page.links:
+                with self.subTest(page=name, link=link):
+                    if link.startswith(("https:", "mailto:")):
+                        continue
+                    target, _, anchor = link.partition("#")
+                    self.assertTrue((folder / (target or name)).is_file())
+                    if anchor:
+                        self.assertIn(anchor, pages[target or name].names)
+
+    def test_a_missing_description_fails_the_build(self):
+        copy = self.folder / "copy"
+        for part in ("docs", "scripts", "core", "url"):
+            shutil.copytree(SOURCE / part, copy / part)
+        shutil.copy(SOURCE / "CMakeLists.txt", copy)
+        header = copy / "core/include/groundwork/fifo.h"
+        whole = header.read_text(encoding="ascii")
+        for missing in (" * @param max_buf  capacity in elements; at least 1 (logged as critical).\n",
+                        "/** A ring; made by g_fifo_new(). */\n",
+                        "Tells the capacity. ",
+                        " * @return 0; -1 on a failed check.\n"):
+            with self.subTest(missing):
+                self.assertIn(missing, whole)
+                header.write_text(whole.replace(missing, ""), encoding="ascii")
+                built = run(copy / "scripts/docs", "--no-setup", copy / "build")
+                self.assertNotEqual(built.returncode, 0)
+                self.assertIn("fifo.h:", built.stdout)
+
+
+if __name__ == "__main__":
+    SOURCE, EXPORTS = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+    unittest.main(argv=sys.argv[:1])
