@@ -34,6 +34,9 @@ constexpr int kNoDescriptor = -1;
 constexpr std::size_t kSmallestPiece = 256;
 constexpr std::size_t kLargestPiece = 4096;
 
+// Lines of one length in a row that make the next one be expected to have it, too.
+constexpr uint32_t kRecords = 2;
+
 // What url_file_open() allocates. The fields behind the public record tell the line reader
 // how to read.
 struct FileStream {
@@ -41,6 +44,8 @@ struct FileStream {
   int32_t examined_fd;  // the descriptor that `rereads` is about
   bool rereads;         // it can step back and will find the same bytes
   uint32_t longest;     // length of the longest line lately
+  uint32_t last;        // length of the last line
+  uint32_t repeats;     // lines before it that were as long
 };
 
 // Plain files whose bytes lie somewhere. Files that the kernel makes up while they are read
@@ -127,13 +132,27 @@ std::size_t line_length(std::string_view bytes) {
   return end == bytes.npos ? 0 : end + 1;
 }
 
+// How much to read for the next line. More than it needs, as one read too many costs more
+// than bytes too many; but records of one length are read exactly and need no step back.
+std::size_t first_piece(const FileStream& stream) {
+  if (stream.repeats >= kRecords && stream.last <= kLargestPiece) return stream.last;
+  const std::size_t expected = std::size_t{stream.longest} + stream.longest / 4;
+  return std::clamp(expected, kSmallestPiece, kLargestPiece);
+}
+
+void note_line(FileStream& stream, uint32_t length) {
+  // Forgets a long line in a while, so that pieces shrink again.
+  stream.longest = std::max(length, stream.longest - stream.longest / 8);
+  stream.repeats = length == stream.last ? std::min(stream.repeats + 1, kRecords) : 0;
+  stream.last = length;
+}
+
 // As gets_by_bytes(), for files: reads pieces and steps back to the end of the line. The
 // pieces lie here, since bytes of `buf` beyond the line must stay as they are.
 char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
   const int fd = stream.file.fd;
   char piece[kLargestPiece];
-  const std::size_t expected = std::size_t{stream.longest} + stream.longest / 4;
-  std::size_t size = std::clamp(expected, kSmallestPiece, kLargestPiece);
+  std::size_t size = first_piece(stream);
   int32_t length = 0;
   while (length < n - 1) {
     const ssize_t count =
@@ -156,9 +175,7 @@ char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
     if (taken < bytes.size()) lseek(fd, static_cast<off_t>(taken) - count, SEEK_CUR);
     break;
   }
-  // Forgets a long line in a while, so that pieces shrink again.
-  stream.longest =
-      std::max(static_cast<uint32_t>(length), stream.longest - stream.longest / 8);
+  note_line(stream, static_cast<uint32_t>(length));
   buf[length] = '\0';
   return buf;
 }

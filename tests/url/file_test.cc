@@ -676,6 +676,35 @@ TEST_F(FileStream, LinesOfAFileCostTwoSystemCallsEach) {
   }
 }
 
+TEST_F(FileStream, RecordsOfOneLengthAreReadWithoutSteppingBack) {
+  constexpr int kLines = 50;
+  std::string content;
+  for (int i = 0; i < kLines; ++i) content += std::string(99, 'x') + "\n";
+  content += std::string(150, 'y') + "\n" + std::string(20, 'z') + "\n";
+  const URL url = over(content);
+  struct stat64 status;
+  fstat64(file_of(url).fd, &status);
+  if (status.st_blocks == 0) GTEST_SKIP() << "files without blocks here";
+  char buf[512];
+  for (int i = 0; i < 3; ++i) ASSERT_EQ(url_gets(url, buf, 512), buf);
+  reset_traffic();
+  for (int i = 3; i < kLines; ++i) {
+    ASSERT_EQ(url_gets(url, buf, 512), buf);
+    ASSERT_EQ(buf, std::string(99, 'x') + "\n");
+  }
+  EXPECT_EQ(traffic.reads, kLines - 3);
+  EXPECT_EQ(traffic.largest_read, 100u);
+  EXPECT_EQ(traffic.seeks, 0);
+  EXPECT_EQ(position_of(url), 100 * kLines);
+  // Lines of other lengths are found all the same.
+  ASSERT_EQ(url_gets(url, buf, 512), buf);
+  EXPECT_EQ(buf, std::string(150, 'y') + "\n");
+  EXPECT_EQ(position_of(url), 100 * kLines + 151);
+  ASSERT_EQ(url_gets(url, buf, 512), buf);
+  EXPECT_EQ(buf, std::string(20, 'z') + "\n");
+  EXPECT_EQ(position_of(url), 100 * kLines + 172);
+}
+
 TEST_F(FileStream, LinesOfStandardInputAreReadByteByByte) {
   const StandardInput input(
       ::open(directory_.write("file", "a line\nrest").c_str(), O_RDONLY));
@@ -863,12 +892,18 @@ std::string random_content(Random& random) {
   std::string content;
   const std::size_t size = random() % 4 == 0 ? random() % 20 : random() % 20000;
   const unsigned mean = 1u << random() % 13;
+  const bool records = random() % 4 == 0;  // of one length, but for a few
   while (content.size() < size) {
-    const unsigned length = random() % 16 == 0 ? random() % 9000 : random() % (2 * mean);
+    const unsigned length = random() % 16 == 0 ? random() % 9000
+                            : records          ? mean
+                                               : random() % (2 * mean);
     for (unsigned i = 0; i < length; ++i) {
       content += random() % 500 == 0 ? '\0' : static_cast<char>('A' + random() % 200);
     }
-    content += random() % 3 == 0 ? "\r\n" : random() % 4 == 0 ? "\r" : "\n";
+    content += records             ? "\n"
+               : random() % 3 == 0 ? "\r\n"
+               : random() % 4 == 0 ? "\r"
+                                   : "\n";
   }
   content.resize(size);
   return content;
