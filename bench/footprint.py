@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Size of the stripped 32-bit library, and what it costs a program that only links it."""
+"""Size of the stripped 32-bit library, what it costs a program that only links it, and the
+tables that the ciphers and Base64 read."""
 
 import pathlib
 import re
@@ -29,8 +30,9 @@ def output(*command):
                           text=True).stdout
 
 
-def measure(folder):
-    """Figures of the library that was built in a folder, in bytes; memory in KiB."""
+def measure(folder, fast_folder):
+    """Figures of the library that was built for size in a folder, and of the tables of the one
+    that was built for speed in another: bytes, memory in KiB."""
     with tempfile.TemporaryDirectory() as name:
         work = pathlib.Path(name)
         library = work / "libgroundwork.so.1"
@@ -40,7 +42,19 @@ def measure(folder):
             "readelf", "-rW", library))))
         return {"file": library.stat().st_size, "text": text, "data": data, "bss": bss,
                 "relocations": relocations, "private": private_memory(work, library),
-                "private_without": private_memory(work)}
+                "private_without": private_memory(work),
+                # Not those exported by name, which are for applications.
+                "cipher_tables": tables(fast_folder, "crypt/des_common.cc", "crypt/des.cc",
+                                        "crypt/d3des.cc"),
+                "base64_tables": tables(fast_folder, "crypt/base64.cc")}
+
+
+def tables(folder, *sources):
+    """Bytes of constant tables in the objects of some sources, texts of messages aside."""
+    objects = folder / "CMakeFiles" / "groundwork_objects.dir"
+    sections = "".join(output("size", "-A", objects / f"{source}.o") for source in sources)
+    return sum(int(size) for name, size in re.findall(r"^(\.rodata\S*)\s+(\d+)", sections, re.M)
+               if ".str" not in name and ".cst" not in name)
 
 
 def private_memory(work, *libraries):

@@ -14,6 +14,10 @@ class DifferentResults(Exception):
     """Ours and a peer did not compute the same."""
 
 
+class TableDiffers(Exception):
+    """The programs and bench/rows.py do not speak of the same jobs."""
+
+
 def parse_name(name):
     """The job, who does it and at what size (None: it has no sizes)."""
     job, who, *rest = name.split("/")
@@ -25,25 +29,39 @@ def jobs_of(folder, arch, table, wanted, largest=None):
     """What the programs in a folder offer and the table describes: a list of dictionaries,
     each one job at one size with the measurements that belong to it."""
     described = {row.job: row for section in table.values() for row in section}
-    found = {}
+    offered = {}
     for program in sorted(folder.iterdir()):
         listing = subprocess.run([program, "--benchmark_list_tests"], check=True,
                                  capture_output=True, text=True).stdout
         for name in listing.splitlines():
             job, who, size = parse_name(name)
-            if job not in described:
-                raise KeyError(f"{program.name} offers {job}, which bench/rows.py lacks")
-            if not wanted.search(job) or arch not in described[job].only_at:
-                continue
-            if largest is not None and size is not None and size > largest:
-                continue
-            entry = found.setdefault((job, size), {
-                "arch": arch, "job": job, "size": size, "program": program,
-                "clock": described[job].clock, "names": {}})
+            entry = offered.setdefault((job, size), {
+                "arch": arch, "job": job, "size": size, "program": program, "names": {}})
             entry["names"][who] = name
+    compare_with_table(offered, arch, described)
+
     order = list(described)
-    return sorted(found.values(), key=lambda entry: (order.index(entry["job"]),
-                                                     entry["size"] or 0))
+    jobs = sorted(offered.values(),
+                  key=lambda entry: (order.index(entry["job"]), entry["size"] or 0))
+    return [{**entry, "clock": described[entry["job"]].clock} for entry in jobs
+            if wanted.search(entry["job"]) and arch in described[entry["job"]].only_at
+            and (largest is None or (entry["size"] or 0) <= largest)]
+
+
+def compare_with_table(offered, arch, described):
+    """Every job has its row, every row its job, and every aim the peer that it names."""
+    peers = {}
+    for (job, _), entry in offered.items():
+        peers.setdefault(job, set()).update(entry["names"])
+    for job in peers.keys() - described.keys():
+        raise TableDiffers(f"{job} is measured, but bench/rows.py does not describe it")
+    for job, row in described.items():
+        if arch not in row.only_at:
+            continue
+        if "ours" not in peers.get(job, ()):
+            raise TableDiffers(f"bench/rows.py describes {job}, but no program measures it")
+        for peer in row.aims.keys() - peers[job]:
+            raise TableDiffers(f"{job}: an aim against {peer}, which no program measures")
 
 
 def run_once(program, name, clock, seconds):

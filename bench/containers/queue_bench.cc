@@ -17,6 +17,8 @@
 #include <cstdlib>
 #include <deque>
 #include <mutex>
+#include <optional>
+#include <string>
 
 #include "support/job.h"
 #include "support/second_thread.h"
@@ -152,8 +154,9 @@ class BareRing {
 };
 
 template <typename Queue>
-void put_and_get(State& state) {
-  const SecondThread second;
+void put_and_get(State& state, bool is_alone) {
+  std::optional<SecondThread> second;
+  if (!is_alone) second.emplace();
   std::array<uint32_t, kRoom> elements;
   Queue queue;
   uint32_t next = 0;
@@ -172,13 +175,19 @@ void put_and_get(State& state) {
   report(state, 1, waiting);
 }
 
+template <typename Queue>
+void register_queue(const std::string& name, const char* who) {
+  job(name, who, [](State& state) { put_and_get<Queue>(state, false); });
+  job(name + ".alone", who, [](State& state) { put_and_get<Queue>(state, true); });
+}
+
 }  // namespace
 
 void groundwork::bench::register_jobs() {
-  job("queue", "ours", put_and_get<OurQueue>);
-  job("queue", "TAILQ+mutex", put_and_get<LockedTailq>);
-  job("queue", "std::deque+mutex", put_and_get<LockedDeque>);
-  job("fifo", "ours", put_and_get<OurFifo>);
-  job("fifo", "APR", put_and_get<AprQueue>);
-  job("fifo", "floor", put_and_get<BareRing>);
+  register_queue<OurQueue>("queue", "ours");
+  register_queue<LockedTailq>("queue", "TAILQ+mutex");
+  register_queue<LockedDeque>("queue", "std::deque+mutex");
+  register_queue<OurFifo>("fifo", "ours");
+  register_queue<AprQueue>("fifo", "APR");
+  register_queue<BareRing>("fifo", "floor");
 }
