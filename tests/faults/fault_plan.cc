@@ -92,7 +92,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kFflush, "fflush", kPrintEffects},
     {Call::kFgets, "fgets", kFgetsEffects},
     {Call::kFopen, "fopen64", kOpenEffects},
-    {Call::kFprintf, "fprintf", kPrintEffects},
+    {Call::kFprintf, "fprintf", kPrintEffects, "__fprintf_chk"},
     {Call::kFputs, "fputs", kPrintEffects},
     {Call::kFread, "fread", kFreadEffects},
     {Call::kFstat, TIME64("fstat64", "__fstat64_time64"), kStatEffects},
@@ -115,7 +115,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kOpen, "open64", kOpenEffects},
     {Call::kOpendir, "opendir", kOpenEffects},
     {Call::kPoll, "poll", kPollEffects},
-    {Call::kPrintf, "printf", kPrintEffects},
+    {Call::kPrintf, "printf", kPrintEffects, "__printf_chk"},
     {Call::kPthreadCondBroadcast, "pthread_cond_broadcast", kInvalidEffects},
     {Call::kPthreadCondDestroy, "pthread_cond_destroy", kDestroyEffects},
     {Call::kPthreadCondInit, "pthread_cond_init", kInitEffects},
@@ -143,7 +143,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kStatfs, "statfs64", kStatfsEffects},
     {Call::kUflow, "__uflow", kFgetsEffects},
     {Call::kUnlink, "unlink", kUnlinkEffects},
-    {Call::kVsnprintf, "vsnprintf", kTextEffects},
+    {Call::kVsnprintf, "vsnprintf", kTextEffects, "__vsnprintf_chk"},
     {Call::kWrite, "write", kWriteEffects},
 };
 static_assert(std::size(kFaultables) == kCalls);

@@ -103,11 +103,14 @@ struct Fault {
   Effect effect = {Effect::kError, 0};  // each function's own first one for kAny
 };
 
-// A function: the symbol that the library imports, and what can become of a call.
+// A function: the symbol that the library imports, what can become of a call, and the
+// symbol of the form that is told the size of the caller's buffer, or how to check the
+// format; null where the library does not call one.
 struct Faultable {
   Call call;
   const char* symbol;
   std::span<const Effect> effects;
+  const char* checked_symbol = nullptr;
 };
 const Faultable& faultable(Call call);
 

@@ -38,24 +38,26 @@ using faults::strike;
 namespace {
 
 template <typename Function>
-Function* find_next(Call call) {
-  void* const found = dlsym(RTLD_NEXT, faults::faultable(call).symbol);
+Function* find_symbol(const char* symbol) {
+  const int kept = errno;
+  void* const found = dlsym(RTLD_NEXT, symbol);
   Function* function = nullptr;
   std::memcpy(&function, &found, sizeof function);
+  errno = kept;
   return function;
 }
 
 // The C library's function; not a static local, whose guard would be a call more.
-#define NEXT(call, function) next_of<decltype(function), Call::call>()
-template <typename Function, Call kCall>
+#define NEXT(call, function) next_of<decltype(function), Call::call, false>()
+#define NEXT_CHECKED(call, function) next_of<decltype(function), Call::call, true>()
+template <typename Function, Call kCall, bool kIsChecked>
 Function* next_of() {
   static constinit Function* found = nullptr;
   Function* next = __atomic_load_n(&found, __ATOMIC_RELAXED);
   if (next == nullptr) {
-    const int kept = errno;
-    next = find_next<Function>(kCall);
+    const faults::Faultable& function = faults::faultable(kCall);
+    next = find_symbol<Function>(kIsChecked ? function.checked_symbol : function.symbol);
     __atomic_store_n(&found, next, __ATOMIC_RELAXED);
-    errno = kept;
   }
   return next;
 }
@@ -92,6 +94,12 @@ ssize_t transferred(Call call, std::size_t size, Transfer transfer) {
 }  // namespace
 
 extern "C" {
+
+// The headers declare these only for callers that want the checks.
+int __printf_chk(int flags, const char* format, ...);
+int __fprintf_chk(FILE* stream, int flags, const char* format, ...);
+int __vsnprintf_chk(char* buffer, size_t size, int flags, size_t room, const char* format,
+                    va_list args);
 
 // --- Files.
 
@@ -308,30 +316,34 @@ size_t fwrite(const void* buffer, size_t size, size_t count, FILE* stream) {
 }
 
 // What the library prints is formatted, so that its arguments are read, and dropped.
-int printf(const char* format, ...) {
-  const Effect* const effect = strike(Call::kPrintf);
-  if (effect != nullptr) return failed(*effect, -1);
-  va_list args;
-  va_start(args, format);
+static int print(Call call, FILE* stream, const char* format, va_list args) {
+  if (const Effect* const effect = strike(call)) return failed(*effect, -1);
+  if (!is_library()) return vfprintf(stream, format, args);
   char dropped[256];
-  const int result =
-      is_library() ? NEXT(kVsnprintf, vsnprintf)(dropped, sizeof dropped, format, args)
-                   : vprintf(format, args);
-  va_end(args);
-  return result;
+  return NEXT(kVsnprintf, vsnprintf)(dropped, sizeof dropped, format, args);
+}
+
+#define PRINT(call, stream, format)                           \
+  va_list args;                                               \
+  va_start(args, format);                                     \
+  const int result = print(Call::call, stream, format, args); \
+  va_end(args);                                               \
+  return result
+
+int printf(const char* format, ...) {
+  PRINT(kPrintf, stdout, format);
+}
+
+int __printf_chk(int, const char* format, ...) {
+  PRINT(kPrintf, stdout, format);
 }
 
 int fprintf(FILE* stream, const char* format, ...) {
-  const Effect* const effect = strike(Call::kFprintf);
-  if (effect != nullptr) return failed(*effect, -1);
-  va_list args;
-  va_start(args, format);
-  char dropped[256];
-  const int result =
-      is_library() ? NEXT(kVsnprintf, vsnprintf)(dropped, sizeof dropped, format, args)
-                   : vfprintf(stream, format, args);
-  va_end(args);
-  return result;
+  PRINT(kFprintf, stream, format);
+}
+
+int __fprintf_chk(FILE* stream, int, const char* format, ...) {
+  PRINT(kFprintf, stream, format);
 }
 
 int fputs(const char* text, FILE* stream) {
@@ -342,6 +354,12 @@ int fputs(const char* text, FILE* stream) {
 int vsnprintf(char* buffer, size_t size, const char* format, va_list args) noexcept {
   if (const Effect* const effect = strike(Call::kVsnprintf)) return failed(*effect, -1);
   return NEXT(kVsnprintf, vsnprintf)(buffer, size, format, args);
+}
+
+int __vsnprintf_chk(char* buffer, size_t size, int flags, size_t room, const char* format,
+                    va_list args) {
+  if (const Effect* const effect = strike(Call::kVsnprintf)) return failed(*effect, -1);
+  return NEXT_CHECKED(kVsnprintf, __vsnprintf_chk)(buffer, size, flags, room, format, args);
 }
 
 // --- Network and users.

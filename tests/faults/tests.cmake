@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # One program: the engine, and the scenarios of each module that is built. It defines the
 # system's functions itself, the clock too, and has its own main().
 set(fault_sources
