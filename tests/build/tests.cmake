@@ -15,4 +15,15 @@ if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/build_test.py" "${PROJECT_SOURCE_DIR}")
   add_test(NAME build/lint COMMAND "${PROJECT_SOURCE_DIR}/scripts/lint")
   set_tests_properties(build/build_test build/lint PROPERTIES TIMEOUT 900)
+
+  # A library built for size keeps its limits, and encodes without the wide tables.
+  set(small "${PROJECT_BINARY_DIR}/small")
+  add_test(NAME build/size
+    COMMAND "${PROJECT_SOURCE_DIR}/scripts/size" --check --keep "${small}" i386)
+  set_tests_properties(build/size PROPERTIES TIMEOUT 900 FIXTURES_SETUP small_library)
+  if(GROUNDWORK_CRYPT)
+    add_test(NAME build/size_base64 COMMAND crypt_base64_test)
+    set_tests_properties(build/size_base64 PROPERTIES FIXTURES_REQUIRED small_library
+      ENVIRONMENT "LD_LIBRARY_PATH=${small}/i386")
+  endif()
 endif()
