@@ -232,7 +232,7 @@ void register_type() {
 // --- a table with the caller's own functions, which asks about every entry ---
 
 uint32_t own_hash(const void* key) {
-  return static_cast<const unsigned char*>(key)[0];
+  return g_hash_str(key);
 }
 
 int own_equal(const void* stored, const void* probe) {
@@ -275,7 +275,7 @@ void own_miss_calls(State& state) {
 void groundwork::bench::register_jobs() {
   register_type<Strings>();
   register_type<Ints>();
-  for (const int size : {100, 1000, 10000, 100000}) {
+  for (const int size : {100, 1000, 10000}) {
     job("hash.own.miss", "ours", own_miss_ours)->Arg(size);
     job("hash.own.miss", "the calls alone", own_miss_calls)->Arg(size);
   }

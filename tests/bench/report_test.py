@@ -13,6 +13,7 @@ import tempfile
 import unittest
 
 BENCH = pathlib.Path(sys.argv.pop(1))
+sys.dont_write_bytecode = True
 sys.path.insert(0, str(BENCH))
 import measure  # noqa: E402
 import report   # noqa: E402
