@@ -1,8 +1,21 @@
 # SPDX-License-Identifier: MIT
-# The reference is the same for every target, so it is looked at once.
+# The program of the README is compiled and run for every target; the other examples in documents
+# and in the headers, and the reference, which are the same everywhere, once.
+set(examples_test "${CMAKE_CURRENT_SOURCE_DIR}/docs/examples_test.py" "${PROJECT_SOURCE_DIR}"
+  "${PROJECT_BINARY_DIR}" "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPILER}"
+  "${CMAKE_C_FLAGS} ${CMAKE_C_FLAGS_RELWITHDEBINFO}" ${CMAKE_CROSSCOMPILING_EMULATOR} --)
+if(GROUNDWORK_CONF)
+  add_test(NAME docs/readme_test COMMAND ${examples_test} README.md -k readme)
+  set_tests_properties(docs/readme_test PROPERTIES TIMEOUT 120)
+endif()
 if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   add_test(NAME docs/reference_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/docs/reference_test.py" "${PROJECT_SOURCE_DIR}"
       "${PROJECT_BINARY_DIR}/exports.txt")
-  set_tests_properties(docs/reference_test PROPERTIES TIMEOUT 300)
+  file(GLOB documents CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
+    "${PROJECT_SOURCE_DIR}/docs/*.md")
+  set(headers ${public_headers})
+  list(TRANSFORM headers REPLACE "^${PROJECT_SOURCE_DIR}/" "")
+  add_test(NAME docs/examples_test COMMAND ${examples_test} README.md ${documents} ${headers})
+  set_tests_properties(docs/reference_test docs/examples_test PROPERTIES TIMEOUT 300)
 endif()

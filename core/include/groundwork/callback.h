@@ -8,6 +8,25 @@
  * Threads: nothing here is locked. Guard a list, or the registry, that several threads use,
  * and add or remove nothing while another thread executes the same list.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static int greet(void *arg, void *data) {
+ *   printf("%s, %s\n", (const char *)data, (const char *)arg);
+ *   return 0; // anything else would end the execution
+ * }
+ *
+ * GCallback *greetings = g_callback_new();
+ * if (greetings == NULL) return 1;
+ * g_callback_add(greetings, greet, "good night", 20);
+ * g_callback_add(greetings, greet, "good morning", 10); // smaller, so earlier
+ * g_callback_execute(greetings, "Ada");
+ * // prints: good morning, Ada
+ * // prints: good night, Ada
+ * g_callback_free(greetings);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_CALLBACK_H

@@ -36,6 +36,24 @@
  * g_find_line() and walks along the lists take no lock: no other thread may change the same
  * conf meanwhile.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static int on_port(const GConfChange *change, void *data) {
+ *   (void)data;
+ *   printf("%s.%s is now %s\n", change->section, change->key, change->value);
+ *   return 0;
+ * }
+ *
+ * GConf *conf = g_conf_open("waterworks.conf"); // a missing file is an empty configuration
+ * if (conf == NULL) return 1;                   // it has been logged why
+ * g_conf_register_callback(conf, "net", "port", on_port, NULL);
+ * g_conf_write_int(conf, "net", "port", 8080);                // prints: net.port is now 8080
+ * printf("%d\n", g_conf_read_int(conf, "net", "backlog", 5)); // prints: 5
+ * g_conf_close(conf); // writes the file
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_CONF_H

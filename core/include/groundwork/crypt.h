@@ -20,6 +20,21 @@
  * The ciphers may not be called from a signal handler. Base64 keeps no state and may be
  * used anywhere.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char text[] = "two whole blocks"; // of 8 bytes each
+ * const char *key = "8 bytes!";
+ * for (int at = 0; at < 16; at += 8) g_crypt_d3des_encrypt(text + at, text + at, key);
+ * for (int at = 0; at < 16; at += 8) g_crypt_d3des_decrypt(text + at, text + at, key);
+ * puts(text); // prints: two whole blocks
+ *
+ * char line[5]; // four characters for three bytes, and a NUL
+ * g_crypt_base64_encode("hi!", line, 3);
+ * puts(line); // prints: aGkh
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_CRYPT_H

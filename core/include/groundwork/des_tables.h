@@ -15,6 +15,14 @@
  *
  * Threads: the arrays are read-only.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/des_tables.h>
+ *
+ * printf("the first bit is bit %d of the block\n", (int)ip[0]);
+ * // prints: the first bit is bit 58 of the block
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_DES_TABLES_H

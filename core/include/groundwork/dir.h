@@ -17,6 +17,24 @@
  *
  * Threads: no shared state.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char path[] = "data/today/"; // writable; the "/" at the end has "today" created, too
+ * if (g_mkdir(path) != 0) return 1;
+ * g_file_touch("data/today/b.log");
+ * g_file_touch("data/today/a.log");
+ *
+ * char **names = g_dir_list("data/today", 0, NULL);
+ * if (names == NULL) return 1;
+ * for (char **name = names; *name != NULL; ++name) puts(*name);
+ * // prints: a.log
+ * // prints: b.log
+ * g_dir_list_free(names);
+ * g_rmdir("data"); // with all that is in it
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_DIR_H

@@ -13,6 +13,27 @@
  * for the state, which is read without a lock and may be out of date at once. Several
  * producers must take turns, and so must several consumers; flushing is consuming.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GFifo *fifo = g_fifo_new(8);
+ * if (fifo == NULL) return 1;
+ *
+ * // The producer. A full ring takes nothing, and the element stays the producer's.
+ * char *sample = g_strdup("21.5");
+ * if (g_fifo_put(fifo, sample) != 0) free(sample);
+ *
+ * // The consumer.
+ * if (!g_fifo_empty(fifo)) {
+ *   char *taken = g_fifo_get(fifo);
+ *   puts(taken); // prints: 21.5
+ *   free(taken);
+ * }
+ * g_fifo_flush(fifo); // frees what nobody fetched
+ * g_fifo_free(fifo);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_FIFO_H

@@ -17,6 +17,25 @@
  * Threads: no shared state. One GFile must not be used by two threads at once without a
  * lock of the caller's.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GFile *file = g_file_open("pump.log", 2); // 2: created, or emptied
+ * if (file == NULL) return 1;               // it has been logged why
+ * if (g_file_lock_write(file) == 0) {
+ *   g_file_write(file, "started\n", 8);
+ *   g_file_unlock(file);
+ * }
+ * g_file_close(file);
+ *
+ * int64_t size = 0;
+ * char *text = g_file_read_buf("pump.log", &size); // a NUL follows the content
+ * if (text == NULL) return 1;
+ * printf("%d bytes: %s", (int)size, text); // prints: 8 bytes: started
+ * free(text);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_FILE_H

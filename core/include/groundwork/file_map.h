@@ -20,6 +20,22 @@
  *
  * Threads: no shared state; callers that share a map lock around it.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * void *view = NULL;
+ * GFile *file = g_file_open("levels", 2);
+ * if (file == NULL) return 1;
+ * g_file_write(file, "low high", 8);
+ * g_file_close(file);
+ *
+ * GFileMap *map = g_file_map("levels", 0, 8, 0, &view); // 0: to read
+ * if (map == NULL) return 1;
+ * printf("%.3s\n", (const char *)view); // prints: low
+ * g_file_unmap(map);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_FILE_MAP_H

@@ -26,6 +26,24 @@
  * Threads: nothing is locked. Callers that share a table lock around every call, searches
  * included.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static void release(void *key, void *value) {
+ *   free(key);
+ *   free(value);
+ * }
+ *
+ * GHash *ages = g_hash_new(16, g_hash_str, g_hash_str_equal, release);
+ * if (ages == NULL) return 1;
+ * g_hash_insert(ages, g_strdup("Ada"), g_strdup("36"));
+ * const char *age = g_hash_find(ages, "Ada");
+ * puts(age != NULL ? age : "unknown"); // prints: 36
+ * g_hash_remove(ages, "Ada");
+ * g_hash_free(ages);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_HASH_H

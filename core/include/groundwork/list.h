@@ -15,6 +15,19 @@
  *
  * Threads: callers that share a list lock around it.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GList *list = NULL;
+ * list = g_list_append(list, "two");
+ * list = g_list_prepend(list, "one");
+ * for (GList *node = list; node != NULL; node = node->next) puts(node->data);
+ * // prints: one
+ * // prints: two
+ * g_list_free(list); // the nodes; the elements stay the caller's
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_LIST_H

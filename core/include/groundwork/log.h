@@ -12,6 +12,24 @@
  * Threads: any thread may log at any time; each line is emitted by one call, so lines do
  * not mix. Set threshold, handler and package name at start-up: they are not locked.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * // Gets each line instead of standard error.
+ * static int to_console(const char *text, void *arg) {
+ *   (void)arg;
+ *   return printf("%s\n", text);
+ * }
+ *
+ * g_package_set_name("waterworks");
+ * g_debug_set_level2(G_LOG_MESSAGE);
+ * g_debug_set_handler(to_console, NULL);
+ * g_log(G_LOG_DEBUG, "pump", __LINE__, "below the threshold");
+ * g_log(G_LOG_MESSAGE, "pump", __LINE__, "pumped %d litres", 40);
+ * // prints: waterworks: pumped 40 litres
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_LOG_H

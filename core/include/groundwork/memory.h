@@ -10,6 +10,18 @@
  *
  * Threads: as safe as the system heap.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * void *block = g_malloc0(64);
+ * if (block == NULL) return 1; // it has been logged
+ * void *larger = g_realloc(block, 128);
+ * if (larger != NULL) block = larger; // else the old block is still there
+ * g_freep(&block);
+ * puts(block == NULL ? "gone" : "still there"); // prints: gone
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_MEMORY_H

@@ -5,6 +5,14 @@
  *
  * The package name: prefix of every log line and name of the default configuration file.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * g_package_set_name("waterworks");
+ * puts(g_package_name); // prints: waterworks
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_PACKAGE_H

@@ -24,6 +24,22 @@
  *
  * Threads: every function but g_queue_delete() and g_queue_free() may be called at any time.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * const char *element;
+ *
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_enqueue(queue, "second");
+ * while ((element = g_queue_dequeue(queue, NULL)) != NULL) puts(element);
+ * // prints: first
+ * // prints: second
+ * g_queue_free(queue);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_QUEUE_H

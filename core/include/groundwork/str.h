@@ -15,6 +15,22 @@
  *
  * Threads: no state; callers that share a string lock around it.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char **parts = g_strsplit("10.0.0.1, 10.0.0.2", ",", 0);
+ * if (parts == NULL) return 1;
+ * for (int i = 0; parts[i] != NULL; ++i) {
+ *   char *line = g_strdup_printf("%d: %s", i, g_strchug(parts[i]));
+ *   if (line != NULL) puts(line);
+ *   // prints: 0: 10.0.0.1
+ *   // prints: 1: 10.0.0.2
+ *   free(line);
+ * }
+ * g_strfreev(parts);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_STR_H

@@ -10,6 +10,17 @@
  *
  * Threads: safe, and no call is a cancellation point but for what it logs.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * uint32_t total = 0, available = 0;
+ * if (g_sys_get_filesystem_usage("/", &total, &available) == 0) {
+ *   printf("%u of %u KiB are available\n", (unsigned)available, (unsigned)total);
+ * }
+ * printf("the first processor was busy %d%% of the time\n", g_sys_cpu_load(0));
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_SYS_H

@@ -8,6 +8,35 @@
  * Failures of the system are logged as warnings with the text of `errno`; failed argument
  * checks as critical.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * struct counter {
+ *   GMutex *lock;
+ *   int count;
+ * };
+ *
+ * static void *count(void *arg) {
+ *   struct counter *counter = arg;
+ *
+ *   for (int i = 0; i < 1000; ++i) {
+ *     g_thread_mutex_lock(counter->lock);
+ *     ++counter->count;
+ *     g_thread_mutex_unlock(counter->lock);
+ *   }
+ *   return NULL;
+ * }
+ *
+ * struct counter counter = {g_thread_mutex_new(), 0};
+ * GThread *first = g_thread_create(count, &counter, "first");
+ * GThread *second = g_thread_create(count, &counter, "second");
+ * g_thread_wait(first); // frees the handle, too
+ * g_thread_wait(second);
+ * printf("%d\n", counter.count); // prints: 2000
+ * g_thread_mutex_free(counter.lock);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_THREAD_H

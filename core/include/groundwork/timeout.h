@@ -9,6 +9,22 @@
  * the call. A call longer than the interval is followed by the next at once. A clock set
  * back during a call lengthens the wait after it by as much.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static int beat(void *data) {
+ *   puts(data);
+ *   return 1; // 0 would end the timeout and free it
+ * }
+ *
+ * GTimeout *heart = g_timeout_new("heart", 60000, beat, "beat"); // every minute
+ * if (heart == NULL) return 1;
+ * g_delay(500); // the first call comes at once
+ * // prints: beat
+ * g_timeout_free(heart);
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_TIMEOUT_H

@@ -16,6 +16,28 @@
  * service is set up. g_timer_init(), g_timer_enable() and g_timer_cleanup() belong to one
  * thread.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static uint32_t count_down(uint32_t interval, void *param) {
+ *   int *left = param;
+ *
+ *   printf("%d\n", *left);
+ *   return --*left > 0 ? interval : 0; // 0 ends the timer
+ * }
+ *
+ * int left = 3; // the timer's alone until g_timer_cleanup()
+ * g_start_ticks();
+ * if (g_timer_init() != 0) return 1;
+ * if (g_add_timer(20, count_down, &left) == NULL) return 1;
+ * g_delay(1000);
+ * // prints: 3
+ * // prints: 2
+ * // prints: 1
+ * g_timer_cleanup();
+ * @endcode
+ *
  * @{
  */
 #ifndef GROUNDWORK_TIMER_H

@@ -4,12 +4,7 @@
  *
  * URL streams: local files, standard input and HTTP resources read through one handle.
  *
- * A program registers the modules that it wants, opens streams and reads them:
- *
- *     url_add_modules(&URL_module_file, &URL_module_http, NULL);
- *     URL url = url_open("http://host/path");
- *     while ((n = url_read(url, buf, sizeof buf)) > 0) ...
- *     url_close(url);
+ * A program registers the modules that it wants, opens streams, reads and closes them.
  *
  * The generic functions work through the operation slots of the stream's record, which
  * its module fills in. They bound what is consumed by the stream's read limit and keep the
@@ -23,6 +18,23 @@
  * Threads: nothing is locked. `url_errno`, the module list, the settings and the buffers
  * of the home directory functions belong to the whole process, and a stream to one thread
  * at a time: callers take turns.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/url.h>
+ *
+ * url_add_modules(&URL_module_file, &URL_module_http, NULL);
+ * URL url = url_open("notes.txt"); // or "http://host/notes.txt", or "-"
+ * if (url == NULL) {
+ *   fprintf(stderr, "%s\n", url_strerror(url_errno));
+ *   return 1;
+ * }
+ * char line[256];
+ * while (url_readline(url, line, sizeof line) > 0) puts(line);
+ * // prints: one
+ * // prints: two
+ * url_close(url);
+ * @endcode
  *
  * @{
  */
@@ -365,6 +377,19 @@ G_API void *url_dump(URL url, int32_t size, int32_t *len_out);
  *
  * Threads: as the system's calls, but for open_socket().
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/url.h>
+ *
+ * char line[80];
+ * int32_t fd = open_socket("localhost", 8080, NULL); // within 5 seconds
+ * FILE *stream = fd < 0 ? NULL : socket_fdopen(fd, "rb");
+ * if (stream == NULL) return 1;
+ * socket_write(fd, "GET /notes.txt HTTP/1.0\r\n\r\n", 27);
+ * if (socket_fgets(line, sizeof line, stream) != NULL) printf("%.4s\n", line); // prints: HTTP
+ * socket_fclose(stream); // closes the descriptor, too
+ * @endcode
+ *
  * @{
  */
 
@@ -437,6 +462,22 @@ G_API int socket_fflush(FILE *stream);
  *
  * Threads: the settings belong to the whole process; callers take turns.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/url.h>
+ *
+ * url_user_agent = "waterworks/1.0";
+ * URL url = url_http_open("http://localhost:8080/notes.txt");
+ * if (url == NULL) {
+ *   fprintf(stderr, "%s\n", url_strerror(url_errno));
+ *   return 1;
+ * }
+ * char text[256];
+ * int32_t length = url_nread(url, text, sizeof text - 1); // at most; "Content-Length:" ends it
+ * if (length > 0) printf("%.3s\n", text);                 // prints: one
+ * url_close(url);
+ * @endcode
+ *
  * @{
  */
 
@@ -503,6 +544,17 @@ G_API int32_t url_internal_sock(URL url);
  *
  * Threads: as all streams.
  *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/url.h>
+ *
+ * char line[256];
+ * URL url = url_file_open("notes.txt");
+ * if (url == NULL) return 1;
+ * if (url_gets(url, line, sizeof line) != NULL) fputs(line, stdout); // prints: one
+ * url_close(url);
+ * @endcode
+ *
  * @{
  */
 
@@ -545,6 +597,15 @@ G_API URL url_file_open(const char *name);
  * next call overwrites.
  *
  * Threads: the buffers belong to the whole process; callers take turns.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/url.h>
+ *
+ * // Where HOME is /home/ada:
+ * puts(url_expand_home_dir("~/notes.txt"));           // prints: /home/ada/notes.txt
+ * puts(url_unexpand_home_dir("/home/ada/notes.txt")); // prints: ~/notes.txt
+ * @endcode
  *
  * @{
  */
