@@ -6,7 +6,8 @@ import subprocess
 
 import rows
 
-INTRODUCTION = """<!-- Written by bench/run; remarks are in bench/rows.py. -->
+INTRODUCTION = """<!-- SPDX-License-Identifier: MIT -->
+<!-- Written by bench/run; remarks are in bench/rows.py. -->
 # Performance
 
 The library beside what its users would pick instead, job by job. Made by `bench/run` from a
@@ -20,6 +21,7 @@ clean clone; `bench/run --quick` gives a first impression.
 | system | {system} |
 | compiler | {compiler}, `-O2` |
 | load when it began | {load:.2f} |
+| took | {rounds} rounds, {minutes:.0f} minutes |
 
 Ours and the peers take turns, each in a process of its own, for several rounds; before a
 figure counts, all must have computed the same. *ratio* is ours / peer: the median over the
@@ -32,16 +34,6 @@ Aims are for the 32-bit build. The *floor* of a job is the least that any implem
 behaviour must do; where it was measured, its nanoseconds stand beside ours.
 """
 
-# What, key of the figure, aim.
-FOOTPRINT = [
-    ("text with all that is read only, `-Os`, bytes", "text", 64 * 1024),
-    ("relocations", "relocations", 150),
-    ("private memory of a program that only links it, KiB", "private", 100),
-    ("of the same program without it, KiB", "private_without", None),
-    ("stripped file, bytes", "file", None),
-    ("tables of both ciphers, `-O2`, bytes", "cipher_tables", 12 * 1024),
-    ("tables of Base64, `-O2`, bytes", "base64_tables", 8 * 1024),
-]
 UNSTEADY = 0.10
 
 
@@ -109,9 +101,9 @@ def text_table(results):
     widths = [max(len(line[column]) for line in table) for column in range(len(table[0]))]
     text = "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
                      for line in table)
-    for what, key, aim in FOOTPRINT if "footprint" in results else ():
-        figure = results["footprint"][key]
-        text += f"\n{what}: {figure:,}  {verdict(figure, aim)}".rstrip()
+    for row in rows.FOOTPRINT if "footprint" in results else ():
+        figure = results["footprint"][row.figure]
+        text += f"\n{row.title}: {figure:,}  {verdict(figure, row.aim)}".rstrip()
     return text
 
 
@@ -178,9 +170,9 @@ def footprint_text(figures):
     yield ""
     yield "The 32-bit library."
     yield ""
-    yield from markdown(["what", "figure", "aim", ""], [
-        [what, f"{figures[key]:,}", f"{aim:,}" if aim else "", verdict(figures[key], aim)]
-        for what, key, aim in FOOTPRINT])
+    yield from markdown(["what", "figure", "aim", "", "remark"], [
+        [row.title, f"{figures[row.figure]:,}", f"{row.aim:,}" if row.aim else "",
+         verdict(figures[row.figure], row.aim), row.note] for row in rows.FOOTPRINT])
     yield ""
 
 

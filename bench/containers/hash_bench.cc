@@ -46,8 +46,12 @@ struct Ints {
   using View = int32_t;
   using MapKey = int32_t;
 
-  // Spread over all numbers, each once.
-  static Key make(uint32_t number) { return static_cast<Key>(number * 2654435761U); }
+  // Numbers without a pattern, each once.
+  static Key make(uint32_t number) {
+    number = (number ^ number >> 16) * 0x85ebca6bU;
+    number = (number ^ number >> 13) * 0xc2b2ae35U;
+    return static_cast<Key>(number ^ number >> 16);
+  }
   static View view(const Key& key) { return key; }
   static MapKey map_key(const Key& key) { return key; }
   static const void* pointer(const Key& key) { return &key; }

@@ -53,7 +53,7 @@ def result(job="copy", size=None, arch="i386", ours=50.0, **peers):
 
 
 MACHINE = {"date": "2026-01-02", "commit": "abc", "processor": "one", "system": "Linux",
-           "compiler": "gcc", "load": 0.5}
+           "compiler": "gcc", "load": 0.5, "rounds": 5, "minutes": 9.6}
 
 
 class Programs(unittest.TestCase):
@@ -221,6 +221,17 @@ class Tables(unittest.TestCase):
         with_floor = result(ours=50, libc=100)
         with_floor["floor"] = 25.0
         self.assertIn("| 50.0 (floor 25.0) |", self.document(table(row("copy")), with_floor))
+
+    def test_sizes_are_set_against_their_aims(self):
+        figures = dict.fromkeys((its_row.figure for its_row in rows.FOOTPRINT), 70000)
+        text = self.document(table(row("copy")), result(libc=100), footprint=figures)
+        self.assertIn("bytes | 70,000 | 65,536 | missed |", text)
+        self.assertIn("| stripped file, bytes | 70,000 |  |  |  |", text)
+
+    def test_the_document_says_when_and_where(self):
+        text = self.document(table(row("copy")), result(libc=100))
+        for its_line in ("| date | 2026-01-02 |", "| commit | abc |", "5 rounds, 10 minutes"):
+            self.assertIn(its_line, text)
 
     def test_every_row_names_its_floor(self):
         for section in self.kept[0].values():
