@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 
+#include "url/socket_stream.h"
 #include "url/unique_fd.h"
 
 using namespace groundwork;
@@ -50,7 +51,7 @@ URL failed(int32_t url_code, int system_code) {
 // --- The slots of a stream.
 
 int32_t read_body(URL url, void* buf, int32_t n) {
-  return static_cast<int32_t>(socket_fread(buf, n, http_of(url)->stream));
+  return static_cast<int32_t>(socket_fill(buf, n, http_of(url)->stream));
 }
 
 char* read_line(URL url, char* buf, int32_t n) {

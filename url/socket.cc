@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "url/socket_stream.h"
 #include "url/unique_fd.h"
 
 using namespace groundwork;
@@ -24,6 +25,7 @@ using namespace groundwork;
 namespace {
 
 constexpr int kConnectTimeoutMs = 5000;
+constexpr int64_t kLeastDirect = 4096;  // smaller requests are better served by the buffer
 
 // Where to connect to, whatever the address family.
 struct Endpoint {
@@ -100,7 +102,45 @@ bool is_connected(int fd) {
   return connected;
 }
 
+#ifdef __GLIBC__
+// The bytes that wait in the buffer; -1 when some were pushed back, and lie elsewhere.
+int64_t bytes_held(const FILE* stream) {
+  if (stream->_IO_save_base != nullptr) return -1;
+  return stream->_IO_read_end - stream->_IO_read_ptr;
+}
+#endif
+
 }  // namespace
+
+int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
+#ifdef __GLIBC__
+  const int64_t held = bytes_held(stream);
+  if (held < 0 || n - held < kLeastDirect) {
+    return socket_fread(buf, n, stream);
+  }
+  const int kept = errno;
+  int64_t total = socket_fread(buf, held, stream);
+  while (total < n) {
+    char* const rest = static_cast<char*>(buf) + total;
+    const ssize_t count =
+        recv(fileno(stream), rest, static_cast<std::size_t>(n - total), 0);
+    if (count > 0) {
+      total += count;
+      continue;
+    }
+    // A program may have put another kind of stream in the place of ours.
+    if (count == -1 && (errno == ENOTSOCK || errno == EBADF)) {
+      errno = kept;
+      return total + socket_fread(rest, n - total, stream);
+    }
+    stream->_flags |= count == 0 ? _IO_EOF_SEEN : _IO_ERR_SEEN;  // as fread() does
+    break;
+  }
+  return total;
+#else
+  return socket_fread(buf, n, stream);
+#endif
+}
 
 extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_out) {
   Endpoint endpoint;

@@ -6,11 +6,15 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/allocation_faults.h"
@@ -864,6 +868,104 @@ TEST_F(HttpBody, ReadFillsTheBufferAcrossSegments) {
   EXPECT_EQ(url_read(url, buffer + 8, 8), 2);
   EXPECT_STREQ(buffer, "0123456789");
   url_close(url);
+}
+
+TEST_F(HttpBody, LargeReadsFollowWhatOtherReadsLeft) {
+  std::string body = "a line\n";
+  for (int i = 0; i < 30000; ++i) body += static_cast<char>('a' + i % 26);
+  ScriptedServer server([&body](Connection& connection) {
+    connection.read_request();
+    connection.send(kOk + body.substr(0, 9000));
+    connection.send(body.substr(9000, 9000));
+    connection.send(body.substr(18000));
+  });
+  const URL url = url_http_open(server.url().c_str());
+  ASSERT_NE(url, nullptr);
+  FILE* const stream = reinterpret_cast<URL_http*>(url)->stream;
+  std::vector<char> buffer(20000);
+  EXPECT_STREQ(url_gets(url, buffer.data(), 100), "a line\n");
+  EXPECT_EQ(url_fgetc(url), 'a');
+  ASSERT_EQ(url_read(url, buffer.data(), 20000), 20000);
+  EXPECT_EQ(std::string(buffer.data(), 20000), body.substr(8, 20000));
+  EXPECT_FALSE(feof(stream));
+  ASSERT_EQ(url_read(url, buffer.data(), 20000), 9999);
+  EXPECT_EQ(std::string(buffer.data(), 9999), body.substr(20008));
+  EXPECT_TRUE(feof(stream));
+  EXPECT_FALSE(ferror(stream));
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(url_read(url, buffer.data(), 20000), 0);
+  EXPECT_EQ(url_fgetc(url), -1);
+  url_close(url);
+}
+
+TEST_F(HttpBody, LargeReadsFillTheBufferAcrossSlowSegments) {
+  const std::string body = repeated(5000, 'x') + repeated(40, 'y');
+  ScriptedServer server([&body](Connection& connection) {
+    connection.read_request();
+    connection.send(kOk + body.substr(0, 5000));
+    connection.send_slowly(body.substr(5000));
+  });
+  const URL url = url_http_open(server.url().c_str());
+  ASSERT_NE(url, nullptr);
+  std::vector<char> buffer(8192);
+  ASSERT_EQ(url_read(url, buffer.data(), 5020), 5020);
+  EXPECT_EQ(std::string(buffer.data(), 5020), body.substr(0, 5020));
+  EXPECT_EQ(url_read(url, buffer.data(), 8192), 20);
+  url_close(url);
+}
+
+TEST_F(HttpBody, LargeReadsGiveWhatCameBeforeAReset) {
+  std::atomic<bool> taken{false};
+  ScriptedServer server([&taken](Connection& connection) {
+    connection.read_request();
+    connection.send(kOk + repeated(6000, 'x'));
+    while (!taken) std::this_thread::yield();
+    connection.reset();
+  });
+  const URL url = url_http_open(server.url().c_str());
+  ASSERT_NE(url, nullptr);
+  std::vector<char> buffer(16384);
+  EXPECT_EQ(url_read(url, buffer.data(), 5000), 5000);
+  std::thread release([&taken] { taken = true; });
+  const int32_t count = url_read(url, buffer.data(), 16384);
+  EXPECT_TRUE(count == 1000 || count == 0) << count;  // a reset may overtake what was sent
+  EXPECT_EQ(errno, ECONNRESET);
+  EXPECT_EQ(url_errno, URLERR_NONE);
+  EXPECT_TRUE(ferror(reinterpret_cast<URL_http*>(url)->stream));
+  release.join();
+  url_close(url);
+}
+
+TEST_F(HttpBody, LargeReadsBeginWithAByteThatWasPushedBack) {
+  Reply reply(kOk + repeated(10000, 'x'));
+  ASSERT_NE(reply.url, nullptr);
+  EXPECT_EQ(url_fgetc(reply.url), 'x');
+  ASSERT_EQ(ungetc('#', reinterpret_cast<URL_http*>(reply.url)->stream), '#');
+  std::vector<char> buffer(9000);
+  ASSERT_EQ(url_read(reply.url, buffer.data(), 9000), 9000);
+  EXPECT_EQ(std::string(buffer.data(), 9000), "#" + repeated(8999, 'x'));
+}
+
+TEST_F(HttpBody, ComesFromWhateverStreamAProgramPutThere) {
+  std::string text = repeated(6000, 'x') + repeated(3000, 'y');
+  FILE* const file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  ASSERT_EQ(std::fwrite(text.data(), 1, text.size(), file), text.size());
+  std::rewind(file);
+  FILE* const memory = fmemopen(text.data(), text.size(), "r");
+  for (FILE* const other : {file, memory}) {
+    Reply reply(kOk);
+    ASSERT_NE(reply.url, nullptr);
+    auto& stream = reinterpret_cast<URL_http*>(reply.url)->stream;
+    std::fclose(std::exchange(stream, other));
+    std::vector<char> buffer(16384);
+    ASSERT_EQ(url_read(reply.url, buffer.data(), 8000), 8000);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(std::string(buffer.data(), 8000), text.substr(0, 8000));
+    EXPECT_EQ(std::ftell(stream), 8000);
+    ASSERT_EQ(url_read(reply.url, buffer.data(), 16384), 1000);
+    EXPECT_EQ(std::string(buffer.data(), 1000), text.substr(8000));
+  }
 }
 
 TEST_F(HttpBody, LinesKeepTheirEndAndStopAtTheBuffersSize) {
