@@ -1,0 +1,18 @@
+# SPDX-License-Identifier: MIT
+# All services at once, for a while: nothing may grow. tests/soak SECONDS runs it longer.
+if(GROUNDWORK_CONF AND GROUNDWORK_CRYPT AND GROUNDWORK_URL)
+  add_executable(endurance_soak
+    endurance/soak.cc endurance/soak_server.cc endurance/soak_workers.cc)
+  target_link_libraries(endurance_soak PRIVATE groundwork)
+  target_include_directories(endurance_soak PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+  target_compile_definitions(endurance_soak PRIVATE
+    _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+  groundwork_warnings(endurance_soak)
+  if(CMAKE_CROSSCOMPILING)
+    set(soak_arguments 5 emulated)
+  else()
+    set(soak_arguments 20)
+  endif()
+  add_test(NAME endurance/soak COMMAND endurance_soak ${soak_arguments})
+  set_tests_properties(endurance/soak PROPERTIES TIMEOUT 300 LABELS threads)
+endif()
