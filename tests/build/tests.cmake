@@ -26,4 +26,8 @@ if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     set_tests_properties(build/size_base64 PROPERTIES FIXTURES_REQUIRED small_library
       ENVIRONMENT "LD_LIBRARY_PATH=${small}/i386")
   endif()
+  add_test(NAME build/debian_test COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/debian_test.py")
+  add_test(NAME build/recipes COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-recipes")
+  set_tests_properties(build/build_test build/lint build/debian_test build/recipes
+    PROPERTIES TIMEOUT 900)
 endif()
