@@ -51,7 +51,7 @@ typedef struct GCallback GCallback;
 typedef int (*GCallbackFunc)(void *arg, void *data);
 
 /**
- * Makes an empty list.
+ * Makes an empty callback list.
  *
  * @return the list, for g_callback_free(); null, with nothing logged, when memory is
  *         exhausted.
@@ -59,15 +59,15 @@ typedef int (*GCallbackFunc)(void *arg, void *data);
 G_API GCallback *g_callback_new(void);
 
 /**
- * Frees a list and its entries. The data pointers are not touched.
+ * Frees a callback list and its entries. The data pointers are not touched.
  *
  * @param callback  not null (else logged).
  */
 G_API void g_callback_free(GCallback *callback);
 
 /**
- * Adds an entry behind those of the same or a smaller priority. The same function and data
- * may be added again; that is another entry.
+ * Adds a function to a callback list, behind those of the same or a smaller priority. The same
+ * function and data may be added again; that is another entry.
  *
  * @param callback  not null.
  * @param func      not null.
@@ -79,7 +79,7 @@ G_API void g_callback_free(GCallback *callback);
 G_API int g_callback_add(GCallback *callback, GCallbackFunc func, void *data, int priority);
 
 /**
- * Removes the first entry with this function and this data.
+ * Removes the first entry of a callback list with this function and this data.
  *
  * @param callback  not null.
  * @param func      not null.
@@ -89,8 +89,8 @@ G_API int g_callback_add(GCallback *callback, GCallbackFunc func, void *data, in
 G_API int g_callback_remove(GCallback *callback, GCallbackFunc func, void *data);
 
 /**
- * Calls the functions in order until one returns other than 0. A function may remove its
- * own entry, but must leave the entry after it alone.
+ * Calls the functions of a callback list in order until one returns other than 0. A function may
+ * remove its own entry, but must leave the entry after it alone.
  *
  * @param callback  not null.
  * @param arg       first argument of each function.
@@ -99,7 +99,7 @@ G_API int g_callback_remove(GCallback *callback, GCallbackFunc func, void *data)
 G_API int g_callback_execute(GCallback *callback, void *arg);
 
 /**
- * Creates the registry.
+ * Creates the registry of modules.
  *
  * @warning An existing one is replaced and not freed; call g_module_cleanup() first.
  *
@@ -107,12 +107,12 @@ G_API int g_callback_execute(GCallback *callback, void *arg);
  */
 G_API int g_module_init(void);
 
-/** Frees the registry with every module's list. Without a registry "hash != NULL" is logged
- *  as a failed check. */
+/** Frees the registry of modules with every module's list. Without a registry "hash != NULL" is
+ *  logged as a failed check. */
 G_API void g_module_cleanup(void);
 
 /**
- * Adds an entry to a module's list.
+ * Adds a function to a module's callback list.
  *
  * @param module    any int.
  * @param func      not null.
@@ -123,7 +123,7 @@ G_API void g_module_cleanup(void);
 G_API int g_module_callback_register(int module, GCallbackFunc func, void *data, int priority);
 
 /**
- * Removes an entry from a module's list. The list stays when it becomes empty.
+ * Removes a function from a module's callback list. The list stays when it becomes empty.
  *
  * @param module  as registered.
  * @param func    as registered; not null.
@@ -134,7 +134,7 @@ G_API int g_module_callback_register(int module, GCallbackFunc func, void *data,
 G_API int g_module_callback_cancel(int module, GCallbackFunc func, void *data);
 
 /**
- * Executes a module's list.
+ * Executes a module's callback list.
  *
  * @param module  as registered.
  * @param arg     first argument of each function.

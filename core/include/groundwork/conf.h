@@ -117,7 +117,7 @@ typedef struct GConfChange {
 typedef int (*GConfCallback)(const GConfChange *change, void *data);
 
 /**
- * Finds a section.
+ * Finds a section of a configuration.
  *
  * @param conf  not null; unchecked.
  * @param name  not null; unchecked. Compared ignoring case, not trimmed.
@@ -128,7 +128,7 @@ typedef int (*GConfCallback)(const GConfChange *change, void *data);
 G_API GConfSection *g_find_section(GConf *conf, const char *name);
 
 /**
- * Finds a key in a section.
+ * Finds a key in a section of a configuration.
  *
  * @param section  not null; unchecked. May be a record of the program's own.
  * @param key      not null; unchecked. Compared ignoring case, not trimmed.
@@ -161,8 +161,8 @@ G_API GConfEntry *g_find_line(GConfSection *section, const char *key);
 G_API GConf *g_conf_open(const char *filename);
 
 /**
- * Writes the file if anything changed, as g_conf_sync(), then frees the conf with its
- * sections, entries and callbacks. Strings that were read from it die with it.
+ * Closes a configuration: writes the file if anything changed, as g_conf_sync(), then frees the
+ * conf with its sections, entries and callbacks. Strings that were read from it die with it.
  *
  * @param conf  from g_conf_open(); not to be used afterwards.
  * @return 0, also when the file could not be written; -1 when `conf` is null (logged as
@@ -171,8 +171,8 @@ G_API GConf *g_conf_open(const char *filename);
 G_API int g_conf_close(GConf *conf);
 
 /**
- * Writes the whole file if anything changed since the last load or sync: each section that
- * has entries as "[name]", its "key=value" lines and an empty line. The file is created with
+ * Writes the configuration file if anything changed since the last load or sync: each section
+ * that has entries as "[name]", its "key=value" lines and an empty line. The file is created with
  * permissions 0644 or emptied, then locked for writing, then written.
  *
  * Warnings: "can't create config file '%s'.", "can't lock write for '%s'.". Whether the
@@ -188,7 +188,7 @@ G_API int g_conf_close(GConf *conf);
 G_API void g_conf_sync(GConf *conf);
 
 /**
- * Reads a value. A missing section or key is not logged.
+ * Reads a value of a configuration as text. A missing section or key is not logged.
  *
  * @param conf     from g_conf_open(); null answers `def` without a report.
  * @param section  name, compared ignoring case; null is reported as critical.
@@ -202,7 +202,7 @@ G_API const char *g_conf_read_string(GConf *conf, const char *section, const cha
                                      const char *def);
 
 /**
- * Reads a decimal integer, as strtol() in base 10: leading whitespace and a sign are
+ * Reads a value as a decimal integer, as strtol() in base 10: leading whitespace and a sign are
  * accepted, the first other character ends the number, and a text without digits gives 0,
  * not `def`.
  *
@@ -215,7 +215,7 @@ G_API const char *g_conf_read_string(GConf *conf, const char *section, const cha
 G_API int g_conf_read_int(GConf *conf, const char *section, const char *key, int def);
 
 /**
- * Reads a truth value: only the text "TRUE", in any case, is true.
+ * Reads a value as truth or not: only the text "TRUE", in any case, is true.
  *
  * @param conf     as g_conf_read_string().
  * @param section  as g_conf_read_string().
@@ -227,7 +227,7 @@ G_API int g_conf_read_int(GConf *conf, const char *section, const char *key, int
 G_API int g_conf_read_boolean(GConf *conf, const char *section, const char *key, int def);
 
 /**
- * Reads a number, as strtod(), which follows the locale's decimal point, narrowed to float.
+ * Reads a value as a float: as strtod(), which follows the locale's decimal point, narrowed.
  *
  * @param conf     as g_conf_read_string().
  * @param section  as g_conf_read_string().
@@ -237,18 +237,17 @@ G_API int g_conf_read_boolean(GConf *conf, const char *section, const char *key,
  */
 G_API float g_conf_read_float(GConf *conf, const char *section, const char *key, float def);
 
-/** As g_conf_read_float(), without the narrowing.
+/** Reads a value as a double, as g_conf_read_float() without the narrowing.
  *  @param conf    as g_conf_read_string(). @param section as g_conf_read_string().
  *  @param key     as g_conf_read_string(). @param def the answer when there is no value.
  *  @return the number, 0 or `def`, as g_conf_read_float(). */
 G_API double g_conf_read_double(GConf *conf, const char *section, const char *key, double def);
 
 /**
- * Writes a value, in memory. Nothing happens when the stored text equals `value` to the
- * letter; an absent key counts as "". Otherwise the value, without leading and trailing
- * whitespace, replaces the stored one; a missing section is appended, named exactly as
- * given, and a missing key is appended to it, trimmed. Then the conf is dirty, and the
- * callbacks of the key run.
+ * Writes a value of a configuration, in memory. Nothing happens when the stored text equals `value`
+ * to the letter; an absent key counts as "". Otherwise the value, without leading and trailing
+ * whitespace, replaces the stored one; a missing section is appended, named exactly as given, and a
+ * missing key is appended to it, trimmed. Then the conf is dirty, and the callbacks of the key run.
  *
  * When memory is exhausted nothing changes and no callback runs ("can't store '%s'->'%s'.",
  * logged as a warning with section and key).
@@ -262,12 +261,12 @@ G_API double g_conf_read_double(GConf *conf, const char *section, const char *ke
 G_API void g_conf_write_string(GConf *conf, const char *section, const char *key,
                                const char *value);
 
-/** Writes an integer as "%d", as g_conf_write_string() does.
+/** Writes an integer, as "%d", as g_conf_write_string() does.
  *  @param conf  as g_conf_write_string(). @param section as g_conf_write_string().
  *  @param key   as g_conf_write_string(). @param value the number. */
 G_API void g_conf_write_int(GConf *conf, const char *section, const char *key, int value);
 
-/** Writes "TRUE" for any value but 0, "FALSE" for 0, as g_conf_write_string() does.
+/** Writes a truth value: "TRUE" for any but 0, "FALSE" for 0, as g_conf_write_string() does.
  *  @param conf  as g_conf_write_string(). @param section as g_conf_write_string().
  *  @param key   as g_conf_write_string(). @param value the truth value. */
 G_API void g_conf_write_boolean(GConf *conf, const char *section, const char *key, int value);
@@ -286,8 +285,8 @@ G_API void g_conf_write_double(GConf *conf, const char *section, const char *key
                                double value);
 
 /**
- * Removes a key and frees its entry; runs no callback. A missing section or key changes
- * nothing and is no error.
+ * Removes a key from a configuration and frees its entry; runs no callback. A missing section or
+ * key changes nothing and is no error.
  *
  * @param conf     from g_conf_open(). A null argument is logged as critical.
  * @param section  name, compared ignoring case.
@@ -296,8 +295,8 @@ G_API void g_conf_write_double(GConf *conf, const char *section, const char *key
 G_API void g_conf_remove_key(GConf *conf, const char *section, const char *key);
 
 /**
- * Removes a section with all its entries; runs no callback. A missing section changes
- * nothing and is no error.
+ * Removes a section from a configuration with all its entries; runs no callback. A missing section
+ * changes nothing and is no error.
  *
  * @param conf     from g_conf_open(). A null argument is logged as critical.
  * @param section  name, compared ignoring case.
@@ -305,8 +304,8 @@ G_API void g_conf_remove_key(GConf *conf, const char *section, const char *key);
 G_API void g_conf_remove_section(GConf *conf, const char *section);
 
 /**
- * Registers a callback for one key; there is no way back but g_conf_close(). Callbacks of a
- * key run in the order of registration; one that was registered twice runs twice.
+ * Registers a callback for changes of one key; there is no way back but g_conf_close(). Callbacks
+ * of a key run in the order of registration; one that was registered twice runs twice.
  *
  * The names are compared exactly, unlike everywhere else here: a callback for "net" and "ip"
  * does not run for a write to "Net" and "ip", although it changes the same entry. They are

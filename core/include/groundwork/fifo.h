@@ -49,7 +49,7 @@ extern "C" {
 typedef struct GFifo GFifo;
 
 /**
- * Makes an empty ring of fixed capacity.
+ * Makes an empty ring buffer of fixed capacity.
  *
  * @param max_buf  capacity in elements; at least 1 (logged as critical).
  * @return a ring to be released with g_fifo_free(); null on a failed check, or, with nothing
@@ -57,20 +57,20 @@ typedef struct GFifo GFifo;
  */
 G_API GFifo *g_fifo_new(int max_buf);
 
-/** Frees a ring. Elements that are still held are NOT freed: call g_fifo_flush() first.
+/** Frees a ring buffer. Elements that are still held are NOT freed: call g_fifo_flush() first.
  *  @param fifo not null (logged as critical). */
 G_API void g_fifo_free(GFifo *fifo);
 
-/** Tells whether the ring is empty. @param fifo not null (logged as critical).
+/** Tells whether a ring buffer is empty. @param fifo not null (logged as critical).
  *  @return 1 when nothing is held, else 0; 1 on a failed check. */
 G_API int g_fifo_empty(GFifo *fifo);
 
-/** Tells whether the ring is full. @param fifo not null (logged as critical).
+/** Tells whether a ring buffer is full. @param fifo not null (logged as critical).
  *  @return 1 when no slot is free, else 0; 1 on a failed check. */
 G_API int g_fifo_full(GFifo *fifo);
 
 /**
- * Appends an element. Never blocks, never overwrites.
+ * Puts an element into a ring buffer. Never blocks, never overwrites.
  *
  * @param fifo   from g_fifo_new().
  * @param _data  not null; the ring stores the pointer and does not own what it points to.
@@ -80,7 +80,7 @@ G_API int g_fifo_full(GFifo *fifo);
 G_API int g_fifo_put(GFifo *fifo, void *_data);
 
 /**
- * Takes the oldest element.
+ * Takes the oldest element out of a ring buffer.
  *
  * @param fifo  not null (logged as critical).
  * @return the element, now the caller's; null when the ring is empty ("fifo(%p) is empty,
@@ -89,7 +89,7 @@ G_API int g_fifo_put(GFifo *fifo, void *_data);
 G_API void *g_fifo_get(GFifo *fifo);
 
 /**
- * Takes the elements one by one and frees each with free(), until the ring is empty. What a
+ * Empties a ring buffer: takes the elements one by one and frees each with free(). What a
  * producer puts meanwhile is freed too.
  *
  * @param fifo  not null (logged as critical).
@@ -97,15 +97,15 @@ G_API void *g_fifo_get(GFifo *fifo);
  */
 G_API int g_fifo_flush(GFifo *fifo);
 
-/** Counts the elements. @param fifo not null (logged as critical).
+/** Counts the elements in a ring buffer. @param fifo not null (logged as critical).
  *  @return the number of elements held; -1 on a failed check. */
 G_API int g_fifo_count(GFifo *fifo);
 
-/** Counts the free slots. @param fifo not null (logged as critical).
+/** Counts the free slots of a ring buffer. @param fifo not null (logged as critical).
  *  @return the number of free slots; -1 on a failed check. */
 G_API int g_fifo_avail(GFifo *fifo);
 
-/** Tells the capacity. @param fifo not null (logged as critical).
+/** Tells the capacity of a ring buffer. @param fifo not null (logged as critical).
  *  @return the capacity; -1 on a failed check. */
 G_API int g_fifo_size(GFifo *fifo);
 

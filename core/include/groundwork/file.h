@@ -70,7 +70,7 @@ G_API GFile *g_file_open(const char *filename, int mode);
 G_API void g_file_close(GFile *file);
 
 /**
- * Reads once.
+ * Reads from a file once.
  *
  * @param file  open for reading.
  * @param buf   not null; room for `len` bytes.
@@ -81,7 +81,7 @@ G_API void g_file_close(GFile *file);
 G_API int64_t g_file_read(GFile *file, void *buf, int64_t len);
 
 /**
- * Writes once.
+ * Writes to a file once.
  *
  * @param file  open for writing.
  * @param buf   not null; `len` bytes.
@@ -102,7 +102,7 @@ G_API int64_t g_file_write(GFile *file, const void *buf, int64_t len);
  */
 G_API int64_t g_file_seek(GFile *file, int64_t offset, int whence);
 
-/** Cuts, or extends with zeros, the file at its current offset. @param file open for
+/** Cuts a file, or extends it with zeros, at its current offset. @param file open for
  *  writing. @return 0; -1 on a failed check or an error (`errno` set, nothing logged). */
 G_API int g_file_truncate(GFile *file);
 

@@ -103,22 +103,24 @@ G_API GFileMap *g_file_map(const char *filename, int64_t offset, int64_t length,
 G_API GFileMap *g_file_remap(GFileMap *map, GFile *file, int64_t offset, int64_t length,
                              int mode, void **addr);
 
-/** Releases the mapping (see the warning above; "can't unmap file - %s", a warning, if the
- *  system refuses), closes the file if the map owns it, and frees the map.
+/** Unmaps a file and frees the map. Releases the mapping (see the warning above; "can't unmap
+ *  file - %s", a warning, if the system refuses), closes the file if the map owns it, and frees the
+ *  map.
  *  @param map not null. */
 G_API void g_file_unmap(GFileMap *map);
 
-/** Tells where a map lies. @param map not null. @param length receives the region's length
+/** Tells where a file map lies. @param map not null. @param length receives the region's length
  *  in bytes, all 64 bits as asked for; may be null. @return the region's address; null on a
  *  failed check. */
 G_API void *g_file_map_get_addr(GFileMap *map, int64_t *length);
 
-/** Tells the unit of offsets. @return the system's page size in bytes. */
+/** Tells the page size, the unit of the offsets of file maps. @return the system's page size in
+ *  bytes. */
 G_API int64_t g_file_map_page_size(void);
 
 /**
- * Starts to write changed pages back and drops copies that are out of date: msync() with
- * `MS_ASYNC | MS_INVALIDATE` over the low 32 bits of the length.
+ * Starts to write the changed pages of a file map back and drops copies that are out of date:
+ * msync() with `MS_ASYNC | MS_INVALIDATE` over the low 32 bits of the length.
  *
  * @param map  not null.
  * @return 0; -1 on an error (`errno` set, nothing logged). On a failed check what g_log()

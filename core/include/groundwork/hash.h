@@ -73,7 +73,7 @@ typedef int (*GEqualFunc)(const void *stored, const void *probe);
 typedef void (*GHashDestroyFunc)(void *key, void *value);
 
 /**
- * Makes an empty table.
+ * Makes an empty hash table.
  *
  * @param size          slots to begin with; 0 counts as 1. All but one can be filled before
  *                      the table grows.
@@ -88,15 +88,16 @@ G_API GHash *g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equal_fun
                         GHashDestroyFunc destroy_func);
 
 /**
- * Frees a table, calling its destroy function for each entry in the order of the slots.
+ * Frees a hash table, calling its destroy function for each entry in the order of the slots.
  *
  * @param hash  not null (logged as critical).
  */
 G_API void g_hash_free(GHash *hash);
 
 /**
- * Stores a pair. A key that is already there has both its stored key and its value
- * replaced; the destroy function is not called, so the old pair is the caller's to release.
+ * Stores a key and its value in a hash table. A key that is already there has both its stored key
+ * and its value replaced; the destroy function is not called, so the old pair is the caller's to
+ * release.
  *
  * @param hash   not null (logged as critical).
  * @param key    stored as it is, not copied; must stay valid while it is in the table.
@@ -107,7 +108,7 @@ G_API void g_hash_free(GHash *hash);
 G_API int g_hash_insert(GHash *hash, void *key, void *value);
 
 /**
- * Looks a key up.
+ * Looks up a key in a hash table.
  *
  * @param hash  not null (logged as critical).
  * @param key   the key to look for.
@@ -116,8 +117,8 @@ G_API int g_hash_insert(GHash *hash, void *key, void *value);
 G_API void *g_hash_find(GHash *hash, const void *key);
 
 /**
- * Removes the entry that g_hash_find() would find, calling the destroy function with its
- * stored key and value.
+ * Removes a key from a hash table: the entry that g_hash_find() would find, calling the destroy
+ * function with its stored key and value.
  *
  * @param hash  not null (logged as critical).
  * @param key   the key to look for; it may be the stored key itself, which the destroy
@@ -126,7 +127,7 @@ G_API void *g_hash_find(GHash *hash, const void *key);
  */
 G_API int g_hash_remove(GHash *hash, const void *key);
 
-/** Counts the entries. @param hash not null (logged as critical).
+/** Counts the entries of a hash table. @param hash not null (logged as critical).
  *  @return the number of entries, second copies included; 0 on a failed check. */
 G_API unsigned g_hash_count(GHash *hash);
 

@@ -65,7 +65,7 @@ enum {
 typedef int (*GLogHandler)(const char *text, void *arg);
 
 /**
- * Chooses the threshold from marker files: the first of "/tmp/vk_debug" (0),
+ * Chooses the threshold of the log from marker files: the first of "/tmp/vk_debug" (0),
  * "/tmp/vk_message" (1), "/tmp/vk_information" (2), "/tmp/vk_warning" (3) and
  * "/tmp/vk_error" (4) that exists as a regular file; 99, silence, when none does. Then
  * announces the choice through g_print(), whatever the threshold:
@@ -75,14 +75,14 @@ typedef int (*GLogHandler)(const char *text, void *arg);
  */
 G_API void g_debug_init(void);
 
-/** Sets the threshold. @param level any value; unchecked. */
+/** Sets the threshold of the log. @param level any value; unchecked. */
 G_API void g_debug_set_level2(int level);
 
-/** Does nothing and leaves the threshold alone; g_debug_set_level2() is the setter. Kept
+/** Does nothing and leaves the threshold of the log alone; g_debug_set_level2() is the setter. Kept
  *  because programs call it and rely on its having no effect. @param level ignored. */
 G_API void g_debug_set_level(int level);
 
-/** Tells the threshold. @return the current one. */
+/** Tells the threshold of the log. @return the current one. */
 G_API int g_debug_get_level(void);
 
 /**

@@ -57,7 +57,8 @@ G_API void *g_malloc0(unsigned n_bytes);
  */
 G_API void *g_realloc(void *mem, unsigned n_bytes);
 
-/** Frees `*ptr` unless it is null and sets it to null. @param ptr not null; unchecked. */
+/** Frees a block and clears its pointer: `*ptr`, unless it is null. @param ptr not null; unchecked.
+ *  */
 G_API void g_freep(void **ptr);
 
 /**

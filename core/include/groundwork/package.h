@@ -5,6 +5,8 @@
  *
  * The package name: prefix of every log line and name of the default configuration file.
  *
+ * Threads: the name is not locked. Set it at start-up, before other threads log.
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>

@@ -73,16 +73,16 @@ typedef int (*GQueueFunc)(void *data, void *user_data);
  */
 G_API GQueue *g_queue_new(GQueueHoldFunc add_func, GQueueHoldFunc release_func);
 
-/** Clears the queue as g_queue_clear() does and frees it. No other thread may use it any
+/** Clears a queue as g_queue_clear() does and frees it. No other thread may use it any
  *  more. @param queue not null (logged as critical). */
 G_API void g_queue_free(GQueue *queue);
 
-/** Tells whether the queue is empty. @param queue not null (logged as critical).
+/** Tells whether a queue is empty. @param queue not null (logged as critical).
  *  @return 1 when the queue is empty, 0 when not; -1 on a failed check. */
 G_API int g_queue_empty(GQueue *queue);
 
 /**
- * Adds an element at the tail, calling add_func first.
+ * Adds an element at the tail of a queue, calling add_func first.
  *
  * When memory is exhausted nothing happens: no callback is called, nothing is logged, the
  * queue is unchanged and the element stays the caller's.
@@ -93,7 +93,7 @@ G_API int g_queue_empty(GQueue *queue);
 G_API void g_queue_enqueue(GQueue *queue, void *data);
 
 /**
- * Takes the head element, or only that one element if it is the head.
+ * Takes the head element of a queue, or only that one element if it is the head.
  *
  * @warning release_func has run on the element when it is returned. If it frees elements,
  * the result is dangling and tells no more than that there was one.
@@ -105,21 +105,21 @@ G_API void g_queue_enqueue(GQueue *queue, void *data);
  */
 G_API void *g_queue_dequeue(GQueue *queue, const void *expected);
 
-/** Looks at the head. @param queue not null (logged as critical).
+/** Looks at the head of a queue. @param queue not null (logged as critical).
  *  @return the head element, which stays; null when the queue is empty. */
 G_API void *g_queue_first(GQueue *queue);
 
-/** Looks at the tail. @param queue not null (logged as critical).
+/** Looks at the tail of a queue. @param queue not null (logged as critical).
  *  @return the tail element, which stays; null when the queue is empty. */
 G_API void *g_queue_last(GQueue *queue);
 
-/** Removes all elements, calling release_func on each from head to tail with the queue
- *  locked. @param queue not null (logged as critical). */
+/** Removes all elements of a queue, calling release_func on each from head to tail with the
+ *  queue locked. @param queue not null (logged as critical). */
 G_API void g_queue_clear(GQueue *queue);
 
 /**
- * Adds an element directly after the first one that is `sibling`; at the tail when there is
- * none, when `sibling` is null or when it is the tail element.
+ * Adds an element to a queue directly after the first one that is `sibling`; at the tail when there
+ * is none, when `sibling` is null or when it is the tail element.
  *
  * @warning When `sibling` is looked for and not found, add_func is called twice for the one
  * element. A callback that counts references sees two.
@@ -133,7 +133,8 @@ G_API void g_queue_clear(GQueue *queue);
 G_API void g_queue_insert(GQueue *queue, const void *sibling, void *data);
 
 /**
- * Removes the first occurrence of an element WITHOUT LOCKING, then calls release_func on it.
+ * Removes an element from a queue WITHOUT LOCKING, the first occurrence, then calls release_func
+ * on it.
  * For callers inside g_queue_foreach() or g_queue_foreach_reverse(), whose function may
  * delete the element that it was given. Elsewhere use g_queue_remove().
  *
@@ -142,24 +143,25 @@ G_API void g_queue_insert(GQueue *queue, const void *sibling, void *data);
  */
 G_API void g_queue_delete(GQueue *queue, const void *data);
 
-/** Removes the first occurrence of an element, calling release_func with the queue locked.
+/** Removes an element from a queue, the first occurrence, calling release_func with the queue
+ *  locked.
  *  @param queue not null (logged as critical).
  *  @param data the element; nothing happens when it is not there. */
 G_API void g_queue_remove(GQueue *queue, const void *data);
 
-/** Calls `func(element, user_data)` from head to tail with the queue locked, until one
- *  call returns non-zero.
+/** Visits the elements of a queue: calls `func(element, user_data)` from head to tail with the
+ *  queue locked, until one call returns non-zero.
  *  @param queue not null (logged as critical). @param func not null (logged as critical).
  *  @param user_data passed on. */
 G_API void g_queue_foreach(GQueue *queue, GQueueFunc func, void *user_data);
 
-/** Calls `func(element, user_data)` from tail to head, otherwise as g_queue_foreach().
+/** Visits the elements of a queue from tail to head, otherwise as g_queue_foreach().
  *  @param queue not null (logged as critical). @param func not null (logged as critical).
  *  @param user_data passed on. */
 G_API void g_queue_foreach_reverse(GQueue *queue, GQueueFunc func, void *user_data);
 
-/** Counts the elements. @param queue not null; UNCHECKED. @return the number, read without
- *  the lock and so perhaps out of date. */
+/** Counts the elements of a queue. @param queue not null; UNCHECKED. @return the number, read
+ *  without the lock and so perhaps out of date. */
 G_API uint32_t g_queue_count(GQueue *queue);
 
 /** @} */

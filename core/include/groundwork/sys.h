@@ -35,19 +35,20 @@ extern "C" {
 #endif
 
 /**
- * Locks all present and future pages of the process into memory, after touching 65,536
- * bytes of the calling thread's stack so that they are present. The stack must have that
- * much room.
+ * Locks all present and future pages of the process into memory. Before that it touches 65,536
+ * bytes of the calling thread's stack, so that they are present: the stack must have that much
+ * room.
  *
  * @return the result of mlockall(): 0, or -1 with errno set. Nothing is logged.
  */
 G_API int g_sys_lock_memory(void);
 
-/** Undoes g_sys_lock_memory(). @return the result of munlockall(). Nothing is logged. */
+/** Gives up the locks of g_sys_lock_memory(). @return the result of munlockall(). Nothing is
+ *  logged. */
 G_API int g_sys_unlock_memory(void);
 
 /**
- * Size and free space of the filesystem that holds a path.
+ * Tells size and free space of the filesystem that holds a path.
  *
  * @param path      null fails the check "path".
  * @param total_kb  receives the size in units of 1024 bytes, its low 32 bits; may be null.
@@ -60,8 +61,8 @@ G_API int g_sys_unlock_memory(void);
 G_API int g_sys_get_filesystem_usage(const char *path, uint32_t *total_kb, uint32_t *avail_kb);
 
 /**
- * Average load of a processor since the system started, from "/proc/stat". Not the load of
- * the moment: the kernel's counters only grow, and no sample is kept.
+ * Tells the average load of a processor since the system started, from "/proc/stat". Not the load
+ * of the moment: the kernel's counters only grow, and no sample is kept.
  *
  * @param cpu  0 for the first processor.
  * @return percent of the time not idle, 0 to 100; -1 when the file cannot be read, no line
@@ -72,7 +73,7 @@ G_API int g_sys_get_filesystem_usage(const char *path, uint32_t *total_kb, uint3
 G_API int g_sys_cpu_load(int cpu);
 
 /**
- * Percentage of memory that is not used, from the second line of "/proc/meminfo".
+ * Tells the percentage of memory that is not used, from the second line of "/proc/meminfo".
  *
  * @warning Only for the older form of that file, whose second line is "Mem:  total used
  * ...". With the newer one, "MemFree: N kB", the result is 100.

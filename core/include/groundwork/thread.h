@@ -8,6 +8,12 @@
  * Failures of the system are logged as warnings with the text of `errno`; failed argument
  * checks as critical.
  *
+ * Handles belong to whoever made them, who gives them back with g_thread_wait() or
+ * g_thread_free(), g_thread_mutex_free() and g_thread_event_free().
+ *
+ * Threads: every function may be called on any thread, as long as no other thread frees the
+ * handle meanwhile.
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>
@@ -96,8 +102,8 @@ G_API int g_thread_wait(GThread *thread);
 G_API int g_thread_cancel(GThread *thread);
 
 /**
- * Frees a handle and leaves the thread alone: it is neither joined nor detached, so it
- * keeps its stack until the process ends. Use g_thread_wait() for created threads.
+ * Frees the handle of a thread and leaves the thread alone: it is neither joined nor detached, so
+ * it keeps its stack until the process ends. Use g_thread_wait() for created threads.
  *
  * @param thread  may be null.
  */
@@ -111,7 +117,7 @@ G_API void g_thread_free(GThread *thread);
 G_API GThread *g_thread_self(void);
 
 /**
- * Compares two handles.
+ * Compares the threads of two handles.
  *
  * @param thread1  not null.
  * @param thread2  not null.
@@ -120,7 +126,7 @@ G_API GThread *g_thread_self(void);
 G_API int g_thread_check_same(GThread *thread1, GThread *thread2);
 
 /**
- * Sets scheduling class and priority.
+ * Sets scheduling class and priority of a thread.
  *
  * | priority | class       | POSIX priority on Linux |
  * |----------|-------------|-------------------------|
@@ -198,7 +204,7 @@ G_API int g_thread_mutex_unlock(GMutex *mutex);
 G_API GThreadEvent *g_thread_event_new(void);
 
 /**
- * Wakes one waiter and frees the event. Returns without waiting for it; other calls must
+ * Frees an event and wakes one waiter. Returns without waiting for it; other calls must
  * not be under way or follow.
  *
  * @param event  not null (else logged).
@@ -206,8 +212,8 @@ G_API GThreadEvent *g_thread_event_new(void);
 G_API void g_thread_event_free(GThreadEvent *event);
 
 /**
- * Waits without limit for a signal or broadcast made after the call began. As with any
- * POSIX condition it may also return without one. A cancellation point.
+ * Waits for an event without limit: for a signal or broadcast made after the call began. As with
+ * any POSIX condition it may also return without one. A cancellation point.
  *
  * @param event  not null.
  * @return 0 when woken; -1 when `event` is null (logged).
@@ -215,7 +221,7 @@ G_API void g_thread_event_free(GThreadEvent *event);
 G_API int g_thread_event_wait(GThreadEvent *event);
 
 /**
- * Waits for a signal for `timeout` milliseconds by the wall clock, then waits AGAIN,
+ * Waits for an event for `timeout` milliseconds by the wall clock, then waits AGAIN,
  * without limit. A cancellation point.
  *
  * @warning The time-out bounds nothing. However the first wait ended, by a signal too, the
@@ -233,7 +239,7 @@ G_API int g_thread_event_wait(GThreadEvent *event);
 G_API int g_thread_event_wait_timeout(GThreadEvent *event, int timeout);
 
 /**
- * Wakes one waiter, if there is any.
+ * Wakes one thread that waits for an event, if there is any.
  *
  * @param event  not null.
  * @return 0; -1 when `event` is null (logged).
@@ -241,7 +247,7 @@ G_API int g_thread_event_wait_timeout(GThreadEvent *event, int timeout);
 G_API int g_thread_event_signal(GThreadEvent *event);
 
 /**
- * Wakes all waiters.
+ * Wakes all threads that wait for an event.
  *
  * @param event  not null.
  * @return 0; -1 when `event` is null (logged).

@@ -9,6 +9,12 @@
  * the call. A call longer than the interval is followed by the next at once. A clock set
  * back during a call lengthens the wait after it by as much.
  *
+ * A timeout belongs to whoever started it, until g_timeout_free() or until its function
+ * returns 0.
+ *
+ * Threads: timeouts may be started and ended on any thread, each ended once. The function runs
+ * on the timeout's own thread: what it shares with others needs a lock.
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>

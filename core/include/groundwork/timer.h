@@ -75,7 +75,7 @@ G_API extern uint32_t g_alarm_interval;
 G_API extern GTimerCallback g_alarm_callback;
 
 /**
- * Starts the service. The thread starts before the lock of the timer list exists, so its
+ * Starts the timer service. Its thread starts before the lock of the timer list exists, so its
  * first pass may log a failed check "mutex != NULL"; that is harmless.
  *
  * @return 0; -1 when the service's thread exists already (printed), or when memory is
@@ -83,11 +83,11 @@ G_API extern GTimerCallback g_alarm_callback;
  */
 G_API int g_timer_init(void);
 
-/** Stops the service and frees every timer. The service may be started again. */
+/** Stops the timer service and frees every timer. It may be started again. */
 G_API void g_timer_cleanup(void);
 
 /**
- * Stops or resumes the service's thread. Timers are kept.
+ * Stops or resumes the timer service's thread. Timers are kept.
  *
  * @param on  0 waits until the thread has finished its pass and its sleep (printed, also
  *            when there was no thread); anything else starts the thread if there is none.
@@ -131,7 +131,7 @@ G_API int g_remove_timer(GTimerEntry *id);
  */
 G_API int g_set_timer(uint32_t interval, GTimerCallback callback);
 
-/** Makes this instant tick 0. @return what gettimeofday() returned. */
+/** Sets the clock of ticks to 0. @return what gettimeofday() returned. */
 G_API int g_start_ticks(void);
 
 /**
@@ -151,7 +151,7 @@ G_API int g_start_ticks(void);
 G_API uint32_t g_get_ticks(void);
 
 /**
- * Sleeps on through signals. A cancellation point.
+ * Sleeps for some milliseconds, on through signals. A cancellation point.
  *
  * @param ms  milliseconds; a negative value returns at once.
  */

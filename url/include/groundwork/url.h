@@ -173,7 +173,7 @@ G_API extern char *user_mailaddr;
 /** @{ */
 
 /**
- * Registers a module, to be asked before all that are there.
+ * Registers a module for streams, to be asked before all that are there.
  *
  * @param m  not owned; must live as long as the process. Registering a module twice makes
  *           the list a ring in which look-ups may never end.
@@ -181,7 +181,7 @@ G_API extern char *user_mailaddr;
 G_API void url_add_module(URL_module *m);
 
 /**
- * Registers modules in the order given, so that the last is asked first.
+ * Registers modules for streams in the order given, so that the last is asked first.
  *
  * @param first  the first, or null for none.
  * @param ...    further `URL_module *`, up to a null pointer (write `(URL_module *)NULL`
@@ -214,7 +214,7 @@ G_API int32_t url_check_type(const char *url);
 G_API URL url_open(const char *url);
 
 /**
- * Reads bytes.
+ * Reads bytes from a stream.
  *
  * @param url  a stream, or null.
  * @param buf  at least `n` bytes, or null.
@@ -225,13 +225,14 @@ G_API URL url_open(const char *url);
  */
 G_API int32_t url_read(URL url, void *buf, int32_t n);
 
-/** As url_read(), repeated while a signal interrupts it (-1 with EINTR).
+/** Reads bytes from a stream, as url_read(), repeated while a signal interrupts it (-1 with
+ *  EINTR).
  *  @param url a stream, or null. @param buf at least `n` bytes, or null.
  *  @param n how many at most. @return as url_read(). */
 G_API int32_t url_safe_read(URL url, void *buf, int32_t n);
 
 /**
- * Reads exactly `n` bytes unless the stream ends or fails before.
+ * Reads exactly `n` bytes from a stream unless it ends or fails before.
  *
  * @param url  a stream, or null.
  * @param buf  at least `n` bytes, or null.
@@ -241,7 +242,7 @@ G_API int32_t url_safe_read(URL url, void *buf, int32_t n);
 G_API int32_t url_nread(URL url, void *buf, int32_t n);
 
 /**
- * Reads one line and keeps its end.
+ * Reads one line from a stream and keeps its end.
  *
  * The module's line reader is used if it has one; `nread` then grows by the length of the
  * text, so bytes after a NUL in the line are not counted. Else the line is read byte by
@@ -258,8 +259,8 @@ G_API int32_t url_nread(URL url, void *buf, int32_t n);
 G_API char *url_gets(URL url, char *buf, int32_t n);
 
 /**
- * Reads the next line that is not empty and strips its end, a carriage return or a line
- * feed whatever `url_newline_code` says.
+ * Reads the next line of a stream that is not empty and strips its end: a carriage return or a
+ * line feed whatever `url_newline_code` says.
  *
  * @param url  a stream; its `gets` slot is not used.
  * @param buf  at least `n` bytes; takes the NUL-terminated text. At the end of the stream
@@ -270,7 +271,7 @@ G_API char *url_gets(URL url, char *buf, int32_t n);
 G_API int32_t url_readline(URL url, char *buf, int32_t n);
 
 /**
- * Reads one byte.
+ * Reads one byte from a stream.
  *
  * On a stream whose module has no `fgetc` each byte counts twice in `nread`, and the last
  * one before the read limit is refused. Kept: both modules here have one.
@@ -282,7 +283,7 @@ G_API int32_t url_readline(URL url, char *buf, int32_t n);
 G_API int32_t url_fgetc(URL url);
 
 /**
- * Moves the stream.
+ * Moves a stream to another position.
  *
  * A stream without a `seek` slot only goes forward, by reading, and not beyond its end;
  * its read limit is lifted meanwhile. Such a move returns the position from BEFORE it.
@@ -296,12 +297,12 @@ G_API int32_t url_fgetc(URL url);
  */
 G_API int64_t url_seek(URL url, int64_t offset, int32_t whence);
 
-/** Tells the position. @param url a stream.
+/** Tells the position of a stream. @param url a stream.
  *  @return it, in bytes; what its `tell` slot gives, else `nread`. */
 G_API int64_t url_tell(URL url);
 
 /**
- * Discards bytes, within the read limit: by moving the stream, or by reading where it
+ * Discards bytes of a stream, within the read limit: by moving the stream, or by reading where it
  * cannot be moved.
  *
  * @param url  a stream.
@@ -320,7 +321,7 @@ G_API void url_skip(URL url, int64_t n);
 G_API void url_rewind(URL url);
 
 /**
- * Bounds what can still be read, and restarts `nread` at 0. `eof` stays.
+ * Bounds what can still be read from a stream, and restarts `nread` at 0. `eof` stays.
  *
  * @param url    a stream.
  * @param limit  bytes from here on; negative for no limit.
@@ -346,7 +347,7 @@ G_API URL alloc_url(int32_t size);
  */
 G_API void url_close(URL url);
 
-/** Describes an error. @param code a value of `url_errno`.
+/** Describes an error of streams. @param code a value of `url_errno`.
  *  @return its text, not owned by the caller; the system's below 10001 (valid until the
  *  thread's next strerror()), "Internal error" from 10007 on. */
 G_API const char *url_strerror(int32_t code);
@@ -514,7 +515,7 @@ G_API extern URL_module URL_module_http;
 G_API URL url_http_open(const char *url);
 
 /**
- * As url_http_open(), with HTTP/1.1 and from a byte on.
+ * Requests a resource from a byte on: as url_http_open(), with HTTP/1.1.
  *
  * Sets `url_user_agent` to "app", for good, and closes the sending side after the request.
  * The read limit is "Content-Length:" plus `offset`. Some servers, nginx among them, take
@@ -529,7 +530,7 @@ G_API URL url_http_open(const char *url);
  */
 G_API URL url_http_open_with_offset(const char *url, int64_t offset);
 
-/** Tells the socket of a stream, and prints "g_url_http:361 socket=%d\n" to standard output.
+/** Tells the socket of an HTTP stream; prints "g_url_http:361 socket=%d\n" to standard output.
  *  @param url an HTTP stream.
  *  @return the socket under the stream, which stays the stream's. */
 G_API int32_t url_internal_sock(URL url);
@@ -611,8 +612,8 @@ G_API URL url_file_open(const char *name);
  */
 
 /**
- * Expands a leading "~" (from the environment: HOME, else "home") or "~user" (from the
- * user database).
+ * Expands a home directory: a leading "~" (from the environment: HOME, else "home") or "~user"
+ * (from the user database).
  *
  * @param path  any text.
  * @return `path` itself when it does not begin with '~' or the user is unknown ("~" alone
@@ -623,8 +624,8 @@ G_API URL url_file_open(const char *name);
 G_API const char *url_expand_home_dir(const char *path);
 
 /**
- * Replaces the home directory (from the environment: HOME, else "home") at the start of a
- * path by "~".
+ * Shortens a path: replaces the home directory (from the environment: HOME, else "home") at its
+ * start by "~".
  *
  * @param path  any text.
  * @return a static buffer of its own, valid until the next call, with "~/...". `path`
