@@ -113,7 +113,7 @@ class Reference(unittest.TestCase):
         whole = header.read_text(encoding="ascii")
         for missing in (" * @param max_buf  capacity in elements; at least 1 (logged as critical).\n",
                         "/** A ring; made by g_fifo_new(). */\n",
-                        "Tells the capacity. ",
+                        "Tells the capacity of a ring buffer. ",
                         " * @return 0; -1 on a failed check.\n"):
             with self.subTest(missing):
                 self.assertIn(missing, whole)
