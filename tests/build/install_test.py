@@ -8,6 +8,8 @@ pkg-config, CMake.
 SPDX-License-Identifier: MIT
 """
 
+import hashlib
+import json
 import os
 import pathlib
 import subprocess
@@ -123,6 +125,49 @@ class InstalledCopy(unittest.TestCase):
                 with self.subTest(file):
                     self.assertNotIn(b"/opt/groundwork", data)
                     self.assertNotIn(bytes(BUILD), data)
+
+    def test_the_bill_of_materials_lists_every_file_with_its_checksums(self):
+        document = self.prefix / "share/doc/groundwork/groundwork.spdx.json"
+        bill = json.loads(document.read_text(encoding="utf-8"))
+        self.assertEqual(bill["spdxVersion"], "SPDX-2.3")
+        self.assertEqual(bill["SPDXID"], "SPDXRef-DOCUMENT")
+        self.assertEqual(bill["dataLicense"], "CC0-1.0")
+        self.assertRegex(bill["creationInfo"]["created"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
+        self.assertRegex(bill["documentNamespace"], r"^https://[^#]+-[0-9a-f]{8}(-[0-9a-f]{4}){3}-")
+
+        def sums(data):
+            return {"SHA1": hashlib.sha1(data).hexdigest(),
+                    "SHA256": hashlib.sha256(data).hexdigest()}
+        listed = {}
+        for file in bill["files"]:
+            listed[file["fileName"]] = {sum["algorithm"]: sum["checksumValue"]
+                                        for sum in file["checksums"]}
+            self.assertLessEqual({"licenseConcluded", "licenseInfoInFiles", "copyrightText"},
+                                 set(file))
+        self.assertEqual(len(listed), len(bill["files"]))
+        there = {f"./{file.relative_to(self.prefix)}": sums(file.read_bytes())
+                 for file in self.prefix.rglob("*")
+                 if file.is_file() and not file.is_symlink() and file != document}
+        self.assertEqual(listed, there)
+
+        package = bill["packages"][0]
+        version, = self.pkg_config("--modversion", "groundwork")
+        self.assertEqual((package["name"], package["versionInfo"], package["licenseDeclared"]),
+                         ("groundwork", version, "MIT"))
+        code = "".join(sorted(file["SHA1"] for file in listed.values()))
+        self.assertEqual(package["packageVerificationCode"]["packageVerificationCodeValue"],
+                         hashlib.sha1(code.encode()).hexdigest())
+
+        # Each thing has a name of its own, and what is related exists.
+        names = [thing["SPDXID"] for thing in [bill, *bill["packages"], *bill["files"]]]
+        self.assertEqual(len(set(names)), len(names))
+        related = {(relation["spdxElementId"], relation["relationshipType"],
+                    relation["relatedSpdxElement"]) for relation in bill["relationships"]}
+        for one, _, other in related:
+            self.assertLessEqual({one, other}, set(names))
+        self.assertIn(("SPDXRef-DOCUMENT", "DESCRIBES", package["SPDXID"]), related)
+        self.assertLessEqual({(package["SPDXID"], "CONTAINS", file["SPDXID"])
+                              for file in bill["files"]}, related)
 
     def test_a_bare_compiler_line(self):
         lines = {
