@@ -158,8 +158,9 @@ extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_ou
     return -1;
   }
   if (!wait_until_settled(fd.get())) return -1;
-  int blocking = 0;
-  ioctl(fd.get(), FIONBIO, &blocking);
+  // Callers wait in their reads: a socket that stays non-blocking is of no use to them.
+  int non_blocking = 0;
+  if (ioctl(fd.get(), FIONBIO, &non_blocking) == -1) return -1;
   if (!is_connected(fd.get())) return -1;
   return fd.release();
 }

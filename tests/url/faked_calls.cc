@@ -16,8 +16,10 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 
 #include <chrono>
+#include <cstdarg>
 #include <cstring>
 #include <thread>
 
@@ -25,8 +27,10 @@ namespace {
 
 #if defined(__USE_TIME_BITS64)
 constexpr char kGetsockopt[] = "__getsockopt64";
+constexpr char kIoctl[] = "__ioctl_time64";
 #else
 constexpr char kGetsockopt[] = "getsockopt";
+constexpr char kIoctl[] = "ioctl";
 #endif
 
 thread_local test::FakedCalls* faked = nullptr;
@@ -156,4 +160,16 @@ extern "C" int getsockopt(int fd, int level, int name, void* value,
     return function(fd, level, name, value, size);
   }
   return faked->getsockopt(fd, level, name, value, size);
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+  va_list args;
+  va_start(args, request);
+  void* const argument = va_arg(args, void*);
+  va_end(args);
+  if (faked == nullptr || !faked->ioctl) {
+    static auto* const function = real<int(int, unsigned long, ...)>(kIoctl);
+    return function(fd, request, argument);
+  }
+  return faked->ioctl(fd, request, argument);
 }

@@ -26,6 +26,7 @@ struct FakedCalls {
   std::function<int(pollfd*, nfds_t, int)> poll;
   std::function<int(int, int, int, void*, socklen_t*)> getsockopt;
   std::function<ssize_t(int, const void*, size_t, int)> send;
+  std::function<int(int, unsigned long, void*)> ioctl;
 };
 
 hostent* real_gethostbyname2(const char* name, int family);

@@ -367,6 +367,18 @@ TEST(OpenSocket, ASocketThatCannotBeAskedIsToldOnStandardError) {
   EXPECT_TRUE(descriptors_return_to(before));
 }
 
+TEST(OpenSocket, ASocketThatCannotBeMadeBlockingAgainIsRefused) {
+  ScriptedServer server(kJustClose);
+  const int descriptors = open_descriptors();
+  {
+    FakedCalls faked;
+    faked.ioctl = [](int, unsigned long, void*) { return errno = EIO, -1; };
+    EXPECT_EQ(open_socket(kLocal, server.port(), nullptr), -1);
+    EXPECT_EQ(errno, EIO);
+  }
+  EXPECT_TRUE(descriptors_return_to(descriptors));
+}
+
 TEST(OpenSocket, BothMessagesComeWhenBothChecksFail) {
   ScriptedServer server(kJustClose);
   FakedCalls faked;
