@@ -183,12 +183,13 @@ class RequestWriter {
     va_start(args, format);
     va_list again;
     va_copy(again, args);
-    const size_t length = format_line(format, args);
-    if (length >= kWorkSize - used_) {
+    int length = format_line(format, args);
+    if (length < 0 || static_cast<size_t>(length) >= kWorkSize - used_) {
       send();
-      format_line(format, again);
+      length = format_line(format, again);
     }
-    used_ += length;
+    // A line that the formatter refuses is left out, and must not be counted.
+    if (length > 0) used_ += static_cast<size_t>(length);
     va_end(again);
     va_end(args);
   }
@@ -208,9 +209,8 @@ class RequestWriter {
   }
 
  private:
-  G_PRINTF(2, 0) size_t format_line(const char* format, va_list args) {
-    return static_cast<size_t>(
-        std::vsnprintf(work_ + used_, kWorkSize - used_, format, args));
+  G_PRINTF(2, 0) int format_line(const char* format, va_list args) {
+    return std::vsnprintf(work_ + used_, kWorkSize - used_, format, args);
   }
 
   const int fd_;
