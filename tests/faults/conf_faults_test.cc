@@ -15,8 +15,10 @@ using test::read_file;
 
 namespace {
 
-constexpr char kText[] = "[net]\nhost=here\nport=80\n\n[ui]\nlang=en\n\n";
-constexpr char kChanged[] = "[net]\nhost=here\nport=81\n\n[ui]\nlang=en\n\n";
+#define TEXT(port) \
+  "[net]\nhost=here\nport=" port "\na=1\nb=2\nc=3\nd=4\n\n[ui]\nlang=en\ne=5\nf=6\n\n"
+constexpr char kText[] = TEXT("80");
+constexpr char kChanged[] = TEXT("81");
 
 bool has_text(GConf* conf, const char* section, const char* key, const char* value) {
   return std::string(g_conf_read_string(conf, section, key, "")) == value;

@@ -26,7 +26,7 @@ constexpr Effect kTransfersHalf = {Effect::kHalf, 0};
 
 #define EFFECTS(name, ...) constexpr Effect name[] = {__VA_ARGS__}
 #define E(error) fails_with(error)
-// The first is the one that a failure of everything brings: none that asks for another try.
+// Errors first, and of these first those that do not ask for another try.
 EFFECTS(kCloseEffects, E(EIO), E(ENOSPC), E(EINTR));
 EFFECTS(kConnectEffects, E(ECONNREFUSED), E(ENETUNREACH), E(ETIMEDOUT), E(EAGAIN),
         E(EINTR));
@@ -53,7 +53,7 @@ EFFECTS(kMsyncEffects, E(EIO), E(ENOMEM), E(EBUSY));
 EFFECTS(kMunmapEffects, E(EINVAL), E(ENOMEM));
 EFFECTS(kNoThreadEffects, E(ESRCH));
 EFFECTS(kOpenEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(ENOSPC), E(EACCES), E(EROFS),
-        E(ENOENT), E(EIO), E(EINTR));
+        E(ENOENT), E(ENOTDIR), E(EIO), E(EINTR));
 EFFECTS(kPollEffects, E(ENOMEM), E(EINVAL), E(EINTR), kEnds);
 EFFECTS(kPrintEffects, E(EIO), E(ENOSPC), E(EPIPE), E(EAGAIN), E(EINTR));
 EFFECTS(kPwnamEffects, E(EIO), E(EMFILE), E(ENFILE), E(ENOMEM), E(EINTR), kEnds);
@@ -70,12 +70,14 @@ EFFECTS(kSendEffects, E(EPIPE), E(ECONNRESET), E(ENOMEM), E(ENOTSOCK), E(EAGAIN)
 EFFECTS(kShutdownEffects, E(ENOTCONN), E(EIO));
 EFFECTS(kSleepEffects, E(EINTR), E(EINVAL));
 EFFECTS(kSockoptEffects, E(ENOBUFS), E(EBADF), E(ENOMEM));
-EFFECTS(kStatEffects, E(EIO), E(ENOMEM), E(EACCES), E(ENOENT), E(EOVERFLOW));
+EFFECTS(kStatEffects, E(EIO), E(ENOMEM), E(EACCES), E(ENOENT), E(ELOOP), E(ENOTDIR),
+        E(EOVERFLOW));
 EFFECTS(kStatfsEffects, E(EIO), E(ENOMEM), E(EACCES), E(EINTR));
 EFFECTS(kTextEffects, E(EOVERFLOW), E(ENOMEM));
 EFFECTS(kTimedwaitEffects, E(EINVAL), E(ETIMEDOUT), E(EINTR));
 EFFECTS(kTimeEffects, E(EPERM), E(EFAULT));
-EFFECTS(kUnlinkEffects, E(EIO), E(EACCES), E(EBUSY), E(EROFS), E(ENOENT));
+EFFECTS(kUnlinkEffects, E(EIO), E(EACCES), E(EBUSY), E(EROFS), E(EPERM), E(EISDIR),
+        E(ENOENT));
 EFFECTS(kWriteEffects, E(ENOSPC), E(EIO), E(EFBIG), E(EDQUOT), E(EAGAIN), E(EINTR),
         kTransfersOne, kTransfersHalf);
 #undef E
@@ -163,6 +165,16 @@ bool asks_for_another_try(const Effect& effect) {
   return effect.kind == Effect::kError && (effect.error == EINTR || effect.error == EAGAIN);
 }
 
+// The errors stand first among the effects.
+const Effect& nth_error(const Faultable& function, int n) {
+  std::size_t errors = 0;
+  while (errors < function.effects.size() &&
+         function.effects[errors].kind == Effect::kError) {
+    ++errors;
+  }
+  return function.effects[static_cast<std::size_t>(n) % errors];
+}
+
 bool is_transfer(Effect::Kind kind) {
   return kind == Effect::kOneByte || kind == Effect::kHalf;
 }
@@ -214,7 +226,8 @@ const Effect* strike(Call call, std::size_t size) {
   if (plan.nth == 0 || (!is_any && plan.call != call)) return nullptr;
   const int count = is_any ? count_of_all : count_of_call;
   if (count < plan.nth || (count > plan.nth && !plan.and_all_later)) return nullptr;
-  const Effect& effect = is_any ? kFaultables[index].effects.front() : plan.effect;
+  const Effect& effect =
+      is_any ? nth_error(kFaultables[index], plan.effect.error) : plan.effect;
   if (is_transfer(effect.kind) && size < 2) return nullptr;
   if (asks_for_another_try(effect) && count - plan.nth >= kPatience) return nullptr;
   strike_counts[any].fetch_add(1, relaxed);

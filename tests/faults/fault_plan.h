@@ -100,7 +100,9 @@ struct Fault {
   Call call = Call::kAny;
   int nth = 0;  // 1 is the first; 0 injects nothing
   bool and_all_later = false;
-  Effect effect = {Effect::kError, 0};  // each function's own first one for kAny
+  // For kAny the error is a number: each function fails with the error of that number in
+  // its own list, from 0 on, going round.
+  Effect effect = {Effect::kError, 0};
 };
 
 // A function: the symbol that the library imports, what can become of a call, and the

@@ -42,7 +42,7 @@ class Pass {
     return struck(Call::kAny) + struck(Call::kAllocation) == (struck(these) + ... + 0);
   }
 
-  // What the fault does.
+  // What the fault does. The error is -1 where all fail, each with its own.
   Effect::Kind kind() const { return kind_; }
   int error() const { return error_; }
   bool and_all_later() const { return and_all_later_; }

@@ -18,7 +18,7 @@ using namespace faults;
 
 namespace {
 
-constexpr int kFew = 3;
+constexpr int kFew = 4;
 
 // Waits as long as a busy machine may need. Whether it came to be.
 template <typename Predicate>
