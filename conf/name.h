@@ -91,7 +91,8 @@ inline std::uint32_t hash_name(std::string_view name) {
 }
 
 constexpr bool is_space(char character) {
-  return character == ' ' || (character >= '\t' && character <= '\r');
+  const auto byte = static_cast<unsigned char>(character);
+  return byte <= ' ' && (byte == ' ' || (byte >= '\t' && byte <= '\r'));
 }
 
 constexpr bool is_trimmed(std::string_view text) {

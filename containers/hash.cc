@@ -81,26 +81,19 @@ uint32_t hash_of_text(const void* key) {
   }
 }
 
-// Our own key functions, known at compile time. Tables that use a pair of them may have an
-// index, for their equal keys have equal hashes. Strings compared as pointers are not among
-// them: such a string may change while it is stored, and with it its hash, but not what it
-// equals.
-struct Strings {
-  static uint32_t hash(const void* key) { return hash_of_text(key); }
-  static bool equal(const void* stored, const void* key) { return equal_text(stored, key); }
-};
-struct Ints {
-  static uint32_t hash(const void* key) { return pointed_to(key); }
-  static bool equal(const void* stored, const void* key) {
-    return pointed_to(stored) == pointed_to(key);
-  }
-};
-struct Pointers {
-  static uint32_t hash(const void* key) {
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
-  }
-  static bool equal(const void* stored, const void* key) { return stored == key; }
-};
+// Our own equality functions, known at compile time. Tables that use one of them together
+// with its hash function may have an index, for their equal keys have equal hashes. Strings
+// compared as pointers are not among them: such a string may change while it is stored, and
+// with it its hash, but not what it equals.
+bool equal_strings(const void* stored, const void* key) {
+  return equal_text(stored, key);
+}
+bool equal_ints(const void* stored, const void* key) {
+  return pointed_to(stored) == pointed_to(key);
+}
+bool equal_pointers(const void* stored, const void* key) {
+  return stored == key;
+}
 
 Keys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
   if (hash_func == g_hash_str && equal_func == g_hash_str_equal) return Keys::kStrings;
@@ -126,6 +119,14 @@ uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
   return slot >= home ? slot - home : slot + (hash.size - home);
 }
 
+// The first hole from `slot` on.
+uint32_t first_hole(const GHash& hash, uint32_t slot) {
+  if (hash.slots[slot] == nullptr) return slot;
+  if (hash.index) return hash.index.first_hole(slot);
+  while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
+  return slot;
+}
+
 // --- tables that are walked ---
 
 bool matches(const GHash& hash, const Entry& entry, const void* key) {
@@ -135,8 +136,9 @@ bool matches(const GHash& hash, const Entry& entry, const void* key) {
 
 // The slot of the first entry for `key` from its home slot on; `size` when there is none.
 // Holes are passed over: removal leaves them in the middle of a probe run.
-uint32_t walk_to_match(const GHash& hash, const void* key) {
-  const uint32_t home = home_slot(hash, hash.hash_func(key));
+[[gnu::noinline]] uint32_t walk_to_match(const GHash& hash, const void* key,
+                                         uint32_t hashed) {
+  const uint32_t home = home_slot(hash, hashed);
   uint32_t slot = home;
   do {
     const Entry* const entry = hash.slots[slot];
@@ -159,41 +161,47 @@ uint32_t walk_to_insertion(const GHash& hash, const void* key, uint32_t hashed) 
 
 // --- tables with an index: the same slots without the walk ---
 
-template <typename OwnKeys>
-bool holds(const GHash& hash, uint32_t slot, const void* key, uint32_t hashed) {
-  const Entry& entry = *hash.slots[slot];
-  return entry.hashed == hashed && OwnKeys::equal(entry.key, key);
-}
-
-template <typename OwnKeys>
-uint32_t match_from(const GHash& hash, const void* key, uint32_t hashed, uint32_t home) {
-  if (hash.slots[home] != nullptr && holds<OwnKeys>(hash, home, key, hashed)) return home;
+// Of several copies of a key the one that is met first.
+template <typename Holds>
+[[gnu::noinline]] uint32_t nearest_match(const GHash& hash, uint32_t hashed, Holds holds) {
+  const uint32_t home = home_slot(hash, hashed);
   uint32_t nearest = hash.size;
   uint32_t nearest_distance = hash.size;
-  hash.index.visit_candidates(hashed, [&](uint32_t slot) {
+  hash.index.find_candidate(hashed, [&](uint32_t slot) {
     const uint32_t slot_distance = distance(hash, home, slot);
-    if (slot_distance >= nearest_distance || !holds<OwnKeys>(hash, slot, key, hashed)) {
-      return false;
+    if (slot_distance < nearest_distance && holds(slot)) {
+      nearest = slot;
+      nearest_distance = slot_distance;
     }
-    nearest = slot;
-    nearest_distance = slot_distance;
-    return !hash.had_removals;  // else another copy may be nearer
+    return false;
   });
   return nearest;
 }
 
-template <typename OwnKeys>
-uint32_t indexed_match(const GHash& hash, const void* key) {
-  const uint32_t hashed = OwnKeys::hash(key);
-  return match_from<OwnKeys>(hash, key, hashed, home_slot(hash, hashed));
+template <auto equal>
+[[gnu::noinline]] uint32_t indexed_match(const GHash& hash, const void* key,
+                                         uint32_t hashed) {
+  const auto holds = [&](uint32_t slot) {
+    const Entry& entry = *hash.slots[slot];
+    return entry.hashed == hashed && equal(entry.key, key);
+  };
+  if (hash.had_removals) [[unlikely]]
+    return nearest_match(hash, hashed, holds);
+  return hash.index.find_candidate(hashed, holds);
 }
 
-template <typename OwnKeys>
+uint32_t match_of(const GHash& hash, const void* key, uint32_t hashed) {
+  if (!hash.index) return walk_to_match(hash, key, hashed);
+  if (hash.keys == Keys::kStrings) return indexed_match<equal_strings>(hash, key, hashed);
+  if (hash.keys == Keys::kInts) return indexed_match<equal_ints>(hash, key, hashed);
+  return indexed_match<equal_pointers>(hash, key, hashed);
+}
+
 uint32_t indexed_insertion(const GHash& hash, const void* key, uint32_t hashed) {
   const uint32_t home = home_slot(hash, hashed);
-  if (hash.slots[home] == nullptr) return home;
-  const uint32_t hole = hash.index.first_hole(home);
-  const uint32_t match = match_from<OwnKeys>(hash, key, hashed, home);
+  const uint32_t match = match_of(hash, key, hashed);
+  if (match != hash.size && !hash.had_removals) return match;
+  const uint32_t hole = first_hole(hash, home);
   return match != hash.size && distance(hash, home, match) < distance(hash, home, hole)
              ? match
              : hole;
@@ -201,25 +209,20 @@ uint32_t indexed_insertion(const GHash& hash, const void* key, uint32_t hashed) 
 
 // --- either ---
 
+// What hash_func would answer.
+uint32_t hash_of(const GHash& hash, const void* key) {
+  if (hash.keys == Keys::kStrings) return hash_of_text(key);
+  if (hash.keys == Keys::kInts) return pointed_to(key);
+  return hash.hash_func(key);
+}
+
 uint32_t find_slot(const GHash& hash, const void* key) {
-  if (!hash.index) return walk_to_match(hash, key);
-  if (hash.keys == Keys::kStrings) return indexed_match<Strings>(hash, key);
-  if (hash.keys == Keys::kInts) return indexed_match<Ints>(hash, key);
-  return indexed_match<Pointers>(hash, key);
+  return match_of(hash, key, hash_of(hash, key));
 }
 
 uint32_t insertion_slot(const GHash& hash, const void* key, uint32_t hashed) {
-  if (!hash.index) return walk_to_insertion(hash, key, hashed);
-  if (hash.keys == Keys::kStrings) return indexed_insertion<Strings>(hash, key, hashed);
-  if (hash.keys == Keys::kInts) return indexed_insertion<Ints>(hash, key, hashed);
-  return indexed_insertion<Pointers>(hash, key, hashed);
-}
-
-uint32_t first_hole(const GHash& hash, uint32_t slot) {
-  if (hash.slots[slot] == nullptr) return slot;
-  if (hash.index) return hash.index.first_hole(slot);
-  while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
-  return slot;
+  return hash.index ? indexed_insertion(hash, key, hashed)
+                    : walk_to_insertion(hash, key, hashed);
 }
 
 void put(GHash& hash, uint32_t slot, Entry* entry) {
@@ -298,7 +301,7 @@ extern "C" void g_hash_free(GHash* hash) {
 
 extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
   CHECK_ARG(hash != NULL, -1);
-  const uint32_t hashed = hash->hash_func(key);
+  const uint32_t hashed = hash_of(*hash, key);
   uint32_t slot = insertion_slot(*hash, key, hashed);
   if (Entry* const entry = hash->slots[slot]; entry != nullptr) {
     *entry = {key, value, hashed};

@@ -31,6 +31,7 @@ class SlotIndex {
   SlotIndex(uint32_t* memory, uint32_t slots)
       : cells_(memory),
         cell_count_(cells(slots)),
+        slots_(slots),
         slot_mask_((uint32_t{1} << std::bit_width(slots)) - 1),
         occupied_(cells_ + cell_count_),
         full_(occupied_ + bit_words(slots)),
@@ -42,14 +43,18 @@ class SlotIndex {
 
   explicit operator bool() const { return cells_ != nullptr; }
 
-  // Calls visit(slot) for each occupied slot whose hash may be `hash`, in no order, until
-  // it returns true. Slots of other hashes are rare among them.
-  template <typename Visit>
-  void visit_candidates(uint32_t hash, Visit visit) const {
+  // The first occupied slot, in no order, whose hash may be `hash` and for which
+  // is_match(slot) answers true; the number of slots when there is none. Slots of other
+  // hashes are rare among those asked about.
+  template <typename IsMatch>
+  uint32_t find_candidate(uint32_t hash, IsMatch is_match) const {
     const uint32_t mixed = mix(hash);
     const uint32_t tag = tag_of(mixed);
-    for (uint32_t at = home_cell(mixed); cells_[at] != 0; at = next_cell(at)) {
-      if ((cells_[at] & ~slot_mask_) == tag && visit((cells_[at] & slot_mask_) - 1)) return;
+    for (uint32_t at = home_cell(mixed);; at = next_cell(at)) {
+      const uint32_t cell = cells_[at];
+      if (cell == 0) return slots_;
+      const uint32_t slot = (cell ^ tag) - 1;
+      if (slot < slots_ && is_match(slot)) return slot;
     }
   }
 
@@ -95,8 +100,8 @@ class SlotIndex {
   }
 
  private:
-  // At most two thirds of the cells are taken, since one slot stays empty.
-  static constexpr uint32_t cells(uint32_t slots) { return slots + slots / 2; }
+  // At most four of seven cells are taken, since one slot stays empty.
+  static constexpr uint32_t cells(uint32_t slots) { return slots + slots / 2 + slots / 4; }
   static constexpr uint32_t bit_words(uint32_t bits) {
     return bits / 32 + (bits % 32 != 0);
   }
@@ -130,6 +135,7 @@ class SlotIndex {
 
   uint32_t* cells_ = nullptr;
   uint32_t cell_count_ = 0;
+  uint32_t slots_ = 0;
   uint32_t slot_mask_ = 0;
   uint32_t* occupied_ = nullptr;
   uint32_t* full_ = nullptr;
