@@ -129,23 +129,26 @@ uint32_t first_hole(const GHash& hash, uint32_t slot) {
 
 // --- tables that are walked ---
 
-bool matches(const GHash& hash, const Entry& entry, const void* key) {
-  return hash.equal_func != nullptr ? hash.equal_func(entry.key, key) != 0
-                                    : entry.key == key;
+bool matches(GEqualFunc equal, const Entry& entry, const void* key) {
+  return equal != nullptr ? equal(entry.key, key) != 0 : entry.key == key;
 }
 
-// The slot of the first entry for `key` from its home slot on; `size` when there is none.
-// Holes are passed over: removal leaves them in the middle of a probe run.
-[[gnu::noinline]] uint32_t walk_to_match(const GHash& hash, const void* key,
-                                         uint32_t hashed) {
-  const uint32_t home = home_slot(hash, hashed);
-  uint32_t slot = home;
-  do {
-    const Entry* const entry = hash.slots[slot];
-    if (entry != nullptr && matches(hash, *entry, key)) return slot;
-    slot = next_slot(hash, slot);
-  } while (slot != home);
+// The first slot from `from` on, and before `to`, with an entry for `key`; `size` when
+// there is none. Holes are passed over: removal leaves them in the middle of a probe run.
+uint32_t walk(const GHash& hash, const void* key, uint32_t from, uint32_t to) {
+  Entry* const* const slots = hash.slots;
+  const GEqualFunc equal = hash.equal_func;
+  for (uint32_t slot = from; slot < to; ++slot) {
+    const Entry* const entry = slots[slot];
+    if (entry != nullptr && matches(equal, *entry, key)) return slot;
+  }
   return hash.size;
+}
+
+uint32_t walk_to_match(const GHash& hash, const void* key, uint32_t hashed) {
+  const uint32_t home = home_slot(hash, hashed);
+  const uint32_t slot = walk(hash, key, home, hash.size);
+  return slot != hash.size ? slot : walk(hash, key, 0, home);
 }
 
 // Where `key` is to be stored: the slot of its entry, or a hole.
@@ -153,7 +156,7 @@ bool matches(const GHash& hash, const Entry& entry, const void* key) {
 // hole is stored twice.
 uint32_t walk_to_insertion(const GHash& hash, const void* key, uint32_t hashed) {
   uint32_t slot = home_slot(hash, hashed);
-  while (hash.slots[slot] != nullptr && !matches(hash, *hash.slots[slot], key)) {
+  while (hash.slots[slot] != nullptr && !matches(hash.equal_func, *hash.slots[slot], key)) {
     slot = next_slot(hash, slot);
   }
   return slot;

@@ -72,14 +72,13 @@ void unlink(GQueue& queue, GList* node) {
 
 // Not locked. A thread that ends inside the callback takes the node along.
 LEFT_BY_CANCELLATION void call_add_func(const GQueue& queue, GList* node) {
-  if (queue.add_func == nullptr) return;
   pthread_cleanup_push(std::free, node);
   queue.add_func(node->data);
   pthread_cleanup_pop(0);
 }
 
 void append(GQueue& queue, GList* node) {
-  call_add_func(queue, node);
+  if (queue.add_func != nullptr) call_add_func(queue, node);
   BriefLock lock(queue.mutex);
   link_after(queue, queue.tail, node);
 }
@@ -209,7 +208,7 @@ extern "C" void g_queue_insert(GQueue* queue, const void* sibling, void* data) {
     at_tail = queue->tail == nullptr || queue->tail->data == sibling;
   }
   if (!at_tail) {
-    call_add_func(*queue, node);
+    if (queue->add_func != nullptr) call_add_func(*queue, node);
     BriefLock lock(queue->mutex);
     if (GList* const found = g_list_find(queue->head, sibling); found != nullptr) {
       link_after(*queue, found, node);
