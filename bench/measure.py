@@ -78,11 +78,12 @@ def run_once(program, name, clock, seconds):
     return figures[f"{clock}_time"] * to_ns / figures["operations"], int(figures["digest"])
 
 
-def run(jobs, rounds, seconds):
+def run(jobs, rounds, seconds, say=lambda text: None):
     """Measures all jobs in each round, so that a disturbance spoils one round of many jobs
     and not all rounds of one. Who begins changes from round to round."""
     times = [{who: [] for who in job["names"]} for job in jobs]
     for turn in range(rounds):
+        say(f"round {turn + 1} of {rounds}")
         for job, its_times in zip(jobs, times):
             whos = list(job["names"])
             whos = whos[turn % len(whos):] + whos[:turn % len(whos)]

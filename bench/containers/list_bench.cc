@@ -5,8 +5,10 @@
 
 #include <groundwork/list.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <list>
 #include <vector>
 
 #include "support/job.h"
@@ -66,6 +68,12 @@ class Utlist {
   Node* head = nullptr;
 };
 
+std::list<void*> std_list_of(std::vector<uint32_t>& elements) {
+  std::list<void*> list;
+  for (uint32_t& element : elements) list.push_back(&element);
+  return list;
+}
+
 // --- foreach ---
 
 void add_up(void* data, void* user_data) {
@@ -113,6 +121,18 @@ void foreach_utlist_calling(State& state) {
   report(state, static_cast<double>(elements.size()), sum);
 }
 
+void foreach_std_list(State& state) {
+  std::vector<uint32_t> elements = elements_of(state);
+  const std::list<void*> list = std_list_of(elements);
+  uint32_t sum = 0;
+  for (auto _ : state) {
+    sum = 0;
+    for (void* const element : list) sum += *static_cast<uint32_t*>(element);
+    DoNotOptimize(sum);
+  }
+  report(state, static_cast<double>(elements.size()), sum);
+}
+
 // --- find: the last element, so that all nodes are visited ---
 
 void find_ours(State& state) {
@@ -135,6 +155,17 @@ void find_utlist(State& state) {
     DoNotOptimize(found);
   }
   report(state, static_cast<double>(elements.size()), *static_cast<uint32_t*>(found->data));
+}
+
+void find_std_list(State& state) {
+  std::vector<uint32_t> elements = elements_of(state);
+  const std::list<void*> list = std_list_of(elements);
+  auto found = list.end();
+  for (auto _ : state) {
+    found = std::find(list.begin(), list.end(), &elements.back());
+    DoNotOptimize(found);
+  }
+  report(state, static_cast<double>(elements.size()), *static_cast<uint32_t*>(*found));
 }
 
 // --- prepend, and free in the end ---
@@ -166,6 +197,17 @@ void prepend_utlist(State& state) {
       std::free(node);
       node = next;
     }
+  }
+  report(state, static_cast<double>(elements.size()), first);
+}
+
+void prepend_std_list(State& state) {
+  std::vector<uint32_t> elements = elements_of(state);
+  uint32_t first = 0;
+  for (auto _ : state) {
+    std::list<void*> list;
+    for (uint32_t& element : elements) list.push_front(&element);
+    first = *static_cast<uint32_t*>(list.front());
   }
   report(state, static_cast<double>(elements.size()), first);
 }
@@ -233,10 +275,13 @@ void groundwork::bench::register_jobs() {
     job("list.foreach", "ours", foreach_ours)->Arg(size);
     job("list.foreach", "utlist, function", foreach_utlist_calling)->Arg(size);
     job("list.foreach", "utlist, in line", foreach_utlist_in_line)->Arg(size);
+    job("list.foreach", "std::list", foreach_std_list)->Arg(size);
     job("list.find", "ours", find_ours)->Arg(size);
     job("list.find", "utlist", find_utlist)->Arg(size);
+    job("list.find", "std::list", find_std_list)->Arg(size);
     job("list.prepend", "ours", prepend_ours)->Arg(size);
     job("list.prepend", "utlist", prepend_utlist)->Arg(size);
+    job("list.prepend", "std::list", prepend_std_list)->Arg(size);
     job("list.append", "ours", append_ours)->Arg(size);
     job("list.append", "walk+malloc", append_by_hand)->Arg(size);
     job("list.append", "utlist", append_utlist)->Arg(size);

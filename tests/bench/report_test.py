@@ -93,7 +93,7 @@ class Finding(Programs):
                          ["b", "a"])
 
     def test_a_job_that_the_table_lacks_stops_the_run(self):
-        self.program({"copy/ours": (1, 1, 0)})
+        self.program({"copy/ours": (1, 1, 0), "other/ours": (1, 1, 0)})
         with self.assertRaises(measure.TableDiffers):
             self.jobs(table(row("other")))
 
@@ -109,7 +109,13 @@ class Finding(Programs):
 
     def test_a_row_may_be_for_one_build_only(self):
         self.program({"copy/ours": (1, 1, 0)})
-        self.assertEqual(self.jobs(table(row("copy", only_at=("x86_64",)))), [])
+        self.assertEqual(self.jobs(table(row("copy", only_at=("x86_64",)),
+                                         row("other", only_at=("x86_64",)))), [])
+
+    def test_only_the_jobs_that_are_wanted_are_found(self):
+        self.program({"copy/ours": (1, 1, 0), "other/ours": (1, 1, 0)})
+        self.assertEqual([job["job"] for job in self.jobs(table(row("copy"), row("other")),
+                                                          "^oth")], ["other"])
 
     def test_the_quick_run_leaves_large_sizes_out(self):
         self.program({"copy/ours/10": (1, 1, 0), "copy/ours/1000": (1, 1, 0)})
