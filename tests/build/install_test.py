@@ -3,7 +3,9 @@
 C99 and as C++11, shared and static, by each way that users have: a bare compiler line,
 pkg-config, CMake.
 
-  install_test.py BUILD_DIR C_COMPILER C++_COMPILER FLAGS TOOLCHAIN_FILE [EMULATOR...]
+  install_test.py BUILD_DIR LIBDIR DOCDIR C_COMPILER C++_COMPILER FLAGS TOOLCHAIN_FILE [EMULATOR...]
+
+LIBDIR and DOCDIR are relative to the prefix.
 
 SPDX-License-Identifier: MIT
 """
@@ -53,6 +55,8 @@ endif()
 """
 
 BUILD = pathlib.Path()
+LIBDIR = ""
+DOCDIR = ""
 COMPILERS = {}  # by language
 FLAGS = []
 TOOLCHAIN = ""
@@ -80,15 +84,17 @@ class InstalledCopy(unittest.TestCase):
         # Moved after the installation: every path is relative.
         cls.prefix = cls.folder / "moved"
         (stage / "opt/groundwork").rename(cls.prefix)
+        cls.libraries = cls.prefix / LIBDIR
+        cls.documents = cls.prefix / DOCDIR
         for language in COMPILERS:
             (cls.folder / f"program.{language}").write_text(PROGRAM, encoding="ascii")
 
     def run_on_target(self, *command):
-        environment = {**os.environ, "LD_LIBRARY_PATH": str(self.prefix / "lib")}
+        environment = {**os.environ, "LD_LIBRARY_PATH": str(self.libraries)}
         return run(*EMULATOR, *command, env=environment)
 
     def pkg_config(self, *arguments):
-        environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(self.prefix / "lib/pkgconfig")}
+        environment = {**os.environ, "PKG_CONFIG_LIBDIR": str(self.libraries / "pkgconfig")}
         return run("pkg-config", *arguments, env=environment).split()
 
     def compile(self, source, *line):
@@ -99,25 +105,24 @@ class InstalledCopy(unittest.TestCase):
 
     def test_everything_is_there(self):
         for name in ("include/groundwork/groundwork.h", "include/groundwork/url.h",
-                     "lib/libgroundwork.so", "lib/libgroundwork.a",
-                     "lib/pkgconfig/groundwork.pc", "lib/pkgconfig/groundwork-static.pc",
-                     "lib/cmake/groundwork/groundwork-config.cmake",
-                     "lib/cmake/groundwork/groundwork-config-version.cmake",
+                     f"{LIBDIR}/libgroundwork.so", f"{LIBDIR}/libgroundwork.a",
+                     f"{LIBDIR}/pkgconfig/groundwork.pc",
+                     f"{LIBDIR}/pkgconfig/groundwork-static.pc",
+                     f"{LIBDIR}/cmake/groundwork/groundwork-config.cmake",
+                     f"{LIBDIR}/cmake/groundwork/groundwork-config-version.cmake",
                      "bin/gw-conf", "bin/gw-log", "bin/gw-cat",
                      "share/man/man1/gw-conf.1",
                      "share/bash-completion/completions/gw-conf",
-                     "share/doc/groundwork/examples/monitor/monitor.c",
-                     "share/doc/groundwork/examples/monitor/monitor.conf",
-                     "share/doc/groundwork/LICENSE"):
+                     f"{DOCDIR}/examples/monitor/monitor.c",
+                     f"{DOCDIR}/examples/monitor/monitor.conf", f"{DOCDIR}/LICENSE"):
             with self.subTest(name):
                 self.assertTrue((self.prefix / name).is_file())
 
     def test_the_shared_library_has_its_version_links(self):
-        library = self.prefix / "lib"
-        self.assertEqual(os.readlink(library / "libgroundwork.so"), "libgroundwork.so.1")
-        real = os.readlink(library / "libgroundwork.so.1")
+        self.assertEqual(os.readlink(self.libraries / "libgroundwork.so"), "libgroundwork.so.1")
+        real = os.readlink(self.libraries / "libgroundwork.so.1")
         self.assertRegex(real, r"^libgroundwork\.so\.1\.\d+\.\d+$")
-        self.assertFalse((library / real).is_symlink())
+        self.assertFalse((self.libraries / real).is_symlink())
 
     def test_no_installed_text_names_the_place_of_the_build_or_of_the_installation(self):
         for file in self.prefix.rglob("*"):
@@ -127,7 +132,7 @@ class InstalledCopy(unittest.TestCase):
                     self.assertNotIn(bytes(BUILD), data)
 
     def test_the_bill_of_materials_lists_every_file_with_its_checksums(self):
-        document = self.prefix / "share/doc/groundwork/groundwork.spdx.json"
+        document = self.documents / "groundwork.spdx.json"
         bill = json.loads(document.read_text(encoding="utf-8"))
         self.assertEqual(bill["spdxVersion"], "SPDX-2.3")
         self.assertEqual(bill["SPDXID"], "SPDXRef-DOCUMENT")
@@ -171,9 +176,9 @@ class InstalledCopy(unittest.TestCase):
 
     def test_a_bare_compiler_line(self):
         lines = {
-            "shared": [f"-L{self.prefix}/lib", "-lgroundwork"],
-            "static": [f"{self.prefix}/lib/libgroundwork.a"],
-            "a static program": ["-static", f"-L{self.prefix}/lib", "-lgroundwork"],
+            "shared": [f"-L{self.libraries}", "-lgroundwork"],
+            "static": [f"{self.libraries}/libgroundwork.a"],
+            "a static program": ["-static", f"-L{self.libraries}", "-lgroundwork"],
         }
         for language in COMPILERS:
             for kind, line in lines.items():
@@ -212,7 +217,7 @@ class InstalledCopy(unittest.TestCase):
                 self.run_on_target(consumer / f"{kind}_{language}")
 
     def test_installed_examples_are_built_and_run(self):
-        examples = self.prefix / "share/doc/groundwork/examples"
+        examples = self.documents / "examples"
         line = self.pkg_config("--cflags", "--libs", "groundwork")
         sources = sorted(examples.glob("*/*.c"))
         self.assertGreaterEqual(len(sources), 8)
@@ -231,8 +236,9 @@ class InstalledCopy(unittest.TestCase):
 
 if __name__ == "__main__":
     BUILD = pathlib.Path(sys.argv[1]).resolve()
-    COMPILERS = {"c": [sys.argv[2], "-std=c99"], "cc": [sys.argv[3], "-std=c++11"]}
-    FLAGS = sys.argv[4].split()
-    TOOLCHAIN = sys.argv[5]
-    EMULATOR = sys.argv[6:]
+    LIBDIR, DOCDIR = sys.argv[2:4]
+    COMPILERS = {"c": [sys.argv[4], "-std=c99"], "cc": [sys.argv[5], "-std=c++11"]}
+    FLAGS = sys.argv[6].split()
+    TOOLCHAIN = sys.argv[7]
+    EMULATOR = sys.argv[8:]
     unittest.main(argv=sys.argv[:1])

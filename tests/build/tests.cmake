@@ -4,6 +4,7 @@
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   add_test(NAME build/install_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/install_test.py" "${PROJECT_BINARY_DIR}"
+      "${CMAKE_INSTALL_LIBDIR}" "${CMAKE_INSTALL_DOCDIR}"
       "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPILER}" "${CMAKE_C_FLAGS}"
       "${CMAKE_TOOLCHAIN_FILE}" ${CMAKE_CROSSCOMPILING_EMULATOR})
   set_tests_properties(build/install_test PROPERTIES TIMEOUT 300)
