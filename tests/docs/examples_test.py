@@ -127,7 +127,6 @@ class Case(unittest.TestCase):
 class Examples(Case):
     def setUp(self):
         super().setUp()
-        (self.folder / "notes.txt").write_text(NOTES, encoding="ascii")
         handler = functools.partial(Silent, directory=self.folder)
         server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
         threading.Thread(target=server.serve_forever, daemon=True).start()
@@ -136,6 +135,10 @@ class Examples(Case):
         self.port = server.server_port
 
     def compiled(self, block):
+        """Its program, in an empty folder but for the notes."""
+        shutil.rmtree(self.folder)
+        self.folder.mkdir()
+        (self.folder / "notes.txt").write_text(NOTES, encoding="ascii")
         language = LANGUAGES[block.language]
         text = block.program().replace("localhost:8080", f"127.0.0.1:{self.port}")
         text = text.replace('"localhost", 8080', f'"127.0.0.1", {self.port}')
@@ -204,6 +207,8 @@ class Commands(Case):
         if word in ("cc", "c++", "pkg-config") or word.startswith("./") and \
                 not (SOURCE / word).exists():
             run("sh", "-ec", command, cwd=self.programs, env=self.environment)
+        elif preset := re.search(r"--preset (\S+)", command):
+            self.assertIn(f'"name": "{preset[1]}"', (SOURCE / "CMakePresets.json").read_text())
         elif command.startswith("cmake --install"):
             self.assertRegex(command, r"^cmake --install build/\w+")  # setUp() has done it
         elif command.startswith("cmake --build"):
@@ -214,7 +219,8 @@ class Commands(Case):
             run("sh", "-ec", command, cwd=self.sources)
         else:
             run("sh", "-nc", command)
-            self.assertTrue((SOURCE / word).exists() or shutil.which(word), word)
+            path = f"{os.environ['PATH']}:/usr/sbin:/sbin:{self.prefix}/bin"
+            self.assertTrue((SOURCE / word).exists() or shutil.which(word, path=path), word)
 
     def test_each_command_line_works(self):
         for file in FILES:
@@ -224,7 +230,7 @@ class Commands(Case):
                     source.write_text("\n".join(block.lines) + "\n", encoding="utf-8")
                 if block.language != "sh":
                     continue
-                for line in block.lines:
+                for line in "\n".join(block.lines).replace("\\\n", "").splitlines():
                     for command in re.sub(r"(^|\s+)# .*", "", line).split(" && "):
                         with self.subTest(str(block), command=command):
                             if command:

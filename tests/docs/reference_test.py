@@ -104,6 +104,21 @@ class Reference(unittest.TestCase):
                     if anchor:
                         self.assertIn(anchor, pages[target or name].names)
 
+    def test_the_start_page_shows_its_programs_whole(self):
+        text = (self.folder / "html/index.html").read_text(encoding="utf-8")
+        self.assertIn("[](<span", text)
+        self.assertIn("hello %s\\n", text)
+
+    def test_every_function_and_every_group_is_in_the_indexes(self):
+        folder = self.folder / "html"
+        index = (folder / "function_index.html").read_text(encoding="utf-8")
+        for name in self.functions:
+            if name != "g_scandir_time64":
+                self.assertRegex(index, rf'href="group__\w+\.html#\w+"[^>]*>{name}\(\)</a>')
+        subsystems = Page(folder / "subsystems.html").links
+        for group in folder.glob("group__*.html"):
+            self.assertIn(group.name, subsystems)
+
     def test_a_missing_description_fails_the_build(self):
         copy = self.folder / "copy"
         for part in ("docs", "scripts", "core", "url"):
