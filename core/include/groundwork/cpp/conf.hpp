@@ -1,0 +1,156 @@
+/* SPDX-License-Identifier: MIT */
+#ifndef GROUNDWORK_CPP_CONF_HPP
+#define GROUNDWORK_CPP_CONF_HPP
+
+#include <groundwork/conf.h>
+#include <groundwork/cpp/containers.hpp>
+#include <groundwork/cpp/text.hpp>
+
+#include <optional>
+
+namespace gw {
+
+/**
+ * An open configuration, closed with its owner. All that conf.h says holds here.
+ */
+class Conf {
+ public:
+  /** No configuration. */
+  Conf() = default;
+  /** Opens a file, as g_conf_open(). @param filename not null. */
+  explicit Conf(const Text &filename) : conf_(g_conf_open(filename)) {}
+  /** Opens the default file of the package, as g_conf_open(). @return it; null on failure. */
+  static Conf default_file() {
+    Conf conf;
+    conf.conf_.reset(g_conf_open(nullptr));
+    return conf;
+  }
+  Conf(Conf &&) = default;
+  /** Closes the present one first. @return this. */
+  Conf &operator=(Conf &&other) noexcept {
+    close();
+    conf_ = std::move(other.conf_);
+    callbacks_ = std::move(other.callbacks_);
+    return *this;
+  }
+  ~Conf() { close(); }
+
+  /** @return whether one is open. */
+  explicit operator bool() const { return conf_ != nullptr; }
+  /** @return the handle, still owned here. */
+  GConf *get() const { return conf_.get(); }
+
+  /** Finds a value.
+   *  @param section its name. @param key its name.
+   *  @return the value, valid until the entry changes; none when it is absent or empty. */
+  std::optional<std::string_view> find(const Text &section, const Text &key) const {
+    const char *const value = g_conf_read_string(get(), section, key, nullptr);
+    if (value == nullptr) return std::nullopt;
+    return std::string_view(value);
+  }
+  /** Reads a text. @param section its name. @param key its name.
+   *  @param fallback the answer when there is no value.
+   *  @return the value, valid until the entry changes, or `fallback`. */
+  std::string_view read_string(const Text &section, const Text &key,
+                               std::string_view fallback) const {
+    const char *const value = g_conf_read_string(get(), section, key, nullptr);
+    return value == nullptr ? fallback : std::string_view(value);
+  }
+  /** Reads as g_conf_read_int(). @param section as there. @param key as there.
+   *  @param fallback as there. @return as there. */
+  int read_int(const Text &section, const Text &key, int fallback) const {
+    return g_conf_read_int(get(), section, key, fallback);
+  }
+  /** Reads as g_conf_read_boolean(). @param section as there. @param key as there.
+   *  @param fallback as there. @return as there. */
+  bool read_boolean(const Text &section, const Text &key, bool fallback) const {
+    return g_conf_read_boolean(get(), section, key, fallback) != 0;
+  }
+  /** Reads as g_conf_read_double(). @param section as there. @param key as there.
+   *  @param fallback as there. @return as there. */
+  double read_double(const Text &section, const Text &key, double fallback) const {
+    return g_conf_read_double(get(), section, key, fallback);
+  }
+
+  /** Writes as g_conf_write_string(). @param section as there. @param key as there.
+   *  @param value as there. */
+  void write_string(const Text &section, const Text &key, const Text &value) {
+    g_conf_write_string(get(), section, key, value);
+  }
+  /** Writes as g_conf_write_int(). @param section as there. @param key as there.
+   *  @param value as there. */
+  void write_int(const Text &section, const Text &key, int value) {
+    g_conf_write_int(get(), section, key, value);
+  }
+  /** Writes as g_conf_write_boolean(). @param section as there. @param key as there.
+   *  @param value as there. */
+  void write_boolean(const Text &section, const Text &key, bool value) {
+    g_conf_write_boolean(get(), section, key, value ? 1 : 0);
+  }
+  /** Writes as g_conf_write_double(). @param section as there. @param key as there.
+   *  @param value as there. */
+  void write_double(const Text &section, const Text &key, double value) {
+    g_conf_write_double(get(), section, key, value);
+  }
+  /** Removes a key, as g_conf_remove_key(). @param section its name. @param key its name. */
+  void remove_key(const Text &section, const Text &key) {
+    g_conf_remove_key(get(), section, key);
+  }
+  /** Removes a section, as g_conf_remove_section(). @param section its name. */
+  void remove_section(const Text &section) { g_conf_remove_section(get(), section); }
+
+  /** Has a function called after each write that changed a key, with the change. It is kept
+   *  until the configuration is closed, and must not throw.
+   *  @param section  as for g_conf_register_callback(): compared exactly. @param key likewise.
+   *  @param function takes a `const GConfChange &`; returns nothing, or true to let the next
+   *                  function of the key run.
+   *  @return whether it is registered. */
+  template <typename Function>
+  bool on_change(const Text &section, const Text &key, Function &&function) {
+    using Kept = Callback<std::decay_t<Function>>;
+    std::unique_ptr<AnyCallback> kept(new (std::nothrow) Kept(std::forward<Function>(function)));
+    if (kept == nullptr ||
+        g_conf_register_callback(get(), section, key, Kept::call, kept.get()) != 0) {
+      return false;
+    }
+    kept->next = std::move(callbacks_);
+    callbacks_ = std::move(kept);
+    return true;
+  }
+
+  /** @return the sections in order, as records to be read. Takes no lock. */
+  ListView<const GConfSection> sections() const {
+    return ListView<const GConfSection>(get() == nullptr ? nullptr : get()->sections);
+  }
+  /** Writes the file if anything changed, as g_conf_sync(). */
+  void sync() { g_conf_sync(get()); }
+  /** Writes the file if anything changed, and closes, as g_conf_close(). */
+  void close() {
+    conf_.reset();
+    // One by one: a chain of owners would release itself by recursion.
+    while (callbacks_ != nullptr) callbacks_ = std::move(callbacks_->next);
+  }
+
+ private:
+  struct AnyCallback {
+    virtual ~AnyCallback() = default;
+    std::unique_ptr<AnyCallback> next;
+  };
+  template <typename Function>
+  struct Callback final : AnyCallback {
+    template <typename Given>
+    explicit Callback(Given &&given) : function(std::forward<Given>(given)) {}
+    static int call(const GConfChange *change, void *data) {
+      return detail::stops(static_cast<Callback *>(static_cast<AnyCallback *>(data))->function,
+                           *change);
+    }
+    Function function;
+  };
+
+  SystemOwner<GConf, g_conf_close> conf_;
+  std::unique_ptr<AnyCallback> callbacks_;
+};
+
+}  // namespace gw
+
+#endif

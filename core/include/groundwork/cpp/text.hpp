@@ -1,0 +1,149 @@
+/* SPDX-License-Identifier: MIT */
+#ifndef GROUNDWORK_CPP_TEXT_HPP
+#define GROUNDWORK_CPP_TEXT_HPP
+
+#include <groundwork/cpp/owner.hpp>
+#include <groundwork/str.h>
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace gw {
+
+/**
+ * A text given to the library, for the length of one call. What ends in a NUL already is
+ * passed as it is; a view is copied, into the call's own memory when it is short. A NUL
+ * inside a view ends the text. Without memory for the copy, and for a null pointer, the
+ * library is given null and reports that.
+ */
+class Text {
+ public:
+  /** @param text NUL-terminated, or null. */
+  Text(const char *text) : text_(text) {}
+  /** @param text any. */
+  Text(const std::string &text) : text_(text.c_str()) {}
+  /** @param text any, copied. */
+  Text(std::string_view text) : text_(copy(text)) {}
+  Text(const Text &) = delete;
+  Text &operator=(const Text &) = delete;
+
+  /** @return the text, NUL-terminated. */
+  operator const char *() const { return text_; }
+
+ private:
+  const char *copy(std::string_view text) {
+    if (text.data() == nullptr) return nullptr;
+    char *place = short_;
+    if (text.size() >= sizeof short_) {
+      long_.reset(static_cast<char *>(std::malloc(text.size() + 1)));
+      place = long_.get();
+      if (place == nullptr) return nullptr;
+    }
+    std::memcpy(place, text.data(), text.size());
+    place[text.size()] = '\0';
+    return place;
+  }
+
+  char short_[64];
+  Owner<char, std::free> long_;
+  const char *text_;  // last, as it may be in one of the others
+};
+
+/** A text from the library, owned; null when there is none. */
+class String {
+ public:
+  String() = default;
+  /** @param text from the heap, or null. */
+  explicit String(char *text) : text_(text) {}
+
+  /** @return whether there is a text. */
+  explicit operator bool() const { return text_ != nullptr; }
+  /** @return the text, or null. */
+  const char *c_str() const { return text_.get(); }
+  /** @return the text; an empty one when there is none. */
+  std::string_view view() const {
+    return text_ == nullptr ? std::string_view() : std::string_view(text_.get());
+  }
+  /** @return as view(). */
+  operator std::string_view() const { return view(); }
+  /** Gives the text up. @return it, to be freed with free(). */
+  char *release() { return text_.release(); }
+
+ private:
+  Owner<char, std::free> text_;
+};
+
+/** Bytes from the library, owned; null when there are none. */
+class Bytes {
+ public:
+  Bytes() = default;
+  /** @param data from the heap, or null. @param size in bytes. */
+  Bytes(char *data, std::size_t size) : data_(data), size_(data == nullptr ? 0 : size) {}
+
+  /** @return whether there is a block, be it empty. */
+  explicit operator bool() const { return data_ != nullptr; }
+  /** @return the first byte, or null. */
+  const char *data() const { return data_.get(); }
+  /** @return how many there are. */
+  std::size_t size() const { return size_; }
+  /** @return all of them. */
+  std::string_view view() const { return {data_.get(), size_}; }
+
+ private:
+  Owner<char, std::free> data_;
+  std::size_t size_ = 0;
+};
+
+/** An array of texts that a null pointer ends, owned. */
+template <auto Release>
+class StringArray {
+ public:
+  StringArray() = default;
+  /** @param texts from the library, or null. */
+  explicit StringArray(char **texts) : texts_(texts) {
+    while (texts != nullptr && texts[size_] != nullptr) ++size_;
+  }
+
+  /** @return whether there is an array, be it empty. */
+  explicit operator bool() const { return texts_ != nullptr; }
+  /** @return how many texts there are. */
+  std::size_t size() const { return size_; }
+  /** @param index below size(). @return that text. */
+  const char *operator[](std::size_t index) const { return texts_.get()[index]; }
+  /** @return the first. */
+  const char *const *begin() const { return texts_.get(); }
+  /** @return behind the last. */
+  const char *const *end() const { return texts_.get() + size_; }
+
+ private:
+  Owner<char *, Release> texts_;
+  std::size_t size_ = 0;
+};
+
+/** Pieces of a text. */
+using Pieces = StringArray<g_strfreev>;
+
+/** Splits a text, as g_strsplit().
+ *  @param text   any. @param delimiter not empty. @param max_tokens as there.
+ *  @return the pieces; none on failure. */
+inline Pieces split(const Text &text, const Text &delimiter, int max_tokens = 0) {
+  return Pieces(g_strsplit(text, delimiter, max_tokens));
+}
+
+/** Formats a text, as g_strdup_printf().
+ *  @param format as for printf(). @return the text; null on failure. */
+inline String format(const char *format, ...) G_PRINTF(1, 2);
+inline String format(const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  String text(g_strdup_vprintf(format, arguments));
+  va_end(arguments);
+  return text;
+}
+
+}  // namespace gw
+
+#endif

@@ -1,0 +1,398 @@
+/* SPDX-License-Identifier: MIT */
+#ifndef GROUNDWORK_CPP_THREAD_HPP
+#define GROUNDWORK_CPP_THREAD_HPP
+
+#include <groundwork/cpp/text.hpp>
+#include <groundwork/thread.h>
+#include <groundwork/timeout.h>
+#include <groundwork/timer.h>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+
+namespace gw {
+
+/** A mutex that is not recursive; also for std::lock_guard. There is no try_lock(), since
+ *  g_thread_mutex_trylock() does not tell whether it locked. */
+class Mutex {
+ public:
+  /** Makes one; null when memory is exhausted. */
+  Mutex() : mutex_(g_thread_mutex_new()) {}
+
+  /** @return whether there is one. */
+  explicit operator bool() const { return mutex_ != nullptr; }
+  /** @return the handle, still owned here. */
+  GMutex *get() const { return mutex_.get(); }
+  /** Locks; the owner must not lock again. */
+  void lock() { g_thread_mutex_lock(get()); }
+  /** Unlocks. */
+  void unlock() { g_thread_mutex_unlock(get()); }
+
+ private:
+  Owner<GMutex, g_thread_mutex_free> mutex_;
+};
+
+/** Holds a mutex for the length of a block. */
+class [[nodiscard]] Lock {
+ public:
+  /** @param mutex locked until the end of the block. */
+  explicit Lock(Mutex &mutex) : mutex_(mutex) { mutex_.lock(); }
+  Lock(const Lock &) = delete;
+  Lock &operator=(const Lock &) = delete;
+  ~Lock() { mutex_.unlock(); }
+
+ private:
+  Mutex &mutex_;
+};
+
+/** A condition that remembers nothing: a signal that nobody waits for is lost. */
+class Event {
+ public:
+  /** Makes one; null when memory is exhausted. */
+  Event() : event_(g_thread_event_new()) {}
+
+  /** @return whether there is one. */
+  explicit operator bool() const { return event_ != nullptr; }
+  /** @return the handle, still owned here. */
+  GThreadEvent *get() const { return event_.get(); }
+  /** Waits without limit. */
+  void wait() { g_thread_event_wait(get()); }
+  /** Waits for a signal for a time, and then AGAIN, without limit: read the warning of
+   *  g_thread_event_wait_timeout(). @param milliseconds length of the first wait. */
+  void wait_twice(int milliseconds) { g_thread_event_wait_timeout(get(), milliseconds); }
+  /** Wakes one waiter. */
+  void signal() { g_thread_event_signal(get()); }
+  /** Wakes all waiters. */
+  void broadcast() { g_thread_event_broadcast(get()); }
+
+ private:
+  Owner<GThreadEvent, g_thread_event_free> event_;
+};
+
+namespace detail {
+
+// A function object on the heap that two sides hold: who starts it and who runs it.
+struct SharedFunction {
+  virtual ~SharedFunction() = default;
+  void drop() {
+    if (holders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  }
+  std::atomic<int> holders{1};
+};
+
+struct Drop {
+  void operator()(SharedFunction *function) const { function->drop(); }
+};
+
+}  // namespace detail
+
+/** A thread, waited for by its owner's end. */
+class Thread {
+ public:
+  Thread() = default;
+  /** Starts one; there is none when memory is exhausted. When the system cannot start a thread
+   *  `function` never runs, and nothing tells (see g_thread_create()).
+   *  @param function called without arguments, on an own copy. Must not throw. */
+  template <typename Function, typename = std::enable_if_t<!std::is_same_v<
+                                   std::decay_t<Function>, Thread>>>
+  explicit Thread(Function &&function) {
+    using Kept = Run<std::decay_t<Function>>;
+    auto *const run = new (std::nothrow) Kept(std::forward<Function>(function));
+    function_.reset(run);
+    if (run == nullptr) return;
+    run->holders.store(2, std::memory_order_relaxed);
+    thread_.reset(g_thread_create(Kept::call, run, nullptr));
+    if (thread_ == nullptr) run->drop();
+  }
+  Thread(Thread &&) = default;
+  /** Waits for the present one first. @return this. */
+  Thread &operator=(Thread &&other) {
+    join();
+    thread_ = std::move(other.thread_);
+    function_ = std::move(other.function_);
+    return *this;
+  }
+  ~Thread() {
+    const CancellationHeld held;
+    join();
+  }
+
+  /** @return whether there is one to wait for. */
+  explicit operator bool() const { return thread_ != nullptr; }
+  /** @return the handle, still owned here. */
+  GThread *get() const { return thread_.get(); }
+  /** Waits for its end. A cancellation point. */
+  void join() {
+    if (thread_ != nullptr) g_thread_wait(thread_.release());
+    function_.reset();
+  }
+  /** Asks it to stop at its next cancellation point. */
+  void cancel() { g_thread_cancel(get()); }
+  /** Sets scheduling class and priority, as g_thread_set_priority().
+   *  @param priority 0 to 6. @return whether it is set. */
+  bool set_priority(int priority) { return g_thread_set_priority(get(), priority) == 0; }
+
+ private:
+  template <typename Function>
+  struct Run final : detail::SharedFunction {
+    template <typename Given>
+    explicit Run(Given &&given) : function(std::forward<Given>(given)) {}
+    // Not noexcept: cancelling the thread unwinds through here.
+    static void *call(void *data) {
+      const std::unique_ptr<SharedFunction, detail::Drop> held(static_cast<Run *>(data));
+      static_cast<Run *>(data)->function();
+      return nullptr;
+    }
+    Function function;
+  };
+
+  Owner<GThread, g_thread_free> thread_;
+  std::unique_ptr<detail::SharedFunction, detail::Drop> function_;
+};
+
+/** A function called periodically on a thread of its own, ended by its owner's end. */
+class Timeout {
+ public:
+  Timeout() = default;
+  /** Starts one, as g_timeout_new(); the first call comes at once.
+   *  @param milliseconds period, above 0.
+   *  @param function     called without arguments on an own copy; returns nothing, or true to
+   *                      be called again. Must not throw, and must not end this object: it
+   *                      returns false for that. It may be stopped at any cancellation point
+   *                      in it. */
+  template <typename Function>
+  Timeout(int milliseconds, Function &&function) {
+    using Kept = Run<std::decay_t<Function>>;
+    run_.reset(new (std::nothrow) Kept(std::forward<Function>(function)));
+    if (run_ == nullptr) return;
+    timeout_ = g_timeout_new(nullptr, milliseconds, Kept::call, static_cast<Kept *>(run_.get()));
+    if (timeout_ == nullptr) run_.reset();
+  }
+  Timeout(Timeout &&other) noexcept
+      : timeout_(std::exchange(other.timeout_, nullptr)), run_(std::move(other.run_)) {}
+  /** Ends the present one first. @return this. */
+  Timeout &operator=(Timeout &&other) noexcept {
+    end();
+    timeout_ = std::exchange(other.timeout_, nullptr);
+    run_ = std::move(other.run_);
+    return *this;
+  }
+  ~Timeout() { end(); }
+
+  /** @return whether one was started and not ended here. */
+  explicit operator bool() const { return run_ != nullptr; }
+  /** Ends it: its function does not run any more. */
+  void end() {
+    if (run_ == nullptr) return;
+    // The library frees a timeout whose function asked for the end; its handle is then void.
+    // Whoever is first to say so decides.
+    if (!run_->ending.exchange(true, std::memory_order_acq_rel)) {
+      const CancellationHeld held;
+      g_timeout_free(timeout_);
+    }
+    timeout_ = nullptr;
+    run_.reset();
+  }
+
+ private:
+  struct AnyRun {
+    virtual ~AnyRun() = default;
+    std::atomic<bool> ending{false};
+  };
+  template <typename Function>
+  struct Run final : AnyRun {
+    template <typename Given>
+    explicit Run(Given &&given) : function(std::forward<Given>(given)) {}
+    static int call(void *data) {
+      Run &run = *static_cast<Run *>(data);
+      if (detail::stops(run.function) == 0) return 1;
+      return run.ending.exchange(true, std::memory_order_acq_rel) ? 1 : 0;
+    }
+    Function function;
+  };
+
+  GTimeout *timeout_ = nullptr;
+  std::unique_ptr<AnyRun> run_;
+};
+
+namespace detail {
+
+// What stands behind a Timer: its owner and the service's entry each keep it alive, and its
+// lock keeps the function from running once the owner has ended. The lock is recursive
+// because the owner may end inside the function.
+struct TimerState {
+  virtual ~TimerState() = default;
+  virtual std::uint32_t call(std::uint32_t interval) = 0;
+  virtual void drop_function() = 0;
+
+  std::recursive_mutex mutex;
+  bool is_running = false;
+  bool has_owner = true;
+  bool has_entry = true;
+  TimerState *next = nullptr;
+};
+
+// States whose entry the service still has, for its end: then no callback tells them.
+struct TimerStates {
+  std::mutex mutex;
+  TimerState *first = nullptr;
+
+  void add(TimerState *state) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    state->next = first;
+    first = state;
+  }
+  void remove(TimerState *state) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    TimerState **link = &first;
+    while (*link != nullptr && *link != state) link = &(*link)->next;
+    if (*link != nullptr) *link = state->next;
+  }
+  // The service has ended: its thread runs no more, and it has freed all entries.
+  void forget_entries() {
+    TimerState *state;
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      state = std::exchange(first, nullptr);
+    }
+    while (state != nullptr) {
+      TimerState *const next = state->next;
+      bool has_owner;
+      {
+        const std::lock_guard<std::recursive_mutex> lock(state->mutex);
+        state->has_entry = false;
+        has_owner = state->has_owner;
+      }
+      if (!has_owner) delete state;
+      state = next;
+    }
+  }
+};
+
+inline TimerStates timer_states;
+
+inline std::uint32_t run_timer(std::uint32_t interval, void *param) {
+  auto *const state = static_cast<TimerState *>(param);
+  std::uint32_t next = 0;
+  bool has_owner;
+  {
+    const std::lock_guard<std::recursive_mutex> lock(state->mutex);
+    if (state->has_owner) {
+      state->is_running = true;
+      next = state->call(interval);
+      state->is_running = false;
+    }
+    has_owner = state->has_owner;
+    if (!has_owner) next = 0;
+    if (next == 0) {
+      timer_states.remove(state);
+      state->has_entry = false;  // from here on the state is the owner's, if there is one
+    }
+  }
+  if (!has_owner) delete state;
+  return next;
+}
+
+}  // namespace detail
+
+/** The timer service, stopped by its owner's end. */
+class TimerService {
+ public:
+  /** Starts it, as g_timer_init(). */
+  TimerService() : is_running_(g_timer_init() == 0) {}
+  TimerService(const TimerService &) = delete;
+  TimerService &operator=(const TimerService &) = delete;
+  ~TimerService() {
+    if (!is_running_) return;
+    const CancellationHeld held;
+    g_timer_cleanup();
+    detail::timer_states.forget_entries();
+  }
+
+  /** @return whether this object started it. */
+  explicit operator bool() const { return is_running_; }
+
+ private:
+  bool is_running_;
+};
+
+/**
+ * A periodic callback on the service's thread, ended by its owner's end: then its function is
+ * not running (unless it is itself what ends it) and will not run any more. Not to be used
+ * beside g_set_timer() and g_timer_cleanup(), which end timers behind their owners' backs.
+ */
+class Timer {
+ public:
+  Timer() = default;
+  /** Registers one, as g_add_timer().
+   *  @param milliseconds interval.
+   *  @param function     called on an own copy without arguments; returns nothing to be called
+   *                      again after the same interval, or the next interval in milliseconds,
+   *                      0 to end. Must not throw. */
+  template <typename Function>
+  Timer(int milliseconds, Function &&function) {
+    using Kept = State<std::decay_t<Function>>;
+    auto *const state = new (std::nothrow) Kept(std::forward<Function>(function));
+    if (state == nullptr) return;
+    detail::timer_states.add(state);
+    if (g_add_timer(milliseconds, detail::run_timer, static_cast<detail::TimerState *>(state)) ==
+        nullptr) {
+      detail::timer_states.remove(state);
+      delete state;
+      return;
+    }
+    state_ = state;
+  }
+  Timer(Timer &&other) noexcept : state_(std::exchange(other.state_, nullptr)) {}
+  /** Ends the present one first. @return this. */
+  Timer &operator=(Timer &&other) noexcept {
+    if (this != &other) {
+      end();
+      state_ = std::exchange(other.state_, nullptr);
+    }
+    return *this;
+  }
+  ~Timer() { end(); }
+
+  /** @return whether one was registered and not ended here. */
+  explicit operator bool() const { return state_ != nullptr; }
+  /** Ends it. The service keeps an empty entry until the interval is over. */
+  void end() {
+    detail::TimerState *const state = std::exchange(state_, nullptr);
+    if (state == nullptr) return;
+    bool has_entry;
+    {
+      const std::lock_guard<std::recursive_mutex> lock(state->mutex);
+      state->has_owner = false;
+      has_entry = state->has_entry;
+      if (!state->is_running) state->drop_function();
+    }
+    if (!has_entry) delete state;
+  }
+
+ private:
+  template <typename Function>
+  struct State final : detail::TimerState {
+    template <typename Given>
+    explicit State(Given &&given)
+        : function(new (std::nothrow) Function(std::forward<Given>(given))) {}
+    std::uint32_t call(std::uint32_t interval) override {
+      if (function == nullptr) return 0;
+      if constexpr (std::is_void_v<decltype((*function)())>) {
+        (*function)();
+        return interval;
+      } else {
+        return static_cast<std::uint32_t>((*function)());
+      }
+    }
+    void drop_function() override { function.reset(); }
+    std::unique_ptr<Function> function;
+  };
+
+  detail::TimerState *state_ = nullptr;
+};
+
+}  // namespace gw
+
+#endif

@@ -1,0 +1,70 @@
+/* SPDX-License-Identifier: MIT */
+#ifndef GROUNDWORK_CPP_URL_HPP
+#define GROUNDWORK_CPP_URL_HPP
+
+#include <groundwork/cpp/text.hpp>
+#include <groundwork/url.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+
+namespace gw {
+
+/** Registers the modules of files and HTTP, once; call it before the first Url, on one
+ *  thread. A program that registers them itself does not call this. */
+inline void use_files_and_http() {
+  static bool done = false;
+  if (!std::exchange(done, true)) {
+    url_add_modules(&URL_module_file, &URL_module_http, static_cast<URL_module *>(nullptr));
+  }
+}
+
+/** A stream over a file, standard input or HTTP, closed by its owner's end. */
+class Url {
+ public:
+  Url() = default;
+  /** Opens a stream, as url_open(). @param url not null. */
+  explicit Url(const Text &url) : url_(url_open(url)) {}
+
+  /** @return whether it is open. */
+  explicit operator bool() const { return url_ != nullptr; }
+  /** @return the handle, still owned here. */
+  URL get() const { return url_.get(); }
+  /** Reads bytes, as url_read(). @param buffer as there. @param size as there.
+   *  @return as there. */
+  std::int32_t read(void *buffer, std::int32_t size) { return url_read(get(), buffer, size); }
+  /** Reads a line with its end, as url_gets(). @param buffer takes the line.
+   *  @return the line, in `buffer`; none at the end. */
+  template <std::size_t Size>
+  std::optional<std::string_view> line(char (&buffer)[Size]) {
+    if (url_gets(get(), buffer, static_cast<std::int32_t>(Size)) == nullptr) return std::nullopt;
+    return std::string_view(buffer);
+  }
+  /** Reads a byte, as url_fgetc(). @return 0 to 255, or -1. */
+  int byte() { return url_fgetc(get()); }
+  /** Reads as url_dump(). @param size at most. @return the bytes; none at the end, and when
+   *  the first read fails. */
+  Bytes dump(std::int32_t size) {
+    std::int32_t length = 0;
+    Owner<char, std::free> bytes(static_cast<char *>(url_dump(get(), size, &length)));
+    if (bytes == nullptr || length < 0) return {};
+    return Bytes(bytes.release(), static_cast<std::size_t>(length));
+  }
+  /** Moves the stream, as url_seek(). @param offset as there. @param whence as there.
+   *  @return as there. */
+  std::int64_t seek(std::int64_t offset, int whence = SEEK_SET) {
+    return url_seek(get(), offset, whence);
+  }
+  /** @return the position in bytes, as url_tell(). */
+  std::int64_t tell() { return url_tell(get()); }
+  /** Closes it. */
+  void close() { url_.reset(); }
+
+ private:
+  SystemOwner<URL_record, url_close> url_;
+};
+
+}  // namespace gw
+
+#endif

@@ -1,0 +1,74 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""The C++ wrapper with both compilers, each standard since C++17, with exceptions and without;
+and that it costs nothing.
+
+  compilers_test.py SOURCE_DIR BUILD_DIR
+"""
+
+import itertools
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE = BUILD = pathlib.Path()
+COMPILERS = ("g++", "clang++")
+FLAGS = ["-m32", "-idirafter", "/usr/include/x86_64-linux-gnu", "-O2", "-Wall", "-Wextra",
+         "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
+
+
+def run(*command):
+    done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False)
+    if done.returncode != 0:
+        raise AssertionError(f"{' '.join(map(str, command))}: {done.returncode}\n{done.stdout}")
+    return done.stdout
+
+
+def instructions(assembler, function):
+    """What a function does, without the operands."""
+    body = re.search(rf"^{function}:[^\n]*\n(.*?)^\s*\.size\s+{function},", assembler,
+                     re.MULTILINE | re.DOTALL)[1]
+    lines = (line.split("#")[0].split() for line in body.splitlines())
+    return [line[0] for line in lines if line and not line[0].startswith(".")]
+
+
+class Compilers(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.includes = [f"-I{SOURCE}/core/include", f"-I{SOURCE}/url/include"]
+
+    def test_the_tour_runs_however_it_is_compiled(self):
+        options = (("-std=c++17",), ("-std=c++20", "-fno-exceptions", "-fno-rtti"))
+        for compiler, option in itertools.product(COMPILERS, options):
+            with self.subTest(compiler=compiler, option=option):
+                program = self.folder / "tour"
+                run(compiler, *option, *FLAGS, *self.includes, SOURCE / "tests/cpp/tour.cc",
+                    "-o", program, f"-L{BUILD}", "-lgroundwork", f"-Wl,-rpath,{BUILD}", "-pthread")
+                run(program, self.folder)
+                (self.folder / "tour.conf").unlink()
+
+    def test_it_costs_no_instruction(self):
+        for compiler in COMPILERS:
+            listing = self.folder / "pairs.s"
+            run(compiler, "-std=c++17", *FLAGS, *self.includes, "-fno-exceptions",
+                "-fno-asynchronous-unwind-tables", "-S", SOURCE / "tests/cpp/pairs.cc", "-o", listing)
+            assembler = listing.read_text(encoding="utf-8")
+            names = re.findall(r"^cpp_(\w+):", assembler, re.MULTILINE)
+            self.assertGreater(len(names), 8)
+            for name in names:
+                with self.subTest(compiler=compiler, pair=name):
+                    # The order of arguments is the compiler's choice.
+                    self.assertEqual(sorted(instructions(assembler, f"c_{name}")),
+                                     sorted(instructions(assembler, f"cpp_{name}")))
+
+
+if __name__ == "__main__":
+    BUILD = pathlib.Path(sys.argv.pop()).resolve()
+    SOURCE = pathlib.Path(sys.argv.pop()).resolve()
+    unittest.main()
