@@ -120,6 +120,7 @@ int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
   }
   const int kept = errno;
   int64_t total = socket_fread(buf, held, stream);
+  if (total < held) return total;  // what the socket has comes behind the rest of it
   while (total < n) {
     char* const rest = static_cast<char*>(buf) + total;
     const ssize_t count =
