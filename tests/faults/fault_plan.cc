@@ -60,6 +60,8 @@ EFFECTS(kPwnamEffects, E(EIO), E(EMFILE), E(ENFILE), E(ENOMEM), E(EINTR), kEnds)
 EFFECTS(kReadEffects, E(EIO), E(EISDIR), E(EAGAIN), E(EINTR), kEnds, kTransfersOne,
         kTransfersHalf);
 EFFECTS(kReaddirEffects, E(EIO), E(ENOMEM), E(EINTR), kEnds);
+EFFECTS(kRecvEffects, E(ECONNRESET), E(ENOMEM), E(ENOTSOCK), E(EAGAIN), E(EINTR), kEnds,
+        kTransfersOne, kTransfersHalf);
 EFFECTS(kRenameEffects, E(ENOSPC), E(EACCES), E(EXDEV), E(EROFS), E(EIO));
 EFFECTS(kRmdirEffects, E(ENOTEMPTY), E(EBUSY), E(EACCES), E(EROFS), E(EIO));
 EFFECTS(kScandirEffects, E(ENOMEM), E(EMFILE), E(EACCES), E(EIO));
@@ -132,6 +134,8 @@ constexpr Faultable kFaultables[] = {
     {Call::kPthreadSetschedparam, "pthread_setschedparam", kSchedEffects},
     {Call::kRead, "read", kReadEffects},
     {Call::kReaddir, "readdir64", kReaddirEffects},
+    {Call::kRecv, "recv", kRecvEffects},
+
     {Call::kRename, "rename", kRenameEffects},
     {Call::kRmdir, "rmdir", kRmdirEffects},
     {Call::kScandir, "scandir64", kScandirEffects},

@@ -65,6 +65,7 @@ enum class Call : unsigned char {
   kPthreadSetschedparam,
   kRead,
   kReaddir,
+  kRecv,
   kRename,
   kRmdir,
   kScandir,

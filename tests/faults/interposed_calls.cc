@@ -402,6 +402,12 @@ ssize_t send(int fd, const void* buffer, size_t size, int flags) {
   });
 }
 
+ssize_t recv(int fd, void* buffer, size_t size, int flags) {
+  return transferred(Call::kRecv, size, [&](std::size_t count) {
+    return NEXT(kRecv, recv)(fd, buffer, count, flags);
+  });
+}
+
 int shutdown(int fd, int how) noexcept {
   if (const Effect* const effect = strike(Call::kShutdown)) return failed(*effect, -1);
   return NEXT(kShutdown, shutdown)(fd, how);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -418,6 +419,35 @@ void read_http(Pass& pass) {
   close_stream(pass, url);
 }
 
+// A large read goes past the buffer of the stream.
+void read_much_of_http(Pass& pass) {
+  static const std::string body = [] {
+    std::string text;
+    for (int i = 0; text.size() < 30000; ++i) text += std::to_string(i) + " ";
+    return text;
+  }();
+  static test::ScriptedServer large_server([](test::Connection& connection) {
+    serve(connection, "HTTP/1.0 200 OK\r\n\r\n" + body);
+  });
+  const std::string name = large_server.url();
+  std::vector<char> buffer(40000);
+  const URL url = faulty(pass, [&] { return url_http_open(name.c_str()); });
+  if (url == nullptr) return;
+  const bool is_whole = !is_cut_short(pass);
+  const Since since(pass);
+  const std::int32_t count =
+      faulty(pass, [&] { return url_read(url, buffer.data(), 40000); });
+  ASSERT_GE(count, 0);
+  const std::string text(buffer.data(), static_cast<std::size_t>(count));
+  if (is_whole) {
+    EXPECT_TRUE(body.starts_with(text));
+    if (!since.struck(Call::kRecv, Call::kFread)) {
+      EXPECT_EQ(text.size(), body.size());
+    }
+  }
+  close_stream(pass, url);
+}
+
 void read_lines_of_http(Pass& pass) {
   add_modules(pass);
   const URL url = open_http(pass, url_open);
@@ -518,6 +548,7 @@ const Scenarios scenarios(
          use_stream_of_socket},
         {"WriteToAStream", {"socket_fwrite", "socket_fflush"}, write_to_stream},
         {"ReadHttp", {"url_http_open", "url_internal_sock"}, read_http},
+        {"ReadMuchOfHttp", {}, read_much_of_http, 8},
         {"ReadLinesOfHttp", {}, read_lines_of_http},
         {"ReadBytesOfHttp", {}, read_bytes_of_http},
         {"HttpFromAnOffset", {"url_http_open_with_offset"}, open_with_offset},
