@@ -72,6 +72,21 @@ class Logging(Case):
         self.assertRegex(error, r"\A\[g_debug_init\]: USING DEBUGLEVEL : \d+\n")
 
 
+class Callbacks(Case):
+    def test_checks_refuse_and_the_registered_are_told(self):
+        self.assertEqual(self.lines("40", "-3", "500", "x", "40", "40", "1"), [
+            "the tank holds 120 litres", "pumped 40 litres, 80 are left",
+            "refused: not a number of litres", "refused: the tank holds less",
+            "refused: not a number of litres",
+            "pumped 40 litres, 40 are left", "watchman: bring water",
+            "pumped 40 litres, 0 are left", "watchman: bring water",
+            "refused: the tank holds less", "120 litres in all"])
+
+    def test_wrong_arguments_are_a_usage_error(self):
+        _, error = self.run_program(status=2)
+        self.assertRegex(error, r"\Ausage: ")
+
+
 class Configuration(Case):
     def test_callbacks_follow_each_change_and_the_file_keeps_it(self):
         changes = ['heating.degrees is now "45": 45 degrees, off',
