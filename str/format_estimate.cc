@@ -214,6 +214,10 @@ bool FormatWalk::measure_bare_conversion() {
                          FormatPieces::Base::kDecimal, kNoLayout);
       break;
     }
+    case 'c':
+      total_ += 1;
+      pieces_.add_character(static_cast<char>(va_arg(args_, int)));
+      break;
     case 'u':
       total_ += kUnsignedLength + kSignLength;
       pieces_.add_number(va_arg(args_, unsigned), false, FormatPieces::Base::kDecimal,
@@ -252,8 +256,8 @@ void FormatWalk::measure_conversion() {
     in_step_ = in_step_ && formatter_agrees(modifiers, character);
   }
 
-  std::uint64_t length =
-      std::max<std::uint64_t>({conversion.length, conversion.precision, conversion.width});
+  std::uint64_t length = std::max<std::uint64_t>(
+      conversion.length, std::max(conversion.precision, conversion.width));
   if (conversion.has(kAlternateForm)) length += 2;
   if (conversion.has(kAddSpace | kAddSign | kPossibleSign)) length += kSignLength;
   total_ += length;

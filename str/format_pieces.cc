@@ -88,7 +88,13 @@ void FormatPieces::add_number(std::uint64_t magnitude, bool negative, Base base,
 
 void FormatPieces::write(char* out) const {
   for (std::size_t i = 0; i < count_; ++i) {
-    std::memcpy(out, pieces_[i].text, pieces_[i].length);
-    out += pieces_[i].length;
+    const auto [text, length] = pieces_[i];
+    // Blanks, signs and numbers: shorter than the way to memcpy() and back.
+    if (length < 8) {
+      for (std::size_t at = 0; at < length; ++at) out[at] = text[at];
+    } else {
+      std::memcpy(out, text, length);
+    }
+    out += length;
   }
 }
