@@ -1,6 +1,6 @@
 // Base64 both ways. Tables give each character in its place in a word, and each value, so
-// that a group is four lookups put together; 4 KB for either direction. Groups are worked
-// off four at a time, and one at a time where something is unusual about them.
+// that a group is four lookups put together; 4 KB for either direction. Groups are decoded
+// four at a time, and one at a time where something is unusual about them.
 //
 // SPDX-License-Identifier: MIT
 
@@ -65,10 +65,10 @@ constexpr std::array<Table, 4> kValues = [] {
 }();
 static_assert(sizeof kCharacters + sizeof kValues == 8192);
 
-std::uint64_t load_big_endian(const unsigned char* bytes) {
-  std::uint64_t word;
+std::uint32_t load_big_endian(const unsigned char* bytes) {
+  std::uint32_t word;
   std::memcpy(&word, bytes, sizeof word);
-  return std::endian::native == std::endian::big ? word : __builtin_bswap64(word);
+  return std::endian::native == std::endian::big ? word : __builtin_bswap32(word);
 }
 
 void store_big_endian(unsigned char* bytes, std::uint32_t word) {
@@ -76,34 +76,31 @@ void store_big_endian(unsigned char* bytes, std::uint32_t word) {
   std::memcpy(bytes, &word, sizeof word);
 }
 
-// The characters of the three bytes at `bytes`, whose 24 bits stand in `bits` with `below`
-// more under them.
-std::uint32_t encoded(const unsigned char* bytes, std::uint64_t bits, int below) {
+// The characters of the three bytes in the upper part of a word.
+inline std::uint32_t encoded(std::uint32_t word) {
   if constexpr (!kWideTables) {
-    const char group[] = {kAlphabet[bytes[0] >> 2], kAlphabet[bits >> (below + 12) & 63],
-                          kAlphabet[bits >> (below + 6) & 63], kAlphabet[bytes[2] & 63]};
+    const char group[] = {kAlphabet[word >> 26], kAlphabet[word >> 20 & 63],
+                          kAlphabet[word >> 14 & 63], kAlphabet[word >> 8 & 63]};
     return std::bit_cast<std::uint32_t>(group);
   }
-  return kCharacters[0][bytes[0]] | kCharacters[1][bits >> (below + 12) & 255] |
-         kCharacters[2][bits >> (below + 6) & 255] | kCharacters[3][bytes[2]];
+  return kCharacters[0][word >> 24] | kCharacters[1][word >> 20 & 255] |
+         kCharacters[2][word >> 14 & 255] | kCharacters[3][word >> 8 & 255];
+}
+
+void store_group(char* dest, std::uint32_t group) {
+  std::memcpy(dest, &group, sizeof group);
 }
 
 // Encodes whole groups of three bytes, without a NUL.
 void encode_groups(const unsigned char* bytes, std::size_t count, char* dest) {
-  // The second load takes eight bytes where six are used.
-  for (; kWideTables && count >= 14; count -= 12, bytes += 12, dest += 16) {
-    const std::uint64_t first = load_big_endian(bytes);
-    const std::uint64_t second = load_big_endian(bytes + 6);
-    const std::uint32_t groups[] = {
-        encoded(bytes, first, 40), encoded(bytes + 3, first, 16),
-        encoded(bytes + 6, second, 40), encoded(bytes + 9, second, 16)};
-    std::memcpy(dest, groups, sizeof groups);
+  // A load takes four bytes where three are used.
+  for (; kWideTables && count >= 4; count -= 3, bytes += 3, dest += 4) {
+    store_group(dest, encoded(load_big_endian(bytes)));
   }
   for (; count >= 3; count -= 3, bytes += 3, dest += 4) {
-    const std::uint32_t bits =
-        std::uint32_t{bytes[0]} << 16 | std::uint32_t{bytes[1]} << 8 | bytes[2];
-    const std::uint32_t group = encoded(bytes, bits, 0);
-    std::memcpy(dest, &group, sizeof group);
+    store_group(dest,
+                encoded(std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
+                        std::uint32_t{bytes[2]} << 8));
   }
 }
 
