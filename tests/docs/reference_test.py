@@ -93,6 +93,7 @@ class Reference(unittest.TestCase):
     def test_links_lead_somewhere_and_nothing_needs_a_script(self):
         folder = self.folder / "html"
         pages = {file.name: Page(file) for file in folder.glob("*.html")}
+        self.assertEqual(list(folder.glob("*.js")), [])
         for name, page in pages.items():
             self.assertNotIn("script", page.tags, name)
             for link in page.links:
@@ -103,6 +104,12 @@ class Reference(unittest.TestCase):
                     self.assertTrue((folder / (target or name)).is_file())
                     if anchor:
                         self.assertIn(anchor, pages[target or name].names)
+
+    def test_no_page_names_the_place_of_the_sources_or_of_the_build(self):
+        for file in [*self.pages, *(self.folder / "html").iterdir()]:
+            data = file.read_bytes()
+            for place in (SOURCE, self.folder):
+                self.assertNotIn(bytes(place), data, file)
 
     def test_the_start_page_shows_its_programs_whole(self):
         text = (self.folder / "html/index.html").read_text(encoding="utf-8")
