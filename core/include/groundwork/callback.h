@@ -125,11 +125,12 @@ G_API int g_module_callback_register(int module, GCallbackFunc func, void *data,
 /**
  * Removes a function from a module's callback list. The list stays when it becomes empty.
  *
+ * @warning Without a registry the result is `module` itself, which programs have come to expect.
+ *
  * @param module  as registered.
  * @param func    as registered; not null.
  * @param data    as registered.
- * @return as g_callback_remove(); 0 when the module has no list. BEWARE: without a registry
- *         it is `module` itself, which programs have come to expect.
+ * @return as g_callback_remove(); 0 when the module has no list.
  */
 G_API int g_module_callback_cancel(int module, GCallbackFunc func, void *data);
 

@@ -120,7 +120,9 @@ G_API int g_strpack(char *str);
  * Copies at most `len` bytes as strncpy() does, filling up with NULs when `src` is shorter,
  * and then always stores a NUL at `dst[len]`.
  *
- * @param dst  not null; unchecked. WARNING: must have room for `len` + 1 bytes.
+ * @warning `dst` must have room for `len` + 1 bytes.
+ *
+ * @param dst  not null; unchecked. Room for `len` + 1 bytes.
  * @param src  not null; unchecked. Read up to its NUL or `len` bytes; may overlap `dst`.
  * @param len  bytes to copy or fill, not counting the final NUL.
  * @return `dst`.

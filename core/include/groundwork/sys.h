@@ -50,13 +50,15 @@ G_API int g_sys_unlock_memory(void);
 /**
  * Tells size and free space of the filesystem that holds a path.
  *
+ * @warning A full filesystem, with no block available, reports failure.
+ *
  * @param path      null fails the check "path".
  * @param total_kb  receives the size in units of 1024 bytes, its low 32 bits; may be null.
  * @param avail_kb  receives the space available to unprivileged users, likewise; may be
  *                  null.
  * @return 0; -1, with nothing stored, on the failed check, when the filesystem cannot be
- *         asked (logged as a warning), and, without a message, when it has no blocks.
- *         WARNING: also when no block is available: a full filesystem reports failure.
+ *         asked (logged as a warning), and, without a message, when it has no blocks
+ *         or none is available.
  */
 G_API int g_sys_get_filesystem_usage(const char *path, uint32_t *total_kb, uint32_t *avail_kb);
 

@@ -74,13 +74,14 @@ typedef void *(*GThreadFunc)(void *arg);
 /**
  * Starts a thread with default attributes. It can be cancelled, deferred, as POSIX has it.
  *
+ * @warning When the system cannot start the thread a handle is returned all the same and nothing
+ * is logged; `func` then never runs, and g_thread_wait() on that handle returns at once.
+ *
  * @param func  what it runs; not null.
  * @param arg   its argument; not owned.
  * @param name  for the reader of the source; not used, may be null.
  * @return a handle that the caller gives to g_thread_wait() or g_thread_free(). Null when
- *         `func` is null (logged) or memory is exhausted. Beware: when the system cannot
- *         start the thread a handle is returned all the same and nothing is logged; `func`
- *         then never runs, and g_thread_wait() on that handle returns at once.
+ *         `func` is null (logged) or memory is exhausted.
  */
 G_API GThread *g_thread_create(GThreadFunc func, void *arg, const char *name);
 

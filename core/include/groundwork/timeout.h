@@ -56,14 +56,15 @@ typedef int (*GTimeoutFunc)(void *data);
 /**
  * Starts a timeout. Its first call comes at once.
  *
+ * @warning Once `func` has returned 0 the timeout is gone, which may be before this call returns.
+ *
  * @param name      for the reader of the source; may be null.
  * @param interval  period in milliseconds; greater than 0.
  * @param func      not null.
  * @param data      passed to `func`; not owned.
  * @return the timeout, for g_timeout_free(). Null when an argument is bad (logged as
  *         critical) or memory is exhausted ("can't allocate space for a new timeout.", a
- *         warning). BEWARE: once `func` has returned 0 the timeout is gone, which may be
- *         before this call returns.
+ *         warning).
  */
 G_API GTimeout *g_timeout_new(const char *name, int interval, GTimeoutFunc func, void *data);
 
@@ -83,10 +84,12 @@ G_API void g_timeout_free(GTimeout *timeout);
 /**
  * Sets the scheduling of the timeout's thread, as g_thread_set_priority().
  *
+ * @warning When `timeout` is null the check is logged and the result of g_log() is returned, which
+ * may look like success.
+ *
  * @param timeout   not null, active.
  * @param priority  0 lowest to 6 highest.
- * @return as g_thread_set_priority(). BEWARE: when `timeout` is null the check is logged and
- *         the result of g_log() is returned, which may look like success.
+ * @return as g_thread_set_priority(), or that of g_log() when `timeout` is null.
  */
 G_API int g_timeout_set_priority(GTimeout *timeout, int priority);
 
