@@ -35,6 +35,7 @@ behaviour must do; where it was measured, its nanoseconds stand beside ours.
 """
 
 UNSTEADY = 0.10
+COLOURS = ("#0072b2", "#d55e00", "#009e73", "#cc79a7")  # told apart by everybody
 
 
 def described():
@@ -208,15 +209,18 @@ def points_of(results, job, who):
 
 
 def draw(path, plot, results):
-    """Draws a plot with gnuplot; false when there is nothing to draw."""
+    """Draws a plot with gnuplot, a colour for each job, ours in full lines and the peers' in
+    dashes; false when there is nothing to draw."""
     blocks = []
     curves = []
+    jobs = list(dict.fromkeys(job for job, _, _ in plot.lines))
     for job, who, legend in plot.lines:
         points = list(points_of(results, job, who))
         if points:
-            dashes = "" if who == "ours" else " dashtype 2"
-            curves.append(f"'-' using 1:2 with linespoints linewidth 2{dashes} "
-                          f"title \"{legend}\"")
+            colour = COLOURS[jobs.index(job) % len(COLOURS)]
+            look = "pointtype 7" if who == "ours" else "dashtype 2 pointtype 6"
+            curves.append(f"'-' using 1:2 with linespoints linewidth 2 linecolor '{colour}' "
+                          f"{look} pointsize 0.6 title \"{legend}\"")
             blocks.append("".join(f"{size} {ns}\n" for size, ns in points) + "e\n")
     if not curves:
         return False
@@ -228,7 +232,7 @@ set ylabel "nanoseconds"
 set logscale xy
 set format x "10^{{%L}}"
 set grid
-set key outside right
+set key outside right Left reverse samplen 3
 plot {", ".join(curves)}
 """ + "".join(blocks)
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
