@@ -1,14 +1,16 @@
 # SPDX-License-Identifier: MIT
-"""Size of the stripped 32-bit library, what it costs a program that only links it, and the
-tables that the ciphers and Base64 read."""
+"""Size of the stripped 32-bit library, what it costs a program that only links it, the tables
+that the ciphers and Base64 read, and the memory of a hash table's entry."""
 
 import pathlib
 import re
 import subprocess
 import tempfile
 
-# Prints the process's private memory in KiB, and nothing else is in it.
-PROGRAM = r"""
+INCLUDE = pathlib.Path(__file__).resolve().parent.parent / "core" / "include"
+
+# Prints its private memory in KiB.
+LINKS_ONLY = r"""
 #include <stdio.h>
 #include <string.h>
 int main(void) {
@@ -20,6 +22,30 @@ int main(void) {
         sscanf(line, "Private_Dirty: %ld", &value) == 1) sum += value;
   }
   printf("%ld\n", sum);
+  return 0;
+}
+"""
+
+# Fills a hash table and prints the bytes of an entry, slots and index included, just after
+# the table has doubled, when there are most of them.
+FILLS_HASH = r"""
+#include <groundwork/hash.h>
+#include <malloc.h>
+#include <stdint.h>
+#include <stdio.h>
+static size_t in_use(void) {
+  struct mallinfo2 heap = mallinfo2();
+  return heap.uordblks + heap.hblkhd;
+}
+int main(void) {
+  static int32_t keys[65536];
+  size_t before = in_use();
+  GHash *hash = g_hash_new(16, g_hash_int, g_hash_int_equal, NULL);
+  for (int i = 0; i < 65536; ++i) {
+    keys[i] = i;
+    g_hash_insert(hash, &keys[i], &keys[i]);
+  }
+  printf("%.0f\n", (double)(in_use() - before) / 65536);
   return 0;
 }
 """
@@ -43,6 +69,7 @@ def measure(folder, fast_folder):
         return {"file": library.stat().st_size, "text": text, "data": data, "bss": bss,
                 "relocations": relocations, "private": private_memory(work, library),
                 "private_without": private_memory(work),
+                "hash_entry": int(run_program(work, FILLS_HASH, library)),
                 # Not those exported by name, which are for applications.
                 "cipher_tables": tables(fast_folder, "crypt/des_common.cc", "crypt/des.cc",
                                         "crypt/d3des.cc"),
@@ -57,12 +84,16 @@ def tables(folder, *sources):
                if ".str" not in name and ".cst" not in name)
 
 
-def private_memory(work, *libraries):
-    """Of a program that links the libraries and calls nothing of them: the least of several
-    runs, as the system may keep pages in advance."""
-    source = work / "program.c"
-    source.write_text(PROGRAM)
+def run_program(work, source, *libraries):
+    """What a 32-bit program prints that is linked with libraries, used or not."""
+    (work / "program.c").write_text(source)
     program = work / "program"
-    output("cc", "-m32", "-O2", "-idirafter", "/usr/include/x86_64-linux-gnu", source, "-o",
-           program, "-Wl,--no-as-needed", *libraries, f"-Wl,-rpath,{work}")
-    return min(int(output(program)) for _ in range(5))
+    output("cc", "-m32", "-O2", "-idirafter", "/usr/include/x86_64-linux-gnu", "-I", INCLUDE,
+           work / "program.c", "-o", program, "-Wl,--no-as-needed", *libraries,
+           f"-Wl,-rpath,{work}")
+    return output(program)
+
+
+def private_memory(work, *libraries):
+    """The least of several runs, as the system may keep pages in advance."""
+    return min(int(run_program(work, LINKS_ONLY, *libraries)) for _ in range(3))

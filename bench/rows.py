@@ -50,8 +50,8 @@ ROWS = {
         Row("log.suppressed", "suppressed `g_log`",
             floor="a call with its arguments, a load and a comparison",
             aims={"syslog": 0.7, "log4c": 0.7},
-            note="log4c asks its question in a macro-like inline function and passes the "
-                 "arguments only to a line that will be written."),
+            note="log4c's inline function asks first and passes the arguments of lines that "
+                 "will be written only. The floor alone is near the aim."),
     ],
     "Strings": [
         Row("strdup", "`g_strdup`", size_is="bytes",
@@ -179,6 +179,7 @@ FOOTPRINT = [
     SizeRow("of the same program without it, KiB", "private_without",
             note="the C library's and the loader's share"),
     SizeRow("stripped file, bytes", "file"),
+    SizeRow("memory of a hash table's entry just after the table grew, bytes", "hash_entry", 40),
     SizeRow("tables of both ciphers, `-O2`, bytes", "cipher_tables", 12 * 1024),
     SizeRow("tables of Base64, `-O2`, bytes", "base64_tables", 8 * 1024),
 ]
