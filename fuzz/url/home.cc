@@ -7,13 +7,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <optional>
 #include <string>
 
 #include <pwd.h>
+#include <unistd.h>
 
 #include "fuzz/support/buffer.h"
 #include "fuzz/support/check.h"
@@ -72,9 +72,30 @@ void check_both(const std::string& path, const std::optional<std::string>& home)
         model_contracted(path, home));
 }
 
-void set_environment(const char* name, const std::optional<std::string>& value) {
-  value.has_value() ? setenv(name, value->c_str(), 1) : unsetenv(name);
-}
+// The environment of the calls: HOME and home, or less. Not by setenv(), which forgets no
+// value that it ever set.
+class Environment {
+ public:
+  Environment(const std::optional<std::string>& home,
+              const std::optional<std::string>& second)
+      : former_(environ) {
+    if (home.has_value()) texts_[0] = "HOME=" + *home;
+    if (second.has_value()) texts_[1] = "home=" + *second;
+    std::size_t count = 0;
+    for (std::string& text : texts_) {
+      if (!text.empty()) entries_[count++] = text.data();
+    }
+    environ = entries_;
+  }
+  ~Environment() { environ = former_; }
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+ private:
+  char** former_;
+  std::string texts_[2];
+  char* entries_[3] = {};
+};
 
 // Long texts from short inputs.
 std::string repeated(std::string text, std::uint8_t times) {
@@ -105,8 +126,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool has_home = (options & 1) == 0;
   const bool has_second = (options & 2) == 0;
   const std::string second = "/second" + home;
-  set_environment("HOME", has_home ? std::optional(home) : std::nullopt);
-  set_environment("home", has_second ? std::optional(second) : std::nullopt);
+  const Environment environment(has_home ? std::optional(home) : std::nullopt,
+                                has_second ? std::optional(second) : std::nullopt);
   users = {{user.substr(0, kLongest), home}};
   std::optional<std::string> effective;
   if (has_home) {
