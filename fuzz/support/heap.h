@@ -19,7 +19,13 @@
 #endif
 
 #if defined(GROUNDWORK_FUZZ_CHECKED_HEAP)
-#include <sanitizer/allocator_interface.h>
+// Of <sanitizer/allocator_interface.h>, which is not there for every 32-bit compiler.
+extern "C" {
+std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+int __sanitizer_install_malloc_and_free_hooks(
+    void (*malloc_hook)(const volatile void* block, std::size_t size),
+    void (*free_hook)(const volatile void* block));
+}
 #endif
 
 namespace fuzz {
