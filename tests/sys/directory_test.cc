@@ -749,6 +749,21 @@ TEST(Rmdir, SurvivesAnExhaustedHeap) {
   });
 }
 
+TEST(Rmdir, AShortageBeforeAnyNameIsReadIsReportedAndAnswersMinusOne) {
+  TemporaryDirectory dir;
+  const std::string tree = dir / "tree";
+  make_directory(tree);
+  LogCapture log;
+  int result = 7;
+  {
+    AllocationFaults faults(2);  // opendir()'s, the first block
+    result = g_rmdir(tree.c_str());
+  }
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(log.take(), Lines{warning_line("g_dir", "failed to allocate 512 bytes.")});
+  EXPECT_TRUE(exists(tree));
+}
+
 TEST(Rmdir, AShortageWhileNamesAreReadIsReported) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";

@@ -206,6 +206,15 @@ TEST(Callback, FailedAllocationsLeaveTheListUnchanged) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
+TEST(Callback, AddingWithoutMemoryAnswersMinusOne) {
+  GCallback* const list = g_callback_new();
+  for (const int failing : {1, 2}) {
+    AllocationFaults faults(failing);
+    EXPECT_EQ(g_callback_add(list, note<'1'>, nullptr, 1), -1) << failing;
+  }
+  g_callback_free(list);
+}
+
 TEST(Callback, RandomOperationsMatchAStableSort) {
   struct Entry {
     std::string call;

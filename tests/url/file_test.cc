@@ -200,6 +200,7 @@ TEST(UrlModuleFile, TakesEverythingButOtherSchemes) {
       {"a/b:/c", true},    {":", true},        {"a:b:/c", true},   {"http:x", true},
       {"fil", true},       {"filex:/", false}, {"ftp://h", false}, {"mailto:/x", false},
       {"http://h", false}, {":/", false},      {"c:/x", false},    {"file :/x", false},
+      {"mile:/x", false},
   };
   for (const auto& [name, taken] : names) {
     EXPECT_EQ(URL_module_file.name_check(name) != 0, taken) << name;

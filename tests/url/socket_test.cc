@@ -112,6 +112,33 @@ TEST(OpenSocket, AHostWithOnlyAnIPv6AddressIsReachedAndStoresZero) {
   }
 }
 
+// Looked at on its way: the address of all zeros also leads to this machine.
+TEST(OpenSocket, ConnectsToTheIPv6AddressThatWasFound) {
+  unsigned char bytes[16] = {0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x42};
+  char* addresses[] = {reinterpret_cast<char*>(bytes), nullptr};
+  hostent entry{};
+  entry.h_length = sizeof bytes;
+  entry.h_addr_list = addresses;
+  sockaddr_in6 used{};
+  FakedCalls faked;
+  faked.gethostbyname2 = [&](const char*, int family) {
+    return family == AF_INET6 ? &entry : nullptr;
+  };
+  faked.socket = [](int, int type, int protocol) {
+    return test::real_socket(AF_INET, type, protocol);
+  };
+  faked.connect = [&](int, const sockaddr* address, socklen_t length) {
+    EXPECT_EQ(length, sizeof used);
+    std::memcpy(&used, address, std::min<size_t>(length, sizeof used));
+    errno = ECONNREFUSED;
+    return -1;
+  };
+  EXPECT_EQ(open_socket("six.test", 8079, nullptr), -1);
+  EXPECT_EQ(used.sin6_family, AF_INET6);
+  EXPECT_EQ(ntohs(used.sin6_port), 8079);
+  EXPECT_EQ(std::memcmp(&used.sin6_addr, bytes, sizeof bytes), 0);
+}
+
 TEST(OpenSocket, AsksForIPv6OnlyWhenThereIsNoIPv4Address) {
   ScriptedServer server(kJustClose);
   std::vector<int> families;
