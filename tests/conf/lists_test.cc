@@ -378,6 +378,33 @@ TEST(ConfRecords, OfTheProgramsOwnAreFreedWithAllTheirStrings) {
   EXPECT_EQ(blocks.outstanding(), 0);
 }
 
+TEST(ConfRecords, AFileNameOfTheProgramsOwnIsWrittenToAndFreed) {
+  const ConfFile file("[s]\nk=v\n");
+  const std::string other = file.directory() / "other.conf";
+  AllocationFaults blocks(0);
+  Conf conf(g_conf_open(file.path().c_str()));
+  conf->filename = strdup(other.c_str());
+  g_conf_write_int(conf.get(), "new", "k", 1);
+  blocks.disarm();
+  EXPECT_STREQ(g_conf_read_string(conf.get(), "NEW", "k", ""), "1");
+  conf.reset();
+  EXPECT_EQ(blocks.outstanding(), 0);
+  EXPECT_EQ(read_file(other), "[s]\nk=v\n\n[new]\nk=1\n\n");
+  EXPECT_EQ(file.text(), "[s]\nk=v\n");
+}
+
+TEST(ConfRecords, AMissingMutexIsReportedByEachUseAndTheWorkIsDone) {
+  const ConfFile file("[s]\nk=v\n");
+  const Conf conf = file.open();
+  GMutex* const mutex = conf->mutex;
+  conf->mutex = nullptr;
+  LogCapture log;
+  EXPECT_STREQ(g_conf_read_string(conf.get(), "s", "k", ""), "v");
+  EXPECT_EQ(log.take(), (Lines{check_line("g_thread", "mutex != NULL"),
+                               check_line("g_thread", "mutex != NULL")}));
+  conf->mutex = mutex;
+}
+
 TEST(ConfRecords, KeysThatComeAndGoCostTheirRecordAndNodeAlone) {
   const ConfFile file(text_of(20));
   const Conf conf = file.open();
