@@ -8,13 +8,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "conf/file_text.h"
 #include "conf/model.h"
 #include "core/cancellation.h"
 #include "core/check.h"
+#include "core/copy_text.h"
 
 namespace groundwork {
 namespace {
@@ -48,7 +48,7 @@ class TextBuffer {
   // False when memory is exhausted.
   bool add(std::string_view text) {
     if (text.size() > capacity_ - size_ && !grow(text.size())) return false;
-    std::memcpy(text_ + size_, text.data(), text.size());
+    copy_text(text_ + size_, text.data(), text.size());
     size_ += text.size();
     return true;
   }

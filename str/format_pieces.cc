@@ -6,7 +6,8 @@
 
 #include <bit>
 #include <charconv>
-#include <cstring>
+
+#include "core/copy_text.h"
 
 using namespace groundwork;
 
@@ -88,13 +89,6 @@ void FormatPieces::add_number(std::uint64_t magnitude, bool negative, Base base,
 
 void FormatPieces::write(char* out) const {
   for (std::size_t i = 0; i < count_; ++i) {
-    const auto [text, length] = pieces_[i];
-    // Blanks, signs and numbers: shorter than the way to memcpy() and back.
-    if (length < 8) {
-      for (std::size_t at = 0; at < length; ++at) out[at] = text[at];
-    } else {
-      std::memcpy(out, text, length);
-    }
-    out += length;
+    out = copy_text(out, pieces_[i].text, pieces_[i].length);
   }
 }
