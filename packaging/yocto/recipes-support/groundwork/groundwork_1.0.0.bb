@@ -20,6 +20,8 @@ PACKAGECONFIG[url] = "-DGROUNDWORK_URL=ON,-DGROUNDWORK_URL=OFF"
 PACKAGECONFIG[tools] = "-DGROUNDWORK_TOOLS=ON,-DGROUNDWORK_TOOLS=OFF"
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DGROUNDWORK_EXAMPLES=OFF"
 
+# There is no ptest yet: the test programs are many and bring GoogleTest along.
+
 # Tested with glibc alone.
 COMPATIBLE_HOST:libc-musl = "null"
 
