@@ -299,7 +299,8 @@ constexpr struct {
     {" snprintf __snprintf_chk ",
      "cannot fail for the numbers and names that it formats here"},
     {" __pthread_register_cancel __pthread_unregister_cancel __pthread_unwind_next"
-     " __aeabi_unwind_cpp_pr0 __aeabi_unwind_cpp_pr1 ",
+     " __aeabi_unwind_cpp_pr0 __aeabi_unwind_cpp_pr1 __cxa_begin_cleanup"
+     " __cxa_call_unexpected __cxa_type_match __gnu_Unwind_Find_exidx ",
      "part of cleanup handlers"},
     {" pthread_mutex_lock pthread_mutex_unlock pthread_mutex_trylock ",
      "cannot fail on a mutex of the plain kind, or fail when it is held: tests/thread"
