@@ -36,6 +36,11 @@ int main(void) {
 }
 """
 
+OWNERS = """
+#include <groundwork/groundwork.hpp>
+int main() { return gw::format("%s=%d", "port", 80).view() == "port=80" ? 0 : 1; }
+"""
+
 CONSUMER = """
 cmake_minimum_required(VERSION 3.25)
 project(consumer LANGUAGES C CXX)
@@ -99,7 +104,8 @@ class InstalledCopy(unittest.TestCase):
 
     def compile(self, source, *line):
         program = self.folder / "program"
-        run(*COMPILERS[source.suffix[1:]], *FLAGS, "-Wall", "-Wextra", "-Wpedantic", "-Werror",
+        compiler = COMPILERS.get(source.suffix[1:], [COMPILERS["cc"][0], "-std=c++17"])
+        run(*compiler, *FLAGS, "-Wall", "-Wextra", "-Wpedantic", "-Werror",
             source, "-o", program, *line)
         return program
 
@@ -200,6 +206,14 @@ class InstalledCopy(unittest.TestCase):
                     self.run_on_target(program)
                     needed = run("readelf", "-d", program)
                     self.assertEqual("libgroundwork.so.1" in needed, kind == "shared")
+
+    def test_the_owners_of_cpp17(self):
+        source = self.folder / "owners.cpp"
+        source.write_text(OWNERS, encoding="ascii")
+        for package in ("groundwork", "groundwork-static"):
+            with self.subTest(package):
+                line = self.pkg_config("--cflags", "--libs", package)
+                self.run_on_target(self.compile(source, *line))
 
     def test_cmake(self):
         (self.folder / "CMakeLists.txt").write_text(CONSUMER, encoding="ascii")
