@@ -1,4 +1,9 @@
 # SPDX-License-Identifier: MIT
+groundwork_test(endurance/side_by_side_test LABELS threads)
+if(GROUNDWORK_CRYPT)
+  target_compile_definitions(endurance_side_by_side_test PRIVATE GROUNDWORK_TESTS_CRYPT)
+endif()
+
 # All services at once, for a while: nothing may grow. tests/soak SECONDS runs it longer.
 if(GROUNDWORK_CONF AND GROUNDWORK_CRYPT AND GROUNDWORK_URL)
   add_executable(endurance_soak
