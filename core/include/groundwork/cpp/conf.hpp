@@ -25,8 +25,9 @@ class Conf {
     conf.conf_.reset(g_conf_open(nullptr));
     return conf;
   }
-  Conf(Conf &&) = default;
-  /** Closes the present one first. @return this. */
+  /** Takes over what another owns. @param other empty afterwards. */
+  Conf(Conf &&other) = default;
+  /** Closes the present one first. @param other empty afterwards. @return this. */
   Conf &operator=(Conf &&other) noexcept {
     close();
     conf_ = std::move(other.conf_);

@@ -76,8 +76,9 @@ class List {
   List() = default;
   /** Takes a list over. @param list its first node, or null. */
   explicit List(GList *list) : list_(list) {}
+  /** Takes over what another owns. @param other empty afterwards. */
   List(List &&other) noexcept : list_(other.release()) {}
-  /** @return this. */
+  /** @param other empty afterwards. @return this. */
   List &operator=(List &&other) noexcept {
     if (this != &other) {
       g_list_free(list_);

@@ -105,8 +105,9 @@ class Thread {
     thread_.reset(g_thread_create(Kept::call, run, nullptr));
     if (thread_ == nullptr) run->drop();
   }
-  Thread(Thread &&) = default;
-  /** Waits for the present one first. @return this. */
+  /** Takes over what another owns. @param other empty afterwards. */
+  Thread(Thread &&other) = default;
+  /** Waits for the present one first. @param other empty afterwards. @return this. */
   Thread &operator=(Thread &&other) {
     join();
     thread_ = std::move(other.thread_);
@@ -169,9 +170,10 @@ class Timeout {
     timeout_ = g_timeout_new(nullptr, milliseconds, Kept::call, static_cast<Kept *>(run_.get()));
     if (timeout_ == nullptr) run_.reset();
   }
+  /** Takes over what another owns. @param other empty afterwards. */
   Timeout(Timeout &&other) noexcept
       : timeout_(std::exchange(other.timeout_, nullptr)), run_(std::move(other.run_)) {}
-  /** Ends the present one first. @return this. */
+  /** Ends the present one first. @param other empty afterwards. @return this. */
   Timeout &operator=(Timeout &&other) noexcept {
     end();
     timeout_ = std::exchange(other.timeout_, nullptr);
@@ -344,8 +346,9 @@ class Timer {
     }
     state_ = state;
   }
+  /** Takes over what another owns. @param other empty afterwards. */
   Timer(Timer &&other) noexcept : state_(std::exchange(other.state_, nullptr)) {}
-  /** Ends the present one first. @return this. */
+  /** Ends the present one first. @param other empty afterwards. @return this. */
   Timer &operator=(Timer &&other) noexcept {
     if (this != &other) {
       end();
