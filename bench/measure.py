@@ -8,6 +8,7 @@ import json
 import re
 import statistics
 import subprocess
+import time
 
 
 class DifferentResults(Exception):
@@ -89,11 +90,16 @@ def figures_of(program, name, seconds):
     return figures
 
 
-def run(jobs, rounds, seconds, say=lambda text: None):
+def run(jobs, rounds, seconds, say=lambda text: None, deadline=float("inf")):
     """Measures all jobs in each round, so that a disturbance spoils one round of many jobs
-    and not all rounds of one. Who begins changes from round to round."""
+    and not all rounds of one. Who begins changes from round to round. After the third, no
+    round begins that would end after the deadline, by the monotonic clock."""
     times = [{who: [] for who in job["names"]} for job in jobs]
+    began = time.monotonic()
     for turn in range(rounds):
+        now = time.monotonic()
+        if turn >= 3 and now + (now - began) / turn > deadline:
+            break
         say(f"round {turn + 1} of {rounds}")
         for job, its_times in zip(jobs, times):
             whos = list(job["names"])
@@ -113,7 +119,8 @@ def run(jobs, rounds, seconds, say=lambda text: None):
 def summary(job, times):
     """Medians, and for each peer the median and the quartiles of the rounds' ratios."""
     result = {"arch": job["arch"], "job": job["job"], "size": job["size"],
-              "ours": statistics.median(times["ours"]), "peers": {}}
+              "rounds": len(times["ours"]), "ours": statistics.median(times["ours"]),
+              "peers": {}}
     if "floor" in times:
         result["floor"] = statistics.median(times["floor"])
     for peer in times:

@@ -157,13 +157,20 @@ def missed_text(lines):
     if not missed:
         yield ""
         return
-    yield "These do not:"
+    yield "These do not; the size stands behind the ratio:"
     yield ""
-    yield from markdown(["job", "size", "peer", "ratio", "aim", "floor", "reason"], [
-        [line["row"].title, f"{line['size']:,}" if line["size"] else "", line["peer"],
-         ratio_text(line["judged"]), f"{line['aim']:g}", line["row"].floor,
-         line["row"].note or "not known yet"] for line in missed])
+    together = {}
+    for line in missed:
+        together.setdefault((line["row"], line["peer"]), []).append(line)
+    yield from markdown(["job", "peer", "aim", "ratio", "floor", "reason"], [
+        [row.title, peer, f"{lines[0]['aim']:g}", ", ".join(map(size_and_ratio, lines)),
+         row.floor, row.note or "not known yet"] for (row, peer), lines in together.items()])
     yield ""
+
+
+def size_and_ratio(line):
+    size = f" ({line['size']:,})" if line["size"] else ""
+    return ratio_text(line["judged"]) + size
 
 
 def footprint_text(figures):
@@ -180,7 +187,8 @@ def footprint_text(figures):
 def write_document(folder, results):
     lines = list(comparisons(results))
     spreads = sorted(spread(figures) for line in lines for figures in line["figures"].values())
-    text = [INTRODUCTION.format(**results["machine"], spread=spreads[len(spreads) // 2])]
+    text = [INTRODUCTION.format(**results["machine"], spread=spreads[len(spreads) // 2],
+                                rounds=min(job["rounds"] for job in results["jobs"]))]
     text += missed_text(lines)
     for plot in rows.PLOTS:
         if draw(folder / plot.file, plot, results):

@@ -19,8 +19,8 @@ class Row:
     # The least that any implementation of the behaviour must do, in words. A way registered
     # as "floor" measures it.
     floor: str
-    # Peer -> the ratio ours / peer that is aimed at, in the 32-bit build. Peers without an aim
-    # are shown for comparison.
+    # Peer -> the ratio ours / peer that is aimed at, in the 32-bit build. An aim that was met
+    # easily is tightened. Peers without an aim are shown for comparison.
     aims: dict = field(default_factory=dict)
     aim_sizes: tuple = ()  # the aims hold at these sizes only; empty: at all
     size_is: str = ""      # what the size counts
@@ -49,14 +49,14 @@ ROWS = {
     "Diagnostics": [
         Row("log.suppressed", "suppressed `g_log`",
             floor="a call with its arguments, a load and a comparison",
-            aims={"syslog": 0.7, "log4c": 0.7},
+            aims={"syslog": 0.3, "log4c": 0.7},
             note="log4c's inline function asks first and passes the arguments of lines that "
                  "will be written only. The floor alone is near the aim."),
     ],
     "Strings": [
         Row("strdup", "`g_strdup`", size_is="bytes",
             floor="find the end, copy the bytes; the block comes on top",
-            aims={"strdup": 0.2}, aim_sizes=(1000,)),
+            aims={"strdup": 0.15}, aim_sizes=(1000,)),
         Row("strsplit", "`g_strsplit`, each piece", size_is="pieces",
             floor="for each piece: find its end, allocate and free a block, copy the bytes",
             aims={"strchr+malloc": 1.0},
@@ -221,7 +221,7 @@ ROWS = {
             aims={"OpenSSL": 1.0}),
         Row("des.changing", "`g_crypt_des_encrypt`, a new key each",
             floor="the 16 round keys, then 16 rounds",
-            aims={"OpenSSL": 1.5}),
+            aims={"OpenSSL": 1.0}),
         Row("base64.encode", "Base64 encode, 4 KB",
             floor="read 4095 bytes, write 5460",
             aims={"OpenSSL": 0.65},

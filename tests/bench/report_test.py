@@ -49,13 +49,13 @@ def row(job, **fields):
 
 def result(job="copy", size=None, arch="i386", ours=50.0, **peers):
     """A summary as measure.run() gives it, every round alike."""
-    return {"arch": arch, "job": job, "size": size, "ours": ours, "peers": {
+    return {"arch": arch, "job": job, "size": size, "rounds": 5, "ours": ours, "peers": {
         peer: {"ns": ns, "ratio": ours / ns, "low": ours / ns, "high": ours / ns}
         for peer, ns in peers.items()}}
 
 
 MACHINE = {"date": "2026-01-02", "commit": "abc", "processor": "one", "system": "Linux",
-           "compiler": "gcc", "load": 0.5, "rounds": 5, "minutes": 9.6}
+           "compiler": "gcc", "load": 0.5, "minutes": 9.6}
 
 
 class Programs(unittest.TestCase):
@@ -155,6 +155,11 @@ class Measuring(Programs):
         self.assertEqual(self.diary.read_text().split(),
                          ["copy/ours", "copy/libc", "copy/libc", "copy/ours"])
 
+    def test_no_round_begins_after_the_deadline_but_three_are_done(self):
+        self.program({"copy/ours": (1, 1, 7)})
+        (figures,) = measure.run(self.jobs(table(row("copy"))), 9, 0.01, deadline=0)
+        self.assertEqual(figures["rounds"], 3)
+
     def test_who_gave_up_early_is_measured_again(self):
         self.program({"copy/ours": (600, 1, 7, 2)})
         self.assertEqual(measure.run_once(self.folder / "bench", "copy/ours", "cpu", 0.01),
@@ -217,8 +222,13 @@ class Tables(unittest.TestCase):
     def test_a_missed_aim_has_its_floor_and_reason(self):
         text = self.document(table(row("copy", aims={"libc": 0.3}, note="It rains.")),
                              result(size=1000, ours=50, libc=100))
-        self.assertIn("| title of copy | 1,000 | libc | 0.50 | 0.3 | its floor | It rains. |",
+        self.assertIn("| title of copy | libc | 0.3 | 0.50 (1,000) | its floor | It rains. |",
                       text)
+
+    def test_the_missed_sizes_of_a_job_are_named_together(self):
+        text = self.document(table(row("copy", aims={"libc": 0.5})), result(size=1, libc=99),
+                             result(size=10, libc=200), result(size=100, libc=50))
+        self.assertIn("| 0.51 (1), 1.00 (100) |", text)
 
     def test_an_aim_may_hold_at_some_sizes_only(self):
         text = self.document(table(row("copy", aims={"libc": 0.3}, aim_sizes=(10,))),
