@@ -27,6 +27,13 @@ if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     set_tests_properties(build/size_base64 PROPERTIES FIXTURES_REQUIRED small_library
       ENVIRONMENT "LD_LIBRARY_PATH=${small}/i386")
   endif()
+  # Instructions that the hot functions take, of the whole library as the preset builds it.
+  if(GROUNDWORK_CONF AND GROUNDWORK_CRYPT AND GROUNDWORK_URL AND
+     CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT CMAKE_CXX_FLAGS MATCHES "coverage")
+    add_test(NAME build/instructions
+      COMMAND "${PROJECT_SOURCE_DIR}/bench/instructions/run" --build "${PROJECT_BINARY_DIR}")
+    set_tests_properties(build/instructions PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
+  endif()
   add_test(NAME build/debian_test COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/debian_test.py")
   add_test(NAME build/recipes COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-recipes")
   set_tests_properties(build/build_test build/lint build/debian_test build/recipes
