@@ -346,7 +346,8 @@ Pass::Pass(const Fault& fault, int nth_allocation, bool later_allocations_too)
     : allocations_(nth_allocation, later_allocations_too),
       kind_(fault.effect.kind),
       error_(fault.call != Call::kAny ? fault.effect.error : -1),
-      and_all_later_(fault.and_all_later) {
+      and_all_later_(fault.and_all_later),
+      is_of_memory_(fault.call == Call::kAllocation) {
   allocations_.pause();
   begin_plan(fault);
 }

@@ -42,6 +42,9 @@ class Pass {
     return struck(Call::kAny) + struck(Call::kAllocation) == (struck(these) + ... + 0);
   }
 
+  // Whether the fault is one of memory.
+  bool is_of_memory() const { return is_of_memory_; }
+
   // What the fault does. The error is -1 where all fail, each with its own.
   Effect::Kind kind() const { return kind_; }
   int error() const { return error_; }
@@ -62,6 +65,7 @@ class Pass {
   const Effect::Kind kind_;
   const int error_;
   const bool and_all_later_;
+  const bool is_of_memory_;
 };
 
 // While alive, the calls of this thread are the library's. Nothing else may be called

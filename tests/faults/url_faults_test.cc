@@ -250,12 +250,10 @@ void expand_home(Pass& pass) {
   setenv("HOME", "/home/u", 1);
   EXPECT_STREQ(faulty(pass, [] { return url_expand_home_dir("~/a"); }), "/home/u/a");
   EXPECT_STREQ(faulty(pass, [] { return url_unexpand_home_dir("/home/u/a"); }), "~/a");
+  // Without memory the C library's look-up may lose some of its own.
+  if (pass.is_of_memory()) return;
   const std::string expanded = faulty(pass, [] { return url_expand_home_dir("~root/a"); });
-  if (pass.struck(Call::kGetpwnam)) {
-    EXPECT_EQ(expanded, "~root/a");
-  } else if (pass.struck(Call::kAllocation) == 0) {
-    EXPECT_EQ(expanded, "/root/a");
-  }
+  EXPECT_EQ(expanded, pass.struck(Call::kGetpwnam) ? "~root/a" : "/root/a");
 }
 
 // --- Sockets.
