@@ -9,7 +9,7 @@ import tempfile
 
 INCLUDE = pathlib.Path(__file__).resolve().parent.parent / "core" / "include"
 
-# Prints its private memory in KiB.
+# Prints its private memory in KiB, and waits until it has no more input.
 LINKS_ONLY = r"""
 #include <stdio.h>
 #include <string.h>
@@ -22,6 +22,8 @@ int main(void) {
         sscanf(line, "Private_Dirty: %ld", &value) == 1) sum += value;
   }
   printf("%ld\n", sum);
+  fflush(stdout);
+  getchar();
   return 0;
 }
 """
@@ -63,13 +65,16 @@ def measure(folder, fast_folder):
         work = pathlib.Path(name)
         library = work / "libgroundwork.so.1"
         output("strip", "-o", library, folder / "libgroundwork.so")
-        text, data, bss = map(int, output("size", library).splitlines()[1].split()[:3])
+        sections = dict(re.findall(r"^(\S+)\s+(\d+)", output("size", "-A", library), re.M))
+        code = sum(int(sections.get(name, 0)) for name in (".init", ".plt", ".plt.got", ".text",
+                                                           ".fini"))
         relocations = sum(map(int, re.findall(r"contains (\d+) entr", output(
             "readelf", "-rW", library))))
-        return {"file": library.stat().st_size, "text": text, "data": data, "bss": bss,
+        return {"file": library.stat().st_size, "code": code,
+                "text": int(output("size", library).splitlines()[1].split()[0]),
                 "relocations": relocations, "private": private_memory(work, library),
                 "private_without": private_memory(work),
-                "hash_entry": int(run_program(work, FILLS_HASH, library)),
+                "hash_entry": int(output(build_program(work, FILLS_HASH, library))),
                 # Not those exported by name, which are for applications.
                 "cipher_tables": tables(fast_folder, "crypt/des_common.cc", "crypt/des.cc",
                                         "crypt/d3des.cc"),
@@ -77,23 +82,29 @@ def measure(folder, fast_folder):
 
 
 def tables(folder, *sources):
-    """Bytes of constant tables in the objects of some sources, texts of messages aside."""
+    """Bytes of constant tables in the objects of some sources, texts and names aside."""
     objects = folder / "CMakeFiles" / "groundwork_objects.dir"
     sections = "".join(output("size", "-A", objects / f"{source}.o") for source in sources)
     return sum(int(size) for name, size in re.findall(r"^(\.rodata\S*)\s+(\d+)", sections, re.M)
-               if ".str" not in name and ".cst" not in name)
+               if not re.search(r"\.str|\.cst|kSource", name))
 
 
-def run_program(work, source, *libraries):
-    """What a 32-bit program prints that is linked with libraries, used or not."""
+def build_program(work, source, *libraries):
+    """A 32-bit program that is linked with libraries, used or not."""
     (work / "program.c").write_text(source)
     program = work / "program"
     output("cc", "-m32", "-O2", "-idirafter", "/usr/include/x86_64-linux-gnu", "-I", INCLUDE,
            work / "program.c", "-o", program, "-Wl,--no-as-needed", *libraries,
            f"-Wl,-rpath,{work}")
-    return output(program)
+    return program
 
 
 def private_memory(work, *libraries):
-    """The least of several runs, as the system may keep pages in advance."""
-    return min(int(run_program(work, LINKS_ONLY, *libraries)) for _ in range(3))
+    """Of the second process of a program: what a first one does not share with it."""
+    program = build_program(work, LINKS_ONLY, *libraries)
+    # Pages of a file that is not on the disk yet would count as the process's own.
+    output("sync", program, *libraries)
+    with subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as first:
+        first.stdout.readline()
+        return min(int(subprocess.run([program], stdin=subprocess.DEVNULL, check=True,
+                                      capture_output=True).stdout) for _ in range(3))

@@ -234,15 +234,19 @@ ROWS = {
 }
 
 FOOTPRINT = [
-    SizeRow("text with all that is read only, `-Os`, bytes", "text", 64 * 1024),
+    SizeRow("machine code, `-Os`, bytes", "code", 64 * 1024),
+    SizeRow("with constants, unwind tables and names, bytes", "text",
+            note="taken apart in [size.md](size.md)"),
     SizeRow("relocations", "relocations", 150),
-    SizeRow("private memory of a program that only links it, KiB", "private", 100),
+    SizeRow("private memory of a program that only links it, KiB", "private", 100,
+            note="in the second process of the program, of `smaps`"),
     SizeRow("of the same program without it, KiB", "private_without",
             note="the C library's and the loader's share"),
     SizeRow("stripped file, bytes", "file"),
     SizeRow("memory of a hash table's entry just after the table grew, bytes", "hash_entry", 40),
     SizeRow("tables of both ciphers, `-O2`, bytes", "cipher_tables", 12 * 1024),
-    SizeRow("tables of Base64, `-O2`, bytes", "base64_tables", 8 * 1024),
+    SizeRow("tables of Base64, `-O2`, bytes", "base64_tables", 8 * 1024,
+            note="two of 4 KiB, and the alphabet"),
 ]
 
 PLOTS = [
