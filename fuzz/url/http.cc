@@ -46,6 +46,7 @@ struct Network {
   bool accepts = true;
   bool breaks = false;           // instead of the answer's first byte
   std::size_t longest_send = 1;  // of one call
+  std::size_t longest_receive = 1;
   // What was seen.
   std::string host;
   int port = -1;
@@ -240,6 +241,11 @@ ssize_t send(int, const void* bytes, size_t size, int) {
   return static_cast<ssize_t>(size);
 }
 
+// Large reads pass by the stream's buffer.
+ssize_t recv(int fd, void* bytes, size_t size, int) {
+  return read(fd, bytes, std::min(size, network.longest_receive));
+}
+
 int shutdown(int, int how) noexcept {
   REQUIRE_EQUAL(how, static_cast<int>(SHUT_WR));
   network.sending_ended = true;
@@ -258,6 +264,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   network.accepts = (faults & 4) == 0;
   network.breaks = (faults & 8) != 0;
   network.longest_send = (faults & 16) != 0 ? 7 : 100000;
+  network.longest_receive = (faults & 32) != 0 ? 33 : 100000;
   Question question;
   if ((options & 1) != 0) question.offset = input.int64();
   if ((options & 2) != 0) question.proxy_port = input.word();

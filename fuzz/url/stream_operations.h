@@ -74,7 +74,7 @@ inline void run_operation(Input& input, URL url, StreamModel& model) {
     case 3:
     case 4:
       read_both(url, model, operation % 13,
-                (operation & 0x80) != 0 ? input.word() % 9000 : input.byte());
+                (operation & 0x80) != 0 ? input.word() : input.byte());
       break;
     case 5:
       REQUIRE_EQUAL(url_fgetc(url), model.fgetc());
