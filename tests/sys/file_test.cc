@@ -730,4 +730,28 @@ TEST(FileCancellation, AThreadCancelledWhileItOpensLosesNothing) {
   EXPECT_EQ(lowest_free_descriptor(), expected);
 }
 
+int leave_the_thread(const char*, void*) {
+  pthread_exit(nullptr);
+}
+
+void* read_directory(void* path) {
+  int64_t len;
+  std::free(g_file_read_buf(static_cast<const char*>(path), &len));
+  return path;
+}
+
+TEST(FileCancellation, AThreadThatLeavesWhileAFailedReadIsLoggedLosesNothing) {
+  TemporaryDirectory dir;
+  std::string path = dir.path();  // opens, has a size, and cannot be read
+  const int expected = lowest_free_descriptor();
+  g_debug_set_handler(leave_the_thread, nullptr);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, nullptr, read_directory, path.data()), 0);
+  void* result = path.data();
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  g_debug_set_handler(nullptr, nullptr);
+  EXPECT_EQ(result, nullptr);
+  EXPECT_EQ(lowest_free_descriptor(), expected);
+}
+
 }  // namespace
