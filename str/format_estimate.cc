@@ -496,10 +496,6 @@ bool FormatWalk::spell(const char* modifiers, const char* character,
       if (modifiers != character) return false;
       pieces_.add(character, 1);
       return true;
-    case 'c':
-      if (modifiers != character) return false;
-      pieces_.add_character(static_cast<char>(integer_));
-      return true;
     case 's':
       // A null string has a name that the system formatter knows.
       if (conversion.has(kLong | kPointerSize | kZeroPadding) || string_ == nullptr) {
