@@ -74,45 +74,25 @@ int set_lock(const GFile& file, short type) {
   return fcntl(file.descriptor, F_SETLK, &lock);
 }
 
-// A whole file while it is read, as a cancelled thread leaves it.
-struct Reading {
-  int descriptor;
-  char* buf;
-};
-
-void abandon(void* argument) {
-  const auto* const reading = static_cast<const Reading*>(argument);
-  std::free(reading->buf);
-  if (reading->descriptor != -1) close(reading->descriptor);
-}
-
-// Reads the content and a NUL into `buf`, and closes the descriptor. Null, with `buf`
-// freed, when one read does not give all of it.
-[[gnu::noinline]] char* read_and_close(int descriptor, char* buf, const char* filename,
-                                       int64_t size) {
-  Reading reading{descriptor, buf};
-  pthread_cleanup_push(abandon, &reading);
-  if (read(descriptor, buf, low_half(size)) == size) {
-    buf[size] = '\0';
-  } else {
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
-    reading.buf = nullptr;
-    std::free(buf);
-  }
-  reading.descriptor = -1;  // whoever is cancelled in close() has closed by then
-  close(descriptor);
+// Whether one read gives exactly `size` bytes.
+[[gnu::noinline]] bool read_exactly(GFile* file, char* buf, int64_t size) {
+  int64_t count = 0;
+  pthread_cleanup_push(std::free, buf);
+  count = g_file_read(file, buf, size);
   pthread_cleanup_pop(0);
-  return reading.buf;
+  return count == size;
 }
 
-void report_unopened(const char* filename, int error) {
-  g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
-        std::strerror(error));
-}
-
-// Callers expect no message about a file whose size cannot be had.
-bool readable_size(int64_t size) {
-  return size >= 0 && size <= INT32_MAX;
+// The content of an open file and a NUL; null when that cannot be had.
+char* read_content(GFile* file, const char* filename, int64_t size) {
+  Owned<char> buf(static_cast<char*>(allocate(low_half(size) + 1, __LINE__)));
+  if (buf == nullptr) return nullptr;
+  if (!read_exactly(file, buf.get(), size)) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
+    return nullptr;
+  }
+  buf.get()[size] = '\0';
+  return buf.release();
 }
 
 }  // namespace
@@ -122,7 +102,8 @@ extern "C" GFile* g_file_open(const char* filename, int mode) {
   Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
   if (file == nullptr) return nullptr;
   if (!open_cell(file.get(), filename, mode)) {
-    report_unopened(filename, errno);
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
+          std::strerror(errno));
     return nullptr;
   }
   if (mode == 1) g_file_seek(file.get(), 0, SEEK_SET);
@@ -188,24 +169,15 @@ extern "C" char* g_file_exist_path(const char* dir, const char* filename) {
 extern "C" char* g_file_read_buf(const char* filename, int64_t* len) {
   CHECK_ARG(filename != NULL, nullptr);
   CHECK_ARG(len != NULL, nullptr);
-  // The size is that of the open descriptor, which saves the second walk along the path.
-  const int descriptor = open_descriptor(filename, 0);
-  if (descriptor == -1) {
-    const int error = errno;
-    if (readable_size(g_file_size(filename))) report_unopened(filename, error);
-    return nullptr;
-  }
-  struct stat status;
+  const int64_t size = g_file_size(filename);
+  if (size < 0 || size > INT32_MAX) return nullptr;  // callers expect no message here
+  GFile* const file = g_file_open(filename, 0);
+  if (file == nullptr) return nullptr;
   char* buf = nullptr;
-  if (fstat(descriptor, &status) == 0 && readable_size(status.st_size)) {
-    buf = static_cast<char*>(allocate(low_half(status.st_size) + 1, __LINE__));
-  }
-  if (buf == nullptr) {
-    close(descriptor);
-    return nullptr;
-  }
-  buf = read_and_close(descriptor, buf, filename, status.st_size);
-  if (buf != nullptr) *len = status.st_size;
+  pthread_cleanup_push(close_cancelled_file, file);
+  buf = read_content(file, filename, size);
+  pthread_cleanup_pop(1);
+  if (buf != nullptr) *len = size;
   return buf;
 }
 

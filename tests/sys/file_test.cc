@@ -594,7 +594,7 @@ TEST(FileReadBuf, ExhaustedHeapIsReportedAndLeavesNothingOpen) {
   const int expected = lowest_free_descriptor();
   LogCapture log;
   {
-    AllocationFaults faults(1);
+    AllocationFaults faults(2);
     int64_t len;
     EXPECT_EQ(g_file_read_buf(path.c_str(), &len), nullptr);
   }
