@@ -159,11 +159,11 @@ void read_whole(Pass& pass) {
   std::int64_t length = -7;
   char* const text = faulty(pass, [&] { return g_file_read_buf("file", &length); });
   EXPECT_EQ(text == nullptr,
-            pass.struck(Call::kFstat, Call::kOpen, Call::kAllocation, Call::kRead) != 0);
+            pass.struck(Call::kStat, Call::kOpen, Call::kAllocation, Call::kRead) != 0);
   EXPECT_EQ(length, text == nullptr ? -7 : 10);
   if (text != nullptr) {
     EXPECT_STREQ(text, "0123456789");
-  } else if (pass.struck(Call::kStat, Call::kFstat) == 0) {
+  } else if (pass.struck(Call::kStat) == 0) {
     EXPECT_EQ(pass.reports(), 1);  // a file without a size is none, without a word
   }
   std::free(text);
