@@ -20,7 +20,9 @@ PACKAGECONFIG[url] = "-DGROUNDWORK_URL=ON,-DGROUNDWORK_URL=OFF"
 PACKAGECONFIG[tools] = "-DGROUNDWORK_TOOLS=ON,-DGROUNDWORK_TOOLS=OFF"
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DGROUNDWORK_EXAMPLES=OFF"
 
-# There is no ptest yet: the test programs are many and bring GoogleTest along.
+# No ptest here: groundwork-selftest, the suite as one static program with TAP output, is built from
+# GoogleTest's sources (-DBUILD_TESTING=ON -DGROUNDWORK_GOOGLETEST_DIR=...), which no recipe of the
+# core layers installs. A layer that has them runs `groundwork-selftest` as its run-ptest.
 
 # Tested with glibc alone.
 COMPATIBLE_HOST:libc-musl = "null"
