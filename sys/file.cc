@@ -88,6 +88,7 @@ char* read_content(GFile* file, const char* filename, int64_t size) {
   Owned<char> buf(static_cast<char*>(allocate(low_half(size) + 1, __LINE__)));
   if (buf == nullptr) return nullptr;
   if (!read_exactly(file, buf.get(), size)) {
+    buf.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
     return nullptr;
   }
