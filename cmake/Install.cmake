@@ -3,7 +3,8 @@
 # installed files are relative to them, so a prefix can be moved.
 include(CMakePackageConfigHelpers)
 
-install(DIRECTORY core/include/groundwork url/include/groundwork
+install(DIRECTORY core/include/groundwork url/include/groundwork safe/include/groundwork
+    cpp/include/groundwork
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 install(TARGETS groundwork EXPORT groundwork-targets

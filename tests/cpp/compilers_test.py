@@ -41,7 +41,8 @@ class Compilers(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = pathlib.Path(folder.name)
-        self.includes = [f"-I{SOURCE}/core/include", f"-I{SOURCE}/url/include"]
+        self.includes = [f"-I{SOURCE}/{folder}/include"
+                         for folder in ("core", "url", "safe", "cpp")]
 
     def test_the_tour_runs_however_it_is_compiled(self):
         options = (("-std=c++17",), ("-std=c++20", "-fno-exceptions", "-fno-rtti"))

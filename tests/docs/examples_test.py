@@ -146,7 +146,8 @@ class Examples(Case):
         source.write_text(text, encoding="utf-8")
         program = self.folder / "example"
         run(*COMPILERS[language], *FLAGS, *WARNINGS, f"-I{SOURCE}/core/include",
-            f"-I{SOURCE}/url/include", source, "-o", program, f"-L{BUILD}", "-lgroundwork",
+            *(f"-I{SOURCE}/{folder}/include" for folder in ("url", "safe", "cpp")),
+            source, "-o", program, f"-L{BUILD}", "-lgroundwork",
             f"-Wl,-rpath,{BUILD}")
         return program
 

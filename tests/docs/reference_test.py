@@ -48,8 +48,8 @@ class Reference(unittest.TestCase):
         cls.folder = pathlib.Path(folder.name) / "reference"
         cls.built = run(SOURCE / "scripts/docs", "--no-setup", cls.folder)
         lines = EXPORTS.read_text(encoding="ascii").splitlines()
-        cls.functions = [line.split()[0] for line in lines if line.endswith(" function")]
-        cls.data = [line.split()[0] for line in lines if line.endswith(" data")]
+        cls.functions = [line.split()[0] for line in lines if line.split()[1] == "function"]
+        cls.data = [line.split()[0] for line in lines if line.split()[1] == "data"]
         cls.pages = sorted((cls.folder / "man/man3").glob("*.3"))
 
     def page(self, name):
@@ -128,7 +128,7 @@ class Reference(unittest.TestCase):
 
     def test_a_missing_description_fails_the_build(self):
         copy = self.folder / "copy"
-        for part in ("docs", "scripts", "core", "url"):
+        for part in ("docs", "scripts", "core", "url", "safe", "cpp"):
             shutil.copytree(SOURCE / part, copy / part)
         shutil.copy(SOURCE / "CMakeLists.txt", copy)
         header = copy / "core/include/groundwork/fifo.h"
