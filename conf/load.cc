@@ -6,14 +6,12 @@
 #include <groundwork/file.h>
 #include <groundwork/memory.h>
 
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 #include "conf/file_text.h"
+#include "conf/line.h"
 #include "conf/model.h"
-#include "conf/name.h"
 #include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
@@ -58,44 +56,21 @@ Owned<char> read_locked(const char* filename) {
   return text;
 }
 
-// Where the first `mark` of a line is; its end without one.
-std::size_t position_of(std::string_view line, char mark) {
-  const void* const found = std::memchr(line.data(), mark, line.size());
-  return found != nullptr
-             ? static_cast<std::size_t>(static_cast<const char*>(found) - line.data())
-             : line.size();
-}
-
-std::string_view between(std::string_view line, std::size_t from, std::size_t to) {
-  return {line.data() + from, to - from};
-}
-
-// Only the first character of a line is looked at: an indented "[x]" or "#" is no header
-// and no comment. False when memory is exhausted.
-bool load_line(GConf* conf, GConfSection*& current, std::string_view line) {
-  if (line.empty() || line.front() == '#') return true;
-  if (line.front() == '[') {
-    const std::size_t end = position_of(line, ']');
-    // A header that is not closed leaves the section as it was.
-    if (end == line.size()) return true;
-    current = load_section(conf, between(line, 1, end));
+// False when memory is exhausted.
+bool load_line(GConf* conf, GConfSection*& current, const Line& line) {
+  if (line.kind == Line::Kind::kHeader) {
+    current = load_section(conf, line.name);
     return current != nullptr;
   }
-  if (current == nullptr) return true;
-  const std::size_t equals = position_of(line, '=');
-  if (equals == line.size()) return true;
-  return load_entry(current, trimmed(between(line, 0, equals)),
-                    trimmed(between(line, equals + 1, line.size())));
+  if (line.kind == Line::Kind::kIgnored || current == nullptr) return true;
+  return load_entry(current, line.name, line.value);
 }
 
 bool load_text(GConf* conf, std::string_view text) {
   GConfSection* current = nullptr;
-  for (;;) {
-    const std::size_t end = position_of(text, '\n');
-    if (!load_line(conf, current, between(text, 0, end))) return false;
-    if (end == text.size()) return true;
-    text.remove_prefix(end + 1);
-  }
+  return for_each_line_of(text, [&](std::string_view line) {
+    return load_line(conf, current, parse_line(line));
+  });
 }
 
 }  // namespace
