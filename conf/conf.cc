@@ -8,7 +8,6 @@
 #include <groundwork/package.h>
 
 #include <algorithm>
-#include <atomic>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -18,26 +17,16 @@
 #include <pthread.h>
 
 #include "conf/callbacks.h"
-#include "conf/file_text.h"
+#include "conf/load.h"
 #include "conf/model.h"
-#include "conf/name.h"
+#include "conf/name_compare.h"
+#include "conf/write.h"
 #include "core/check.h"
 #include "thread/mutex_lock.h"
 
 using namespace groundwork;
 
 namespace {
-
-constexpr auto relaxed = std::memory_order_relaxed;
-
-// The flag is set after the mutex was released, by any thread that writes.
-void set_dirty(GConf* conf, int dirty) {
-  std::atomic_ref(conf->dirty).store(dirty, relaxed);
-}
-
-bool is_dirty(GConf* conf) {
-  return std::atomic_ref(conf->dirty).load(relaxed) != 0;
-}
 
 // The paths of the default file. Kept: each is made from the package name of the moment it
 // is first needed, and a later name does not change it.

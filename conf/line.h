@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "conf/name.h"
+#include "conf/trim.h"
 
 namespace groundwork {
 

@@ -3,13 +3,17 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include "conf/load.h"
+
 #include <groundwork/file.h>
 #include <groundwork/memory.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
-#include "conf/file_text.h"
+#include "conf/fingerprint.h"
 #include "conf/line.h"
 #include "conf/model.h"
 #include "core/cancellation.h"
@@ -19,32 +23,38 @@
 namespace groundwork {
 namespace {
 
+// A file's text with a NUL after it; null when it could not be read.
+struct Text {
+  Owned<char> block;
+  std::size_t size = 0;
+};
+
 // Room for `size` bytes and a NUL. Null for a size that no single read could give.
 Owned<char> new_buffer(std::int64_t size) {
   if (size < 0 || size >= INT32_MAX) return nullptr;
   return Owned<char>(static_cast<char*>(g_malloc(static_cast<unsigned>(size) + 1)));
 }
 
-// The text of a locked file; null unless it has exactly the size that its path shows.
-Owned<char> read_text(GFile* file, const char* filename) {
+// The text of a locked file, if it has exactly the size that its path shows.
+Text read_text(GFile* file, const char* filename) {
   const std::int64_t size = g_file_size(filename);
-  Owned<char> text = new_buffer(size);
-  if (text == nullptr || g_file_read(file, text.get(), size) != size) {
+  Owned<char> block = new_buffer(size);
+  if (block == nullptr || g_file_read(file, block.get(), size) != size) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
-    return nullptr;
+    return {};
   }
-  text.get()[size] = '\0';
-  return text;
+  block.get()[size] = '\0';
+  return {std::move(block), static_cast<std::size_t>(size)};
 }
 
-Owned<char> read_locked(const char* filename) {
+Text read_locked(const char* filename) {
   const CancellationHeld held;
   GFile* const file = g_file_open(filename, 0);
   if (file == nullptr) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s'.", filename);
-    return nullptr;
+    return {};
   }
-  Owned<char> text;
+  Text text;
   if (g_file_lock_read(file) < 0) {
     // Kept: the closing quote is missing in the message that is matched in log files.
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read lock for '%s.", filename);
@@ -75,16 +85,27 @@ bool load_text(GConf* conf, std::string_view text) {
 
 }  // namespace
 
+GConf* parse_conf(const char* filename, const char* text, std::size_t size) {
+  GConf* const conf = new_conf(filename);
+  if (conf == nullptr) return nullptr;
+  // A NUL in the file ends its text.
+  if (!load_text(conf, text)) {
+    free_conf(conf);
+    return nullptr;
+  }
+  set_file_content(conf, {FileContent::kText, fingerprint_of(text, size)});
+  return conf;
+}
+
 GConf* load_conf(const char* filename) {
   CHECK_ARG(filename != NULL, nullptr);
-  const Owned<char> text = read_locked(filename);
-  if (text == nullptr) return nullptr;
-  GConf* const conf = new_conf(filename);
-  // A NUL in the file ends its text.
-  if (conf != nullptr && load_text(conf, text.get())) return conf;
-  g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
-  if (conf != nullptr) free_conf(conf);
-  return nullptr;
+  const Text text = read_locked(filename);
+  if (text.block == nullptr) return nullptr;
+  GConf* const conf = parse_conf(filename, text.block.get(), text.size);
+  if (conf == nullptr) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
+  }
+  return conf;
 }
 
 }  // namespace groundwork

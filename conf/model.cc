@@ -1,6 +1,4 @@
-// Records, larger than their public part. One block holds a record, what is hidden behind
-// it and its name; for an entry also its first value. So loading costs two blocks a key,
-// the record and its node, and the text of a key stands beside the pointers to it.
+// The lists of a conf: finding, storing and removing.
 //
 // SPDX-License-Identifier: MIT
 
@@ -9,135 +7,26 @@
 #include <groundwork/callback.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
-#include <utility>
 
-#include "conf/name.h"
 #include "conf/name_index.h"
+#include "conf/record.h"
+#include "conf/trim.h"
 #include "core/owned.h"
 
 namespace groundwork {
 namespace {
 
-struct Entry {
-  GConfEntry shown;
-  Hidden hidden;
-};
-
-struct Section {
-  GConfSection shown;
-  Hidden hidden;
-  NameIndex entries{sizeof(Entry)};
-};
-
-struct Conf {
-  GConf shown;
-  NameIndex sections{sizeof(Section)};
-};
-
-static_assert(offsetof(GConfEntry, key) == 0 &&
-              offsetof(GConfEntry, value) == sizeof(void*) &&
-              offsetof(Entry, hidden) == kHiddenOffset);
-static_assert(offsetof(GConfSection, name) == 0 &&
-              offsetof(GConfSection, entries) == sizeof(void*) &&
-              offsetof(Section, hidden) == kHiddenOffset);
-static_assert(offsetof(GConf, filename) == 0 &&
-              offsetof(GConf, sections) == sizeof(void*) &&
-              offsetof(GConf, dirty) == 2 * sizeof(void*) &&
-              offsetof(GConf, mutex) == 3 * sizeof(void*) &&
-              offsetof(GConf, callbacks) == 4 * sizeof(void*));
-
-// Where the text of a whole record begins: its name.
-template <typename Whole>
-char* text_of(Whole* whole) {
-  return reinterpret_cast<char*>(whole + 1) + kNameGap;
-}
-
-// The whole record behind the public part; null for a record that a program made itself or
-// whose name it replaced. Compares addresses before it looks behind the public part.
-template <typename Whole, typename Shown>
-Whole* whole_of(const Shown* shown, const char* name) {
-  const auto own_name = reinterpret_cast<std::uintptr_t>(shown) + sizeof(Whole) + kNameGap;
-  if (reinterpret_cast<std::uintptr_t>(name) != own_name) return nullptr;
-  return reinterpret_cast<Whole*>(const_cast<Shown*>(shown));
-}
-
-Entry* whole(const GConfEntry* entry) {
-  return whole_of<Entry>(entry, entry->key);
-}
-
+// The index of a list; null for that of a record of a program's own.
 NameIndex* index_of(const GConfSection* section) {
-  Section* const own = whole_of<Section>(section, section->name);
-  return own != nullptr ? &own->entries : nullptr;
+  Section* const whole = whole_of<Section>(section);
+  return whole != nullptr ? &whole->entries : nullptr;
 }
 
 NameIndex* index_of(const GConf* conf) {
-  Conf* const own = whole_of<Conf>(conf, conf->filename);
-  return own != nullptr ? &own->sections : nullptr;
-}
-
-// Copies with a NUL; returns the place behind it.
-char* put(char* at, std::string_view text) {
-  if (!text.empty()) std::memcpy(at, text.data(), text.size());
-  at[text.size()] = '\0';
-  return at + text.size() + 1;
-}
-
-// A block for a record and its texts, which may be the same huge string twice.
-template <typename Whole>
-Whole* allocate_whole(std::string_view name, std::string_view value = {}) {
-  std::size_t size = sizeof(Whole) + kNameGap + 2;  // two NULs
-  if (__builtin_add_overflow(size, name.size(), &size)) return nullptr;
-  if (__builtin_add_overflow(size, value.size(), &size)) return nullptr;
-  return static_cast<Whole*>(std::malloc(size));
-}
-
-Entry* new_entry(std::string_view key, std::string_view value) {
-  Entry* const entry = allocate_whole<Entry>(key, value);
-  if (entry == nullptr) return nullptr;
-  char* const value_text = put(text_of(entry), key);
-  put(value_text, value);
-  return new (entry) Entry{{text_of(entry), value_text}, {nullptr, key.size()}};
-}
-
-Section* new_section(std::string_view name) {
-  Section* const section = allocate_whole<Section>(name);
-  if (section == nullptr) return nullptr;
-  put(text_of(section), name);
-  return new (section) Section{{text_of(section), nullptr}, {nullptr, name.size()}};
-}
-
-// Whether the value is the one that the entry was made with, in the entry's own block.
-bool has_first_value(const GConfEntry* entry) {
-  const Entry* const own = whole(entry);
-  return own != nullptr && entry->value == entry->key + own->hidden.name_length + 1;
-}
-
-void free_entry(GConfEntry* entry) {
-  if (!has_first_value(entry)) std::free(entry->value);
-  if (whole(entry) == nullptr) std::free(entry->key);
-  std::free(entry);
-}
-
-void free_entries(GConfSection* section) {
-  for (GList* node = section->entries; node != nullptr; node = node->next) {
-    free_entry(static_cast<GConfEntry*>(node->data));
-  }
-  g_list_free(section->entries);
-}
-
-void free_section(GConfSection* section) {
-  free_entries(section);
-  if (NameIndex* const index = index_of(section); index != nullptr) {
-    index->clear();
-  } else {
-    std::free(section->name);
-  }
-  std::free(section);
+  Conf* const whole = whole_of<Conf>(conf);
+  return whole != nullptr ? &whole->sections : nullptr;
 }
 
 // A node for a record, linked to nothing.
@@ -145,7 +34,6 @@ GList* new_node(void* record) {
   return g_list_append(nullptr, record);
 }
 
-// Links a node at the end. A record of a program's own has no index for its list.
 void link_last(GList*& list, NameIndex* index, GList* node) {
   if (index != nullptr) {
     index->append(list, node);
@@ -155,6 +43,11 @@ void link_last(GList*& list, NameIndex* index, GList* node) {
   } else {
     list = node;
   }
+}
+
+void append(GList*& list, NameIndex* index, GList* node) {
+  if (index != nullptr) index->renew(list);
+  link_last(list, index, node);
 }
 
 void unlink(GList*& list, NameIndex* index, void* record) {
@@ -187,39 +80,10 @@ inline std::string_view trimmed_value(const GConfEntry* entry) {
 bool replace_value(GConfEntry* entry, std::string_view value, char** former) {
   auto* const copy = static_cast<char*>(std::malloc(value.size() + 1));
   if (copy == nullptr) return false;
-  put(copy, value);
-  *former = has_first_value(entry) ? nullptr : entry->value;
-  entry->value = copy;
+  if (!value.empty()) std::memcpy(copy, value.data(), value.size());
+  copy[value.size()] = '\0';
+  *former = exchange_value(entry, copy);
   return true;
-}
-
-// An entry and its node, to be linked later.
-GList* new_entry_node(std::string_view key, std::string_view value) {
-  Owned<Entry> entry(new_entry(key, value));
-  GList* const node = entry != nullptr ? new_node(entry.get()) : nullptr;
-  if (node != nullptr) entry.release();
-  return node;
-}
-
-GList* new_section_node(std::string_view name) {
-  Owned<Section> section(new_section(name));
-  GList* const node = section != nullptr ? new_node(section.get()) : nullptr;
-  if (node != nullptr) section.release();
-  return node;
-}
-
-GConfSection* section_in(const GList* node) {
-  return static_cast<GConfSection*>(node->data);
-}
-
-void free_section_node(GList* node) {
-  free_section(section_in(node));
-  std::free(node);
-}
-
-void destroy_callbacks(void* key, void* callbacks) {
-  std::free(key);
-  g_callback_free(static_cast<GCallback*>(callbacks));
 }
 
 // Adds a key, in a section of that name that is found, or made when `section` is null.
@@ -234,22 +98,22 @@ bool add_entry(GConf* conf, GConfSection* section, const char* name, std::string
   }
   if (section_node != nullptr) {
     section = section_in(section_node);
-    NameIndex* const sections = index_of(conf);
-    if (sections != nullptr) sections->renew(conf->sections);
-    link_last(conf->sections, sections, section_node);
+    append_section(conf, section_node);
   }
-  NameIndex* const entries = index_of(section);
-  if (entries != nullptr) entries->renew(section->entries);
-  link_last(section->entries, entries, entry_node);
+  append_entry(section, entry_node);
   return true;
+}
+
+void destroy_callbacks(void* key, void* callbacks) {
+  std::free(key);
+  g_callback_free(static_cast<GCallback*>(callbacks));
 }
 
 }  // namespace
 
 GConf* new_conf(const char* filename) {
-  Owned<Conf> conf(allocate_whole<Conf>(filename));
+  Owned<Conf> conf(new_conf_record(filename));
   if (conf == nullptr) return nullptr;
-  put(text_of(conf.get()), filename);
   GMutex* const mutex = g_thread_mutex_new();
   if (mutex == nullptr) return nullptr;
   GHash* const callbacks = g_hash_new(8, g_hash_str, g_hash_str_equal, destroy_callbacks);
@@ -257,23 +121,20 @@ GConf* new_conf(const char* filename) {
     g_thread_mutex_free(mutex);
     return nullptr;
   }
-  new (conf.get()) Conf{{text_of(conf.get()), nullptr, 0, mutex, callbacks}};
+  conf->shown.mutex = mutex;
+  conf->shown.callbacks = callbacks;
+  conf->file_content.state = FileContent::kNoFile;
   return &conf.release()->shown;
 }
 
-void free_conf(GConf* conf) {
-  for (GList* node = conf->sections; node != nullptr; node = node->next) {
-    free_section(section_in(node));
-  }
-  g_list_free(conf->sections);
-  if (NameIndex* const index = index_of(conf); index != nullptr) {
-    index->clear();
-  } else {
-    std::free(conf->filename);
-  }
-  g_thread_mutex_free(conf->mutex);
-  g_hash_free(conf->callbacks);
-  std::free(conf);
+FileContent file_content(const GConf* conf) {
+  const Conf* const whole = whole_of<Conf>(conf);
+  return whole != nullptr ? whole->file_content : FileContent();
+}
+
+void set_file_content(GConf* conf, const FileContent& content) {
+  Conf* const whole = whole_of<Conf>(conf);
+  if (whole != nullptr) whole->file_content = content;
 }
 
 GConfSection* find_section(const GConf* conf, std::string_view name) {
@@ -345,6 +206,44 @@ void remove_section(GConf* conf, GConfSection* section) {
 void remove_entry(GConfSection* section, GConfEntry* entry) {
   unlink(section->entries, index_of(section), entry);
   free_entry(entry);
+}
+
+GList* new_section_node(std::string_view name) {
+  Owned<Section> section(new_section(name));
+  GList* const node = section != nullptr ? new_node(section.get()) : nullptr;
+  if (node != nullptr) section.release();
+  return node;
+}
+
+GList* new_entry_node(std::string_view key, std::string_view value) {
+  Owned<Entry> entry(new_entry(key, value));
+  GList* const node = entry != nullptr ? new_node(entry.get()) : nullptr;
+  if (node != nullptr) entry.release();
+  return node;
+}
+
+void free_section_node(GList* node) {
+  free_section(section_in(node));
+  std::free(node);
+}
+
+void free_entry_node(GList* node) {
+  free_entry(entry_in(node));
+  std::free(node);
+}
+
+void append_section(GConf* conf, GList* node) {
+  append(conf->sections, index_of(conf), node);
+}
+
+void append_entry(GConfSection* section, GList* node) {
+  append(section->entries, index_of(section), node);
+}
+
+char* exchange_value(GConfEntry* entry, char* value) {
+  char* const former = entry->value;
+  entry->value = value;
+  return shares_block(former) ? nullptr : former;
 }
 
 }  // namespace groundwork

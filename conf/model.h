@@ -1,13 +1,19 @@
-// The records of an open configuration and what may be done to them. Nothing here locks or
-// logs; every function leaves all as it was when memory is exhausted.
+// An open configuration and what may be done to it. Nothing here locks or logs; every
+// function leaves all as it was when memory is exhausted.
+//
+// A conf is walked as programs walk it: along conf->sections and section->entries.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_MODEL_H
 #define GROUNDWORK_CONF_MODEL_H
 
 #include <groundwork/conf.h>
+#include <groundwork/list.h>
 
+#include <atomic>
 #include <string_view>
+
+#include "conf/fingerprint.h"
 
 namespace groundwork {
 
@@ -17,6 +23,18 @@ inline constexpr char kSource[] = "g_conf";
 // An empty conf for a file, not dirty; null when memory is exhausted.
 GConf* new_conf(const char* filename);
 void free_conf(GConf* conf);
+
+// The flag is set after the mutex was released, by any thread that writes.
+inline void set_dirty(GConf* conf, int dirty) {
+  std::atomic_ref(conf->dirty).store(dirty, std::memory_order_relaxed);
+}
+inline bool is_dirty(GConf* conf) {
+  return std::atomic_ref(conf->dirty).load(std::memory_order_relaxed) != 0;
+}
+
+// What the file held when this conf last loaded or wrote it.
+FileContent file_content(const GConf* conf);
+void set_file_content(GConf* conf, const FileContent& content);
 
 GConfSection* find_section(const GConf* conf, std::string_view name);
 GConfEntry* find_entry(const GConfSection* section, std::string_view key);
@@ -39,6 +57,31 @@ Stored store(GConf* conf, const char* section, std::string_view key, const char*
 
 void remove_section(GConf* conf, GConfSection* section);
 void remove_entry(GConfSection* section, GConfEntry* entry);
+
+// The same in two steps, for changes that must be done whole or not at all: first all that
+// needs memory, then all that cannot fail.
+
+// A node with a new record, in no list yet; null when memory is exhausted. The names are
+// those that no record of the list has yet; key and value are trimmed.
+GList* new_section_node(std::string_view name);
+GList* new_entry_node(std::string_view key, std::string_view value);
+void free_section_node(GList* node);  // with its entries
+void free_entry_node(GList* node);
+
+inline GConfSection* section_in(const GList* node) {
+  return static_cast<GConfSection*>(node->data);
+}
+inline GConfEntry* entry_in(const GList* node) {
+  return static_cast<GConfEntry*>(node->data);
+}
+
+// At the end of the list, which programs may have seen and changed.
+void append_section(GConf* conf, GList* node);
+void append_entry(GConfSection* section, GList* node);
+
+// Gives an entry a trimmed value, a block from malloc() that the conf owns from then on.
+// The former one when that is a block of its own, for the caller to free; else null.
+char* exchange_value(GConfEntry* entry, char* value);
 
 }  // namespace groundwork
 

@@ -9,49 +9,34 @@
 #include <cstdlib>
 #include <utility>
 
-#include "conf/name.h"
+#include "conf/name_compare.h"
+#include "conf/name_hash.h"
+#include "conf/record.h"
 
 using namespace groundwork;
 
 namespace {
-
-const char* name_of(const void* record) {
-  return *static_cast<const char* const*>(record);
-}
-
-Hidden& hidden_of(void* record) {
-  return *reinterpret_cast<Hidden*>(static_cast<char*>(record) + kHiddenOffset);
-}
-
-const Hidden& hidden_of(const void* record) {
-  return *reinterpret_cast<const Hidden*>(static_cast<const char*>(record) + kHiddenOffset);
-}
-
-// Whether a record is the library's own, given how far behind it such a one has its name.
-bool is_ours(const void* record, std::size_t name_offset) {
-  return name_of(record) == static_cast<const char*>(record) + name_offset;
-}
 
 [[gnu::cold, gnu::noinline]] bool programs_own_has_name(const void* record,
                                                         std::string_view name) {
   return same_name(name_of(record), name);
 }
 
-inline bool has_name(const void* record, std::size_t name_offset, std::string_view name) {
-  if (!is_ours(record, name_offset)) return programs_own_has_name(record, name);
-  return same_name({name_of(record), hidden_of(record).name_length}, name);
+inline bool has_name(void* record, std::size_t texts, std::string_view name) {
+  if (!is_own(record, texts)) return programs_own_has_name(record, name);
+  return same_name(own_name_of(record), name);
 }
 
-inline void* walk(const GList* list, std::size_t name_offset, std::string_view name) {
+inline void* walk(const GList* list, std::size_t texts, std::string_view name) {
   for (; list != nullptr; list = list->next) {
-    if (has_name(list->data, name_offset, name)) return list->data;
+    if (has_name(list->data, texts, name)) return list->data;
   }
   return nullptr;
 }
 
 // Of a record of the library's own.
-std::uint32_t hash_of(const void* record) {
-  return hash_name({name_of(record), hidden_of(record).name_length});
+std::uint32_t hash_of(void* record) {
+  return hash_name(own_name_of(record));
 }
 
 // Whether a table of that capacity is as full as it may get.
@@ -67,7 +52,7 @@ inline void* NameIndex::probe(std::string_view name) const {
     const Slot& slot = slots_[at];
     if (slot.record == nullptr) return nullptr;
     // The name is compared even so: two names may share a hash.
-    if (slot.hash == hash && has_name(slot.record, name_offset_, name)) return slot.record;
+    if (slot.hash == hash && has_name(slot.record, texts_, name)) return slot.record;
   }
 }
 
@@ -79,7 +64,7 @@ void* NameIndex::find(const NameIndex* index, const GList* list, std::string_vie
     void* const record = index->probe(name);
     if (record != nullptr || index->in_step(list)) return record;
   }
-  return walk(list, index->name_offset_, name);
+  return walk(list, index->texts_, name);
 }
 
 bool NameIndex::in_step(const GList* list) const {
@@ -103,7 +88,7 @@ void NameIndex::append(GList*& list, GList* node) {
   node->prev = tail_;
   (tail_ != nullptr ? tail_->next : list) = node;
   tail_ = node;
-  hidden_of(node->data).node = node;
+  link_of(node->data).node = node;
   ++count_;
   if (slots_ == nullptr) {
     if (count_ > kWalked) build(list);
@@ -118,11 +103,11 @@ void NameIndex::append(GList*& list, GList* node) {
 
 void NameIndex::remove(GList*& list, void* record) {
   // A program may have exchanged what the nodes hold: then no note is to be trusted.
-  if (slots_ != nullptr && hidden_of(record).node->data != record) rebuild(list);
+  if (slots_ != nullptr && link_of(record).node->data != record) rebuild(list);
   GList* node;
   if (slots_ != nullptr) {
     erase(hash_of(record), record);
-    node = hidden_of(record).node;
+    node = link_of(record).node;
   } else {
     node = g_list_find(list, record);
   }
@@ -149,11 +134,11 @@ void NameIndex::build(GList* list) {
   if (!resize(capacity)) return;
   head_ = list;
   for (; list != nullptr; list = list->next) {
-    if (!is_ours(list->data, name_offset_)) {
+    if (!is_own(list->data, texts_)) {
       std::free(std::exchange(slots_, nullptr));
       return;
     }
-    hidden_of(list->data).node = list;
+    link_of(list->data).node = list;
     insert(hash_of(list->data), list->data);
   }
 }

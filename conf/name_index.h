@@ -27,23 +27,11 @@
 
 namespace groundwork {
 
-// A record, public part first, begins with the pointer to its name. In a record made by the
-// library the hidden part follows the two public fields, and the name stands in the same
-// block, kNameGap bytes behind the whole record: that is how it is told from a program's
-// own record, of which nothing beyond the public fields may be read. The gap makes the
-// distance odd, as that of two blocks from the heap never is.
-constexpr std::size_t kNameGap = 1;
-struct Hidden {
-  GList* node;  // that holds the record
-  std::size_t name_length;
-};
-constexpr std::size_t kHiddenOffset = 2 * sizeof(void*);
-
 class NameIndex {
  public:
-  // `record_size`: of the whole record that the library makes for this list.
-  explicit constexpr NameIndex(std::size_t record_size)
-      : name_offset_(static_cast<std::uint32_t>(record_size + kNameGap)) {}
+  // `texts`: where the texts are in the block of the library's own records of this list.
+  explicit constexpr NameIndex(std::size_t texts)
+      : texts_(static_cast<std::uint32_t>(texts)) {}
 
   // The first record of that name, or null. Walks when `index` is null.
   static void* find(const NameIndex* index, const GList* list, std::string_view name);
@@ -87,7 +75,7 @@ class NameIndex {
   std::uint32_t count_ = 0;
   GList* head_ = nullptr;  // of the list that the table describes
   GList* tail_ = nullptr;
-  std::uint32_t name_offset_;
+  std::uint32_t texts_;
 };
 
 }  // namespace groundwork

@@ -3,18 +3,18 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include "conf/write.h"
+
 #include <groundwork/file.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
-#include "conf/file_text.h"
+#include "conf/fingerprint.h"
 #include "conf/model.h"
 #include "core/cancellation.h"
 #include "core/check.h"
-#include "core/copy_text.h"
 
 namespace groundwork {
 namespace {
@@ -35,53 +35,6 @@ bool for_each_line(const GConf* conf, Add add) {
     if (!add("", "", "", "\n")) return false;
   }
   return true;
-}
-
-// Text that grows as it is added to.
-class TextBuffer {
- public:
-  TextBuffer() = default;
-  ~TextBuffer() { std::free(text_); }
-  TextBuffer(const TextBuffer&) = delete;
-  TextBuffer& operator=(const TextBuffer&) = delete;
-
-  // False when memory is exhausted.
-  bool add(std::string_view text) {
-    if (text.size() > capacity_ - size_ && !grow(text.size())) return false;
-    copy_text(text_ + size_, text.data(), text.size());
-    size_ += text.size();
-    return true;
-  }
-
-  const char* text() const { return text_; }
-  std::size_t size() const { return size_; }
-
- private:
-  bool grow(std::size_t more) {
-    std::size_t needed = 0;
-    std::size_t capacity = capacity_ != 0 ? capacity_ : 2048;
-    if (__builtin_add_overflow(size_, more, &needed)) return false;
-    while (capacity < needed) {
-      if (__builtin_mul_overflow(capacity, std::size_t{2}, &capacity)) return false;
-    }
-    auto* const grown = static_cast<char*>(std::realloc(text_, capacity));
-    if (grown == nullptr) return false;
-    text_ = grown;
-    capacity_ = capacity;
-    return true;
-  }
-
-  char* text_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
-};
-
-bool format(const GConf* conf, TextBuffer& buffer) {
-  return for_each_line(conf, [&buffer](std::string_view first, std::string_view separator,
-                                       std::string_view second, std::string_view end) {
-    return buffer.add(first) && buffer.add(separator) && buffer.add(second) &&
-           buffer.add(end);
-  });
 }
 
 // Goes on after a write that took `written` bytes, or failed: the line that it broke off in
@@ -113,21 +66,35 @@ void write_in_pieces(GFile* file, const GConf* conf) {
   });
 }
 
-void write_text(GFile* file, const GConf* conf) {
+// What the file holds then.
+FileContent write_text(GFile* file, const GConf* conf) {
   TextBuffer buffer;
-  if (!format(conf, buffer)) {
+  if (!format_conf(conf, buffer)) {
     write_in_pieces(file, conf);
-    return;
+    return {};
   }
-  if (buffer.size() == 0) return;
   const auto size = static_cast<std::int64_t>(buffer.size());
-  const std::int64_t written = g_file_write(file, buffer.text(), size);
-  if (written != size) write_rest(file, conf, buffer, written);
+  if (size != 0) {
+    const std::int64_t written = g_file_write(file, buffer.text(), size);
+    if (written != size) {
+      write_rest(file, conf, buffer, written);
+      return {};
+    }
+  }
+  return {FileContent::kText, fingerprint_of(buffer.text(), buffer.size())};
 }
 
 }  // namespace
 
-void write_conf(const GConf* conf) {
+bool format_conf(const GConf* conf, TextBuffer& buffer) {
+  return for_each_line(conf, [&buffer](std::string_view first, std::string_view separator,
+                                       std::string_view second, std::string_view end) {
+    return buffer.add(first) && buffer.add(separator) && buffer.add(second) &&
+           buffer.add(end);
+  });
+}
+
+void write_conf(GConf* conf) {
   const CancellationHeld held;
   GFile* const file = g_file_open(conf->filename, 2);
   if (file == nullptr) {
@@ -137,11 +104,12 @@ void write_conf(const GConf* conf) {
   }
   // Kept: by now the open has emptied the file, whether the lock is granted or not.
   if (g_file_lock_write(file) < 0) {
+    set_file_content(conf, {FileContent::kText, fingerprint_of(nullptr, 0)});
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
     g_file_close(file);
     return;
   }
-  write_text(file, conf);
+  set_file_content(conf, write_text(file, conf));
   g_file_truncate(file);
   g_file_unlock(file);
   g_file_close(file);

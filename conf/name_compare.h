@@ -3,8 +3,8 @@
 // locale must still be right after the program has chosen another.
 //
 // SPDX-License-Identifier: MIT
-#ifndef GROUNDWORK_CONF_NAME_H
-#define GROUNDWORK_CONF_NAME_H
+#ifndef GROUNDWORK_CONF_NAME_COMPARE_H
+#define GROUNDWORK_CONF_NAME_COMPARE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -70,39 +70,6 @@ inline bool same_spelling(const char* a, const char* b, std::size_t length) {
 inline bool same_name(std::string_view a, std::string_view b) {
   return a.size() == b.size() && (same_spelling(a.data(), b.data(), a.size()) ||
                                   same_but_for_case(a.data(), b.data(), a.size()));
-}
-
-// Leaves the case bit out of every character, letter or not: names that are then alike cost
-// a comparison.
-constexpr std::uint32_t mix(std::uint32_t hash, std::uint32_t word) {
-  hash = (hash ^ (word | kCaseBits)) * 0x9e3779b1u;
-  return hash ^ hash >> 15;
-}
-
-// Equal for names that are the same; its upper bits are the best.
-inline std::uint32_t hash_name(std::string_view name) {
-  auto hash = static_cast<std::uint32_t>(name.size());
-  if (name.size() < 4) return mix(hash, short_word(name.data(), name.size()));
-  const std::size_t last = name.size() - 4;
-  for (std::size_t at = 0; at < last; at += 4) {
-    hash = mix(hash, load_word(name.data() + at));
-  }
-  return mix(hash, load_word(name.data() + last));
-}
-
-constexpr bool is_space(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte <= ' ' && (byte == ' ' || (byte >= '\t' && byte <= '\r'));
-}
-
-constexpr bool is_trimmed(std::string_view text) {
-  return text.empty() || (!is_space(text.front()) && !is_space(text.back()));
-}
-
-inline std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
-  return text;
 }
 
 }  // namespace groundwork

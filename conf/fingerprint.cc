@@ -1,0 +1,64 @@
+// The hash: two independent halves that take turns at eight bytes each. A half has two
+// words of state, and each turn is a permutation of them: texts that differ in one turn
+// only never collide. What a turn changes reaches both words before the next one, so that
+// later text can only undo it by matching all 64 bits.
+//
+// SPDX-License-Identifier: MIT
+
+#include "conf/fingerprint.h"
+
+#include <bit>
+#include <cstring>
+
+namespace groundwork {
+namespace {
+
+class Half {
+ public:
+  constexpr Half(std::uint32_t a, std::uint32_t b) : a_(a), b_(b) {}
+
+  void take(const char* eight_bytes) {
+    std::uint32_t words[2];
+    std::memcpy(words, eight_bytes, sizeof words);
+    a_ = std::rotl(a_ + words[0] * kSpread, 13);
+    b_ = std::rotl(b_ + words[1] * kSpread, 17) ^ a_;
+    a_ *= kMix;
+    b_ *= kMix;
+    a_ += b_;
+  }
+
+  std::uint32_t a() const { return a_; }
+  std::uint32_t b() const { return b_; }
+
+ private:
+  // Odd, so that multiplying loses nothing.
+  static constexpr std::uint32_t kSpread = 0x85ebca77;
+  static constexpr std::uint32_t kMix = 0x9e3779b1;
+
+  std::uint32_t a_;
+  std::uint32_t b_;
+};
+
+constexpr std::size_t kRound = 16;
+
+}  // namespace
+
+Fingerprint fingerprint_of(const char* text, std::size_t size) {
+  Half even(0x243f6a88, 0x85a308d3);
+  Half odd(0x13198a2e, 0x03707344);
+  std::size_t left = size;
+  for (; left >= kRound; left -= kRound, text += kRound) {
+    even.take(text);
+    odd.take(text + kRound / 2);
+  }
+  if (left != 0) {
+    // Zeros at the end cannot be mistaken for text: the sizes are compared, too.
+    char rest[kRound] = {};
+    std::memcpy(rest, text, left);
+    even.take(rest);
+    odd.take(rest + kRound / 2);
+  }
+  return {size, {even.a(), even.b(), odd.a(), odd.b()}};
+}
+
+}  // namespace groundwork
