@@ -13,12 +13,15 @@
 #include <string_view>
 #include <utility>
 
+#include <sys/stat.h>
+
 #include "conf/fingerprint.h"
 #include "conf/line.h"
 #include "conf/model.h"
 #include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
+#include "sys/file_handle.h"
 
 namespace groundwork {
 namespace {
@@ -35,11 +38,20 @@ Owned<char> new_buffer(std::int64_t size) {
   return Owned<char>(static_cast<char*>(g_malloc(static_cast<unsigned>(size) + 1)));
 }
 
-// The text of a locked file, if it has exactly the size that its path shows.
+// Whether an open file has that size. A program that replaces the file by renaming another
+// gives the path a new file at any moment.
+bool has_size(const GFile& file, std::int64_t size) {
+  struct stat status;
+  return fstat(file.descriptor, &status) == 0 && status.st_size == size;
+}
+
+// The text of a locked file. Kept: its size is that of the path, and a file of another size
+// is not read. So that the text is whole, the descriptor is asked after the reading.
 Text read_text(GFile* file, const char* filename) {
   const std::int64_t size = g_file_size(filename);
   Owned<char> block = new_buffer(size);
-  if (block == nullptr || g_file_read(file, block.get(), size) != size) {
+  if (block == nullptr || g_file_read(file, block.get(), size) != size ||
+      !has_size(*file, size)) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
     return {};
   }

@@ -151,7 +151,8 @@ G_API GConfEntry *g_find_line(GConfSection *section, const char *key);
  * the life of the process.
  *
  * The file is read under a shared lock on the whole file; a file that another process has
- * locked for writing is not waited for.
+ * locked for writing is not waited for. One that changes its size meanwhile, or that is replaced
+ * by a file of another size, is not loaded.
  *
  * @param filename  copied; or null for the default file.
  * @return the conf, for g_conf_close(). Null when the file cannot be opened ("can't open file
