@@ -6,6 +6,7 @@
 #include "str/format_estimate.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdlib>
@@ -23,44 +24,176 @@ constexpr char kSource[] = "g_str";
 
 constexpr bool kLongIs64Bit = sizeof(long) == 8;
 constexpr std::uint64_t kMargin = 1024;  // for what cannot be measured
-
-// Lengths reserved, without the place of a sign that every number gets besides.
-constexpr unsigned kHexadecimalLength = 10;
-constexpr unsigned kUnsignedLength = 4 + kHexadecimalLength;
-constexpr unsigned kSignedLength = 1 + kUnsignedLength;
-constexpr unsigned kOctalLength = 2 + kSignedLength;
 constexpr unsigned kNullStringLength = 8;
+constexpr unsigned kWideCharacterLength = 16;
+constexpr unsigned kErrorTextLength = 256;
 constexpr unsigned kSignLength = 1;
 
-// Flags of a conversion.
-enum : unsigned {
+// What a character means in a conversion. Those from kPercent on end it.
+enum class Part : std::uint8_t {
+  kUnknown,
+  kFlag,
+  kDigit,  // but "0", which is a flag before a number
+  kAsterisk,
+  kPoint,
+  kSize,
+  kPercent,
+  kInteger,
+  kFloat,
+  kCharacter,
+  kString,
+  kPointer,
+  kCount,
+  kErrorText,
+  kPosition,
+  kEnd,  // of the format
+};
+
+// Flags of a conversion. The first ones are written as such.
+enum : std::uint16_t {
   kAlternateForm = 1 << 0,
   kZeroPadding = 1 << 1,
   kLeftAdjust = 1 << 2,
   kLocaleGrouping = 1 << 3,
   kAddSpace = 1 << 4,
   kAddSign = 1 << 5,
-  kPossibleSign = 1 << 6,
-  kSeenPrecision = 1 << 7,
-  kLong = 1 << 8,
-  kExtraLong = 1 << 9,
-  kPointerSize = 1 << 10,  // size_t, ptrdiff_t
-  kIntmaxSize = 1 << 11,
-  kDone = 1 << 12,
+  kSeenPrecision = 1 << 6,
+  kSeenAsterisk = 1 << 7,
+  kNegativePrecision = 1 << 8,  // none, to the system formatter
+  kPossibleSign = 1 << 9,
+  kHalf = 1 << 10,
+  kLong = 1 << 11,
+  kExtraLong = 1 << 12,
+  kPointerSize = 1 << 13,  // size_t, ptrdiff_t
+  kIntmaxSize = 1 << 14,
+  kFormatterDiffers = 1 << 15,  // it takes another argument for this character, or none
 };
 
-// One conversion as far as it was read. Small on purpose: there is a new one for each.
+struct Rule {
+  Part part = Part::kUnknown;
+  std::uint8_t length = 0;  // reserved, without the place of a sign
+  std::uint16_t flags = 0;  // set by the character
+};
+
+// The rules of the characters from " " to "z"; all others are unknown.
+constexpr auto kRules = [] {
+  constexpr unsigned kHexadecimal = 10;
+  constexpr unsigned kUnsigned = 4 + kHexadecimal;
+  constexpr unsigned kSigned = 1 + kUnsigned;
+  constexpr unsigned kOctal = 2 + kSigned;
+  // One digit, the point, the exponent letter, its sign and four digits; two for rounding.
+  constexpr unsigned kFloat = 8 + 2;
+  std::array<Rule, 'z' - ' ' + 1> rules{};
+  const auto set = [&rules](std::string_view characters, Part part, unsigned length,
+                            unsigned flags) {
+    for (const char c : characters) {
+      rules[static_cast<std::size_t>(c - ' ')] = {part, static_cast<std::uint8_t>(length),
+                                                  static_cast<std::uint16_t>(flags)};
+    }
+  };
+  set("#", Part::kFlag, 0, kAlternateForm);
+  set("0", Part::kFlag, 0, kZeroPadding);
+  set("-", Part::kFlag, 0, kLeftAdjust);
+  set(" ", Part::kFlag, 0, kAddSpace);
+  set("+", Part::kFlag, 0, kAddSign);
+  set("'", Part::kFlag, 0, kLocaleGrouping);
+  set("123456789", Part::kDigit, 0, 0);
+  set("*", Part::kAsterisk, 0, kSeenAsterisk);
+  set(".", Part::kPoint, 0, kSeenPrecision);
+  set("h", Part::kSize, 0, kHalf);  // a smaller number needs no smaller room
+  set("l", Part::kSize, 0, kLong);
+  set("Lq", Part::kSize, 0, kLong | kExtraLong);
+  set("zZt", Part::kSize, 0, kPointerSize);
+  set("j", Part::kSize, 0, kIntmaxSize);
+  set("%", Part::kPercent, 1, 0);
+  set("xX", Part::kInteger, kHexadecimal, kPossibleSign);
+  set("u", Part::kInteger, kUnsigned, kPossibleSign);
+  set("di", Part::kInteger, kSigned, kPossibleSign);
+  set("o", Part::kInteger, kOctal, kPossibleSign);
+  set("DIOU", Part::kInteger, kOctal, kPossibleSign | kLong | kFormatterDiffers);
+  set("eEfgG", Part::kFloat, kFloat, kPossibleSign);
+  set("aA", Part::kFloat, 2 + kFloat, kPossibleSign);  // "0x"
+  set("c", Part::kCharacter, 1, 0);
+  set("C", Part::kCharacter, 1, kLong);
+  set("s", Part::kString, 0, 0);
+  set("S", Part::kString, 0, kLong);
+  set("p", Part::kPointer, sizeof(void*) == 8 ? 20 : 10, kAlternateForm);
+  set("P", Part::kPointer, sizeof(void*) == 8 ? 20 : 10,
+      kAlternateForm | kFormatterDiffers);
+  set("n", Part::kCount, 0, 0);
+  set("m", Part::kErrorText, 0, 0);
+  set("$", Part::kPosition, 0, kFormatterDiffers);
+  return rules;
+}();
+
+Rule rule_of(char c) {
+  const auto index = static_cast<unsigned char>(c) - static_cast<unsigned>(' ');
+  if (index < kRules.size()) return kRules[index];
+  return {c == '\0' ? Part::kEnd : Part::kUnknown};
+}
+
+// How far the modifiers of a conversion came in the order that the system formatter wants:
+// flags, width, precision, size. The walk takes them in any order.
+enum class Stage : std::uint8_t {
+  kFlags,
+  kWidth,
+  kPoint,
+  kPrecisionZeros,
+  kPrecision,
+  kSize,
+  kDoubledSize,
+  kUnordered,
+};
+
+// One conversion, read once; everything that is asked about it is asked of this.
 struct Conversion {
+  Part part = Part::kUnknown;
+  char character = '\0';
+  char size = '\0';  // the last one of "h", "l" and the like
+  Stage stage = Stage::kFlags;
+  bool is_bare = false;  // without modifiers
   unsigned flags = 0;
   std::uint32_t width = 0;
   std::uint32_t precision = 0;
-  std::uint64_t length = 0;  // characters reserved; a length finishes the conversion
+  std::uint64_t length = 0;  // characters reserved
 
   bool has(unsigned any_of) const { return (flags & any_of) != 0; }
 };
 
+// The stage after the modifier `c`.
+Stage stage_after(const Conversion& conversion, Part part, char c) {
+  const Stage stage = conversion.stage;
+  switch (part) {
+    case Part::kFlag:
+      if (stage == Stage::kFlags) return stage;
+      if (c == '0' && (stage == Stage::kPoint || stage == Stage::kPrecisionZeros)) {
+        return Stage::kPrecisionZeros;
+      }
+      return Stage::kUnordered;
+    case Part::kDigit:
+      if (stage == Stage::kPrecisionZeros) return Stage::kPrecision;
+      [[fallthrough]];
+    case Part::kAsterisk:
+      if (stage == Stage::kFlags) return Stage::kWidth;
+      return stage == Stage::kPoint ? Stage::kPrecision : Stage::kUnordered;
+    case Part::kPoint:
+      return stage <= Stage::kWidth ? Stage::kPoint : Stage::kUnordered;
+    case Part::kSize:
+      if (stage < Stage::kSize) return Stage::kSize;
+      return stage == Stage::kSize && c == conversion.size && (c == 'h' || c == 'l')
+                 ? Stage::kDoubledSize
+                 : Stage::kUnordered;
+    default:
+      return Stage::kUnordered;
+  }
+}
+
 bool is_digit(char c) {
   return c >= '0' && c <= '9';
+}
+
+bool is_one_of(char c, std::string_view set) {
+  return set.find(c) != std::string_view::npos;
 }
 
 // Digits before the point of a double with these bits, as far as its exponent tells; for a
@@ -72,67 +205,28 @@ std::uint64_t integral_digits(std::uint64_t double_bits) {
       std::abs(static_cast<int>((exponent - 1023) * 0.3010299956639812 + 1)));
 }
 
-bool is_one_of(char c, std::string_view set) {
-  return set.find(c) != std::string_view::npos;
-}
-
-// Where a width or a precision ends that may begin here.
-const char* behind_number(const char* part) {
-  if (*part == '*') return part + 1;
-  while (is_digit(*part)) ++part;
-  return part;
-}
-
-// Whether the modifiers before a conversion character are nothing but padding, a width and
-// one of the sizes l, ll and z, in the order in which the system formatter takes them. The
-// walk below takes them in any order.
-bool is_simple(const char* modifiers, const char* character) {
-  while (*modifiers == '-' || *modifiers == '0') ++modifiers;
-  modifiers = behind_number(modifiers);
-  if (*modifiers == 'z') {
-    ++modifiers;
-  } else {
-    if (*modifiers == 'l') ++modifiers;
-    if (*modifiers == 'l') ++modifiers;
-  }
-  return modifiers == character;
-}
-
-// Whether the parts of a conversion stand in the order that the system formatter wants, and
-// mean the same argument to it.
-bool is_well_formed(const char* modifiers, const char* character) {
-  const char* part = modifiers;
-  while (is_one_of(*part, "-+ #0'")) ++part;
-  part = behind_number(part);
-  if (*part == '.') part = behind_number(part + 1);
-  const char size = *part;
-  if (is_one_of(size, "hlLqzZtj")) ++part;
-  if ((size == 'h' || size == 'l') && *part == size) ++part;
-  // It may read a long double for "j".
-  return part == character && !(size == 'j' && is_one_of(*character, "eEfgGaA"));
-}
-
-// Whether the system formatter takes the same arguments for a conversion as the walk below.
-// It takes none for what it does not know.
-bool formatter_agrees(const char* modifiers, const char* character) {
-  switch (*character) {
-    case '$': {
-      // Behind a number: the argument is not taken in turn, and the walk takes none either.
-      // What follows is text to the walk, but a width there is taken in turn.
-      const char* const next = std::strpbrk(character, "*%diouxXeEfgGaAcCsSpnm");
-      return is_digit(*modifiers) && behind_number(modifiers) == character &&
-             next != nullptr && !is_one_of(*next, "*%");
-    }
-    case 'D':
-    case 'O':
-    case 'U':
-    case 'P':
+// Whether the system formatter takes the same arguments for a conversion as the walk does.
+// It takes none for what it does not know. `next` is the format after the conversion.
+bool formatter_agrees(const Conversion& conversion, const char* next) {
+  const bool is_ordered = conversion.stage != Stage::kUnordered;
+  if (conversion.part == Part::kPosition) {
+    // After a number alone: the argument is not taken in turn, and the walk takes none
+    // either. What follows is text to the walk, but a width there is taken in turn.
+    const bool is_number =
+        conversion.stage == Stage::kWidth ||
+        (conversion.stage == Stage::kFlags && conversion.has(kZeroPadding));
+    if (!is_number || conversion.has(~unsigned{kZeroPadding | kFormatterDiffers}))
       return false;
-    case 'I':  // a flag to the formatter: the next character takes the argument
-      return modifiers == character && is_one_of(character[1], "diouxXcsp");
-    default:
-      return modifiers == character || is_well_formed(modifiers, character);
+    const char* const letter = std::strpbrk(next, "*%diouxXeEfgGaAcCsSpnm");
+    return letter != nullptr && !is_one_of(*letter, "*%");
   }
+  if (conversion.character == 'I') {
+    // A flag to the formatter: the next character takes the argument.
+    return conversion.is_bare && is_one_of(*next, "diouxXcsp");
+  }
+  // It may read a long double for "j".
+  return is_ordered && !conversion.has(kFormatterDiffers) &&
+         !(conversion.size == 'j' && conversion.part == Part::kFloat);
 }
 
 class FormatWalk {
@@ -148,15 +242,29 @@ class FormatWalk {
   std::uint64_t estimate();
 
  private:
+  // The argument of a conversion; which one is set, its part tells.
+  union Argument {
+    std::uint64_t integer;
+    std::uint64_t double_bits;
+    const char* string;
+  };
+
   bool measure_bare_conversion();
-  void measure_conversion();
-  void take(char c, Conversion& conversion);
-  void take_number(Conversion& conversion);
+  // Out of line: the row of bare conversions does without its registers and its frame.
+  [[gnu::noinline]] void measure_conversion();
+  void read_conversion(Conversion& conversion);
+  void read_modifier(char c, const Rule& rule, Conversion& conversion);
+  void read_number(Conversion& conversion);
   void take_asterisk(Conversion& conversion);
-  void take_integer(Conversion& conversion);
-  void take_float(char c, Conversion& conversion);
-  void take_string(Conversion& conversion);
-  bool spell(const char* modifiers, const char* character, const Conversion& conversion);
+  Argument take_argument(Conversion& conversion);
+  std::uint64_t take_integer(Conversion& conversion);
+  std::uint64_t take_float(Conversion& conversion);
+  const char* take_string(Conversion& conversion);
+  bool spell(const Conversion& conversion, const Argument& argument);
+  bool spell_integer(const Conversion& conversion, std::uint64_t integer,
+                     const FormatPieces::Layout& layout);
+  bool spell_float(const Conversion& conversion, std::uint64_t double_bits,
+                   const FormatPieces::Layout& layout);
 
   const char* at_;
   va_list args_;
@@ -164,11 +272,7 @@ class FormatWalk {
   std::uint64_t total_ = 1;  // the terminator
   // Whether all arguments were taken as the system formatter takes them. Where not, the
   // next one may be no pointer although it should: strings are not measured any more.
-  bool in_step_ = true;
-  // The argument of the conversion read last.
-  std::uint64_t integer_;
-  const char* string_;
-  std::size_t string_length_;  // where no precision was seen
+  bool is_current_ = true;
 };
 
 std::uint64_t FormatWalk::estimate() {
@@ -176,7 +280,7 @@ std::uint64_t FormatWalk::estimate() {
   while (*at_ != '\0') {
     if (*at_ == '%') {
       ++at_;
-      if (!in_step_ || !measure_bare_conversion()) measure_conversion();
+      if (!is_current_ || !measure_bare_conversion()) measure_conversion();
       continue;
     }
     const char* const literal = at_;
@@ -188,10 +292,15 @@ std::uint64_t FormatWalk::estimate() {
   return total_;
 }
 
-// The commonest conversions without a modifier, sparing them a Conversion; false, with
+// The commonest conversions without a modifier, sparing them the record; false, with
 // nothing taken, where it is another one.
 bool FormatWalk::measure_bare_conversion() {
+  using Base = FormatPieces::Base;
   constexpr FormatPieces::Layout kNoLayout = {};
+  constexpr auto reserved = [](char c) {
+    const Rule& rule = kRules[static_cast<std::size_t>(c - ' ')];
+    return rule.length + ((rule.flags & kPossibleSign) != 0 ? kSignLength : 0);
+  };
   switch (*at_) {
     case 's': {
       const char* const string = va_arg(args_, const char*);
@@ -209,24 +318,22 @@ bool FormatWalk::measure_bare_conversion() {
     case 'd': {
       const int number = va_arg(args_, int);
       const auto bits = static_cast<unsigned>(number);
-      total_ += kSignedLength + kSignLength;
-      pieces_.add_number(number < 0 ? 0 - bits : bits, number < 0,
-                         FormatPieces::Base::kDecimal, kNoLayout);
+      total_ += reserved('d');
+      pieces_.add_number(number < 0 ? 0 - bits : bits, number < 0, Base::kDecimal,
+                         kNoLayout);
       break;
     }
     case 'c':
-      total_ += 1;
+      total_ += reserved('c');
       pieces_.add_character(static_cast<char>(va_arg(args_, int)));
       break;
     case 'u':
-      total_ += kUnsignedLength + kSignLength;
-      pieces_.add_number(va_arg(args_, unsigned), false, FormatPieces::Base::kDecimal,
-                         kNoLayout);
+      total_ += reserved('u');
+      pieces_.add_number(va_arg(args_, unsigned), false, Base::kDecimal, kNoLayout);
       break;
     case 'x':
-      total_ += kHexadecimalLength + kSignLength;
-      pieces_.add_number(va_arg(args_, unsigned), false, FormatPieces::Base::kHexadecimal,
-                         kNoLayout);
+      total_ += reserved('x');
+      pieces_.add_number(va_arg(args_, unsigned), false, Base::kHexadecimal, kNoLayout);
       break;
     default:
       return false;
@@ -236,26 +343,13 @@ bool FormatWalk::measure_bare_conversion() {
 }
 
 void FormatWalk::measure_conversion() {
-  const char* const modifiers = at_;
   Conversion conversion;
-  while (!conversion.has(kDone) && conversion.length == 0) {
-    const char c = *at_++;
-    if (c == '\0') [[unlikely]] {
-      // Unfinished: the characters behind the "%" count, the terminator with them. The walk
-      // ends on it.
-      conversion.length = static_cast<std::uint64_t>(at_ - modifiers);
-      --at_;
-      pieces_.give_up();
-      break;
-    }
-    take(c, conversion);
-  }
-  const char* const character = at_ - 1;
-  if (!pieces_.complete() || !spell(modifiers, character, conversion)) {
+  read_conversion(conversion);
+  const Argument argument = take_argument(conversion);
+  if (!pieces_.complete() || !spell(conversion, argument)) {
     pieces_.give_up();
-    in_step_ = in_step_ && formatter_agrees(modifiers, character);
+    is_current_ = is_current_ && formatter_agrees(conversion, at_);
   }
-
   std::uint64_t length = std::max<std::uint64_t>(
       conversion.length, std::max(conversion.precision, conversion.width));
   if (conversion.has(kAlternateForm)) length += 2;
@@ -263,164 +357,73 @@ void FormatWalk::measure_conversion() {
   total_ += length;
 }
 
-// Flags, numbers and sizes may come in any order and number; a conversion character, which
-// takes its argument and adds a length, ends the conversion.
-void FormatWalk::take(char c, Conversion& conversion) {
-  switch (c) {
-    case '#':
-      conversion.flags |= kAlternateForm;
+// Flags, numbers and sizes may come in any order and number; a conversion character ends
+// the conversion, and so does the end of the format.
+void FormatWalk::read_conversion(Conversion& conversion) {
+  const char* const begin = at_;
+  for (;;) {
+    const char c = *at_++;
+    const Rule rule = rule_of(c);
+    if (rule.part >= Part::kPercent) {
+      conversion.part = rule.part;
+      conversion.character = c;
+      conversion.flags |= rule.flags;
+      conversion.length = rule.length;
+      conversion.is_bare = at_ - begin == 1;
+      if (rule.part == Part::kEnd) [[unlikely]] {
+        // Unfinished: the characters after the "%" count, the terminator with them.
+        conversion.length = static_cast<std::uint64_t>(at_ - begin);
+        --at_;
+      }
+      return;
+    }
+    read_modifier(c, rule, conversion);
+  }
+}
+
+void FormatWalk::read_modifier(char c, const Rule& rule, Conversion& conversion) {
+  conversion.stage = stage_after(conversion, rule.part, c);
+  switch (rule.part) {
+    case Part::kDigit:
+      read_number(conversion);
       break;
-    case '0':
-      conversion.flags |= kZeroPadding;
-      break;
-    case '-':
-      conversion.flags |= kLeftAdjust;
-      break;
-    case ' ':
-      conversion.flags |= kAddSpace;
-      break;
-    case '+':
-      conversion.flags |= kAddSign;
-      break;
-    case '\'':
-      conversion.flags |= kLocaleGrouping;
-      break;
-    case '.':
-      conversion.flags |= kSeenPrecision;
-      break;
-    case '1':
-    case '2':
-    case '3':
-    case '4':
-    case '5':
-    case '6':
-    case '7':
-    case '8':
-    case '9':
-      take_number(conversion);
-      break;
-    case '*':
+    case Part::kAsterisk:
       take_asterisk(conversion);
       break;
-    case 'h':  // a smaller number needs no smaller room
+    case Part::kSize:
+      if (c == 'l' && conversion.has(kLong)) conversion.flags |= kExtraLong;
+      conversion.size = c;
       break;
-    case 'l':
-      conversion.flags |= conversion.has(kLong) ? kExtraLong : kLong;
-      break;
-    case 'L':
-    case 'q':
-      conversion.flags |= kLong | kExtraLong;
-      break;
-    case 'z':
-    case 'Z':
-    case 't':
-      conversion.flags |= kPointerSize;
-      break;
-    case 'j':
-      conversion.flags |= kIntmaxSize;
-      break;
-
-    case '%':
-      conversion.length += 1;
-      break;
-    case 'D':
-    case 'I':
-    case 'O':
-    case 'U':
-      conversion.flags |= kLong;
-      [[fallthrough]];
-    case 'o':
-      conversion.length += kOctalLength;
-      take_integer(conversion);
-      break;
-    case 'd':
-    case 'i':
-      conversion.length += kSignedLength;
-      take_integer(conversion);
-      break;
-    case 'u':
-      conversion.length += kUnsignedLength;
-      take_integer(conversion);
-      break;
-    case 'x':
-    case 'X':
-      conversion.length += kHexadecimalLength;
-      take_integer(conversion);
-      break;
-    case 'a':
-    case 'A':
-      conversion.length += 2;  // "0x"
-      [[fallthrough]];
-    case 'e':
-    case 'E':
-    case 'f':
-    case 'g':
-    case 'G':
-      take_float(c, conversion);
-      break;
-    case 'C':
-      conversion.flags |= kLong;
-      [[fallthrough]];
-    case 'c':
-      conversion.length += conversion.has(kLong) ? 16 : 1;
-      integer_ = static_cast<unsigned char>(va_arg(args_, int));
-      break;
-    case 'S':
-      conversion.flags |= kLong;
-      [[fallthrough]];
-    case 's':
-      take_string(conversion);
-      break;
-    case 'p':
-    case 'P':
-      conversion.flags |= kAlternateForm;
-      conversion.length += sizeof(void*) == 8 ? 20 : 10;
-      [[fallthrough]];
-    case 'n':
-      static_cast<void>(va_arg(args_, void*));
-      conversion.flags |= kDone;
-      break;
-    case 'm': {
-      // Kept: the copy is not freed; the heap figures of programs have always shown it. The
-      // longer one of the two is reserved, which is 256.
-      const char* const placeholder = g_strdup("ERROR_MSG: G_STR");
-      conversion.length +=
-          std::max<std::size_t>(256, placeholder != nullptr ? std::strlen(placeholder) : 0);
-      break;
-    }
-    case '$':
-      g_log(G_LOG_WARNING, kSource, __LINE__,
-            "unable to handle positional parameters(%%n$)");
-      total_ += kMargin;
-      conversion.flags |= kDone;
-      break;
-    default:
+    case Part::kUnknown:
       // The system formatter takes a number here, and what follows in this conversion would
       // take it, or a part of it, for its own argument.
-      if (is_one_of(c, "FbB")) in_step_ = false;
-      // Kept: the conversion goes on, and a known character behind this one still counts.
+      if (is_one_of(c, "FbB")) is_current_ = false;
+      // Kept: the conversion goes on, and a known character after this one still counts.
       g_log(G_LOG_WARNING, kSource, __LINE__,
             "(): unable to handle `%c' while parsing format", c);
       pieces_.give_up();
       break;
+    default:
+      break;
   }
+  conversion.flags |= rule.flags;
 }
 
 // A decimal number of which the first digit was taken. The largest one wins where a
 // conversion has several; one beyond 32 bits counts as the largest of 32 bits.
-void FormatWalk::take_number(Conversion& conversion) {
-  std::uint64_t number = 0;
+void FormatWalk::read_number(Conversion& conversion) {
+  std::uint32_t number = 0;
   for (--at_; is_digit(*at_); ++at_) {
-    number = std::min<std::uint64_t>(10 * number + static_cast<unsigned>(*at_ - '0'),
-                                     UINT32_MAX);
+    const auto digit = static_cast<std::uint32_t>(*at_ - '0');
+    number = number <= (UINT32_MAX - digit) / 10 ? 10 * number + digit : UINT32_MAX;
   }
   std::uint32_t& field =
       conversion.has(kSeenPrecision) ? conversion.precision : conversion.width;
-  field = std::max(field, static_cast<std::uint32_t>(number));
+  field = std::max(field, number);
 }
 
 void FormatWalk::take_asterisk(Conversion& conversion) {
-  const int number = in_step_ ? va_arg(args_, int) : 0;
+  const int number = is_current_ ? va_arg(args_, int) : 0;
   const auto magnitude = number < 0 ? 0 - static_cast<std::uint32_t>(number)
                                     : static_cast<std::uint32_t>(number);
   if (!conversion.has(kSeenPrecision)) {
@@ -428,105 +431,180 @@ void FormatWalk::take_asterisk(Conversion& conversion) {
     conversion.width = std::max(conversion.width, magnitude);
   } else if (number >= 0) {
     conversion.precision = std::max(conversion.precision, magnitude);
+  } else {
+    conversion.flags |= kNegativePrecision;
   }
+}
+
+// Takes the argument of a conversion and reserves its length.
+FormatWalk::Argument FormatWalk::take_argument(Conversion& conversion) {
+  Argument argument{};
+  switch (conversion.part) {
+    case Part::kInteger:
+      argument.integer = take_integer(conversion);
+      break;
+    case Part::kFloat:
+      argument.double_bits = take_float(conversion);
+      break;
+    case Part::kCharacter:
+      if (conversion.has(kLong)) conversion.length = kWideCharacterLength;
+      argument.integer = static_cast<unsigned char>(va_arg(args_, int));
+      break;
+    case Part::kString:
+      argument.string = take_string(conversion);
+      break;
+    case Part::kPointer:
+    case Part::kCount:
+      static_cast<void>(va_arg(args_, void*));
+      break;
+    case Part::kErrorText: {
+      // Kept: the copy is not freed; the heap figures of programs have always shown it. The
+      // longer one of the two is reserved.
+      const char* const placeholder = g_strdup("ERROR_MSG: G_STR");
+      conversion.length = std::max<std::size_t>(
+          kErrorTextLength, placeholder != nullptr ? std::strlen(placeholder) : 0);
+      break;
+    }
+    case Part::kPosition:
+      g_log(G_LOG_WARNING, kSource, __LINE__,
+            "unable to handle positional parameters(%%n$)");
+      total_ += kMargin;
+      break;
+    default:
+      break;
+  }
+  return argument;
 }
 
 // Takes what the system formatter takes. An intmax_t has 64 bits everywhere, although a
 // 32-bit build reserves the length of an int for it.
-void FormatWalk::take_integer(Conversion& conversion) {
-  conversion.flags |= kPossibleSign;
+std::uint64_t FormatWalk::take_integer(Conversion& conversion) {
   const bool reserves_64_bit = conversion.has(
       kLongIs64Bit ? kExtraLong | kLong | kPointerSize | kIntmaxSize : kExtraLong);
   if (reserves_64_bit) conversion.length *= 2;
-  integer_ = reserves_64_bit || conversion.has(kIntmaxSize) ? va_arg(args_, std::uint64_t)
-                                                            : va_arg(args_, std::uint32_t);
+  return reserves_64_bit || conversion.has(kIntmaxSize) ? va_arg(args_, std::uint64_t)
+                                                        : va_arg(args_, std::uint32_t);
 }
 
-void FormatWalk::take_float(char c, Conversion& conversion) {
-  conversion.flags |= kPossibleSign;
-  // One digit, the point, the digits, the exponent letter, its sign and four digits.
-  conversion.length += 8 + std::max<std::uint64_t>(24, conversion.precision);
+std::uint64_t FormatWalk::take_float(Conversion& conversion) {
+  constexpr std::uint32_t kDigits = 24;  // reserved for every number, or more
+  conversion.length += std::max(kDigits, conversion.precision);
   std::uint64_t double_bits;
   if (conversion.has(kExtraLong)) {
     g_log(G_LOG_WARNING, kSource, __LINE__,
           "(): unable to handle long double, collecting double only");
     // Kept: measured as if its first eight bytes were a double. Taken whole, though, so
-    // that the arguments behind it stay in step.
+    // that the arguments after it are the right ones.
     const long double value = va_arg(args_, long double);
     std::memcpy(&double_bits, &value, sizeof double_bits);
   } else {
     double_bits = std::bit_cast<std::uint64_t>(va_arg(args_, double));
   }
-  if (c == 'f') conversion.length += integral_digits(double_bits);
-  conversion.length += 2;  // rounding
+  if (conversion.character == 'f') conversion.length += integral_digits(double_bits);
   if (conversion.has(kLocaleGrouping)) conversion.length *= 2;
+  return double_bits;
 }
 
-void FormatWalk::take_string(Conversion& conversion) {
-  conversion.flags |= kDone;
+const char* FormatWalk::take_string(Conversion& conversion) {
   if (conversion.has(kLong)) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "(): unable to handle wide char strings");
     total_ += kMargin;
   }
-  string_ = in_step_ ? va_arg(args_, const char*) : "";
-  if (string_ == nullptr) {
-    conversion.length += kNullStringLength;
+  const char* const string = is_current_ ? va_arg(args_, const char*) : "";
+  if (string == nullptr) {
+    conversion.length = kNullStringLength;
   } else if (conversion.has(kSeenPrecision)) {
-    conversion.length += conversion.precision;
+    conversion.length = conversion.precision;
   } else {
     // A wide string is measured like any other, by its first zero byte.
-    string_length_ = std::strlen(string_);
-    conversion.length += string_length_;
+    conversion.length = std::strlen(string);
   }
+  return string;
 }
 
-// Adds the text of the conversion with these modifiers and this character; false when that
-// is the system formatter's business.
-bool FormatWalk::spell(const char* modifiers, const char* character,
-                       const Conversion& conversion) {
-  if (modifiers != character && !is_simple(modifiers, character)) return false;
-
+// Adds the text of a conversion to the pieces; false when that is the system formatter's
+// business: all but the commonest forms.
+bool FormatWalk::spell(const Conversion& conversion, const Argument& argument) {
+  constexpr unsigned kSpelled = kLeftAdjust | kZeroPadding | kSeenAsterisk |
+                                kSeenPrecision | kPossibleSign | kLong | kExtraLong |
+                                kPointerSize;
+  if (conversion.has(~kSpelled) || conversion.stage == Stage::kUnordered ||
+      (conversion.size != '\0' && conversion.size != 'l' && conversion.size != 'z')) {
+    return false;
+  }
+  const bool has_precision = conversion.has(kSeenPrecision);
+  const bool has_size = conversion.size != '\0';
   const FormatPieces::Layout layout = {
       .width = conversion.width,
       .left_adjust = conversion.has(kLeftAdjust),
       .zero_padding = conversion.has(kZeroPadding),
   };
-  switch (*character) {
-    case '%':
-      if (modifiers != character) return false;
-      pieces_.add(character, 1);
+  switch (conversion.part) {
+    case Part::kPercent:
+      if (!conversion.is_bare) return false;
+      pieces_.add(at_ - 1, 1);
       return true;
-    case 's':
+    case Part::kCharacter:
+      if (!conversion.is_bare || conversion.has(kLong)) return false;
+      pieces_.add_character(static_cast<char>(argument.integer));
+      return true;
+    case Part::kString: {
       // A null string has a name that the system formatter knows.
-      if (conversion.has(kLong | kPointerSize | kZeroPadding) || string_ == nullptr) {
+      if (has_size || conversion.has(kLong | kZeroPadding) || argument.string == nullptr) {
         return false;
       }
-      pieces_.add_text(string_, string_length_, layout);
+      const std::size_t length = has_precision
+                                     ? strnlen(argument.string, conversion.precision)
+                                     : static_cast<std::size_t>(conversion.length);
+      pieces_.add_text(argument.string, length, layout);
       return true;
+    }
+    case Part::kInteger:
+      return !has_precision && spell_integer(conversion, argument.integer, layout);
+    case Part::kFloat:
+      return !has_size && spell_float(conversion, argument.double_bits, layout);
+    default:
+      return false;
+  }
+}
+
+bool FormatWalk::spell_integer(const Conversion& conversion, std::uint64_t integer,
+                               const FormatPieces::Layout& layout) {
+  using Base = FormatPieces::Base;
+  switch (conversion.character) {
     case 'd':
     case 'i': {
       const bool is_64_bit =
           conversion.has(kLongIs64Bit ? kExtraLong | kLong | kPointerSize : kExtraLong);
-      const std::int64_t value = is_64_bit ? static_cast<std::int64_t>(integer_)
-                                           : static_cast<std::int32_t>(integer_);
-      const bool negative = value < 0;
+      const std::int64_t value = is_64_bit ? static_cast<std::int64_t>(integer)
+                                           : static_cast<std::int32_t>(integer);
       const auto bits = static_cast<std::uint64_t>(value);
-      pieces_.add_number(negative ? 0 - bits : bits, negative, FormatPieces::Base::kDecimal,
-                         layout);
+      pieces_.add_number(value < 0 ? 0 - bits : bits, value < 0, Base::kDecimal, layout);
       return true;
     }
     case 'u':
-      pieces_.add_number(integer_, false, FormatPieces::Base::kDecimal, layout);
+      pieces_.add_number(integer, false, Base::kDecimal, layout);
       return true;
     case 'x':
-      pieces_.add_number(integer_, false, FormatPieces::Base::kHexadecimal, layout);
+      pieces_.add_number(integer, false, Base::kHexadecimal, layout);
       return true;
     case 'X':
-      pieces_.add_number(integer_, false, FormatPieces::Base::kUpperHexadecimal, layout);
+      pieces_.add_number(integer, false, Base::kUpperHexadecimal, layout);
       return true;
     default:
       return false;
   }
+}
+
+bool FormatWalk::spell_float(const Conversion& conversion, std::uint64_t double_bits,
+                             const FormatPieces::Layout& layout) {
+  const bool is_general = conversion.character == 'g';
+  if (!is_general && conversion.character != 'f') return false;
+  constexpr unsigned kUsualPrecision = 6;
+  pieces_.add_float(double_bits,
+                    conversion.has(kSeenPrecision) ? conversion.precision : kUsualPrecision,
+                    is_general, layout);
+  return true;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <charconv>
 
 #include "core/copy_text.h"
+#include "str/spell_double.h"
 
 using namespace groundwork;
 
@@ -69,22 +70,41 @@ void FormatPieces::add_character(char c) {
   add(scratch_ + scratch_used_++, 1);
 }
 
-void FormatPieces::add_number(std::uint64_t magnitude, bool negative, Base base,
-                              const Layout& layout) {
-  if (!complete_ || kScratchSize - scratch_used_ < kLongestNumber) return give_up();
+// Returns where the digits of the next number go.
+inline char* FormatPieces::begin_number(bool negative) {
   char* const text = scratch_ + scratch_used_;
   *text = '-';
-  char* const digits = negative ? text + 1 : text;
-  char* const end = spell(digits, magnitude, base);
-  scratch_used_ = static_cast<std::size_t>(end - scratch_);
+  return negative ? text + 1 : text;
+}
 
+// Adds the number whose digits were written where begin_number() said.
+inline void FormatPieces::end_number(const char* digits, const char* end, bool negative,
+                                     const Layout& layout) {
+  const char* const text = negative ? digits - 1 : digits;
+  scratch_used_ = static_cast<std::size_t>(end - scratch_);
   const auto length = static_cast<std::size_t>(end - text);
-  if (!layout.zero_padding || layout.left_adjust || layout.width <= length) {
-    return add_text(text, length, layout);
-  }
+  if (layout.width <= length) return add(text, length);
+  if (!layout.zero_padding || layout.left_adjust) return add_text(text, length, layout);
   if (negative) add(text, 1);
   add_padding(kZeros, layout.width - length);
   add(digits, static_cast<std::size_t>(end - digits));
+}
+
+void FormatPieces::add_number(std::uint64_t magnitude, bool negative, Base base,
+                              const Layout& layout) {
+  if (!complete_ || kScratchSize - scratch_used_ < kLongestNumber) return give_up();
+  char* const digits = begin_number(negative);
+  end_number(digits, spell(digits, magnitude, base), negative, layout);
+}
+
+void FormatPieces::add_float(std::uint64_t double_bits, unsigned precision, bool general,
+                             const Layout& layout) {
+  if (!complete_ || kScratchSize - scratch_used_ < 1 + kLongestDouble) return give_up();
+  const bool negative = double_bits >> 63 != 0;
+  char* const digits = begin_number(negative);
+  char* const end = spell_double(digits, double_bits, precision, general);
+  if (end == nullptr) return give_up();
+  end_number(digits, end, negative, layout);
 }
 
 void FormatPieces::write(char* out) const {

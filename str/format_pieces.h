@@ -15,7 +15,7 @@ namespace groundwork {
 class FormatPieces {
  public:
   // How a piece reaches a minimum width: with blanks on the right (left adjusted, which
-  // wins), with zeros behind the sign of a number, or with blanks on the left.
+  // wins), with zeros after the sign of a number, or with blanks on the left.
   struct Layout {
     std::size_t width;
     bool left_adjust;
@@ -38,6 +38,9 @@ class FormatPieces {
   void add_text(const char* text, std::size_t length, const Layout& layout);
   void add_character(char c);
   void add_number(std::uint64_t magnitude, bool negative, Base base, const Layout& layout);
+  // A double by its bits, as "%f" or ("general") "%g" prints it.
+  void add_float(std::uint64_t double_bits, unsigned precision, bool general,
+                 const Layout& layout);
 
   // Writes the text, unterminated, to `out`.
   void write(char* out) const;
@@ -52,6 +55,8 @@ class FormatPieces {
   };
 
   void add_padding(const char* fill, std::size_t count);
+  char* begin_number(bool negative);
+  void end_number(const char* digits, const char* end, bool negative, const Layout& layout);
 
   std::size_t count_ = 0;
   std::size_t scratch_used_ = 0;

@@ -58,6 +58,10 @@ void strings() {
   measure("printf.numbers", 200, [](int) {
     std::free(g_strdup_printf("%d %u %x %5d %c %ld", -17, 42U, 255U, 9, 'c', 123456L));
   });
+  measure("printf.measured", 200, [](int) {
+    std::free(g_strdup_printf("%s:%d: %-8s [%5.2f] %lu", "probe", 7, "volt", 23.75, 99UL));
+  });
+  measure("printf.general", 200, [](int) { std::free(g_strdup_printf("%g", 3.25)); });
   std::string pieces = "piece number 1";
   for (int i = 2; i <= 100; ++i) pieces += ",piece number " + std::to_string(i);
   measure(

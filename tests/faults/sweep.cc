@@ -292,7 +292,7 @@ constexpr struct {
      "work on memory alone"},
     {" calloc realloc free ", "counted and followed with malloc"},
     {" __errno_location __libc_single_threaded __fsetlocking alphasort64 fileno "
-     "getpagesize getpid mallinfo2"
+     "getpagesize getpid mallinfo2 nl_langinfo"
      " stderr strerror __sigsetjmp __cxa_finalize pthread_self pthread_once"
      " pthread_setcancelstate __h_errno_location ",
      "cannot fail as they are called"},

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <cfenv>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -15,12 +16,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ios>
 #include <limits>
 #include <random>
 #include <string>
 #include <vector>
 
 #include <dlfcn.h>
+#include <langinfo.h>
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
@@ -46,6 +49,17 @@ extern "C" int vsnprintf(char* out, std::size_t bound, const char* fmt, va_list 
   const int length = system_formatter(out, bound, fmt, args);
   errno = ENOTTY;  // as a formatter may leave it
   return length;
+}
+
+// What the library takes for the locale's decimal point; null for the real one.
+static const char* decimal_point = nullptr;
+
+extern "C" char* nl_langinfo(nl_item item) {
+  using Query = char* (*)(nl_item);
+  static const auto system_query = reinterpret_cast<Query>(dlsym(RTLD_NEXT, "nl_langinfo"));
+  if (item == RADIXCHAR && decimal_point != nullptr)
+    return const_cast<char*>(decimal_point);
+  return system_query(item);
 }
 
 // A sanitizer's own reading of formats stops at those that this test makes up.
@@ -685,7 +699,7 @@ TEST(StrdupPrintf, LeavesSimpleFormatsNotToTheSystemFormatter) {
 }
 
 TEST(StrdupPrintf, LeavesTheRestToTheSystemFormatterOnceAndBounded) {
-  const Formatted result = formatted("%s %.1f", "abc", 1.5);
+  const Formatted result = formatted("%s %.1e", "abc", 1.5);
   EXPECT_EQ(result.formatter_calls, 1);
   EXPECT_EQ(result.formatter_bound, result.allocations[0]);
 }
@@ -716,6 +730,112 @@ TEST(StrdupPrintf, SpellsANumberWhereThereIsRoomForTheLongest) {
   };
   EXPECT_EQ(calls("%llu", kMost), 0);
   EXPECT_EQ(calls("%c%llu", 'm', kMost), 1);
+}
+
+// What is compared is the text; `spelled` tells whether the system formatter was spared.
+void expect_double(const char* fmt, double value, bool* spelled = nullptr) {
+  char expected[600];
+  std::snprintf(expected, sizeof expected, fmt, value);
+  const Formatted result = formatted(fmt, value);
+  ASSERT_EQ(result.text, expected) << fmt << " of " << std::hexfloat << value;
+  if (spelled != nullptr) *spelled = result.formatter_calls == 0;
+}
+
+constexpr const char* kDoubleFormats[] = {
+    "%f",     "%.0f",   "%.f", "%.1f", "%.2f", "%.3f", "%.9f", "%.10f", "%5.2f",
+    "%-9.3f", "%09.4f", "%g",  "%.0g", "%.1g", "%.3g", "%.9g", "%.10g", "%12g",
+    "%-12g",  "%012g",  "%+g", "% f",  "%#g",  "%e",   "%G",   "%a"};
+
+TEST(StrdupPrintf, SpellsDoublesWithoutTheSystemFormatter) {
+  for (const char* fmt : {"%f", "%.2f", "%5.2f", "%-9.3f", "%09.4f", "%g", "%.3g"}) {
+    for (const double value : {0.0, -0.0, 1.5, -21.375, 0.1, 99.995, 409.0}) {
+      bool spelled = false;
+      expect_double(fmt, value, &spelled);
+      EXPECT_TRUE(spelled) << fmt << " of " << value;
+    }
+  }
+}
+
+TEST(StrdupPrintf, FormatsDoublesAtTheEdges) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  std::vector<double> values = {0.0,
+                                kInfinity,
+                                std::nan(""),
+                                DBL_MAX,
+                                DBL_MIN,
+                                std::numeric_limits<double>::denorm_min(),
+                                0.5,
+                                1.5,
+                                2.5,
+                                0.125,
+                                0.375,
+                                999999.5,
+                                999999.4999999,
+                                9.9999995,
+                                0.99999995,
+                                0.09999999,
+                                0.00099999,
+                                0.00009999,
+                                0.0001,
+                                0.001,
+                                0.01,
+                                4294967295.0,
+                                4294967295.5,
+                                4294967296.0,
+                                0x1p-11,
+                                0x1p-12};
+  for (double power = 1e-6; power < 1e12; power *= 10) {
+    for (const double value : {power, 0.5 * power, 9.5 * power}) values.push_back(value);
+  }
+  const std::size_t count = values.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    values.push_back(std::nextafter(values[i], 0.0));
+    values.push_back(std::nextafter(values[i], kInfinity));
+  }
+  for (const double value : values) {
+    for (const char* fmt : kDoubleFormats) {
+      expect_double(fmt, value);
+      expect_double(fmt, -value);
+    }
+  }
+}
+
+TEST(StrdupPrintf, FormatsRandomDoubles) {
+  std::mt19937_64 random(20261121);
+  for (int i = 0; i < 20'000; ++i) {
+    // Of every size that is spelled and some besides; every other one with a short
+    // fraction, as measured values and ties have.
+    const int exponent = static_cast<int>(random() % 60) - 20;
+    double value = std::ldexp(static_cast<double>(random() >> 11) * 0x1p-53, exponent);
+    if (i % 2 == 0) value = std::nearbyint(value * 1024) / 1024;
+    for (const char* fmt : {"%f", "%.0f", "%.1f", "%.2f", "%.9f", "%g", "%.3g", "%.9g"}) {
+      expect_double(fmt, value);
+    }
+  }
+}
+
+TEST(StrdupPrintf, RoundsDoublesAsTheProcessorIsToldTo) {
+  for (const int mode : {FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO, FE_TONEAREST}) {
+    ASSERT_EQ(std::fesetround(mode), 0);
+    for (const double value : {0.15, -0.15, 2.5, 1.005}) {
+      for (const char* fmt : {"%.1f", "%.0f", "%.2g"}) expect_double(fmt, value);
+    }
+  }
+}
+
+TEST(StrdupPrintf, LeavesAForeignDecimalPointToTheSystemFormatter) {
+  decimal_point = ",";
+  const Formatted result = formatted("%.1f", 1.5);
+  decimal_point = nullptr;
+  EXPECT_EQ(result.formatter_calls, 1);
+}
+
+TEST(StrdupPrintf, CutsAStringAtThePrecisionWithoutTheSystemFormatter) {
+  const char open[] = {'a', 'b', 'c', 'd'};  // no terminator within the precision
+  const Formatted result =
+      formatted("<%.4s|%.2s|%6.3s|%-4.1s|%.9s>", open, "xyz", "abcd", "q", "short");
+  EXPECT_EQ(result.text, "<abcd|xy|   abc|q   |short>");
+  EXPECT_EQ(result.formatter_calls, 0);
 }
 
 TEST(StrdupPrintf, WritesAZeroCharacterWithinTheText) {
