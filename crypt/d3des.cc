@@ -1,9 +1,6 @@
 // Single DES with combined S-box and permutation tables, under keys whose bytes are
 // mirrored. Despite the name there is one key and one pass.
 //
-// A thread keeps the schedule of its last key, so that a run of blocks under one key pays
-// for it once. No state is shared between threads.
-//
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/crypt.h>
@@ -13,14 +10,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/check.h"
+#include "crypt/block_cipher.h"
 #include "crypt/des_common.h"
 
 using namespace groundwork::des;
 
 namespace {
-
-constexpr char kSource[] = "g_crypt";
 
 using SBoxTable = std::array<std::uint32_t, 64>;
 
@@ -48,28 +43,6 @@ constexpr Rotations kRotations = [] {
   return rotations;
 }();
 
-// Zero-initialised this is right: the key of zeros has a schedule of zeros.
-struct LastKey {
-  Block key;
-  Schedule schedule;
-};
-
-// Found without a call and present from a thread's start: with the model for libraries that
-// are loaded late, a thread's first call would allocate, and abort where it could not.
-[[gnu::tls_model("initial-exec")]] constinit thread_local LastKey last_key{};
-
-[[gnu::noinline]] void change_key(const Block& key) {
-  last_key.key = key;
-  // Kept: the bits of each key byte are read from the lowest up.
-  expand_key(permuted_choice_1(mirrored(rows_of(key))), kRotations, last_key.schedule);
-}
-
-const Schedule& schedule_of(const void* key_bytes) {
-  const Block key = load_block(key_bytes);
-  if (key != last_key.key) change_key(key);
-  return last_key.schedule;
-}
-
 // What a round adds to one half, from the other. Odd and even S-boxes look at the half with
 // four bits between them; the mask leaves six bits in each byte.
 std::uint32_t round_of(std::uint32_t half, const Subkey& subkey) {
@@ -82,31 +55,31 @@ std::uint32_t round_of(std::uint32_t half, const Subkey& subkey) {
          sp[3][even >> 16 & 255] ^ sp[1][even >> 24];
 }
 
-// Sixteen rounds with the subkeys from `subkey` on, `step` apart.
-Block transformed(const Block& input, const Subkey* subkey, std::ptrdiff_t step) {
-  auto [left, right] = initial_permutation(input);
-  for (int pair = 0; pair < kRounds / 2; ++pair) {
-    left ^= round_of(right, *subkey);
-    right ^= round_of(left, subkey[step]);
-    subkey += 2 * step;
+struct MirroredKeyCipher {
+  using Subkey = groundwork::des::Subkey;
+
+  static void expand(const Block& key, Schedule& schedule) {
+    // Kept: the bits of each key byte are read from the lowest up.
+    expand_key(permuted_choice_1(mirrored(rows_of(key))), kRotations, schedule);
   }
-  return final_permutation({right, left});
-}
+
+  static Block transform(const Block& input, const Subkey* subkey, std::ptrdiff_t step) {
+    auto [left, right] = initial_permutation(input);
+    for (int pair = 0; pair < kRounds / 2; ++pair) {
+      left ^= round_of(right, *subkey);
+      right ^= round_of(left, subkey[step]);
+      subkey += 2 * step;
+    }
+    return final_permutation({right, left});
+  }
+};
 
 }  // namespace
 
 extern "C" int g_crypt_d3des_encrypt(const void* input, void* output, const void* key) {
-  CHECK_ARG(input != NULL, -1);
-  CHECK_ARG(output != NULL, -1);
-  CHECK_ARG(key != NULL, -1);
-  store_block(output, transformed(load_block(input), schedule_of(key).data(), 1));
-  return 0;
+  return BlockCipher<MirroredKeyCipher>::encrypt(input, output, key);
 }
 
 extern "C" int g_crypt_d3des_decrypt(const void* input, void* output, const void* key) {
-  CHECK_ARG(input != NULL, -1);
-  CHECK_ARG(output != NULL, -1);
-  CHECK_ARG(key != NULL, -1);
-  store_block(output, transformed(load_block(input), &schedule_of(key).back(), -1));
-  return 0;
+  return BlockCipher<MirroredKeyCipher>::decrypt(input, output, key);
 }

@@ -6,9 +6,6 @@
 // half enters one lookup at most. So a half and a round's key fit together as one word, two
 // lookups share a table access, and four accesses make a round.
 //
-// A thread keeps the schedule of its last key, so that a run of blocks under one key pays
-// for it once. No state is shared between threads.
-//
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/crypt.h>
@@ -18,14 +15,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/check.h"
+#include "crypt/block_cipher.h"
 #include "crypt/des_common.h"
 
 using namespace groundwork::des;
 
 namespace {
-
-constexpr char kSource[] = "g_crypt";
 
 // Of the six bits x0 to x5 that the expansion gives to group g of four bits, x0, x2 and x5
 // count. Rotated left by one bit, as initial_permutation() leaves it, a half has x2 of
@@ -42,8 +37,8 @@ constexpr std::uint32_t scattered(std::uint32_t half) {
   return (half & ~kMovedBits) | std::rotl(half & kMovedBits, 4);
 }
 
-// The output of a lookup for a group of gathered bits.
-constexpr std::uint32_t looked_up(unsigned group) {
+// What a look-up gives for a group of gathered bits.
+constexpr std::uint32_t sbox_output(unsigned group) {
   const unsigned x0 = group >> 1 & 1;
   const unsigned x2 = group >> 3 & 1;
   const unsigned x5 = group & 1;
@@ -62,7 +57,7 @@ constexpr std::array<std::uint32_t, 256> kRoundTable = [] {
   for (unsigned byte = 0; byte < 4; ++byte) {
     for (unsigned index = 0; index < 256; ++index) {
       if ((index & 0x44) != kTableOf[byte]) continue;
-      const std::uint32_t value = looked_up(index >> 4) << 4 | looked_up(index & 15);
+      const std::uint32_t value = sbox_output(index >> 4) << 4 | sbox_output(index & 15);
       const std::uint32_t half = permuted(value << (24 - 8 * byte), kPermutation);
       table[index] = gathered(std::rotl(half, 1));
     }
@@ -84,35 +79,12 @@ constexpr Rotations kRotations = [] {
 static_assert(kRotations ==
               Rotations{1, 3, 7, 13, 21, 3, 15, 1, 16, 5, 24, 17, 12, 9, 8, 8});
 
-// Zero-initialised this is right: the key of zeros has a schedule of zeros.
-struct LastKey {
-  Block key;
-  std::array<std::uint32_t, kRounds> schedule;  // x0, x2, x5 gathered as in a half
-};
-
-// Found without a call and present from a thread's start: with the model for libraries that
-// are loaded late, a thread's first call would allocate, and abort where it could not.
-[[gnu::tls_model("initial-exec")]] constinit thread_local LastKey last_key{};
-
 // The bits of a subkey that count. In the bytes of a subkey x0 to x5 are bits 5 to 0.
 std::uint32_t gathered(const Subkey& subkey) {
   constexpr std::uint32_t kX0 = 0x20202020;
   constexpr std::uint32_t kX2AndX5 = 0x09090909;
   return (subkey.odd & kX0) | (subkey.odd & kX2AndX5) << 4 | (subkey.even & kX0) >> 4 |
          (subkey.even & kX2AndX5);
-}
-
-[[gnu::noinline]] void change_key(const Block& key) {
-  Schedule schedule;
-  expand_key(permuted_choice_1(rows_of(key)), kRotations, schedule);
-  last_key.key = key;
-  for (unsigned i = 0; i < kRounds; ++i) last_key.schedule[i] = gathered(schedule[i]);
-}
-
-const std::array<std::uint32_t, kRounds>& schedule_of(const void* key_bytes) {
-  const Block key = load_block(key_bytes);
-  if (key != last_key.key) change_key(key);
-  return last_key.schedule;
 }
 
 // What a round adds to one half, from the other.
@@ -124,33 +96,34 @@ std::uint32_t round_of(std::uint32_t half, std::uint32_t subkey) {
          kRoundTable[kTableOf[3] + (bits & 255)];
 }
 
-// Sixteen rounds with the subkeys from `subkey` on, `step` apart.
-Block transformed(const Block& input, const std::uint32_t* subkey, std::ptrdiff_t step) {
-  auto [left, right] = initial_permutation(input);
-  left = gathered(left);
-  right = gathered(right);
-  for (int pair = 0; pair < kRounds / 2; ++pair) {
-    left ^= round_of(right, *subkey);
-    right ^= round_of(left, subkey[step]);
-    subkey += 2 * step;
+struct TotalsCipher {
+  using Subkey = std::uint32_t;  // x0, x2, x5 gathered as in a half
+
+  static void expand(const Block& key, std::array<Subkey, kRounds>& subkeys) {
+    Schedule schedule;
+    expand_key(permuted_choice_1(rows_of(key)), kRotations, schedule);
+    for (unsigned i = 0; i < kRounds; ++i) subkeys[i] = gathered(schedule[i]);
   }
-  return final_permutation({scattered(right), scattered(left)});
-}
+
+  static Block transform(const Block& input, const Subkey* subkey, std::ptrdiff_t step) {
+    auto [left, right] = initial_permutation(input);
+    left = gathered(left);
+    right = gathered(right);
+    for (int pair = 0; pair < kRounds / 2; ++pair) {
+      left ^= round_of(right, *subkey);
+      right ^= round_of(left, subkey[step]);
+      subkey += 2 * step;
+    }
+    return final_permutation({scattered(right), scattered(left)});
+  }
+};
 
 }  // namespace
 
 extern "C" int g_crypt_des_encrypt(const void* input, void* output, const void* key) {
-  CHECK_ARG(input != NULL, -1);
-  CHECK_ARG(output != NULL, -1);
-  CHECK_ARG(key != NULL, -1);
-  store_block(output, transformed(load_block(input), schedule_of(key).data(), 1));
-  return 0;
+  return BlockCipher<TotalsCipher>::encrypt(input, output, key);
 }
 
 extern "C" int g_crypt_des_decrypt(const void* input, void* output, const void* key) {
-  CHECK_ARG(input != NULL, -1);
-  CHECK_ARG(output != NULL, -1);
-  CHECK_ARG(key != NULL, -1);
-  store_block(output, transformed(load_block(input), &schedule_of(key).back(), -1));
-  return 0;
+  return BlockCipher<TotalsCipher>::decrypt(input, output, key);
 }

@@ -113,9 +113,9 @@ constexpr KeyHalves permuted_choice_1(const Block& rows) {
               (right & 0x0000FF00) >> 4 | (left & 0x000F0000) >> 16};
 }
 
-// The 48 bits of PC-2 for one round, cooked for use: six bits in the low end of each byte,
-// those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and S8 in
-// `even`.
+// The 48 bits of PC-2 for one round, preprocessed for use: six bits in the low end of each
+// byte, those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and
+// S8 in `even`.
 struct Subkey {
   std::uint32_t odd;
   std::uint32_t even;
