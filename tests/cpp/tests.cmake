@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # The C++ wrapper, as programs in C++17 use it; so without the other tests' compiled header.
-if(subsystem_count EQUAL 8)
+if(subsystem_count EQUAL 9)
   add_executable(cpp_wrapper_test cpp/wrapper_test.cc)
   target_link_libraries(cpp_wrapper_test PRIVATE test_support)
   target_compile_options(cpp_wrapper_test PRIVATE -O0)
