@@ -36,8 +36,10 @@ EFFECTS(kDestroyEffects, E(EBUSY), E(EINVAL));
 EFFECTS(kDescriptorEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(EACCES), E(EAFNOSUPPORT));
 EFFECTS(kFcntlEffects, E(EAGAIN), E(EACCES), E(ENOLCK), E(EDEADLK), E(EIO), E(EINTR));
 EFFECTS(kFgetsEffects, E(EIO), E(ECONNRESET), E(EAGAIN), E(EINTR), kEnds);
+EFFECTS(kFlockEffects, E(ENOLCK), E(EBADF), E(EAGAIN), E(EINTR));
 EFFECTS(kFreadEffects, E(EIO), E(ECONNRESET), E(EAGAIN), E(EINTR), kEnds, kTransfersOne,
         kTransfersHalf);
+EFFECTS(kFsyncEffects, E(EIO), E(ENOSPC), E(EINVAL), E(EINTR));
 EFFECTS(kFtruncateEffects, E(EIO), E(EFBIG), E(EINVAL), E(EINTR));
 EFFECTS(kHostEffects, E(ENOENT), E(EAGAIN), E(ENOMEM), E(EMFILE));
 EFFECTS(kInitEffects, E(ENOMEM), E(EAGAIN));
@@ -54,12 +56,15 @@ EFFECTS(kMunmapEffects, E(EINVAL), E(ENOMEM));
 EFFECTS(kNoThreadEffects, E(ESRCH));
 EFFECTS(kOpenEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(ENOSPC), E(EACCES), E(EROFS),
         E(ENOENT), E(ENOTDIR), E(EIO), E(EINTR));
+EFFECTS(kOwnerEffects, E(EPERM), E(EROFS), E(EIO), E(EINVAL));
+EFFECTS(kPathconfEffects, E(EINVAL), E(EIO));
 EFFECTS(kPollEffects, E(ENOMEM), E(EINVAL), E(EINTR), kEnds);
 EFFECTS(kPrintEffects, E(EIO), E(ENOSPC), E(EPIPE), E(EAGAIN), E(EINTR));
 EFFECTS(kPwnamEffects, E(EIO), E(EMFILE), E(ENFILE), E(ENOMEM), E(EINTR), kEnds);
 EFFECTS(kReadEffects, E(EIO), E(EISDIR), E(EAGAIN), E(EINTR), kEnds, kTransfersOne,
         kTransfersHalf);
 EFFECTS(kReaddirEffects, E(EIO), E(ENOMEM), E(EINTR), kEnds);
+EFFECTS(kReadlinkEffects, E(EIO), E(EACCES), E(ENOMEM), E(ENOTDIR));
 EFFECTS(kRecvEffects, E(ECONNRESET), E(ENOMEM), E(ENOTSOCK), E(EAGAIN), E(EINTR), kEnds,
         kTransfersOne, kTransfersHalf);
 EFFECTS(kRenameEffects, E(ENOSPC), E(EACCES), E(EXDEV), E(EROFS), E(EIO));
@@ -72,6 +77,7 @@ EFFECTS(kSendEffects, E(EPIPE), E(ECONNRESET), E(ENOMEM), E(ENOTSOCK), E(EAGAIN)
 EFFECTS(kShutdownEffects, E(ENOTCONN), E(EIO));
 EFFECTS(kSleepEffects, E(EINTR), E(EINVAL));
 EFFECTS(kSockoptEffects, E(ENOBUFS), E(EBADF), E(ENOMEM));
+EFFECTS(kStatatEffects, E(EIO), E(ENOMEM), E(EACCES), E(EOVERFLOW));
 EFFECTS(kStatEffects, E(EIO), E(ENOMEM), E(EACCES), E(ENOENT), E(ELOOP), E(ENOTDIR),
         E(EOVERFLOW));
 EFFECTS(kStatfsEffects, E(EIO), E(ENOMEM), E(EACCES), E(EINTR));
@@ -90,17 +96,24 @@ constexpr Faultable kFaultables[] = {
     {Call::kClose, "close", kCloseEffects},
     {Call::kClosedir, "closedir", kCloseEffects},
     {Call::kConnect, "connect", kConnectEffects},
+    {Call::kFchmod, "fchmod", kOwnerEffects},
+    {Call::kFchown, "fchown", kOwnerEffects},
     {Call::kFclose, "fclose", kCloseEffects},
     {Call::kFcntl, TIME64("fcntl64", "__fcntl_time64"), kFcntlEffects},
     {Call::kFdopen, "fdopen", kMlockEffects},
     {Call::kFflush, "fflush", kPrintEffects},
     {Call::kFgets, "fgets", kFgetsEffects},
+    {Call::kFlock, "flock", kFlockEffects},
     {Call::kFopen, "fopen64", kOpenEffects},
+    {Call::kFpathconf, "fpathconf", kPathconfEffects},
     {Call::kFprintf, "fprintf", kPrintEffects, "__fprintf_chk"},
     {Call::kFputs, "fputs", kPrintEffects},
     {Call::kFread, "fread", kFreadEffects},
     {Call::kFstat, TIME64("fstat64", "__fstat64_time64"), kStatEffects},
+    {Call::kFstatat, TIME64("fstatat64", "__fstatat64_time64"), kStatatEffects},
+    {Call::kFsync, "fsync", kFsyncEffects},
     {Call::kFtruncate, "ftruncate64", kFtruncateEffects},
+    {Call::kFutimens, TIME64("futimens", "__futimens64"), kOwnerEffects},
     {Call::kFwrite, "fwrite", kWriteEffects},
     {Call::kGetc, "getc", kFgetsEffects},
     {Call::kGethostbyname2, "gethostbyname2", kHostEffects},
@@ -117,6 +130,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kMunmap, "munmap", kMunmapEffects},
     {Call::kNanosleep, TIME64("nanosleep", "__nanosleep64"), kSleepEffects},
     {Call::kOpen, "open64", kOpenEffects},
+    {Call::kOpenat, "openat64", kOpenEffects},
     {Call::kOpendir, "opendir", kOpenEffects},
     {Call::kPoll, "poll", kPollEffects},
     {Call::kPrintf, "printf", kPrintEffects, "__printf_chk"},
@@ -134,9 +148,11 @@ constexpr Faultable kFaultables[] = {
     {Call::kPthreadSetschedparam, "pthread_setschedparam", kSchedEffects},
     {Call::kRead, "read", kReadEffects},
     {Call::kReaddir, "readdir64", kReaddirEffects},
+    {Call::kReadlinkat, "readlinkat", kReadlinkEffects},
     {Call::kRecv, "recv", kRecvEffects},
 
     {Call::kRename, "rename", kRenameEffects},
+    {Call::kRenameat, "renameat", kRenameEffects},
     {Call::kRmdir, "rmdir", kRmdirEffects},
     {Call::kScandir, "scandir64", kScandirEffects},
     {Call::kSchedGetPriorityMax, "sched_get_priority_max", kInvalidEffects},
@@ -149,6 +165,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kStatfs, "statfs64", kStatfsEffects},
     {Call::kUflow, "__uflow", kFgetsEffects},
     {Call::kUnlink, "unlink", kUnlinkEffects},
+    {Call::kUnlinkat, "unlinkat", kUnlinkEffects},
     {Call::kVsnprintf, "vsnprintf", kTextEffects, "__vsnprintf_chk"},
     {Call::kWrite, "write", kWriteEffects},
 };

@@ -18,6 +18,7 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/select.h>
@@ -115,6 +116,18 @@ int open(const char* path, int flags, ...) {
   return NEXT(kOpen, open)(path, flags, mode);
 }
 
+int openat(int directory, const char* path, int flags, ...) {
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list args;
+    va_start(args, flags);
+    mode = va_arg(args, mode_t);
+    va_end(args);
+  }
+  if (const Effect* const effect = strike(Call::kOpenat)) return failed(*effect, -1);
+  return NEXT(kOpenat, openat)(directory, path, flags, mode);
+}
+
 // A descriptor is gone whatever close() answers.
 int close(int fd) {
   const Effect* const effect = strike(Call::kClose);
@@ -185,6 +198,58 @@ int unlink(const char* path) noexcept {
 int rename(const char* from, const char* to) noexcept {
   if (const Effect* const effect = strike(Call::kRename)) return failed(*effect, -1);
   return NEXT(kRename, rename)(from, to);
+}
+
+int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
+  if (const Effect* const effect = strike(Call::kFstatat)) return failed(*effect, -1);
+  return NEXT(kFstatat, fstatat)(directory, path, status, flags);
+}
+
+ssize_t readlinkat(int directory, const char* path, char* target, size_t size) noexcept {
+  if (const Effect* const effect = strike(Call::kReadlinkat))
+    return failed(*effect, ssize_t{-1});
+  return NEXT(kReadlinkat, readlinkat)(directory, path, target, size);
+}
+
+int flock(int fd, int operation) noexcept {
+  if (const Effect* const effect = strike(Call::kFlock)) return failed(*effect, -1);
+  return NEXT(kFlock, flock)(fd, operation);
+}
+
+int fsync(int fd) {
+  if (const Effect* const effect = strike(Call::kFsync)) return failed(*effect, -1);
+  return NEXT(kFsync, fsync)(fd);
+}
+
+int fchmod(int fd, mode_t mode) noexcept {
+  if (const Effect* const effect = strike(Call::kFchmod)) return failed(*effect, -1);
+  return NEXT(kFchmod, fchmod)(fd, mode);
+}
+
+int fchown(int fd, uid_t user, gid_t group) noexcept {
+  if (const Effect* const effect = strike(Call::kFchown)) return failed(*effect, -1);
+  return NEXT(kFchown, fchown)(fd, user, group);
+}
+
+int futimens(int fd, const struct timespec* times) noexcept {
+  if (const Effect* const effect = strike(Call::kFutimens)) return failed(*effect, -1);
+  return NEXT(kFutimens, futimens)(fd, times);
+}
+
+long fpathconf(int fd, int name) noexcept {
+  if (const Effect* const effect = strike(Call::kFpathconf)) return failed(*effect, -1L);
+  return NEXT(kFpathconf, fpathconf)(fd, name);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
+  if (const Effect* const effect = strike(Call::kUnlinkat)) return failed(*effect, -1);
+  return NEXT(kUnlinkat, unlinkat)(directory, path, flags);
+}
+
+int renameat(int from_directory, const char* from, int to_directory,
+             const char* to) noexcept {
+  if (const Effect* const effect = strike(Call::kRenameat)) return failed(*effect, -1);
+  return NEXT(kRenameat, renameat)(from_directory, from, to_directory, to);
 }
 
 // --- Directories.

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+
+#include "safe/file_descriptor.h"
+
+groundwork::Descriptor groundwork::open_at(int directory, const char* path, int flags,
+                                           mode_t mode) {
+  Descriptor file(
+      uninterrupted([=] { return openat(directory, path, flags | O_CLOEXEC, mode); }));
+  if (file.is_open() && file.get() <= STDERR_FILENO) {
+    file.reset(fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  }
+  return file;
+}

@@ -1,0 +1,59 @@
+// Descriptors of the safe layer: closed by their owner, and none of the three standard
+// ones.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_SAFE_FILE_DESCRIPTOR_H
+#define GROUNDWORK_SAFE_FILE_DESCRIPTOR_H
+
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace groundwork {
+
+// Calls a function of the system again while a signal interrupts it. Not for close(), which
+// has closed all the same.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+// Owner of a descriptor, -1 for none. Closes it without touching errno.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(Descriptor&& other) : number_(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) {
+    reset(other.release());
+    return *this;
+  }
+  ~Descriptor() { reset(); }
+
+  bool is_open() const { return number_ != -1; }
+  int get() const { return number_; }
+  int release() { return std::exchange(number_, -1); }
+  void reset(int number = -1) {
+    const int former = std::exchange(number_, number);
+    if (former == -1) return;
+    const int kept = errno;
+    close(former);
+    errno = kept;
+  }
+
+ private:
+  int number_ = -1;
+};
+
+// As openat(), close-on-exec. Above the standard descriptors: in a program that closed
+// those, what it prints would go into the file.
+Descriptor open_at(int directory, const char* path, int flags, mode_t mode = 0);
+
+}  // namespace groundwork
+
+#endif

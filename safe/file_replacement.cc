@@ -1,0 +1,318 @@
+// A power cut may come at any moment and keep any part of what was not synced. So the new
+// content and its owner and mode are on the disk before the rename, and the rename before
+// success is reported.
+//
+// SPDX-License-Identifier: MIT
+
+#include "safe/file_replacement.h"
+
+#include <groundwork/safe.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+using namespace groundwork;
+
+namespace {
+
+constexpr int64_t kPatienceMs = 5000;  // for the lock
+constexpr long kLongestNapMs = 16;     // between two tries
+constexpr int kMaxLinks = 40;          // as many as the system follows
+constexpr int kAttempts = 10;          // while links and files change under us
+constexpr long kShortestLimit = 8;     // of a file system's names
+constexpr std::size_t kLongestWrite = std::size_t{1} << 30;
+constexpr mode_t kNewFile = 0644;
+constexpr mode_t kOwnerBits = 0700;
+constexpr mode_t kModeBits = 07777;
+
+bool is_same_file(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+Owned<char> copy_of(const char* text) {
+  const std::size_t size = std::strlen(text) + 1;
+  Owned<char> copy(static_cast<char*>(std::malloc(size)));
+  if (copy != nullptr) std::memcpy(copy.get(), text, size);
+  return copy;
+}
+
+bool is_link(int directory, const char* path) {
+  char first;
+  return readlinkat(directory, path, &first, 1) != -1;
+}
+
+// What a link leads to; null on failure.
+Owned<char> target_of(int directory, const char* path) {
+  for (std::size_t size = 256;; size *= 2) {
+    Owned<char> target(static_cast<char*>(std::malloc(size)));
+    if (target == nullptr) return nullptr;
+    const ssize_t length = readlinkat(directory, path, target.get(), size);
+    if (length == -1) return nullptr;
+    if (static_cast<std::size_t>(length) < size) {  // or it may have been cut
+      target.get()[length] = '\0';
+      return target;
+    }
+  }
+}
+
+// Parts a path into its directory and the last component, in place.
+struct Parted {
+  const char* directory;
+  const char* name;
+};
+Parted part(char* path) {
+  char* const slash = std::strrchr(path, '/');
+  if (slash == nullptr) return {".", path};
+  if (slash == path) return {"/", path + 1};
+  *slash = '\0';
+  return {path, slash + 1};
+}
+
+// "dir/", ".", "..": no file can have that name.
+bool names_directory(const char* path) {
+  const char* const slash = std::strrchr(path, '/');
+  const char* const name = slash == nullptr ? path : slash + 1;
+  return name[0] == '\0' || std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+void nap(int64_t ms) {
+  const timespec time = {0, static_cast<long>(ms) * 1'000'000};
+  nanosleep(&time, nullptr);
+}
+
+// Never tried again, not even after a signal: what could not be written may have been
+// dropped by then, and the next fsync() would succeed all the same.
+bool sync_once(int descriptor) {
+  return fsync(descriptor) == 0;
+}
+
+}  // namespace
+
+Replacement::~Replacement() {
+  const int kept = errno;
+  temporary_.reset();
+  if (is_created_) unlinkat(directory_.get(), temporary_name_, 0);
+  leave_directory();
+  errno = kept;
+}
+
+bool Replacement::find(const char* path) {
+  for (int attempts = 0; attempts < kAttempts; ++attempts) {
+    if (!resolve(path) || !lock_directory()) return false;
+    switch (look(path)) {
+      case Look::kFound:
+        name_temporary(NAME_MAX);
+        return true;
+      case Look::kFailed:
+        return false;
+      case Look::kMoved:
+        leave_directory();
+    }
+  }
+  errno = exists_ ? EAGAIN : ENOENT;
+  return false;
+}
+
+// Opens the directory of the file that the path leads to. Links are followed here, and not
+// by the system, since the file is named relative to the directory that it is in.
+bool Replacement::resolve(const char* path) {
+  Descriptor start;
+  path_ = copy_of(path);
+  for (links_ = 0; path_ != nullptr; ++links_) {
+    const int from = start.is_open() ? start.get() : AT_FDCWD;
+    Owned<char> target;
+    if (is_link(from, path_.get())) {
+      if (links_ == kMaxLinks) {
+        errno = ELOOP;
+        return false;
+      }
+      target = target_of(from, path_.get());
+      if (target == nullptr) return false;
+    } else if (errno != EINVAL && errno != ENOENT) {
+      return false;
+    } else if (names_directory(path_.get())) {
+      struct stat status;
+      if (fstatat(from, path_.get(), &status, 0) == 0) errno = EISDIR;
+      return false;
+    }
+    const Parted parted = part(path_.get());
+    // A directory that is only passed need not be readable.
+    const int access = target == nullptr ? O_RDONLY : O_PATH;
+    Descriptor directory = open_at(from, parted.directory, access | O_DIRECTORY);
+    if (!directory.is_open()) return false;
+    if (target == nullptr) {
+      directory_ = std::move(directory);
+      name_ = parted.name;
+      return true;
+    }
+    start = std::move(directory);
+    path_ = std::move(target);
+  }
+  return false;  // no memory
+}
+
+bool Replacement::lock_directory() {
+  for (int64_t pause = 1;; pause = std::min<int64_t>(2 * pause, kLongestNapMs)) {
+    const int result =
+        uninterrupted([this] { return flock(directory_.get(), LOCK_EX | LOCK_NB); });
+    is_locked_ = result == 0;
+    if (is_locked_ || errno != EWOULDBLOCK) return is_locked_;
+    const int64_t now = g_monotonic_ms();
+    if (deadline_ == 0) deadline_ = now + kPatienceMs;
+    if (now >= deadline_) {
+      errno = EAGAIN;
+      return false;
+    }
+    nap(std::min(pause, deadline_ - now));
+  }
+}
+
+// What is there, now that nobody else replaces it.
+Replacement::Look Replacement::look(const char* path) {
+  struct stat seen;
+  // Asked too, since the system does not follow every link for everybody.
+  if (links_ > 0 && stat(path, &seen) != 0) return Look::kFailed;
+  const int result = fstatat(directory_.get(), name_, &file_, AT_SYMLINK_NOFOLLOW);
+  exists_ = result == 0;
+  if (!exists_ && errno != ENOENT) return Look::kFailed;
+  if (links_ == 0) {
+    if (!exists_) {
+      mode_ = kNewFile;
+      return Look::kFound;
+    }
+    if (S_ISLNK(file_.st_mode)) return Look::kMoved;
+    seen = file_;
+  }
+  if (!S_ISREG(seen.st_mode)) {
+    errno = S_ISDIR(seen.st_mode) ? EISDIR : EINVAL;
+    return Look::kFailed;
+  }
+  if (!exists_ || !is_same_file(seen, file_)) return Look::kMoved;
+  set_mode(file_.st_mode);
+  return Look::kFound;
+}
+
+// Takes the lock away from children, too, that were forked meanwhile and hold the
+// descriptor until they call exec().
+void Replacement::leave_directory() {
+  if (is_locked_) flock(directory_.get(), LOCK_UN);
+  is_locked_ = false;
+  directory_.reset();
+}
+
+void Replacement::set_mode(mode_t mode) {
+  mode_ = mode & kModeBits;
+  mode_is_exact_ = true;
+}
+
+// Of a long name as much as fits, and no half of a UTF-8 character.
+void Replacement::name_temporary(std::size_t longest) {
+  constexpr char kSuffix[] = ".new";
+  const std::size_t whole = std::strlen(name_);
+  std::size_t length = std::min(whole, longest - sizeof kSuffix);
+  if (length < whole) {
+    while (length > 1 && (name_[length] & 0xC0) == 0x80) --length;
+  }
+  temporary_name_[0] = '.';
+  std::memcpy(temporary_name_ + 1, name_, length);
+  std::memcpy(temporary_name_ + 1 + length, kSuffix, sizeof kSuffix);
+  // Cut, a name of dots would be its own temporary file's.
+  if (std::strcmp(temporary_name_, name_) == 0) temporary_name_[1] = '_';
+}
+
+bool Replacement::spares(const struct stat& other) const {
+  struct stat left;
+  const int result = fstatat(directory_.get(), temporary_name_, &left, AT_SYMLINK_NOFOLLOW);
+  if (result != 0 && errno != ENOENT) return false;
+  if ((result != 0 || !is_same_file(left, other)) &&
+      (!exists_ || !is_same_file(file_, other))) {
+    return true;
+  }
+  errno = EINVAL;
+  return false;
+}
+
+bool Replacement::create() {
+  // For its owner alone until the owner is the right one.
+  const mode_t mode = mode_is_exact_ ? mode_ & kOwnerBits : mode_;
+  for (int attempts = 0; attempts < kAttempts; ++attempts) {
+    temporary_ = open_at(directory_.get(), temporary_name_,
+                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+    is_created_ = temporary_.is_open();
+    if (is_created_) return true;
+    if (errno == ENAMETOOLONG) {
+      const long longest = fpathconf(directory_.get(), _PC_NAME_MAX);
+      if (longest < kShortestLimit || longest >= NAME_MAX) return false;
+      name_temporary(static_cast<std::size_t>(longest));
+    } else if (errno != EEXIST ||
+               (unlinkat(directory_.get(), temporary_name_, 0) != 0 && errno != ENOENT)) {
+      return false;
+    }
+  }
+  errno = EEXIST;
+  return false;
+}
+
+bool Replacement::write(const void* data, std::size_t size) {
+  const char* next = static_cast<const char*>(data);
+  while (size > 0) {
+    const std::size_t wanted = std::min(size, kLongestWrite);
+    const ssize_t count =
+        uninterrupted([=, this] { return ::write(temporary_.get(), next, wanted); });
+    if (count == -1) return false;
+    next += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+bool Replacement::is_as_wanted(const struct stat& status) const {
+  return (status.st_mode & kModeBits) == mode_ &&
+         (!exists_ || (status.st_uid == file_.st_uid && status.st_gid == file_.st_gid));
+}
+
+// After the writing, which clears the set-ID bits.
+bool Replacement::set_owner_and_mode() {
+  if (!mode_is_exact_) return true;
+  struct stat now;
+  if (fstat(temporary_.get(), &now) != 0) return false;
+  if (is_as_wanted(now)) return true;
+  if (exists_ && (now.st_uid != file_.st_uid || now.st_gid != file_.st_gid) &&
+      uninterrupted(
+          [this] { return fchown(temporary_.get(), file_.st_uid, file_.st_gid); }) != 0) {
+    if (errno == EINVAL) errno = EPERM;  // an owner unknown in this user namespace
+    return false;
+  }
+  if (uninterrupted([this] { return fchmod(temporary_.get(), mode_); }) != 0) return false;
+  // Not every bit is given to everybody, and some file systems have less to give.
+  if (fstat(temporary_.get(), &now) != 0) return false;
+  if (is_as_wanted(now)) return true;
+  errno = EPERM;
+  return false;
+}
+
+// An interrupted close() has closed; the content is on the disk already.
+bool Replacement::close_temporary() {
+  return close(temporary_.release()) == 0 || errno == EINTR;
+}
+
+int Replacement::commit(const timespec* times) {
+  const int directory = directory_.get();
+  if (!set_owner_and_mode()) return -1;
+  if (times != nullptr && futimens(temporary_.get(), times) != 0) return -1;
+  if (!sync_once(temporary_.get()) || !close_temporary()) return -1;
+  if (uninterrupted([=, this] {
+        return renameat(directory, temporary_name_, directory, name_);
+      }) != 0) {
+    return -1;
+  }
+  is_created_ = false;
+  return sync_once(directory) ? 0 : 1;
+}
