@@ -1,9 +1,10 @@
 // Hash table: open addressing with linear probing in one flat array of pointers to entries.
 // Removal leaves holes that searches pass over and insertions fill.
 //
-// A search that cannot stop at a hole walks the whole table for a miss. Tables whose key
-// functions are our own, so that equal keys are known to have equal hashes, therefore have
-// an index behind the slots, which gives the same answers without the walk.
+// A search that cannot stop at a hole walks the whole table for a miss (hash_walk.cc).
+// Tables whose key functions are our own, so that equal keys are known to have equal
+// hashes, therefore have an index after the slots, which finds the same slots without the
+// walk (hash_index.cc).
 //
 // SPDX-License-Identifier: MIT
 
@@ -14,6 +15,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "containers/hash_index.h"
+#include "containers/hash_table.h"
+#include "containers/hash_walk.h"
 #include "containers/slot_index.h"
 #include "core/check.h"
 
@@ -21,44 +25,7 @@ using namespace groundwork;
 
 namespace {
 
-struct Entry {
-  void* key;
-  void* value;
-  uint32_t hashed;  // of the key; costs nothing, heaps round the block up anyway
-};
-
-// What is known about a table's hash and equality functions.
-enum class Keys { kCallers, kPointers, kInts, kStrings };
-
-}  // namespace
-
-struct GHash {
-  Entry** slots;  // null where empty; one of them always is
-  uint32_t size;
-  uint32_t count;
-  GHashFunc hash_func;
-  GEqualFunc equal_func;  // null compares pointers
-  GHashDestroyFunc destroy_func;
-  // Callers know the fields above.
-  Keys keys;
-  bool had_removals;  // so a key may be stored twice
-  SlotIndex index;    // in the block of the slots; false when the table is walked
-};
-static_assert(offsetof(GHash, size) == sizeof(void*) &&
-              offsetof(GHash, count) == sizeof(void*) + sizeof(uint32_t) &&
-              offsetof(GHash, hash_func) == sizeof(void*) + 2 * sizeof(uint32_t) &&
-              offsetof(GHash, equal_func) == offsetof(GHash, hash_func) + sizeof(void*) &&
-              offsetof(GHash, destroy_func) ==
-                  offsetof(GHash, equal_func) + sizeof(void*) &&
-              offsetof(Entry, value) == sizeof(void*));
-
-namespace {
-
 constexpr char kSource[] = "g_hash";
-
-bool equal_text(const void* a, const void* b) {
-  return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b)) == 0;
-}
 
 uint32_t pointed_to(const void* key) {
   return *static_cast<const uint32_t*>(key);
@@ -81,192 +48,203 @@ uint32_t hash_of_text(const void* key) {
   }
 }
 
-// Our own equality functions, known at compile time. Tables that use one of them together
-// with its hash function may have an index, for their equal keys have equal hashes. Strings
-// compared as pointers are not among them: such a string may change while it is stored, and
-// with it its hash, but not what it equals.
-bool equal_strings(const void* stored, const void* key) {
-  return equal_text(stored, key);
-}
-bool equal_ints(const void* stored, const void* key) {
-  return pointed_to(stored) == pointed_to(key);
-}
-bool equal_pointers(const void* stored, const void* key) {
-  return stored == key;
-}
-
-Keys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
-  if (hash_func == g_hash_str && equal_func == g_hash_str_equal) return Keys::kStrings;
-  if (hash_func == g_hash_int && equal_func == g_hash_int_equal) return Keys::kInts;
+// Strings compared as pointers are no such keys of ours: such a string may change while it
+// is stored, and with it its hash, but not what it equals.
+HashKeys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
+  if (hash_func == g_hash_str && equal_func == g_hash_str_equal) return HashKeys::kStrings;
+  if (hash_func == g_hash_int && equal_func == g_hash_int_equal) return HashKeys::kInts;
   if (hash_func == g_hash_direct &&
       (equal_func == nullptr || equal_func == g_hash_direct_equal)) {
-    return Keys::kPointers;
+    return HashKeys::kPointers;
   }
-  return Keys::kCallers;
+  return HashKeys::kCallers;
 }
 
-uint32_t home_slot(const GHash& hash, uint32_t hashed) {
-  const uint32_t mask = hash.size - 1;
-  return (hash.size & mask) == 0 ? hashed & mask : hashed % hash.size;
-}
-
-uint32_t next_slot(const GHash& hash, uint32_t slot) {
-  return slot + 1 == hash.size ? 0 : slot + 1;
-}
-
-// How far a probe run from `home` has gone when it meets `slot`.
-uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
-  return slot >= home ? slot - home : slot + (hash.size - home);
-}
-
-// The first hole from `slot` on.
-uint32_t first_hole(const GHash& hash, uint32_t slot) {
-  if (hash.slots[slot] == nullptr) return slot;
-  if (hash.index) return hash.index.first_hole(slot);
-  while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
-  return slot;
-}
-
-// --- tables that are walked ---
-
-bool matches(GEqualFunc equal, const Entry& entry, const void* key) {
-  return equal != nullptr ? equal(entry.key, key) != 0 : entry.key == key;
-}
-
-// The first slot from `from` on, and before `to`, with an entry for `key`; `size` when
-// there is none. Holes are passed over: removal leaves them in the middle of a probe run.
-uint32_t walk(const GHash& hash, const void* key, uint32_t from, uint32_t to) {
-  Entry* const* const slots = hash.slots;
-  const GEqualFunc equal = hash.equal_func;
-  for (uint32_t slot = from; slot < to; ++slot) {
-    const Entry* const entry = slots[slot];
-    if (entry != nullptr && matches(equal, *entry, key)) return slot;
-  }
-  return hash.size;
-}
-
-uint32_t walk_to_match(const GHash& hash, const void* key, uint32_t hashed) {
-  const uint32_t home = home_slot(hash, hashed);
-  const uint32_t slot = walk(hash, key, home, hash.size);
-  return slot != hash.size ? slot : walk(hash, key, 0, home);
-}
-
-// Where `key` is to be stored: the slot of its entry, or a hole.
-// Kept: the run ends at the first hole, although a search would go on. A key beyond the
-// hole is stored twice.
-uint32_t walk_to_insertion(const GHash& hash, const void* key, uint32_t hashed) {
-  uint32_t slot = home_slot(hash, hashed);
-  while (hash.slots[slot] != nullptr && !matches(hash.equal_func, *hash.slots[slot], key)) {
-    slot = next_slot(hash, slot);
-  }
-  return slot;
-}
-
-// --- tables with an index: the same slots without the walk ---
-
-// Of several copies of a key the one that is met first.
-template <typename Holds>
-[[gnu::noinline]] uint32_t nearest_match(const GHash& hash, uint32_t hashed, Holds holds) {
-  const uint32_t home = home_slot(hash, hashed);
-  uint32_t nearest = hash.size;
-  uint32_t nearest_distance = hash.size;
-  hash.index.find_candidate(hashed, [&](uint32_t slot) {
-    const uint32_t slot_distance = distance(hash, home, slot);
-    if (slot_distance < nearest_distance && holds(slot)) {
-      nearest = slot;
-      nearest_distance = slot_distance;
-    }
-    return false;
-  });
-  return nearest;
-}
-
-template <auto equal>
-[[gnu::noinline]] uint32_t indexed_match(const GHash& hash, const void* key,
-                                         uint32_t hashed) {
-  const auto holds = [&](uint32_t slot) {
-    const Entry& entry = *hash.slots[slot];
-    return entry.hashed == hashed && equal(entry.key, key);
-  };
-  if (hash.had_removals) [[unlikely]]
-    return nearest_match(hash, hashed, holds);
-  return hash.index.find_candidate(hashed, holds);
-}
-
-uint32_t match_of(const GHash& hash, const void* key, uint32_t hashed) {
-  if (!hash.index) return walk_to_match(hash, key, hashed);
-  if (hash.keys == Keys::kStrings) return indexed_match<equal_strings>(hash, key, hashed);
-  if (hash.keys == Keys::kInts) return indexed_match<equal_ints>(hash, key, hashed);
-  return indexed_match<equal_pointers>(hash, key, hashed);
-}
-
-uint32_t indexed_insertion(const GHash& hash, const void* key, uint32_t hashed) {
-  const uint32_t home = home_slot(hash, hashed);
-  const uint32_t match = match_of(hash, key, hashed);
-  if (match != hash.size && !hash.had_removals) return match;
-  const uint32_t hole = first_hole(hash, home);
-  return match != hash.size && distance(hash, home, match) < distance(hash, home, hole)
-             ? match
-             : hole;
-}
-
-// --- either ---
-
-// What hash_func would answer.
+// What hash_func would return.
 uint32_t hash_of(const GHash& hash, const void* key) {
-  if (hash.keys == Keys::kStrings) return hash_of_text(key);
-  if (hash.keys == Keys::kInts) return pointed_to(key);
+  if (hash.keys == HashKeys::kStrings) return hash_of_text(key);
+  if (hash.keys == HashKeys::kInts) return pointed_to(key);
   return hash.hash_func(key);
 }
 
+// The slot that a search for `key` finds; `size` when there is none.
 uint32_t find_slot(const GHash& hash, const void* key) {
-  return match_of(hash, key, hash_of(hash, key));
+  const uint32_t hashed = hash_of(hash, key);
+  return hash.index ? indexed_match(hash, key, hashed) : walk_to_match(hash, key, hashed);
 }
 
+// Where `key` is to be stored: the slot of an entry for it, or a hole.
 uint32_t insertion_slot(const GHash& hash, const void* key, uint32_t hashed) {
   return hash.index ? indexed_insertion(hash, key, hashed)
                     : walk_to_insertion(hash, key, hashed);
 }
 
-void put(GHash& hash, uint32_t slot, Entry* entry) {
+void put(GHash& hash, uint32_t slot, HashEntry* entry) {
   hash.slots[slot] = entry;
   if (hash.index) hash.index.add(entry->hashed, slot);
 }
 
-// Gives the table `size` empty slots and, if it should have one and there is memory, an
-// index. False when memory is exhausted, with nothing changed.
-bool allocate_slots(GHash& hash, uint32_t size) {
+// --- Entries that are leaving: those whose destroy function was called. They are in their
+// slot until it returns. If it removes them itself it is not called again, and the call
+// that called it frees the entry.
+
+constexpr uint32_t leaving_words(uint32_t slots) {
+  return slots / 32 + (slots % 32 != 0);
+}
+
+// One bit for each slot, after the slots.
+uint32_t& leaving_word(const GHash& hash, uint32_t slot) {
+  return reinterpret_cast<uint32_t*>(hash.slots + hash.size)[slot / 32];
+}
+constexpr uint32_t leaving_bit(uint32_t slot) {
+  return uint32_t{1} << slot % 32;
+}
+bool is_leaving(const GHash& hash, uint32_t slot) {
+  return (leaving_word(hash, slot) & leaving_bit(slot)) != 0;
+}
+void set_leaving(GHash& hash, uint32_t slot) {
+  leaving_word(hash, slot) |= leaving_bit(slot);
+}
+
+// The slot of an entry that was at `slot` when there were `size` of them; the number of
+// slots when it was taken out.
+uint32_t slot_now(const GHash& hash, const HashEntry* entry, uint32_t slot, uint32_t size) {
+  if (hash.slots[slot] == entry) return slot;
+  if (hash.size == size) return hash.size;  // only growth moves entries
+  slot = 0;
+  while (slot < hash.size && hash.slots[slot] != entry) ++slot;
+  return slot;
+}
+
+// Makes a hole of `slot`.
+void take_out(GHash& hash, uint32_t slot) {
+  if (hash.index) {
+    hash.index.remove(hash.slots[slot]->hashed, slot,
+                      [&](uint32_t other) { return hash.slots[other]->hashed; });
+  }
+  leaving_word(hash, slot) &= ~leaving_bit(slot);
+  hash.slots[slot] = nullptr;
+  --hash.count;
+  hash.had_removals = hash.count != 0;
+}
+
+// Takes out the entry at `slot` and frees it, after its destroy function has seen it in
+// place.
+void remove_entry(GHash& hash, uint32_t slot) {
+  HashEntry* const entry = hash.slots[slot];
+  if (hash.destroy_func != nullptr) {
+    if (is_leaving(hash, slot)) {
+      take_out(hash, slot);
+      return;
+    }
+    set_leaving(hash, slot);
+    const uint32_t size = hash.size;
+    hash.destroy_func(entry->key, entry->value);
+    slot = slot_now(hash, entry, slot, size);
+  }
+  if (slot != hash.size) take_out(hash, slot);
+  std::free(entry);
+}
+
+// Removes all entries, in the order of their slots. What a destroy function inserts before
+// the slot of its entry, or moves there because the table grows, has its turn after the
+// others.
+void empty(GHash& hash) {
+  while (hash.count != 0) {
+    for (uint32_t slot = 0; slot < hash.size; ++slot) {
+      if (hash.slots[slot] == nullptr) continue;
+      if (hash.destroy_func != nullptr) {
+        remove_entry(hash, slot);
+      } else {
+        std::free(hash.slots[slot]);
+        --hash.count;  // nobody is there to look at the slot
+      }
+    }
+  }
+}
+
+// --- Room.
+
+struct Room {
+  HashEntry** slots;  // null when memory is exhausted
+  SlotIndex index;
+};
+
+// `size` empty slots with what belongs to them: bits for leaving entries and, if the table
+// should have one and there is memory, an index.
+Room allocate_room(HashKeys keys, uint32_t size) {
   void* block = nullptr;
-  const uint64_t slot_bytes = uint64_t{size} * sizeof(Entry*);
-  if (hash.keys != Keys::kCallers && size <= SlotIndex::kMaxSlots) {
-    const uint64_t bytes = slot_bytes + SlotIndex::words(size) * sizeof(uint32_t);
-    if (bytes <= PTRDIFF_MAX) block = std::calloc(1, static_cast<size_t>(bytes));
+  const uint64_t bytes =
+      uint64_t{size} * sizeof(HashEntry*) + leaving_words(size) * sizeof(uint32_t);
+  if (keys != HashKeys::kCallers && size <= SlotIndex::kMaxSlots) {
+    const uint64_t with_index = bytes + SlotIndex::words(size) * sizeof(uint32_t);
+    if (with_index <= PTRDIFF_MAX) block = std::calloc(1, static_cast<size_t>(with_index));
   }
   const bool indexed = block != nullptr;
-  if (!indexed && slot_bytes <= PTRDIFF_MAX) block = std::calloc(size, sizeof(Entry*));
-  if (block == nullptr) [[unlikely]]
-    return false;
-  hash.slots = static_cast<Entry**>(block);
+  if (!indexed && bytes <= PTRDIFF_MAX) {
+    block = std::calloc(1, static_cast<size_t>(bytes));
+  }
+  auto* const index_memory = reinterpret_cast<uint32_t*>(static_cast<char*>(block) + bytes);
+  return {static_cast<HashEntry**>(block),
+          indexed ? SlotIndex(index_memory, size) : SlotIndex()};
+}
+
+void move_in(GHash& hash, const Room& room, uint32_t size) {
+  hash.slots = room.slots;
   hash.size = size;
-  hash.index = indexed ? SlotIndex(reinterpret_cast<uint32_t*>(hash.slots + size), size)
-                       : SlotIndex();
+  hash.index = room.index;
+}
+
+// Notes the hash of each entry. The caller's hash function may change the table; false when
+// it made it grow. An entry that it put in has its hash noted, and one that is leaving may
+// have lost its key.
+bool rehash(GHash& hash) {
+  const uint32_t size = hash.size;
+  for (uint32_t slot = 0; slot < size; ++slot) {
+    const HashEntry* const entry = hash.slots[slot];
+    if (entry == nullptr || is_leaving(hash, slot)) continue;
+    void* const key = entry->key;
+    const uint32_t hashed = hash.hash_func(key);
+    if (hash.size != size) return false;
+    HashEntry* const there = hash.slots[slot];
+    if (there != nullptr && there->key == key) there->hashed = hashed;
+  }
   return true;
 }
 
 // Doubles the table; false when memory is exhausted, with nothing changed.
 bool grow(GHash& hash) {
+  if (hash.size > UINT32_MAX / 2) return false;
+  const Room room = allocate_room(hash.keys, hash.size * 2);
+  if (room.slots == nullptr) return false;
+  if (!hash.index && !rehash(hash)) {
+    std::free(room.slots);
+    return true;  // an insertion in the caller's hash function was first
+  }
   GHash grown = hash;
-  if (hash.size > UINT32_MAX / 2 || !allocate_slots(grown, hash.size * 2)) return false;
+  move_in(grown, room, hash.size * 2);
   for (uint32_t slot = 0; slot < hash.size; ++slot) {
     // The entries lie anywhere: ask for those that come soon.
     if (hash.size - slot > 8) __builtin_prefetch(hash.slots[slot + 8]);
-    Entry* const entry = hash.slots[slot];
+    HashEntry* const entry = hash.slots[slot];
     if (entry == nullptr) continue;
-    if (!hash.index) entry->hashed = hash.hash_func(entry->key);
-    put(grown, first_hole(grown, home_slot(grown, entry->hashed)), entry);
+    const uint32_t place = first_hole(grown, home_slot(grown, entry->hashed));
+    put(grown, place, entry);
+    if (is_leaving(hash, slot)) [[unlikely]]
+      set_leaving(grown, place);
   }
   std::free(hash.slots);
   hash = grown;
+  return true;
+}
+
+// Whether a new entry may go in: when the table is being freed only as many as there were,
+// for a destroy function that always inserts must not keep it alive.
+bool admits(GHash& hash) {
+  if (!hash.is_being_freed) [[likely]]
+    return true;
+  if (hash.insertions_left == 0) return false;
+  --hash.insertions_left;
   return true;
 }
 
@@ -282,22 +260,26 @@ extern "C" GHash* g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equa
   hash->equal_func = equal_func;
   hash->destroy_func = destroy_func;
   hash->keys = keys_of(hash->hash_func, equal_func);
-  if (!allocate_slots(*hash, size != 0 ? size : 1)) [[unlikely]] {
+  if (size == 0) size = 1;
+  const Room room = allocate_room(hash->keys, size);
+  if (room.slots == nullptr) [[unlikely]] {
     std::free(hash);
     return nullptr;
   }
+  move_in(*hash, room, size);
   return hash;
 }
 
 extern "C" void g_hash_free(GHash* hash) {
   CHECK_ARG(hash != NULL);
-  for (uint32_t slot = 0; slot < hash->size; ++slot) {
-    Entry* const entry = hash->slots[slot];
-    if (entry == nullptr) continue;
-    if (hash->destroy_func != nullptr) hash->destroy_func(entry->key, entry->value);
-    std::free(entry);
-    hash->slots[slot] = nullptr;
+  const bool is_outermost = !hash->is_being_freed;
+  if (is_outermost) {
+    hash->is_being_freed = true;
+    hash->insertions_left = hash->count;
   }
+  empty(*hash);
+  if (!is_outermost)
+    return;  // the call whose destroy function made this one frees the rest
   std::free(hash->slots);
   std::free(hash);
 }
@@ -306,14 +288,16 @@ extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
   CHECK_ARG(hash != NULL, -1);
   const uint32_t hashed = hash_of(*hash, key);
   uint32_t slot = insertion_slot(*hash, key, hashed);
-  if (Entry* const entry = hash->slots[slot]; entry != nullptr) {
+  if (HashEntry* const entry = hash->slots[slot]; entry != nullptr) {
     *entry = {key, value, hashed};
     return 0;
   }
-  auto* const entry = static_cast<Entry*>(std::malloc(sizeof(Entry)));
+  if (!admits(*hash)) [[unlikely]]
+    return -1;
+  auto* const entry = static_cast<HashEntry*>(std::malloc(sizeof(HashEntry)));
   if (entry == nullptr) [[unlikely]]
     return -1;
-  if (hash->count == hash->size - 1) {
+  while (hash->count == hash->size - 1) {
     if (!grow(*hash)) [[unlikely]] {
       std::free(entry);
       return -1;
@@ -336,17 +320,7 @@ extern "C" int g_hash_remove(GHash* hash, const void* key) {
   CHECK_ARG(hash != NULL, -1);
   const uint32_t slot = find_slot(*hash, key);
   if (slot == hash->size) return -1;
-  Entry* const entry = hash->slots[slot];
-  // The entry is still in place while the callback runs; `key` may be gone afterwards.
-  if (hash->destroy_func != nullptr) hash->destroy_func(entry->key, entry->value);
-  if (hash->index) {
-    hash->index.remove(entry->hashed, slot,
-                       [&](uint32_t other) { return hash->slots[other]->hashed; });
-  }
-  std::free(entry);
-  hash->slots[slot] = nullptr;
-  --hash->count;
-  hash->had_removals = hash->count != 0;
+  remove_entry(*hash, slot);  // `key` may be gone afterwards
   return 0;
 }
 
@@ -376,5 +350,5 @@ extern "C" uint32_t g_hash_str(const void* key) {
 }
 
 extern "C" int g_hash_str_equal(const void* a, const void* b) {
-  return equal_text(a, b) ? 1 : 0;
+  return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b)) == 0 ? 1 : 0;
 }

@@ -1,5 +1,7 @@
-// Operations on a hash table against a model of its rule of placement: which slot every
-// entry lies in, and which of two copies of a key an operation meets.
+// Operations on a hash table against a model of its rule of placement: which slot each
+// entry is in, and which of two copies of a key an operation meets. The destroy function
+// may use the table, as the input says; the model's then does the same. Hash and equality
+// functions may use it, too: then no model runs along, but the table must hold together.
 //
 // SPDX-License-Identifier: MIT
 
@@ -35,76 +37,116 @@ struct Table {
 
 class Model {
  public:
-  Model(std::uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
-      : slots_(size), hash_(hash_func), equal_(equal_func) {}
+  using Destroy = void (*)(void* key, void* value);
+  struct Slot {
+    void* key = nullptr;
+    void* value = nullptr;  // null in an empty slot only
+    unsigned entry = 0;
+    bool is_leaving = false;  // its destroy function was called
+  };
+  Model(std::uint32_t size, GHashFunc hash_func, GEqualFunc equal_func, Destroy destroy)
+      : slots_(size), hash_(hash_func), equal_(equal_func), destroy_(destroy) {}
 
   int insert(void* key, void* value) {
     std::size_t slot = home(key);
-    while (slots_[slot] != Pair{} && !matches(slot, key)) slot = (slot + 1) % slots_.size();
-    if (slots_[slot] != Pair{}) {
-      slots_[slot] = {key, value};
+    while (slots_[slot].value != nullptr && !matches(slot, key))
+      slot = (slot + 1) % slots_.size();
+    if (slots_[slot].value != nullptr) {
+      slots_[slot].key = key;
+      slots_[slot].value = value;
       return 0;
     }
+    if (insertions_left_ == 0) return -1;
+    --insertions_left_;
     if (count_ == slots_.size() - 1) grow();
-    place({key, value});
+    place({key, value, next_entry_++, false});
     ++count_;
     return 0;
   }
   void* find(const void* key) const {
     const std::size_t slot = look_up(key);
-    return slot != slots_.size() ? slots_[slot].second : nullptr;
+    return slot != slots_.size() ? slots_[slot].value : nullptr;
   }
-  // The removed pair; an empty one when there was none.
-  Pair remove(const void* key) {
+  int remove(const void* key) {
     const std::size_t slot = look_up(key);
-    if (slot == slots_.size()) return {};
-    --count_;
-    return std::exchange(slots_[slot], Pair{});
+    if (slot == slots_.size()) return -1;
+    remove_slot(slot);
+    return 0;
+  }
+  void free() {
+    insertions_left_ = count_;
+    while (count_ != 0) {
+      for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        if (slots_[slot].value != nullptr) remove_slot(slot);
+      }
+    }
   }
 
-  const std::vector<Pair>& slots() const { return slots_; }
+  const std::vector<Slot>& slots() const { return slots_; }
   std::uint32_t count() const { return count_; }
 
  private:
   std::size_t home(const void* key) const { return hash_(key) % slots_.size(); }
   bool matches(std::size_t slot, const void* key) const {
-    return equal_ != nullptr ? equal_(slots_[slot].first, key) != 0
-                             : slots_[slot].first == key;
+    return equal_ != nullptr ? equal_(slots_[slot].key, key) != 0 : slots_[slot].key == key;
   }
   std::size_t look_up(const void* key) const {
     for (std::size_t step = 0; step < slots_.size(); ++step) {
       const std::size_t slot = (home(key) + step) % slots_.size();
-      if (slots_[slot] != Pair{} && matches(slot, key)) return slot;
+      if (slots_[slot].value != nullptr && matches(slot, key)) return slot;
     }
     return slots_.size();
   }
-  void place(Pair pair) {
-    std::size_t slot = home(pair.first);
-    while (slots_[slot] != Pair{}) slot = (slot + 1) % slots_.size();
-    slots_[slot] = pair;
+  void remove_slot(std::size_t slot) {
+    if (!slots_[slot].is_leaving && destroy_ != nullptr) {
+      slots_[slot].is_leaving = true;
+      const unsigned entry = slots_[slot].entry;
+      destroy_(slots_[slot].key, slots_[slot].value);
+      slot = 0;
+      while (slot < slots_.size() &&
+             (slots_[slot].value == nullptr || slots_[slot].entry != entry)) {
+        ++slot;
+      }
+      if (slot == slots_.size()) return;  // the function removed it itself
+    }
+    slots_[slot] = {};
+    --count_;
+  }
+  void place(const Slot& content) {
+    std::size_t slot = home(content.key);
+    while (slots_[slot].value != nullptr) slot = (slot + 1) % slots_.size();
+    slots_[slot] = content;
   }
   void grow() {
-    std::vector<Pair> former(slots_.size() * 2);
+    std::vector<Slot> former(slots_.size() * 2);
     former.swap(slots_);
-    for (const Pair& pair : former) {
-      if (pair != Pair{}) place(pair);
+    for (const Slot& slot : former) {
+      if (slot.value != nullptr) place(slot);
     }
   }
 
-  std::vector<Pair> slots_;
+  std::vector<Slot> slots_;
   std::uint32_t count_ = 0;
+  std::uint32_t insertions_left_ = UINT32_MAX;
+  unsigned next_entry_ = 0;
   GHashFunc hash_;
   GEqualFunc equal_;
+  Destroy destroy_;
 };
 
 // --- Keys: 256 of each kind, many of which share a hash or a home slot. Texts exist twice,
 // so that equal keys need not be the same pointer.
 
+// Called by the functions below when they are the table's, not the model's.
+void (*from_key_function)() = nullptr;
+
 std::uint32_t hash_of_few(const void* key) {
+  if (from_key_function != nullptr) from_key_function();
   return static_cast<const unsigned char*>(key)[0] & 7U;
 }
 
 int equal_but_for_case(const void* stored, const void* probe) {
+  if (from_key_function != nullptr) from_key_function();
   return strcasecmp(static_cast<const char*>(stored), static_cast<const char*>(probe)) == 0;
 }
 
@@ -183,10 +225,100 @@ constexpr KeyFunctions kModelFunctions[kKinds] = {
     {text_hash, same_text}, {number_at, same_number}, {address, nullptr},
     {text_hash, nullptr},   {hash_of_few, nullptr},   {hash_of_few, equal_but_for_case}};
 
-std::vector<Pair> destroyed;
+// --- What the functions do.
 
-void note_destroyed(void* key, void* value) {
-  destroyed.emplace_back(key, value);
+enum Reentry { kNone, kDestroyFunction, kAllFunctions, kReentries };
+
+struct Operation {
+  std::uint8_t code;
+  void* key;
+  void* value;
+  void* result;
+};
+struct Destruction {
+  Pair pair;
+  std::vector<Operation> operations;  // that the destroy function made
+};
+
+// The run under way.
+struct Run {
+  Keys* keys;
+  fuzz::Input* input;
+  Kind kind;
+  Reentry reentry;
+  GHash* hash;
+  Model* model;
+  std::uintptr_t next_value;
+  unsigned depth;
+  std::vector<Destruction> destructions;  // of the table, in order of the calls
+  std::size_t replayed;                   // by the model
+};
+Run run;
+
+// Numbers as results, so that all can be compared.
+void* as_result(int result) {
+  return reinterpret_cast<void*>(static_cast<std::intptr_t>(result));
+}
+
+Operation operation_from_input() {
+  const std::uint8_t code = run.input->byte();
+  void* const key = key_of(*run.keys, run.kind, code >> 4 & 1, run.input->byte());
+  // Values are numbers that count up, so that no two are the same.
+  return {code, key, reinterpret_cast<void*>(run.next_value++), nullptr};
+}
+
+void* perform(const Operation& operation) {
+  switch (operation.code % 3) {
+    case 0:
+      return as_result(g_hash_insert(run.hash, operation.key, operation.value));
+    case 1:
+      return g_hash_find(run.hash, operation.key);
+    default:
+      return as_result(g_hash_remove(run.hash, operation.key));
+  }
+}
+
+void* perform_on_model(const Operation& operation) {
+  switch (operation.code % 3) {
+    case 0:
+      return as_result(run.model->insert(operation.key, operation.value));
+    case 1:
+      return run.model->find(operation.key);
+    default:
+      return as_result(run.model->remove(operation.key));
+  }
+}
+
+void destroy(void* key, void* value) {
+  const std::size_t index = run.destructions.size();
+  run.destructions.push_back({{key, value}, {}});
+  if (run.reentry == kNone || run.depth >= 8) return;
+  ++run.depth;
+  for (int operations = run.input->byte() % 4; operations > 0; --operations) {
+    Operation operation = operation_from_input();
+    const std::size_t at = run.destructions[index].operations.size();
+    run.destructions[index].operations.push_back(operation);
+    run.destructions[index].operations[at].result = perform(operation);
+  }
+  --run.depth;
+}
+
+void destroy_in_model(void* key, void* value) {
+  REQUIRE(run.replayed < run.destructions.size());
+  const Destruction& destruction = run.destructions[run.replayed++];
+  REQUIRE(destruction.pair == Pair(key, value));
+  for (const Operation& operation : destruction.operations) {
+    REQUIRE_EQUAL(perform_on_model(operation), operation.result);
+  }
+}
+
+void reenter() {
+  if (run.depth >= 3 || run.input->empty()) return;
+  ++run.depth;
+  if (const Operation operation = operation_from_input(); operation.code % 4 != 3) {
+    perform(operation);
+  }
+  --run.depth;
 }
 
 void compare(const GHash* hash, const Model& model) {
@@ -196,10 +328,25 @@ void compare(const GHash* hash, const Model& model) {
   REQUIRE_EQUAL(table.count, model.count());
   for (std::size_t i = 0; i < table.size; ++i) {
     const Entry* const entry = table.slots[i];
-    const Pair& expected = model.slots()[i];
-    REQUIRE_EQUAL(entry != nullptr ? entry->key : nullptr, expected.first);
-    REQUIRE_EQUAL(entry != nullptr ? entry->value : nullptr, expected.second);
+    const Model::Slot& expected = model.slots()[i];
+    REQUIRE_EQUAL(entry != nullptr ? entry->key : nullptr, expected.key);
+    REQUIRE_EQUAL(entry != nullptr ? entry->value : nullptr, expected.value);
   }
+}
+
+// What holds of any table: the count, and that each key is found.
+void check(GHash* hash) {
+  Table table;
+  std::memcpy(&table, hash, sizeof table);
+  std::uint32_t count = 0;
+  for (std::size_t i = 0; i < table.size; ++i) {
+    const Entry* const entry = table.slots[i];
+    if (entry == nullptr) continue;
+    ++count;
+    REQUIRE(g_hash_find(hash, entry->key) != nullptr);
+  }
+  REQUIRE_EQUAL(table.count, count);
+  REQUIRE(count < table.size);
 }
 
 }  // namespace
@@ -208,45 +355,40 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static Keys keys;
   constexpr std::uint32_t kSizes[] = {1, 2, 3, 4, 5, 7, 8, 12, 16, 31, 32, 33, 64, 100};
   fuzz::Input input(data, size);
-  const auto kind = static_cast<Kind>(input.byte() % kKinds);
+  const std::uint8_t first = input.byte();
+  const auto kind = static_cast<Kind>(first % kKinds);
+  const auto reentry = static_cast<Reentry>(first / kKinds % kReentries);
   const std::uint8_t options = input.byte();
   const std::uint32_t slots = kSizes[(options & 0x7f) % std::size(kSizes)];
   const bool destroys = (options & 0x80) != 0;
 
   GHash* const hash = g_hash_new(slots, kFunctions[kind].hash, kFunctions[kind].equal,
-                                 destroys ? note_destroyed : nullptr);
+                                 destroys ? destroy : nullptr);
   REQUIRE(hash != nullptr);
-  Model model(slots, kModelFunctions[kind].hash, kModelFunctions[kind].equal);
-  destroyed.clear();
-  std::uintptr_t next_value = 1;
-  std::vector<Pair> expected;
+  Model model(slots, kModelFunctions[kind].hash, kModelFunctions[kind].equal,
+              destroys ? destroy_in_model : nullptr);
+  run = {&keys, &input, kind, reentry, hash, &model, 1, 0, {}, 0};
+  const bool has_model = reentry != kAllFunctions;
+  const auto own_key_functions = has_model ? nullptr : reenter;
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
-    void* const key = key_of(keys, kind, operation >> 4 & 1, input.byte());
-    switch (operation % 3) {
-      case 0: {
-        // Values are numbers that count up, so that no two are the same.
-        void* const value = reinterpret_cast<void*>(next_value++);
-        REQUIRE_EQUAL(g_hash_insert(hash, key, value), model.insert(key, value));
-        break;
-      }
-      case 1:
-        REQUIRE_EQUAL(g_hash_find(hash, key), model.find(key));
-        break;
-      default: {
-        const Pair removed = model.remove(key);
-        REQUIRE_EQUAL(g_hash_remove(hash, key), removed != Pair{} ? 0 : -1);
-        if (removed != Pair{} && destroys) expected.push_back(removed);
-        break;
-      }
+    const Operation operation = operation_from_input();
+    from_key_function = own_key_functions;
+    void* const result = perform(operation);
+    from_key_function = nullptr;
+    if (!has_model) {
+      check(hash);
+      continue;
     }
+    REQUIRE_EQUAL(perform_on_model(operation), result);
     REQUIRE_EQUAL(g_hash_count(hash), model.count());
+    REQUIRE_EQUAL(run.replayed, run.destructions.size());
     compare(hash, model);
   }
-  for (const Pair& pair : model.slots()) {
-    if (pair != Pair{} && destroys) expected.push_back(pair);
-  }
+  from_key_function = own_key_functions;
   g_hash_free(hash);
-  REQUIRE(destroyed == expected);
+  from_key_function = nullptr;
+  if (!has_model) return 0;
+  model.free();
+  REQUIRE_EQUAL(run.replayed, run.destructions.size());
   return 0;
 }

@@ -23,6 +23,24 @@
  * searches meet the copy that is nearer to the home slot. Remove such a key until
  * g_hash_remove() returns -1 to be rid of all its copies.
  *
+ * The callbacks may use the table that calls them, but for g_hash_free(), which only a destroy
+ * function that g_hash_free() called may call:
+ * - A destroy function finds the entry still there, and what it stores under that key goes with
+ *   it. Removing that key takes the entry out at once, without a second call. Free the key and
+ *   the value last: searches may compare the key.
+ * - While a table is being freed it takes as many new keys as it had entries, and destroys
+ *   them, too; then g_hash_insert() returns -1.
+ * - A search whose equality function makes the table grow starts over, once. If the table grows
+ *   again, the key may be missed.
+ * - The entry of a destroy function that does not return (a thread that ends in it, longjmp())
+ *   stays; the function is not called for it again.
+ *
+ * @warning Keys chosen by an adversary can make the calls slow: g_hash_str() is fixed and
+ * unkeyed, so strings with one hash are easily made, and a search compares with each of them, as
+ * in a list. The index does not help, because it knows keys by this hash; a keyed hash beside it
+ * would make every call hash the text twice, or every entry larger. Limit how many such keys
+ * you store.
+ *
  * Threads: nothing is locked. Callers that share a table lock around every call, searches
  * included.
  *
@@ -68,8 +86,8 @@ typedef uint32_t (*GHashFunc)(const void *key);
  *  @return non-zero when they are equal. */
 typedef int (*GEqualFunc)(const void *stored, const void *probe);
 
-/** Releases a key and its value, which are still in the table while it runs. It must not
- *  change the table. @param key as stored. @param value as stored. */
+/** Releases a key and its value, which are still in the table while it runs.
+ *  @param key as stored. @param value as stored. */
 typedef void (*GHashDestroyFunc)(void *key, void *value);
 
 /**
@@ -102,8 +120,8 @@ G_API void g_hash_free(GHash *hash);
  * @param hash   not null (logged as critical).
  * @param key    stored as it is, not copied; must stay valid while it is in the table.
  * @param value  stored as it is; null looks like absence to g_hash_find().
- * @return 0; -1 on a failed check, or when memory is exhausted (nothing is logged; the table
- *         is unchanged).
+ * @return 0; -1 on a failed check, when memory is exhausted, or when a table that is being freed
+ *         takes no more keys (nothing is logged; the table is unchanged).
  */
 G_API int g_hash_insert(GHash *hash, void *key, void *value);
 
