@@ -19,6 +19,7 @@
 
 #include "core/check.h"
 #include "core/owned.h"
+#include "sys/descriptors.h"
 #include "sys/tree_walk.h"
 
 using namespace groundwork;
@@ -89,7 +90,7 @@ void unlink_obstacle(const char* path) {
   for (std::size_t length = 1; length < sizeof prefix && path[length] != '\0'; ++length) {
     if (path[length] == '/') {
       prefix[length] = '\0';
-      DIR* const directory = opendir(prefix);
+      DIR* const directory = open_directory(prefix);
       if (directory == nullptr) {
         // A link to a good directory must not go because descriptors ran out.
         if (!is_shortage(errno)) unlink(prefix);

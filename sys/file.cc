@@ -21,6 +21,7 @@
 
 #include "core/check.h"
 #include "core/owned.h"
+#include "sys/descriptors.h"
 #include "sys/file_handle.h"
 
 using namespace groundwork;
@@ -61,7 +62,7 @@ int open_descriptor(const char* filename, int mode) {
 // registers.
 [[gnu::noinline]] bool open_cell(GFile* file, const char* filename, int mode) {
   pthread_cleanup_push(std::free, file);
-  file->descriptor = open_descriptor(filename, mode);
+  file->descriptor = above_output(open_descriptor(filename, mode));
   pthread_cleanup_pop(0);
   return file->descriptor != -1;
 }

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "core/check.h"
+#include "sys/descriptors.h"
 #include "sys/file_handle.h"
 
 using namespace groundwork;
@@ -53,7 +54,7 @@ extern "C" int g_file_rename(const char* old_path, const char* new_path) {
 // and rely on the 0 that -1 gives here.
 extern "C" int g_file_touch(const char* filename) {
   CHECK_ARG(filename != NULL, -1);
-  const int descriptor = open(filename, O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+  const int descriptor = above_output(open(filename, O_RDONLY | O_CREAT | O_CLOEXEC, 0644));
   close(descriptor);
   return descriptor != 0 ? 0 : -1;
 }

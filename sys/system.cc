@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -21,6 +22,7 @@
 
 #include "core/cancellation.h"
 #include "core/check.h"
+#include "sys/descriptors.h"
 
 namespace {
 
@@ -48,6 +50,13 @@ bool has_piece(const Pieces& pieces, int index) {
   return true;
 }
 
+// Opens for reading, with a descriptor above standard output and standard error.
+File open_file(const char* path) {
+  File file(std::fopen(path, "re"));
+  const bool is_low = file != nullptr && groundwork::is_output(fileno(file.get()));
+  return is_low ? open_file(path) : std::move(file);  // while the first has the low number
+}
+
 // Reads the first line of a file for which `is_wanted(line)` holds; false when there is
 // none.
 template <typename Predicate>
@@ -55,7 +64,7 @@ bool read_line(const char* path, char (&line)[kLineSize], Predicate is_wanted) {
   // What is read here never blocks, and a thread that ended meanwhile would leave a file
   // open.
   const groundwork::CancellationHeld held;
-  const File file(std::fopen(path, "r"));
+  const File file = open_file(path);
   if (file == nullptr) return false;
   while (std::fgets(line, kLineSize, file.get()) != nullptr) {
     if (is_wanted(line)) return true;

@@ -11,6 +11,7 @@
 #include <dirent.h>
 
 #include "core/check.h"
+#include "sys/descriptors.h"
 
 using namespace groundwork;
 
@@ -60,7 +61,7 @@ bool groundwork::is_dot_name(const char* name) {
 // uses; the reports, which write, wait until after it.
 TreeWalk::Level* TreeWalk::read_names(const char* path, Entered& outcome) {
   outcome = Entered::kNotOpened;
-  DIR* const directory = opendir(path);
+  DIR* const directory = open_directory(path);
   if (directory == nullptr) return nullptr;
 
   outcome = Entered::kNoMemory;
@@ -133,6 +134,10 @@ bool TreeWalk::leave() {
 
 bool TreeWalk::at_top() const {
   return level_->parent == nullptr;
+}
+
+std::size_t TreeWalk::directory_length() const {
+  return level_->path_length;
 }
 
 bool TreeWalk::ends_with_slash() const {

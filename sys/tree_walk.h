@@ -34,7 +34,7 @@ class TreeWalk {
   const char* next_name();
 
   // Makes path() the path of a name in the directory, with a slash between or not. False
-  // when it is too long for the system: path() is cut then, fit only to be shown.
+  // when it is too long for the system: path() is cut then, and may be another file's.
   bool set_entry(const char* name, bool with_slash);
 
   // Makes path() the directory's own again.
@@ -45,7 +45,8 @@ class TreeWalk {
 
   // The directory is the one that the walk began with.
   bool at_top() const;
-  bool ends_with_slash() const;  // the directory's path
+  bool ends_with_slash() const;          // the directory's path
+  std::size_t directory_length() const;  // of the directory's path, which begins path()
   const char* path() const { return path_; }
 
   // Cleanup for pthread_cleanup_push(): frees what a cancelled walk holds.

@@ -18,6 +18,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "url/unique_fd.h"
+
+using groundwork::above_output;
+
 static_assert(std::is_standard_layout_v<URL_file> && offsetof(URL_file, common) == 0 &&
               offsetof(URL_file, data) == sizeof(URL_record) &&
               offsetof(URL_file, size) == sizeof(URL_record) + sizeof(void*) &&
@@ -273,7 +277,7 @@ int32_t file_name_check(const char* url) {
 int open_path(const char* name) {
   const char* const path = url_expand_home_dir(name + scheme_length(name));
   errno = 0;
-  return open(path, O_RDONLY | O_CLOEXEC);
+  return above_output(open(path, O_RDONLY | O_CLOEXEC));
 }
 
 }  // namespace

@@ -149,8 +149,9 @@ extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_ou
   if (!resolve(host, htons(static_cast<uint16_t>(port)), &endpoint, &ipv4)) return -1;
   if (addr_out != nullptr) *addr_out = ipv4;
 
-  UniqueFd fd(socket(endpoint.address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                     IPPROTO_TCP));
+  UniqueFd fd(
+      above_output(socket(endpoint.address.ss_family,
+                          SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
   if (fd.get() == -1) return -1;
   // A connection made at once, as on loopback, goes through the wait like any other.
   if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&endpoint.address),

@@ -1,9 +1,10 @@
-// Owner of a file descriptor.
+// Owner of a file descriptor, and where a descriptor may be.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_URL_UNIQUE_FD_H
 #define GROUNDWORK_URL_UNIQUE_FD_H
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,6 +32,15 @@ class UniqueFd {
  private:
   int fd_;
 };
+
+// What open() or socket() gave, above standard output and standard error: a program that
+// closed these would print into the file or to the peer. Descriptor 0 stays, since it is a
+// stream's as well. -1 with errno set on failure.
+inline int above_output(int fd) {
+  if (fd != STDOUT_FILENO && fd != STDERR_FILENO) return fd;
+  const UniqueFd low(fd);
+  return fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
 
 }  // namespace groundwork
 

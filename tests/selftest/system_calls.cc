@@ -12,12 +12,13 @@
 // clang-format off
 #define SYSTEM_CALLS(X) \
   X(__getsockopt64) X(__ioctl_time64) X(__nanosleep64) \
-  X(__pthread_cond_timedwait64) X(__select64) X(close) X(connect) X(gethostbyname2) \
+  X(__pthread_cond_timedwait64) X(__select64) X(close) X(connect) X(fgets) \
+  X(gethostbyname2) \
   X(lseek64) X(mkdir) X(poll) X(pthread_cancel) X(pthread_cond_broadcast) \
   X(pthread_cond_destroy) X(pthread_cond_init) X(pthread_cond_signal) \
   X(pthread_cond_timedwait) X(pthread_cond_wait) X(pthread_create) \
   X(pthread_detach) X(pthread_join) X(pthread_mutex_destroy) X(pthread_mutex_lock) \
-  X(pthread_mutex_trylock) X(pthread_mutex_unlock) X(read) X(scandir64) X(send) \
+  X(pthread_mutex_trylock) X(pthread_mutex_unlock) X(read) X(readdir64) X(scandir64) X(send) \
   X(socket) X(statfs) X(statfs64) X(vsnprintf) X(write)
 // clang-format on
 

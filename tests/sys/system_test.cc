@@ -275,7 +275,7 @@ TEST_F(SystemTest, CpuLoadIsTheShareThatIsNotIdle) {
 TEST_F(SystemTest, CpuLoadReadsTheProcessFileOfTheKernelForReading) {
   load_of("cpu0 100 0 100 800\n");
   EXPECT_EQ(opened,
-            (std::vector<std::pair<std::string, std::string>>{{"/proc/stat", "r"}}));
+            (std::vector<std::pair<std::string, std::string>>{{"/proc/stat", "re"}}));
 }
 
 TEST_F(SystemTest, CpuLoadTakesTheLineOfItsProcessor) {
@@ -374,7 +374,7 @@ TEST_F(SystemTest, MemUseOfTheNewerFormIsAlwaysAHundred) {
 TEST_F(SystemTest, MemUseReadsTheMemoryFileOfTheKernelForReading) {
   mem_use_of("\nMem: 1000 250\n");
   EXPECT_EQ(opened,
-            (std::vector<std::pair<std::string, std::string>>{{"/proc/meminfo", "r"}}));
+            (std::vector<std::pair<std::string, std::string>>{{"/proc/meminfo", "re"}}));
 }
 
 TEST_F(SystemTest, MemUseWithoutASecondLineFails) {
