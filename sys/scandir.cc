@@ -53,14 +53,19 @@ void report_unopened(const char* path) {
 // Visits an entry of the directory that the walk is in, or goes down into it.
 void visit_entry(TreeWalk& walk, const char* name, Visitor& visitor) {
   struct stat status;
-  // A name that was cut is another file's.
-  if (!walk.set_entry(name, !walk.ends_with_slash()) || stat(walk.path(), &status) != 0) {
+  // Kept: a name that does not fit is cut, and what the cut name leads to is visited.
+  walk.set_entry(name, !walk.ends_with_slash());
+  if (stat(walk.path(), &status) != 0) {
     std::printf("g_dir:%d stat('%s') fail\n", __LINE__, walk.path());
   } else if (!S_ISDIR(status.st_mode)) {
     const int result = visitor.visit(walk.path(), status_of(status), visitor.context);
     // Kept: only files directly in the top directory count.
     if (walk.at_top()) visitor.sum += static_cast<unsigned>(result);
-  } else if (!walk.set_entry(name, true) || walk.enter(walk.path()) == kNotOpened) {
+  } else if (!walk.set_entry(name, true)) {
+    // Only files are looked for under the cut name.
+    std::printf("g_dir:%d opendir('%.*s/%s') fail\n", __LINE__,
+                static_cast<int>(walk.directory_length()), walk.path(), name);
+  } else if (walk.enter(walk.path()) == kNotOpened) {
     report_unopened(walk.path());
   }
 }

@@ -279,15 +279,26 @@ int32_t limit_from(int64_t offset, const char* length) {
   return sum == INT32_MIN || sum == INT32_MAX ? -1 : static_cast<int32_t>(sum);
 }
 
-// Reads to the end of the headers; the last length given holds.
-void read_headers(URL_http* stream, const int64_t* offset, char (&work)[kWorkSize]) {
-  while (socket_fgets(work, kWorkSize, stream->stream) != nullptr) {
-    if (work[0] == '\n' || (work[0] == '\r' && work[1] == '\n')) return;
+// The next line of the headers; null at their end, with errno 0 unless reading failed.
+const char* next_header(FILE* stream, char (&work)[kWorkSize]) {
+  errno = 0;
+  if (socket_fgets(work, kWorkSize, stream) == nullptr) return nullptr;
+  errno = 0;  // a buffer that could not be allocated stops no stream
+  return work[0] == '\n' || (work[0] == '\r' && work[1] == '\n') ? nullptr : work;
+}
+
+// Reads to the end of the headers; the last length given holds. False with both error
+// variables set when reading fails: what comes next would be taken for the body.
+bool read_headers(URL_http* stream, const int64_t* offset, char (&work)[kWorkSize]) {
+  while (next_header(stream->stream, work) != nullptr) {
     if (!starts_with(work, kContentLength)) continue;
     const char* const length = work + sizeof kContentLength - 1;
     url_set_readlimit(&stream->common, offset == nullptr ? limit_of_whole(length)
                                                          : limit_from(*offset, length));
   }
+  if (errno == 0) return true;
+  url_errno = errno;
+  return false;
 }
 
 // --- Opening.
@@ -331,7 +342,7 @@ URL open_stream(const char* url, const int64_t* offset) {
   if (!connect_stream(stream.get(), request)) return nullptr;
   send_request(fileno(stream->stream), request, work);
   if (!accept_status(stream->stream, work)) return nullptr;
-  read_headers(stream.get(), offset, work);
+  if (!read_headers(stream.get(), offset, work)) return nullptr;
   return &stream.release()->common;
 }
 

@@ -343,46 +343,85 @@ void make_files(const std::string& directory, const std::vector<std::string>& na
   close(at);
 }
 
-// Of a path that has no room left even for the slash, all is shown.
+// Cut to nothing, a name leads to its directory, which is not walked once more.
 TEST(Scandir, AtTheEndOfThePathsRoomNothingIsVisitedThatDoesNotFit) {
-  struct Row {
-    std::size_t size;
-    const char* shown;
-  };
-  for (const Row& row : {Row{4093, nullptr}, Row{4094, "/"}, Row{4095, ""}}) {
+  for (const std::size_t size : {4093u, 4094u, 4095u}) {
+    const bool fits = size == 4093;
     TemporaryDirectory dir;
     make_directory(dir / "tree");
-    const std::string bottom = make_chain(dir / "tree", row.size);
+    const std::string bottom = make_chain(dir / "tree", size);
     make_files(bottom, {"a"});
     std::vector<std::string> paths;
     const std::string output = printed([&] { paths = visited(dir / "tree"); });
-    if (row.shown == nullptr) {
+    if (fits) {
       EXPECT_EQ(paths, std::vector<std::string>{bottom + "/a"});
       EXPECT_EQ(output, "");
     } else {
       EXPECT_EQ(paths, std::vector<std::string>{});
-      EXPECT_EQ(output, "g_dir:# stat('" + bottom + row.shown + "') fail\n");
+      EXPECT_EQ(output, "g_dir:# opendir('" + bottom + "/a') fail\n");
     }
     LogCapture log;
-    EXPECT_EQ(g_rmdir((dir / "tree").c_str()), row.shown == nullptr ? 0 : -1);
-    EXPECT_EQ(log.take().size(), row.shown == nullptr ? 0u : 1u);
-    if (row.shown != nullptr) test::remove_deep_tree(dir / "tree");
+    EXPECT_EQ(g_rmdir((dir / "tree").c_str()), fits ? 0 : -1);
+    EXPECT_EQ(log.take().size(), fits ? 0u : 1u);
+    if (!fits) test::remove_deep_tree(dir / "tree");
   }
 }
 
-// At the bottom of a chain whose path leaves room for names of 5 bytes, "abcde" fits and
-// "abcdefgh" does not: cut, it would be the other one.
-TEST(Scandir, ANameThatDoesNotFitIsPrintedCutAndNeverTakenForAnotherFile) {
+// At the bottom of a chain whose path leaves room for names of 5 bytes, "abcdefgh" cut is
+// "abcde".
+TEST(Scandir, ANameThatDoesNotFitIsCutAndStandsForTheFileOfThatName) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";
   make_directory(tree);
   const std::string bottom = make_chain(tree, 4095 - 6);  // "/abcde" follows
   make_files(bottom, {"abcde", "abcdefgh"});
   std::vector<std::string> paths;
-  const std::string output = printed([&] { paths = visited(tree); });
-  EXPECT_EQ(paths, std::vector<std::string>{bottom + "/abcde"});
-  EXPECT_EQ(output, "g_dir:# stat('" + bottom + "/abcde') fail\n");
+  int calls = 0;
+  const std::string output = printed([&] {
+    scan(tree, [&](const char* path, const struct stat64*) {
+      paths.emplace_back(path);
+      return ++calls;
+    });
+  });
+  EXPECT_EQ(paths, std::vector<std::string>(2, bottom + "/abcde"));
+  EXPECT_EQ(output, "");
+  test::remove_deep_tree(tree);
+}
 
+TEST(Scandir, ANameThatDoesNotFitIsPrintedCutWhereNothingHasThatName) {
+  TemporaryDirectory dir;
+  const std::string tree = dir / "tree";
+  make_directory(tree);
+  const std::string bottom = make_chain(tree, 4095 - 6);
+  make_files(bottom, {"abcdefgh"});
+  std::vector<std::string> paths;
+  EXPECT_EQ(printed([&] { paths = visited(tree); }),
+            "g_dir:# stat('" + bottom + "/abcde') fail\n");
+  EXPECT_EQ(paths, std::vector<std::string>{});
+  test::remove_deep_tree(tree);
+}
+
+// Kept: the cut name is asked what it is, the whole name is opened.
+TEST(Scandir, ACutNameThatLeadsToADirectoryIsPrintedWholeAndNotWalked) {
+  TemporaryDirectory dir;
+  const std::string tree = dir / "tree";
+  make_directory(tree);
+  const std::string bottom = make_chain(tree, 4095 - 6);
+  make_directory(bottom + "/abcde");
+  make_files(bottom, {"abcdefgh"});
+  std::vector<std::string> paths;
+  EXPECT_EQ(printed([&] { paths = visited(tree); }),
+            "g_dir:# opendir('" + bottom + "/abcdefgh') fail\n");
+  EXPECT_EQ(paths, std::vector<std::string>{});
+  test::remove_deep_tree(tree);
+}
+
+TEST(Rmdir, ANameThatDoesNotFitIsReportedAndNeverTakenForAnotherFile) {
+  TemporaryDirectory dir;
+  const std::string tree = dir / "tree";
+  make_directory(tree);
+  const std::string bottom = make_chain(tree, 4095 - 6);  // "/abcde" follows
+  make_files(bottom, {"abcde", "abcdefgh"});
   LogCapture log;
   EXPECT_EQ(g_rmdir(tree.c_str()), -1);
   EXPECT_EQ(log.take().size(), 1u);

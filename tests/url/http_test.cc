@@ -836,6 +836,21 @@ TEST_F(HttpHeaders, AStreamThatEndsInsideThemIsEmpty) {
   }
 }
 
+// What comes after the part that was read would be taken for the body.
+TEST_F(HttpHeaders, AResetInsideThemFailsTheOpening) {
+  for (const char* const headers : {"X: 1\r\n", "X: 1\r\nContent-Length: 5\r\nY:"}) {
+    ScriptedServer server([headers](Connection& connection) {
+      connection.read_request();
+      connection.send(std::string("HTTP/1.0 200 OK\r\n") + headers);
+      connection.reset();  // what has arrived can be read before
+    });
+    url_errno = 0;
+    EXPECT_EQ(url_http_open(server.url().c_str()), nullptr) << headers;
+    EXPECT_EQ(errno, ECONNRESET) << headers;
+    EXPECT_EQ(url_errno, ECONNRESET) << headers;
+  }
+}
+
 TEST_F(HttpHeaders, ANulByteInThemHidesTheRestOfItsLineOnly) {
   using namespace std::string_literals;
   Reply reply("HTTP/1.0 200 OK\r\nX: \0y\r\n\0\r\nContent-Length: 3\r\n\r\nbody"s);

@@ -10,6 +10,7 @@ groundwork_test(url/file_test)
 groundwork_test(url/home_test)
 groundwork_test(url/http_test LIBRARIES url_test_support)
 groundwork_test(url/socket_test LIBRARIES url_test_support)
+groundwork_test(url/signals_test LIBRARIES url_test_support)
 groundwork_test(url/standard_streams_test LIBRARIES url_test_support)
 groundwork_test(url/stream_test)
 

@@ -135,8 +135,12 @@ typedef int (*GScandirFunc)(const char *path, const struct stat64 *status, void 
  *
  * What cannot be read is skipped and printed to standard output, whatever the log
  * threshold: "g_dir:%d opendir('%s') fail\n" and "g_dir:%d stat('%s') fail\n", with the
- * source line and the path. The latter also for names whose path is too long for the
- * system; they are cut in the message.
+ * source line and the path.
+ *
+ * @warning A name with which the path would have more than 4095 bytes is cut there. Where
+ * the path that is left leads to a file, `func` is called for that file, with that path;
+ * where it leads to a directory, the directory is not walked, and the whole path is
+ * printed as one that cannot be opened.
  *
  * @param path  not null; unchecked. With a "/" at its end, paths of files in the top
  *              directory have no second one; those below have.

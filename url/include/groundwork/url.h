@@ -508,7 +508,7 @@ G_API extern URL_module URL_module_http;
  *         what else cannot be sent whole; ETIMEDOUT without a connection, whatever the
  *         reason; URLERR_CANT_OPEN (`errno` ENOENT) when the server closes without a word;
  *         URLERR_HTTP_NOT_FOUND (`errno` ENOENT) for status 404; ENOENT for every other
- *         status but 200 and 206; else as `errno`.
+ *         status but 200 and 206; else as `errno`, also where reading the headers fails.
  *
  * Standard: the request and status line of RFC 1945.
  */
