@@ -1,5 +1,5 @@
-// g_scandir() for the layout of struct stat64 that this compilation has. Included by one
-// source for each layout; the public header gives each its symbol.
+// g_scandir() for the layout of its callback's status that this compilation has. Included
+// by one source for each layout; the public header gives each its symbol.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_SCANDIR_LAYOUT_H
@@ -60,11 +60,18 @@ Status native_status(const groundwork::FileStatus& status) {
   return native;
 }
 
+// The callback names the type: not every C library has a struct stat64.
+template <typename Status>
+int call(int (*func)(const char*, const Status*, void*), const char* path,
+         const groundwork::FileStatus& status, void* data) {
+  const auto native = native_status<Status>(status);
+  return func(path, &native, data);
+}
+
 int call_application(const char* path, const groundwork::FileStatus& status,
                      void* context) {
   const auto& application = *static_cast<const Application*>(context);
-  const auto native = native_status<struct stat64>(status);
-  return application.func(path, &native, application.data);
+  return call(application.func, path, status, application.data);
 }
 
 }  // namespace

@@ -9,6 +9,9 @@
 #error "this source is for the layout with 32-bit times"
 #endif
 
-#if defined(__TIMESIZE) && __TIMESIZE == 32 && __GLIBC_PREREQ(2, 34)
+// Other C libraries have one layout, which the other source serves.
+#if defined(__GLIBC__) && defined(__TIMESIZE)
+#if __TIMESIZE == 32 && __GLIBC_PREREQ(2, 34)
 #include "sys/scandir_layout.h"
+#endif
 #endif

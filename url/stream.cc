@@ -102,7 +102,11 @@ int32_t next_byte_of_line(URL url) {
 
 // Where the calling thread's `errno` is; null until url_fgetc() has asked. That clears it
 // for every byte, and asking each time costs as much as the byte itself.
-[[gnu::tls_model("initial-exec")]] constinit thread_local int* address_of_errno = nullptr;
+// musl refuses to load a library late that asks for the model without a call.
+#ifdef __GLIBC__
+[[gnu::tls_model("initial-exec")]]
+#endif
+constinit thread_local int* address_of_errno = nullptr;
 
 // What is left of url_fgetc() for a thread's first byte, and for a module without an
 // `fgetc` slot. Out of line, so that the way of all other bytes calls nothing but the

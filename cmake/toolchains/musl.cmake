@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: MIT
+# What the tool chains for musl have in common: scripts/musl makes them, in the user's cache.
+if(NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
+  set(_musl "$ENV{XDG_CACHE_HOME}/groundwork/musl/${musl_target}")
+else()
+  set(_musl "$ENV{HOME}/.cache/groundwork/musl/${musl_target}")
+endif()
+if(NOT EXISTS "${_musl}/stamp")
+  message(FATAL_ERROR "The tool chain is not there; make it with: scripts/musl ${musl_target}")
+endif()
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER "${_musl}/bin/musl-gcc")
+set(CMAKE_CXX_COMPILER "${_musl}/bin/musl-g++")
+set(CMAKE_FIND_ROOT_PATH "${_musl}")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
