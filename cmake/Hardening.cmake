@@ -8,7 +8,7 @@ function(groundwork_hardening target)
   # Needs optimisation; the sanitizers bring checks of their own.
   string(TOUPPER "CMAKE_CXX_FLAGS_${CMAKE_BUILD_TYPE}" flags_of_type)
   set(flags "${CMAKE_CXX_FLAGS} ${${flags_of_type}}")
-  if(flags MATCHES "-O[1-3sz]" AND NOT flags MATCHES "-O0|-fsanitize|--coverage")
+  if(flags MATCHES "-O[1-3sz]" AND NOT flags MATCHES "-O0|--coverage" AND NOT GROUNDWORK_SANITIZE)
     target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
     # Without it: formats of callers (checked formatting ends a program that writes through
     # %n), and reads of a stream (a program that stands in for read() is to see each one).

@@ -3,8 +3,8 @@
 # installed files are relative to them, so a prefix can be moved.
 include(CMakePackageConfigHelpers)
 
-install(DIRECTORY core/include/groundwork url/include/groundwork safe/include/groundwork
-    cpp/include/groundwork
+list(TRANSFORM GROUNDWORK_PUBLIC_INCLUDES APPEND "/groundwork" OUTPUT_VARIABLE _headers)
+install(DIRECTORY ${_headers}
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 install(TARGETS groundwork EXPORT groundwork-targets

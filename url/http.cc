@@ -178,7 +178,7 @@ class RequestWriter {
   RequestWriter(int fd, char (&work)[kWorkSize]) : fd_(fd), work_(work) {}
 
   // Each line alone must fit into the work buffer.
-  G_PRINTF(2, 3) void add(const char* format, ...) {
+  __attribute__((format(printf, 2, 3))) void add(const char* format, ...) {
     va_list args;
     va_start(args, format);
     va_list again;
@@ -209,7 +209,7 @@ class RequestWriter {
   }
 
  private:
-  G_PRINTF(2, 0) int format_line(const char* format, va_list args) {
+  __attribute__((format(printf, 2, 0))) int format_line(const char* format, va_list args) {
     return std::vsnprintf(work_ + used_, kWorkSize - used_, format, args);
   }
 

@@ -8,9 +8,12 @@ SPDX-License-Identifier: MIT
 import pathlib
 import re
 import subprocess
+import sys
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from project import ROOT, VERSION
+
 DEBIAN = ROOT / "debian"
 
 
@@ -25,12 +28,10 @@ def paragraphs(path):
 class Debian(unittest.TestCase):
     def setUp(self):
         self.source, *self.packages = paragraphs(DEBIAN / "control")
-        self.version = re.search(r"^project\(groundwork VERSION (\S+)",
-                                 (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
 
     def test_the_newest_changelog_entry_is_for_the_project_version(self):
         first = (DEBIAN / "changelog").read_text(encoding="utf-8").splitlines()[0]
-        self.assertRegex(first, rf"^groundwork \({re.escape(self.version)}-\d+\) bookworm; ")
+        self.assertRegex(first, rf"^groundwork \({re.escape(VERSION)}-\d+\) bookworm; ")
 
     def test_the_symbols_file_lists_what_is_exported(self):
         run = subprocess.run([ROOT / "scripts/debian-symbols", "--check"], text=True,
@@ -38,7 +39,7 @@ class Debian(unittest.TestCase):
         self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
 
     def test_the_library_package_is_named_after_the_soname(self):
-        major = self.version.split(".", maxsplit=1)[0]
+        major = VERSION.split(".", maxsplit=1)[0]
         self.assertEqual([package["Package"] for package in self.packages],
                          [f"libgroundwork{major}", "libgroundwork-dev", "groundwork-tools",
                           "groundwork-doc"])

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # An installed copy serves every kind of program, on every target. A sanitizer's library does
 # not serve programs that were built without it.
-if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+if(NOT GROUNDWORK_SANITIZE)
   add_test(NAME build/install_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/install_test.py" "${PROJECT_BINARY_DIR}"
       "${CMAKE_INSTALL_LIBDIR}" "${CMAKE_INSTALL_DOCDIR}"
@@ -11,7 +11,7 @@ if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
 endif()
 
 # What does not depend on the target is tested once, by the plain 32-bit build.
-if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+if(PLAIN_I386)
   add_test(NAME build/build_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/build_test.py" "${PROJECT_SOURCE_DIR}")
   add_test(NAME build/lint COMMAND "${PROJECT_SOURCE_DIR}/scripts/lint")
@@ -28,7 +28,7 @@ if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
       ENVIRONMENT "LD_LIBRARY_PATH=${small}/i386")
   endif()
   # Instructions that the hot functions take, of the whole library as the preset builds it.
-  if(GROUNDWORK_CONF AND GROUNDWORK_CRYPT AND GROUNDWORK_URL AND
+  if(GROUNDWORK_COMPLETE AND
      CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT CMAKE_CXX_FLAGS MATCHES "coverage")
     add_test(NAME build/instructions
       COMMAND "${PROJECT_SOURCE_DIR}/bench/instructions/run" --build "${PROJECT_BINARY_DIR}")

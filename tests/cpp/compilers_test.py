@@ -14,6 +14,9 @@ import sys
 import tempfile
 import unittest
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from project import PUBLIC_INCLUDES
+
 SOURCE = BUILD = pathlib.Path()
 COMPILERS = ("g++", "clang++")
 FLAGS = ["-m32", "-idirafter", "/usr/include/x86_64-linux-gnu", "-O2", "-Wall", "-Wextra",
@@ -41,8 +44,7 @@ class Compilers(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = pathlib.Path(folder.name)
-        self.includes = [f"-I{SOURCE}/{folder}/include"
-                         for folder in ("core", "url", "safe", "cpp")]
+        self.includes = [f"-I{folder}" for folder in PUBLIC_INCLUDES]
 
     def test_the_tour_runs_however_it_is_compiled(self):
         options = (("-std=c++17",), ("-std=c++20", "-fno-exceptions", "-fno-rtti"))

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # The C++ wrapper, as programs in C++17 use it; so without the other tests' compiled header.
-if(subsystem_count EQUAL 9)
+if(GROUNDWORK_COMPLETE)
   add_executable(cpp_wrapper_test cpp/wrapper_test.cc)
   target_link_libraries(cpp_wrapper_test PRIVATE test_support)
   target_compile_options(cpp_wrapper_test PRIVATE -O0)
@@ -9,7 +9,7 @@ if(subsystem_count EQUAL 9)
   add_test(NAME cpp/wrapper_test COMMAND cpp_wrapper_test)
   set_tests_properties(cpp/wrapper_test PROPERTIES TIMEOUT 300 LABELS threads)
 
-  if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  if(PLAIN_I386)
     add_test(NAME cpp/compilers_test
       COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/cpp/compilers_test.py" "${PROJECT_SOURCE_DIR}"
         "${PROJECT_BINARY_DIR}")

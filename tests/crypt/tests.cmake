@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 groundwork_test(crypt/base64_test)
-if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+if(NOT GROUNDWORK_SANITIZE)
   # Most of it happens in another program, where a sanitizer would see nothing.
   groundwork_test(crypt/base64_coreutils_test)
 endif()
@@ -45,7 +45,7 @@ function(groundwork_names_test source kind library)
   endif()
   add_test(NAME crypt/${name}_${kind}_${library} COMMAND ${target})
 endfunction()
-if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")  # their own symbols are checked for doubles
+if(NOT GROUNDWORK_SANITIZE)  # their own symbols are checked for doubles
   foreach(kind IN ITEMS pie no_pie)
     foreach(library IN ITEMS groundwork groundwork_static)
       groundwork_names_test(crypt/names_as_variables.c ${kind} ${library})

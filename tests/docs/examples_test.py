@@ -33,6 +33,9 @@ import tempfile
 import threading
 import unittest
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from project import PUBLIC_INCLUDES
+
 SOURCE = pathlib.Path()
 BUILD = pathlib.Path()
 COMPILERS = {}  # by language
@@ -145,8 +148,7 @@ class Examples(Case):
         source = self.folder / f"example.{language}"
         source.write_text(text, encoding="utf-8")
         program = self.folder / "example"
-        run(*COMPILERS[language], *FLAGS, *WARNINGS, f"-I{SOURCE}/core/include",
-            *(f"-I{SOURCE}/{folder}/include" for folder in ("url", "safe", "cpp")),
+        run(*COMPILERS[language], *FLAGS, *WARNINGS, *(f"-I{folder}" for folder in PUBLIC_INCLUDES),
             source, "-o", program, f"-L{BUILD}", "-lgroundwork",
             f"-Wl,-rpath,{BUILD}")
         return program

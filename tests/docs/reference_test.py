@@ -15,6 +15,9 @@ import sys
 import tempfile
 import unittest
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from project import PUBLIC_FOLDERS
+
 SOURCE = pathlib.Path()
 EXPORTS = pathlib.Path()
 
@@ -128,7 +131,7 @@ class Reference(unittest.TestCase):
 
     def test_a_missing_description_fails_the_build(self):
         copy = self.folder / "copy"
-        for part in ("docs", "scripts", "core", "url", "safe", "cpp"):
+        for part in ("cmake", "docs", "scripts", *PUBLIC_FOLDERS):
             shutil.copytree(SOURCE / part, copy / part)
         shutil.copy(SOURCE / "CMakeLists.txt", copy)
         header = copy / "core/include/groundwork/fifo.h"

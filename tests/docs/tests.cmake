@@ -8,7 +8,7 @@ if(GROUNDWORK_CONF)
   add_test(NAME docs/readme_test COMMAND ${examples_test} README.md -k readme)
   set_tests_properties(docs/readme_test PROPERTIES TIMEOUT 120)
 endif()
-if(CMAKE_CXX_FLAGS MATCHES "-m32" AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+if(PLAIN_I386)
   add_test(NAME docs/reference_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/docs/reference_test.py" "${PROJECT_SOURCE_DIR}"
       "${PROJECT_BINARY_DIR}/exports.txt")

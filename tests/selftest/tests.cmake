@@ -8,8 +8,7 @@
 set(not_on_the_device crypt_base64_coreutils_test crypt_d3des_openssl_test
   sys_scandir_time64_test)
 
-if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize" AND
-   subsystem_count EQUAL 9)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLETE)
   set(support $<TARGET_OBJECTS:test_support>)
   set(own_support "$<FILTER:${support},INCLUDE,/support/(fake_clock|log_capture|temporary_)>")
   set(common_support "$<FILTER:${support},INCLUDE,gtest-all|/support/allocation_faults>")

@@ -10,6 +10,7 @@
 #ifndef GROUNDWORK_EXPORT_H
 #define GROUNDWORK_EXPORT_H
 
+/* The definition of G_API is also in url.h, word for word, which a compiler accepts. */
 #if defined(__GNUC__)
 /** Linkage of everything that libgroundwork exports. */
 #define G_API __attribute__((visibility("default")))

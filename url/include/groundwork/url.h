@@ -44,7 +44,15 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include <groundwork/export.h>
+/** @cond As in export.h: this header needs no other of the library. */
+#ifndef G_API
+#if defined(__GNUC__)
+#define G_API __attribute__((visibility("default")))
+#else
+#define G_API
+#endif
+#endif
+/** @endcond */
 
 #ifdef __cplusplus
 extern "C" {

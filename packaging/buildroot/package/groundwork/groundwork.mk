@@ -7,7 +7,7 @@
 
 # The sources around this folder. For a release give the URL of its archive here, and the
 # archive's hash in groundwork.hash.
-GROUNDWORK_VERSION = 1.0.0
+GROUNDWORK_VERSION = 1.1.0
 GROUNDWORK_SITE = $(realpath $(BR2_EXTERNAL_GROUNDWORK_PATH)/../..)
 GROUNDWORK_SITE_METHOD = local
 GROUNDWORK_LICENSE = MIT
