@@ -31,55 +31,60 @@ char* copy_of(const char* text, std::size_t length) {
   return copy;
 }
 
-// A vector under construction: ended by a null pointer after every append().
+// A vector under construction. The first pointers are kept here, so that the vector of a
+// short text is allocated once, and in its size.
 class StringVector {
  public:
   StringVector() = default;
   StringVector(const StringVector&) = delete;
   StringVector& operator=(const StringVector&) = delete;
   ~StringVector() {
-    if (strings_ != nullptr) g_strfreev(strings_);
+    for (std::size_t i = 0; i < count_; ++i) std::free(strings_[i]);
+    if (strings_ != first_) std::free(strings_);
   }
 
   // Appends a copy; false, with nothing changed, when memory is exhausted.
   bool append(const char* text, std::size_t length) {
-    if (count_ + 1 >= slots_ && !grow(slots_ == 0 ? kFirstSlots : 2 * slots_)) return false;
+    if (count_ == slots_ && !grow(2 * slots_)) return false;
     char* const copy = copy_of(text, length);
     if (copy == nullptr) [[unlikely]]
       return false;
     strings_[count_++] = copy;
-    strings_[count_] = nullptr;
     return true;
   }
 
-  // Hands the vector on; null when there is no memory even for the empty one.
+  // Hands the vector on, ended by a null pointer; null when memory is exhausted.
   char** release() {
-    if (strings_ == nullptr && !grow(1)) return nullptr;
-    return std::exchange(strings_, nullptr);
+    if ((strings_ == first_ || count_ == slots_) && !grow(count_ + 1)) return nullptr;
+    strings_[count_] = nullptr;
+    count_ = 0;
+    return std::exchange(strings_, first_);
   }
 
  private:
-  static constexpr std::size_t kFirstSlots = 8;
+  static constexpr std::size_t kFirstSlots = 32;
 
   bool grow(std::size_t slots) {
-    auto* const grown = static_cast<char**>(std::realloc(strings_, slots * sizeof(char*)));
+    char** const former = strings_ == first_ ? nullptr : strings_;
+    auto* const grown = static_cast<char**>(std::realloc(former, slots * sizeof(char*)));
     if (grown == nullptr) [[unlikely]]
       return false;
+    if (former == nullptr) std::memcpy(grown, first_, count_ * sizeof(char*));
     strings_ = grown;
-    strings_[count_] = nullptr;
     slots_ = slots;
     return true;
   }
 
-  char** strings_ = nullptr;
-  std::size_t count_ = 0;  // strings, not counting the null pointer
-  std::size_t slots_ = 0;  // room, counting it
+  char* first_[kFirstSlots];  // the first count_ are set
+  char** strings_ = first_;
+  std::size_t count_ = 0;
+  std::size_t slots_ = kFirstSlots;
 };
 
 // Where the first `delim` in `text` begins; the end of `text` when there is none.
 const char* find_delimiter(const char* text, const char* delim) {
-  const char* const found =
-      delim[1] == '\0' ? std::strchr(text, delim[0]) : std::strstr(text, delim);
+  if (delim[1] == '\0') return strchrnul(text, delim[0]);
+  const char* const found = std::strstr(text, delim);
   return found != nullptr ? found : text + std::strlen(text);
 }
 
