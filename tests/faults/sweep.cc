@@ -288,7 +288,8 @@ constexpr struct {
 } kLeftOut[] = {
     {" memchr memcmp memcpy memmove memset strchr strrchr strcmp strcspn strlen strncmp "
      "strnlen"
-     " strpbrk strchrnul strstr strtod strtol strtoll strtoull __isoc23_strtol __isoc23_strtoll"
+     " strpbrk strchrnul strstr strtod strtol strtoll strtoull __isoc23_strtol "
+     "__isoc23_strtoll"
      " __isoc23_strtoull __rawmemchr stpcpy strcpy __memcpy_chk __memmove_chk ",
      "work on memory alone"},
     {" calloc realloc free ", "counted and followed with malloc"},
