@@ -22,6 +22,10 @@ function(groundwork_export_map map_variable dynamic_list_variable list_variable)
     set(list "${CMAKE_CURRENT_SOURCE_DIR}/${subsystem}/exports.txt")
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
     file(STRINGS "${list}" lines REGEX "^[A-Za-z_]")
+    if(NOT GROUNDWORK_CONF)
+      # What safe/ has for confs goes with them.
+      list(FILTER lines EXCLUDE REGEX "^g_conf_")
+    endif()
     list(APPEND symbols_${node} ${lines})
   endforeach()
 

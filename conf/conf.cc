@@ -159,13 +159,13 @@ extern "C" void g_conf_write_string(GConf* conf, const char* section, const char
   {
     const BriefLock lock(conf->mutex);
     stored = store(conf, section, key, value, &former);
+    if (stored == Stored::kChanged) set_dirty(conf, 1);
   }
   if (stored == Stored::kSame) return;
   if (stored == Stored::kNoMemory) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't store '%s'->'%s'.", section, key);
     return;
   }
-  set_dirty(conf, 1);
   // The former text goes last: `value` may be a piece of it.
   run_callbacks(conf, {section, key, value}, former);
 }

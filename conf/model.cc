@@ -137,6 +137,11 @@ void set_file_content(GConf* conf, const FileContent& content) {
   if (whole != nullptr) whole->file_content = content;
 }
 
+pthread_mutex_t* file_mutex(GConf* conf) {
+  Conf* const whole = whole_of<Conf>(conf);
+  return whole != nullptr ? &whole->file_mutex : nullptr;
+}
+
 GConfSection* find_section(const GConf* conf, std::string_view name) {
   return static_cast<GConfSection*>(NameIndex::find(index_of(conf), conf->sections, name));
 }

@@ -13,6 +13,8 @@
 #include <atomic>
 #include <string_view>
 
+#include <pthread.h>
+
 #include "conf/fingerprint.h"
 
 namespace groundwork {
@@ -24,7 +26,7 @@ inline constexpr char kSource[] = "g_conf";
 GConf* new_conf(const char* filename);
 void free_conf(GConf* conf);
 
-// The flag is set after the mutex was released, by any thread that writes.
+// Changed with the mutex held, so that it tells the truth of the lists; read without.
 inline void set_dirty(GConf* conf, int dirty) {
   std::atomic_ref(conf->dirty).store(dirty, std::memory_order_relaxed);
 }
@@ -35,6 +37,10 @@ inline bool is_dirty(GConf* conf) {
 // What the file held when this conf last loaded or wrote it.
 FileContent file_content(const GConf* conf);
 void set_file_content(GConf* conf, const FileContent& content);
+
+// Makes those take turns that replace or read the file while other threads use the conf.
+// Null when the conf is not the library's own any more.
+pthread_mutex_t* file_mutex(GConf* conf);
 
 GConfSection* find_section(const GConf* conf, std::string_view name);
 GConfEntry* find_entry(const GConfSection* section, std::string_view key);

@@ -25,6 +25,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include <pthread.h>
+
 #include "conf/fingerprint.h"
 #include "conf/name_index.h"
 
@@ -56,6 +58,9 @@ struct Conf {
   GConf shown;
   NameIndex sections{text_offset(sizeof(Section))};
   FileContent file_content = {};
+  // Held while the file is saved or read anew, so that file_content says what it holds.
+  // Taken before the mutex of the public part.
+  pthread_mutex_t file_mutex = PTHREAD_MUTEX_INITIALIZER;
 };
 
 static_assert(offsetof(GConfEntry, key) == 0 && offsetof(GConfSection, name) == 0 &&

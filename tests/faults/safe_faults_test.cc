@@ -140,12 +140,117 @@ void duplicate_file(Pass& pass) {
   EXPECT_EQ(read_file("from"), content);
 }
 
+// --- Configuration.
+
+constexpr char kConfText[] = "#c\n[net]\nhost = here\nport=80\n\n[ui]\nlang=en\n";
+constexpr char kConfEdited[] =
+    "#c\n[net]\nhost = there\nmtu=9\n\n[ui]\nlang=en\n\n[new]\na=1\n";
+
+GConf* open_conf(const WorkingDirectory& directory) {
+  directory.write("file", kConfText);
+  EXPECT_EQ(chmod("file", 0640), 0);
+  GConf* const conf = g_conf_open("file");
+  EXPECT_NE(conf, nullptr);
+  return conf;
+}
+
+void close_clean(GConf* conf) {
+  conf->dirty = 0;
+  g_conf_close(conf);
+}
+
+std::string value_of(GConf* conf, const char* section, const char* key) {
+  return g_conf_read_string(conf, section, key, "");
+}
+
+// Saved or not at all. What failed is done by the next save.
+void save_conf(Pass& pass) {
+  const WorkingDirectory directory;
+  GConf* const conf = open_conf(directory);
+  ASSERT_NE(conf, nullptr);
+  g_conf_write_string(conf, "net", "host", "there");
+  g_conf_remove_key(conf, "net", "port");
+  g_conf_write_string(conf, "net", "mtu", "9");
+  g_conf_write_string(conf, "new", "a", "1");
+  const Result result = faulty(pass, [conf] {
+    errno = 0;
+    const int value = g_conf_save(conf, 0);
+    return Result{value, errno};
+  });
+  EXPECT_EQ(pass.reports(), 0);
+  EXPECT_EQ(read_file("file"), result.value == -1 ? kConfText : kConfEdited);
+  EXPECT_EQ(conf->dirty, result.value == -1 ? 1 : 0);
+  EXPECT_TRUE(access(".file.new", F_OK) == -1 || pass.struck(Call::kUnlinkat) != 0);
+  if (result.value == 0) {
+    EXPECT_EQ(pass.struck(Call::kFsync), 0);
+  }
+  if (result.value != 0) {
+    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_NE(result.error, 0);
+  }
+  if (is_refused(pass)) {
+    EXPECT_EQ(result.value, -1);
+  }
+  if (pass.is_of_memory() && result.value == -1) {
+    EXPECT_EQ(result.error, ENOMEM);
+  }
+  g_conf_write_string(conf, "net", "mtu", "9");
+  EXPECT_EQ(g_conf_save(conf, 0), 0);
+  EXPECT_EQ(read_file("file"), kConfEdited);
+  close_clean(conf);
+}
+
+// Taken in or not at all, and told in the same way.
+void reload_conf(Pass& pass) {
+  const WorkingDirectory directory;
+  GConf* const conf = open_conf(directory);
+  ASSERT_NE(conf, nullptr);
+  std::string told;
+  const auto tell = [](const GConfChange* change, void* data) {
+    // Short enough to need no memory, which may fail.
+    static_cast<std::string*>(data)->push_back(change->value[0]);
+    return 0;
+  };
+  EXPECT_EQ(g_conf_register_callback(conf, "net", "host", tell, &told), 0);
+  EXPECT_EQ(g_conf_register_callback(conf, "net", "mtu", tell, &told), 0);
+  directory.write("file", kConfEdited);
+  const Result result = faulty(pass, [conf] {
+    errno = 0;
+    const int value = g_conf_reload(conf);
+    return Result{value, errno};
+  });
+  EXPECT_EQ(pass.reports(), 0);
+  EXPECT_EQ(conf->dirty, 0);
+  const bool is_new = result.value != -1;
+  if (is_new) {
+    EXPECT_EQ(result.value, 4);
+  } else {
+    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_NE(result.error, 0);
+  }
+  // Where all fail, each in its way, the file may only seem to end where it does.
+  if (is_refused(pass) && pass.error() != -1) {
+    EXPECT_FALSE(is_new);
+  }
+  EXPECT_EQ(told, is_new ? "t9" : "");
+  EXPECT_EQ(value_of(conf, "net", "host"), is_new ? "there" : "here");
+  EXPECT_EQ(value_of(conf, "net", "port"), is_new ? "" : "80");
+  EXPECT_EQ(value_of(conf, "net", "mtu"), is_new ? "9" : "");
+  EXPECT_EQ(value_of(conf, "new", "a"), is_new ? "1" : "");
+  EXPECT_EQ(value_of(conf, "ui", "lang"), "en");
+  EXPECT_EQ(g_conf_reload(conf), is_new ? 0 : 4);
+  EXPECT_EQ(value_of(conf, "net", "mtu"), "9");
+  close_clean(conf);
+}
+
 const Scenarios scenarios("safe",
                           {
                               {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
                               {"ReplaceAFile", {"g_file_replace"}, replace_file},
                               {"MakeAFile", {}, make_file},
                               {"DuplicateAFile", {"g_file_duplicate"}, duplicate_file},
+                              {"SaveAConf", {"g_conf_save"}, save_conf},
+                              {"ReloadAConf", {"g_conf_reload"}, reload_conf},
                           });
 
 }  // namespace

@@ -7,3 +7,8 @@ foreach(target IN ITEMS safe_file_replace_test)
   set_target_properties(${target} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endforeach()
+
+if(GROUNDWORK_CONF)
+  groundwork_test(safe/conf_save_test)
+  groundwork_test(safe/conf_reload_test)
+endif()

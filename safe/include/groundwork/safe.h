@@ -121,8 +121,113 @@ G_API int g_file_replace(const char *path, const void *buf, int64_t len);
 /** @{ */
 /** @} */
 
-/** @name Configuration */
+/** @name Configuration
+ *
+ * g_conf_sync() and g_conf_close() write a file anew from the model: comments go, and for a
+ * moment the file is empty. g_conf_save() changes the lines that have to change, and puts the
+ * new text in place of the old as g_file_replace() does.
+ */
 /** @{ */
+
+/**
+ * Takes in what a configuration's file holds now: for a program that is told that somebody
+ * edited it.
+ *
+ * Sections and keys that stay keep their place and spelling, and pointers to unchanged entries
+ * and values stay valid; what is new is appended in the order of the file. A NUL byte ends the
+ * text. The file is read under a shared lock, as g_conf_open() does, that is not waited for.
+ *
+ * Then the callbacks run: of changed and added keys with the new value, in the order of the
+ * file, and last those of removed keys with "". They run on the calling thread without its
+ * lock, when the whole model is up to date; section and key are spelled as in the model. A
+ * callback may do what it may after a write, and also save and reload.
+ *
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ * #include <groundwork/safe.h>
+ *
+ * g_file_replace("lamp.conf", "[lamp]\nlevel=3\n", 15);
+ * GConf *conf = g_conf_open("lamp.conf");
+ * if (conf == NULL) return 1;
+ * // Somebody edits the file, and sends a signal that the main loop sees.
+ * g_file_replace("lamp.conf", "# brighter\n[lamp]\nlevel=5\n", 26);
+ * printf("%d\n", g_conf_reload(conf));                         // prints: 1
+ * printf("%d\n", g_conf_read_int(conf, "lamp", "level", 0));   // prints: 5
+ * g_conf_close(conf);
+ * @endcode
+ *
+ * @param conf  not null.
+ * @return the number of keys added, changed or removed; -1 with `errno` when the model was left
+ *         as it was: `EBUSY` for changes that were not saved yet, `ENOENT` when there is no
+ *         regular file, `EAGAIN` while another process has it locked or writes it, `EFBIG` for
+ *         2 GiB and more, `ENOMEM`, `EINVAL` after the failed check (which is logged as
+ *         critical); else what the system said.
+ *
+ * Threads: any; others may read and write the conf meanwhile. Reloads and saves of one conf
+ * wait for each other. Cancellation waits until the callbacks have returned; one that ends its
+ * thread ends the later ones, too.
+ */
+G_API int g_conf_reload(GConf *conf);
+
+/**
+ * Saves the changes of a configuration, so that a power cut leaves the old file or the new
+ * one, and comments stay.
+ *
+ * Only lines that loading reads as a section's header or an entry are changed or removed. Every
+ * other line, and every line whose value is still the same, stays as it is:
+ *
+ * - A new value takes the place of the old one; key, blanks after "=" and the kind of line end
+ *   stay. Of a key that is given several times the line that loading takes is changed.
+ * - A removed key takes all its lines along, a removed section its headers and entries.
+ * - New keys follow the last entry of their section, new sections come last. Sections without
+ *   keys are not written, but a header that is there stays.
+ *
+ * The file is replaced as by g_file_replace(): link, mode and owner stay.
+ *
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ * #include <groundwork/safe.h>
+ *
+ * const char text[] = "# the hall\n[lamp]\nlevel = 3\n";
+ * g_file_replace("hall.conf", text, sizeof text - 1);
+ * GConf *conf = g_conf_open("hall.conf");
+ * if (conf == NULL) return 1;
+ * g_conf_write_int(conf, "lamp", "level", 5);
+ * if (g_conf_save(conf, 0) == -1) perror(conf->filename);
+ * g_conf_close(conf);
+ * int64_t size;
+ * char *now = g_file_read_buf("hall.conf", &size);
+ * printf("%s", now);
+ * // prints: # the hall
+ * // prints: [lamp]
+ * // prints: level = 5
+ * free(now);
+ * @endcode
+ *
+ * @param conf   not null. One that is not dirty is saved already: 0, and nothing is read.
+ * @param force  0 refuses to touch a file that somebody else has changed. Anything else edits
+ *               what is there until it reads as the model: keys that the model lacks go, too.
+ * @return as g_file_replace(): 0 saved and durable; 1 saved, but a power cut may bring the old
+ *         file back; both leave the conf no longer dirty. -1 when the file is untouched; the
+ *         conf stays dirty, and `errno` is
+ *         - `ESTALE`: the file is gone, or does not hold what was loaded or last written (by
+ *           g_conf_sync(), too); this is asked first. Never with `force`.
+ *         - `EBADMSG`: it holds a NUL byte. With `force` the model is written from nothing.
+ *         - `EINVAL`: no text reads back as the model is: a value with a line feed, a key with
+ *           "=" or an opening "#" or "[", a section with "]", a program's own record of a name
+ *           that is there already. Or the check failed (which is logged as critical).
+ *         - `EFBIG`: the file or the new text has 2 GiB or more.
+ *         - `EAGAIN`: another process has the file locked, or writes it or its directory.
+ *         - `ENOMEM`, or what g_file_replace() or the system said.
+ *
+ * @warning A conf that is still dirty is written by g_conf_close() in the kept way, over
+ * whatever is there. To give the changes up, set `conf->dirty` to 0 before.
+ *
+ * Threads: any; others may read and write the conf meanwhile: what they write later leaves it
+ * dirty. Saves and reloads of one conf wait for each other. Cancellation waits until it
+ * returns. No callback runs.
+ */
+G_API int g_conf_save(GConf *conf, int force);
 /** @} */
 
 /** @name Threads and time */

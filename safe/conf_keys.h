@@ -1,0 +1,142 @@
+// The sections and keys of a configuration as a table of views: of a conf at one moment, or
+// of the text of a file.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_SAFE_CONF_KEYS_H
+#define GROUNDWORK_SAFE_CONF_KEYS_H
+
+#include <groundwork/conf.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "conf/line.h"
+#include "core/owned.h"
+#include "safe/conf_array.h"
+
+namespace groundwork {
+
+// From the hash of a name to the number of what has that name: open addressing, linear
+// probing, at most half full. Nothing is ever taken out.
+class IdTable {
+ public:
+  using Id = std::uint32_t;
+  static constexpr Id kNone = UINT32_MAX;
+
+  // The number for which has(number) holds, among those of that hash.
+  template <typename Has>
+  Id find(std::uint32_t hash, Has has) const {
+    if (slots_ == nullptr) return kNone;
+    for (std::uint32_t at = hash >> shift_;; at = (at + 1) & mask_) {
+      const Slot& slot = slots_.get()[at];
+      if (slot.id == kNone || (slot.hash == hash && has(slot.id))) return slot.id;
+    }
+  }
+
+  // Numbers count from 0. False when memory is exhausted.
+  bool add_next(std::uint32_t hash);
+
+  std::uint32_t count() const { return count_; }
+
+ private:
+  struct Slot {
+    std::uint32_t hash;
+    Id id;
+  };
+
+  bool resize(std::uint32_t capacity);
+  void insert(const Slot& slot);
+
+  Owned<Slot> slots_;
+  std::uint32_t mask_ = 0;
+  std::uint32_t shift_ = 0;
+  std::uint32_t count_ = 0;
+};
+
+class ConfKeys {
+ public:
+  using Id = IdTable::Id;
+  static constexpr Id kNone = IdTable::kNone;
+
+  struct Section {
+    std::string_view name;
+    Id first_key;  // of its own; those of a conf's section come one after the other
+  };
+  struct Key {
+    std::string_view name;
+    std::string_view value;
+    Id section;
+  };
+
+  // What is not there is appended. `name` comes trimmed as in a file, and outlives the
+  // table. kNone when memory is exhausted.
+  Id section(std::string_view name);
+  Id key(Id section, std::string_view name);
+
+  // kNone when there is none. Most callers go through a file in the order of the keys: the
+  // number that they expect, which need not be one, is asked first.
+  Id find_section(std::string_view name, Id expected) const;
+  Id find_key(Id section, std::string_view name, Id expected) const;
+
+  std::uint32_t section_count() const { return section_ids_.count(); }
+  std::uint32_t key_count() const { return key_ids_.count(); }
+  const Section& section_at(Id id) const { return sections_[id]; }
+  const Key& key_at(Id id) const { return keys_[id]; }
+  std::string_view& value_at(Id id) { return keys_[id].value; }
+
+ private:
+  Array<Section> sections_;
+  Array<Key> keys_;
+  IdTable section_ids_;
+  IdTable key_ids_;
+};
+
+// A copy of what a conf holds.
+struct ConfSnapshot {
+  ConfKeys keys;
+  Owned<char> text;  // that the keys are views of
+  // A program's own records may bear a name twice. Only the first is ever found.
+  bool has_duplicates = false;
+
+  // To be called once, with the conf's mutex held. False when memory is exhausted.
+  bool take(const GConf* conf);
+};
+
+// Takes in a whole text as loading does. False when memory is exhausted.
+bool read_conf_text(ConfKeys& keys, std::string_view text);
+
+// A line of a text and what it is in a table.
+struct FoundLine {
+  Line parsed;           // kIgnored also for an entry before the first section
+  ConfKeys::Id section;  // of the header or entry; kNone when the table lacks it
+  ConfKeys::Id key;      // of the entry; kNone when the table lacks it
+};
+
+// Calls take(line, found) for each line of a text until that returns false.
+template <typename Take>
+bool for_each_found_line(const ConfKeys& keys, std::string_view text, Take take) {
+  using Id = ConfKeys::Id;
+  bool in_section = false;
+  Id section = ConfKeys::kNone;
+  Id key = ConfKeys::kNone;
+  return for_each_line_of(text, [&](std::string_view line) {
+    FoundLine found{parse_line(line), section, ConfKeys::kNone};
+    if (found.parsed.kind == Line::Kind::kHeader) {
+      in_section = true;
+      section = keys.find_section(found.parsed.name, section + 1);
+      found.section = section;
+      if (section != ConfKeys::kNone) key = keys.section_at(section).first_key - 1;
+    } else if (!in_section) {
+      found.parsed.kind = Line::Kind::kIgnored;
+    } else if (found.parsed.kind == Line::Kind::kEntry && section != ConfKeys::kNone) {
+      found.key = keys.find_key(section, found.parsed.name, key + 1);
+      if (found.key != ConfKeys::kNone) key = found.key;
+    }
+    return take(line, found);
+  });
+}
+
+}  // namespace groundwork
+
+#endif
