@@ -1,6 +1,9 @@
 // Queue: a doubly linked list behind a mutex. Nodes are made before and freed after the
-// mutex is held, so that it is held for some assignments only, except where a user's
-// function runs under it.
+// mutex is held, so that it is held for some assignments only, except where it is held for
+// a search or a user's function anyway.
+//
+// Nothing is held while an add function runs, neither the mutex nor a node: the function
+// may end its thread or leave by longjmp().
 //
 // SPDX-License-Identifier: MIT
 
@@ -70,17 +73,39 @@ void unlink(GQueue& queue, GList* node) {
   change_count(queue, -1);
 }
 
-// Not locked. A thread that ends inside the callback takes the node along.
-LEFT_BY_CANCELLATION void call_add_func(const GQueue& queue, GList* node) {
-  pthread_cleanup_push(std::free, node);
-  queue.add_func(node->data);
-  pthread_cleanup_pop(0);
+void hold(const GQueue& queue, void* data) {
+  if (queue.add_func != nullptr) queue.add_func(data);
 }
 
-void append(GQueue& queue, GList* node) {
-  if (queue.add_func != nullptr) call_add_func(queue, node);
+// For an element that was held and for which there is no node.
+void give_up(const GQueue& queue, void* data) {
+  if (queue.add_func != nullptr && queue.release_func != nullptr) queue.release_func(data);
+}
+
+LEFT_BY_CANCELLATION void append(GQueue& queue, void* data) {
+  hold(queue, data);
+  GList* const node = new_node(data);
+  if (node == nullptr) [[unlikely]] {
+    give_up(queue, data);
+    return;
+  }
   BriefLock lock(queue.mutex);
   link_after(queue, queue.tail, node);
+}
+
+enum class Insertion { kDone, kNoMemory, kNoSibling };
+
+LEFT_BY_CANCELLATION Insertion insert_after(GQueue& queue, const void* sibling,
+                                            void* data) {
+  hold(queue, data);
+  BriefLock lock(queue.mutex);
+  GList* const found = g_list_find(queue.head, sibling);
+  if (found == nullptr) return Insertion::kNoSibling;
+  GList* const node = new_node(data);
+  if (node == nullptr) [[unlikely]]
+    return Insertion::kNoMemory;
+  link_after(queue, found, node);
+  return Insertion::kDone;
 }
 
 void unlock(void* queue) {
@@ -147,10 +172,7 @@ extern "C" int g_queue_empty(GQueue* queue) {
 
 extern "C" void g_queue_enqueue(GQueue* queue, void* data) {
   CHECK_ARG(queue != NULL);
-  GList* const node = new_node(data);
-  if (node == nullptr) [[unlikely]]
-    return;
-  append(*queue, node);
+  append(*queue, data);
 }
 
 extern "C" void* g_queue_dequeue(GQueue* queue, const void* expected) {
@@ -198,26 +220,19 @@ extern "C" LEFT_BY_CANCELLATION void g_queue_clear(GQueue* queue) {
 extern "C" void g_queue_insert(GQueue* queue, const void* sibling, void* data) {
   CHECK_ARG(queue != NULL);
   CHECK_ARG(data != NULL);
-  GList* const node = new_node(data);
-  if (node == nullptr) [[unlikely]]
-    return;
   bool at_tail = sibling == nullptr;
   if (!at_tail) {
     // Not held from here to the insertion: other threads may change the tail meanwhile.
     BriefLock lock(queue->mutex);
     at_tail = queue->tail == nullptr || queue->tail->data == sibling;
   }
-  if (!at_tail) {
-    if (queue->add_func != nullptr) call_add_func(*queue, node);
-    BriefLock lock(queue->mutex);
-    if (GList* const found = g_list_find(queue->head, sibling); found != nullptr) {
-      link_after(*queue, found, node);
-      return;
-    }
-  }
+  const Insertion insertion =
+      at_tail ? Insertion::kNoSibling : insert_after(*queue, sibling, data);
+  if (insertion == Insertion::kNoMemory) [[unlikely]]
+    give_up(*queue, data);
   // Kept: calls add_func a second time when the sibling was not found; callbacks that count
   // references rely on it.
-  append(*queue, node);
+  if (insertion == Insertion::kNoSibling) append(*queue, data);
 }
 
 extern "C" void g_queue_delete(GQueue* queue, const void* data) {

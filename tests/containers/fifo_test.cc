@@ -11,9 +11,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "support/allocation_faults.h"
@@ -24,6 +26,17 @@ using test::check_line;
 using test::LogCapture;
 using test::warning_line;
 using Lines = std::vector<std::string>;
+
+static_assert(std::is_same_v<decltype(g_fifo_new), GFifo*(int)>);
+static_assert(std::is_same_v<decltype(g_fifo_free), void(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_empty), int(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_full), int(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_put), int(GFifo*, void*)>);
+static_assert(std::is_same_v<decltype(g_fifo_get), void*(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_flush), int(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_count), int(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_avail), int(GFifo*)>);
+static_assert(std::is_same_v<decltype(g_fifo_size), int(GFifo*)>);
 
 namespace {
 
@@ -289,12 +302,14 @@ void pass_blocks(int size, std::uint32_t total) {
   g_fifo_free(fifo);
 }
 
-TEST(FifoThreads, OneProducerAndOneConsumerPassEveryBlockInOrder) {
 #if defined(__SANITIZE_THREAD__) || !(defined(__i386__) || defined(__x86_64__))
-  constexpr std::uint32_t kTotal = 200000;  // slow surroundings
+constexpr bool kSlow = true;
 #else
-  constexpr std::uint32_t kTotal = 2000000;
+constexpr bool kSlow = false;
 #endif
+
+TEST(FifoThreads, OneProducerAndOneConsumerPassEveryBlockInOrder) {
+  constexpr std::uint32_t kTotal = kSlow ? 200000 : 2000000;
   pass_blocks(4096, kTotal);
   pass_blocks(2, 1000);
   pass_blocks(1, 500);
@@ -304,41 +319,71 @@ TEST(FifoThreads, AFifoMayBeFlushedWhileItIsFilled) {
   GFifo* const fifo = g_fifo_new(1024);
   LogCapture log;
   std::atomic<bool> done{false};
+  std::optional<AllocationFaults> blocks;
   std::thread producer([&] {
+    blocks.emplace(0);
     for (int i = 0; i < 20000; ++i) {
       while (g_fifo_full(fifo) != 0) yield_now();
       g_fifo_put(fifo, std::malloc(8));
     }
+    blocks->disarm();
     done = true;
   });
   while (!done) EXPECT_EQ(g_fifo_flush(fifo), 0);
   producer.join();
   EXPECT_EQ(g_fifo_flush(fifo), 0);
   EXPECT_EQ(g_fifo_empty(fifo), 1);
+  EXPECT_EQ(blocks->calls(), 20000);
+  EXPECT_EQ(blocks->outstanding(), 0);
   EXPECT_EQ(log.take(), Lines{});
   g_fifo_free(fifo);
 }
 
 TEST(FifoThreads, TheStateMayBeAskedForAtAnyTime) {
+  constexpr std::uintptr_t kTotal = kSlow ? 20000 : 200000;
   GFifo* const fifo = g_fifo_new(8);
-  LogCapture log(99);
+  LogCapture log;
   std::atomic<bool> done{false};
   std::thread producer([&] {
-    for (std::uintptr_t i = 1; i <= 20000; ++i) g_fifo_put(fifo, number(i));
+    for (std::uintptr_t i = 1; i <= kTotal; ++i) {
+      while (g_fifo_full(fifo) != 0) yield_now();
+      g_fifo_put(fifo, number(i));
+    }
+  });
+  std::uintptr_t wrong = 0;
+  std::thread consumer([&] {
+    for (std::uintptr_t i = 1; i <= kTotal; ++i) {
+      while (g_fifo_empty(fifo) != 0) yield_now();
+      if (g_fifo_get(fifo) != number(i)) ++wrong;
+    }
     done = true;
   });
-  std::thread consumer([&] {
-    while (!done) g_fifo_get(fifo);
-  });
-  while (!done) {
+  int changes = 0;
+  auto* const mutex = static_cast<GMutex*>(ring_of(fifo).mutex);
+  for (int round = 0; !done; ++round) {
     const int count = g_fifo_count(fifo);
     EXPECT_TRUE(count >= 0 && count <= 8);
     const int avail = g_fifo_avail(fifo);
     EXPECT_TRUE(avail >= 0 && avail <= 8);
     EXPECT_EQ(g_fifo_size(fifo), 8);
+    if (round >= 30) {
+      yield_now();
+      continue;
+    }
+    // While the mutex is held both ends stand still, however long they get to run.
+    g_thread_mutex_lock(mutex);
+    const int before = g_fifo_count(fifo);
+    const std::int32_t write_index = ring_of(fifo).write_index;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    changes += g_fifo_count(fifo) != before || ring_of(fifo).write_index != write_index;
+    g_thread_mutex_unlock(mutex);
   }
   producer.join();
   consumer.join();
+  EXPECT_EQ(changes, 0);
+  EXPECT_EQ(wrong, 0u);
+  EXPECT_EQ(g_fifo_count(fifo), 0);
+  EXPECT_EQ(log.take(), Lines{});
   g_fifo_free(fifo);
 }
 
@@ -353,14 +398,18 @@ TEST_F(FifoTest, TheStateIsReadWithoutTheMutexThatPutAndGetWaitFor) {
   EXPECT_EQ(g_fifo_count(fifo), 1);
   EXPECT_EQ(g_fifo_avail(fifo), 1);
   EXPECT_EQ(g_fifo_size(fifo), 2);
+  std::atomic<int> begun{0};
   std::thread producer([&] {
+    ++begun;
     g_fifo_put(fifo, number(2));
     ++done;
   });
   std::thread consumer([&] {
+    ++begun;
     g_fifo_get(fifo);
     ++done;
   });
+  while (begun != 2) yield_now();
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
   EXPECT_EQ(done, 0);
   g_thread_mutex_unlock(mutex);
@@ -390,14 +439,17 @@ TEST(FifoThreads, ConsumersThatDoNotTakeTurnsGetTheElementOnce) {
   LogCapture log;
   auto* const mutex = static_cast<GMutex*>(ring_of(fifo).mutex);
   g_fifo_put(fifo, number(1));
+  std::atomic<int> begun{0};
   std::atomic<int> taken{0};
   const auto get = [&] {
+    ++begun;
     if (g_fifo_get(fifo) == number(1)) ++taken;
   };
   // Both see the element, then wait for the mutex.
   g_thread_mutex_lock(mutex);
   std::thread first(get);
   std::thread second(get);
+  while (begun != 2) yield_now();
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   g_thread_mutex_unlock(mutex);
   first.join();
@@ -412,14 +464,17 @@ TEST(FifoThreads, ProducersThatDoNotTakeTurnsCannotOverfillTheRing) {
   GFifo* const fifo = g_fifo_new(1);
   LogCapture log;
   auto* const mutex = static_cast<GMutex*>(ring_of(fifo).mutex);
+  std::atomic<int> begun{0};
   std::atomic<int> stored{0};
   const auto put = [&] {
+    ++begun;
     if (g_fifo_put(fifo, number(1)) == 0) ++stored;
   };
   // Both see the free slot, then wait for the mutex.
   g_thread_mutex_lock(mutex);
   std::thread first(put);
   std::thread second(put);
+  while (begun != 2) yield_now();
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   g_thread_mutex_unlock(mutex);
   first.join();

@@ -5,13 +5,39 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdlib>
 #include <initializer_list>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+
+static_assert(std::is_same_v<decltype(GList::next), GList*> && offsetof(GList, next) == 0);
+static_assert(std::is_same_v<decltype(GList::prev), GList*> &&
+              offsetof(GList, prev) == sizeof(void*));
+static_assert(std::is_same_v<decltype(GList::data), void*> &&
+              offsetof(GList, data) == 2 * sizeof(void*));
+static_assert(sizeof(GList) == 3 * sizeof(void*));
+
+static_assert(std::is_same_v<decltype(g_list_free), void(GList*)>);
+static_assert(std::is_same_v<decltype(g_list_index), int(GList*, const void*)>);
+static_assert(std::is_same_v<decltype(g_list_nth), GList*(GList*, int)>);
+static_assert(std::is_same_v<decltype(g_list_last), GList*(GList*)>);
+static_assert(std::is_same_v<decltype(g_list_first), GList*(GList*)>);
+static_assert(std::is_same_v<decltype(g_list_length), unsigned(GList*)>);
+static_assert(std::is_same_v<decltype(g_list_insert), GList*(GList*, void*)>);
+static_assert(std::is_same_v<decltype(g_list_append), GList*(GList*, void*)>);
+static_assert(std::is_same_v<decltype(g_list_prepend), GList*(GList*, void*)>);
+static_assert(std::is_same_v<decltype(g_list_insert_before), GList*(GList*, void*, int)>);
+static_assert(std::is_same_v<decltype(g_list_copy), GList*(GList*)>);
+static_assert(std::is_same_v<decltype(g_list_reverse), GList*(GList*)>);
+static_assert(std::is_same_v<decltype(g_list_remove_link), GList*(GList*, GList*)>);
+static_assert(std::is_same_v<decltype(g_list_delete_link), GList*(GList*, GList*)>);
+static_assert(std::is_same_v<decltype(g_list_remove), GList*(GList*, const void*)>);
+static_assert(std::is_same_v<decltype(g_list_find), GList*(GList*, const void*)>);
 
 namespace {
 
@@ -42,13 +68,6 @@ GList* make(std::initializer_list<void*> data) {
   GList* list = nullptr;
   for (void* element : data) list = g_list_append(list, element);
   return list;
-}
-
-TEST(ListNode, HasNextPrevAndDataInThisOrder) {
-  EXPECT_EQ(offsetof(GList, next), 0u);
-  EXPECT_EQ(offsetof(GList, prev), sizeof(void*));
-  EXPECT_EQ(offsetof(GList, data), 2 * sizeof(void*));
-  EXPECT_EQ(sizeof(GList), 3 * sizeof(void*));
 }
 
 TEST(List, NullIsAnEmptyListEverywhere) {

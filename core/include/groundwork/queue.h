@@ -20,7 +20,8 @@
  * A function called while the queue is locked must not use that queue, or it waits for
  * itself; only g_queue_count(), and g_queue_delete() as said there, are allowed. A thread
  * that is cancelled or exits inside such a function leaves the queue unlocked and whole;
- * the element that was being released is then out of it.
+ * the element that was being released is then out of it. longjmp() out of such a function is
+ * not allowed; out of an add function it is, and the element does not enter.
  *
  * Threads: every function but g_queue_delete() and g_queue_free() may be called at any time.
  *
@@ -84,8 +85,8 @@ G_API int g_queue_empty(GQueue *queue);
 /**
  * Adds an element at the tail of a queue, calling add_func first.
  *
- * When memory is exhausted nothing happens: no callback is called, nothing is logged, the
- * queue is unchanged and the element stays the caller's.
+ * When memory is exhausted the queue is unchanged and nothing is logged. If add_func was
+ * called, release_func is, too; without add_func the element stays the caller's.
  *
  * @param queue  not null (logged as critical).
  * @param data   the element; null is accepted but looks like "nothing" when it comes out.
