@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: MIT
+groundwork_test(safe/file_duplicate_test)
 groundwork_test(safe/file_replace_test)
 
 # Stand in for functions of the system, under the names that the library imports, or see
 # times after 2038.
-foreach(target IN ITEMS safe_file_replace_test)
+foreach(target IN ITEMS safe_file_duplicate_test safe_file_replace_test)
   set_target_properties(${target} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endforeach()
