@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,10 +33,14 @@ int failing_read = 0;  // this call of read() fails; 0 for none
 int read_error = 0;
 int failing_fsync = 0;
 void (*on_fsync)(int descriptor) = nullptr;
+void (*after_stat)(const char* path) = nullptr;
+int opened_sources = 0;
 
 struct Watch {
   Watch() {
     is_watching = true;
+    opened_sources = 0;
+    after_stat = nullptr;
     reads = failing_read = read_error = failing_fsync = 0;
     on_fsync = nullptr;
   }
@@ -81,6 +86,31 @@ extern "C" int fsync(int descriptor) {
     return -1;
   }
   return real(descriptor);
+}
+
+// On 32-bit targets the library's struct stat has 64-bit times.
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+  static const auto real = reinterpret_cast<int (*)(const char*, struct stat*)>(
+      dlsym(RTLD_NEXT, sizeof(long) == 4 ? "__stat64_time64" : "stat"));
+  const int result = real(path, status);
+  if (is_watching && after_stat != nullptr) after_stat(path);
+  return result;
+}
+
+extern "C" int openat(int directory, const char* path, int flags, ...) {
+  static const auto real =
+      reinterpret_cast<int (*)(int, const char*, int, ...)>(dlsym(RTLD_NEXT, "openat64"));
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list args;
+    va_start(args, flags);
+    mode = va_arg(args, mode_t);
+    va_end(args);
+  }
+  if (is_watching && (flags & (O_ACCMODE | O_DIRECTORY | O_PATH)) == O_RDONLY) {
+    ++opened_sources;
+  }
+  return real(directory, path, flags, mode);
 }
 
 TEST(FileDuplicate, FailedChecksAreReportedInOrderAndSetErrno) {
@@ -270,6 +300,32 @@ TEST(FileDuplicate, SourceMustBeOrLeadToARegularFile) {
     EXPECT_EQ(errno, error) << from;
   }
   EXPECT_EQ(names_in(directory.path()), before);
+}
+
+TEST(FileDuplicate, SourceThatIsNoRegularFileIsNotEvenOpened) {
+  // Opening alone rewinds a tape, starts a watchdog or lets the writer of a FIFO go on.
+  const TemporaryDirectory directory;
+  ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0644), 0);
+  const Watch watch;
+  EXPECT_EQ(duplicate(directory / "fifo", directory / "to"), -1);
+  EXPECT_EQ(duplicate("/dev/null", directory / "to"), -1);
+  EXPECT_EQ(opened_sources, 0);
+  EXPECT_EQ(duplicate(directory.write("f", "x"), directory / "to"), 0);
+  EXPECT_EQ(opened_sources, 1);
+}
+
+TEST(FileDuplicate, SourceThatBecomesAFifoMeanwhileIsNotWaitedFor) {
+  const TemporaryDirectory directory;
+  const std::string from = directory.write("from", "x");
+  const Watch watch;
+  after_stat = [](const char* path) {
+    after_stat = nullptr;
+    EXPECT_EQ(unlink(path), 0);
+    EXPECT_EQ(mkfifo(path, 0644), 0);
+  };
+  EXPECT_EQ(duplicate(from, directory / "to"), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(names_in(directory.path()), Names{"from"});
 }
 
 TEST(FileDuplicate, SourceMayBeALink) {

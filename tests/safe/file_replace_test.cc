@@ -39,12 +39,15 @@ int fsync_calls = 0;
 int failing_fsync = 0;  // this call of fsync() fails; 0 for none
 int fsync_error = 0;
 int renames_refused = 0;
+int close_error = 0;  // of the first close() of a regular file
+void (*on_flock)() = nullptr;
 
 struct Watch {
   Watch() {
     is_watching = true;
     on_write = nullptr;
-    interrupted_writes = write_error = 0;
+    on_flock = nullptr;
+    interrupted_writes = write_error = close_error = 0;
     fsync_calls = failing_fsync = fsync_error = renames_refused = 0;
   }
   ~Watch() { is_watching = false; }
@@ -100,6 +103,24 @@ extern "C" int renameat(int from_at, const char* from, int to_at, const char* to
     return -1;
   }
   return real(from_at, from, to_at, to);
+}
+
+extern "C" int close(int descriptor) {
+  static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
+  struct stat status;
+  const bool is_file =
+      is_watching && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  const int result = real(descriptor);
+  if (!is_file || close_error == 0) return result;
+  errno = close_error;
+  close_error = 0;
+  return -1;
+}
+
+extern "C" int flock(int descriptor, int operation) noexcept {
+  static const auto real = reinterpret_cast<int (*)(int, int)>(dlsym(RTLD_NEXT, "flock"));
+  if (is_watching && on_flock != nullptr && (operation & LOCK_EX) != 0) on_flock();
+  return real(descriptor, operation);
 }
 
 // --- Arguments.
@@ -251,6 +272,19 @@ TEST(FileReplace, KeepsUserAndGroupAndSetIdBits) {
   EXPECT_EQ(status_of(path).st_uid, kUser);
   EXPECT_EQ(status_of(path).st_gid, kGroup);
   EXPECT_EQ(mode_of(path), mode_t{06750});
+}
+
+TEST(FileReplace, KeepsTheOwnerOfAFileThatHasTheModeAlready) {
+  SKIP_UNLESS_ROOT("cannot give a file to somebody else");
+  const TemporaryDirectory directory;
+  const std::string path = directory.write("f", "old");
+  ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  ASSERT_EQ(chown(path.c_str(), kUser, getegid()), 0);
+  EXPECT_EQ(replace(path, "new"), 0);
+  EXPECT_EQ(status_of(path).st_uid, kUser);
+  ASSERT_EQ(chown(path.c_str(), geteuid(), kGroup), 0);
+  EXPECT_EQ(replace(path, "newer"), 0);
+  EXPECT_EQ(status_of(path).st_gid, kGroup);
 }
 
 // A directory that belongs to kUser, with the file "f" of the given owner in it.
@@ -473,7 +507,91 @@ TEST(FileReplace, LinkThatTheSystemDoesNotFollowIsNotFollowed) {
   EXPECT_EQ(read_file(directory / "f"), "old");
 }
 
+// What happens to the names while the library waits for the lock.
+const TemporaryDirectory* scene = nullptr;
+
+TEST(FileReplace, FileThatBecomesALinkMeanwhileStaysALink) {
+  const TemporaryDirectory directory;
+  scene = &directory;
+  const std::string path = directory.write("f", "old");
+  directory.write("target", "old target");
+  const Watch watch;
+  on_flock = [] {
+    on_flock = nullptr;
+    EXPECT_EQ(unlink((*scene / "f").c_str()), 0);
+    EXPECT_EQ(symlink("target", (*scene / "f").c_str()), 0);
+  };
+  EXPECT_EQ(replace(path, "new"), 0);
+  EXPECT_TRUE(S_ISLNK(status_of(path).st_mode));
+  EXPECT_EQ(read_file(directory / "target"), "new");
+  EXPECT_EQ(names_in(directory.path()), (Names{"f", "target"}));
+}
+
+TEST(FileReplace, LinkThatIsTurnedMeanwhileIsFollowedAnew) {
+  const TemporaryDirectory directory;
+  scene = &directory;
+  directory.write("a", "a");
+  directory.write("b", "b");
+  ASSERT_EQ(symlink("a", (directory / "link").c_str()), 0);
+  const Watch watch;
+  on_flock = [] {
+    on_flock = nullptr;
+    EXPECT_EQ(unlink((*scene / "link").c_str()), 0);
+    EXPECT_EQ(symlink("b", (*scene / "link").c_str()), 0);
+  };
+  EXPECT_EQ(replace(directory / "link", "new"), 0);
+  EXPECT_EQ(read_file(directory / "a"), "a");
+  EXPECT_EQ(read_file(directory / "b"), "new");
+}
+
+TEST(FileReplace, LinkThatNeverRestsIsGivenUpWithEagain) {
+  static int turns;
+  const TemporaryDirectory directory;
+  scene = &directory;
+  directory.write("a", "a");
+  directory.write("b", "b");
+  ASSERT_EQ(symlink("a", (directory / "link").c_str()), 0);
+  const Watch watch;
+  turns = 0;
+  on_flock = [] {
+    EXPECT_EQ(unlink((*scene / "link").c_str()), 0);
+    EXPECT_EQ(symlink(++turns % 2 == 0 ? "a" : "b", (*scene / "link").c_str()), 0);
+  };
+  const int descriptors = lowest_free_descriptor();
+  EXPECT_EQ(replace(directory / "link", "new"), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_GT(turns, 1);
+  EXPECT_EQ(read_file(directory / "a"), "a");
+  EXPECT_EQ(read_file(directory / "b"), "b");
+  EXPECT_EQ(lowest_free_descriptor(), descriptors);
+}
+
+TEST(FileReplace, LinkOfTheKernelToARemovedFileIsEnoent) {
+  const TemporaryDirectory directory;
+  const int file = open(directory.write("f", "old").c_str(), O_RDONLY);
+  ASSERT_EQ(unlink((directory / "f").c_str()), 0);
+  EXPECT_EQ(replace("/proc/self/fd/" + std::to_string(file), "new"), -1);
+  EXPECT_EQ(errno, ENOENT);
+  close(file);
+  EXPECT_EQ(names_in(directory.path()), Names{});
+}
+
 // --- Names and paths.
+
+TEST(FileReplace, PathsMayBeginAtTheRoot) {
+  SKIP_UNLESS_ROOT("cannot have a root of its own");
+  const TemporaryDirectory directory;
+  ASSERT_EQ(mkdir((directory / "d").c_str(), 0755), 0);
+  EXPECT_EQ(status_in_child([&] {
+              if (chroot(directory.path().c_str()) != 0 || chdir("/d") != 0) return 2;
+              return symlink("/f", "/link") == 0 && replace("/f", "old") == 0
+                         ? replace("/link", "new")
+                         : 3;
+            }),
+            0);
+  EXPECT_EQ(read_file(directory / "f"), "new");
+  EXPECT_EQ(names_in(directory.path()), (Names{"d", "f", "link"}));
+}
 
 TEST(FileReplace, PathsWithoutADirectoryAreInTheWorkingDirectory) {
   const TemporaryDirectory directory;
@@ -535,9 +653,12 @@ TEST(FileReplace, NameOfDotsIsNotItsOwnTemporaryName) {
 
 // --- The temporary file.
 
+std::string scene_file;
+
 TEST(FileReplace, RemovesWhatAPowerCutLeft) {
   const TemporaryDirectory directory;
   const std::string path = directory.write("f", "old");
+  scene_file = path;
   const std::string canary = directory.write("canary", "untouched");
   const std::string temporary = directory / ".f.new";
   void (*const leave[])(const char*) = {
@@ -545,6 +666,8 @@ TEST(FileReplace, RemovesWhatAPowerCutLeft) {
       [](const char* name) { EXPECT_EQ(symlink("canary", name), 0); },
       [](const char* name) { EXPECT_EQ(symlink("missing", name), 0); },
       [](const char* name) { EXPECT_EQ(mkfifo(name, 0644), 0); },
+      // A rename of which half was on the disk.
+      [](const char* name) { EXPECT_EQ(link(scene_file.c_str(), name), 0); },
   };
   for (const auto make : leave) {
     make(temporary.c_str());
@@ -614,6 +737,25 @@ TEST(FileReplace, DirectoryThatCannotBeSyncedGives1WithTheNewContentInPlace) {
     EXPECT_EQ(read_file(path), "new");
     EXPECT_EQ(names_in(directory.path()), Names{"f"});
   }
+}
+
+TEST(FileReplace, InterruptedCloseHasClosed) {
+  const TemporaryDirectory directory;
+  const Watch watch;
+  close_error = EINTR;
+  EXPECT_EQ(replace(directory / "f", "new"), 0);
+  EXPECT_EQ(read_file(directory / "f"), "new");
+}
+
+TEST(FileReplace, FailedCloseLeavesTheFile) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.write("f", "old");
+  const Watch watch;
+  close_error = EIO;
+  EXPECT_EQ(replace(path, "new"), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(read_file(path), "old");
+  EXPECT_EQ(names_in(directory.path()), Names{"f"});
 }
 
 TEST(FileReplace, InterruptedWriteGoesOn) {
@@ -699,7 +841,7 @@ TEST(FileReplace, ChildForkedMeanwhileDoesNotKeepTheLock) {
 
 // --- Descriptors and threads.
 
-TEST(FileReplace, DescriptorsAreNeverTheStandardOnesNorInherited) {
+TEST(FileReplace, DescriptorsAreNeverTheStandardOnes) {
   const TemporaryDirectory directory;
   const std::string path = directory.write("f", "old");
   EXPECT_EQ(status_in_child([&] {
@@ -711,21 +853,33 @@ TEST(FileReplace, DescriptorsAreNeverTheStandardOnesNorInherited) {
                 for (int number = 0; number < 3; ++number) {
                   if (fcntl(number, F_GETFD) != -1) _exit(50 + number);
                 }
-                int open_ones = 0;
-                for (int number = 3; number < 100; ++number) {
-                  const int flags = fcntl(number, F_GETFD);
-                  if (flags == -1) continue;
-                  struct stat status;
-                  fstat(number, &status);
-                  if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) continue;
-                  open_ones += (flags & FD_CLOEXEC) != 0 ? 1 : 0;
-                }
-                if (open_ones < 2) _exit(60 + open_ones);
               };
               return replace(path, "new");
             }),
             0);
   EXPECT_EQ(read_file(path), "new");
+}
+
+TEST(FileReplace, DescriptorsAreNotInherited) {
+  constexpr int kMost = 100;
+  static bool was_open[kMost];
+  static int opened;
+  const TemporaryDirectory directory;
+  const Watch watch;
+  on_write = [](int) {
+    for (int number = 0; number < kMost; ++number) {
+      const int flags = fcntl(number, F_GETFD);
+      if (flags == -1 || was_open[number]) continue;
+      ++opened;
+      EXPECT_EQ(flags & FD_CLOEXEC, FD_CLOEXEC);
+    }
+  };
+  opened = 0;
+  for (int number = 0; number < kMost; ++number) {
+    was_open[number] = fcntl(number, F_GETFD) != -1;
+  }
+  EXPECT_EQ(replace(directory / "f", "x"), 0);
+  EXPECT_EQ(opened, 2);
 }
 
 TEST(FileReplace, LeavesNoDescriptorOpen) {

@@ -1,0 +1,48 @@
+// Power cuts by simulation: the configuration.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/conf.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "crash/saver.h"
+
+using namespace crash;
+using test::TemporaryDirectory;
+
+namespace {
+
+std::string configuration() {
+  std::string text = "# a comment\n[net]\n";
+  for (int i = 0; i < 300; ++i) text += "key" + std::to_string(i) + "=value\n";
+  return text;
+}
+
+// A value changes, and `save` writes it.
+template <typename Save>
+Recording recording_of_save(const Scene& scene, Save save) {
+  return recording_of(
+      [&](const TemporaryDirectory& directory) {
+        GConf* const conf = g_conf_open((directory / "f").c_str());
+        ASSERT_NE(conf, nullptr);
+        g_conf_write_string(conf, "net", "key1", "another value");
+        save(conf);
+        g_conf_close(conf);
+      },
+      scene);
+}
+
+}  // namespace
+
+// Kept: callers rely on the file being written in place, emptied first and never synced.
+// What it costs is counted here, beside the savers that cost nothing.
+TEST(PowerCut, SyncedConfigurationIsLostInSomeStates) {
+  const Recording recording =
+      recording_of_save({.old_content = configuration()}, g_conf_sync);
+  const Figures figures = examine_all("g_conf_sync", recording, {.target = "f"});
+  EXPECT_GT(figures.bad, 0);
+  std::printf("  e.g. %s\n", figures.example.c_str());
+}
