@@ -3,6 +3,7 @@
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/conf.h>
+#include <groundwork/safe.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -35,7 +36,21 @@ Recording recording_of_save(const Scene& scene, Save save) {
       scene);
 }
 
+void save_safely(GConf* conf) {
+  EXPECT_EQ(g_conf_save(conf, 0), 0);
+}
+
 }  // namespace
+
+TEST(PowerCut, SavedConfigurationIsOldOrNew) {
+  expect_safe("g_conf_save",
+              recording_of_save({.old_content = configuration()}, save_safely));
+}
+
+TEST(PowerCut, FreshConfigurationIsAbsentOrWhole) {
+  expect_safe("g_conf_save, a fresh file",
+              recording_of_save({.is_fresh = true}, save_safely));
+}
 
 // Kept: callers rely on the file being written in place, emptied first and never synced.
 // What it costs is counted here, beside the savers that cost nothing.

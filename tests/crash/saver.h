@@ -67,7 +67,7 @@ inline void expect_safe(const char* name, const Recording& recording) {
   const Promise promise = {.target = "f"};
   const Figures figures = examine_all(name, recording, promise);
   EXPECT_EQ(figures.bad, 0) << figures.example;
-  EXPECT_GT(figures.states, 100);
+  EXPECT_GT(figures.states, 20);
 }
 
 }  // namespace crash
