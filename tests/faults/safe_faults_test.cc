@@ -243,6 +243,25 @@ void reload_conf(Pass& pass) {
   close_clean(conf);
 }
 
+// --- Containers.
+
+int count_entry(void*, void*, void* count) {
+  ++*static_cast<int*>(count);
+  return 0;
+}
+
+void walk_hash(Pass& pass) {
+  GHash* const hash = g_hash_new(4, nullptr, nullptr, nullptr);
+  ASSERT_NE(hash, nullptr);
+  char keys[10];
+  for (char& key : keys) EXPECT_EQ(g_hash_insert(hash, &key, &key), 0);
+  int count = 0;
+  EXPECT_EQ(faulty(pass, [&] { return g_hash_foreach(hash, count_entry, &count); }), 0);
+  EXPECT_FALSE(pass.struck());
+  EXPECT_EQ(count, 10);
+  g_hash_free(hash);
+}
+
 const Scenarios scenarios("safe",
                           {
                               {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
@@ -251,6 +270,7 @@ const Scenarios scenarios("safe",
                               {"DuplicateAFile", {"g_file_duplicate"}, duplicate_file},
                               {"SaveAConf", {"g_conf_save"}, save_conf},
                               {"ReloadAConf", {"g_conf_reload"}, reload_conf},
+                              {"WalkAHashTable", {"g_hash_foreach"}, walk_hash},
                           });
 
 }  // namespace

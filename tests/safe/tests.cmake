@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 groundwork_test(safe/file_duplicate_test)
 groundwork_test(safe/file_replace_test)
+groundwork_test(safe/hash_foreach_test)
 
 # Stand in for functions of the system, under the names that the library imports, or see
 # times after 2038.

@@ -248,6 +248,30 @@ G_API int64_t g_monotonic_ms(void);
 
 /** @name Containers */
 /** @{ */
+
+/**
+ * Calls a function for each entry of a hash table, in the order of the slots, until it returns
+ * other than 0.
+ *
+ * The function may remove any key, its own included; a removed entry is not visited. It may look
+ * up, and walk the same table; a destroy function that its removals call may do the same. It
+ * must not insert, because growth moves entries: the walk ends then, too, but may miss
+ * entries and visit others twice. It must not free the table.
+ *
+ * A key that is stored twice (see g_hash_insert()) is visited twice. The entry of a destroy
+ * function that is running is still there, and visited.
+ *
+ * @param hash  not null (logged as critical).
+ * @param func  gets key and value as stored, and `data`; not null (logged as critical).
+ * @param data  passed on; may be null.
+ * @return what the last call returned, 0 when there was none; -1 with EINVAL on a failed
+ *         check.
+ *
+ * Threads: nothing is locked, as with every function of a hash table. A thread may end inside
+ * the function, or leave it with longjmp().
+ */
+G_API int g_hash_foreach(GHash *hash, int (*func)(void *key, void *value, void *data),
+                         void *data);
 /** @} */
 
 /** @name HTTP */

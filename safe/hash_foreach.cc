@@ -1,0 +1,35 @@
+// A walk over a hash table. The slots are all there is to follow: removal moves no entry,
+// so what the function removes, the walk just does not meet.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/safe.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "containers/hash_table.h"
+#include "core/check.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr char kSource[] = "g_hash";
+
+}  // namespace
+
+extern "C" int g_hash_foreach(GHash* hash, int (*func)(void* key, void* value, void* data),
+                              void* data) {
+  CHECK_ARG(hash != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(func != NULL, (errno = EINVAL, -1));
+  // A function that inserts all the same may make the table grow, but not the walk longer.
+  const uint32_t size = hash->size;
+  for (uint32_t slot = 0; slot < size; ++slot) {
+    const HashEntry* const entry = hash->slots[slot];
+    if (entry == nullptr) continue;
+    const int result = func(entry->key, entry->value, data);
+    if (result != 0) return result;
+  }
+  return 0;
+}
