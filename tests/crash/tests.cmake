@@ -22,7 +22,9 @@ endfunction()
 
 if(GROUNDWORK_CONF)
   set(conf_savers crash/conf_power_cut_test.cc)
+  set(killed_conf_savers crash/conf_kill_test.cc)
 endif()
+groundwork_crash_test(kill_test ${killed_conf_savers})
 groundwork_crash_test(power_cut_test crash/crash_states.cc ${conf_savers})
 # The sanitizers call some of these before they are ready for instrumented code.
 set_source_files_properties(crash/recorder.cc PROPERTIES COMPILE_OPTIONS -fno-sanitize=all)

@@ -2,6 +2,7 @@
 groundwork_test(safe/file_duplicate_test)
 groundwork_test(safe/file_replace_test)
 groundwork_test(safe/hash_foreach_test)
+groundwork_test(safe/file_writers_test LABELS threads)
 
 # Stand in for functions of the system, under the names that the library imports, or see
 # times after 2038.
