@@ -49,13 +49,19 @@ inline Recording recording_of(const Saver& saver, const Scene& scene = {}) {
   return recording;
 }
 
+inline Figures examine_and_print(const char* name, const Recording& recording,
+                                 const Promise& promise, Rules rules) {
+  const Figures figures = examine(recording, promise, rules);
+  std::printf("%-40s %-6s %8ld states, %6ld bad\n", name, name_of(rules), figures.states,
+              figures.bad);
+  return figures;
+}
+
 inline Figures examine_all(const char* name, const Recording& recording,
                            const Promise& promise) {
   Figures all;
   for (const Rules rules : kAllRules) {
-    const Figures figures = examine(recording, promise, rules);
-    std::printf("%-40s %-6s %8ld states, %6ld bad\n", name, name_of(rules), figures.states,
-                figures.bad);
+    const Figures figures = examine_and_print(name, recording, promise, rules);
     all.states += figures.states;
     all.bad += figures.bad;
     if (all.example.empty()) all.example = figures.example;
