@@ -35,6 +35,7 @@ EFFECTS(kCreateEffects, E(EAGAIN), E(ENOMEM), E(EPERM));
 EFFECTS(kDestroyEffects, E(EBUSY), E(EINVAL));
 EFFECTS(kDescriptorEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(EACCES), E(EAFNOSUPPORT));
 EFFECTS(kFcntlEffects, E(EAGAIN), E(EACCES), E(ENOLCK), E(EDEADLK), E(EIO), E(EINTR));
+EFFECTS(kFdopendirEffects, E(ENOMEM), E(EBADF), E(ENOTDIR));
 EFFECTS(kFgetsEffects, E(EIO), E(ECONNRESET), E(EAGAIN), E(EINTR), kEnds);
 EFFECTS(kFlockEffects, E(ENOLCK), E(EBADF), E(EAGAIN), E(EINTR));
 EFFECTS(kFreadEffects, E(EIO), E(ECONNRESET), E(EAGAIN), E(EINTR), kEnds, kTransfersOne,
@@ -80,6 +81,7 @@ EFFECTS(kSockoptEffects, E(ENOBUFS), E(EBADF), E(ENOMEM));
 EFFECTS(kStatatEffects, E(EIO), E(ENOMEM), E(EACCES), E(EOVERFLOW));
 EFFECTS(kStatEffects, E(EIO), E(ENOMEM), E(EACCES), E(ENOENT), E(ELOOP), E(ENOTDIR),
         E(EOVERFLOW));
+EFFECTS(kStatxEffects, E(ENOMEM), E(EACCES), E(EIO), E(ENOSYS), E(EPERM));
 EFFECTS(kStatfsEffects, E(EIO), E(ENOMEM), E(EACCES), E(EINTR));
 EFFECTS(kTextEffects, E(EOVERFLOW), E(ENOMEM));
 EFFECTS(kTimedwaitEffects, E(EINVAL), E(ETIMEDOUT), E(EINTR));
@@ -93,6 +95,7 @@ EFFECTS(kWriteEffects, E(ENOSPC), E(EIO), E(EFBIG), E(EDQUOT), E(EAGAIN), E(EINT
 constexpr Faultable kFaultables[] = {
     {Call::kAny, "", {}},
     {Call::kAllocation, "malloc", kMemoryEffects},
+    {Call::kChmod, "chmod", kOwnerEffects},
     {Call::kClose, "close", kCloseEffects},
     {Call::kClosedir, "closedir", kCloseEffects},
     {Call::kConnect, "connect", kConnectEffects},
@@ -101,6 +104,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kFclose, "fclose", kCloseEffects},
     {Call::kFcntl, TIME64("fcntl64", "__fcntl_time64"), kFcntlEffects},
     {Call::kFdopen, "fdopen", kMlockEffects},
+    {Call::kFdopendir, "fdopendir", kFdopendirEffects},
     {Call::kFflush, "fflush", kPrintEffects},
     {Call::kFgets, "fgets", kFgetsEffects},
     {Call::kFlock, "flock", kFlockEffects},
@@ -122,6 +126,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kGettimeofday, TIME64("gettimeofday", "__gettimeofday64"), kTimeEffects},
     {Call::kIoctl, TIME64("ioctl", "__ioctl_time64"), kIoctlEffects},
     {Call::kLseek, "lseek64", kLseekEffects},
+    {Call::kLstat, TIME64("lstat64", "__lstat64_time64"), kStatEffects},
     {Call::kMkdir, "mkdir", kMkdirEffects},
     {Call::kMlockall, "mlockall", kMlockEffects},
     {Call::kMmap, "mmap64", kMmapEffects},
@@ -163,6 +168,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kSocket, "socket", kDescriptorEffects},
     {Call::kStat, TIME64("stat64", "__stat64_time64"), kStatEffects},
     {Call::kStatfs, "statfs64", kStatfsEffects},
+    {Call::kStatx, "statx", kStatxEffects},
     {Call::kUflow, "__uflow", kFgetsEffects},
     {Call::kUnlink, "unlink", kUnlinkEffects},
     {Call::kUnlinkat, "unlinkat", kUnlinkEffects},

@@ -19,6 +19,7 @@ enum class Call : unsigned char {
   kAny,         // each of those below but memory
   kAllocation,  // malloc, calloc and realloc, also on behalf of the library in the C
                 // library
+  kChmod,
   kClose,
   kClosedir,
   kConnect,
@@ -27,6 +28,7 @@ enum class Call : unsigned char {
   kFclose,
   kFcntl,
   kFdopen,
+  kFdopendir,
   kFflush,
   kFgets,
   kFlock,
@@ -48,6 +50,7 @@ enum class Call : unsigned char {
   kGettimeofday,
   kIoctl,
   kLseek,
+  kLstat,
   kMkdir,
   kMlockall,
   kMmap,
@@ -87,6 +90,7 @@ enum class Call : unsigned char {
   kSocket,
   kStat,
   kStatfs,
+  kStatx,
   kUflow,
   kUnlink,
   kUnlinkat,

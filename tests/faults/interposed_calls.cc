@@ -180,6 +180,22 @@ int stat(const char* path, struct stat* status) noexcept {
   return NEXT(kStat, stat)(path, status);
 }
 
+int lstat(const char* path, struct stat* status) noexcept {
+  if (const Effect* const effect = strike(Call::kLstat)) return failed(*effect, -1);
+  return NEXT(kLstat, lstat)(path, status);
+}
+
+int statx(int directory, const char* path, int flags, unsigned mask,
+          struct statx* status) noexcept {
+  if (const Effect* const effect = strike(Call::kStatx)) return failed(*effect, -1);
+  return NEXT(kStatx, statx)(directory, path, flags, mask, status);
+}
+
+int chmod(const char* path, mode_t mode) noexcept {
+  if (const Effect* const effect = strike(Call::kChmod)) return failed(*effect, -1);
+  return NEXT(kChmod, chmod)(path, mode);
+}
+
 int fstat(int fd, struct stat* status) noexcept {
   if (const Effect* const effect = strike(Call::kFstat)) return failed(*effect, -1);
   return NEXT(kFstat, fstat)(fd, status);
@@ -269,6 +285,13 @@ DIR* opendir(const char* path) {
     return failed<DIR*>(*effect, nullptr);
   }
   return NEXT(kOpendir, opendir)(path);
+}
+
+DIR* fdopendir(int fd) {
+  if (const Effect* const effect = strike(Call::kFdopendir)) {
+    return failed<DIR*>(*effect, nullptr);
+  }
+  return NEXT(kFdopendir, fdopendir)(fd);
 }
 
 struct dirent* readdir(DIR* directory) {

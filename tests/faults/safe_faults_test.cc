@@ -140,6 +140,69 @@ void duplicate_file(Pass& pass) {
   EXPECT_EQ(read_file("from"), content);
 }
 
+// --- Directories.
+
+void make_directory_with_parents(Pass& pass) {
+  const WorkingDirectory directory;
+  const mode_t former = umask(0300);  // so that parents need more than was asked for
+  const Result result = faulty(pass, [] {
+    errno = 0;
+    const int value = g_dir_make("a/b/c", 0755);
+    return Result{value, errno};
+  });
+  umask(former);
+  EXPECT_EQ(pass.reports(), 0);
+  if (result.value == 0) {
+    struct stat status;
+    ASSERT_EQ(stat("a/b/c", &status), 0);
+    EXPECT_TRUE(S_ISDIR(status.st_mode));
+  } else {
+    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_NE(result.error, 0);
+    EXPECT_NE(result.error, EINTR);
+  }
+  if (pass.struck(Call::kAllocation, Call::kChmod, Call::kLstat) != 0 &&
+      pass.error() != EINTR) {
+    EXPECT_EQ(result.value, -1);
+  }
+}
+
+// Deeper than the directories that stay open.
+void remove_tree(Pass& pass) {
+  const WorkingDirectory directory;
+  directory.make("outside");
+  directory.write("outside/canary", "alive");
+  std::string path = "tree";
+  for (int level = 0; level < 11; ++level) {
+    directory.make(path);
+    directory.write(path + "/file", "");
+    EXPECT_EQ(symlink("/proc/self/cwd/outside", (path + "/link").c_str()), 0);
+    path += "/d";
+  }
+  const Result result = faulty(pass, [] {
+    errno = 0;
+    const int value = g_dir_remove("tree");
+    return Result{value, errno};
+  });
+  EXPECT_EQ(pass.reports(), 0);
+  EXPECT_EQ(read_file("outside/canary"), "alive");
+  struct stat status;
+  const bool is_there = lstat("tree", &status) == 0;
+  // What is said to be gone already, and is not, may stay.
+  EXPECT_TRUE(is_there == (result.value != 0) || pass.error() == ENOENT);
+  if (pass.struck_only(Call::kClose, Call::kClosedir) || pass.error() == EINTR) {
+    EXPECT_EQ(result.value, 0);
+  }
+  if (result.value == -1) {
+    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_NE(result.error, 0);
+    if (pass.is_of_memory()) {
+      EXPECT_EQ(result.error, ENOMEM);
+    }
+  }
+  EXPECT_EQ(g_dir_remove("tree"), is_there ? 0 : -1);
+}
+
 // --- Configuration.
 
 constexpr char kConfText[] = "#c\n[net]\nhost = here\nport=80\n\n[ui]\nlang=en\n";
@@ -262,15 +325,17 @@ void walk_hash(Pass& pass) {
   g_hash_free(hash);
 }
 
-const Scenarios scenarios("safe",
-                          {
-                              {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
-                              {"ReplaceAFile", {"g_file_replace"}, replace_file},
-                              {"MakeAFile", {}, make_file},
-                              {"DuplicateAFile", {"g_file_duplicate"}, duplicate_file},
-                              {"SaveAConf", {"g_conf_save"}, save_conf},
-                              {"ReloadAConf", {"g_conf_reload"}, reload_conf},
-                              {"WalkAHashTable", {"g_hash_foreach"}, walk_hash},
-                          });
+const Scenarios scenarios(
+    "safe", {
+                {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
+                {"ReplaceAFile", {"g_file_replace"}, replace_file},
+                {"MakeAFile", {}, make_file},
+                {"DuplicateAFile", {"g_file_duplicate"}, duplicate_file},
+                {"MakeADirectory", {"g_dir_make"}, make_directory_with_parents},
+                {"RemoveATree", {"g_dir_remove"}, remove_tree},
+                {"SaveAConf", {"g_conf_save"}, save_conf},
+                {"ReloadAConf", {"g_conf_reload"}, reload_conf},
+                {"WalkAHashTable", {"g_hash_foreach"}, walk_hash},
+            });
 
 }  // namespace

@@ -293,7 +293,8 @@ constexpr struct {
      " __isoc23_strtoull __rawmemchr stpcpy strcpy __memcpy_chk __memmove_chk ",
      "work on memory alone"},
     {" calloc realloc free ", "counted and followed with malloc"},
-    {" __errno_location __libc_single_threaded __fsetlocking alphasort64 dirfd fileno"
+    {" __errno_location __libc_single_threaded __fsetlocking alphasort64 dirfd rewinddir "
+     "fileno"
      " getpagesize getpid mallinfo2 nl_langinfo"
      " stderr strerror __sigsetjmp __cxa_finalize pthread_self pthread_once"
      " pthread_setcancelstate __h_errno_location clock_gettime __clock_gettime64 ",

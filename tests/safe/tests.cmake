@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: MIT
 groundwork_test(safe/file_duplicate_test)
+groundwork_test(safe/dir_make_test)
+groundwork_test(safe/dir_remove_test)
 groundwork_test(safe/file_replace_test)
 groundwork_test(safe/hash_foreach_test)
 groundwork_test(safe/file_writers_test LABELS threads)

@@ -117,8 +117,67 @@ G_API int g_file_duplicate(const char *from, const char *to);
 G_API int g_file_replace(const char *path, const void *buf, int64_t len);
 /** @} */
 
-/** @name Directories */
+/**
+ * @name Directories
+ *
+ * No function of these is limited in the length of a path but by the system: 4095 bytes in
+ * `path`, as many as wanted below it.
+ */
 /** @{ */
+
+/**
+ * Makes a directory and all its parents that are missing.
+ *
+ * @code{.c}
+ * #include <groundwork/safe.h>
+ *
+ * if (g_dir_make("var/lib/waterworks", 0750) == -1) perror("var/lib/waterworks");
+ * @endcode
+ *
+ * @param path  not null. A link to a directory counts as one.
+ * @param mode  permissions of what is made, as for mkdir(): less the umask, without set-ID
+ *              bits. Parents get write and search permission for their owner besides, whatever
+ *              the umask.
+ * @return 0, also when the directory is there already, whatever its permissions. -1 with
+ *         `errno`: `EINVAL` after a failed check (which is logged as critical), `ENOTDIR`
+ *         where something else is in the way, as last component, too, a dangling link for
+ *         one, `ENOENT` for an empty path, `ENOMEM`, or as mkdir() fails. Parents that were
+ *         made before a failure stay.
+ *
+ * Threads: no shared state; any number at once, for the same directory, too.
+ */
+G_API int g_dir_make(const char *path, unsigned mode);
+
+/**
+ * Removes a tree or a file, and nothing outside it.
+ *
+ * A symbolic link is removed and never followed, neither `path` itself nor in the tree, also
+ * when a directory is swapped for one meanwhile. Mount points in the tree stay, with what is
+ * mounted and all directories above them; they are told by the mount's identity where the
+ * kernel gives it (Linux 5.8), else by the device, which does not tell a bind mount of the same
+ * filesystem. After a failure all the rest is still removed.
+ *
+ * @code{.c}
+ * #include <groundwork/safe.h>
+ *
+ * if (g_dir_remove("var/cache/waterworks") == -1) perror("var/cache/waterworks");
+ * @endcode
+ *
+ * @param path  not null. Links among its leading components are followed.
+ * @return 0 when all is gone. -1 when something is left, with `errno` of the first failure:
+ *         `EINVAL` after a failed check (which is logged as critical), and for "", "/" and a
+ *         path whose last component is "." or ".."; `ENOENT` when there is nothing of that
+ *         name; `ENOTDIR` for a file or a link with a "/" at its end; `EXDEV` for a mount
+ *         point; `ESTALE` when a directory was moved elsewhere during the walk and the way
+ *         back was lost; `ENOMEM`; else as opening or removing fails.
+ *
+ * Whatever the tree, it needs up to 10 descriptors and the C library's buffers for 8 open
+ * directories; besides some 16 bytes of memory for each level of depth and for each
+ * subdirectory that cannot be removed.
+ *
+ * Threads: no shared state; any number at once. Cancellation waits until it returns.
+ */
+G_API int g_dir_remove(const char *path);
 /** @} */
 
 /** @name Configuration

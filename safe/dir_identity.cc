@@ -1,0 +1,101 @@
+// statx() where the kernel has it, since only that tells mounts apart.
+//
+// SPDX-License-Identifier: MIT
+
+#include "safe/dir_identity.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+using namespace groundwork;
+
+namespace {
+
+// Without AT_NO_AUTOMOUNT a look at a name could mount something.
+constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_EMPTY_PATH;
+
+#if defined(STATX_MNT_ID)
+using Statx = struct statx;
+constexpr unsigned kMountIdentity = STATX_MNT_ID;
+
+int call_statx(int directory, const char* name, unsigned wanted, Statx* status) {
+  return statx(directory, name, kFlags, wanted, status);
+}
+#elif defined(SYS_statx)
+// As the kernel writes it, for C libraries that have no statx(), or an older one.
+struct Statx {
+  std::uint32_t stx_mask;
+  std::uint32_t stx_blksize;
+  std::uint64_t stx_attributes;
+  std::uint32_t stx_nlink;
+  std::uint32_t stx_uid;
+  std::uint32_t stx_gid;
+  std::uint16_t stx_mode;
+  std::uint16_t unused;
+  std::uint64_t stx_ino;
+  std::uint64_t sizes_and_times[11];
+  std::uint32_t stx_rdev_major;
+  std::uint32_t stx_rdev_minor;
+  std::uint32_t stx_dev_major;
+  std::uint32_t stx_dev_minor;
+  std::uint64_t stx_mnt_id;
+  std::uint64_t later[13];
+};
+static_assert(sizeof(Statx) == 256);
+constexpr unsigned kMountIdentity = 0x1000;
+
+int call_statx(int directory, const char* name, unsigned wanted, Statx* status) {
+  return static_cast<int>(syscall(SYS_statx, directory, name, kFlags, wanted, status));
+}
+#else
+struct Statx {
+  std::uint32_t stx_mask, stx_dev_major, stx_dev_minor;
+  std::uint64_t stx_ino, stx_mnt_id;
+  mode_t stx_mode;
+};
+constexpr unsigned kMountIdentity = 0;
+
+int call_statx(int, const char*, unsigned, Statx*) {
+  errno = ENOSYS;
+  return -1;
+}
+#endif
+
+// As the kernel packs it.
+std::uint32_t device_of(unsigned major_number, unsigned minor_number) {
+  return major_number << 20 | minor_number;
+}
+
+constexpr unsigned kTypeAndInode = 0x101;  // STATX_TYPE | STATX_INO
+
+}  // namespace
+
+bool groundwork::examine(int directory, const char* name, DirEntry* entry) {
+  Statx status = {};
+  if (call_statx(directory, name, kTypeAndInode | kMountIdentity, &status) == 0) {
+    const bool has_mount = (status.stx_mask & kMountIdentity) != 0;
+    entry->identity = {status.stx_ino,
+                       device_of(status.stx_dev_major, status.stx_dev_minor)};
+    entry->mount = has_mount ? status.stx_mnt_id : 0;
+    entry->is_directory = S_ISDIR(status.stx_mode);
+    return true;
+  }
+  // A kernel before 4.11, or a filter of system calls that does not know this one.
+  if (errno != ENOSYS && errno != EPERM) return false;
+  struct stat older;
+  if (fstatat(directory, name, &older, kFlags) != 0) return false;
+  entry->identity = {older.st_ino, device_of(major(older.st_dev), minor(older.st_dev))};
+  entry->mount = 0;
+  entry->is_directory = S_ISDIR(older.st_mode);
+  return true;
+}
+
+bool groundwork::is_same_mount(const DirEntry& one, const DirEntry& other) {
+  if (one.mount != 0 && other.mount != 0) return one.mount == other.mount;
+  return one.identity.device == other.identity.device;
+}

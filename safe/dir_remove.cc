@@ -1,0 +1,368 @@
+// Removal of a tree that stays inside it.
+//
+// Every name is looked up in a directory that is open, without following links, and what a
+// name led to is examined after it was opened: whatever others do to the tree meanwhile,
+// the walk never leaves it. Names are not kept. On the way back up, a directory whose
+// stream was closed is found as ".." and read again from its start; what was removed from
+// it is gone, and of its subdirectories those that could not be emptied are remembered.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/safe.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/cancellation.h"
+#include "core/check.h"
+#include "core/owned.h"
+#include "safe/dir_identity.h"
+#include "safe/file_descriptor.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr char kSource[] = "g_dir";
+constexpr std::size_t kStreams = 8;  // the deepest directories, which stay open
+constexpr int kMostPasses = 100;     // through a directory that others fill again
+constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+
+bool is_dot_name(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+// A stack of plain records on the heap.
+template <typename T>
+class Stack {
+ public:
+  Stack() = default;
+  ~Stack() { std::free(items_); }
+  Stack(const Stack&) = delete;
+  Stack& operator=(const Stack&) = delete;
+
+  // Makes room for one more. False when memory is exhausted.
+  bool reserve() {
+    if (size_ < capacity_) return true;
+    const std::size_t wanted = capacity_ == 0 ? 16 : 2 * capacity_;
+    void* const grown = std::realloc(items_, wanted * sizeof(T));
+    if (grown == nullptr) return false;
+    items_ = static_cast<T*>(grown);
+    capacity_ = wanted;
+    return true;
+  }
+  void push(const T& item) { items_[size_++] = item; }
+  void cut(std::size_t size) { size_ = size; }
+  std::size_t size() const { return size_; }
+  T& operator[](std::size_t i) { return items_[i]; }
+  T& top() { return items_[size_ - 1]; }
+
+ private:
+  T* items_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// A directory on the way down. There may be any number, so this is small.
+struct Level {
+  std::uint64_t inode;
+  std::uint32_t device;
+  std::uint32_t first_left : 30;  // of its subdirectories among those that were left
+  std::uint32_t has_left : 1;     // something, in this pass
+  std::uint32_t is_second : 1;    // entered again, to be removed after its parent was lost
+
+  DirIdentity identity() const { return {inode, device}; }
+};
+static_assert(sizeof(Level) == 16);
+
+// An open directory.
+struct Stream {
+  DIR* directory = nullptr;
+  const struct dirent* entry = nullptr;  // the last that was read
+  int passes = 0;                        // through its entries
+  bool has_removed = false;              // something, in this pass
+  DirIdentity emptied = {};              // the subdirectory that it was opened again for
+};
+
+class TreeRemoval {
+ public:
+  explicit TreeRemoval(const DirEntry& mount) : mount_(mount) {}
+  ~TreeRemoval() {
+    for (Stream& stream : streams_) close(stream);
+  }
+  TreeRemoval(const TreeRemoval&) = delete;
+  TreeRemoval& operator=(const TreeRemoval&) = delete;
+
+  // Removes a name from an open directory, with all that it leads to. True when it is gone;
+  // else errno is that of the first failure.
+  bool remove(int parent, const char* name);
+
+ private:
+  enum class Entered { kYes, kNo, kNotADirectory };
+
+  Stream& stream_of(std::size_t level) { return streams_[level % kStreams]; }
+  Stream& stream() { return stream_of(levels_.size() - 1); }
+  static void close(Stream& stream);
+
+  bool note(int error);
+  int unlink(int parent, const char* name) const;
+  bool remove_directory(int parent, const char* name);
+  Entered enter(int parent, const char* name);
+  Entered enter_opened(Descriptor file);
+  bool was_left(const DirIdentity& identity);
+  bool next_entry();
+  void remove_entry();
+  bool pass_again();
+  bool reopen_parent();
+  void leave();
+
+  const DirEntry mount_;  // something on the only mount that is touched
+  Stack<Level> levels_;
+  Stack<DirIdentity> left_;  // subdirectories of the levels that could not be removed
+  Stream streams_[kStreams];
+  int error_ = 0;  // of the first failure
+};
+
+void TreeRemoval::close(Stream& stream) {
+  if (stream.directory != nullptr) closedir(stream.directory);
+  stream = {};
+}
+
+// Takes down what became of an entry: 0 when it was removed, ENOENT when others did that,
+// else why it is left. True when it is gone.
+bool TreeRemoval::note(int error) {
+  const bool is_gone = error == 0 || error == ENOENT;
+  if (!is_gone && error_ == 0) error_ = error;
+  if (levels_.size() != 0) {
+    stream().has_removed |= error == 0;
+    if (!is_gone) levels_.top().has_left = 1;
+  }
+  return is_gone;
+}
+
+// Removes what is no directory. 0, or the reason why not: EISDIR when it is one.
+int TreeRemoval::unlink(int parent, const char* name) const {
+  if (uninterrupted([=] { return unlinkat(parent, name, 0); }) == 0) return 0;
+  const int error = errno;
+  DirEntry entry;
+  const bool is_mount =
+      error == EBUSY && examine(parent, name, &entry) && !is_same_mount(entry, mount_);
+  return is_mount ? EXDEV : error;
+}
+
+// Removes a directory that should be empty. True when it is gone.
+bool TreeRemoval::remove_directory(int parent, const char* name) {
+  if (uninterrupted([=] { return unlinkat(parent, name, AT_REMOVEDIR); }) == 0) {
+    return note(0);
+  }
+  if (errno == ENOTDIR) return note(unlink(parent, name));  // something else took its place
+  return note(errno);
+}
+
+// Goes down into a directory.
+TreeRemoval::Entered TreeRemoval::enter(int parent, const char* name) {
+  Descriptor file = open_at(parent, name, kDirectory);
+  if (file.is_open()) return enter_opened(std::move(file));
+  const int error = errno;
+  if (error == ENOTDIR || error == ELOOP) return Entered::kNotADirectory;
+  // One that may not be read can be removed if it is empty.
+  const auto remove = [=] { return unlinkat(parent, name, AT_REMOVEDIR); };
+  note(error != ENOENT && uninterrupted(remove) == 0 ? 0 : error);
+  return Entered::kNo;
+}
+
+TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
+  DirEntry entry;
+  int error = 0;
+  if (!examine(file.get(), "", &entry)) {
+    error = errno;
+  } else if (!is_same_mount(entry, mount_)) {
+    error = EXDEV;
+  } else if (was_left(entry.identity)) {
+    error = ENOTEMPTY;
+  } else if (!levels_.reserve() || !left_.reserve()) {
+    error = ENOMEM;  // room also for this directory among those left
+  }
+  DIR* const directory = error == 0 ? fdopendir(file.get()) : nullptr;
+  if (directory == nullptr) {
+    note(error == 0 ? errno : error);
+    return Entered::kNo;
+  }
+  file.release();
+  const bool is_second = levels_.size() != 0 && stream().emptied == entry.identity;
+  levels_.push({entry.identity.inode, entry.identity.device, 0, 0, is_second});
+  levels_.top().first_left = static_cast<std::uint32_t>(left_.size()) & 0x3fffffff;
+  close(stream());  // that of a level further up
+  stream().directory = directory;
+  return Entered::kYes;
+}
+
+bool TreeRemoval::was_left(const DirIdentity& identity) {
+  const std::size_t first = levels_.size() == 0 ? 0 : levels_.top().first_left;
+  for (std::size_t i = first; i < left_.size(); ++i) {
+    if (left_[i] == identity) return true;
+  }
+  return false;
+}
+
+bool TreeRemoval::next_entry() {
+  Stream& current = stream();
+  for (;;) {
+    errno = 0;
+    current.entry = readdir(current.directory);
+    if (current.entry != nullptr) {
+      if (!is_dot_name(current.entry->d_name)) return true;
+    } else if (errno != EINTR) {
+      if (errno != 0) note(errno);
+      return false;
+    }
+  }
+}
+
+void TreeRemoval::remove_entry() {
+  const int parent = dirfd(stream().directory);
+  const struct dirent& entry = *stream().entry;
+  if (entry.d_type != DT_DIR) {
+    const int error = unlink(parent, entry.d_name);
+    if (error != EISDIR) {
+      note(error);
+      return;
+    }
+  }
+  if (enter(parent, entry.d_name) == Entered::kNotADirectory) {
+    note(unlink(parent, entry.d_name));
+  }
+}
+
+// Some filesystems pass over entries while others are removed, and others may add some.
+bool TreeRemoval::pass_again() {
+  Stream& current = stream();
+  if (!current.has_removed || ++current.passes >= kMostPasses) return false;
+  current.has_removed = false;
+  levels_.top().has_left = 0;
+  rewinddir(current.directory);
+  return true;
+}
+
+// Opens the directory above the top again, where its stream was closed.
+bool TreeRemoval::reopen_parent() {
+  Stream& above = stream_of(levels_.size() - 2);
+  if (above.directory != nullptr) return true;
+  Descriptor file = open_at(dirfd(stream().directory), "..", kDirectory);
+  if (!file.is_open()) return false;
+  DirEntry entry;
+  if (!examine(file.get(), "", &entry)) return false;
+  if (entry.identity != levels_[levels_.size() - 2].identity()) {
+    errno = ESTALE;  // the directory was moved meanwhile
+    return false;
+  }
+  above.directory = fdopendir(file.get());
+  if (above.directory == nullptr) return false;
+  file.release();
+  return true;
+}
+
+// Goes back up, and removes the directory that was left from the one above.
+void TreeRemoval::leave() {
+  const Level level = levels_.top();
+  const bool is_way_open = levels_.size() == 1 || reopen_parent();
+  if (!is_way_open) note(errno);
+  close(stream());
+  left_.cut(level.first_left);
+  levels_.cut(is_way_open ? levels_.size() - 1 : 0);
+  if (levels_.size() == 0) return;
+  Stream& above = stream();
+  if (above.entry != nullptr) {
+    if (remove_directory(dirfd(above.directory), above.entry->d_name)) return;
+  } else if (!level.has_left && !level.is_second) {
+    above.emptied = level.identity();  // its name comes once more, and then goes
+    return;
+  } else if (!level.has_left) {
+    note(ENOTEMPTY);  // it was emptied twice, and filled in between
+  }
+  levels_.top().has_left = 1;
+  left_.push(level.identity());
+}
+
+bool TreeRemoval::remove(int parent, const char* name) {
+  const Entered entered = enter(parent, name);
+  if (entered == Entered::kNotADirectory) note(unlink(parent, name));
+  while (levels_.size() != 0) {
+    if (next_entry()) {
+      remove_entry();
+    } else if (!pass_again()) {
+      leave();
+    }
+  }
+  // What failed may have been removed in a later pass, or by others.
+  if (entered == Entered::kYes && remove_directory(parent, name)) return true;
+  errno = error_;
+  return error_ == 0;
+}
+
+// --- The path.
+
+// A path cut before its last component.
+struct Target {
+  Owned<char> text;
+  const char* parent;
+  const char* name;
+  bool is_directory;  // a slash follows the name
+};
+
+// False with errno set when there is no such component that could be removed.
+bool split(const char* path, Target* target) {
+  std::size_t end = std::strlen(path);
+  target->is_directory = end > 0 && path[end - 1] == '/';
+  while (end > 0 && path[end - 1] == '/') --end;
+  std::size_t begin = end;
+  while (begin > 0 && path[begin - 1] != '/') --begin;
+  target->text.reset(static_cast<char*>(std::malloc(end + 1)));
+  char* const text = target->text.get();
+  if (text == nullptr) return false;
+  std::memcpy(text, path, end);
+  text[end] = '\0';
+  target->name = text + begin;
+  target->parent = begin == 0 ? "." : begin == 1 ? "/" : text;
+  if (begin > 1) text[begin - 1] = '\0';
+  if (target->name[0] != '\0' && !is_dot_name(target->name)) return true;
+  errno = EINVAL;
+  return false;
+}
+
+bool remove_path(const char* path) {
+  Target target;
+  if (!split(path, &target)) return false;
+  const Descriptor parent = open_at(AT_FDCWD, target.parent, O_PATH | O_DIRECTORY);
+  DirEntry above;
+  DirEntry entry;
+  if (!parent.is_open() || !examine(parent.get(), "", &above) ||
+      !examine(parent.get(), target.name, &entry)) {
+    return false;
+  }
+  if (target.is_directory && !entry.is_directory) {
+    errno = ENOTDIR;
+    return false;
+  }
+  if (entry.is_directory && !is_same_mount(entry, above)) {
+    errno = EXDEV;
+    return false;
+  }
+  return TreeRemoval(above).remove(parent.get(), target.name);
+}
+
+}  // namespace
+
+extern "C" int g_dir_remove(const char* path) {
+  CHECK_ARG(path != NULL, (errno = EINVAL, -1));
+  const CancellationHeld held;
+  return remove_path(path) ? 0 : -1;
+}
