@@ -7,10 +7,8 @@
 
 #include <groundwork/thread.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,22 +16,15 @@
 #include <sched.h>
 
 #include "core/check.h"
-#include "thread/own_thread.h"
+#include "thread/service_thread.h"
+#include "thread/thread_record.h"
 
-struct GThread {
-  pthread_t tid;
-  GThreadFunc func;
-  void* arg;
-  std::atomic<int> users;  // owner, and the thread while it starts
-  bool exists;             // false when the system could not start the thread
-};
-static_assert(offsetof(GThread, tid) == 0 && offsetof(GThread, func) == sizeof(pthread_t) &&
-              offsetof(GThread, arg) == sizeof(pthread_t) + sizeof(void*) &&
-              std::atomic<int>::is_always_lock_free);
+using namespace groundwork;
 
 namespace {
 
 constexpr char kSource[] = "g_thread";
+constexpr int kHighest = 6;  // of the scale of priorities; 0 is the lowest
 
 GThread* new_handle(int users) {
   auto* const thread = static_cast<GThread*>(std::calloc(1, sizeof(GThread)));
@@ -55,16 +46,30 @@ void* run(void* handle) {
   return nullptr;
 }
 
+int policy_of(int priority) {
+  switch (priority) {
+    case 0:
+      return SCHED_OTHER;
+    case kHighest:
+      return SCHED_FIFO;
+    default:
+      return SCHED_RR;
+  }
+}
+
+// The lowest and the highest have a policy of their own; those between are spread around
+// the middle of theirs.
+int posix_priority_of(int priority, int policy) {
+  const int max = sched_get_priority_max(policy);
+  const int min = sched_get_priority_min(policy);
+  if (priority == 0) return min;
+  if (priority == kHighest) return max;
+  const int mid = (min + max) / 2;
+  const int step = (max - mid) / 3;
+  return mid + (priority - kHighest / 2) * step;
+}
+
 }  // namespace
-
-bool groundwork::is_own_thread(const GThread* thread) {
-  return thread->exists && pthread_equal(thread->tid, pthread_self()) != 0;
-}
-
-void groundwork::free_own_thread(GThread* thread) {
-  pthread_detach(pthread_self());
-  g_thread_free(thread);
-}
 
 extern "C" GThread* g_thread_create(GThreadFunc func, void* arg, const char*) {
   CHECK_ARG(func != NULL, nullptr);
@@ -84,7 +89,7 @@ extern "C" GThread* g_thread_create(GThreadFunc func, void* arg, const char*) {
 
 extern "C" int g_thread_wait(GThread* thread) {
   CHECK_ARG(thread != NULL, -1);
-  if (thread->exists) pthread_join(thread->tid, nullptr);
+  join_thread(thread);
   g_thread_free(thread);
   return 0;
 }
@@ -118,32 +123,19 @@ extern "C" int g_thread_set_priority(GThread* thread, int priority) {
   int policy = SCHED_OTHER;
   sched_param param{};
   if (thread->exists) pthread_getschedparam(thread->tid, &policy, &param);
-
-  policy = priority == 0 ? SCHED_OTHER : priority == 6 ? SCHED_FIFO : SCHED_RR;
-  const int max = sched_get_priority_max(policy);
-  const int min = sched_get_priority_min(policy);
-  const int mid = (min + max) / 2;
-  const int step = (max - mid) / 3;
-  const std::array<int, 7> scale = {min,        mid - 2 * step, mid - step, mid,
-                                    mid + step, mid + 2 * step, max};
-  const auto index = static_cast<unsigned>(priority);
-  if (index >= scale.size()) {
+  if (priority < 0 || priority > kHighest) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "unknown priority %d", priority);
     return -1;
   }
-  param.sched_priority = scale[index];
-
-  bool is_set = false;
+  policy = policy_of(priority);
+  param.sched_priority = posix_priority_of(priority, policy);
   if (thread->exists) {
-    is_set = pthread_setschedparam(thread->tid, policy, &param) == 0;
+    if (pthread_setschedparam(thread->tid, policy, &param) == 0) return 0;
   } else {
     errno = ESRCH;
   }
-  if (!is_set) {
-    // Kept: the text is that of errno, not that of the returned code.
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't set priority to %d. - %s.", priority,
-          std::strerror(errno));
-    return -1;
-  }
-  return 0;
+  // Kept: the text is that of errno, not that of the returned code.
+  g_log(G_LOG_WARNING, kSource, __LINE__, "can't set priority to %d. - %s.", priority,
+        std::strerror(errno));
+  return -1;
 }

@@ -21,8 +21,9 @@
 #include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
+#include "thread/fork_safe_mutex.h"
 #include "thread/mutex_lock.h"
-#include "thread/own_thread.h"
+#include "thread/service_thread.h"
 
 using namespace groundwork;
 
@@ -47,8 +48,8 @@ namespace {
 constexpr char kSource[] = "g_timeout";
 constexpr auto relaxed = std::memory_order_relaxed;
 
-constinit GMutex active_lock = {PTHREAD_MUTEX_INITIALIZER};
-constinit GTimeout* active = nullptr;
+constinit ForkSafeMutex active_lock;
+constinit GTimeout* active = nullptr;  // guarded by active_lock
 
 // The link to a timeout in the list; the one at the list's end when it is not there. A
 // timeout that is not there may be gone, so it is only compared. The list is locked.
@@ -62,7 +63,7 @@ GTimeout** link_to(const GTimeout* timeout) {
 // releases it or has done so, and when this is a call from its own function: that one is
 // released when it returns.
 bool claim_from_outside(const GTimeout* timeout) {
-  MutexLock lock(&active_lock);
+  MutexLock lock(&active_lock.mutex);
   GTimeout** const link = link_to(timeout);
   GTimeout* const found = *link;
   if (found == nullptr) return false;
@@ -76,7 +77,7 @@ bool claim_from_outside(const GTimeout* timeout) {
 
 // The same for the worker, when the function has returned.
 bool claim_from_inside(const GTimeout* timeout) {
-  MutexLock lock(&active_lock);
+  MutexLock lock(&active_lock.mutex);
   GTimeout** const link = link_to(timeout);
   if (*link == nullptr) return false;
   *link = timeout->next;
@@ -122,10 +123,29 @@ LEFT_BY_CANCELLATION void* run(void* arg) {
   return nullptr;
 }
 
+void before_fork() {
+  begin_fork(active_lock);
+}
+
+void after_fork_in_parent() {
+  end_fork(active_lock);
+}
+
+// A child has no timeout's thread, unless that one forked. Its timeouts may be freed.
+void after_fork_in_child() {
+  if (is_held_for_fork(active_lock)) {
+    for (GTimeout* timeout = active; timeout != nullptr; timeout = timeout->next) {
+      if (!is_own_thread(timeout->thread)) forget_thread(timeout->thread);
+    }
+  }
+  end_fork(active_lock);
+}
+
 // Starts the thread and lists the timeout. Under the lock, as the function may return 0
 // before the thread's handle is stored. False when memory is exhausted.
 bool start(GTimeout* timeout, const char* name) {
-  MutexLock lock(&active_lock);
+  survive_forks(active_lock, before_fork, after_fork_in_parent, after_fork_in_child);
+  MutexLock lock(&active_lock.mutex);
   timeout->thread = g_thread_create(run, timeout, name);
   if (timeout->thread == nullptr) return false;
   timeout->next = active;

@@ -299,6 +299,8 @@ constexpr struct {
      " stderr strerror __sigsetjmp __cxa_finalize pthread_self pthread_once"
      " pthread_setcancelstate __h_errno_location clock_gettime __clock_gettime64 ",
      "cannot fail as they are called"},
+    {" __register_atfork pthread_atfork ",
+     "called once in a process; without memory for it a lock works, but not across a fork"},
     {" getenv ", "a variable that is not set is no failure: tests/url unsets it"},
     {" snprintf __snprintf_chk ",
      "cannot fail for the numbers and names that it formats here"},

@@ -14,6 +14,12 @@
  * Threads: every function may be called on any thread, as long as no other thread frees the
  * handle meanwhile.
  *
+ * A child of fork() has only the thread that forked. It may start threads of its own; handles of
+ * the parent's other threads may be freed there with g_thread_free(), but neither cancelled nor
+ * waited for. A mutex or an event, also the one inside a configuration, a queue or a ring buffer,
+ * that another thread was using at the moment of the fork stays locked in the child for ever:
+ * fork before threads use what the child needs, or let the child call exec().
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>

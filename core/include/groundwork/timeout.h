@@ -15,6 +15,10 @@
  * Threads: timeouts may be started and ended on any thread, each ended once. The function runs
  * on the timeout's own thread: what it shares with others needs a lock.
  *
+ * A child of fork() has none of the timeouts' threads: inherited timeouts make no calls there,
+ * and g_timeout_free() only frees them. A child that a timeout's function forks is that timeout's
+ * thread and goes on calling it. The handlers of pthread_atfork() must not use timeouts.
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>

@@ -16,6 +16,13 @@
  * service is set up. g_timer_init(), g_timer_enable() and g_timer_cleanup() belong to one
  * thread.
  *
+ * A child of fork() has the timers but not the thread: there the service is stopped, and
+ * g_timer_enable() or g_timer_init() starts it again with the timers that were inherited. So a
+ * program that calls daemon() after setting up must enable the service once more. A child that a
+ * callback forks is the service's thread itself and goes on with the timers when the callback
+ * returns. The handlers of pthread_atfork() must not use timers. After vfork() or _Fork() a child
+ * must use neither timers nor timeouts.
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>
@@ -83,7 +90,8 @@ G_API extern GTimerCallback g_alarm_callback;
  */
 G_API int g_timer_init(void);
 
-/** Stops the timer service and frees every timer. It may be started again. */
+/** Stops the timer service and frees every timer. It may be started again. In a child of fork()
+ *  it frees the timers that were inherited. */
 G_API void g_timer_cleanup(void);
 
 /**
