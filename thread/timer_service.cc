@@ -184,14 +184,18 @@ void scan() {
     const uint32_t result = callback != nullptr ? callback(interval, param) : interval;
     lock = lock_list();
     if (service.changes != known_changes) break;
-    if (result == 0) {
+    // In this order: a timer of interval 0 that fired after all, as the clock was set back
+    // by some milliseconds, and returned 0 stays.
+    if (result == interval) {
+      link = &entry->next;
+    } else if (result == 0) {
       *link = entry->next;
       std::free(entry);
       known_changes = ++service.changes;
-      continue;
+    } else {
+      entry->interval = rounded_up(result);
+      link = &entry->next;
     }
-    if (result != interval) entry->interval = rounded_up(result);
-    link = &entry->next;
   }
   unlock_list(lock);
 }

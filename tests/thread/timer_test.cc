@@ -646,6 +646,23 @@ TEST_F(Timer, ZeroIntervalNeverFires) {
   EXPECT_EQ(plan.calls.load(), 0);
 }
 
+// At an interval of 0 only a clock that was set back by less than 10 ms makes a timer due. That
+// its result equals the interval is noticed before that it is 0.
+TEST_F(Timer, ZeroIntervalThatFiresAndReturnsZeroStays) {
+  Plan plan{{0}};
+  GTimerEntry* const id = g_add_timer(0, Plan::run, &plan);
+  for (std::int64_t back = 1; back <= 9; ++back) {
+    clock.advance(-1);
+    gate.pass();
+    EXPECT_EQ(plan.calls.load(), 1);
+    plan.calls = 0;
+    gate.pass();  // not due again until the clock is set back once more
+    EXPECT_EQ(plan.calls.load(), 0);
+  }
+  EXPECT_EQ(record_of(id).interval, 0u);
+  EXPECT_EQ(g_remove_timer(id), 1);
+}
+
 TEST_F(Timer, NullCallbackNeverFires) {
   g_add_timer(10, nullptr, nullptr);
   pass_at(10);

@@ -68,7 +68,7 @@ typedef struct GTimerEntry GTimerEntry;
  * @param interval  the timer's present interval in milliseconds.
  * @param param     as given at registration.
  * @return the next interval in milliseconds, rounded up to a multiple of 10; 0 removes the
- *         timer.
+ *         timer, unless its interval is 0 already.
  */
 typedef uint32_t (*GTimerCallback)(uint32_t interval, void *param);
 
