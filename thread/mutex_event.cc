@@ -8,7 +8,6 @@
 #include <groundwork/thread.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -17,20 +16,12 @@
 
 #include "core/check.h"
 #include "core/owned.h"
+#include "thread/event.h"
 #include "thread/mutex_lock.h"
 
 using namespace groundwork;
 
 static_assert(sizeof(GMutex) == sizeof(pthread_mutex_t));
-
-struct GThreadEvent {
-  pthread_cond_t cond;
-  GMutex* mutex;
-  unsigned waiters;  // guarded by mutex
-  bool freed;        // guarded by mutex; the last waiter disposes of the event
-};
-static_assert(offsetof(GThreadEvent, cond) == 0 &&
-              offsetof(GThreadEvent, mutex) == sizeof(pthread_cond_t));
 
 namespace {
 
@@ -54,21 +45,14 @@ int result_of(int posix_result, int line, const char* action) {
 
 void dispose(GThreadEvent* event) {
   if (pthread_cond_destroy(&event->cond) != 0) warn(__LINE__, "destroy cond");
+  if (event->has_ticket_cond) pthread_cond_destroy(&event->ticket_cond);
   g_thread_mutex_free(event->mutex);
   std::free(event);
 }
 
-void enter(GThreadEvent* event) {
-  g_thread_mutex_lock(event->mutex);
-  ++event->waiters;
-}
-
-// Also what a cancelled waiter does: the wait has given it the mutex back.
-void leave(void* waited_for) {
-  auto* const event = static_cast<GThreadEvent*>(waited_for);
-  const bool is_last = --event->waiters == 0 && event->freed;
-  g_thread_mutex_unlock(event->mutex);
-  if (is_last) dispose(event);
+// The mutex is held.
+void end_ticket_waits(GThreadEvent* event) {
+  if (event->ticket_waiters != 0) pthread_cond_broadcast(&event->ticket_cond);
 }
 
 // Kept: a sum of exactly one second is not carried over. The timed wait refuses it, and
@@ -99,6 +83,18 @@ void wait_until(GThreadEvent* event, const timespec& deadline) {
 }
 
 }  // namespace
+
+void groundwork::enter_event(GThreadEvent* event) {
+  g_thread_mutex_lock(event->mutex);
+  ++event->waiters;
+}
+
+void groundwork::leave_event(void* waited_for) {
+  auto* const event = static_cast<GThreadEvent*>(waited_for);
+  const bool is_last = --event->waiters == 0 && event->freed;
+  g_thread_mutex_unlock(event->mutex);
+  if (is_last) dispose(event);
+}
 
 extern "C" GMutex* g_thread_mutex_new(void) {
   auto* const mutex = static_cast<GMutex*>(std::calloc(1, sizeof(GMutex)));
@@ -148,6 +144,7 @@ extern "C" void g_thread_event_free(GThreadEvent* event) {
   g_thread_event_signal(event);
   g_thread_mutex_lock(event->mutex);
   event->freed = true;
+  end_ticket_waits(event);
   const bool is_last = event->waiters == 0;
   g_thread_mutex_unlock(event->mutex);
   if (is_last) dispose(event);
@@ -156,8 +153,8 @@ extern "C" void g_thread_event_free(GThreadEvent* event) {
 extern "C" int g_thread_event_wait(GThreadEvent* event) {
   CHECK_ARG(event != NULL, -1);
   int result;
-  enter(event);
-  pthread_cleanup_push(leave, event);
+  enter_event(event);
+  pthread_cleanup_push(leave_event, event);
   result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
   if (result != 0) warn(__LINE__, "wait cond");
   pthread_cleanup_pop(1);
@@ -167,8 +164,8 @@ extern "C" int g_thread_event_wait(GThreadEvent* event) {
 extern "C" int g_thread_event_wait_timeout(GThreadEvent* event, int timeout) {
   CHECK_ARG(event != NULL, -1);
   int result;
-  enter(event);
-  pthread_cleanup_push(leave, event);
+  enter_event(event);
+  pthread_cleanup_push(leave_event, event);
   wait_until(event, deadline_after(timeout));
   // Kept: the time-out bounds the first wait only; callers rely on returning after a later
   // signal and never before.
@@ -180,7 +177,9 @@ extern "C" int g_thread_event_wait_timeout(GThreadEvent* event, int timeout) {
 extern "C" int g_thread_event_signal(GThreadEvent* event) {
   CHECK_ARG(event != NULL, -1);
   g_thread_mutex_lock(event->mutex);
+  ++event->signals;
   const int result = pthread_cond_signal(&event->cond);
+  end_ticket_waits(event);
   g_thread_mutex_unlock(event->mutex);
   if (result != 0) warn(__LINE__, "signal cond");
   return 0;
@@ -189,7 +188,9 @@ extern "C" int g_thread_event_signal(GThreadEvent* event) {
 extern "C" int g_thread_event_broadcast(GThreadEvent* event) {
   CHECK_ARG(event != NULL, -1);
   g_thread_mutex_lock(event->mutex);
+  ++event->signals;
   const int result = pthread_cond_broadcast(&event->cond);
+  end_ticket_waits(event);
   g_thread_mutex_unlock(event->mutex);
   if (result != 0) warn(__LINE__, "signal cond broadcast");
   return 0;

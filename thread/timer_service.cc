@@ -5,10 +5,9 @@
 //
 // SPDX-License-Identifier: MIT
 
-#include <groundwork/timer.h>
+#include "thread/timer_service.h"
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -23,20 +22,7 @@
 
 using namespace groundwork;
 
-struct GTimerEntry {
-  uint32_t interval;  // ms, a multiple of the resolution
-  GTimerCallback callback;
-  void* param;
-  uint32_t last;  // ticks when the interval being timed began
-  GTimerEntry* next;
-};
-static_assert(offsetof(GTimerEntry, interval) == 0 &&
-              offsetof(GTimerEntry, callback) == sizeof(void*) &&
-              offsetof(GTimerEntry, param) == 2 * sizeof(void*) &&
-              offsetof(GTimerEntry, last) == 3 * sizeof(void*) &&
-              offsetof(GTimerEntry, next) == 4 * sizeof(void*));
-static_assert(std::atomic<std::uintptr_t>::is_always_lock_free &&
-              std::atomic<void*>::is_always_lock_free);
+constinit TimerService groundwork::timer_service;
 
 extern "C" {
 constinit int g_timer_pid = 0;
@@ -47,25 +33,7 @@ constinit GTimerCallback g_alarm_callback = nullptr;
 namespace {
 
 constexpr auto relaxed = std::memory_order_relaxed;
-constexpr int kResolution = 10;  // ms
-
-struct TimerService {
-  ForkSafeMutex lock;
-  GTimerEntry* timers = nullptr;  // guarded by lock
-  uint32_t changes = 0;  // guarded by lock; counts additions, removals and clearings
-
-  // From g_timer_init() to g_timer_cleanup(). Without it each use of the list is reported
-  // as that of a null mutex, and the work is done.
-  std::atomic<bool> is_set_up{false};
-
-  std::atomic<GThread*> thread{nullptr};  // taken away under lock only, for fork()
-  // The number of the thread that is to keep running, 0 for none. A thread that was
-  // replaced from its own callback thus ends.
-  std::atomic<std::uintptr_t> running{0};
-  std::uintptr_t last_number = 0;
-};
-
-constinit TimerService service;
+constexpr TimerService& service = timer_service;
 
 void before_fork() {
   begin_fork(service.lock);
@@ -92,20 +60,16 @@ void after_fork_in_child() {
       service.running.store(0, relaxed);
       pid.store(0, relaxed);
     }
+    if (const TimerSleep* const sleep = service.sleep.load(relaxed)) sleep->renew();
   }
   end_fork(service.lock);
-}
-
-void survive_forks() {
-  groundwork::survive_forks(service.lock, before_fork, after_fork_in_parent,
-                            after_fork_in_child);
 }
 
 // Returns what unlock_list() needs.
 bool lock_list() {
   const bool is_set_up = service.is_set_up.load(relaxed);
   if (!is_set_up) [[unlikely]] {
-    survive_forks();
+    keep_timers_through_forks();
     g_thread_mutex_lock(nullptr);
   }
   pthread_mutex_lock(&service.lock.mutex.mutex);
@@ -118,6 +82,29 @@ void unlock_list(bool was_set_up) {
     g_thread_mutex_unlock(nullptr);
 }
 
+// For a change of the list. The list is locked.
+void note_change() {
+  ++service.changes;
+  if (const TimerSleep* const sleep = service.sleep.load(relaxed)) sleep->wake();
+}
+
+// For a change of what the thread is to do.
+void wake_thread() {
+  const TimerSleep* const sleep = service.sleep.load(relaxed);
+  if (sleep == nullptr) return;
+  MutexLock lock(&service.lock.mutex);
+  sleep->wake();
+}
+
+// Not noexcept: a callback's cancellation of its own thread may take effect here.
+void sleep_between_scans(std::uintptr_t number) {
+  if (const TimerSleep* const sleep = service.sleep.load(std::memory_order_acquire)) {
+    sleep->sleep(number);
+  } else {
+    g_delay(kTimerResolution);
+  }
+}
+
 // The thread has ended or detaches itself.
 void drop_thread() {
   MutexLock lock(&service.lock.mutex);
@@ -125,7 +112,7 @@ void drop_thread() {
 }
 
 uint32_t rounded_up(uint32_t interval) {
-  return (interval + kResolution - 1) / kResolution * kResolution;
+  return (interval + kTimerResolution - 1) / kTimerResolution * kTimerResolution;
 }
 
 // Null when memory is exhausted. The list is locked.
@@ -133,14 +120,15 @@ GTimerEntry* add_entry(int interval, GTimerCallback callback, void* param) {
   auto* const entry = static_cast<GTimerEntry*>(std::calloc(1, sizeof(GTimerEntry)));
   if (entry == nullptr) return nullptr;
   // Signed, unlike the rounding of a callback's result: -1 becomes 0 and never fires.
-  const auto sum = static_cast<int32_t>(static_cast<uint32_t>(interval) + kResolution - 1);
-  entry->interval = static_cast<uint32_t>(sum / kResolution * kResolution);
+  const auto sum =
+      static_cast<int32_t>(static_cast<uint32_t>(interval) + kTimerResolution - 1);
+  entry->interval = static_cast<uint32_t>(sum / kTimerResolution * kTimerResolution);
   entry->callback = callback;
   entry->param = param;
   entry->last = g_get_ticks();
   entry->next = service.timers;
   service.timers = entry;
-  ++service.changes;
+  note_change();
   return entry;
 }
 
@@ -152,7 +140,7 @@ void clear_list() {
     service.timers = entry->next;
     std::free(entry);
   }
-  ++service.changes;
+  note_change();
 }
 
 // What g_set_timer() registers for a callback; the callback is its own parameter.
@@ -172,7 +160,7 @@ void scan() {
     const uint32_t interval = entry->interval;
     const uint32_t elapsed = now - entry->last;
     // Kept: an interval of 0 wraps here, so such a timer never fires.
-    if (elapsed <= interval - kResolution) {
+    if (elapsed <= interval - kTimerResolution) {
       link = &entry->next;
       continue;
     }
@@ -201,13 +189,13 @@ void scan() {
 }
 
 // Not noexcept: a callback may be cancelled or leave with pthread_exit().
-void* run_timer(void* number) {
+void* run_timer(void* arg) {
+  const auto number = reinterpret_cast<std::uintptr_t>(arg);
   const std::atomic_ref<int> pid(g_timer_pid);
   pid.store(getpid(), relaxed);
-  while (service.running.load(std::memory_order_acquire) ==
-         reinterpret_cast<std::uintptr_t>(number)) {
+  while (service.running.load(std::memory_order_acquire) == number) {
     if (service.thread.load(relaxed) != nullptr) scan();
-    g_delay(kResolution);
+    sleep_between_scans(number);
   }
   // Kept, "thead" included: programs look for this line.
   std::printf("g_timer:%d pid=%d timer thead=%d quit\n", __LINE__, getpid(),
@@ -225,6 +213,7 @@ int stop() {
   }
   std::printf("g_timer:%d pid=%d g_timer_enable(0)\n", __LINE__, getpid());
   service.running.store(0, std::memory_order_release);
+  wake_thread();
   if (is_own_thread(thread)) {
     drop_thread();
     free_own_thread(thread);  // a callback stops the service: there is nobody to wait
@@ -238,7 +227,7 @@ int stop() {
 
 int start() {
   if (service.thread.load(relaxed) != nullptr) return 0;
-  survive_forks();
+  keep_timers_through_forks();
   if (++service.last_number == 0) ++service.last_number;
   service.running.store(service.last_number, std::memory_order_release);
   GThread* const thread =
@@ -248,6 +237,10 @@ int start() {
 }
 
 }  // namespace
+
+void groundwork::keep_timers_through_forks() {
+  survive_forks(service.lock, before_fork, after_fork_in_parent, after_fork_in_child);
+}
 
 extern "C" int g_timer_init(void) {
   if (service.thread.load(relaxed) != nullptr) {
@@ -269,7 +262,10 @@ extern "C" void g_timer_cleanup(void) {
 }
 
 extern "C" int g_timer_enable(int on) {
-  return on == 0 ? stop() : start();
+  if (on == 0) return stop();
+  const int result = start();
+  wake_thread();
+  return result;
 }
 
 extern "C" GTimerEntry* g_add_timer(int interval, GTimerCallback callback, void* param) {
@@ -278,9 +274,9 @@ extern "C" GTimerEntry* g_add_timer(int interval, GTimerCallback callback, void*
                 getpid());
     return nullptr;
   }
-  if (interval < kResolution) {
+  if (interval < kTimerResolution) {
     std::printf("g_timer:%d pid=%d **WARNING** g_add_timer interval=%d < %d\n", __LINE__,
-                getpid(), interval, kResolution);
+                getpid(), interval, kTimerResolution);
   }
   if (service.thread.load(relaxed) == nullptr) {
     std::printf("g_timer:%d pid=%d WARNING timer is not running\n", __LINE__, getpid());
@@ -303,7 +299,7 @@ extern "C" int g_remove_timer(GTimerEntry* id) {
   if (found != nullptr) {
     *link = found->next;
     std::free(found);
-    ++service.changes;
+    note_change();
   }
   unlock_list(lock);
   if (found != nullptr) return 1;

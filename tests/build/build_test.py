@@ -114,6 +114,12 @@ class Build(unittest.TestCase):
         for name in ("url_open", "g_crypt_des_encrypt", "g_conf_open"):
             self.assertNotIn(f" {name}@@", symbols)
 
+    def test_the_safe_layer_can_be_left_out(self):
+        binary = self.build(*M32, "-DGROUNDWORK_SAFE=OFF")
+        symbols = run("nm", "-D", "--defined-only", binary / "libgroundwork.so")
+        self.assertIn(" g_timer_init@@GROUNDWORK_1.0", symbols)
+        self.assertNotIn("GROUNDWORK_1.1", symbols)
+
     def test_the_reference_is_installed_when_it_was_built(self):
         binary = self.build(*M32, "-DGROUNDWORK_DOCS=ON", targets=("docs",))
         run("cmake", "--install", binary, "--component", "documentation",

@@ -2,6 +2,7 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <string>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <groundwork/safe.h>
+#include <groundwork/timer.h>
 
 #include "faults/sweep.h"
 #include "faults/working_directory.h"
@@ -325,6 +327,109 @@ void walk_hash(Pass& pass) {
   g_hash_free(hash);
 }
 
+// --- Threads and time.
+
+// A signal that comes first ends the wait before anything can fail.
+void wait_for_an_event(Pass& pass) {
+  GThreadEvent* const event = g_thread_event_new();
+  const std::uint32_t ticket = faulty(pass, [&] { return g_thread_event_ticket(event); });
+  EXPECT_EQ(ticket, 0u);
+  errno = 0;
+  const int timed_out =
+      faulty(pass, [&] { return g_thread_event_wait_for(event, ticket, 2); });
+  if (timed_out == -1) {
+    EXPECT_TRUE(pass.struck(Call::kPthreadCondInit, Call::kPthreadCondTimedwait));
+    EXPECT_NE(errno, 0);
+  } else {
+    EXPECT_EQ(timed_out, 1);
+  }
+  g_thread_event_signal(event);
+  EXPECT_EQ(faulty(pass, [&] { return g_thread_event_wait_for(event, ticket, 2); }), 0);
+  EXPECT_EQ(pass.reports(), 0);
+  g_thread_event_free(event);
+}
+
+// Without a limit: as long as it waits, or until the wait fails.
+void wait_without_limit(Pass& pass) {
+  struct Waiter {
+    GThreadEvent* event;
+    std::atomic<int> result{-7};
+    std::atomic<bool> is_done{false};
+  } waiter;
+  waiter.event = g_thread_event_new();
+  GThread* thread;
+  {
+    const Faults faults(pass);
+    thread = g_thread_create(
+        [](void* data) -> void* {
+          auto* const own = static_cast<Waiter*>(data);
+          own->result = g_thread_event_wait_for(own->event, 0, -1);
+          own->is_done = true;
+          return nullptr;
+        },
+        &waiter, nullptr);
+    for (int tries = 0; tries < 30 && thread != nullptr && !waiter.is_done; ++tries) {
+      usleep(500);
+      g_thread_event_signal(waiter.event);
+    }
+  }
+  const bool is_started =
+      thread != nullptr && pass.struck(Call::kPthreadCreate, Call::kAllocation) == 0;
+  if (is_started) {
+    for (int tries = 0; tries < 20000 && !waiter.is_done; ++tries) {
+      g_thread_event_signal(waiter.event);
+      usleep(500);
+    }
+    EXPECT_TRUE(waiter.is_done);
+    if (pass.struck(Call::kPthreadCondWait, Call::kPthreadCondInit) == 0) {
+      EXPECT_EQ(waiter.result, 0);
+    }
+  }
+  if (thread != nullptr) g_thread_wait(thread);
+  g_thread_event_free(waiter.event);
+}
+
+void try_a_mutex(Pass& pass) {
+  GMutex* const mutex = g_thread_mutex_new();
+  EXPECT_EQ(faulty(pass, [&] { return g_thread_mutex_try(mutex); }), 0);
+  EXPECT_EQ(faulty(pass, [&] { return g_thread_mutex_try(mutex); }), 1);
+  g_thread_mutex_unlock(mutex);
+  g_thread_mutex_free(mutex);
+}
+
+std::atomic<int> fired{0};
+
+std::uint32_t fire(std::uint32_t interval, void*) {
+  ++fired;
+  return interval;
+}
+
+// Whatever happens to its waits, a timer fires and the service can be stopped.
+void save_power(Pass& pass) {
+  g_start_ticks();
+  fired = 0;
+  GTimerEntry* timer = nullptr;
+  {
+    const Faults faults(pass);
+    EXPECT_EQ(g_timer_save_power(1), 0);
+    g_timer_init();
+    timer = g_add_timer(20, fire, nullptr);
+    for (int tries = 0; tries < 40 && fired == 0; ++tries) usleep(500);
+  }
+  const bool runs = pass.struck(Call::kAllocation, Call::kPthreadCreate) == 0;
+  for (int tries = 0; tries < 20000 && runs && fired == 0; ++tries) usleep(500);
+  if (runs) {
+    EXPECT_NE(timer, nullptr);
+    EXPECT_GT(fired, 0);
+  }
+  faulty(pass, [] {
+    g_timer_cleanup();
+    return g_timer_save_power(0);
+  });
+  EXPECT_EQ(g_timer_save_power(0), 0);
+  EXPECT_EQ(g_timer_pid, 0);
+}
+
 const Scenarios scenarios(
     "safe", {
                 {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
@@ -335,6 +440,12 @@ const Scenarios scenarios(
                 {"RemoveATree", {"g_dir_remove"}, remove_tree},
                 {"SaveAConf", {"g_conf_save"}, save_conf},
                 {"ReloadAConf", {"g_conf_reload"}, reload_conf},
+                {"WaitForAnEvent",
+                 {"g_thread_event_ticket", "g_thread_event_wait_for"},
+                 wait_for_an_event},
+                {"WaitWithoutLimit", {}, wait_without_limit, 4},
+                {"TryAMutex", {"g_thread_mutex_try"}, try_a_mutex},
+                {"SavePower", {"g_timer_save_power"}, save_power, 4},
                 {"WalkAHashTable", {"g_hash_foreach"}, walk_hash},
             });
 

@@ -297,7 +297,8 @@ constexpr struct {
      "fileno"
      " getpagesize getpid mallinfo2 nl_langinfo"
      " stderr strerror __sigsetjmp __cxa_finalize pthread_self pthread_once"
-     " pthread_setcancelstate __h_errno_location clock_gettime __clock_gettime64 ",
+     " pthread_setcancelstate pthread_testcancel __h_errno_location pthread_condattr_init"
+     " pthread_condattr_destroy pthread_condattr_setclock clock_gettime __clock_gettime64 ",
      "cannot fail as they are called"},
     {" __register_atfork pthread_atfork ",
      "called once in a process; without memory for it a lock works, but not across a fork"},

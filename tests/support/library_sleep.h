@@ -1,6 +1,6 @@
 // The times and sleeping calls as the library has them: of 64 bits, which on 32-bit targets
 // are types and functions of their own in the C library. A test program that defines
-// LIBRARY_SELECT or LIBRARY_NANOSLEEP gets the library's calls.
+// LIBRARY_SELECT, LIBRARY_NANOSLEEP and so on gets the library's calls.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_SUPPORT_LIBRARY_SLEEP_H
@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/select.h>
 #include <sys/time.h>
 
@@ -18,6 +19,8 @@ using LibraryTimeval = timeval;
 using LibraryTimespec = timespec;
 #define LIBRARY_SELECT select
 #define LIBRARY_NANOSLEEP nanosleep
+#define LIBRARY_CLOCK_GETTIME clock_gettime
+#define LIBRARY_COND_TIMEDWAIT pthread_cond_timedwait
 #else
 struct LibraryTimeval {
   std::int64_t tv_sec;
@@ -35,8 +38,13 @@ struct LibraryTimespec {
 };
 #define LIBRARY_SELECT __select64
 #define LIBRARY_NANOSLEEP __nanosleep64
+#define LIBRARY_CLOCK_GETTIME __clock_gettime64
+#define LIBRARY_COND_TIMEDWAIT __pthread_cond_timedwait64
 extern "C" int __select64(int, fd_set*, fd_set*, fd_set*, LibraryTimeval*);
 extern "C" int __nanosleep64(const LibraryTimespec*, LibraryTimespec*);
+extern "C" int __clock_gettime64(clockid_t, LibraryTimespec*) noexcept;
+extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
+                                          const LibraryTimespec*);
 #endif
 
 // The C library's own function behind a name that the test program defines too.

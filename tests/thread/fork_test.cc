@@ -26,6 +26,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/service_output.h"
+
 namespace {
 
 constexpr unsigned kPatience = 30;  // seconds, for a child
@@ -61,25 +63,6 @@ int status_of_child(Child child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-// Standard output, where the service prints, goes nowhere meanwhile.
-class Silence {
- public:
-  Silence() : own_(dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-  }
-  ~Silence() {
-    std::fflush(stdout);
-    dup2(own_, STDOUT_FILENO);
-    close(own_);
-  }
-
- private:
-  const int own_;
-};
-
 int service_pid() {
   return __atomic_load_n(&g_timer_pid, __ATOMIC_RELAXED);
 }
@@ -113,7 +96,7 @@ class ForkWithTimers : public ::testing::Test {
   }
   ~ForkWithTimers() override { g_timer_cleanup(); }
 
-  Silence silence_;
+  test::ServiceOutputHidden output_;
 };
 
 TEST_F(ForkWithTimers, ChildFindsTheServiceStoppedAndTheTimersKept) {

@@ -646,8 +646,8 @@ TEST_F(Timer, ZeroIntervalNeverFires) {
   EXPECT_EQ(plan.calls.load(), 0);
 }
 
-// At an interval of 0 only a clock that was set back by less than 10 ms makes a timer due. That
-// its result equals the interval is noticed before that it is 0.
+// At an interval of 0 only a clock that was set back by less than 10 ms makes a timer due.
+// That its result equals the interval is noticed before that it is 0.
 TEST_F(Timer, ZeroIntervalThatFiresAndReturnsZeroStays) {
   Plan plan{{0}};
   GTimerEntry* const id = g_add_timer(0, Plan::run, &plan);

@@ -182,7 +182,7 @@ G_API int g_thread_mutex_lock(GMutex *mutex);
  * Locks a mutex if that is possible at once.
  *
  * @warning The result does not tell. It is 0 also when the mutex was busy, and the caller then
- * does not hold it. Do not use it to guard data.
+ * does not hold it. Do not use it to guard data; g_thread_mutex_try() of <groundwork/safe.h> tells.
  *
  * @param mutex  not null.
  * @return 0; -1 when `mutex` is null (logged as critical).
@@ -233,7 +233,7 @@ G_API int g_thread_event_wait(GThreadEvent *event);
  *
  * @warning The time-out bounds nothing. However the first wait ended, by a signal too, the
  * call returns only after a signal or broadcast that comes later. Programs are built on it;
- * where a bounded wait is needed use pthread_cond_timedwait().
+ * where a bounded wait is needed use g_thread_event_wait_for() of <groundwork/safe.h>.
  *
  * When the microseconds of the clock and of `timeout` happen to sum to exactly one second,
  * or to less than none with a negative `timeout`, the first wait fails at once, which is

@@ -293,6 +293,58 @@ G_API int g_conf_save(GConf *conf, int force);
 /** @{ */
 
 /**
+ * Takes a ticket for g_thread_event_wait_for(): from now on no signal of the event is lost.
+ *
+ * @code{.c}
+ * uint32_t ticket = g_thread_event_ticket(event); // first the ticket,
+ * if (!has_work())                                // then the look at the data,
+ *   g_thread_event_wait_for(event, ticket, 1000); // then the wait
+ * @endcode
+ *
+ * @param event  not null (else 0, logged as critical, `errno` is `EINVAL`).
+ * @return how often the event was signalled or broadcast so far, modulo 2^32.
+ *
+ * Threads: any thread, until the event is freed.
+ */
+G_API uint32_t g_thread_event_ticket(GThreadEvent *event);
+
+/**
+ * Waits until an event is signalled for the first time since a ticket was taken, at most for
+ * some time. Returns immediately if that was before the call. A cancellation point; a cancelled
+ * wait lets go of the event.
+ *
+ * One g_thread_event_signal() or g_thread_event_broadcast() ends every wait with an older ticket,
+ * and of the threads in g_thread_event_wait() it still wakes one, or all. g_thread_event_free()
+ * counts as a signal and ends every such wait. A ticket that is older by exactly 2^32 signals
+ * looks new.
+ *
+ * @param event    not null.
+ * @param ticket   from g_thread_event_ticket().
+ * @param timeout  milliseconds on the monotonic clock, which nobody sets; 0 does not wait, a
+ *                 negative one has no limit.
+ * @return 0 when the event was signalled; 1 when the time has passed without; -1 when `event` is
+ *         null (logged as critical, `errno` is `EINVAL`), or with the system's `errno` when it has
+ *         not the memory for a wait, which no known system needs.
+ *
+ * Threads: any number at a time; also while another one frees the event, as long as the wait
+ * began before.
+ */
+G_API int g_thread_event_wait_for(GThreadEvent *event, uint32_t ticket, int timeout);
+
+/**
+ * Locks a mutex if that is possible without waiting, and tells whether it was:
+ * g_thread_mutex_trylock() does not.
+ *
+ * @param mutex  not null.
+ * @return 0 when the caller holds the mutex now; 1 when it was busy, which includes being held by
+ *         the caller; -1 when `mutex` is null (logged as critical, `errno` is `EINVAL`) or the
+ *         system refuses, with its `errno`.
+ *
+ * Threads: any thread at any time.
+ */
+G_API int g_thread_mutex_try(GMutex *mutex);
+
+/**
  * Reads the monotonic clock, CLOCK_MONOTONIC of POSIX.
  *
  * Nobody sets it, so differences measure time; it stands still while the machine sleeps. It
@@ -303,6 +355,32 @@ G_API int g_conf_save(GConf *conf, int force);
  * Threads: any thread at any time.
  */
 G_API int64_t g_monotonic_ms(void);
+
+/**
+ * Chooses how the timer service sleeps. When on, its thread sleeps until the next timer is due,
+ * 10 seconds at most, instead of 10 ms each time: some wake-ups a minute in place of 100 a second.
+ *
+ * Timers fire when they would have fired: the thread wakes on the same raster of 10 ms. Every
+ * change of the timers, g_timer_enable(), g_timer_cleanup() and this function wake it; it then
+ * looks at the timers at the next point of the raster, not at once.
+ *
+ * What differs is how the service sees the wall clock, by which timers are measured, being set.
+ * It reads the clock when it wakes, so
+ * - a step of less than 30 seconds takes effect when the thread wakes next, up to 10 seconds
+ *   later, not within 10 ms;
+ * - a step of more than 30 seconds, which does not count, costs the timers the time that the
+ *   thread has slept, up to 10 seconds, not up to 10 ms; so does g_start_ticks() while the service
+ *   runs;
+ * - a step of 20 to 40 seconds may be taken for one of more or less than 30, since the time slept
+ *   adds to it or makes up for it.
+ *
+ * @param on  0 for the usual way, as at load; any other value counts as 1.
+ * @return the previous choice, 0 or 1.
+ *
+ * Threads: any thread at any time, also in a timer's callback. A child of fork() inherits the
+ * choice.
+ */
+G_API int g_timer_save_power(int on);
 /** @} */
 
 /** @name Containers */

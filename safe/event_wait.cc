@@ -1,0 +1,78 @@
+// Waits for an event that lose no signal and end in time.
+//
+// A ticket is the count of signals at some moment, and a wait ends when the count is
+// another one. So it does not matter whether the signal comes before the wait or during it.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/safe.h>
+
+#include <cerrno>
+
+#include <pthread.h>
+
+#include "core/cancellation.h"
+#include "core/check.h"
+#include "safe/monotonic_wait.h"
+#include "thread/event.h"
+#include "thread/mutex_lock.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr char kSource[] = "g_thread";
+
+void leave_ticket_wait(void* waited_for) {
+  --static_cast<GThreadEvent*>(waited_for)->ticket_waiters;
+  leave_event(waited_for);
+}
+
+// True when the event was signalled since then, or is being freed. The mutex is held.
+bool is_over(const GThreadEvent* event, uint32_t ticket) {
+  return event->signals != ticket || event->freed;
+}
+
+// The event's mutex is held. Returns 0 for a signal, else an error number.
+LEFT_BY_CANCELLATION int wait_until_over(GThreadEvent* event, uint32_t ticket, int timeout,
+                                         int64_t begin) {
+  if (is_over(event, ticket)) return 0;
+  if (timeout == 0) return ETIMEDOUT;
+  if (!event->has_ticket_cond) {
+    if (const int error = init_monotonic(&event->ticket_cond)) return error;
+    event->has_ticket_cond = true;
+  }
+  pthread_mutex_t* const mutex = &event->mutex->mutex;
+  const timespec deadline = monotonic_time(begin + int64_t{timeout} * 1'000'000);
+  int error = 0;
+  while (error == 0 && !is_over(event, ticket)) {
+    error = timeout < 0 ? pthread_cond_wait(&event->ticket_cond, mutex)
+                        : pthread_cond_timedwait(&event->ticket_cond, mutex, &deadline);
+  }
+  return is_over(event, ticket) ? 0 : error;
+}
+
+}  // namespace
+
+extern "C" uint32_t g_thread_event_ticket(GThreadEvent* event) {
+  CHECK_ARG(event != NULL, (errno = EINVAL, 0u));
+  MutexLock lock(event->mutex);
+  return event->signals;
+}
+
+extern "C" LEFT_BY_CANCELLATION int g_thread_event_wait_for(GThreadEvent* event,
+                                                            uint32_t ticket, int timeout) {
+  CHECK_ARG(event != NULL, (errno = EINVAL, -1));
+  pthread_testcancel();  // also where there is nothing to wait for
+  const int64_t begin = timeout > 0 ? monotonic_ns() : 0;
+  int error;
+  enter_event(event);
+  ++event->ticket_waiters;
+  pthread_cleanup_push(leave_ticket_wait, event);
+  error = wait_until_over(event, ticket, timeout, begin);
+  pthread_cleanup_pop(1);
+  if (error == 0) return 0;
+  if (error == ETIMEDOUT) return 1;
+  errno = error;
+  return -1;
+}

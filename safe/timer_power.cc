@@ -1,0 +1,126 @@
+// A timer service that wakes when a timer is due, not every 10 ms.
+//
+// The thread stays on the raster that it would have: its next scans would be 10, 20, 30 ms
+// after the end of the last one, and it wakes for the first of these at which a timer is
+// due. Every change of the timers may make another one the first, so it wakes the thread,
+// which scans at the next point of the raster and sleeps anew.
+//
+// SPDX-License-Identifier: MIT
+
+#include <groundwork/safe.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include <pthread.h>
+
+#include <groundwork/timer.h>
+
+#include "core/cancellation.h"
+#include "safe/monotonic_wait.h"
+#include "thread/timer_service.h"
+
+using namespace groundwork;
+
+namespace {
+
+constexpr auto relaxed = std::memory_order_relaxed;
+constexpr int64_t kStep = int64_t{kTimerResolution} * 1'000'000;  // of the raster, in ns
+
+// The longest sleep, 10 s: the ticks must be read more often than every 30 s, or the time
+// between two readings is taken for a step of the clock.
+constexpr uint32_t kMostSteps = 1000;
+
+// All guarded by the service's lock.
+struct TimerPower {
+  pthread_cond_t changed;
+  bool is_on;
+  bool is_asleep;  // somebody is to signal `changed`
+};
+constinit TimerPower power{};
+
+// How many points of the raster lie ahead to the first at which a timer is due, at `ticks`.
+uint32_t steps_to_next_call(uint32_t ticks) {
+  const uint32_t next_scan = ticks + kTimerResolution;
+  uint32_t steps = kMostSteps;
+  for (const GTimerEntry* timer = timer_service.timers; timer; timer = timer->next) {
+    if (timer->interval == 0) continue;  // it would wrap, as in a scan, and is never due
+    const uint32_t longest = timer->interval - kTimerResolution;
+    const uint32_t elapsed = next_scan - timer->last;
+    if (elapsed > longest) return 1;
+    steps = std::min(steps, 1 + (longest - elapsed) / kTimerResolution + 1);
+  }
+  return steps;
+}
+
+int wait_until(int64_t instant) {
+  const timespec deadline = monotonic_time(instant);
+  return pthread_cond_timedwait(&power.changed, &timer_service.lock.mutex.mutex, &deadline);
+}
+
+// Sleeps to a point of the raster. The lock is held. False when there was no sleep.
+LEFT_BY_CANCELLATION bool sleep_on_raster(std::uintptr_t number, uint32_t ticks,
+                                          int64_t begin) {
+  if (!power.is_on) return false;
+  const auto goes_on = [number] { return timer_service.running.load(relaxed) == number; };
+  if (!goes_on()) return true;
+  // Until its handle is stored the thread scans nothing.
+  const bool scans = timer_service.thread.load(relaxed) != nullptr;
+  const uint32_t steps = scans ? steps_to_next_call(ticks) : 1;
+  power.is_asleep = true;
+  int error = 0;
+  while (power.is_asleep && error == 0) error = wait_until(begin + steps * kStep);
+  if (!power.is_asleep && goes_on()) {
+    const auto passed = static_cast<uint64_t>(monotonic_ns() - begin);
+    const auto next = static_cast<int64_t>(passed / kStep) + 1;
+    while (error == 0) error = wait_until(begin + next * kStep);
+  }
+  power.is_asleep = false;
+  return error == 0 || error == ETIMEDOUT;
+}
+
+void end_sleep(void*) {
+  power.is_asleep = false;
+  pthread_mutex_unlock(&timer_service.lock.mutex.mutex);
+}
+
+LEFT_BY_CANCELLATION void sleep_until_due(std::uintptr_t number) {
+  const uint32_t ticks = g_get_ticks();
+  const int64_t begin = monotonic_ns();
+  bool has_slept;
+  pthread_mutex_lock(&timer_service.lock.mutex.mutex);
+  pthread_cleanup_push(end_sleep, nullptr);
+  has_slept = sleep_on_raster(number, ticks, begin);
+  pthread_cleanup_pop(1);
+  if (!has_slept) g_delay(kTimerResolution);
+}
+
+void wake() {
+  if (!power.is_asleep) return;
+  power.is_asleep = false;
+  pthread_cond_signal(&power.changed);
+}
+
+// The condition may know of waiters that the child has not got.
+void renew() {
+  power.is_asleep = false;
+  init_monotonic(&power.changed);
+}
+
+constexpr TimerSleep kSleep = {sleep_until_due, wake, renew};
+
+}  // namespace
+
+extern "C" int g_timer_save_power(int on) {
+  keep_timers_through_forks();
+  MutexLock lock(&timer_service.lock.mutex);
+  const bool was_on = power.is_on;
+  if (on != 0 && timer_service.sleep.load(relaxed) == nullptr) {
+    // Without the condition, which no system that we know refuses, nothing changes.
+    if (init_monotonic(&power.changed) != 0) return 0;
+    timer_service.sleep.store(&kSleep, std::memory_order_release);
+  }
+  power.is_on = on != 0;
+  wake();
+  return was_on ? 1 : 0;
+}

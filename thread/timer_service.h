@@ -1,0 +1,69 @@
+// The state of the timer service, and where another way to sleep hooks in.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_THREAD_TIMER_SERVICE_H
+#define GROUNDWORK_THREAD_TIMER_SERVICE_H
+
+#include <groundwork/timer.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "thread/fork_safe_mutex.h"
+
+struct GTimerEntry {
+  uint32_t interval;  // ms, a multiple of the resolution
+  GTimerCallback callback;
+  void* param;
+  uint32_t last;  // ticks when the interval being timed began
+  GTimerEntry* next;
+};
+static_assert(offsetof(GTimerEntry, interval) == 0 &&
+              offsetof(GTimerEntry, callback) == sizeof(void*) &&
+              offsetof(GTimerEntry, param) == 2 * sizeof(void*) &&
+              offsetof(GTimerEntry, last) == 3 * sizeof(void*) &&
+              offsetof(GTimerEntry, next) == 4 * sizeof(void*));
+
+namespace groundwork {
+
+constexpr int kTimerResolution = 10;  // ms
+
+// How the service's thread sleeps between two scans, where that is not for the resolution.
+struct TimerSleep {
+  // Called by thread number `number`.
+  void (*sleep)(std::uintptr_t number);
+  // After a change of the timers, or of what the thread is to do. The lock is held.
+  void (*wake)();
+  // In a child of fork(). The lock is held.
+  void (*renew)();
+};
+
+struct TimerService {
+  ForkSafeMutex lock;
+  GTimerEntry* timers = nullptr;  // guarded by lock
+  uint32_t changes = 0;           // guarded by lock; additions, removals and clearings
+
+  // From g_timer_init() to g_timer_cleanup(). Without it each use of the list is reported
+  // as that of a null mutex, and the work is done.
+  std::atomic<bool> is_set_up{false};
+
+  std::atomic<GThread*> thread{nullptr};  // taken away under lock only, for fork()
+  // The number of the thread that is to keep running, 0 for none. A thread that was
+  // replaced from its own callback thus ends.
+  std::atomic<std::uintptr_t> running{0};
+  std::uintptr_t last_number = 0;
+
+  std::atomic<const TimerSleep*> sleep{nullptr};  // stays once it is set
+};
+static_assert(std::atomic<std::uintptr_t>::is_always_lock_free &&
+              std::atomic<void*>::is_always_lock_free);
+
+extern TimerService timer_service;
+
+// To be called before the service's lock is taken for the first time.
+void keep_timers_through_forks();
+
+}  // namespace groundwork
+
+#endif
