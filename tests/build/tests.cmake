@@ -25,6 +25,7 @@ if(PLAIN_I386)
   if(GROUNDWORK_CRYPT)
     add_test(NAME build/size_base64 COMMAND crypt_base64_test)
     set_tests_properties(build/size_base64 PROPERTIES FIXTURES_REQUIRED small_library
+      LABELS slow
       ENVIRONMENT "LD_LIBRARY_PATH=${small}/i386")
   endif()
   # Instructions that the hot functions take, of the whole library as the preset builds it.
@@ -38,4 +39,7 @@ if(PLAIN_I386)
   add_test(NAME build/recipes COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-recipes")
   set_tests_properties(build/build_test build/lint build/debian_test build/recipes
     PROPERTIES TIMEOUT 900)
+  # These build the library several times over; ./test alone leaves them out.
+  set_tests_properties(build/build_test build/recipes build/size
+    PROPERTIES LABELS slow COST 500)
 endif()

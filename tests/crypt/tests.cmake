@@ -2,7 +2,7 @@
 groundwork_test(crypt/base64_test)
 if(NOT GROUNDWORK_SANITIZE)
   # Most of it happens in another program, where a sanitizer would see nothing.
-  groundwork_test(crypt/base64_coreutils_test)
+  groundwork_test(crypt/base64_coreutils_test NOT_ON_THE_DEVICE)
 endif()
 # The model works bit by bit, and most of the time goes there: optimised, unlike the tests.
 set_source_files_properties(crypt/des_model.cc PROPERTIES
@@ -22,7 +22,7 @@ int main() { DES_key_schedule s; DES_cblock k = {}; DES_set_key_unchecked(&k, &s
   GROUNDWORK_FINDS_OPENSSL_DES)
 unset(CMAKE_REQUIRED_LIBRARIES)
 if(GROUNDWORK_FINDS_OPENSSL_DES)
-  groundwork_test(crypt/d3des_openssl_test LIBRARIES crypto)
+  groundwork_test(crypt/d3des_openssl_test LIBRARIES crypto NOT_ON_THE_DEVICE)
   target_sources(crypt_d3des_openssl_test PRIVATE crypt/des_model.cc)
 endif()
 

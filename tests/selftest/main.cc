@@ -40,6 +40,7 @@ constexpr char kUsage[] =
     "user\n"
     "                    must be able to enter it\n"
     "  --facts           measure this board and end: clock, timers, locks, file sync\n"
+    "  --no-facts        do not measure it before the tests\n"
     "  --help            this text\n"
     "\n"
     "Exit status: 0 when all tests passed, 1 when one failed, 2 for a wrong call.\n";
@@ -166,6 +167,7 @@ struct Options {
   std::string filter = "*";
   bool lists = false;
   bool tells_facts = false;
+  bool leaves_out_facts = false;
 };
 
 // False for a wrong call.
@@ -177,6 +179,8 @@ bool parse(int argc, char** argv, Options& options) {
       options.lists = true;
     } else if (option == "--facts") {
       options.tells_facts = true;
+    } else if (option == "--no-facts") {
+      options.leaves_out_facts = true;
     } else if (option == "--filter" && has_value) {
       options.filter = argv[++i];
     } else if (option == "--tmpdir" && has_value) {
@@ -225,7 +229,7 @@ int main(int argc, char** argv) {
   const testing::UnitTest& all = *testing::UnitTest::GetInstance();
   if (!options.lists) std::printf("TAP version 13\n1..%d\n", all.test_to_run_count());
   std::fflush(stdout);
-  if (!options.lists) write_board_facts("# ");
+  if (!options.lists && !options.leaves_out_facts) write_board_facts("# ");
   Suites suites;
   int failures = 0;
   for (int i = 0; i < all.total_test_suite_count(); ++i) {
