@@ -28,7 +28,10 @@ class ConfText {
   bool reserve(std::size_t more) { return bytes_.reserve(more); }
   void remove_suffix(std::size_t size) { bytes_.cut(bytes_.size() - size); }
 
-  std::string_view view() const { return {bytes_.data(), bytes_.size()}; }
+  // Never null.
+  std::string_view view() const {
+    return bytes_.data() != nullptr ? std::string_view(bytes_.data(), bytes_.size()) : "";
+  }
   bool is_too_long() const { return is_too_long_; }
 
  private:

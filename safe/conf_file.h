@@ -45,8 +45,10 @@ class ConfFile {
   // caller holds off cancellation.
   int read(const char* path);
 
-  // Empty unless read() returned 0.
-  std::string_view bytes() const { return {bytes_.get(), size_}; }
+  // Empty unless read() returned 0; never null.
+  std::string_view bytes() const {
+    return bytes_ != nullptr ? std::string_view(bytes_.get(), size_) : "";
+  }
 
  private:
   Owned<char> bytes_;

@@ -260,7 +260,8 @@ int reload(GConf* conf, Notices::Block& notices) {
 
 // Owns the block. A callback may end its thread; that the thread was cancelled it learns
 // when all have run.
-[[gnu::noinline]] void run_callbacks(GConf* conf, const Notices::Block& notices) {
+[[gnu::noinline]] LEFT_BY_CANCELLATION void run_callbacks(GConf* conf,
+                                                          const Notices::Block& notices) {
   const CancellationHeld held;
   pthread_cleanup_push(std::free, notices.begin);
   for (const char* at = notices.begin; at != notices.end;) {
@@ -283,7 +284,7 @@ int reload(GConf* conf, Notices::Block& notices) {
 
 }  // namespace
 
-extern "C" int g_conf_reload(GConf* conf) {
+extern "C" LEFT_BY_CANCELLATION int g_conf_reload(GConf* conf) {
   CHECK_ARG(conf != NULL, (errno = EINVAL, -1));
   Notices::Block notices{};
   const int count = reload(conf, notices);

@@ -51,7 +51,7 @@ int new_text(const ConfFile& file, bool force, const ConfSnapshot& model, ConfTe
   std::string_view old_text = file.bytes();
   if (!old_text.empty() && std::memchr(old_text.data(), '\0', old_text.size()) != nullptr) {
     if (!force) return EBADMSG;
-    old_text = {};
+    old_text = "";
   }
   if (const int error = edit_conf_text(old_text, model.keys, text); error != 0)
     return error;
