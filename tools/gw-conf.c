@@ -4,13 +4,14 @@
  */
 #include <ctype.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <groundwork/conf.h>
 #include <groundwork/file.h>
 #include <groundwork/hash.h>
 #include <groundwork/log.h>
+#include <groundwork/safe.h>
 #include <groundwork/str.h>
-#include <signal.h>
 #include <stdarg.h>
 #include <stdbool.h>
 #include <stddef.h>
@@ -19,6 +20,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 enum { EXIT_USAGE = 2 };
 
@@ -36,18 +38,34 @@ static int wrong_usage(const char *format, const char *text) {
   return EXIT_USAGE;
 }
 
-static bool library_complained;
-
-/* What the library logs, without the place in its source. */
-static int relay(const char *line, void *arg) {
-  static const char tag[] = "[WARNING] ";
-  const char *const text = strstr(line, tag);
+/* What the library logs is said here in one line that names the file and the reason. */
+static int ignore(const char *line, void *arg) {
+  (void)line;
   (void)arg;
-  library_complained = true;
-  return fprintf(stderr, "gw-conf: %s\n", text == NULL ? line : text + strlen(tag));
+  return 0;
 }
 
-/* ---- Opening and writing ------------------------------------------------------------ */
+/* ---- Opening and saving ------------------------------------------------------------- */
+
+static bool force; /* --force */
+
+static const char locked[] = "locked by another program";
+
+/* Why a regular file could not be loaded. */
+static int cannot_load(const char *file) {
+  struct flock lock = {.l_type = F_RDLCK, .l_whence = SEEK_SET};
+  struct stat status;
+  const char *reason = "cannot be read";
+  const int descriptor = open(file, O_RDONLY | O_CLOEXEC);
+  if (descriptor == -1) return failed(file, strerror(errno));
+  if (fcntl(descriptor, F_GETLK, &lock) != -1 && lock.l_type != F_UNLCK) {
+    reason = locked;
+  } else if (fstat(descriptor, &status) == 0 && status.st_size >= INT32_MAX) {
+    reason = strerror(EFBIG);
+  }
+  close(descriptor);
+  return failed(file, reason);
+}
 
 /* Null, after a message, when there is nothing to work on. */
 static GConf *open_conf(const char *file, bool may_be_missing) {
@@ -62,49 +80,41 @@ static GConf *open_conf(const char *file, bool may_be_missing) {
     failed(file, "not a regular file");
     return NULL;
   }
-  return g_conf_open(file);
+  GConf *const conf = g_conf_open(file);
+  if (conf == NULL) cannot_load(file);
+  return conf;
 }
 
-/* Whether an entry, written as a line, is read as that entry again. */
-static bool is_expressible(const char *key) {
-  return *key != '#' && *key != '[';
-}
-
-static bool holds_entries(GConf *conf, const GConfSection *section) {
-  GConfSection *const found = g_find_section(conf, section->name);
-  for (const GList *node = section->entries; node != NULL; node = node->next) {
-    const GConfEntry *const entry = node->data;
-    if (!is_expressible(entry->key)) continue;
-    const GConfEntry *const other = found == NULL ? NULL : g_find_line(found, entry->key);
-    if (other == NULL || strcmp(other->value, entry->value) != 0) return false;
+static const char *reason_of_failed_save(int error) {
+  switch (error) {
+    case ESTALE:
+      return "another program has changed it; --force changes it all the same";
+    case EBADMSG:
+      return "there is a NUL byte in it; --force writes it anew, without comments and what follows "
+             "that byte";
+    case EINVAL:
+      return "what it would hold reads back as something else";
+    case EAGAIN:
+      return locked;
+    default:
+      return strerror(error);
   }
-  return true;
 }
 
-/* The library does not check whether its writes succeed: reads the file and looks. */
-static bool was_written(const GConf *conf) {
-  GConf *const written = g_conf_open(conf->filename);
-  if (written == NULL) return false;
-  bool same = true;
-  for (const GList *node = conf->sections; node != NULL && same; node = node->next) {
-    same = holds_entries(written, node->data);
-  }
-  g_conf_close(written);
-  return same;
-}
-
-/* Writes what has changed, and closes. */
+/* Saves what has changed, and closes. */
 static int save(GConf *conf) {
-  const bool changed = conf->dirty != 0;
   int status = EXIT_SUCCESS;
-  if (changed) {
-    g_conf_sync(conf);
-    if (!library_complained && !was_written(conf)) {
-      status = failed(conf->filename, "not all of it could be written");
-    }
+  const int result = g_conf_save(conf, force);
+  const int error = errno;
+  if (result == 1) {
+    fprintf(stderr, "gw-conf: %s: changed, but a power cut may undo it: %s\n", conf->filename,
+            strerror(error));
+  } else if (result != 0) {
+    status = failed(conf->filename, reason_of_failed_save(error));
+    conf->dirty = 0; /* or closing would write the file after all */
   }
   g_conf_close(conf);
-  return library_complained ? EXIT_FAILURE : status;
+  return status;
 }
 
 /* ---- get, set, unset, list ---------------------------------------------------------- */
@@ -132,7 +142,7 @@ static int set(const char *file, int n, char **arguments) {
   if (strpbrk(section, "]\n") != NULL) {
     return wrong_usage("%s", "a section cannot have a \"]\" or a newline in its name");
   }
-  if (!is_expressible(key) || strpbrk(key, "=\n") != NULL) {
+  if (*key == '#' || *key == '[' || strpbrk(key, "=\n") != NULL) {
     return wrong_usage("%s", "a key cannot begin with \"#\" or \"[\", nor have a \"=\" or a "
                              "newline in it");
   }
@@ -165,7 +175,7 @@ static void print_entries(const GConfSection *section) {
   }
 }
 
-/* The whole configuration is shown as the library would write it. */
+/* The whole configuration is shown as g_conf_sync() would write it. */
 static int list(const char *file, int n, char **arguments) {
   GConf *const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
@@ -372,8 +382,8 @@ static int lint(const char *file, int n, char **arguments) {
 
 static const char usage[] =
     "Usage: gw-conf FILE get SECTION KEY [DEFAULT]\n"
-    "       gw-conf FILE set SECTION KEY VALUE\n"
-    "       gw-conf FILE unset SECTION [KEY]\n"
+    "       gw-conf [--force] FILE set SECTION KEY VALUE\n"
+    "       gw-conf [--force] FILE unset SECTION [KEY]\n"
     "       gw-conf FILE list [SECTION]\n"
     "       gw-conf FILE lint\n"
     "Reads, changes and examines a configuration file.\n"
@@ -381,9 +391,12 @@ static const char usage[] =
     "  get     print a value; DEFAULT, or nothing, if there is none\n"
     "  set     store a value; creates file, section and key if need be\n"
     "  unset   remove a key, or a section with all its keys\n"
-    "  list    print everything as it would be written, or the keys of one section\n"
+    "  list    print all sections without comments, or the keys of one section\n"
     "  lint    name the lines that are ignored, merged or cut when the file is read\n"
     "\n"
+    "Comments, order and spacing of the file stay.\n"
+    "\n"
+    "      --force     change the file even if another program changes it at that moment\n"
     "      --help      print this and exit\n"
     "      --version   print the version and exit\n"
     "\n"
@@ -409,15 +422,18 @@ static const struct command *find_command(const char *name) {
 
 /* What was printed counts only once it is out. */
 static int finish(int status) {
-  if (fflush(stdout) == EOF || ferror(stdout)) {
-    return failed("standard output", strerror(errno));
-  }
-  return status;
+  if (fflush(stdout) != EOF && !ferror(stdout)) return status;
+  /* Whoever closed the pipe has seen enough, also when the signal is ignored. */
+  if (errno == EPIPE) return EXIT_FAILURE;
+  return failed("standard output", strerror(errno));
 }
 
 static int run(int n, char **arguments) {
   if (n < 2) return wrong_usage("a file and a command are wanted%s", "");
   const struct command *const command = find_command(arguments[1]);
+  if (command == NULL && find_command(arguments[0]) != NULL) {
+    return wrong_usage("the file comes first, then '%s'", arguments[0]);
+  }
   if (command == NULL) return wrong_usage("there is no command '%s'", arguments[1]);
   if (n - 2 < command->least) return wrong_usage("'%s' wants more arguments", command->name);
   if (n - 2 > command->most) return wrong_usage("too many arguments for '%s'", command->name);
@@ -425,24 +441,29 @@ static int run(int n, char **arguments) {
 }
 
 int main(int argc, char **argv) {
-  enum { HELP = 256, VERSION };
-  static const struct option long_options[] = {{"help", no_argument, NULL, HELP},
+  enum { HELP = 256, VERSION, FORCE };
+  static const struct option long_options[] = {{"force", no_argument, NULL, FORCE},
+                                               {"help", no_argument, NULL, HELP},
                                                {"version", no_argument, NULL, VERSION},
                                                {NULL, 0, NULL, 0}};
 
-  signal(SIGPIPE, SIG_IGN); /* a closed pipe is reported like any failed write */
-  g_debug_set_handler(relay, NULL);
-  /* "+": options end at the file, so that a value may begin with "-". */
-  switch (getopt_long(argc, argv, "+", long_options, NULL)) {
-    case -1:
-      return run(argc - optind, argv + optind);
-    case HELP:
-      fputs(usage, stdout);
-      return finish(EXIT_SUCCESS);
-    case VERSION:
-      puts("gw-conf (groundwork) " GROUNDWORK_VERSION);
-      return finish(EXIT_SUCCESS);
-    default: /* getopt_long() has said what is wrong */
-      return EXIT_USAGE;
+  g_debug_set_handler(ignore, NULL);
+  for (;;) {
+    /* "+": options end at the file, so that a value may begin with "-". */
+    switch (getopt_long(argc, argv, "+", long_options, NULL)) {
+      case -1:
+        return run(argc - optind, argv + optind);
+      case FORCE:
+        force = true;
+        break;
+      case HELP:
+        fputs(usage, stdout);
+        return finish(EXIT_SUCCESS);
+      case VERSION:
+        puts("gw-conf (groundwork) " GROUNDWORK_VERSION);
+        return finish(EXIT_SUCCESS);
+      default: /* getopt_long() has said what is wrong */
+        return EXIT_USAGE;
+    }
   }
 }

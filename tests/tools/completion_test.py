@@ -62,6 +62,8 @@ class Completion(unittest.TestCase):
     def test_gw_conf_offers_files_and_commands(self):
         self.assertEqual(self.offered("gw-conf", "ot"), ["other"])
         self.assertEqual(self.offered("gw-conf", "--v"), ["--version"])
+        self.assertEqual(self.offered("gw-conf", "--f"), ["--force"])
+        self.assertEqual(self.offered("gw-conf", "--force", "ot"), ["other"])
         self.assertEqual(self.offered("gw-conf", "f", ""),
                          ["get", "lint", "list", "set", "unset"])
 
@@ -76,6 +78,8 @@ class Completion(unittest.TestCase):
         self.assertEqual(self.offered("gw-conf", "one\\ two", "get", "ne"),
                          ["Net", "next\\ one"])
         self.assertEqual(self.offered("gw-conf", "one\\ two", "list", "d"), ["disk"])
+        self.assertEqual(self.offered("gw-conf", "--force", "one\\ two", "set", "NET", "P"),
+                         self.offered("gw-conf", "one\\ two", "set", "NET", "P"))
         self.assertEqual(self.offered("gw-conf", "one\\ two", "lint", ""), [])
         self.assertEqual(self.offered("gw-conf", "one\\ two", "set", "NET", "P"),
                          ["Path", "port"])

@@ -11,6 +11,7 @@ import os
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 PROGRAM = []
@@ -69,15 +70,25 @@ class Get(Case):
 class Set(Case):
     def test_creates_file_section_and_key(self):
         self.assertEqual(self.run_on("set", "net", "port", "80"), (0, "", ""))
-        self.assertEqual(self.text(), "[net]\nport=80\n\n")
+        self.assertEqual(self.text(), "[net]\nport=80\n")
         self.assertEqual(self.run_on("set", "net", "name", " a  b "), (0, "", ""))
         self.assertEqual(self.run_on("set", " x ", "key", "-5"), (0, "", ""))
-        self.assertEqual(self.text(), "[net]\nport=80\nname=a  b\n\n[ x ]\nkey=-5\n\n")
+        self.assertEqual(self.text(), "[net]\nport=80\nname=a  b\n\n[ x ]\nkey=-5\n")
 
-    def test_changes_a_value_in_place_and_keeps_the_first_spelling(self):
-        self.write("# comment\n[Net]\nPort = 1\nlast=2\n")
+    def test_changes_a_value_in_place_and_keeps_all_the_rest(self):
+        self.write("# comment\n[Net]\r\nPort = 1\r\n\n [x] = y \nlast=2")
         self.assertEqual(self.run_on("set", "NET", "PORT", "3"), (0, "", ""))
-        self.assertEqual(self.text(), "[Net]\nPort=3\nlast=2\n\n")
+        self.assertEqual(self.text(), "# comment\n[Net]\r\nPort = 3\r\n\n [x] = y \nlast=2")
+
+    def test_keeps_links_and_modes(self):
+        self.write("[net]\nport=1\n")
+        os.chmod(self.conf, 0o640)
+        link = f"{self.folder}/link.conf"
+        os.symlink("app.conf", link)
+        self.assertEqual(run(link, "set", "net", "port", "2"), (0, "", ""))
+        self.assertTrue(os.path.islink(link))
+        self.assertEqual(os.stat(self.conf).st_mode & 0o7777, 0o640)
+        self.assertEqual(self.text(), "[net]\nport=2\n")
 
     def test_the_same_value_leaves_the_file_alone(self):
         text = "# comment\n[net]\n port = 80\n"
@@ -104,26 +115,77 @@ class Set(Case):
 
     def test_a_file_that_cannot_be_written_is_told(self):
         self.conf = f"{self.folder}/no/such.conf"
-        status, out, error = self.run_on("set", "net", "port", "80")
-        self.assertEqual((status, out), (1, ""))
-        self.assertIn(f"gw-conf: can't create config file '{self.conf}'.\n", error)
+        self.assert_fails(self.run_on("set", "net", "port", "80"),
+                          f"{self.conf}: No such file or directory")
 
-    def test_a_file_that_lost_something_on_the_way_is_told(self):
-        # This key begins as a section header does once it is written without its indentation.
-        self.write("[a]\n [b] x = 1\nk=v\n")
-        self.assert_fails(self.run_on("set", "a", "l", "w"),
-                          f"{self.conf}: not all of it could be written")
+    def test_a_nul_byte_in_the_file_needs_force(self):
+        self.write("# comment\n[a]\nk=1\n\0[b]\n")
+        before = self.text()
+        self.assert_fails(self.run_on("set", "a", "l", "2"),
+                          f"{self.conf}: there is a NUL byte in it; --force writes it anew, "
+                          "without comments and what follows that byte")
+        self.assertEqual(self.text(), before)
+        self.assertEqual(run("--force", self.conf, "set", "a", "l", "2"), (0, "", ""))
+        self.assertEqual(self.text(), "[a]\nk=1\nl=2\n")
+
+
+class Meanwhile(Case):
+    """What happens between the moment when gw-conf reads the file and that when it saves."""
+
+    def start(self, *arguments):
+        """gw-conf, which has read the file and waits for the lock that a save needs."""
+        folder = os.open(self.folder, os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        fcntl.flock(folder, fcntl.LOCK_EX)
+        os.utime(self.conf, (0, os.stat(self.conf).st_mtime))
+        program = subprocess.Popen(PROGRAM + list(arguments), stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True)
+        self.addCleanup(program.communicate)
+        # Some file systems do not tell when a file is read.
+        end = time.monotonic() + 3
+        while os.stat(self.conf).st_atime == 0 and time.monotonic() < end:
+            time.sleep(0.01)
+        time.sleep(0.1)
+        return folder, program
+
+    def result(self, program):
+        out, error = program.communicate(timeout=PATIENCE)
+        return program.returncode, out, error
+
+    def test_a_file_that_another_program_changes_is_left_alone(self):
+        self.write("[a]\nk=1\n")
+        folder, program = self.start(self.conf, "set", "a", "k", "2")
+        self.write("[a]\nk=3\nl=4\n")
+        fcntl.flock(folder, fcntl.LOCK_UN)
+        self.assert_fails(self.result(program),
+                          f"{self.conf}: another program has changed it; --force changes it all "
+                          "the same")
+        self.assertEqual(self.text(), "[a]\nk=3\nl=4\n")
+
+    def test_with_force_it_is_changed_all_the_same(self):
+        self.write("# one\n[a]\nk=1\n")
+        folder, program = self.start("--force", self.conf, "set", "a", "k", "2")
+        self.write("# two\n[a]\nk = 3\nl=4\n")
+        fcntl.flock(folder, fcntl.LOCK_UN)
+        self.assertEqual(self.result(program), (0, "", ""))
+        self.assertEqual(self.text(), "# two\n[a]\nk = 2\n")
+
+    def test_a_lock_is_not_waited_for_without_end(self):
+        self.write("[a]\nk=1\n")
+        _, program = self.start(self.conf, "unset", "a", "k")
+        self.assert_fails(self.result(program), f"{self.conf}: locked by another program")
+        self.assertEqual(self.text(), "[a]\nk=1\n")
 
 
 class Unset(Case):
     def test_removes_a_key_or_a_section(self):
-        self.write("[a]\nk=1\nl=2\n[b]\nk=3\n[c]\nk=4\n")
+        self.write("# a\n[a]\nk=1\nl = 2\n[b]\n# b\nk=3\n[c]\nk=4\n")
         self.assertEqual(self.run_on("unset", "A", "K"), (0, "", ""))
-        self.assertEqual(self.text(), "[a]\nl=2\n\n[b]\nk=3\n\n[c]\nk=4\n\n")
+        self.assertEqual(self.text(), "# a\n[a]\nl = 2\n[b]\n# b\nk=3\n[c]\nk=4\n")
         self.assertEqual(self.run_on("unset", "b"), (0, "", ""))
-        self.assertEqual(self.text(), "[a]\nl=2\n\n[c]\nk=4\n\n")
+        self.assertEqual(self.text(), "# a\n[a]\nl = 2\n# b\n[c]\nk=4\n")
         self.assertEqual(self.run_on("unset", "c", "k"), (0, "", ""))
-        self.assertEqual(self.text(), "[a]\nl=2\n\n")
+        self.assertEqual(self.text(), "# a\n[a]\nl = 2\n# b\n[c]\n")
 
     def test_what_does_not_exist_is_status_1_and_the_file_left_alone(self):
         text = "# comment\n[a]\nk=1\n"
@@ -134,7 +196,7 @@ class Unset(Case):
 
 
 class List(Case):
-    def test_shows_the_configuration_as_it_would_be_written(self):
+    def test_shows_the_sections_without_comments(self):
         self.write("x=0\n# net\n[Net]\n ip = 10.0.0.1 \nmask\n[empty]\n[net]\nport=80\n[z]\nk=\n")
         self.assertEqual(self.run_on("list"),
                          (0, "[Net]\nip=10.0.0.1\nport=80\n\n[z]\nk=\n\n", ""))
@@ -222,11 +284,34 @@ class Failures(Case):
         self.write("[a]\nk=1\n")
         with open(self.conf, "r+", encoding="ascii") as other:
             fcntl.lockf(other, fcntl.LOCK_EX)
-            for arguments in self.READERS:
-                status, out, error = self.run_on(*arguments)
-                self.assertEqual((status, out), (1, ""))
-                self.assertEqual(error, f"gw-conf: can't read lock for '{self.conf}.\n"
-                                 f"gw-conf: can't load config file '{self.conf}'.\n")
+            for arguments in self.READERS + (["set", "a", "k", "v"],):
+                self.assert_fails(self.run_on(*arguments), f"{self.conf}: locked by another program")
+
+    def test_a_file_that_may_not_be_read_is_told(self):
+        self.write("[a]\nk=1\n")
+        os.chmod(self.conf, 0)
+        if os.access(self.conf, os.R_OK):
+            self.skipTest("this user may read everything")
+        for arguments in self.READERS:
+            self.assert_fails(self.run_on(*arguments), f"{self.conf}: Permission denied")
+
+    def test_a_file_that_is_too_large_is_told(self):
+        self.write("")
+        os.truncate(self.conf, 2 ** 31)
+        for arguments in self.READERS:
+            self.assert_fails(self.run_on(*arguments), f"{self.conf}: File too large")
+
+    def test_a_closed_pipe_ends_it_silently(self):
+        self.write("[a]\n" + "".join(f"key{i}=value\n" for i in range(20000)))
+        for ignored in (False, True):
+            reading, writing = os.pipe()
+            os.close(reading)
+            with os.fdopen(writing, "w") as pipe:
+                done = subprocess.run(PROGRAM + [self.conf, "list"], stdout=pipe, text=True,
+                                      stderr=subprocess.PIPE, timeout=PATIENCE,
+                                      restore_signals=not ignored)
+            self.assertEqual(done.stderr, "")
+            self.assertNotEqual(done.returncode, 0)
 
     def test_a_full_disk_is_told(self):
         self.write("[a]\nk=1\n[a\n")
@@ -256,9 +341,15 @@ class CommandLine(Case):
             self.assertRegex(error, r"\Agw-conf: [^\n]+; see gw-conf --help\n\Z")
         self.assertEqual(run("--nonsense")[0], 2)
 
-    def test_behind_the_file_nothing_is_an_option(self):
+    def test_the_wrong_order_is_told(self):
+        for arguments in (["get", "f", "s", "k"], ["list", "f"], ["--force", "set", *"fskv"]):
+            command = next(word for word in arguments if word in ("get", "list", "set"))
+            self.assertEqual(run(*arguments), (
+                2, "", f"gw-conf: the file comes first, then '{command}'; see gw-conf --help\n"))
+
+    def test_after_the_file_nothing_is_an_option(self):
         self.assertEqual(self.run_on("set", "a", "--help", "--version"), (0, "", ""))
-        self.assertEqual(self.text(), "[a]\n--help=--version\n\n")
+        self.assertEqual(self.text(), "[a]\n--help=--version\n")
 
 
 if __name__ == "__main__":
