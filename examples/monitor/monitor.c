@@ -11,14 +11,16 @@
  *   path /var
  *   threshold 75
  *
- * and take effect through callbacks. `touch /tmp/vk_warning` before the start shows warnings.
- * SIGINT, SIGTERM or the end of --for stop it cleanly: every sample is in the CSV file, and the
+ * and take effect through callbacks, as does an edited monitor.conf after SIGHUP. Comments in that
+ * file stay. `touch /tmp/vk_warning` before the start shows warnings. SIGINT, SIGTERM or the end of --for stop it cleanly: every sample is in the CSV file, and the
  * counters in monitor.conf are up to date.
  *
  * SPDX-License-Identifier: MIT
  */
 #include <groundwork/groundwork.h>
+#include <groundwork/safe.h>
 
+#include <errno.h>
 #include <inttypes.h>
 #include <poll.h>
 #include <signal.h>
@@ -55,11 +57,16 @@ struct monitor {
   int warned;  /* the timer's: the threshold is passed at the moment */
 };
 
-static volatile sig_atomic_t stop_requested;
+static volatile sig_atomic_t stop_requested, reload_requested;
 
 static void request_stop(int signal_number) {
   (void)signal_number;
   stop_requested = 1;
+}
+
+static void request_reload(int signal_number) {
+  (void)signal_number;
+  reload_requested = 1;
 }
 
 static uint32_t read_interval(GConf *conf) {
@@ -67,7 +74,16 @@ static uint32_t read_interval(GConf *conf) {
   return interval < 10 ? 10 : (uint32_t)interval;
 }
 
-/* Follows all three settings. Runs on the thread that wrote one, before the write returns. */
+static int read_threshold(GConf *conf) {
+  return g_conf_read_int(conf, SECTION, "threshold", 90);
+}
+
+static char *read_path(GConf *conf) {
+  return g_strdup(g_conf_read_string(conf, SECTION, "path", "/"));
+}
+
+/* Follows all three settings. Runs on the thread that wrote one or reloaded the file, before that
+ * returns; a setting that the file no longer has comes with the value "". */
 static int on_setting(const GConfChange *change, void *data) {
   struct monitor *monitor = data;
 
@@ -76,9 +92,9 @@ static int on_setting(const GConfChange *change, void *data) {
   if (strcmp(change->key, "interval") == 0) {
     monitor->interval = read_interval(monitor->conf);
   } else if (strcmp(change->key, "threshold") == 0) {
-    monitor->threshold = g_conf_read_int(monitor->conf, SECTION, "threshold", 100);
+    monitor->threshold = read_threshold(monitor->conf);
   } else {
-    char *path = g_strdup(change->value);
+    char *path = read_path(monitor->conf);
     if (path != NULL) {
       free(monitor->path);
       monitor->path = path;
@@ -180,6 +196,27 @@ static GFile *open_csv(const char *name) {
   return file;
 }
 
+/* Saves what has changed. A file that somebody edits at that moment is left to them. */
+static int save(GConf *conf) {
+  if (g_conf_save(conf, 0) != -1) return 0;
+  g_log(G_LOG_WARNING, "monitor", __LINE__, "can't save '%s' - %s", conf->filename,
+        strerror(errno));
+  conf->dirty = 0; /* or closing would write over it */
+  return -1;
+}
+
+/* Takes in the edited file. It may be the old one still, or gone: then all stays as it is. */
+static void reload(GConf *conf) {
+  int changes = g_conf_reload(conf);
+
+  if (changes == -1) {
+    g_log(G_LOG_WARNING, "monitor", __LINE__, "can't reload '%s' - %s", conf->filename,
+          strerror(errno));
+  } else {
+    g_log(G_LOG_INFORMATION, "monitor", __LINE__, "%d settings have changed", changes);
+  }
+}
+
 /* "key value": a write through the configuration, so that the callbacks see it. */
 static void obey(struct monitor *monitor, char *line) {
   char **words = g_strsplit(g_strchomp(g_strchug(line)), " ", 2);
@@ -188,6 +225,7 @@ static void obey(struct monitor *monitor, char *line) {
       (strcmp(words[0], "interval") == 0 || strcmp(words[0], "path") == 0 ||
        strcmp(words[0], "threshold") == 0)) {
     g_conf_write_string(monitor->conf, SECTION, words[0], g_strchug(words[1]));
+    save(monitor->conf);
   } else if (line[0] != '\0') {
     fprintf(stderr, "monitor: expected \"interval|path|threshold VALUE\", not \"%s\"\n", line);
   }
@@ -205,6 +243,10 @@ static void run(struct monitor *monitor, int seconds) {
   while (!stop_requested &&
          (seconds < 0 || g_get_ticks() - start < (uint32_t)seconds * 1000)) {
     char byte;
+    if (reload_requested) {
+      reload_requested = 0;
+      reload(monitor->conf);
+    }
     /* A negative descriptor is ignored: then poll() just waits. */
     if (poll(&input, 1, 100) <= 0) continue;
     if (read(STDIN_FILENO, &byte, 1) != 1) {
@@ -227,8 +269,8 @@ static int set_up(struct monitor *monitor) {
   monitor->conf = g_conf_open(NULL);
   if (monitor->conf == NULL) return -1;
   monitor->interval = read_interval(monitor->conf);
-  monitor->threshold = g_conf_read_int(monitor->conf, SECTION, "threshold", 90);
-  monitor->path = g_strdup(g_conf_read_string(monitor->conf, SECTION, "path", "/"));
+  monitor->threshold = read_threshold(monitor->conf);
+  monitor->path = read_path(monitor->conf);
   for (i = 0; i < sizeof followed / sizeof followed[0]; i++) {
     if (g_conf_register_callback(monitor->conf, SECTION, followed[i], on_setting, monitor) != 0)
       return -1;
@@ -251,7 +293,7 @@ static void tear_down(struct monitor *monitor) {
   if (monitor->csv != NULL) g_file_close(monitor->csv);
   if (monitor->samples != NULL) g_queue_free(monitor->samples);
   if (monitor->lock != NULL) g_thread_mutex_free(monitor->lock);
-  if (monitor->conf != NULL) g_conf_close(monitor->conf); /* writes what changed */
+  if (monitor->conf != NULL) g_conf_close(monitor->conf);
   free(monitor->path);
 }
 
@@ -271,6 +313,7 @@ int main(int argc, char **argv) {
   g_debug_init();
   signal(SIGINT, request_stop);
   signal(SIGTERM, request_stop);
+  signal(SIGHUP, request_reload);
 
   g_start_ticks();
   g_get_ticks(); /* the first reading anchors the clock */
@@ -289,8 +332,10 @@ int main(int argc, char **argv) {
     monitor.finished = 1;
     g_thread_mutex_unlock(monitor.lock);
     g_thread_wait(writer);
+    reload(monitor.conf); /* counts on in what the file holds now */
     count(monitor.conf, "runs", 1);
     count(monitor.conf, "samples", monitor.written);
+    if (save(monitor.conf) != 0) monitor.failed = 1;
   }
   if (monitor.live) putchar('\n');
   tear_down(&monitor);

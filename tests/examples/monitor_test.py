@@ -105,6 +105,49 @@ class Monitor(unittest.TestCase):
         self.assertEqual(settings["threshold"], "1")
         self.assertTrue(self.rows()[-1].endswith(",0,0"), "no such filesystem")
 
+    def conf_text(self):
+        with open(f"{self.folder}/monitor.conf", encoding="ascii") as conf:
+            return conf.read()
+
+    def edit(self, before, after):
+        """As an editor does it: beside the file, then in its place."""
+        text = self.conf_text()
+        self.assertIn(before, text)
+        with open(f"{self.folder}/edited", "w", encoding="ascii") as conf:
+            conf.write(text.replace(before, after))
+        os.replace(f"{self.folder}/edited", f"{self.folder}/monitor.conf")
+
+    def test_comments_and_order_of_the_file_stay(self):
+        text = self.conf_text()
+        self.finish(self.start("--for", "1"))
+        samples = len(self.rows())
+        self.assertEqual(self.conf_text(), text.replace("runs = 0", "runs = 1")
+                         .replace("samples = 0", f"samples = {samples}"))
+
+    def test_an_edited_file_is_taken_in_after_sighup(self):
+        process = self.start()
+        self.wait_for_rows(1)
+        self.edit("interval = 500\n", "interval = 20\n")
+        self.edit("path = /\n", "path = /nowhere\n")
+        process.send_signal(signal.SIGHUP)
+        end = time.monotonic() + PATIENCE
+        while not self.rows()[-1].endswith(",0,0") and time.monotonic() < end:
+            time.sleep(0.05)
+        self.assertTrue(self.rows()[-1].endswith(",0,0"), "no such filesystem")
+        process.send_signal(signal.SIGTERM)
+        self.finish(process)
+        self.assertEqual(self.conf()["monitor"]["interval"], "20")
+        self.assertEqual(self.conf()["counters"]["runs"], "1")
+
+    def test_an_edit_that_it_was_not_told_of_is_kept(self):
+        process = self.start()
+        self.wait_for_rows(1)
+        self.edit("interval = 500\n", "interval = 700\n# mine\nowner = me\n")
+        process.send_signal(signal.SIGTERM)
+        self.finish(process)
+        self.assertIn("interval = 700\n# mine\nowner = me\n", self.conf_text())
+        self.assertEqual(self.conf()["counters"]["runs"], "1")
+
     def test_other_lines_are_refused(self):
         process = self.start("--for", "1")
         process.stdin.write("colour red\n")
