@@ -4,6 +4,7 @@
 #include <groundwork/package.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
@@ -266,19 +267,20 @@ TEST_F(Log, TestOutDoesNothing) {
 }
 
 TEST_F(Log, AllocatesNothing) {
-  Received received;
-  received.texts.reserve(4);
-  g_debug_set_handler([](const char*, void*) { return 0; }, nullptr);
+  int lines = 0;
+  g_debug_set_handler([](const char*, void* count) { return ++*static_cast<int*>(count); },
+                      &lines);
   test::AllocationFaults faults(0);
   g_log(3, "src", 7, "text %s %d", "a", 5);
   g_print("text %s %d", "a", 5);
   faults.disarm();
   EXPECT_EQ(faults.calls(), 0);
+  EXPECT_EQ(lines, 2);
 }
 
 TEST_F(Log, AllocatesNothingForStandardErrorEither) {
   int calls = -1;
-  written_by([&] {
+  const std::string text = written_by([&] {
     test::AllocationFaults faults(0);
     g_log(4, "src", 7, "text %s %d", "a", 5);
     g_print("text %s %d", "a", 5);
@@ -287,15 +289,35 @@ TEST_F(Log, AllocatesNothingForStandardErrorEither) {
     calls = faults.calls();
   });
   EXPECT_EQ(calls, 0);
+  EXPECT_EQ(text.rfind("src:7: [CRITICAL] text a 5\ntext a 5[g_debug_init]: ", 0), 0u);
 }
 
 TEST_F(Log, ThreadsMayLogWhileTheThresholdChanges) {
-  g_debug_set_handler([](const char*, void*) { return 0; }, nullptr);
-  std::thread setter([] {
-    for (int i = 0; i < 1000; ++i) g_debug_set_level2(i % 5);
+  static std::atomic<int> lines;
+  lines = 0;
+  g_debug_set_handler(
+      [](const char*, void*) {
+        ++lines;
+        return 0;
+      },
+      nullptr);
+  std::atomic<bool> done{false};
+  std::thread setter([&] {
+    for (int i = 0; !done; ++i) g_debug_set_level2(i % 5);
   });
-  for (int i = 0; i < 1000; ++i) g_log(i % 5, "src", i, "text");
+  int emitted = 0;
+  for (int i = 0; i < 100000; ++i) {
+    const int level = i % 5;
+    const int result = g_log(level, "src", i, "text");
+    if (level == 4) {
+      EXPECT_EQ(result, 0);  // never below the threshold
+    }
+    emitted += result == 0 ? 1 : 0;
+    EXPECT_EQ(lines, emitted);
+  }
+  done = true;
   setter.join();
+  EXPECT_GE(emitted, 20000);
 }
 
 // The marker files are the machine's: the tests take turns, and put back what was there.

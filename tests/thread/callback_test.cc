@@ -178,8 +178,10 @@ TEST_F(CallbackList, CellHoldsTheHeadOfAListOfRecords) {
 TEST(Callback, FreeGivesEverythingBack) {
   AllocationFaults faults(0);
   GCallback* const list = g_callback_new();
-  for (int i = 0; i < 10; ++i) g_callback_add(list, note<'1'>, kX, i % 3);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(g_callback_add(list, note<'1'>, kX, i % 3), 0);
+  EXPECT_EQ(faults.outstanding(), 1 + 2 * 10);  // the list; an entry and its node each
   g_callback_remove(list, note<'1'>, kX);
+  EXPECT_EQ(faults.outstanding(), 1 + 2 * 9);
   g_callback_free(list);
   faults.disarm();
   EXPECT_EQ(faults.outstanding(), 0);
@@ -212,6 +214,9 @@ TEST(Callback, AddingWithoutMemoryAnswersMinusOne) {
     AllocationFaults faults(failing);
     EXPECT_EQ(g_callback_add(list, note<'1'>, nullptr, 1), -1) << failing;
   }
+  Calls calls;
+  EXPECT_EQ(g_callback_execute(list, &calls), 0);
+  EXPECT_EQ(calls, Calls{});
   g_callback_free(list);
 }
 

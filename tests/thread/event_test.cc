@@ -39,6 +39,10 @@ struct TimedWait {
   std::atomic<int> answer{-1};        // instead of waiting; -1 waits
 } timed_wait;
 
+// A thread that sets this counts here before it locks a mutex.
+thread_local bool announces_locks = false;
+std::atomic<int> locks_announced{0};
+
 std::atomic<int> untimed_waits{0};
 std::atomic<int> wait_result{0};  // of the untimed wait, which then does not wait
 std::atomic<int> cond_result{0};  // of init, destroy, signal and broadcast
@@ -97,6 +101,13 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t* cond, pthread_mutex_t*
   return function(cond, mutex, deadline);
 }
 #endif
+
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  static auto* const function = reinterpret_cast<decltype(pthread_mutex_lock)*>(
+      dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+  if (announces_locks) ++locks_announced;
+  return function(mutex);
+}
 
 extern "C" int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {
   ++untimed_waits;
@@ -262,11 +273,14 @@ TEST_F(Event, SignalAndBroadcastWaitForTheMutex) {
   for (const auto wake : {g_thread_event_signal, g_thread_event_broadcast}) {
     std::atomic<bool> woken{false};
     g_thread_mutex_lock(mutex_of(event));
+    locks_announced = 0;
     std::thread waker([&] {
+      announces_locks = true;
       EXPECT_EQ(wake(event), 0);
       woken = true;
     });
-    std::this_thread::sleep_for(30ms);
+    while (locks_announced == 0) std::this_thread::sleep_for(1ms);
+    std::this_thread::sleep_for(10ms);
     EXPECT_FALSE(woken);
     g_thread_mutex_unlock(mutex_of(event));
     waker.join();
@@ -358,8 +372,12 @@ TEST_F(Event, SignalDuringTheTimedWaitIsNotEnough) {
 TEST_F(Event, TimeoutBeginsWhenTheMutexIsHeld) {
   FakeClock clock(1000);
   g_thread_mutex_lock(mutex_of(event));
-  std::thread waiter([&] { EXPECT_EQ(g_thread_event_wait_timeout(event, 1), 0); });
-  std::this_thread::sleep_for(30ms);
+  locks_announced = 0;
+  std::thread waiter([&] {
+    announces_locks = true;
+    EXPECT_EQ(g_thread_event_wait_timeout(event, 1), 0);
+  });
+  while (locks_announced == 0) std::this_thread::sleep_for(1ms);
   clock.set(2000);
   g_thread_mutex_unlock(mutex_of(event));
   until_waiting(1);

@@ -154,7 +154,10 @@ TEST(ModuleCleanup, FreesEveryListAndTheRegistry) {
   LogCapture log;
   AllocationFaults faults(0);
   g_module_init();
-  for (int i = 0; i < 40; ++i) g_module_callback_register(i % 9, note, &values[1], i);
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_EQ(g_module_callback_register(i % 9, note, &values[1], i), 0);
+  }
+  EXPECT_GT(faults.outstanding(), 2 * 40 + 9);
   g_module_cleanup();
   faults.disarm();
   EXPECT_EQ(faults.outstanding(), 0);

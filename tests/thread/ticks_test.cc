@@ -270,12 +270,24 @@ TEST(TicksThreads, AnyThreadMayReadWhileTheClockSteps) {
   g_start_ticks();
   std::atomic<bool> done{false};
   std::vector<std::thread> readers;
+  std::atomic<int> readings{0};
   for (int i = 0; i < 3; ++i) {
     readers.emplace_back([&] {
-      while (!done) g_get_ticks();
+      std::uint32_t last = g_get_ticks();
+      while (!done) {
+        const std::uint32_t ticks = g_get_ticks();
+        // However the threads meet, no step of the clock shows.
+        EXPECT_LT(std::llabs(static_cast<std::int32_t>(ticks - last)), 60000);
+        last = ticks;
+        ++readings;
+      }
     });
   }
-  for (int i = 0; i < 200; ++i) clock.advance(i % 2 == 0 ? 100000 : -90000);
+  for (int i = 0; i < 200; ++i) {
+    const int seen = readings;
+    clock.advance(i % 2 == 0 ? 100000 : -90000);
+    while (readings < seen + 3) std::this_thread::yield();
+  }
   g_start_ticks();
   done = true;
   for (std::thread& reader : readers) reader.join();

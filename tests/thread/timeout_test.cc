@@ -447,7 +447,7 @@ TEST(TimeoutFree, AtOnceAfterCreationThousandsOfTimes) {
   Work work;
   for (int i = 0; i < 3000; ++i) {
     GTimeout* const timeout = g_timeout_new("t", 1 + i % 3, Work::run, &work);
-    if (timeout == nullptr) break;
+    ASSERT_NE(timeout, nullptr);
     if (i % 4 == 1) std::this_thread::yield();
     g_timeout_free(timeout);
   }
@@ -497,7 +497,7 @@ TEST(TimeoutFree, WhileTheFunctionAnswersZeroThousandsOfTimes) {
           return 0;
         },
         nullptr);
-    if (timeout == nullptr) break;
+    ASSERT_NE(timeout, nullptr);
     while (!shared.is_called) sched_yield();
     shared.may_end = true;
     for (int n = 0; n < i % 50; ++n) std::atomic_signal_fence(std::memory_order_seq_cst);

@@ -1103,12 +1103,25 @@ TEST(TimerThreads, TimersAreSetWithoutALockWhileTheThreadPasses) {
   std::thread passes([&] {
     while (!done) gate.pass();
   });
+  static std::atomic<long> calls;
   for (int i = 0; i < 3000; ++i) {
-    g_set_timer(10, [](std::uint32_t interval, void*) { return interval; });
-    g_set_timer(0, nullptr);
+    EXPECT_EQ(g_set_timer(10,
+                          [](std::uint32_t interval, void*) {
+                            ++calls;
+                            return interval;
+                          }),
+              0);
+    if (i % 300 == 0) {
+      calls = 0;
+      while (calls == 0) std::this_thread::yield();
+    }
+    EXPECT_EQ(g_set_timer(0, nullptr), 0);
   }
   done = true;
   passes.join();
+  const long called = calls;
+  gate.pass();
+  EXPECT_EQ(calls, called);  // the last one was removed
   gate.open();
   g_timer_cleanup();
 }
@@ -1125,18 +1138,31 @@ TEST(TimerThreads, AddRemoveAndReplaceFromManyThreadsWhileItRuns) {
     return calls % 7 == 0 ? 0u : interval;
   };
   std::vector<std::thread> threads;
+  std::atomic<int> removed{0};
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([&, i] {
       for (int n = 0; n < 300; ++n) {
         GTimerEntry* const id = g_add_timer(10 + n % 20, count, nullptr);
-        if (n % 3 == 0) g_remove_timer(id);
-        if (n % 50 == 49 && i == 0) g_set_timer(10, count);
+        EXPECT_NE(id, nullptr);
+        if (n % 3 == 0) removed += g_remove_timer(id);
+        if (n % 50 == 49 && i == 0) {
+          EXPECT_EQ(g_set_timer(10, count), 0);
+        }
         g_get_ticks();
         if (n % 20 == 0) g_delay(5);
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
+  EXPECT_GT(removed, 0);
+  EXPECT_GT(calls,
+            0);  // they slept for half a second, and never were all timers gone for long
+  // Nothing was left locked or unlinked: a last timer is called and goes.
+  g_set_timer(0, nullptr);
+  calls = 0;
+  GTimerEntry* const last = g_add_timer(10, count, nullptr);
+  while (calls < 3) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_EQ(g_remove_timer(last), 1);
   g_timer_cleanup();
 }
 
