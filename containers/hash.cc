@@ -4,7 +4,7 @@
 // A search that cannot stop at a hole walks the whole table for a miss (hash_walk.cc).
 // Tables whose key functions are our own, so that equal keys are known to have equal
 // hashes, therefore have an index after the slots, which finds the same slots without the
-// walk (hash_index.cc).
+// walk (hash_index.h).
 //
 // SPDX-License-Identifier: MIT
 
@@ -29,6 +29,10 @@ constexpr char kSource[] = "g_hash";
 
 uint32_t pointed_to(const void* key) {
   return *static_cast<const uint32_t*>(key);
+}
+
+uint32_t hash_of_pointer(const void* key) {
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
 }
 
 uint32_t hash_of_text(const void* key) {
@@ -64,19 +68,36 @@ HashKeys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
 uint32_t hash_of(const GHash& hash, const void* key) {
   if (hash.keys == HashKeys::kStrings) return hash_of_text(key);
   if (hash.keys == HashKeys::kInts) return pointed_to(key);
+  if (hash.keys == HashKeys::kPointers) return hash_of_pointer(key);
   return hash.hash_func(key);
 }
 
-// The slot that a search for `key` finds; `size` when there is none.
-uint32_t find_slot(const GHash& hash, const void* key) {
+// Calls search(same) with the way to tell an entry for `key`, in a table with an index.
+template <typename Search>
+[[gnu::always_inline]] inline uint32_t with_index(const GHash& hash, const void* key,
+                                                  uint32_t hashed, Search search) {
+  if (hash.keys == HashKeys::kStrings) return search(SameText{key, hashed});
+  if (sizeof(void*) > sizeof(uint32_t) && hash.keys == HashKeys::kPointers) {
+    return search(SameWidePointer{key, hashed});
+  }
+  return search(SameNumber{hashed});
+}
+
+// The slot that a search finds; `size` when there is none.
+[[gnu::always_inline]] inline uint32_t find_slot(const GHash& hash, const void* key) {
   const uint32_t hashed = hash_of(hash, key);
-  return hash.index ? indexed_match(hash, key, hashed) : walk_to_match(hash, key, hashed);
+  if (!hash.index) [[unlikely]]
+    return walk_to_match(hash, key, hashed);
+  return with_index(hash, key, hashed,
+                    [&](auto same) { return indexed_match(hash, same); });
 }
 
 // Where `key` is to be stored: the slot of an entry for it, or a hole.
-uint32_t insertion_slot(const GHash& hash, const void* key, uint32_t hashed) {
-  return hash.index ? indexed_insertion(hash, key, hashed)
-                    : walk_to_insertion(hash, key, hashed);
+uint32_t insertion_slot(GHash& hash, const void* key, uint32_t hashed) {
+  if (!hash.index) [[unlikely]]
+    return walk_to_insertion(hash, key, hashed);
+  return with_index(hash, key, hashed,
+                    [&](auto same) { return indexed_insertion(hash, same); });
 }
 
 void put(GHash& hash, uint32_t slot, HashEntry* entry) {
@@ -102,8 +123,9 @@ constexpr uint32_t leaving_bit(uint32_t slot) {
 bool is_leaving(const GHash& hash, uint32_t slot) {
   return (leaving_word(hash, slot) & leaving_bit(slot)) != 0;
 }
-void set_leaving(GHash& hash, uint32_t slot) {
-  leaving_word(hash, slot) |= leaving_bit(slot);
+void set_leaving(GHash& hash, uint32_t slot, bool is_leaving) {
+  uint32_t& word = leaving_word(hash, slot);
+  word = is_leaving ? word | leaving_bit(slot) : word & ~leaving_bit(slot);
 }
 
 // The slot of an entry that was at `slot` when there were `size` of them; the number of
@@ -122,27 +144,36 @@ void take_out(GHash& hash, uint32_t slot) {
     hash.index.remove(hash.slots[slot]->hashed, slot,
                       [&](uint32_t other) { return hash.slots[other]->hashed; });
   }
-  leaving_word(hash, slot) &= ~leaving_bit(slot);
   hash.slots[slot] = nullptr;
   --hash.count;
   hash.had_removals = hash.count != 0;
+  hash.has_copies = hash.has_copies && hash.had_removals;
 }
 
-// Takes out the entry at `slot` and frees it, after its destroy function has seen it in
-// place.
-void remove_entry(GHash& hash, uint32_t slot) {
+// Takes out the entry at `slot`, after its destroy function has seen it in place. Null when
+// it is not to be freed now.
+HashEntry* destroy_entry(GHash& hash, uint32_t slot) {
   HashEntry* const entry = hash.slots[slot];
-  if (hash.destroy_func != nullptr) {
-    if (is_leaving(hash, slot)) {
-      take_out(hash, slot);
-      return;
-    }
-    set_leaving(hash, slot);
+  const bool was_leaving = is_leaving(hash, slot);
+  if (!was_leaving) {
+    set_leaving(hash, slot, true);
     const uint32_t size = hash.size;
     hash.destroy_func(entry->key, entry->value);
     slot = slot_now(hash, entry, slot, size);
+    if (slot == hash.size) return entry;
   }
-  if (slot != hash.size) take_out(hash, slot);
+  set_leaving(hash, slot, false);
+  take_out(hash, slot);
+  return was_leaving ? nullptr : entry;
+}
+
+void remove_entry(GHash& hash, uint32_t slot) {
+  HashEntry* entry = hash.slots[slot];
+  if (hash.destroy_func == nullptr) {
+    take_out(hash, slot);
+  } else {
+    entry = destroy_entry(hash, slot);
+  }
   std::free(entry);
 }
 
@@ -173,20 +204,20 @@ struct Room {
 // `size` empty slots with what belongs to them: bits for leaving entries and, if the table
 // should have one and there is memory, an index.
 Room allocate_room(HashKeys keys, uint32_t size) {
-  void* block = nullptr;
   const uint64_t bytes =
       uint64_t{size} * sizeof(HashEntry*) + leaving_words(size) * sizeof(uint32_t);
+  const auto allocate = [&](uint64_t words) {
+    const uint64_t all = bytes + words * sizeof(uint32_t);
+    return all <= PTRDIFF_MAX ? std::calloc(1, static_cast<size_t>(all)) : nullptr;
+  };
   if (keys != HashKeys::kCallers && size <= SlotIndex::kMaxSlots) {
-    const uint64_t with_index = bytes + SlotIndex::words(size) * sizeof(uint32_t);
-    if (with_index <= PTRDIFF_MAX) block = std::calloc(1, static_cast<size_t>(with_index));
+    if (void* const block = allocate(SlotIndex::words(size)); block != nullptr) {
+      char* const after_slots = static_cast<char*>(block) + bytes;
+      return {static_cast<HashEntry**>(block),
+              SlotIndex(reinterpret_cast<uint32_t*>(after_slots), size)};
+    }
   }
-  const bool indexed = block != nullptr;
-  if (!indexed && bytes <= PTRDIFF_MAX) {
-    block = std::calloc(1, static_cast<size_t>(bytes));
-  }
-  auto* const index_memory = reinterpret_cast<uint32_t*>(static_cast<char*>(block) + bytes);
-  return {static_cast<HashEntry**>(block),
-          indexed ? SlotIndex(index_memory, size) : SlotIndex()};
+  return {static_cast<HashEntry**>(allocate(0)), {}};
 }
 
 void move_in(GHash& hash, const Room& room, uint32_t size) {
@@ -223,6 +254,10 @@ bool grow(GHash& hash) {
   }
   GHash grown = hash;
   move_in(grown, room, hash.size * 2);
+  // No hole is left in a run, and of copies the nearer one is again the first in the index.
+  grown.had_removals = false;
+  grown.has_copies = false;
+  const bool may_be_leaving = hash.destroy_func != nullptr;
   for (uint32_t slot = 0; slot < hash.size; ++slot) {
     // The entries lie anywhere: ask for those that come soon.
     if (hash.size - slot > 8) __builtin_prefetch(hash.slots[slot + 8]);
@@ -230,8 +265,8 @@ bool grow(GHash& hash) {
     if (entry == nullptr) continue;
     const uint32_t place = first_hole(grown, home_slot(grown, entry->hashed));
     put(grown, place, entry);
-    if (is_leaving(hash, slot)) [[unlikely]]
-      set_leaving(grown, place);
+    if (may_be_leaving && is_leaving(hash, slot)) [[unlikely]]
+      set_leaving(grown, place, true);
   }
   std::free(hash.slots);
   hash = grown;
@@ -330,7 +365,7 @@ extern "C" unsigned g_hash_count(GHash* hash) {
 }
 
 extern "C" uint32_t g_hash_direct(const void* key) {
-  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key));
+  return hash_of_pointer(key);
 }
 
 extern "C" int g_hash_direct_equal(const void* a, const void* b) {

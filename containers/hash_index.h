@@ -1,21 +1,82 @@
 // Search through the index of a table whose key functions are our own: the slots that a
-// walk would find, without the walk.
+// walk would find, without the walk. Runs no function of the caller.
+//
+// For hash.cc alone; in a header, so that the compiler can lay out both together.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_HASH_INDEX_H
 #define GROUNDWORK_CONTAINERS_HASH_INDEX_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "containers/hash_table.h"
 
 namespace groundwork {
 
+// Whether an entry is for a key: one for each kind of key.
+struct SameText {
+  const void* key;
+  uint32_t hashed;
+  bool operator()(const HashEntry& entry) const {
+    return entry.hashed == hashed && std::strcmp(static_cast<const char*>(entry.key),
+                                                 static_cast<const char*>(key)) == 0;
+  }
+};
+// A key of 32 bits is its hash.
+struct SameNumber {
+  uint32_t hashed;
+  bool operator()(const HashEntry& entry) const { return entry.hashed == hashed; }
+};
+struct SameWidePointer {
+  const void* key;
+  uint32_t hashed;
+  bool operator()(const HashEntry& entry) const { return entry.key == key; }
+};
+
+// How far a probe run from `home` has gone when it meets `slot`.
+inline uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
+  return slot >= home ? slot - home : slot + (hash.size - home);
+}
+
+// Of several copies of a key the one that is met first.
+template <typename Same>
+[[gnu::noinline]] uint32_t nearest_match(const GHash& hash, Same same) {
+  const uint32_t home = home_slot(hash, same.hashed);
+  uint32_t nearest = hash.size;
+  uint32_t nearest_distance = hash.size;
+  hash.index.find_candidate(same.hashed, [&](uint32_t slot) {
+    const uint32_t slot_distance = distance(hash, home, slot);
+    if (slot_distance < nearest_distance && same(*hash.slots[slot])) {
+      nearest = slot;
+      nearest_distance = slot_distance;
+    }
+    return false;
+  });
+  return nearest;
+}
+
 // As walk_to_match().
-uint32_t indexed_match(const GHash& hash, const void* key, uint32_t hashed);
+template <typename Same>
+[[gnu::always_inline]] inline uint32_t indexed_match(const GHash& hash, Same same) {
+  if (hash.has_copies) [[unlikely]]
+    return nearest_match(hash, same);
+  return hash.index.find_candidate(same.hashed,
+                                   [&](uint32_t slot) { return same(*hash.slots[slot]); });
+}
 
 // As walk_to_insertion().
-uint32_t indexed_insertion(const GHash& hash, const void* key, uint32_t hashed);
+template <typename Same>
+uint32_t indexed_insertion(GHash& hash, Same same) {
+  const uint32_t match = indexed_match(hash, same);
+  if (match != hash.size && !hash.had_removals) return match;
+  const uint32_t home = home_slot(hash, same.hashed);
+  const uint32_t hole = first_hole(hash, home);
+  if (match == hash.size) return hole;
+  if (distance(hash, home, match) < distance(hash, home, hole)) return match;
+  hash.has_copies = true;
+  return hole;
+}
 
 }  // namespace groundwork
 

@@ -39,7 +39,8 @@ struct GHash {
   GHashDestroyFunc destroy_func;
   // Callers know the fields above.
   groundwork::HashKeys keys;
-  bool had_removals;            // so a key may be stored twice
+  bool had_removals;            // since it grew, so there may be holes in probe runs
+  bool has_copies;              // an insertion through the index stored some key again
   bool is_being_freed;          // by g_hash_free(), which is calling destroy_func
   uint32_t insertions_left;     // while the table is being freed
   groundwork::SlotIndex index;  // in the block of the slots; false when the table is walked

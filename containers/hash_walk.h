@@ -8,7 +8,7 @@
 
 #include "containers/hash_table.h"
 
-namespace groundwork {
+namespace [[gnu::visibility("hidden")]] groundwork {
 
 // The slot of the first entry for `key` from its home slot on; `size` when there is none.
 // Passes over holes, because removal leaves them in the middle of a probe run.
@@ -19,6 +19,6 @@ uint32_t walk_to_match(const GHash& hash, const void* key, uint32_t hashed);
 // hole is stored twice.
 uint32_t walk_to_insertion(const GHash& hash, const void* key, uint32_t hashed);
 
-}  // namespace groundwork
+}  // namespace gnu::visibility("hidden")]]groundwork
 
 #endif

@@ -32,10 +32,9 @@ class SlotIndex {
       : cells_(memory),
         cell_count_(cells(slots)),
         slots_(slots),
-        slot_mask_((uint32_t{1} << std::bit_width(slots)) - 1),
+        tag_factor_(uint32_t{1} << std::bit_width(slots)),
         occupied_(cells_ + cell_count_),
-        full_(occupied_ + bit_words(slots)),
-        full_words_(bit_words(bit_words(slots))) {
+        full_(occupied_ + bit_words(slots)) {
     // What lies beyond the end is no hole.
     fill_from(occupied_, slots);
     fill_from(full_, bit_words(slots));
@@ -88,13 +87,17 @@ class SlotIndex {
     occupied_[slot / 32] &= ~bit(slot);
     full_[slot / 32 / 32] &= ~bit(slot / 32);
     uint32_t gap = home_cell(mix(hash));
-    while ((cells_[gap] & slot_mask_) != slot + 1) gap = next_cell(gap);
+    while ((cells_[gap] & (tag_factor_ - 1)) != slot + 1) gap = next_cell(gap);
     // Cells after the gap move into it unless that would put them before their home.
+    uint32_t from_gap = 0;
     for (uint32_t at = next_cell(gap); cells_[at] != 0; at = next_cell(at)) {
-      const uint32_t home = home_cell(mix(hash_at((cells_[at] & slot_mask_) - 1)));
-      if (distance(home, at) < distance(gap, at)) continue;
+      ++from_gap;
+      const uint32_t home = home_cell(mix(hash_at((cells_[at] & (tag_factor_ - 1)) - 1)));
+      const uint32_t from_home = at >= home ? at - home : at - home + cell_count_;
+      if (from_home < from_gap) continue;
       cells_[gap] = cells_[at];
       gap = at;
+      from_gap = 0;
     }
     cells_[gap] = 0;
   }
@@ -116,18 +119,16 @@ class SlotIndex {
   uint32_t home_cell(uint32_t mixed) const {
     return static_cast<uint32_t>(uint64_t{mixed} * cell_count_ >> 32);
   }
-  uint32_t tag_of(uint32_t mixed) const { return mixed * (slot_mask_ + 1); }
+  uint32_t tag_of(uint32_t mixed) const { return mixed * tag_factor_; }
   uint32_t next_cell(uint32_t at) const { return at + 1 == cell_count_ ? 0 : at + 1; }
-  uint32_t distance(uint32_t from, uint32_t to) const {
-    return to >= from ? to - from : to + cell_count_ - from;
-  }
 
   uint32_t word_with_hole_after(uint32_t word) const {
+    const uint32_t end = bit_words(bit_words(slots_));
     uint32_t at = word / 32;
     // The word itself is no answer yet: its holes, if any, lie before the slot asked for.
     uint32_t open = ~full_[at] & (~uint32_t{1} << word % 32);
     while (open == 0) {
-      at = at + 1 == full_words_ ? 0 : at + 1;
+      at = at + 1 == end ? 0 : at + 1;
       open = ~full_[at];
     }
     return at * 32 + static_cast<uint32_t>(std::countr_zero(open));
@@ -136,10 +137,9 @@ class SlotIndex {
   uint32_t* cells_ = nullptr;
   uint32_t cell_count_ = 0;
   uint32_t slots_ = 0;
-  uint32_t slot_mask_ = 0;
+  uint32_t tag_factor_ = 0;  // leaves the low bits for the slot
   uint32_t* occupied_ = nullptr;
   uint32_t* full_ = nullptr;
-  uint32_t full_words_ = 0;
 };
 
 }  // namespace groundwork
