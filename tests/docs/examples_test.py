@@ -225,6 +225,17 @@ class Commands(Case):
             path = f"{os.environ['PATH']}:/usr/sbin:/sbin:{self.prefix}/bin"
             self.assertTrue((SOURCE / word).exists() or shutil.which(word, path=path), word)
 
+    def test_each_command_of_ctest_finds_tests_and_a_build(self):
+        known = run("ctest", "-N", cwd=BUILD)
+        command = re.compile(r"(?:\./test (\S+) && )?ctest --preset ([\w-]+)(?: -R ([^\s`]+))?")
+        for file in FILES:
+            text = file.read_text(encoding="utf-8")
+            for built, preset, pattern in command.findall(text):
+                with self.subTest(file=file.name, preset=preset, pattern=pattern):
+                    # A clean clone has no build.
+                    self.assertTrue(built == preset or f"cmake --build --preset {preset}" in text)
+                    self.assertRegex(known, rf"Test +#\d+: .*{pattern}")
+
     def test_each_command_line_works(self):
         for file in FILES:
             for block in blocks(file):
