@@ -7,7 +7,11 @@ if(NOT GROUNDWORK_SANITIZE)
       "${CMAKE_INSTALL_LIBDIR}" "${CMAKE_INSTALL_DOCDIR}"
       "${CMAKE_C_COMPILER}" "${CMAKE_CXX_COMPILER}" "${CMAKE_C_FLAGS}"
       "${CMAKE_TOOLCHAIN_FILE}" ${CMAKE_CROSSCOMPILING_EMULATOR})
-  set_tests_properties(build/install_test PROPERTIES TIMEOUT 300)
+  add_test(NAME build/private_copy_test
+    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/private_copy_test.py" "${PROJECT_SOURCE_DIR}"
+      "${PROJECT_BINARY_DIR}" "${CMAKE_C_COMPILER}" "${CMAKE_C_FLAGS}" "${CMAKE_NM}"
+      "${CMAKE_OBJCOPY}" ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set_tests_properties(build/install_test build/private_copy_test PROPERTIES TIMEOUT 300)
 endif()
 
 # What does not depend on the target is tested once, by the plain 32-bit build.
