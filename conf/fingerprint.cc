@@ -10,6 +10,8 @@
 #include <bit>
 #include <cstring>
 
+#include "conf/load_word.h"
+
 namespace groundwork {
 namespace {
 
@@ -18,10 +20,8 @@ class Half {
   constexpr Half(std::uint32_t a, std::uint32_t b) : a_(a), b_(b) {}
 
   void take(const char* eight_bytes) {
-    std::uint32_t words[2];
-    std::memcpy(words, eight_bytes, sizeof words);
-    a_ = std::rotl(a_ + words[0] * kSpread, 13);
-    b_ = std::rotl(b_ + words[1] * kSpread, 17) ^ a_;
+    a_ = std::rotl(a_ + load_word(eight_bytes) * kSpread, 13);
+    b_ = std::rotl(b_ + load_word(eight_bytes + 4) * kSpread, 17) ^ a_;
     a_ *= kMix;
     b_ *= kMix;
     a_ += b_;

@@ -8,16 +8,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
-namespace groundwork {
+#include "conf/load_word.h"
 
-inline std::uint32_t load_word(const char* at) {
-  std::uint32_t word;
-  std::memcpy(&word, at, sizeof word);
-  return word;
-}
+namespace groundwork {
 
 // The word of a name of less than four bytes. Longer names are gone through in words, the
 // last of which may overlap the one before.

@@ -1,4 +1,5 @@
-// Hashes of names: equal for names that same_name() calls the same.
+// Hashes of names: equal for names that same_name() calls the same. The upper bits are the
+// best. `seed` is process_seed().
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_NAME_HASH_H
@@ -19,15 +20,26 @@ constexpr std::uint32_t mix(std::uint32_t hash, std::uint32_t word) {
   return hash ^ hash >> 15;
 }
 
-// Its upper bits are the best.
-inline std::uint32_t hash_name(std::string_view name) {
-  auto hash = static_cast<std::uint32_t>(name.size());
+// Quick, but whoever wants to finds names that share it, whatever the seed.
+inline std::uint32_t hash_name(std::string_view name, std::uint32_t seed) {
+  std::uint32_t hash = seed ^ static_cast<std::uint32_t>(name.size());
   if (name.size() < 4) return mix(hash, short_word(name.data(), name.size()));
   const std::size_t last = name.size() - 4;
   for (std::size_t at = 0; at < last; at += 4) {
     hash = mix(hash, load_word(name.data() + at));
   }
   return mix(hash, load_word(name.data() + last));
+}
+
+// Some five times slower; which names share it cannot be known without the seed.
+std::uint32_t keyed_hash(std::string_view name, std::uint32_t seed);
+
+// A number that differs from one start of a program to the next.
+std::uint32_t process_seed();
+
+// For tables that have no quick hash to begin with.
+inline std::uint32_t keyed_hash(std::string_view name) {
+  return keyed_hash(name, process_seed());
 }
 
 }  // namespace groundwork

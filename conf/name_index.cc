@@ -5,6 +5,7 @@
 
 #include "conf/name_index.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdlib>
 #include <utility>
@@ -34,10 +35,15 @@ inline void* walk(const GList* list, std::size_t texts, std::string_view name) {
   return nullptr;
 }
 
-// Of a record of the library's own.
-std::uint32_t hash_of(void* record) {
-  return hash_name(own_name_of(record));
-}
+// How many records each insertion may pass on average without it being held against the
+// names. In a table that is as full as it gets, random names pass 1.5.
+constexpr std::int32_t kFreeSteps = 2;
+
+// Chance may use up so many more, and no removals give more room than this.
+constexpr std::int32_t kCredit = 64;
+
+// No random name passes so many records.
+constexpr std::uint32_t kMostSteps = 128;
 
 // Whether a table of that capacity is as full as it may get.
 bool is_full(std::uint32_t count, std::uint32_t capacity) {
@@ -46,14 +52,44 @@ bool is_full(std::uint32_t count, std::uint32_t capacity) {
 
 }  // namespace
 
+inline std::uint32_t NameIndex::hash_of(std::string_view name) const {
+  if (is_keyed_) [[unlikely]]
+    return keyed_hash(name, seed_);
+  return hash_name(name, seed_);
+}
+
 inline void* NameIndex::probe(std::string_view name) const {
-  const std::uint32_t hash = hash_name(name);
+  const std::uint32_t hash = hash_of(name);
   for (std::uint32_t at = home_of(hash);; at = (at + 1) & mask_) {
     const Slot& slot = slots_[at];
     if (slot.record == nullptr) return nullptr;
     // The name is compared even so: two names may share a hash.
     if (slot.hash == hash && has_name(slot.record, texts_, name)) return slot.record;
   }
+}
+
+// The next empty slot after one that is taken.
+[[gnu::noinline]] std::uint32_t NameIndex::next_empty(std::uint32_t at) {
+  std::uint32_t steps = 0;
+  for (; slots_[at].record != nullptr; at = (at + 1) & mask_) ++steps;
+  if (steps > kMostSteps) {
+    passed_ = INT32_MAX / 2;
+  } else {
+    passed_ += static_cast<std::int32_t>(steps);
+  }
+  return at;
+}
+
+inline void NameIndex::insert(std::uint32_t hash, void* record) {
+  std::uint32_t at = home_of(hash);
+  if (slots_[at].record != nullptr) at = next_empty(at);
+  slots_[at] = {hash, record};
+}
+
+// Whether the names crowd together as random names do not. The slower hash is trusted.
+inline bool NameIndex::is_crowded() const {
+  const auto free_steps = static_cast<std::int32_t>(count_) * kFreeSteps;
+  return passed_ - kCredit > free_steps && !is_keyed_;
 }
 
 void* NameIndex::find(const NameIndex* index, const GList* list, std::string_view name) {
@@ -95,10 +131,14 @@ void NameIndex::append(GList*& list, GList* node) {
     return;
   }
   if (is_full(count_, mask_ + 1) && !resize((mask_ + 1) * 2)) {
-    std::free(std::exchange(slots_, nullptr));
+    drop();
     return;
   }
-  insert(hash_of(node->data), node->data);
+  insert(hash_of(own_name_of(node->data)), node->data);
+  if (is_crowded()) [[unlikely]] {
+    is_keyed_ = true;
+    build(list);
+  }
 }
 
 void NameIndex::remove(GList*& list, void* record) {
@@ -106,41 +146,58 @@ void NameIndex::remove(GList*& list, void* record) {
   if (slots_ != nullptr && link_of(record).node->data != record) rebuild(list);
   GList* node;
   if (slots_ != nullptr) {
-    erase(hash_of(record), record);
+    erase(hash_of(own_name_of(record)), record);
     node = link_of(record).node;
   } else {
     node = g_list_find(list, record);
   }
   if (node == tail_) tail_ = node->prev;
   --count_;
+  passed_ = std::max(passed_ - kFreeSteps, -kCredit);
   list = g_list_delete_link(list, node);
   head_ = list;
   if (list == nullptr) clear();
 }
 
 void NameIndex::clear() {
-  std::free(slots_);
-  slots_ = nullptr;
+  drop();
   head_ = nullptr;
   tail_ = nullptr;
   count_ = 0;
+  is_keyed_ = false;
 }
 
-// Makes the table of a list, whose number of records is known. None is made for a list with
-// a program's own records, which have no room for their node.
+// From now on the list is walked.
+void NameIndex::drop() {
+  std::free(std::exchange(slots_, nullptr));
+}
+
+// Makes the table of a list, whose number of records is known.
 void NameIndex::build(GList* list) {
+  drop();
+  seed_ = process_seed();
   std::uint32_t capacity = 2 * kWalked;
   while (is_full(count_, capacity)) capacity *= 2;
   if (!resize(capacity)) return;
   head_ = list;
-  for (; list != nullptr; list = list->next) {
-    if (!is_own(list->data, texts_)) {
-      std::free(std::exchange(slots_, nullptr));
-      return;
+  if (!fill(list)) drop();
+}
+
+// Puts all records into the empty table. False when one is a program's own, which has no
+// room for its node.
+bool NameIndex::fill(GList* list) {
+  for (GList* node = list; node != nullptr; node = node->next) {
+    if (!is_own(node->data, texts_)) return false;
+    link_of(node->data).node = node;
+    insert(hash_of(own_name_of(node->data)), node->data);
+    if (is_crowded()) [[unlikely]] {
+      is_keyed_ = true;
+      std::fill_n(slots_, mask_ + 1, Slot{});
+      passed_ = 0;
+      return fill(list);
     }
-    link_of(list->data).node = list;
-    insert(hash_of(list->data), list->data);
   }
+  return true;
 }
 
 // Moves the table, if there is one, to one of that capacity. False when memory is
@@ -151,18 +208,13 @@ bool NameIndex::resize(std::uint32_t capacity) {
   Slot* const old = std::exchange(slots_, fresh);
   const std::uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
   mask_ = capacity - 1;
-  shift_ = static_cast<std::uint32_t>(std::countl_zero(mask_));
+  shift_ = static_cast<std::uint8_t>(std::countl_zero(mask_));
+  passed_ = 0;
   for (std::uint32_t at = 0; at < old_capacity; ++at) {
     if (old[at].record != nullptr) insert(old[at].hash, old[at].record);
   }
   std::free(old);
   return true;
-}
-
-void NameIndex::insert(std::uint32_t hash, void* record) {
-  std::uint32_t at = home_of(hash);
-  while (slots_[at].record != nullptr) at = (at + 1) & mask_;
-  slots_[at] = {hash, record};
 }
 
 void NameIndex::erase(std::uint32_t hash, const void* record) {

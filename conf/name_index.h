@@ -9,6 +9,12 @@
 //   append   through the remembered last node, amortised growth of the table
 //   removal  through the record's own note of its node, unless the node holds another now
 //
+// Names decide where records are in the table, and they may come from a file that somebody
+// made to collide. So the hash starts from a seed of the process, which keeps all but names
+// with one and the same hash apart; and when those crowd together, as random names do not,
+// the table changes over to a slower hash for which no such names can be found without the
+// seed. Whatever the names, an insertion passes some two records on average.
+//
 // What a look-up answers does not hang on the index being in step: a list that was
 // reordered, or got records of the program's own at an end, begins or ends elsewhere, and
 // is walked until the next change made through the library, which starts the index anew.
@@ -31,7 +37,7 @@ class NameIndex {
  public:
   // `texts`: where the texts are in the block of the library's own records of this list.
   explicit constexpr NameIndex(std::size_t texts)
-      : texts_(static_cast<std::uint32_t>(texts)) {}
+      : texts_(static_cast<std::uint8_t>(texts)) {}
 
   // The first record of that name, or null. Walks when `index` is null.
   static void* find(const NameIndex* index, const GList* list, std::string_view name);
@@ -62,20 +68,30 @@ class NameIndex {
   bool has_table_of(const GList* list) const { return slots_ != nullptr && head_ == list; }
   bool in_step(const GList* list) const;
   void* probe(std::string_view name) const;
+  std::uint32_t hash_of(std::string_view name) const;
   std::uint32_t home_of(std::uint32_t hash) const { return hash >> shift_; }
   void rebuild(GList* list);
   void build(GList* list);
+  bool fill(GList* list);
   bool resize(std::uint32_t capacity);
+  std::uint32_t next_empty(std::uint32_t at);
   void insert(std::uint32_t hash, void* record);
+  bool is_crowded() const;
+  void drop();
   void erase(std::uint32_t hash, const void* record);
 
   Slot* slots_ = nullptr;    // null: the list is walked
   std::uint32_t mask_ = 0;   // capacity - 1; the capacity is a power of two
-  std::uint32_t shift_ = 0;  // the upper bits of a hash give its home slot
-  std::uint32_t count_ = 0;
-  GList* head_ = nullptr;  // of the list that the table describes
+  std::uint32_t count_ = 0;  // of the list that the table describes, as are these two:
+  GList* head_ = nullptr;
   GList* tail_ = nullptr;
-  std::uint32_t texts_;
+  std::uint32_t seed_ = 0;  // of the hash
+  // How many records the insertions passed since the table was made, less what removals
+  // allow for.
+  std::int32_t passed_ = 0;
+  std::uint8_t shift_ = 0;  // the upper bits of a hash give its home slot
+  bool is_keyed_ = false;   // the slower hash is in use
+  std::uint8_t texts_;
 };
 
 }  // namespace groundwork

@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint32_t kFewest = 16;
 
 std::uint32_t hash_of(ConfKeys::Id section, std::string_view key) {
-  return hash_name(key) + section * 0x9e3779b1u;
+  return keyed_hash(key) + section * 0x9e3779b1u;
 }
 
 // Views of the strings of a conf that are being copied one after the other into a block.
@@ -99,8 +99,9 @@ void IdTable::insert(const Slot& slot) {
 ConfKeys::Id ConfKeys::find_section(std::string_view name, Id expected) const {
   if (expected < section_count() && same_name(sections_[expected].name, name))
     return expected;
-  return section_ids_.find(
-      hash_name(name), [this, name](Id id) { return same_name(sections_[id].name, name); });
+  return section_ids_.find(keyed_hash(name), [this, name](Id id) {
+    return same_name(sections_[id].name, name);
+  });
 }
 
 ConfKeys::Id ConfKeys::find_key(Id section, std::string_view name, Id expected) const {
@@ -116,7 +117,7 @@ ConfKeys::Id ConfKeys::section(std::string_view name) {
   const Id found = find_section(name, kNone);
   if (found != kNone) return found;
   if (!sections_.add({name, key_count()})) return kNone;
-  if (section_ids_.add_next(hash_name(name))) return next;
+  if (section_ids_.add_next(keyed_hash(name))) return next;
   sections_.cut(next);
   return kNone;
 }

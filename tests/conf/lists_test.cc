@@ -7,13 +7,10 @@
 
 #include <strings.h>
 
-#include <chrono>
 #include <clocale>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <utility>
 
 #include "conf/conf_support.h"
@@ -429,87 +426,6 @@ TEST(ConfRecords, EveryBlockIsFreedByRemovalAndClose) {
     EXPECT_LE(blocks.outstanding(), opened - 200);
   }
   EXPECT_EQ(blocks.outstanding(), 0);
-}
-
-// Times would depend on the machine; that the cost does not grow with the number of keys
-// shows in that these finish at all within the bound, which is generous for an emulator.
-// Walks would take minutes.
-class ConfGrowth : public testing::Test {
- protected:
-  ~ConfGrowth() override {
-    EXPECT_LT(std::chrono::steady_clock::now() - start_, std::chrono::seconds(60));
-  }
-  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
-
-TEST_F(ConfGrowth, AHundredThousandKeysInOneSection) {
-  constexpr int kKeys = 100000;
-  const ConfFile file(text_of(kKeys) + text_of(kKeys));
-  const Conf conf = file.open();
-  EXPECT_EQ(g_list_length(g_find_section(conf.get(), "s")->entries), 100000u);
-  for (int key = 0; key < kKeys; ++key) {
-    ASSERT_EQ(g_conf_read_int(conf.get(), "s", key_name(key).c_str(), -1), key);
-    ASSERT_EQ(g_conf_read_int(conf.get(), "s", ("x" + key_name(key)).c_str(), -1), -1);
-  }
-  for (int key = 0; key < kKeys; ++key) {
-    g_conf_write_int(conf.get(), "s", ("new" + key_name(key)).c_str(), key);
-    g_conf_remove_key(conf.get(), "s", key_name(key).c_str());
-  }
-  EXPECT_EQ(g_list_length(g_find_section(conf.get(), "s")->entries), 100000u);
-}
-
-TEST_F(ConfGrowth, AReorderedListCostsOneWalkAtTheNextChange) {
-  constexpr int kKeys = 100000;
-  const ConfFile file(text_of(kKeys));
-  const Conf conf = file.open();
-  GConfSection* const section = g_find_section(conf.get(), "s");
-  section->entries = g_list_reverse(section->entries);
-  for (int key = 0; key < kKeys; ++key) {
-    g_conf_remove_key(conf.get(), "s", key_name(key).c_str());
-  }
-  EXPECT_EQ(section->entries, nullptr);
-}
-
-// So many pairs of names that some share whatever 32 bits they are hashed to.
-TEST_F(ConfGrowth, ANameIsNotTakenForAnotherThatHashesAlike) {
-  std::mt19937 random(20261120);
-  char key[] = "----------";
-  const auto next_key = [&] {
-    std::uint64_t bits = random();
-    bits = bits << 32 | random();
-    for (int at = 0; at < 10; ++at, bits >>= 4)
-      key[at] = static_cast<char>('a' + bits % 16);
-    return key;
-  };
-  std::string text = "[s]\n";
-  for (int stored = 0; stored < 100000; ++stored) text += std::string(next_key()) + "=v\n";
-  const ConfFile file(text);
-  const Conf conf = file.open();
-  for (int other = 0; other < 300000; ++other) {
-    ASSERT_EQ(g_conf_read_string(conf.get(), "s", next_key(), nullptr), nullptr) << key;
-  }
-}
-
-TEST_F(ConfGrowth, TenThousandSectionsOfTenKeys) {
-  constexpr int kSections = 10000;
-  std::string text;
-  for (int section = 0; section < kSections; ++section) {
-    text += "[section " + std::to_string(section) + "]\n" + text_of(10).substr(4);
-  }
-  const ConfFile file(text);
-  const Conf conf = file.open();
-  for (int section = 0; section < kSections; ++section) {
-    const std::string name = "Section " + std::to_string(section);
-    for (int key = 0; key < 10; ++key) {
-      ASSERT_EQ(g_conf_read_int(conf.get(), name.c_str(), key_name(key).c_str(), -1), key);
-    }
-    ASSERT_EQ(g_conf_read_int(conf.get(), name.c_str(), "none", -1), -1);
-    ASSERT_EQ(g_conf_read_int(conf.get(), (name + "x").c_str(), "Key0", -1), -1);
-  }
-  for (int section = 0; section < kSections; ++section) {
-    g_conf_remove_section(conf.get(), ("section " + std::to_string(section)).c_str());
-  }
-  EXPECT_EQ(conf->sections, nullptr);
 }
 
 }  // namespace
