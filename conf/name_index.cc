@@ -142,8 +142,12 @@ void NameIndex::append(GList*& list, GList* node) {
 }
 
 void NameIndex::remove(GList*& list, void* record) {
-  // A program may have exchanged what the nodes hold: then no note is to be trusted.
-  if (slots_ != nullptr && link_of(record).node->data != record) rebuild(list);
+  // A program may have exchanged what the nodes hold: then no link is to be trusted. Or it
+  // renamed the record: then it is not known by which hash the table has it.
+  if (slots_ != nullptr &&
+      (!is_own(record, texts_) || link_of(record).node->data != record)) {
+    rebuild(list);
+  }
   GList* node;
   if (slots_ != nullptr) {
     erase(hash_of(own_name_of(record)), record);

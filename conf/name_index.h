@@ -15,11 +15,16 @@
 // the table changes over to a slower hash for which no such names can be found without the
 // seed. Whatever the names, an insertion passes some two records on average.
 //
-// What a look-up answers does not hang on the index being in step: a list that was
-// reordered, or got records of the program's own at an end, begins or ends elsewhere, and
-// is walked until the next change made through the library, which starts the index anew.
-// Nor does it hang on memory: a table that cannot be had is done without. Look-ups change
-// nothing, so that any number of threads may look up at once.
+// Programs may reorder a list and may add records of their own at its ends. Such a list
+// begins or ends elsewhere than the index knows, and is walked until the next change made
+// through the library, which builds the index anew. A reordering that leaves both ends
+// where they are goes unnoticed and does no harm: the table has the same records. Not
+// noticed either, and missed by look-ups in a list with a table, are what programs must not
+// do: a record of their own in the middle between unchanged ends, and a record with another
+// name.
+//
+// If there is no memory for a table, the list is walked. Look-ups change nothing, so that
+// any number of threads may look up simultaneously.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_NAME_INDEX_H

@@ -390,6 +390,105 @@ TEST(ConfRecords, AFileNameOfTheProgramsOwnIsWrittenToAndFreed) {
   EXPECT_EQ(file.text(), "[s]\nk=v\n");
 }
 
+// What programs must not do, and what it may cost: memory and look-ups, and no more.
+class ConfReplacedStrings : public testing::TestWithParam<int> {
+ protected:
+  const ConfFile file_{text_of(GetParam())};
+};
+
+INSTANTIATE_TEST_SUITE_P(Sizes, ConfReplacedStrings, testing::Values(2, 8, 9, 100));
+
+TEST_P(ConfReplacedStrings, AKeyBelongsToTheConfAndTheValueBesideTheOldOneIsNotFreed) {
+  AllocationFaults blocks(0);
+  Conf conf = file_.open();
+  GConfSection* const section = g_find_section(conf.get(), "s");
+  for (GList* node = section->entries; node != nullptr; node = node->next) {
+    auto* const entry = static_cast<GConfEntry*>(node->data);
+    entry->key = strdup(("new" + std::string(entry->value)).c_str());
+  }
+  EXPECT_EQ(keys_of(section).front(), (std::pair<std::string, std::string>("new0", "0")));
+  blocks.disarm();
+  conf.reset();
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST_P(ConfReplacedStrings, ARecordWithAnotherKeyIsChangedAndRemovedAfterAWalk) {
+  AllocationFaults blocks(0);
+  Conf conf = file_.open();
+  GConfSection* const section = g_find_section(conf.get(), "s");
+  auto* const entry = static_cast<GConfEntry*>(section->entries->next->data);
+  entry->key = strdup("renamed");
+  section->entries = g_list_reverse(section->entries);  // noticed, and so walked
+  EXPECT_EQ(g_find_line(section, "Renamed"), entry);
+  g_conf_write_string(conf.get(), "s", "renamed", "x");
+  EXPECT_STREQ(entry->value, "x");
+  g_conf_remove_key(conf.get(), "s", "renamed");
+  EXPECT_EQ(g_find_line(section, "renamed"), nullptr);
+  EXPECT_EQ(g_list_length(section->entries), static_cast<unsigned>(GetParam() - 1));
+  EXPECT_NE(g_find_line(section, "key0"), nullptr);
+  conf->dirty = 0;
+  blocks.disarm();
+  conf.reset();
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+TEST_P(ConfReplacedStrings, TheIndexOfARenamedSectionMayLeak) {
+  in_child([this] {  // which leaves without a look at what has leaked
+    AllocationFaults blocks(0);
+    Conf conf = file_.open();
+    GConfSection* const section = g_find_section(conf.get(), "s");
+    section->name = strdup("renamed");
+    EXPECT_EQ(g_conf_read_int(conf.get(), "renamed", "key1", -1), 1);
+    g_conf_remove_key(conf.get(), "renamed", "key1");
+    g_conf_write_int(conf.get(), "renamed", "more", 7);
+    EXPECT_EQ(g_conf_read_int(conf.get(), "renamed", "key1", -1), -1);
+    EXPECT_EQ(g_conf_read_int(conf.get(), "renamed", "more", -1), 7);
+    conf->dirty = 0;
+    blocks.disarm();
+    conf.reset();
+    EXPECT_EQ(blocks.outstanding(), GetParam() > 8 ? 1 : 0);
+  });
+}
+
+TEST_P(ConfReplacedStrings, ValuesThatChangedPlacesAreNotFreedByThemselves) {
+  AllocationFaults blocks(0);
+  Conf conf = file_.open();
+  GConfSection* const section = g_find_section(conf.get(), "s");
+  auto* const first = static_cast<GConfEntry*>(section->entries->data);
+  auto* const second = static_cast<GConfEntry*>(section->entries->next->data);
+  std::swap(first->value, second->value);
+  EXPECT_EQ(g_conf_read_int(conf.get(), "s", "key0", -1), 1);
+  g_conf_write_int(conf.get(), "s", "key0", 5);
+  EXPECT_EQ(g_conf_read_int(conf.get(), "s", "key1", -1), 0);
+  conf->dirty = 0;
+  blocks.disarm();
+  conf.reset();
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
+// Texts of every length, so that every alignment occurs.
+TEST(ConfRecords, TheTextsOfARecordAreFreedWithItWhateverTheirLengths) {
+  std::string text = "[s]\n";
+  for (std::size_t length = 1; length < 40; ++length) {
+    text += std::string(length, 'k') + "=" + std::string(length % 7, 'v') + "\n";
+  }
+  const ConfFile file(text);
+  AllocationFaults blocks(0);
+  Conf conf = file.open();
+  for (std::size_t length = 1; length < 40; length += 2) {
+    const std::string key(length, 'k');
+    EXPECT_EQ(g_conf_read_string(conf.get(), "s", key.c_str(), ""),
+              std::string(length % 7, 'v'));
+    g_conf_write_string(conf.get(), "s", key.c_str(), "new");
+    g_conf_write_string(conf.get(), "s", key.c_str(), "newer");
+    if (length % 3 == 0) g_conf_remove_key(conf.get(), "s", key.c_str());
+  }
+  conf->dirty = 0;
+  blocks.disarm();
+  conf.reset();
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
 TEST(ConfRecords, AMissingMutexIsReportedByEachUseAndTheWorkIsDone) {
   const ConfFile file("[s]\nk=v\n");
   const Conf conf = file.open();

@@ -73,7 +73,9 @@ extern "C" {
  * keeps more behind each record than is shown, records and their strings may share one
  * block, and so nothing in them may be freed, and no node of their lists. A program may
  * reorder the lists, and may add records of its own at their ends, with every string and the
- * record itself from the heap: they then belong to the conf.
+ * record itself from the heap: they then belong to the conf. Where a program replaces a string
+ * all the same, by one from the heap, nothing is freed that must not be, but memory may leak and
+ * a renamed record may not be found.
  */
 
 /** One key. */
