@@ -22,11 +22,11 @@ using namespace groundwork;
 
 namespace {
 
-constexpr int64_t kPatienceMs = 5000;  // for the lock
-constexpr long kLongestNapMs = 16;     // between two tries
-constexpr int kMaxLinks = 40;          // as many as the system follows
-constexpr int kAttempts = 10;          // while links and files change under us
-constexpr long kShortestLimit = 8;     // of a file system's names
+constexpr uint32_t kPatienceMs = 5000;  // for the lock
+constexpr uint32_t kLongestNapMs = 16;  // between two tries
+constexpr int kMaxLinks = 40;           // as many as the system follows
+constexpr int kAttempts = 10;           // while links and files change under us
+constexpr long kShortestLimit = 8;      // of a file system's names
 constexpr std::size_t kLongestWrite = std::size_t{1} << 30;
 constexpr mode_t kNewFile = 0644;
 constexpr mode_t kOwnerBits = 0700;
@@ -34,32 +34,6 @@ constexpr mode_t kModeBits = 07777;
 
 bool is_same_file(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-Owned<char> copy_of(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  Owned<char> copy(static_cast<char*>(std::malloc(size)));
-  if (copy != nullptr) std::memcpy(copy.get(), text, size);
-  return copy;
-}
-
-bool is_link(int directory, const char* path) {
-  char first;
-  return readlinkat(directory, path, &first, 1) != -1;
-}
-
-// What a link leads to; null on failure.
-Owned<char> target_of(int directory, const char* path) {
-  for (std::size_t size = 256;; size *= 2) {
-    Owned<char> target(static_cast<char*>(std::malloc(size)));
-    if (target == nullptr) return nullptr;
-    const ssize_t length = readlinkat(directory, path, target.get(), size);
-    if (length == -1) return nullptr;
-    if (static_cast<std::size_t>(length) < size) {  // or it may have been cut
-      target.get()[length] = '\0';
-      return target;
-    }
-  }
 }
 
 // Parts a path into its directory and the last component, in place.
@@ -75,15 +49,15 @@ Parted part(char* path) {
   return {path, slash + 1};
 }
 
-// "dir/", ".", "..": no file can have that name.
-bool names_directory(const char* path) {
-  const char* const slash = std::strrchr(path, '/');
-  const char* const name = slash == nullptr ? path : slash + 1;
-  return name[0] == '\0' || std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+// No file can have these names: that of "dir/", ".", "..".
+bool names_directory(const char* name) {
+  if (name[0] == '.') ++name;
+  if (name[0] == '.') ++name;
+  return name[0] == '\0';
 }
 
-void nap(int64_t ms) {
-  const timespec time = {0, static_cast<long>(ms) * 1'000'000};
+void nap(uint32_t ms) {
+  const timespec time = {0, static_cast<long>(ms * 1'000'000)};
   nanosleep(&time, nullptr);
 }
 
@@ -123,54 +97,60 @@ bool Replacement::find(const char* path) {
 // Opens the directory of the file that the path leads to. Links are followed here, and not
 // by the system, since the file is named relative to the directory that it is in.
 bool Replacement::resolve(const char* path) {
-  Descriptor start;
-  path_ = copy_of(path);
-  for (links_ = 0; path_ != nullptr; ++links_) {
-    const int from = start.is_open() ? start.get() : AT_FDCWD;
-    Owned<char> target;
-    if (is_link(from, path_.get())) {
-      if (links_ == kMaxLinks) {
-        errno = ELOOP;
-        return false;
-      }
-      target = target_of(from, path_.get());
-      if (target == nullptr) return false;
-    } else if (errno != EINVAL && errno != ENOENT) {
-      return false;
-    } else if (names_directory(path_.get())) {
-      struct stat status;
-      if (fstatat(from, path_.get(), &status, 0) == 0) errno = EISDIR;
+  const std::size_t size = std::strlen(path) + 1;
+  if (size > PATH_MAX) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  if (paths_ == nullptr) paths_.reset(static_cast<char*>(std::malloc(2 * PATH_MAX)));
+  if (paths_ == nullptr) return false;
+  char* here = paths_.get();
+  char* target = here + PATH_MAX;
+  std::memcpy(here, path, size);
+  Descriptor passed;
+  for (links_ = 0;; ++links_) {
+    const int start = passed.is_open() ? passed.get() : AT_FDCWD;
+    const ssize_t length = readlinkat(start, here, target, PATH_MAX);
+    const bool is_end = length == -1;  // the file, or nothing yet, and no link
+    if (is_end && errno != EINVAL && errno != ENOENT) return false;
+    if (!is_end && (links_ == kMaxLinks || length == PATH_MAX)) {
+      errno = links_ == kMaxLinks ? ELOOP : ENAMETOOLONG;
       return false;
     }
-    const Parted parted = part(path_.get());
+    const Parted parted = part(here);
+    if (is_end && names_directory(parted.name)) {
+      if (errno == EINVAL) errno = EISDIR;
+      return false;
+    }
     // A directory that is only passed need not be readable.
-    const int access = target == nullptr ? O_RDONLY : O_PATH;
-    Descriptor directory = open_at(from, parted.directory, access | O_DIRECTORY);
-    if (!directory.is_open()) return false;
-    if (target == nullptr) {
-      directory_ = std::move(directory);
+    const int access = is_end ? O_RDONLY : O_PATH;
+    directory_ = open_at(start, parted.directory, access | O_DIRECTORY);
+    if (!directory_.is_open()) return false;
+    if (is_end) {
       name_ = parted.name;
       return true;
     }
-    start = std::move(directory);
-    path_ = std::move(target);
+    target[length] = '\0';
+    std::swap(here, target);
+    passed = std::move(directory_);
   }
-  return false;  // no memory
 }
 
 bool Replacement::lock_directory() {
-  for (int64_t pause = 1;; pause = std::min<int64_t>(2 * pause, kLongestNapMs)) {
+  for (uint32_t pause = 1;; pause = std::min(2 * pause, kLongestNapMs)) {
     const int result =
         uninterrupted([this] { return flock(directory_.get(), LOCK_EX | LOCK_NB); });
     is_locked_ = result == 0;
     if (is_locked_ || errno != EWOULDBLOCK) return is_locked_;
-    const int64_t now = g_monotonic_ms();
-    if (deadline_ == 0) deadline_ = now + kPatienceMs;
-    if (now >= deadline_) {
+    const auto now = static_cast<uint32_t>(g_monotonic_ms());
+    if (!has_waited_) waiting_since_ = now;
+    has_waited_ = true;
+    const uint32_t waited = now - waiting_since_;
+    if (waited >= kPatienceMs) {
       errno = EAGAIN;
       return false;
     }
-    nap(std::min(pause, deadline_ - now));
+    nap(std::min(pause, kPatienceMs - waited));
   }
 }
 

@@ -62,12 +62,13 @@ class Replacement {
   bool close_temporary();
   void leave_directory();
 
-  Owned<char> path_;  // that name_ is the end of
+  Owned<char> paths_;  // name_ is the end of one
   const char* name_ = nullptr;
   Descriptor directory_;
   int links_ = 0;  // followed on the way there
   bool is_locked_ = false;
-  int64_t deadline_ = 0;  // of the waiting for the lock, from its start on
+  bool has_waited_ = false;  // for the lock, from this time on, in milliseconds
+  uint32_t waiting_since_ = 0;
 
   bool exists_ = false;
   struct stat file_ {};
