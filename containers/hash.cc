@@ -72,15 +72,18 @@ uint32_t hash_of(const GHash& hash, const void* key) {
   return hash.hash_func(key);
 }
 
-// Calls search(same) with the way to tell an entry for `key`, in a table with an index.
-template <typename Search>
-[[gnu::always_inline]] inline uint32_t with_index(const GHash& hash, const void* key,
-                                                  uint32_t hashed, Search search) {
-  if (hash.keys == HashKeys::kStrings) return search(SameText{key, hashed});
+[[gnu::noinline]] uint32_t text_match(const GHash& hash, const void* key, uint32_t hashed) {
+  return indexed_match(hash, SameText{key, hashed});
+}
+
+// The slot that a search finds in a table with an index; `size` when there is none.
+[[gnu::always_inline]] inline uint32_t match_of(const GHash& hash, const void* key,
+                                                uint32_t hashed) {
+  if (hash.keys == HashKeys::kStrings) return text_match(hash, key, hashed);
   if (sizeof(void*) > sizeof(uint32_t) && hash.keys == HashKeys::kPointers) {
-    return search(SameWidePointer{key, hashed});
+    return indexed_match(hash, SameWidePointer{key, hashed});
   }
-  return search(SameNumber{hashed});
+  return indexed_match(hash, SameNumber{hashed});
 }
 
 // The slot that a search finds; `size` when there is none.
@@ -88,19 +91,17 @@ template <typename Search>
   const uint32_t hashed = hash_of(hash, key);
   if (!hash.index) [[unlikely]]
     return walk_to_match(hash, key, hashed);
-  return with_index(hash, key, hashed,
-                    [&](auto same) { return indexed_match(hash, same); });
+  return match_of(hash, key, hashed);
 }
 
 // Where `key` is to be stored: the slot of an entry for it, or a hole.
 uint32_t insertion_slot(GHash& hash, const void* key, uint32_t hashed) {
   if (!hash.index) [[unlikely]]
     return walk_to_insertion(hash, key, hashed);
-  return with_index(hash, key, hashed,
-                    [&](auto same) { return indexed_insertion(hash, same); });
+  return indexed_insertion(hash, hashed, match_of(hash, key, hashed));
 }
 
-void put(GHash& hash, uint32_t slot, HashEntry* entry) {
+[[gnu::always_inline]] inline void put(GHash& hash, uint32_t slot, HashEntry* entry) {
   hash.slots[slot] = entry;
   if (hash.index) hash.index.add(entry->hashed, slot);
 }
@@ -244,7 +245,7 @@ bool rehash(GHash& hash) {
 }
 
 // Doubles the table; false when memory is exhausted, with nothing changed.
-bool grow(GHash& hash) {
+[[gnu::noinline]] bool grow(GHash& hash) {
   if (hash.size > UINT32_MAX / 2) return false;
   const Room room = allocate_room(hash.keys, hash.size * 2);
   if (room.slots == nullptr) return false;

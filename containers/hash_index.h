@@ -65,12 +65,10 @@ template <typename Same>
                                    [&](uint32_t slot) { return same(*hash.slots[slot]); });
 }
 
-// As walk_to_insertion().
-template <typename Same>
-uint32_t indexed_insertion(GHash& hash, Same same) {
-  const uint32_t match = indexed_match(hash, same);
+// As walk_to_insertion(), for a key whose indexed_match() is `match`.
+inline uint32_t indexed_insertion(GHash& hash, uint32_t hashed, uint32_t match) {
   if (match != hash.size && !hash.had_removals) return match;
-  const uint32_t home = home_slot(hash, same.hashed);
+  const uint32_t home = home_slot(hash, hashed);
   const uint32_t hole = first_hole(hash, home);
   if (match == hash.size) return hole;
   if (distance(hash, home, match) < distance(hash, home, hole)) return match;
