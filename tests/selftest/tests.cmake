@@ -10,6 +10,7 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLE
 
   get_property(programs GLOBAL PROPERTY groundwork_test_programs)
   set(modules "")
+  set(all_objects "${support}")
   # The objects alone: the program itself may be wanted by nobody. Other generators than Ninja know
   # programs only.
   set(wants_objects 0)
@@ -31,7 +32,15 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLE
       DEPENDS "$<IF:${wants_objects},$<TARGET_OBJECTS:${program}>,${program}>" test_support groundwork_static ${libraries} selftest/isolate
       COMMAND_EXPAND_LISTS VERBATIM)
     list(APPEND modules "${module}")
+    list(APPEND all_objects "$<TARGET_OBJECTS:${program}>" ${archives})
   endforeach()
+  set(stand_ins "${CMAKE_CURRENT_BINARY_DIR}/selftest/system_calls.inc")
+  add_custom_command(OUTPUT "${stand_ins}"
+    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/selftest/stand-ins" "${stand_ins}" "${CMAKE_NM}"
+      $<TARGET_FILE:groundwork_static> ${all_objects}
+    DEPENDS ${modules} selftest/stand-ins
+    COMMAND_EXPAND_LISTS VERBATIM)
+  set_source_files_properties(selftest/system_calls.cc PROPERTIES OBJECT_DEPENDS "${stand_ins}")
   file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/selftest")
 
   add_executable(groundwork-selftest
@@ -39,6 +48,7 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLE
     ${common_support})
   target_link_libraries(groundwork-selftest PRIVATE groundwork_static)
   target_include_directories(groundwork-selftest PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}"
+    "${CMAKE_CURRENT_BINARY_DIR}/selftest"
     "${GROUNDWORK_GOOGLETEST_DIR}/googletest/include")
   target_compile_options(groundwork-selftest PRIVATE -Os)
   # The allocator of the tests stands before the C library's own, which is linked too.
