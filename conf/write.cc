@@ -66,22 +66,42 @@ void write_in_pieces(GFile* file, const GConf* conf) {
   });
 }
 
-// What the file holds then.
-FileContent write_text(GFile* file, const GConf* conf) {
-  TextBuffer buffer;
-  if (!format_conf(conf, buffer)) {
+// Writes what was formatted. True when the file has taken all of it.
+bool write_formatted(GFile* file, const GConf* conf, const TextBuffer& text) {
+  if (text.size() == 0) return true;
+  const auto size = static_cast<std::int64_t>(text.size());
+  const std::int64_t written = g_file_write(file, text.text(), size);
+  if (written == size) return true;
+  write_rest(file, conf, text, written);
+  return false;
+}
+
+// Opens, locks, writes and closes. What the file holds afterwards, as far as that is known.
+// `text` is null when there was no memory for it.
+FileContent write_file(const GConf* conf, const TextBuffer* text) {
+  GFile* const file = g_file_open(conf->filename, 2);
+  if (file == nullptr) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
+          conf->filename);
+    return file_content(conf);
+  }
+  // Kept: by now the open has emptied the file, whether the lock is granted or not.
+  if (g_file_lock_write(file) < 0) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
+    g_file_close(file);
+    return {FileContent::kText, fingerprint_of(nullptr, 0)};
+  }
+  bool is_whole = false;
+  if (text != nullptr) {
+    is_whole = write_formatted(file, conf, *text);
+  } else {
     write_in_pieces(file, conf);
-    return {};
   }
-  const auto size = static_cast<std::int64_t>(buffer.size());
-  if (size != 0) {
-    const std::int64_t written = g_file_write(file, buffer.text(), size);
-    if (written != size) {
-      write_rest(file, conf, buffer, written);
-      return {};
-    }
-  }
-  return {FileContent::kText, fingerprint_of(buffer.text(), buffer.size())};
+  g_file_truncate(file);
+  g_file_unlock(file);
+  g_file_close(file);
+  if (!is_whole) return {};
+  return {FileContent::kText, fingerprint_of(text->text(), text->size())};
 }
 
 }  // namespace
@@ -96,23 +116,11 @@ bool format_conf(const GConf* conf, TextBuffer& buffer) {
 
 void write_conf(GConf* conf) {
   const CancellationHeld held;
-  GFile* const file = g_file_open(conf->filename, 2);
-  if (file == nullptr) {
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
-          conf->filename);
-    return;
-  }
-  // Kept: by now the open has emptied the file, whether the lock is granted or not.
-  if (g_file_lock_write(file) < 0) {
-    set_file_content(conf, {FileContent::kText, fingerprint_of(nullptr, 0)});
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
-    g_file_close(file);
-    return;
-  }
-  set_file_content(conf, write_text(file, conf));
-  g_file_truncate(file);
-  g_file_unlock(file);
-  g_file_close(file);
+  // Before the file is opened, which empties it: a program that is killed in between leaves
+  // it empty.
+  TextBuffer text;
+  const bool is_formatted = format_conf(conf, text);
+  set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));
 }
 
 }  // namespace groundwork

@@ -3,6 +3,7 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <groundwork/log.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -184,6 +185,28 @@ TEST_F(ConfFileFaults, AWriteThatTakesNothingEndsAllTheSame) {
   on_write = nullptr;
   EXPECT_EQ(calls, 8);  // all at once, then each of the seven lines
   EXPECT_EQ(file.text(), "");
+}
+
+// A log line that another thread writes at that moment must not end up in the file.
+TEST_F(ConfFileFaults, AProgramWithoutStandardErrorLogsNothingIntoTheFile) {
+  for (const bool without_output : {false, true}) {
+    const ConfFile file("[a]\nk=v\n");
+    in_child([&] {
+      const Conf conf = file.open();
+      g_conf_write_string(conf.get(), "a", "k", "w");
+      close(STDERR_FILENO);
+      if (without_output) close(STDOUT_FILENO);
+      on_write = [without_output](std::size_t length) {
+        g_log(G_LOG_WARNING, "test", __LINE__, "a line");
+        syscall(SYS_write, STDERR_FILENO, "a line\n", 7);
+        if (without_output) syscall(SYS_write, STDOUT_FILENO, "a line\n", 7);
+        return static_cast<std::int64_t>(length);
+      };
+      g_conf_sync(conf.get());
+      on_write = nullptr;
+    });
+    EXPECT_EQ(file.text(), "[a]\nk=w\n\n");
+  }
 }
 
 }  // namespace

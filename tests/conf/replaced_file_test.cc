@@ -5,6 +5,8 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <groundwork/file.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -17,6 +19,7 @@
 #include <iterator>
 
 #include "conf/conf_support.h"
+#include "support/allocation_faults.h"
 
 using namespace test;
 
@@ -240,6 +243,34 @@ TEST(ConfReplacedFile, DuringASyncStaysWhatTheOtherProgramMadeIt) {
   for (const Act& act : kActs) {
     EXPECT_EQ(at_each_point(act, sync_while), 6) << act.name;
   }
+}
+
+// From the open, which empties the file, to the write nothing is done that takes long: a
+// program that is killed in between leaves the file empty.
+TEST(ConfSync, NothingIsAllocatedWhileTheFileIsEmpty) {
+  const ConfFile file(kOld);
+  const Conf conf = file.open();
+  for (int key = 0; key < 1000; ++key) {
+    g_conf_write_int(conf.get(), "many", std::to_string(key).c_str(), key);
+  }
+  AllocationFaults blocks(0);
+  int calls_at[2];
+  for (const int at : {2, 3}) {  // the lock, the write
+    g_conf_write_int(conf.get(), "a", "last", at);
+    blocks.resume();
+    Intruder other{at, 0, [&] {
+                     EXPECT_EQ(g_file_size(file.path().c_str()), 0);
+                     calls_at[at - 2] = blocks.calls();
+                   }};
+    intruder = &other;
+    const int before = blocks.calls();
+    g_conf_sync(conf.get());
+    intruder = nullptr;
+    blocks.pause();
+    calls_at[at - 2] -= before;
+  }
+  EXPECT_GT(calls_at[0], 2);
+  EXPECT_EQ(calls_at[1], calls_at[0]);
 }
 
 }  // namespace
