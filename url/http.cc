@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 
+#include "url/http_timeout.h"
 #include "url/socket_stream.h"
 #include "url/unique_fd.h"
 
@@ -85,8 +86,10 @@ void close_stream(URL url) {
   errno = kept;
 }
 
-OwnedStream new_stream() {
-  OwnedStream stream(http_of(alloc_url(sizeof(URL_http))));
+OwnedStream new_stream(const HttpTimeout* timeout) {
+  const int32_t size =
+      timeout != nullptr ? timeout->record_size : int32_t{sizeof(URL_http)};
+  OwnedStream stream(http_of(alloc_url(size)));
   if (stream == nullptr) {
     url_errno = errno;
     return stream;
@@ -248,10 +251,10 @@ bool starts_with(const char* text, const char* start) {
 }
 
 // False with both error variables set when there is no usable answer.
-bool accept_status(FILE* stream, char (&work)[kWorkSize]) {
+bool accept_status(URL stream, char (&work)[kWorkSize]) {
   // Cleared so that a server which closes without a word is told from a broken connection.
   errno = 0;
-  if (socket_fgets(work, kWorkSize, stream) == nullptr) {
+  if (stream->gets(stream, work, kWorkSize) == nullptr) {
     if (errno == 0) {
       failed(URLERR_CANT_OPEN, ENOENT);
     } else {
@@ -280,21 +283,21 @@ int32_t limit_from(int64_t offset, const char* length) {
 }
 
 // The next line of the headers; null at their end, with errno 0 unless reading failed.
-const char* next_header(FILE* stream, char (&work)[kWorkSize]) {
+const char* next_header(URL stream, char (&work)[kWorkSize]) {
   errno = 0;
-  if (socket_fgets(work, kWorkSize, stream) == nullptr) return nullptr;
+  if (stream->gets(stream, work, kWorkSize) == nullptr) return nullptr;
   errno = 0;  // a buffer that could not be allocated stops no stream
   return work[0] == '\n' || (work[0] == '\r' && work[1] == '\n') ? nullptr : work;
 }
 
 // Reads to the end of the headers; the last length given holds. False with both error
 // variables set when reading fails: what comes next would be taken for the body.
-bool read_headers(URL_http* stream, const int64_t* offset, char (&work)[kWorkSize]) {
-  while (next_header(stream->stream, work) != nullptr) {
+bool read_headers(URL stream, const int64_t* offset, char (&work)[kWorkSize]) {
+  while (next_header(stream, work) != nullptr) {
     if (!starts_with(work, kContentLength)) continue;
     const char* const length = work + sizeof kContentLength - 1;
-    url_set_readlimit(&stream->common, offset == nullptr ? limit_of_whole(length)
-                                                         : limit_from(*offset, length));
+    url_set_readlimit(
+        stream, offset == nullptr ? limit_of_whole(length) : limit_from(*offset, length));
   }
   if (errno == 0) return true;
   url_errno = errno;
@@ -304,8 +307,12 @@ bool read_headers(URL_http* stream, const int64_t* offset, char (&work)[kWorkSiz
 // --- Opening.
 
 // False with both error variables set.
-bool connect_stream(URL_http* stream, const Request& request) {
-  UniqueFd fd(open_socket(request.connect_to, request.port, &stream->peer_address));
+bool connect_stream(URL_http* stream, const Request& request, const HttpTimeout* timeout) {
+  const char* const host = request.connect_to;
+  uint32_t* const peer = &stream->peer_address;
+  UniqueFd fd(timeout == nullptr ? open_socket(host, request.port, peer)
+                                 : open_socket_with(host, request.port, peer,
+                                                    timeout->wait_until_settled));
   if (fd.get() == -1) {
     // Whatever the cause: to the application the server is one that does not answer.
     failed(ETIMEDOUT, ETIMEDOUT);
@@ -323,7 +330,8 @@ bool connect_stream(URL_http* stream, const Request& request) {
 
 // `offset` null: the whole resource.
 URL open_stream(const char* url, const int64_t* offset) {
-  OwnedStream stream = new_stream();
+  const HttpTimeout* const timeout = http_timeout;
+  OwnedStream stream = new_stream(timeout);
   if (stream == nullptr) return nullptr;
 
   char work[kWorkSize];
@@ -339,10 +347,13 @@ URL open_stream(const char* url, const int64_t* offset) {
        std::strlen(request.user_agent) + sizeof "User-Agent: \r\n" > kWorkSize)) {
     return failed(URLERR_TOO_LONG, ENOENT);
   }
-  if (!connect_stream(stream.get(), request)) return nullptr;
+  if (!connect_stream(stream.get(), request, timeout)) return nullptr;
+  if (timeout != nullptr) timeout->begin(stream.get());
   send_request(fileno(stream->stream), request, work);
-  if (!accept_status(stream->stream, work)) return nullptr;
-  if (!read_headers(stream.get(), offset, work)) return nullptr;
+  if (timeout != nullptr) timeout->await_headers(stream.get());
+  const URL common = &stream->common;
+  if (!accept_status(common, work) || !read_headers(common, offset, work)) return nullptr;
+  if (timeout != nullptr) timeout->await_body(stream.get());
   return &stream.release()->common;
 }
 
@@ -351,6 +362,8 @@ int32_t is_http(const char* url) {
 }
 
 }  // namespace
+
+const HttpTimeout* groundwork::http_timeout = nullptr;
 
 const char* url_http_proxy_host = nullptr;
 uint16_t url_http_proxy_port = 0;

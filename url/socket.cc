@@ -143,7 +143,8 @@ int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
 #endif
 }
 
-extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_out) {
+int32_t groundwork::open_socket_with(const char* host, int32_t port, uint32_t* addr_out,
+                                     WaitUntilSettled wait) {
   Endpoint endpoint;
   uint32_t ipv4 = 0;
   if (!resolve(host, htons(static_cast<uint16_t>(port)), &endpoint, &ipv4)) return -1;
@@ -159,12 +160,16 @@ extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_ou
       errno != EINPROGRESS) {
     return -1;
   }
-  if (!wait_until_settled(fd.get())) return -1;
+  if (!wait(fd.get())) return -1;
   // Callers wait in their reads: a socket that stays non-blocking is of no use to them.
   int non_blocking = 0;
   if (ioctl(fd.get(), FIONBIO, &non_blocking) == -1) return -1;
   if (!is_connected(fd.get())) return -1;
   return fd.release();
+}
+
+extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_out) {
+  return open_socket_with(host, port, addr_out, wait_until_settled);
 }
 
 // send() and not write(): a peer that has closed gives EPIPE and must not kill an

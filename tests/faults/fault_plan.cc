@@ -164,6 +164,7 @@ constexpr Faultable kFaultables[] = {
     {Call::kSchedGetPriorityMin, "sched_get_priority_min", kInvalidEffects},
     {Call::kSelect, TIME64("select", "__select64"), kSelectEffects},
     {Call::kSend, "send", kSendEffects},
+    {Call::kSetsockopt, TIME64("setsockopt", "__setsockopt64"), kSockoptEffects},
     {Call::kShutdown, "shutdown", kShutdownEffects},
     {Call::kSocket, "socket", kDescriptorEffects},
     {Call::kStat, TIME64("stat64", "__stat64_time64"), kStatEffects},

@@ -86,6 +86,7 @@ enum class Call : unsigned char {
   kSchedGetPriorityMin,
   kSelect,
   kSend,
+  kSetsockopt,
   kShutdown,
   kSocket,
   kStat,

@@ -484,6 +484,11 @@ int getsockopt(int fd, int level, int name, void* value, socklen_t* size) noexce
   return NEXT(kGetsockopt, getsockopt)(fd, level, name, value, size);
 }
 
+int setsockopt(int fd, int level, int name, const void* value, socklen_t size) noexcept {
+  if (const Effect* const effect = strike(Call::kSetsockopt)) return failed(*effect, -1);
+  return NEXT(kSetsockopt, setsockopt)(fd, level, name, value, size);
+}
+
 ssize_t send(int fd, const void* buffer, size_t size, int flags) {
   return transferred(Call::kSend, size, [&](std::size_t count) {
     return NEXT(kSend, send)(fd, buffer, count, flags);

@@ -2,19 +2,25 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <groundwork/safe.h>
 #include <groundwork/timer.h>
+#include <groundwork/url.h>
 
 #include "faults/sweep.h"
 #include "faults/working_directory.h"
+#include "url/scripted_server.h"
 
 using namespace faults;
 using test::read_file;
@@ -430,6 +436,80 @@ void save_power(Pass& pass) {
   EXPECT_EQ(g_timer_pid, 0);
 }
 
+// --- HTTP.
+
+constexpr char kBody[] = "first line\nsecond line\nthe rest of it\n";
+
+// Whether a request comes whole; given up as soon as a fault has kept the client from that.
+bool has_request(int fd) {
+  std::string request;
+  char part[1024];
+  pollfd wait{fd, POLLIN, 0};
+  for (int tries = 0; tries < 4000; ++tries) {
+    const bool is_hopeless = strikes(Call::kSend) + strikes(Call::kVsnprintf) != 0;
+    if (poll(&wait, 1, 5) > 0) {
+      const ssize_t count = recv(fd, part, sizeof part, 0);
+      if (count <= 0) return false;
+      request.append(part, static_cast<std::size_t>(count));
+      if (request.find("\r\n\r\n") != request.npos) return true;
+    } else if (is_hopeless) {
+      return false;
+    }
+  }
+  return false;
+}
+
+// One server for all passes: its thread belongs to the test.
+test::ScriptedServer& server() {
+  static test::ScriptedServer one([](test::Connection& connection) {
+    if (!has_request(connection.fd())) return connection.reset();
+    connection.send(std::string("HTTP/1.0 200 OK\r\n\r\n") + kBody +
+                    std::string(9000, 'x'));
+  });
+  return one;
+}
+
+void read_http_in_time(Pass& pass) {
+  const std::string name = server().url();
+  const std::string whole = kBody + std::string(9000, 'x');
+  std::string text(8021, '.');
+  EXPECT_EQ(faulty(pass, [] { return url_http_set_timeout(20000); }), 0);
+  url_errno = 0;
+  const URL url = faulty(pass, [&] { return url_http_open(name.c_str()); });
+  EXPECT_EQ(url_http_set_timeout(0), 20000);
+  if (url == nullptr) {
+    EXPECT_TRUE(pass.struck());
+    EXPECT_NE(url_errno, URLERR_NONE);
+    if (pass.error() == EINTR && pass.struck(Call::kFgets) == 0) {
+      EXPECT_NE(url_errno, EINTR);
+    }
+    return;
+  }
+  const Since since(pass);
+  const char* const line = faulty(pass, [&] { return url_gets(url, text.data(), 16); });
+  std::size_t length = line == nullptr ? 0 : std::strlen(line);
+  for (const int size : {10, 8000}) {
+    const std::int32_t count =
+        faulty(pass, [&] { return url_read(url, text.data() + length, size); });
+    EXPECT_GE(count, 0);
+    length += static_cast<std::size_t>(std::max(count, 0));
+  }
+  const std::int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
+  if (!pass.struck()) {
+    EXPECT_EQ(length, text.size());
+    EXPECT_EQ(byte, 'x');
+  }
+  if (!pass.struck() || pass.struck_only(Call::kFclose) || pass.error() == EINTR) {
+    EXPECT_EQ(text.substr(0, length), whole.substr(0, length));
+  }
+  // A wait that ends without a byte is the last of the stream.
+  if (since.struck(Call::kPoll) && pass.kind() == Effect::kEnd) {
+    EXPECT_EQ(url_errno, ETIMEDOUT);
+    EXPECT_EQ(byte, -1);
+  }
+  url_close(url);
+}
+
 const Scenarios scenarios(
     "safe", {
                 {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
@@ -446,6 +526,7 @@ const Scenarios scenarios(
                 {"WaitWithoutLimit", {}, wait_without_limit, 4},
                 {"TryAMutex", {"g_thread_mutex_try"}, try_a_mutex},
                 {"SavePower", {"g_timer_save_power"}, save_power, 4},
+                {"ReadHttpInTime", {"url_http_set_timeout"}, read_http_in_time},
                 {"WalkAHashTable", {"g_hash_foreach"}, walk_hash},
             });
 

@@ -293,9 +293,10 @@ constexpr struct {
      " __isoc23_strtoull __rawmemchr stpcpy strcpy __memcpy_chk __memmove_chk ",
      "work on memory alone"},
     {" calloc realloc free ", "counted and followed with malloc"},
-    {" __errno_location __libc_single_threaded __fsetlocking alphasort64 dirfd rewinddir "
+    {" __errno_location __libc_single_threaded __fsetlocking alphasort64 clearerr_unlocked "
+     "dirfd rewinddir "
      "fileno"
-     " getauxval getpagesize getpid mallinfo2 nl_langinfo"
+     " getauxval getpagesize ungetc getpid mallinfo2 nl_langinfo"
      " stderr strerror __sigsetjmp __cxa_finalize pthread_self pthread_once"
      " pthread_setcancelstate pthread_testcancel __h_errno_location pthread_condattr_init"
      " pthread_condattr_destroy pthread_condattr_setclock clock_gettime __clock_gettime64 ",

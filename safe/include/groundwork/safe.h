@@ -413,6 +413,44 @@ G_API int g_hash_foreach(GHash *hash, int (*func)(void *key, void *value, void *
 
 /** @name HTTP */
 /** @{ */
+
+/**
+ * Limits how long HTTP streams wait: those that are opened from now on.
+ *
+ * With a limit, the connection is made within it (and within the 5 seconds that there always
+ * are), status and headers arrive whole within it after the request, and each read waits no
+ * longer than it for the next byte of the body. An interrupted wait goes on with the rest of
+ * the time. The look-up of the server's name is not covered, and open_socket() keeps its 5
+ * seconds.
+ *
+ * When the time runs out, opening fails; url_read() returns what had come, 0 for nothing,
+ * url_gets() null and url_fgetc() -1; `errno` and `url_errno` are ETIMEDOUT. The stream stays
+ * failed: every later read fails immediately in the same way.
+ *
+ * @code{.c}
+ * #include <errno.h>
+ * #include <groundwork/safe.h>
+ * #include <groundwork/url.h>
+ *
+ * url_http_set_timeout(3000);
+ * URL url = url_http_open("http://localhost:8080/notes.txt");
+ * if (url == NULL) {
+ *   fprintf(stderr, "%s\n", url_strerror(url_errno));
+ *   return 1;
+ * }
+ * char text[256];
+ * int32_t length = url_nread(url, text, sizeof text - 1);
+ * if (length > 0 && url_errno != ETIMEDOUT) printf("%.3s\n", text); // prints: one
+ * url_close(url);
+ * @endcode
+ *
+ * @param ms  milliseconds; 0, as at load, for no limit. A negative limit is taken as 0.
+ * @return the limit until now.
+ *
+ * Threads: the setting belongs to the whole process; callers take turns, as those of
+ * url_http_open().
+ */
+G_API int url_http_set_timeout(int ms);
 /** @} */
 
 #ifdef __cplusplus
