@@ -128,6 +128,7 @@ GTimerEntry* add_entry(int interval, GTimerCallback callback, void* param) {
   entry->last = g_get_ticks();
   entry->next = service.timers;
   service.timers = entry;
+  service.index.note_added(entry, ++service.timer_count);
   note_change();
   return entry;
 }
@@ -140,7 +141,29 @@ void clear_list() {
     service.timers = entry->next;
     std::free(entry);
   }
+  service.timer_count = 0;
+  service.index.clear();
   note_change();
+}
+
+// The list is locked. `before` is null for the first timer.
+void remove_entry(GTimerEntry* before, GTimerEntry* entry) {
+  GTimerEntry** const link = before != nullptr ? &before->next : &service.timers;
+  *link = entry->next;
+  --service.timer_count;
+  service.index.note_removed(entry, before, entry->next);
+  std::free(entry);
+}
+
+// The list is locked. False when there is no timer of this id, which may be any value.
+bool find_entry(const GTimerEntry* id, GTimerEntry** before) {
+  if (service.index.exists()) return service.index.find(id, before);
+  *before = nullptr;
+  for (GTimerEntry* entry = service.timers; entry != nullptr; entry = entry->next) {
+    if (entry == id) return true;
+    *before = entry;
+  }
+  return false;
 }
 
 // What g_set_timer() registers for a callback; the callback is its own parameter.
@@ -155,13 +178,15 @@ void scan() {
   bool lock = lock_list();
   uint32_t known_changes = service.changes;
   const uint32_t now = g_get_ticks();
-  GTimerEntry** link = &service.timers;
-  while (GTimerEntry* const entry = *link) {
+  GTimerEntry* before = nullptr;
+  GTimerEntry* next;
+  for (GTimerEntry* entry = service.timers; entry != nullptr; entry = next) {
+    next = entry->next;
     const uint32_t interval = entry->interval;
     const uint32_t elapsed = now - entry->last;
     // Kept: an interval of 0 wraps here, so such a timer never fires.
     if (elapsed <= interval - kTimerResolution) {
-      link = &entry->next;
+      before = entry;
       continue;
     }
     // Slightly early keeps its phase; late starts afresh and drops what it missed.
@@ -174,16 +199,13 @@ void scan() {
     if (service.changes != known_changes) break;
     // In this order: a timer of interval 0 that fired after all, as the clock was set back
     // by some milliseconds, and returned 0 stays.
-    if (result == interval) {
-      link = &entry->next;
-    } else if (result == 0) {
-      *link = entry->next;
-      std::free(entry);
+    if (result != interval && result == 0) {
+      remove_entry(before, entry);
       known_changes = ++service.changes;
-    } else {
-      entry->interval = rounded_up(result);
-      link = &entry->next;
+      continue;
     }
+    if (result != interval) entry->interval = rounded_up(result);
+    before = entry;
   }
   unlock_list(lock);
 }
@@ -293,16 +315,14 @@ extern "C" GTimerEntry* g_add_timer_ex(int interval, GTimerCallback callback, vo
 
 extern "C" int g_remove_timer(GTimerEntry* id) {
   const bool lock = lock_list();
-  GTimerEntry** link = &service.timers;
-  while (*link != nullptr && *link != id) link = &(*link)->next;
-  GTimerEntry* const found = *link;
-  if (found != nullptr) {
-    *link = found->next;
-    std::free(found);
+  GTimerEntry* before;
+  const bool is_found = find_entry(id, &before);
+  if (is_found) {
+    remove_entry(before, id);
     note_change();
   }
   unlock_list(lock);
-  if (found != nullptr) return 1;
+  if (is_found) return 1;
   std::printf("g_timer:%d pid=%d g_remove_timer: *ERR* id=%p not found\n", __LINE__,
               getpid(), static_cast<void*>(id));
   return 0;

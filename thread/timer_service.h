@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "thread/fork_safe_mutex.h"
+#include "thread/timer_index.h"
 
 struct GTimerEntry {
   uint32_t interval;  // ms, a multiple of the resolution
@@ -42,6 +43,8 @@ struct TimerSleep {
 struct TimerService {
   ForkSafeMutex lock;
   GTimerEntry* timers = nullptr;  // guarded by lock
+  std::size_t timer_count = 0;    // guarded by lock
+  TimerIndex index;               // guarded by lock
   uint32_t changes = 0;           // guarded by lock; additions, removals and clearings
 
   // From g_timer_init() to g_timer_cleanup(). Without it each use of the list is reported

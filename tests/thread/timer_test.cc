@@ -828,6 +828,115 @@ TEST_F(Timer, RemovingAnUnknownIdSaysSo) {
   EXPECT_EQ(output.take(), (Lines{text, "g_remove_timer: *ERR* id=(nil) not found"}));
 }
 
+// The ids in the order of the list, from the newest on.
+std::vector<const void*> ids_from(const GTimerEntry* newest) {
+  std::vector<const void*> ids;
+  const Record* record = newest != nullptr ? &record_of(newest) : nullptr;
+  for (; record != nullptr; record = record->next) ids.push_back(record);
+  return ids;
+}
+
+TEST_F(Timer, ManyAreRemovedInAnyOrderAndTheOthersKeepTheirs) {
+  std::mt19937 random(23);
+  std::vector<GTimerEntry*> timers;  // newest first
+  for (int round = 0; round < 4; ++round) {
+    for (int i = 0; i < 500; ++i) {
+      timers.insert(timers.begin(), g_add_timer(1000, nullptr, nullptr));
+    }
+    while (timers.size() > 40u * static_cast<unsigned>(3 - round)) {
+      const std::size_t index = random() % 3 == 0   ? 0
+                                : random() % 2 == 0 ? timers.size() - 1
+                                                    : random() % timers.size();
+      GTimerEntry* const id = timers[index];
+      ASSERT_EQ(g_remove_timer(id), 1);
+      timers.erase(timers.begin() + static_cast<std::ptrdiff_t>(index));
+      ASSERT_EQ(g_remove_timer(id), 0);
+      if (timers.empty() || timers.size() % 7 != 0) continue;
+      ASSERT_EQ(ids_from(timers.front()),
+                std::vector<const void*>(timers.begin(), timers.end()));
+    }
+    output.take();
+  }
+  EXPECT_EQ(g_add_timer(1000, nullptr, nullptr) != nullptr, true);
+}
+
+TEST_F(Timer, IdsThatAreNoneAreOnlyCompared) {
+  std::vector<GTimerEntry*> timers;
+  for (int i = 0; i < 300; ++i) timers.push_back(g_add_timer(1000, nullptr, nullptr));
+  char elsewhere = 0;
+  for (const std::uintptr_t id :
+       {std::uintptr_t{0}, std::uintptr_t{1}, std::uintptr_t{16}, UINTPTR_MAX,
+        reinterpret_cast<std::uintptr_t>(&elsewhere),
+        reinterpret_cast<std::uintptr_t>(timers[7]) + 1,
+        reinterpret_cast<std::uintptr_t>(timers[7]) + sizeof(void*)}) {
+    auto* const pointer = reinterpret_cast<GTimerEntry*>(id);
+    EXPECT_EQ(g_remove_timer(pointer), 0);
+    char text[64];
+    std::snprintf(text, sizeof text, "g_remove_timer: *ERR* id=%p not found",
+                  static_cast<void*>(pointer));
+    EXPECT_EQ(output.take(), Lines{text});
+  }
+  for (GTimerEntry* const id : timers) EXPECT_EQ(g_remove_timer(id), 1);
+}
+
+// A table finds the ids of many; it goes when they are gone.
+TEST_F(Timer, ManyNeedAFewBlocksMoreAndLeaveNothingBehind) {
+  for (const bool at_once : {false, true}) {
+    AllocationFaults faults(0);
+    std::vector<GTimerEntry*> timers;
+    timers.reserve(1000);
+    const int before = faults.outstanding();
+    for (int i = 0; i < 64; ++i) timers.push_back(g_add_timer(1000, nullptr, nullptr));
+    EXPECT_EQ(faults.outstanding(), before + 64);
+    for (int i = 64; i < 1000; ++i) timers.push_back(g_add_timer(1000, nullptr, nullptr));
+    EXPECT_EQ(faults.outstanding(), before + 1000 + 1);
+    if (at_once) {
+      g_set_timer(0, nullptr);
+    } else {
+      for (GTimerEntry* const id : timers) g_remove_timer(id);
+    }
+    EXPECT_EQ(faults.outstanding(), before);
+    faults.disarm();
+  }
+}
+
+TEST_F(Timer, WithoutMemoryForTheTableManyAreFoundAllTheSame) {
+  std::vector<GTimerEntry*> timers;
+  timers.reserve(200);
+  for (int i = 0; i < 64; ++i) timers.push_back(g_add_timer(1000, nullptr, nullptr));
+  for (int i = 0; i < 10; ++i) {
+    AllocationFaults faults(2);  // the first is the timer itself
+    timers.push_back(g_add_timer(1000, nullptr, nullptr));
+    faults.disarm();
+    ASSERT_EQ(faults.failures(), 1);
+    ASSERT_NE(timers.back(), nullptr);
+  }
+  EXPECT_EQ(g_remove_timer(timers[70]), 1);
+  EXPECT_EQ(g_remove_timer(timers[70]), 0);
+  timers.erase(timers.begin() + 70);
+  output.take();
+  for (int i = 0; i < 100; ++i) timers.push_back(g_add_timer(1000, nullptr, nullptr));
+  for (GTimerEntry* const id : timers) EXPECT_EQ(g_remove_timer(id), 1);
+  EXPECT_EQ(output.take(), Lines{});
+}
+
+// Its own id and those around it, while the pass goes on.
+TEST_F(Timer, OneOfManyThatAnswersZeroGoesAndThePassGoesOn) {
+  std::vector<Plan> plans(200);
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    plans[i].answers = {i % 3 == 0 ? 0u : 100u};
+  }
+  std::vector<GTimerEntry*> ids;
+  for (Plan& plan : plans) ids.push_back(g_add_timer(100, Plan::run, &plan));
+  pass_at(100);
+  pass_at(200);
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    EXPECT_EQ(plans[i].calls.load(), i % 3 == 0 ? 1 : 2) << i;
+    EXPECT_EQ(g_remove_timer(ids[i]), i % 3 == 0 ? 0 : 1) << i;
+  }
+  output.take();
+}
+
 struct SingleCall {
   std::uint32_t interval;
   void* param;
