@@ -56,6 +56,18 @@ class Compilers(unittest.TestCase):
                 run(program, self.folder)
                 (self.folder / "tour.conf").unlink()
 
+    def test_a_callback_that_may_throw_does_not_compile(self):
+        callback = """#include <groundwork/groundwork.hpp>
+            void visit(gw::PointerQueue<int>& queue) { queue.for_each([](int*) %s {}); }"""
+        source = self.folder / "callback.cc"
+        for compiler in COMPILERS:
+            command = [*compiler.split(), "-std=c++17", *FLAGS, *self.includes, "-fsyntax-only", source]
+            source.write_text(callback % "noexcept", encoding="ascii")
+            run(*command)
+            source.write_text(callback % "", encoding="ascii")
+            with self.assertRaisesRegex(Exception, "must not throw"):
+                run(*command)
+
     def test_it_costs_no_instruction(self):
         for compiler in COMPILERS:
             listing = self.folder / "pairs.s"

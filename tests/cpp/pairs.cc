@@ -17,9 +17,9 @@ PAIR(read_int, int, (gw::Conf & conf, const char* key),
 PAIR(write_string, void, (gw::Conf & conf, const std::string& value),
      g_conf_write_string(conf.get(), "net", "name", value.c_str()),
      conf.write_string("net", "name", value))
-PAIR(dequeue, void*, (gw::Queue<int> & queue), return g_queue_dequeue(queue.get(), nullptr),
-     return queue.dequeue())
-PAIR(enqueue, void, (gw::Queue<int> & queue, int* element),
+PAIR(dequeue, void*, (gw::PointerQueue<int> & queue),
+     return g_queue_dequeue(queue.get(), nullptr), return queue.dequeue())
+PAIR(enqueue, void, (gw::PointerQueue<int> & queue, int* element),
      g_queue_enqueue(queue.get(), element), queue.enqueue(element))
 PAIR(put, bool, (gw::Fifo<int> & fifo, int* element),
      return g_fifo_put(fifo.get(), element) == 0, return fifo.put(element))

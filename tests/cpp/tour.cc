@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   int changes = 0;
   {
     gw::Conf conf(path.view());
-    check(conf.on_change("a", "b", [&changes](const GConfChange&) { ++changes; }));
+    check(conf.on_change("a", "b", [&changes](const GConfChange&) noexcept { ++changes; }));
     conf.write_int("a", "b", 5);
     check(conf.read_int("a", "b", 0) == 5);
   }
@@ -23,10 +23,10 @@ int main(int argc, char** argv) {
   check(gw::read_file(path.view()).view() == "[a]\nb=5\n\n");
 
   int number = 7;
-  gw::Queue<int> queue;
+  gw::PointerQueue<int> queue;
   queue.enqueue(&number);
   int sum = 0;
-  queue.for_each([&sum](int* element) { sum += *element; });
+  queue.for_each([&sum](int* element) noexcept { sum += *element; });
   check(sum == 7 && queue.dequeue() == &number);
   gw::Hash<const char, int> hash;
   check(hash.insert("key", &number) && hash.find("key") == &number);
@@ -57,6 +57,6 @@ int main(int argc, char** argv) {
   gw::use_files_and_http();
   gw::Url url(path.view());
   char line[16];
-  check(url.line(line) == "[a]\n");
+  check(url.line(line) == "[a]");
   return wrong;
 }

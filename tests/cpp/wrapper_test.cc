@@ -7,9 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <climits>
+#include <cstring>
 #include <fstream>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,14 +32,14 @@ constexpr bool is_move_only =
     std::is_move_constructible_v<T>&& std::is_move_assignable_v<T> &&
     !std::is_copy_constructible_v<T> && !std::is_copy_assignable_v<T>;
 static_assert(is_move_only<gw::Conf> && is_move_only<gw::List<int>> &&
-              is_move_only<gw::Queue<int>> && is_move_only<gw::Hash<const char, int>> &&
-              is_move_only<gw::Fifo<int>> && is_move_only<gw::Callbacks<int>> &&
-              is_move_only<gw::Mutex> && is_move_only<gw::Event> &&
-              is_move_only<gw::Thread> && is_move_only<gw::Timeout> &&
-              is_move_only<gw::Timer> && is_move_only<gw::File> &&
-              is_move_only<gw::FileMap> && is_move_only<gw::Url> &&
-              is_move_only<gw::String> && is_move_only<gw::Bytes> &&
-              is_move_only<gw::Pieces>);
+              is_move_only<gw::Queue<int>> && is_move_only<gw::PointerQueue<int>> &&
+              is_move_only<gw::Hash<const char, int>> && is_move_only<gw::Fifo<int>> &&
+              is_move_only<gw::Callbacks<int>> && is_move_only<gw::Mutex> &&
+              is_move_only<gw::Event> && is_move_only<gw::Thread> &&
+              is_move_only<gw::Timeout> && is_move_only<gw::Timer> &&
+              is_move_only<gw::File> && is_move_only<gw::FileMap> &&
+              is_move_only<gw::Url> && is_move_only<gw::String> &&
+              is_move_only<gw::Bytes> && is_move_only<gw::Pieces>);
 
 // Waits up to ten seconds, which a loaded machine may need.
 template <typename Condition>
@@ -125,7 +130,8 @@ TEST(CppConf, CallbacksWithStateRunUntilTheClose) {
     gw::Conf conf(directory.path() + "/a.conf");
     for (int i = 0; i < 3; ++i) {
       ASSERT_TRUE(conf.on_change(
-          "a", "b", [&seen, i, counted = Counted(alive)](const GConfChange& change) {
+          "a", "b",
+          [&seen, i, counted = Counted(alive)](const GConfChange& change) noexcept {
             seen += std::to_string(i) + change.value + " ";
             return i < 1;  // the second stops the third
           }));
@@ -187,12 +193,12 @@ TEST(CppContainers, ListKeepsOrderAndOwnsItsNodesOnly) {
 
 TEST(CppContainers, QueueVisitsByLambda) {
   const char* const words[] = {"a", "b", "c"};
-  gw::Queue<const char> queue;
+  gw::PointerQueue<const char> queue;
   ASSERT_TRUE(queue);
   for (const char* word : words) queue.enqueue(word);
   std::string seen;
-  queue.for_each([&](const char* word) { seen += word; });
-  queue.for_each_reverse([&](const char* word) {
+  queue.for_each([&](const char* word) noexcept { seen += word; });
+  queue.for_each_reverse([&](const char* word) noexcept {
     seen += word;
     return *word != 'b';
   });
@@ -235,8 +241,8 @@ TEST(CppContainers, FifoAndCallbacks) {
   EXPECT_TRUE(fifo.empty());
 
   gw::Callbacks<std::string> callbacks;
-  auto late = [](std::string& text) { text += "late"; };
-  auto early = [](std::string& text) { text += "early "; };
+  auto late = [](std::string& text) noexcept { text += "late"; };
+  auto early = [](std::string& text) noexcept { text += "early "; };
   ASSERT_TRUE(callbacks.add(late, 2));
   ASSERT_TRUE(callbacks.add(early, 1));
   std::string text;
@@ -412,12 +418,206 @@ TEST(CppSystem, FilesAreWrittenReadAndMapped) {
   EXPECT_EQ((std::vector<std::string>{"a"}),
             std::vector<std::string>(names.begin(), names.end()));
   std::string seen;
-  EXPECT_EQ(7, gw::scan_directory(directory.path(), [&](const char* name, const auto*) {
-              seen = name;
-              return 7;
-            }));
+  EXPECT_EQ(
+      7, gw::scan_directory(directory.path(), [&](const char* name, const auto*) noexcept {
+        seen = name;
+        return 7;
+      }));
   EXPECT_EQ(path, seen);
   EXPECT_TRUE(gw::filesystem_usage("/"));
+}
+
+TEST(CppSafe, AFileIsReplacedWhole) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path() + "/a";
+  const gw::Saved saved = gw::replace_file(path, "new");
+  EXPECT_TRUE(saved);
+  EXPECT_TRUE(saved.durable());
+  EXPECT_EQ("new", test::read_file(path));
+  EXPECT_TRUE(gw::replace_file(path, std::string_view()));
+  EXPECT_EQ("", test::read_file(path));
+  EXPECT_TRUE(gw::duplicate_file(path, path + "2"));
+  EXPECT_TRUE(gw::file_exists(path + "2"));
+}
+
+TEST(CppSafe, AFailureHasAReason) {
+  const TemporaryDirectory directory;
+  const gw::Saved saved = gw::replace_file(directory.path() + "/none/a", "new");
+  EXPECT_FALSE(saved);
+  EXPECT_FALSE(saved.durable());
+  EXPECT_EQ(ENOENT, saved.error().number());
+  EXPECT_STREQ(std::strerror(ENOENT), saved.error().text());
+  const gw::Result<void> removed = gw::remove_tree(directory.path() + "/none");
+  EXPECT_FALSE(removed);
+  EXPECT_TRUE(removed.error() == ENOENT);
+}
+
+TEST(CppSafe, DirectoriesAreMadeAndRemovedWithAllInThem) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path() + "/a/b/c";
+  EXPECT_TRUE(gw::make_directory(path));
+  EXPECT_TRUE(gw::directory_exists(path));
+  EXPECT_TRUE(gw::remove_tree(directory.path() + "/a"));
+  EXPECT_FALSE(gw::directory_exists(directory.path() + "/a"));
+}
+
+TEST(CppSafe, TimesAreRoundedUpAndBounded) {
+  using namespace std::chrono_literals;
+  static_assert(gw::Milliseconds(7).count() == 7);
+  static_assert(gw::Milliseconds(1500us).count() == 2);
+  static_assert(gw::Milliseconds(-1500us).count() == -1);
+  static_assert(gw::Milliseconds(2s).count() == 2000);
+  static_assert(gw::Milliseconds(1000h).count() == INT_MAX);
+  static_assert(gw::Milliseconds(std::chrono::duration<double>(0.25)).count() == 250);
+  const auto begin = gw::MonotonicClock::now();
+  gw::delay(20ms);
+  EXPECT_GE(gw::MonotonicClock::now() - begin, 19ms);
+}
+
+TEST(CppSafe, ATryTellsWhetherItLocked) {
+  gw::Mutex mutex;
+  gw::Mutex second;
+  {
+    const std::unique_lock<gw::Mutex> lock(mutex, std::try_to_lock);
+    EXPECT_TRUE(lock);
+    EXPECT_FALSE(mutex.try_lock());
+  }
+  const std::scoped_lock both(mutex, second);
+  EXPECT_FALSE(second.try_lock());
+}
+
+TEST(CppSafe, AnEventIsWaitedForWithALimit) {
+  using namespace std::chrono_literals;
+  gw::Event event;
+  EXPECT_FALSE(event.wait_for(1ms));
+  const gw::Event::Ticket ticket = event.ticket();
+  EXPECT_FALSE(event.wait_for(ticket, -5s));  // below 0 is no time, not no limit
+  event.signal();
+  EXPECT_TRUE(event.wait_for(ticket, 0ms));
+  event.wait(ticket);
+  EXPECT_FALSE(event.wait_for(event.ticket(), 1ms));
+}
+
+TEST(CppSafe, AConfigurationKeepsItsCommentsAndTakesInWhatOthersWrote) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path() + "/a.conf";
+  ASSERT_TRUE(gw::write_file(path, "# by hand\n[net]\nport=1\n"));
+  gw::Conf conf(path);
+  conf.write_int("net", "port", 2);
+  EXPECT_TRUE(conf.save());
+  EXPECT_EQ("# by hand\n[net]\nport=2\n", test::read_file(path));
+
+  ASSERT_TRUE(gw::write_file(path, "[net]\nport=3\n"));
+  conf.write_int("net", "port", 4);
+  EXPECT_EQ(EBUSY, conf.reload().error().number());
+  EXPECT_EQ(ESTALE, conf.save().error().number());
+  EXPECT_TRUE(conf.save(gw::Conf::Foreign::kOverwrite));
+  ASSERT_TRUE(gw::write_file(path, "[net]\nport=5\n"));
+  const gw::Result<int> changes = conf.reload();
+  EXPECT_EQ(1, changes.value_or(-1));
+  EXPECT_EQ(5, conf.read_int("net", "port", 0));
+}
+
+TEST(CppSafe, ATableIsWalkedAndMayChangeMeanwhile) {
+  const char* const keys[] = {"a", "b", "c"};
+  int values[] = {1, 2, 4};
+  gw::Hash<const char, int> hash;
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(hash.insert(keys[i], &values[i]));
+  int sum = 0;
+  for (const auto [key, value] : hash) {
+    sum += *value;
+    EXPECT_TRUE(hash.remove(key));
+  }
+  EXPECT_EQ(7, sum);
+  EXPECT_EQ(0u, hash.size());
+  for ([[maybe_unused]] const auto& entry : hash) ADD_FAILURE();
+
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(hash.insert(keys[i], &values[i]));
+  int visits = 0;
+  hash.for_each([&visits](const char*, int*) noexcept { return ++visits < 2; });
+  EXPECT_EQ(2, visits);
+}
+
+TEST(CppContainers, AQueueOwnsObjectsThatOnlyMove) {
+  std::atomic<int> alive{0};
+  gw::Queue<std::unique_ptr<Counted>> queue;
+  EXPECT_EQ(std::nullopt, queue.pop());
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(queue.push(std::make_unique<Counted>(alive)));
+  EXPECT_EQ(3u, queue.size());
+  EXPECT_TRUE(queue.pop());
+  EXPECT_EQ(2, alive);
+  gw::Queue<std::unique_ptr<Counted>> moved(std::move(queue));
+  EXPECT_FALSE(queue);
+  EXPECT_FALSE(queue.push(nullptr));
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(2u, moved.size());
+  moved = gw::Queue<std::unique_ptr<Counted>>();
+  EXPECT_EQ(0, alive);
+}
+
+TEST(CppContainers, AQueueGivesToOneThreadWhatAnotherPuts) {
+  gw::Queue<int> queue;
+  std::int64_t sum = 0;
+  gw::Thread consumer([&] {
+    for (int left = 1000; left > 0;) {
+      if (const std::optional<int> number = queue.pop()) {
+        sum += *number;
+        --left;
+      } else {
+        gw::delay(1);
+      }
+    }
+  });
+  for (int i = 0; i < 1000; ++i) queue.push(i);
+  consumer.join();
+  EXPECT_EQ(499500, sum);
+}
+
+TEST(CppLog, LinesReachTheHandlerWhileItLives) {
+  const int threshold = g_debug_get_level();
+  g_debug_set_level2(G_LOG_WARNING);
+  const gw::Log log("pump");
+  std::vector<std::string> lines;
+  {
+    gw::LogHandler handler([&lines](const char* text) noexcept { lines.push_back(text); });
+    ASSERT_TRUE(handler);
+    log.information(7, "%d", 1);
+    log.warning(8, "%d litres", 400);
+    log.error(9, "burst");
+  }
+  g_debug_set_level2(threshold);
+  ASSERT_EQ(2u, lines.size());
+  EXPECT_NE(std::string::npos, lines[0].find("pump:8: [WARNING] 400 litres")) << lines[0];
+  EXPECT_NE(std::string::npos, lines[1].find("pump:9: [CRITICAL] burst")) << lines[1];
+  LogCapture silent(99);
+}
+
+TEST(CppSystem, LinesComeOneByOne) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path() + "/a";
+  const auto lines = [&path](std::string_view content) {
+    EXPECT_TRUE(gw::write_file(path, content));
+    std::string joined;
+    const gw::Lines found(path);
+    EXPECT_TRUE(found);
+    for (const std::string_view line : found) joined += "<" + std::string(line) + ">";
+    return joined;
+  };
+  EXPECT_EQ("", lines(""));
+  EXPECT_EQ("<one><><two>", lines("one\n\ntwo"));
+  EXPECT_EQ("<one><>", lines("one\r\n\r\n"));
+  LogCapture silent(99);
+  EXPECT_FALSE(gw::Lines(directory.path() + "/none"));
+  EXPECT_EQ(ENOENT, gw::write_file(directory.path() + "/none/a", "x").error().number());
+}
+
+TEST(CppCrypt, EveryTextIsEncodedRight) {
+  EXPECT_EQ("Qf8=", gw::base64_encode("\x41\xff").view());
+  for (int size = 0; size < 20; ++size) {
+    std::string bytes;
+    for (int i = 0; i < size; ++i) bytes += static_cast<char>(0xf0 + i);
+    EXPECT_EQ(bytes, gw::base64_decode(gw::base64_encode(bytes).c_str()).view()) << size;
+  }
 }
 
 TEST(CppCrypt, UndoesWhatItDid) {
@@ -440,7 +640,7 @@ TEST(CppUrl, ReadsLinesOfAFile) {
   gw::Url url(directory.path() + "/a");
   ASSERT_TRUE(url);
   char line[64];
-  EXPECT_EQ("one\n", url.line(line));
+  EXPECT_EQ("one", url.line(line));
   EXPECT_EQ('t', url.byte());
   EXPECT_EQ("wo\n", url.dump(100).view());
   EXPECT_EQ(std::nullopt, url.line(line));

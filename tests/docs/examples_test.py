@@ -44,7 +44,8 @@ EMULATOR = []
 FILES = []
 
 NOTES = "one\n\ntwo\n"
-HEADERS = ["groundwork/groundwork.h", "groundwork/url.h", "stdio.h", "stdlib.h", "string.h"]
+HEADERS = {"c": ["groundwork/groundwork.h", "groundwork/url.h", "stdio.h", "stdlib.h", "string.h"],
+           "cpp": ["groundwork/groundwork.hpp", "cstdio", "cstdlib", "memory", "string"]}
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
 LANGUAGES = {"c": "c", "cpp": "cc"}
 PATIENCE = 120
@@ -78,7 +79,8 @@ class Block:
         if self.is_program():
             return "\n".join(lines(0, None)) + "\n"
         cut = self.outside()
-        return "\n".join([*(f"#include <{header}>" for header in HEADERS), *lines(0, cut),
+        return "\n".join([*(f"#include <{header}>" for header in HEADERS[self.language]),
+                          *lines(0, cut),
                           "int main(void) {", *lines(cut, None), "return 0;", "}"]) + "\n"
 
     def announced(self):

@@ -7,6 +7,13 @@ foreach(example IN ITEMS callbacks ciphers configuration containers files loggin
         ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:example_${example}>)
     set_tests_properties(examples/${example}_test PROPERTIES TIMEOUT 300)
   endif()
+  if(TARGET example_cpp_${example})
+    add_test(NAME examples/cpp_${example}_test
+      COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/examples/cpp_examples_test.py"
+        "${PROJECT_SOURCE_DIR}/examples/cpp/${example}.cc"
+        ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:example_cpp_${example}>)
+    set_tests_properties(examples/cpp_${example}_test PROPERTIES TIMEOUT 300)
+  endif()
 endforeach()
 
 if(TARGET monitor)

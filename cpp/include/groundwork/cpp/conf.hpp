@@ -4,7 +4,9 @@
 
 #include <groundwork/conf.h>
 #include <groundwork/cpp/containers.hpp>
+#include <groundwork/cpp/result.hpp>
 #include <groundwork/cpp/text.hpp>
+#include <groundwork/safe.h>
 
 #include <optional>
 
@@ -12,6 +14,16 @@ namespace gw {
 
 /**
  * An open configuration, closed with its owner. All that conf.h says holds here.
+ *
+ * @code{.cpp}
+ * gw::Conf conf("gateway.conf");
+ * conf.on_change("net", "port", [](const GConfChange& change) noexcept {
+ *   printf("%s is %s\n", change.key, change.value);  // prints: port is 8080
+ * });
+ * conf.write_int("net", "port", 8080);
+ * if (const gw::Saved saved = conf.save(); !saved) puts(saved.error().text());
+ * for (const GConfSection* section : conf.sections()) puts(section->name);  // prints: net
+ * @endcode
  */
 class Conf {
  public:
@@ -39,57 +51,60 @@ class Conf {
   /** @return whether one is open. */
   explicit operator bool() const { return conf_ != nullptr; }
   /** @return the handle, still owned here. */
-  GConf *get() const { return conf_.get(); }
+  [[nodiscard]] GConf *get() const { return conf_.get(); }
 
   /** Finds a value.
    *  @param section its name. @param key its name.
    *  @return the value, valid until the entry changes; none when it is absent or empty. */
-  std::optional<std::string_view> find(const Text &section, const Text &key) const {
+  [[nodiscard]] std::optional<std::string_view> find(const Text &section, const Text &key) const {
     const char *const value = g_conf_read_string(get(), section, key, nullptr);
     if (value == nullptr) return std::nullopt;
     return std::string_view(value);
   }
   /** Reads a text. @param section its name. @param key its name.
-   *  @param fallback the answer when there is no value.
+   *  @param fallback the result when there is no value.
    *  @return the value, valid until the entry changes, or `fallback`. */
-  std::string_view read_string(const Text &section, const Text &key,
+  [[nodiscard]] std::string_view read_string(const Text &section, const Text &key,
                                std::string_view fallback) const {
     const char *const value = g_conf_read_string(get(), section, key, nullptr);
     return value == nullptr ? fallback : std::string_view(value);
   }
-  /** Reads as g_conf_read_int(). @param section as there. @param key as there.
-   *  @param fallback as there. @return as there. */
-  int read_int(const Text &section, const Text &key, int fallback) const {
+  /** Reads a number, as g_conf_read_int(). @param section its name. @param key its name.
+   *  @param fallback the result when there is no value.
+   *  @return the number; `fallback` when there is no value. A text without digits is 0. */
+  [[nodiscard]] int read_int(const Text &section, const Text &key, int fallback) const {
     return g_conf_read_int(get(), section, key, fallback);
   }
-  /** Reads as g_conf_read_boolean(). @param section as there. @param key as there.
-   *  @param fallback as there. @return as there. */
-  bool read_boolean(const Text &section, const Text &key, bool fallback) const {
+  /** Reads a truth value, as g_conf_read_boolean(). @param section its name. @param key its name.
+   *  @param fallback the result when there is no value.
+   *  @return true for "TRUE" in any case, false for any other value; `fallback` when there is none. */
+  [[nodiscard]] bool read_boolean(const Text &section, const Text &key, bool fallback) const {
     return g_conf_read_boolean(get(), section, key, fallback) != 0;
   }
-  /** Reads as g_conf_read_double(). @param section as there. @param key as there.
-   *  @param fallback as there. @return as there. */
-  double read_double(const Text &section, const Text &key, double fallback) const {
+  /** Reads a number, as g_conf_read_double(). @param section its name. @param key its name.
+   *  @param fallback the result when there is no value.
+   *  @return the number; `fallback` when there is no value. A text without digits is 0. */
+  [[nodiscard]] double read_double(const Text &section, const Text &key, double fallback) const {
     return g_conf_read_double(get(), section, key, fallback);
   }
 
-  /** Writes as g_conf_write_string(). @param section as there. @param key as there.
-   *  @param value as there. */
+  /** Writes a text, as g_conf_write_string(). @param section its name, made when it is
+   *  missing. @param key its name. @param value what the key gets. */
   void write_string(const Text &section, const Text &key, const Text &value) {
     g_conf_write_string(get(), section, key, value);
   }
-  /** Writes as g_conf_write_int(). @param section as there. @param key as there.
-   *  @param value as there. */
+  /** Writes a number, as g_conf_write_int(). @param section its name, made when it is
+   *  missing. @param key its name. @param value what the key gets. */
   void write_int(const Text &section, const Text &key, int value) {
     g_conf_write_int(get(), section, key, value);
   }
-  /** Writes as g_conf_write_boolean(). @param section as there. @param key as there.
-   *  @param value as there. */
+  /** Writes "TRUE" or "FALSE", as g_conf_write_boolean(). @param section its name, made when it is
+   *  missing. @param key its name. @param value what the key gets. */
   void write_boolean(const Text &section, const Text &key, bool value) {
     g_conf_write_boolean(get(), section, key, value ? 1 : 0);
   }
-  /** Writes as g_conf_write_double(). @param section as there. @param key as there.
-   *  @param value as there. */
+  /** Writes a number, with six significant digits, as g_conf_write_double(). @param section its name, made when it is
+   *  missing. @param key its name. @param value what the key gets. */
   void write_double(const Text &section, const Text &key, double value) {
     g_conf_write_double(get(), section, key, value);
   }
@@ -101,13 +116,14 @@ class Conf {
   void remove_section(const Text &section) { g_conf_remove_section(get(), section); }
 
   /** Has a function called after each write that changed a key, with the change. It is kept
-   *  until the configuration is closed, and must not throw.
+   *  until the configuration is closed.
    *  @param section  as for g_conf_register_callback(): compared exactly. @param key likewise.
-   *  @param function takes a `const GConfChange &`; returns nothing, or true to let the next
-   *                  function of the key run.
+   *  @param function takes a `const GConfChange &`, and is noexcept; returns nothing, or true
+   *                  to let the next function of the key run.
    *  @return whether it is registered. */
   template <typename Function>
   bool on_change(const Text &section, const Text &key, Function &&function) {
+    detail::require_noexcept<std::decay_t<Function>, const GConfChange &>();
     using Kept = Callback<std::decay_t<Function>>;
     std::unique_ptr<AnyCallback> kept(new (std::nothrow) Kept(std::forward<Function>(function)));
     if (kept == nullptr ||
@@ -120,10 +136,29 @@ class Conf {
   }
 
   /** @return the sections in order, as records to be read. Takes no lock. */
-  ListView<const GConfSection> sections() const {
+  [[nodiscard]] ListView<const GConfSection> sections() const {
     return ListView<const GConfSection>(get() == nullptr ? nullptr : get()->sections);
   }
-  /** Writes the file if anything changed, as g_conf_sync(). */
+  /** What save() does when the file changed since it was loaded or written. */
+  enum class Foreign {
+    kRefuse,   /**< nothing: ESTALE */
+    kOverwrite /**< edits what is there until it reads as this configuration */
+  };
+  /** Writes the changes into the file, as g_conf_save(): durable, and comments and order stay.
+   *  @param foreign what to do about changes by others. @return what came of it. */
+  Saved save(Foreign foreign = Foreign::kRefuse) {
+    return Saved(g_conf_save(get(), foreign == Foreign::kOverwrite ? 1 : 0));
+  }
+  /** Takes in what the file holds now, as g_conf_reload().
+   *  @return the number of keys that were added, changed or removed; the reason when nothing
+   *          was taken in: EBUSY for changes of this program that are not saved. */
+  Result<int> reload() {
+    const int changes = g_conf_reload(get());
+    if (changes < 0) return Error(errno);
+    return changes;
+  }
+  /** Writes the file anew if anything changed, as g_conf_sync(): comments are lost, and a power
+   *  cut may leave it empty. See save(). */
   void sync() { g_conf_sync(get()); }
   /** Writes the file if anything changed, and closes, as g_conf_close(). */
   void close() {

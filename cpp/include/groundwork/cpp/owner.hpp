@@ -10,7 +10,42 @@
 #include <type_traits>
 #include <utility>
 
-/** The library for C++17: the same functions, with owners for what they hand out. */
+/**
+ * The library for C++17: the same functions, with owners for what they hand out.
+ *
+ * Include `<groundwork/groundwork.hpp>` and link the same library; there is nothing else to
+ * build. The classes follow a few rules:
+ *
+ * - **Owners.** An object owns its handle and releases it at its end. Objects move and do not
+ *   copy. One that could not be made, or was moved from, is false.
+ * - **No exceptions.** What can fail says so: a `bool`, a `std::optional`, a gw::Result with
+ *   the reason, or a gw::Saved for writes that outlast a power cut. Results that must not be
+ *   overlooked are `[[nodiscard]]`.
+ * - **Texts.** A parameter of type gw::Text takes a literal, a `std::string` or a
+ *   `std::string_view`. Texts from the library are owned (gw::String, gw::Bytes), or views
+ *   whose function says how long they are valid.
+ * - **Callbacks.** Lambdas, with state. Those that the library calls on the way must be
+ *   `noexcept`, which the compiler checks: an exception would pass the library's frames by and
+ *   leave a lock held. Functions that are a thread's own work (gw::Thread, gw::Timeout,
+ *   gw::Timer) must not be `noexcept`, for cancelling a thread unwinds them.
+ * - **Times** are durations of `std::chrono`, or numbers of milliseconds.
+ *
+ * Where there is a safe counterpart, the classes offer it under the plain name: gw::Conf::save(),
+ * gw::replace_file(), gw::Event::wait_for(), gw::Mutex::try_lock(), gw::remove_tree(),
+ * gw::base64_encode().
+ *
+ * @code{.cpp}
+ * gw::Conf conf("gateway.conf");
+ * conf.write_int("net", "port", 8080);
+ * if (const gw::Saved saved = conf.save(); !saved) {
+ *   fprintf(stderr, "gateway.conf: %s\n", saved.error().text());
+ *   return 1;
+ * }
+ * printf("%s", gw::read_file("gateway.conf").data());
+ * // prints: [net]
+ * // prints: port=8080
+ * @endcode
+ */
 namespace gw {
 
 /** Calls a C function that releases a handle. */
@@ -62,6 +97,18 @@ namespace detail {
 template <typename T>
 void *untyped(T *pointer) {
   return const_cast<void *>(static_cast<const void *>(pointer));
+}
+
+// A function that the library calls, with its own frames between: an exception would pass
+// them by, and leave a lock held or memory lost. So the function says that it throws none.
+// Functions that are a thread's own work are not asked: cancelling their thread unwinds them,
+// and would end the program at a frame that lets nothing through.
+template <typename Function, typename... Arguments>
+constexpr void require_noexcept() {
+#ifdef __cpp_exceptions
+  static_assert(std::is_nothrow_invocable_v<Function &, Arguments...>,
+                "a callback must not throw: write noexcept after its parameters");
+#endif
 }
 
 // What a visitor returned, in the words of C: nothing or true goes on.

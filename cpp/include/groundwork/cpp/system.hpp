@@ -2,19 +2,33 @@
 #ifndef GROUNDWORK_CPP_SYSTEM_HPP
 #define GROUNDWORK_CPP_SYSTEM_HPP
 
+#include <groundwork/cpp/result.hpp>
 #include <groundwork/cpp/text.hpp>
 #include <groundwork/dir.h>
 #include <groundwork/file.h>
 #include <groundwork/file_map.h>
 #include <groundwork/sys.h>
 
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <optional>
 
 namespace gw {
 
-/** An open file, closed by its owner's end. */
+/**
+ * An open file, closed by its owner's end.
+ *
+ * @code{.cpp}
+ * gw::File file("levels", gw::File::kCreate);
+ * if (!file) return 1;
+ * file.write("low high");
+ * file.close();
+ * puts(gw::read_file("levels").data());  // prints: low high
+ * @endcode
+ */
 class File {
  public:
   /** What a file is opened for. */
@@ -32,15 +46,17 @@ class File {
   explicit operator bool() const { return file_ != nullptr; }
   /** @return the handle, still owned here. */
   GFile *get() const { return file_.get(); }
-  /** Reads once, as g_file_read(). @param buffer as there. @param size as there.
-   *  @return as there. */
+  /** Reads once, as g_file_read(). @param buffer room for `size` bytes. @param size the most
+   *  that are read. @return how many were; 0 at the end, -1 on failure. */
   std::int64_t read(void *buffer, std::int64_t size) { return g_file_read(get(), buffer, size); }
-  /** Writes once, as g_file_write(). @param bytes what. @return as there. */
+  /** Writes once, as g_file_write(). @param bytes what. @return how many were written, which
+   *  may be fewer; -1 on failure. */
   std::int64_t write(std::string_view bytes) {
     return g_file_write(get(), bytes.data(), static_cast<std::int64_t>(bytes.size()));
   }
-  /** Moves the offset, as g_file_seek(). @param offset as there. @param whence as there.
-   *  @return as there. */
+  /** Moves the offset, as g_file_seek(). @param offset in bytes, relative to what `whence`
+   *  says. @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new offset; -1 on
+   *  failure. */
   std::int64_t seek(std::int64_t offset, int whence = SEEK_SET) {
     return g_file_seek(get(), offset, whence);
   }
@@ -60,13 +76,20 @@ class File {
   SystemOwner<GFile, g_file_close> file_;
 };
 
-/** A mapped region of a file, to be read. The warnings of file_map.h hold: of a longer region
- *  only the first page is given back. */
+/**
+ * A mapped region of a file, to be read. The warnings of file_map.h hold: of a longer region
+ * only the first page is given back.
+ *
+ * @code{.cpp}
+ * const gw::FileMap map("notes.txt", 0, 3);
+ * if (map) printf("%.3s\n", map.bytes().data());  // prints: one
+ * @endcode
+ */
 class FileMap {
  public:
   FileMap() = default;
-  /** Maps a region, as g_file_map() with mode 0. @param filename as there.
-   *  @param offset as there. @param length as there. */
+  /** Maps a region, as g_file_map() with mode 0. @param filename not null.
+   *  @param offset in bytes, a multiple of g_file_map_page_size(). @param length in bytes. */
   FileMap(const Text &filename, std::int64_t offset, std::int64_t length)
       : map_(g_file_map(filename, offset, length, 0, nullptr)) {}
 
@@ -86,23 +109,125 @@ class FileMap {
   SystemOwner<GFileMap, g_file_unmap> map_;
 };
 
+/** Reads a whole file, as g_file_read_buf(). @param filename not null.
+ *  @return the content; none on failure. */
+[[nodiscard]] inline Bytes read_file(const Text &filename) {
+  std::int64_t size = 0;
+  char *const content = g_file_read_buf(filename, &size);
+  return Bytes(content, static_cast<std::size_t>(size));
+}
+
+/** Writes a whole file, made or emptied before. A failure may leave a part of it: replace_file()
+ *  leaves the old file. @param filename not null. @param bytes the content.
+ *  @return whether all is written. */
+inline Result<void> write_file(const Text &filename, std::string_view bytes) {
+  errno = 0;
+  File file(filename, File::kCreate);
+  if (!file) return Error(errno == 0 ? EINVAL : errno);
+  while (!bytes.empty()) {
+    const std::int64_t count = file.write(bytes);
+    if (count < 0) return Error(errno);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return {};
+}
+
+/**
+ * The lines of a file, read whole, for `for`: without their ends, empty ones too. They are valid
+ * as long as this object.
+ *
+ * @code{.cpp}
+ * const gw::Lines lines("notes.txt");
+ * for (const std::string_view line : lines) printf("%zu\n", line.size());
+ * // prints: 3
+ * // prints: 0
+ * // prints: 3
+ * @endcode
+ */
+class Lines {
+ public:
+  /** Goes from line to line. */
+  class iterator {
+   public:
+    /** Kind of iterator. */
+    using iterator_category = std::input_iterator_tag;
+    /** What it yields. */
+    using value_type = std::string_view;
+    /** Distance of two. */
+    using difference_type = std::ptrdiff_t;
+    /** Not used. */
+    using pointer = const std::string_view *;
+    /** What it yields. */
+    using reference = std::string_view;
+
+    /** @param rest the text from the line on. */
+    explicit iterator(std::string_view rest) : rest_(rest) {}
+    /** @return the line. */
+    std::string_view operator*() const {
+      std::string_view line = rest_.substr(0, rest_.find('\n'));
+      if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+      return line;
+    }
+    /** @return this, one further. */
+    iterator &operator++() {
+      const std::size_t end = rest_.find('\n');
+      rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
+      return *this;
+    }
+    /** @return a copy from before. */
+    iterator operator++(int) {
+      iterator before = *this;
+      ++*this;
+      return before;
+    }
+    /** @param other of the same lines. @return whether both are at one line. */
+    bool operator==(const iterator &other) const { return rest_.size() == other.rest_.size(); }
+    /** @param other of the same lines. @return whether they are not. */
+    bool operator!=(const iterator &other) const { return !(*this == other); }
+
+   private:
+    std::string_view rest_;
+  };
+
+  /** Reads a file, as g_file_read_buf(). @param filename not null. */
+  explicit Lines(const Text &filename) : content_(read_file(filename)) {}
+
+  /** @return whether the file could be read. */
+  explicit operator bool() const { return static_cast<bool>(content_); }
+  /** @return the first line. */
+  [[nodiscard]] iterator begin() const { return iterator(content_.view()); }
+  /** @return past the last. */
+  [[nodiscard]] iterator end() const { return iterator(content_.view().substr(content_.size())); }
+
+ private:
+  Bytes content_;
+};
+
 /** Names in a directory. */
 using Names = StringArray<g_dir_list_free>;
 
-/** Lists a directory, as g_dir_list(). @param path as there. @param filter as there.
- *  @return the names; none on failure. */
-inline Names list_directory(const Text &path, int filter = 0) {
-  return Names(g_dir_list(path, filter, nullptr));
+/** What of a directory is listed. */
+enum class Entries {
+  kAll = 0,         /**< everything */
+  kDirectories = 1, /**< directories only */
+  kOthers = 2       /**< all but directories */
+};
+
+/** Lists a directory, as g_dir_list(), for `for`: sorted names, without "." and "..".
+ *  @param path not null. @param kind what is listed. @return the names; none on failure. */
+[[nodiscard]] inline Names list_directory(const Text &path, Entries kind = Entries::kAll) {
+  return Names(g_dir_list(path, static_cast<int>(kind), nullptr));
 }
 
-/** Calls a function for each file of a tree, as g_scandir().
- *  @param path     as there.
- *  @param function takes path and status as there, and returns an int; may be a lambda. Must
- *                  not throw.
- *  @return as there. */
+/** Calls a function for each file of a tree, as g_scandir(). Links to directories are followed.
+ *  @param path     the top directory, not null.
+ *  @param function takes a `const char *`, the path of a file, and a `const struct stat64 *`,
+ *                  what stat() says of it; returns an int, and is noexcept.
+ *  @return the sum of the results for files directly in `path`. */
 template <typename Function>
 int scan_directory(const Text &path, Function &&function) {
   using Given = std::remove_reference_t<Function>;
+  detail::require_noexcept<Given, const char *, const struct stat64 *>();
   return g_scandir(
       path,
       [](const char *name, const struct stat64 *status, void *given) -> int {
@@ -112,23 +237,15 @@ int scan_directory(const Text &path, Function &&function) {
 }
 
 /** @param filename not null. @return whether it is a regular file. */
-inline bool file_exists(const Text &filename) { return g_file_exist(filename) != 0; }
+[[nodiscard]] inline bool file_exists(const Text &filename) { return g_file_exist(filename) != 0; }
 /** @param path not null. @return whether it is a directory. */
-inline bool directory_exists(const Text &path) { return g_dir_exist(path) != 0; }
+[[nodiscard]] inline bool directory_exists(const Text &path) { return g_dir_exist(path) != 0; }
 /** @param filename not null. @return its size in bytes; none when there is no such file. */
-inline std::optional<std::int64_t> file_size(const Text &filename) {
+[[nodiscard]] inline std::optional<std::int64_t> file_size(const Text &filename) {
   const std::int64_t size = g_file_size(filename);
   if (size < 0) return std::nullopt;
   return size;
 }
-/** Reads a whole file, as g_file_read_buf(). @param filename not null.
- *  @return the content; none on failure. */
-inline Bytes read_file(const Text &filename) {
-  std::int64_t size = 0;
-  char *const content = g_file_read_buf(filename, &size);
-  return Bytes(content, static_cast<std::size_t>(size));
-}
-
 /** Size and free space of a filesystem. */
 struct FilesystemUsage {
   std::uint32_t total_kb;     /**< size in units of 1024 bytes */
@@ -137,7 +254,7 @@ struct FilesystemUsage {
 
 /** @param path on the filesystem. @return its figures; none as g_sys_get_filesystem_usage()
  *  says, so also when it is full. */
-inline std::optional<FilesystemUsage> filesystem_usage(const Text &path) {
+[[nodiscard]] inline std::optional<FilesystemUsage> filesystem_usage(const Text &path) {
   FilesystemUsage usage{};
   if (g_sys_get_filesystem_usage(path, &usage.total_kb, &usage.available_kb) != 0) {
     return std::nullopt;

@@ -18,6 +18,13 @@ namespace gw {
  * passed as it is; a view is copied, into the call's own memory when it is short. A NUL
  * inside a view ends the text. Without memory for the copy, and for a null pointer, the
  * library is given null and reports that.
+ *
+ * @code{.cpp}
+ * const std::string section = "net";
+ * gw::Conf conf("gateway.conf");
+ * conf.write_string(section, std::string_view("name=x").substr(0, 4), "gate");
+ * puts(conf.find("net", "name")->data());  // prints: gate
+ * @endcode
  */
 class Text {
  public:
@@ -52,7 +59,14 @@ class Text {
   const char *text_;  // last, as it may be in one of the others
 };
 
-/** A text from the library, owned; null when there is none. */
+/**
+ * A text from the library, owned; null when there is none.
+ *
+ * @code{.cpp}
+ * const gw::String line = gw::format("%s=%d", "port", 80);
+ * if (line) puts(line.c_str());  // prints: port=80
+ * @endcode
+ */
 class String {
  public:
   String() = default;
@@ -62,9 +76,9 @@ class String {
   /** @return whether there is a text. */
   explicit operator bool() const { return text_ != nullptr; }
   /** @return the text, or null. */
-  const char *c_str() const { return text_.get(); }
+  [[nodiscard]] const char *c_str() const { return text_.get(); }
   /** @return the text; an empty one when there is none. */
-  std::string_view view() const {
+  [[nodiscard]] std::string_view view() const {
     return text_ == nullptr ? std::string_view() : std::string_view(text_.get());
   }
   /** @return as view(). */
@@ -76,7 +90,14 @@ class String {
   Owner<char, std::free> text_;
 };
 
-/** Bytes from the library, owned; null when there are none. */
+/**
+ * Bytes from the library, owned; null when there are none.
+ *
+ * @code{.cpp}
+ * const gw::Bytes notes = gw::read_file("notes.txt");
+ * printf("%zu bytes\n", notes.size());  // prints: 9 bytes
+ * @endcode
+ */
 class Bytes {
  public:
   Bytes() = default;
@@ -86,18 +107,28 @@ class Bytes {
   /** @return whether there is a block, be it empty. */
   explicit operator bool() const { return data_ != nullptr; }
   /** @return the first byte, or null. */
-  const char *data() const { return data_.get(); }
+  [[nodiscard]] const char *data() const { return data_.get(); }
   /** @return how many there are. */
-  std::size_t size() const { return size_; }
+  [[nodiscard]] std::size_t size() const { return size_; }
   /** @return all of them. */
-  std::string_view view() const { return {data_.get(), size_}; }
+  [[nodiscard]] std::string_view view() const { return {data_.get(), size_}; }
 
  private:
   Owner<char, std::free> data_;
   std::size_t size_ = 0;
 };
 
-/** An array of texts that a null pointer ends, owned. */
+/**
+ * An array of texts that a null pointer ends, owned.
+ *
+ * @code{.cpp}
+ * const gw::Pieces pieces = gw::split("red,green,blue", ",");
+ * for (const char* piece : pieces) puts(piece);
+ * // prints: red
+ * // prints: green
+ * // prints: blue
+ * @endcode
+ */
 template <auto Release>
 class StringArray {
  public:
@@ -110,13 +141,13 @@ class StringArray {
   /** @return whether there is an array, be it empty. */
   explicit operator bool() const { return texts_ != nullptr; }
   /** @return how many texts there are. */
-  std::size_t size() const { return size_; }
+  [[nodiscard]] std::size_t size() const { return size_; }
   /** @param index below size(). @return that text. */
   const char *operator[](std::size_t index) const { return texts_.get()[index]; }
   /** @return the first. */
-  const char *const *begin() const { return texts_.get(); }
-  /** @return behind the last. */
-  const char *const *end() const { return texts_.get() + size_; }
+  [[nodiscard]] const char *const *begin() const { return texts_.get(); }
+  /** @return past the last. */
+  [[nodiscard]] const char *const *end() const { return texts_.get() + size_; }
 
  private:
   Owner<char *, Release> texts_;
@@ -127,15 +158,17 @@ class StringArray {
 using Pieces = StringArray<g_strfreev>;
 
 /** Splits a text, as g_strsplit().
- *  @param text   any. @param delimiter not empty. @param max_tokens as there.
+ *  @param text       any.
+ *  @param delimiter  not empty; taken as one whole text.
+ *  @param max_tokens the most pieces, the last of which is the rest; 0 for all.
  *  @return the pieces; none on failure. */
-inline Pieces split(const Text &text, const Text &delimiter, int max_tokens = 0) {
+[[nodiscard]] inline Pieces split(const Text &text, const Text &delimiter, int max_tokens = 0) {
   return Pieces(g_strsplit(text, delimiter, max_tokens));
 }
 
 /** Formats a text, as g_strdup_printf().
  *  @param format as for printf(). @return the text; null on failure. */
-inline String format(const char *format, ...) G_PRINTF(1, 2);
+[[nodiscard]] inline String format(const char *format, ...) G_PRINTF(1, 2);
 inline String format(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);

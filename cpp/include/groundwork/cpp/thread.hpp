@@ -2,7 +2,10 @@
 #ifndef GROUNDWORK_CPP_THREAD_HPP
 #define GROUNDWORK_CPP_THREAD_HPP
 
+#include <groundwork/cpp/mutex.hpp>
 #include <groundwork/cpp/text.hpp>
+#include <groundwork/cpp/time.hpp>
+#include <groundwork/safe.h>
 #include <groundwork/thread.h>
 #include <groundwork/timeout.h>
 #include <groundwork/timer.h>
@@ -13,54 +16,50 @@
 
 namespace gw {
 
-/** A mutex that is not recursive; also for std::lock_guard. There is no try_lock(), since
- *  g_thread_mutex_trylock() does not tell whether it locked. */
-class Mutex {
- public:
-  /** Makes one; null when memory is exhausted. */
-  Mutex() : mutex_(g_thread_mutex_new()) {}
-
-  /** @return whether there is one. */
-  explicit operator bool() const { return mutex_ != nullptr; }
-  /** @return the handle, still owned here. */
-  GMutex *get() const { return mutex_.get(); }
-  /** Locks; the owner must not lock again. */
-  void lock() { g_thread_mutex_lock(get()); }
-  /** Unlocks. */
-  void unlock() { g_thread_mutex_unlock(get()); }
-
- private:
-  Owner<GMutex, g_thread_mutex_free> mutex_;
-};
-
-/** Holds a mutex for the length of a block. */
-class [[nodiscard]] Lock {
- public:
-  /** @param mutex locked until the end of the block. */
-  explicit Lock(Mutex &mutex) : mutex_(mutex) { mutex_.lock(); }
-  Lock(const Lock &) = delete;
-  Lock &operator=(const Lock &) = delete;
-  ~Lock() { mutex_.unlock(); }
-
- private:
-  Mutex &mutex_;
-};
-
-/** A condition that remembers nothing: a signal that nobody waits for is lost. */
+/**
+ * A condition. wait() remembers nothing: a signal that nobody waits for is lost. wait_for()
+ * with a ticket loses none that comes after the ticket.
+ *
+ * @code{.cpp}
+ * gw::Event ready;
+ * const gw::Event::Ticket ticket = ready.ticket();
+ * gw::Thread worker([&ready] { ready.signal(); });
+ * const bool came = ready.wait_for(ticket, std::chrono::seconds(10));
+ * puts(came ? "ready" : "too late");                                  // prints: ready
+ * puts(ready.wait_for(std::chrono::milliseconds(5)) ? "?" : "quiet");  // prints: quiet
+ * @endcode
+ */
 class Event {
  public:
+  /** The number of signals so far. */
+  using Ticket = std::uint32_t;
+
   /** Makes one; null when memory is exhausted. */
   Event() : event_(g_thread_event_new()) {}
 
   /** @return whether there is one. */
   explicit operator bool() const { return event_ != nullptr; }
   /** @return the handle, still owned here. */
-  GThreadEvent *get() const { return event_.get(); }
-  /** Waits without limit. */
+  [[nodiscard]] GThreadEvent *get() const { return event_.get(); }
+  /** @return a ticket: wait_for() returns for signals that come after it. */
+  [[nodiscard]] Ticket ticket() const { return g_thread_event_ticket(get()); }
+  /** Waits for a signal that came, or comes, after a ticket. A cancellation point.
+   *  @param ticket from ticket(). @param time the longest wait; not below 0.
+   *  @return whether there was one. */
+  [[nodiscard]] bool wait_for(Ticket ticket, Milliseconds time) {
+    return g_thread_event_wait_for(get(), ticket, time.count() < 0 ? 0 : time.count()) == 0;
+  }
+  /** Waits for a signal from now on. A cancellation point. @param time the longest wait.
+   *  @return whether there was one. */
+  [[nodiscard]] bool wait_for(Milliseconds time) { return wait_for(ticket(), time); }
+  /** Waits without limit for a signal that came, or comes, after a ticket. A cancellation
+   *  point. @param ticket from ticket(). */
+  void wait(Ticket ticket) { g_thread_event_wait_for(get(), ticket, -1); }
+  /** Waits without limit, for signals that come during the wait only. */
   void wait() { g_thread_event_wait(get()); }
   /** Waits for a signal for a time, and then AGAIN, without limit: read the warning of
-   *  g_thread_event_wait_timeout(). @param milliseconds length of the first wait. */
-  void wait_twice(int milliseconds) { g_thread_event_wait_timeout(get(), milliseconds); }
+   *  g_thread_event_wait_timeout(). @param time length of the first wait. */
+  void wait_twice(Milliseconds time) { g_thread_event_wait_timeout(get(), time.count()); }
   /** Wakes one waiter. */
   void signal() { g_thread_event_signal(get()); }
   /** Wakes all waiters. */
@@ -87,7 +86,16 @@ struct Drop {
 
 }  // namespace detail
 
-/** A thread, waited for by its owner's end. */
+/**
+ * A thread, waited for by its owner's end.
+ *
+ * @code{.cpp}
+ * int sum = 0;
+ * gw::Thread adder([&sum] { sum = 1 + 2; });
+ * adder.join();
+ * printf("%d\n", sum);  // prints: 3
+ * @endcode
+ */
 class Thread {
  public:
   Thread() = default;
@@ -152,22 +160,36 @@ class Thread {
   std::unique_ptr<detail::SharedFunction, detail::Drop> function_;
 };
 
-/** A function called periodically on a thread of its own, ended by its owner's end. */
+/**
+ * A function called periodically on a thread of its own, ended by its owner's end.
+ *
+ * @code{.cpp}
+ * gw::Event done;
+ * const gw::Event::Ticket ticket = done.ticket();
+ * int left = 3;
+ * const gw::Timeout countdown(std::chrono::milliseconds(5), [&] {
+ *   if (--left > 0) return true;
+ *   done.signal();
+ *   return false;
+ * });
+ * puts(done.wait_for(ticket, std::chrono::seconds(10)) ? "lift off" : "?");  // prints: lift off
+ * @endcode
+ */
 class Timeout {
  public:
   Timeout() = default;
   /** Starts one, as g_timeout_new(); the first call comes at once.
-   *  @param milliseconds period, above 0.
-   *  @param function     called without arguments on an own copy; returns nothing, or true to
-   *                      be called again. Must not throw, and must not end this object: it
-   *                      returns false for that. It may be stopped at any cancellation point
-   *                      in it. */
+   *  @param period   above 0.
+   *  @param function called without arguments on an own copy; returns nothing, or true to be
+   *                  called again. Must not throw, and must not end this object: it returns
+   *                  false for that. It may be stopped at any cancellation point in it, so it
+   *                  is not noexcept. */
   template <typename Function>
-  Timeout(int milliseconds, Function &&function) {
+  Timeout(Milliseconds period, Function &&function) {
     using Kept = Run<std::decay_t<Function>>;
     run_.reset(new (std::nothrow) Kept(std::forward<Function>(function)));
     if (run_ == nullptr) return;
-    timeout_ = g_timeout_new(nullptr, milliseconds, Kept::call, static_cast<Kept *>(run_.get()));
+    timeout_ = g_timeout_new(nullptr, period.count(), Kept::call, static_cast<Kept *>(run_.get()));
     if (timeout_ == nullptr) run_.reset();
   }
   /** Takes over what another owns. @param other empty afterwards. */
@@ -220,7 +242,7 @@ class Timeout {
 
 namespace detail {
 
-// What stands behind a Timer: its owner and the service's entry each keep it alive, and its
+// What a Timer consists of: its owner and the service's entry each keep it alive, and its
 // lock keeps the function from running once the owner has ended. The lock is recursive
 // because the owner may end inside the function.
 struct TimerState {
@@ -274,6 +296,16 @@ struct TimerStates {
 
 inline TimerStates timer_states;
 
+// What a timer's function returned, in milliseconds.
+template <typename Rep, typename Period>
+std::uint32_t interval_of(std::chrono::duration<Rep, Period> interval) {
+  return static_cast<std::uint32_t>(Milliseconds(interval).count());
+}
+template <typename Number>
+std::uint32_t interval_of(Number milliseconds) {
+  return static_cast<std::uint32_t>(milliseconds);
+}
+
 inline std::uint32_t run_timer(std::uint32_t interval, void *param) {
   auto *const state = static_cast<TimerState *>(param);
   std::uint32_t next = 0;
@@ -298,7 +330,14 @@ inline std::uint32_t run_timer(std::uint32_t interval, void *param) {
 
 }  // namespace detail
 
-/** The timer service, stopped by its owner's end. */
+/**
+ * The timer service, stopped by its owner's end.
+ *
+ * @code{.cpp}
+ * gw::TimerService service;
+ * if (!service) puts("somebody else runs it");
+ * @endcode
+ */
 class TimerService {
  public:
   /** Starts it, as g_timer_init(). */
@@ -323,22 +362,32 @@ class TimerService {
  * A periodic callback on the service's thread, ended by its owner's end: then its function is
  * not running (unless it is itself what ends it) and will not run any more. Not to be used
  * beside g_set_timer() and g_timer_cleanup(), which end timers behind their owners' backs.
+ *
+ * @code{.cpp}
+ * gw::TimerService service;
+ * gw::Event done;
+ * const gw::Event::Ticket ticket = done.ticket();
+ * gw::Timer timer(std::chrono::milliseconds(20), [&done, beats = 0]() mutable {
+ *   if (++beats == 3) done.signal();
+ * });
+ * puts(done.wait_for(ticket, std::chrono::seconds(10)) ? "3 beats" : "?");  // prints: 3 beats
+ * @endcode
  */
 class Timer {
  public:
   Timer() = default;
   /** Registers one, as g_add_timer().
-   *  @param milliseconds interval.
-   *  @param function     called on an own copy without arguments; returns nothing to be called
-   *                      again after the same interval, or the next interval in milliseconds,
-   *                      0 to end. Must not throw. */
+   *  @param interval until the first call.
+   *  @param function called on an own copy without arguments; returns nothing to be called
+   *                  again after the same interval, or the next interval, 0 to end. Must not
+   *                  throw. */
   template <typename Function>
-  Timer(int milliseconds, Function &&function) {
+  Timer(Milliseconds interval, Function &&function) {
     using Kept = State<std::decay_t<Function>>;
     auto *const state = new (std::nothrow) Kept(std::forward<Function>(function));
     if (state == nullptr) return;
     detail::timer_states.add(state);
-    if (g_add_timer(milliseconds, detail::run_timer, static_cast<detail::TimerState *>(state)) ==
+    if (g_add_timer(interval.count(), detail::run_timer, static_cast<detail::TimerState *>(state)) ==
         nullptr) {
       detail::timer_states.remove(state);
       delete state;
@@ -386,7 +435,7 @@ class Timer {
         (*function)();
         return interval;
       } else {
-        return static_cast<std::uint32_t>((*function)());
+        return detail::interval_of((*function)());
       }
     }
     void drop_function() override { function.reset(); }

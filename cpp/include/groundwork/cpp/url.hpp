@@ -20,7 +20,19 @@ inline void use_files_and_http() {
   }
 }
 
-/** A stream over a file, standard input or HTTP, closed by its owner's end. */
+/**
+ * A stream over a file, standard input or HTTP, closed by its owner's end.
+ *
+ * @code{.cpp}
+ * gw::use_files_and_http();
+ * gw::Url url("notes.txt");  // or "http://host/notes.txt", or "-"
+ * if (!url) return 1;
+ * char buffer[256];
+ * while (const auto line = url.line(buffer)) printf("%s\n", line->data());
+ * // prints: one
+ * // prints: two
+ * @endcode
+ */
 class Url {
  public:
   Url() = default;
@@ -30,16 +42,18 @@ class Url {
   /** @return whether it is open. */
   explicit operator bool() const { return url_ != nullptr; }
   /** @return the handle, still owned here. */
-  URL get() const { return url_.get(); }
-  /** Reads bytes, as url_read(). @param buffer as there. @param size as there.
-   *  @return as there. */
+  [[nodiscard]] URL get() const { return url_.get(); }
+  /** Reads bytes, as url_read(). @param buffer room for `size` bytes. @param size the most
+   *  that are read. @return how many were; 0 at the end, and -1 on error. */
   std::int32_t read(void *buffer, std::int32_t size) { return url_read(get(), buffer, size); }
-  /** Reads a line with its end, as url_gets(). @param buffer takes the line.
+  /** Reads the next line that is not empty, without its end, as url_readline().
+   *  @param buffer takes the line; of a longer one the rest is the next line.
    *  @return the line, in `buffer`; none at the end. */
   template <std::size_t Size>
-  std::optional<std::string_view> line(char (&buffer)[Size]) {
-    if (url_gets(get(), buffer, static_cast<std::int32_t>(Size)) == nullptr) return std::nullopt;
-    return std::string_view(buffer);
+  [[nodiscard]] std::optional<std::string_view> line(char (&buffer)[Size]) {
+    const std::int32_t length = url_readline(get(), buffer, static_cast<std::int32_t>(Size));
+    if (length <= 0) return std::nullopt;
+    return std::string_view(buffer, static_cast<std::size_t>(length));
   }
   /** Reads a byte, as url_fgetc(). @return 0 to 255, or -1. */
   int byte() { return url_fgetc(get()); }
@@ -51,8 +65,9 @@ class Url {
     if (bytes == nullptr || length < 0) return {};
     return Bytes(bytes.release(), static_cast<std::size_t>(length));
   }
-  /** Moves the stream, as url_seek(). @param offset as there. @param whence as there.
-   *  @return as there. */
+  /** Moves the stream, as url_seek(). @param offset bytes, relative to what `whence` says.
+   *  @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new position; of a stream that
+   *  can only go forward, the one before the move; -1 on failure. */
   std::int64_t seek(std::int64_t offset, int whence = SEEK_SET) {
     return url_seek(get(), offset, whence);
   }
