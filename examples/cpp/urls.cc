@@ -4,10 +4,12 @@
 //   urls [URL]
 #include <groundwork/groundwork.hpp>
 
+#include <chrono>
 #include <cstdio>
 
 int main(int argc, char** argv) {
   gw::use_files_and_http();
+  const gw::HttpTimeout limit(std::chrono::seconds(5));
   if (argc < 2 && !gw::write_file("notes", "one\n\ntwo\n")) return 1;
 
   gw::Url url(argc > 1 ? argv[1] : "notes");

@@ -632,6 +632,18 @@ TEST(CppCrypt, UndoesWhatItDid) {
   EXPECT_FALSE(gw::base64_decode("Zm9v!mFy"));
 }
 
+TEST(CppUrl, TheTimeLimitHoldsForABlock) {
+  {
+    const gw::HttpTimeout outer(std::chrono::seconds(2));
+    {
+      const gw::HttpTimeout inner(300);
+      EXPECT_EQ(300, url_http_set_timeout(300));
+    }
+    EXPECT_EQ(2000, url_http_set_timeout(2000));
+  }
+  EXPECT_EQ(0, url_http_set_timeout(0));
+}
+
 TEST(CppUrl, ReadsLinesOfAFile) {
   const TemporaryDirectory directory;
   std::ofstream(directory.path() + "/a") << "one\ntwo\n";

@@ -59,6 +59,29 @@ class PowerSaving {
   int before_;
 };
 
+/**
+ * Sets the limit of url_http_set_timeout() for the length of a block. It belongs to the whole
+ * process, as all of the streams does.
+ *
+ * @code{.cpp}
+ * gw::use_files_and_http();
+ * const gw::HttpTimeout limit(std::chrono::seconds(2));
+ * const gw::Url page("http://localhost:8080/notes.txt");
+ * puts(page ? "open" : "closed, or too slow");  // prints: open
+ * @endcode
+ */
+class HttpTimeout {
+ public:
+  /** @param time for opening, and for each wait afterwards; 0 for no limit. */
+  explicit HttpTimeout(Milliseconds time) : before_(url_http_set_timeout(time.count())) {}
+  HttpTimeout(const HttpTimeout &) = delete;
+  HttpTimeout &operator=(const HttpTimeout &) = delete;
+  ~HttpTimeout() { url_http_set_timeout(before_); }
+
+ private:
+  int before_;
+};
+
 }  // namespace gw
 
 #endif
