@@ -252,7 +252,11 @@ TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeldAndNoBlockBehind) {
   blocks.disarm();
   EXPECT_EQ(g_conf_register_callback(
                 conf_.get(), "s", "k",
-                [](const GConfChange*, void*) -> int { pthread_exit(nullptr); }, nullptr),
+                [](const GConfChange* change, void* data) -> int {
+                  EXPECT_STREQ(change->value, "long enough 1");
+                  pthread_exit(data);
+                },
+                conf_.get()),
             0);
   write("s", "other", "1");
   pthread_t thread;
@@ -264,7 +268,9 @@ TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeldAndNoBlockBehind) {
                 },
                 conf_.get()),
             0);
-  pthread_join(thread, nullptr);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, conf_.get());  // it was ended by the callback
   EXPECT_STREQ(g_conf_read_string(conf_.get(), "s", "k", ""), "long enough 1");
   EXPECT_EQ(blocks.outstanding(), 0);
 }

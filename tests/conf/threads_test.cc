@@ -3,11 +3,11 @@
 // SPDX-License-Identifier: MIT
 
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <csignal>
+#include <fstream>
 #include <thread>
 
 #include "conf/conf_support.h"
@@ -55,21 +55,27 @@ TEST(ConfThreads, WritesReadsAndRemovalsOfOwnKeysKeepTheListsWhole) {
 TEST(ConfThreads, TypedReadsOfAKeyThatOthersWriteSeeOneOfTheWholeValues) {
   const ConfFile file("[s]\nk=1111111\nb=TRUE\n");
   const Conf conf = file.open();
-  std::atomic<bool> done{false};
+  std::atomic<bool> enough{false};
+  std::atomic<int> rounds{0};
   std::thread writer([&] {
-    for (int round = 0; round < kRounds * 10; ++round) {
+    for (int round = 0; !enough; rounds = ++round) {
       g_conf_write_int(conf.get(), "s", "k", round % 2 == 0 ? 1111111 : 22);
       g_conf_write_boolean(conf.get(), "s", "b", round % 2);
     }
-    done = true;
   });
-  while (!done) {
+  int reads_of[2] = {};
+  // Until both values were read while the other thread wrote, and often.
+  for (int read = 0;
+       read < kRounds * 10 || rounds < kRounds || reads_of[0] == 0 || reads_of[1] == 0;
+       ++read) {
     const int value = g_conf_read_int(conf.get(), "s", "k", -1);
     EXPECT_TRUE(value == 1111111 || value == 22) << value;
+    ++reads_of[value == 22 ? 1 : 0];
     const double number = g_conf_read_double(conf.get(), "s", "k", -1);
     EXPECT_TRUE(number == 1111111 || number == 22) << number;
     EXPECT_NE(g_conf_read_boolean(conf.get(), "s", "b", -1), -1);
   }
+  enough = true;
   writer.join();
 }
 
@@ -91,21 +97,35 @@ TEST(ConfThreads, UnlockedLookUpsAgreeWhileNobodyChangesTheConf) {
   });
 }
 
+// Whether a thread of this process waits for something.
+bool is_asleep(long thread) {
+  if (thread == 0) return false;
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  const std::size_t name_end = text.rfind(')');
+  return name_end != std::string::npos && text.compare(name_end, 4, ") S ") == 0;
+}
+
 TEST(ConfThreads, ReadsWritesAndRemovalsWaitForTheMutexAndGiveItBack) {
   const ConfFile file("[s]\nk=1\nl=2\n[t]\nm=3\n");
   const Conf conf = file.open();
   const auto expect_waits = [&](const char* name, auto call) {
     SCOPED_TRACE(name);
     ASSERT_EQ(g_thread_mutex_lock(conf->mutex), 0);
+    std::atomic<long> caller_id{0};
     std::atomic<bool> done{false};
     std::thread caller([&] {
+      caller_id = syscall(SYS_gettid);
       call(conf.get());
       done = true;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    // However long it takes to come so far.
+    while (!done && !is_asleep(caller_id)) std::this_thread::yield();
     EXPECT_FALSE(done);
     g_thread_mutex_unlock(conf->mutex);
     caller.join();
+    EXPECT_TRUE(done);
   };
   expect_waits("string", [](GConf* c) { g_conf_read_string(c, "s", "k", ""); });
   expect_waits("int", [](GConf* c) { g_conf_read_int(c, "s", "k", 0); });
@@ -137,20 +157,29 @@ TEST(ConfThreads, SyncRegistrationAndPlainLookUpsTakeNoLock) {
 }
 
 std::atomic<int> runs{0};
+std::atomic<int> runs_elsewhere{0};
+thread_local int own_number = -1;
 
 TEST(ConfThreads, CallbacksRunOnTheThreadThatWrites) {
   const ConfFile file;
   const Conf conf = file.open();
   runs = 0;
-  const auto count = [](const GConfChange*, void*) { return ++runs, 0; };
+  runs_elsewhere = 0;
+  const auto count = [](const GConfChange* change, void*) {
+    ++runs;
+    if (std::stoi(change->value) / kRounds != own_number) ++runs_elsewhere;
+    return 0;
+  };
   ASSERT_EQ(g_conf_register_callback(conf.get(), "s", "k", count, nullptr), 0);
   on_threads([&](int number) {
+    own_number = number;
     for (int round = 0; round < kRounds; ++round) {
       // No two values are equal.
-      g_conf_write_int(conf.get(), "s", "k", number * kRounds + round + 1);
+      g_conf_write_int(conf.get(), "s", "k", number * kRounds + round);
     }
   });
   EXPECT_EQ(runs, kThreads * kRounds);
+  EXPECT_EQ(runs_elsewhere, 0);
 }
 
 TEST(ConfThreads, ConfsAreOpenedAndClosedAtOnce) {
