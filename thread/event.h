@@ -28,9 +28,8 @@ static_assert(offsetof(GThreadEvent, cond) == 0 &&
 
 namespace groundwork {
 
-// Around each wait. leave_event() is also what a cancelled waiter does: the wait has given
-// it the mutex back.
-void enter_event(GThreadEvent* event);
+// At the end of each wait, with the mutex held: one waiter less, and the mutex is given
+// back. Also what a cancelled waiter does: the wait has given it the mutex again.
 void leave_event(void* event);
 
 }  // namespace groundwork

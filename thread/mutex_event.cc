@@ -50,6 +50,11 @@ void dispose(GThreadEvent* event) {
   std::free(event);
 }
 
+void enter_event(GThreadEvent* event) {
+  g_thread_mutex_lock(event->mutex);
+  ++event->waiters;
+}
+
 // The mutex is held.
 void end_ticket_waits(GThreadEvent* event) {
   if (event->ticket_waiters != 0) pthread_cond_broadcast(&event->ticket_cond);
@@ -83,11 +88,6 @@ void wait_until(GThreadEvent* event, const timespec& deadline) {
 }
 
 }  // namespace
-
-void groundwork::enter_event(GThreadEvent* event) {
-  g_thread_mutex_lock(event->mutex);
-  ++event->waiters;
-}
 
 void groundwork::leave_event(void* waited_for) {
   auto* const event = static_cast<GThreadEvent*>(waited_for);

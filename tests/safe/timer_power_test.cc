@@ -126,7 +126,19 @@ class SleepControl {
 SleepControl sleeps;
 
 std::atomic<bool> is_monotonic_fake{false};
-std::atomic<std::int64_t> monotonic_now{0};  // ns
+std::mutex monotonic_mutex;
+std::int64_t monotonic_now =
+    0;  // ns; guarded by the mutex, as not every target has such atomics
+
+std::int64_t read_monotonic() {
+  const std::lock_guard<std::mutex> lock(monotonic_mutex);
+  return monotonic_now;
+}
+
+void set_monotonic(std::int64_t now) {
+  const std::lock_guard<std::mutex> lock(monotonic_mutex);
+  monotonic_now = now;
+}
 
 constexpr std::int64_t kMs = 1'000'000;  // ns
 
@@ -135,7 +147,7 @@ constexpr std::int64_t kMs = 1'000'000;  // ns
 extern "C" int LIBRARY_CLOCK_GETTIME(clockid_t clock, LibraryTimespec* time) noexcept {
   if (clock == CLOCK_MONOTONIC && is_monotonic_fake) {
     *time = {};
-    const std::int64_t now = monotonic_now;
+    const std::int64_t now = read_monotonic();
     time->tv_sec = static_cast<decltype(time->tv_sec)>(now / 1'000'000'000);
     time->tv_nsec = static_cast<decltype(time->tv_nsec)>(now % 1'000'000'000);
     return 0;
@@ -207,7 +219,7 @@ constexpr std::int64_t kUptime = 86'400'000'000'000;  // ns
 class SimulatedTimerPower : public ::testing::Test {
  protected:
   SimulatedTimerPower() {
-    monotonic_now = kUptime;
+    set_monotonic(kUptime);
     is_monotonic_fake = true;
     sleeps.begin();
     g_start_ticks();
@@ -244,7 +256,7 @@ class SimulatedTimerPower : public ::testing::Test {
   void set_time(std::int64_t milliseconds) {
     clock.advance(milliseconds - now_);
     now_ = milliseconds;
-    monotonic_now = kUptime + milliseconds * kMs;
+    set_monotonic(kUptime + milliseconds * kMs);
   }
 
   // Lets the sleep last as long as it was to, and the service pass and sleep again.
