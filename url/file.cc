@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "url/file_lines.h"
 #include "url/unique_fd.h"
 
 using groundwork::above_output;
@@ -56,7 +57,21 @@ struct FileStream {
 // occupy no blocks, and may read differently after a step back.
 bool can_reread(int fd) {
   struct stat status;
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_blocks > 0;
+  const int kept = errno;
+  const bool can = fd > kStandardInput && fstat(fd, &status) == 0 &&
+                   S_ISREG(status.st_mode) && status.st_blocks > 0;
+  errno = kept;
+  return can;
+}
+
+// The same for a stream, whose descriptor a program may replace.
+bool can_reread(FileStream& stream) {
+  const int fd = stream.file.fd;
+  if (stream.examined_fd != fd) {
+    stream.rereads = can_reread(fd);
+    stream.examined_fd = fd;
+  }
+  return stream.rereads;
 }
 
 URL_file& file_of(URL url) {
@@ -192,12 +207,8 @@ char* file_gets(URL url, char* buf, int32_t n) {
     return buf;
   }
   auto& stream = reinterpret_cast<FileStream&>(file);
-  if (stream.examined_fd != file.fd) {
-    stream.rereads = file.fd > kStandardInput && can_reread(file.fd);
-    stream.examined_fd = file.fd;
-  }
-  return stream.rereads ? gets_by_pieces(stream, buf, n)
-                        : gets_by_bytes(file.fd, buf, n, 0);
+  return can_reread(stream) ? gets_by_pieces(stream, buf, n)
+                            : gets_by_bytes(file.fd, buf, n, 0);
 }
 
 int32_t file_fgetc(URL url) {
@@ -280,7 +291,70 @@ int open_path(const char* name) {
   return above_output(open(path, O_RDONLY | O_CLOEXEC));
 }
 
+// The next bytes of the file, no more than the read limit leaves; 0 when there are none.
+// Counts them, and the byte that was asked for and is none.
+std::size_t take_piece(FileStream& stream, char* piece, std::size_t size) {
+  URL_record& common = stream.file.common;
+  if (common.nread >= common.readlimit) {
+    common.eof = 1;
+    return 0;
+  }
+  size = std::min(size, std::size_t{common.readlimit - common.nread});
+  const ssize_t count = read(stream.file.fd, piece, size);
+  common.nread += count > 0 ? static_cast<uint32_t>(count) : 1;
+  return count > 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+// Gives back the last bytes of a piece.
+void give_back(FileStream& stream, std::size_t count) {
+  if (count == 0) return;
+  stream.file.common.nread -= static_cast<uint32_t>(count);
+  lseek(stream.file.fd, -static_cast<off_t>(count), SEEK_CUR);
+}
+
 }  // namespace
+
+bool groundwork::is_read_in_pieces(URL url) {
+  // Both: a record that another module made has none of the fields behind the public ones.
+  if (url->fgetc != file_fgetc || url->gets != file_gets) return false;
+  auto& stream = *reinterpret_cast<FileStream*>(url);
+  return stream.file.data == nullptr && can_reread(stream);
+}
+
+int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
+  auto& stream = *reinterpret_cast<FileStream*>(url);
+  char piece[kLargestPiece];
+  std::size_t size = first_piece(stream);
+  std::size_t consumed = 0;
+  std::size_t length = 0;
+  const auto room = static_cast<std::size_t>(n - 1);
+  while (length < room) {
+    const std::size_t count = take_piece(stream, piece, std::min(size, room - length));
+    if (count == 0) break;
+    std::string_view bytes(piece, count);
+    // Empty lines are passed over. Each was at the buffer's start for a moment.
+    while (length == 0 && !bytes.empty() && ends_line(bytes.front())) {
+      buf[0] = bytes.front();
+      bytes.remove_prefix(1);
+    }
+    const std::size_t end = line_length(bytes);
+    const std::size_t taken = end != 0 ? end : bytes.size();
+    const std::size_t left = bytes.size() - taken;
+    std::memcpy(buf + length, bytes.data(), taken);
+    length += taken;
+    consumed += count - left;
+    if (end != 0) {
+      give_back(stream, left);
+      --length;
+      break;
+    }
+    size = kLargestPiece;
+  }
+  if (length == 0) return 0;
+  note_line(stream, static_cast<uint32_t>(consumed));
+  buf[length] = '\0';
+  return static_cast<int32_t>(length);
+}
 
 extern "C" {
 

@@ -17,6 +17,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "url/file_lines.h"
+
 extern "C" {
 
 int32_t url_errno = 0;
@@ -260,6 +262,9 @@ extern "C" char* url_gets(URL url, char* buf, int32_t n) {
 extern "C" int32_t url_readline(URL url, char* buf, int32_t n) {
   if (n == 1) buf[0] = '\0';
   if (n < 2) return 0;
+  if (groundwork::is_read_in_pieces(url)) {
+    return groundwork::read_line_in_pieces(url, buf, n);
+  }
   for (;;) {
     int32_t length = 0;
     int32_t byte = kNoByte;

@@ -728,6 +728,100 @@ TEST_F(FileStream, LinesOfWhatTheKernelMakesUpAreReadByteByByte) {
   EXPECT_EQ(traffic.largest_read, 1u);
 }
 
+bool has_blocks(URL url) {
+  struct stat64 status = {};
+  fstat64(file_of(url).fd, &status);
+  return status.st_blocks != 0;
+}
+
+TEST_F(FileStream, StrippedLinesOfAFileCostTwoSystemCallsEach) {
+  constexpr int kLines = 200;
+  for (const char* const end : {"\n", "\r\n", "\n\n\n"}) {
+    for (const std::size_t length : {20u, 200u, 2000u}) {
+      std::string content;
+      for (int i = 0; i < kLines; ++i) {
+        content += std::string(length - static_cast<std::size_t>(i % 3), 'x') + end;
+      }
+      const URL url = over(content);
+      if (!has_blocks(url)) GTEST_SKIP() << "files without blocks here";
+      std::vector<char> buf(4096);
+      for (int i = 0; i < kLines; ++i) {
+        if (i == 1) reset_traffic();  // the first line tells how long they are
+        ASSERT_EQ(url_readline(url, buf.data(), 4096), static_cast<int>(length) - i % 3);
+      }
+      EXPECT_LE(traffic.reads, kLines + 2) << length;
+      EXPECT_LE(traffic.seeks, kLines) << length;
+      EXPECT_LE(traffic.largest_read, length + length / 4 + 300) << length;
+    }
+  }
+}
+
+TEST_F(FileStream, StrippedLinesOfStandardInputAreReadByteByByte) {
+  const StandardInput input(
+      ::open(directory_.write("file", "a line\nrest").c_str(), O_RDONLY));
+  const URL url = open("-");
+  char buf[16];
+  reset_traffic();
+  EXPECT_EQ(url_readline(url, buf, 16), 6);
+  EXPECT_EQ(traffic.reads, 7);
+  EXPECT_EQ(traffic.largest_read, 1u);
+  EXPECT_EQ(traffic.seeks, 0);
+}
+
+TEST_F(FileStream, StrippedLinesOfWhatTheKernelMakesUpAreReadByteByByte) {
+  const URL url = open("/proc/version");
+  url_set_readlimit(url, -1);
+  char buf[4] = "";
+  reset_traffic();
+  EXPECT_EQ(url_readline(url, buf, 4), 3);
+  EXPECT_EQ(traffic.reads, 3);
+  EXPECT_EQ(traffic.largest_read, 1u);
+}
+
+// Byte by byte each of them was stored for a moment; the last is still there.
+TEST_F(FileStream, AtTheEndTheLastEmptyLineIsLeftInTheBuffer) {
+  for (const char* const content : {"\n", "\n\r", "\r\n\r\n"}) {
+    const URL url = over(content);
+    char buf[16] = "zz";
+    EXPECT_EQ(url_readline(url, buf, 16), 0);
+    EXPECT_EQ(buf[0], content[std::strlen(content) - 1]);
+    EXPECT_EQ(buf[1], 'z');
+    EXPECT_EQ(url->eof, 1);
+  }
+}
+
+// A program's own byte reader is asked for every byte, whatever else is the module's.
+TEST_F(FileStream, AReplacedByteReaderIsAskedForStrippedLines) {
+  const URL url = over("one\ntwo\n");
+  static int32_t (*former)(URL) = nullptr;
+  static int calls = 0;
+  former = std::exchange(url->fgetc, [](URL stream) -> int32_t {
+    ++calls;
+    const int32_t byte = former(stream);
+    return byte == 'o' ? '0' : byte;
+  });
+  char buf[16];
+  EXPECT_EQ(url_readline(url, buf, 16), 3);
+  EXPECT_STREQ(buf, "0ne");
+  EXPECT_EQ(calls, 4);
+  url->fgetc = former;
+  EXPECT_EQ(url_readline(url, buf, 16), 3);
+  EXPECT_STREQ(buf, "two");
+}
+
+TEST_F(FileStream, StrippedLinesOfAViewComeFromTheView) {
+  const URL url = unlimited_over("file\n");
+  file_of(url).data = reinterpret_cast<const uint8_t*>("view\nrest");
+  file_of(url).size = 9;
+  char buf[16];
+  EXPECT_EQ(url_readline(url, buf, 16), 4);
+  EXPECT_STREQ(buf, "view");
+  EXPECT_EQ(position_of(url), 0);
+  file_of(url).data = nullptr;
+  EXPECT_EQ(url_readline(url, buf, 16), 4);
+  EXPECT_STREQ(buf, "file");
+}
+
 TEST_F(FileStream, LineReaderFollowsAChangeOfTheDescriptor) {
   const URL url = unlimited_over("one\ntwo\n");
   char buf[16];
@@ -967,6 +1061,8 @@ TEST_F(FileStream, AgreesWithAReaderOfSingleBytesOverRandomOperations) {
           run([&] { return url_fgetc(url); }, [&] { return reference.fgetc(); });
           break;
         case 2:
+        case 8:
+        case 9:
           run([&] { return url_readline(url, buf, n); },
               [&] { return reference.readline(their_buf, n); });
           break;
