@@ -7,10 +7,10 @@ list(TRANSFORM GROUNDWORK_PUBLIC_INCLUDES APPEND "/groundwork" OUTPUT_VARIABLE _
 install(DIRECTORY ${_headers}
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
-install(TARGETS groundwork EXPORT groundwork-targets
+install(TARGETS groundwork EXPORT groundwork-shared-targets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime
   NAMELINK_COMPONENT development)
-install(TARGETS groundwork_static EXPORT groundwork-targets
+install(TARGETS groundwork_static EXPORT groundwork-static-targets
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 set_target_properties(groundwork_static PROPERTIES EXPORT_NAME static)
 
@@ -24,13 +24,21 @@ install(FILES
   "${PROJECT_BINARY_DIR}/groundwork-config.cmake"
   "${PROJECT_BINARY_DIR}/groundwork-config-version.cmake"
   DESTINATION "${_package_dir}" COMPONENT development)
-install(EXPORT groundwork-targets NAMESPACE groundwork::
-  DESTINATION "${_package_dir}" COMPONENT development)
+# A set of its own for each library: some images carry the shared one alone.
+foreach(kind IN ITEMS shared static)
+  install(EXPORT groundwork-${kind}-targets NAMESPACE groundwork::
+    DESTINATION "${_package_dir}" COMPONENT development)
+endforeach()
 
-# From the folder of the .pc files back to the prefix.
+# From the folder of the .pc files back to the prefix. A distribution's copy is never moved, and only
+# a plain prefix lets pkg-config see that its folders are searched anyway.
 file(RELATIVE_PATH GROUNDWORK_PC_PREFIX
   "${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 string(REGEX REPLACE "/$" "" GROUNDWORK_PC_PREFIX "${GROUNDWORK_PC_PREFIX}")
+set(GROUNDWORK_PC_PREFIX "\${pcfiledir}/${GROUNDWORK_PC_PREFIX}")
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(GROUNDWORK_PC_PREFIX "/usr")
+endif()
 foreach(kind IN ITEMS groundwork groundwork-static)
   if(kind STREQUAL "groundwork")
     set(GROUNDWORK_PC_LIBS "-lgroundwork")
@@ -44,6 +52,9 @@ endforeach()
 
 install(FILES README.md CHANGELOG.md LICENSE
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
+
+install(FILES cmake/groundwork.tsan-supp
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/groundwork" COMPONENT development)
 
 # Removes what the last installations from this build folder put in place.
 if(PROJECT_IS_TOP_LEVEL)

@@ -12,11 +12,16 @@
  *   threshold 75
  *
  * and take effect through callbacks, as does an edited monitor.conf after SIGHUP. Comments in that
- * file stay. `touch /tmp/vk_warning` before the start shows warnings. SIGINT, SIGTERM or the end of --for stop it cleanly: every sample is in the CSV file, and the
- * counters in monitor.conf are up to date.
+ * file stay. `touch /tmp/vk_warning` before the start shows warnings. SIGINT, SIGTERM or the end of
+ * --for stop it cleanly: every sample is in the CSV file, and the counters in monitor.conf are up
+ * to date. The example "chart" draws the CSV file.
  *
  * SPDX-License-Identifier: MIT
  */
+#define _POSIX_C_SOURCE 200809L
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64 /* clocks go on after January 2038 */
+
 #include <groundwork/groundwork.h>
 #include <groundwork/safe.h>
 
@@ -34,11 +39,13 @@
 #define SECTION "monitor"
 
 struct sample {
-  int64_t time; /* seconds since 1970 */
-  int cpu;      /* percent, average since boot */
-  int memory;   /* percent, as g_sys_mem_use() gives it */
+  int64_t time; /* milliseconds since 1970 */
+  int cpu;      /* percent, since the sample before; -1 when unknown */
+  int memory;   /* percent; -1 when unknown */
   uint32_t total_kb;
   uint32_t avail_kb;
+  uint32_t interval; /* the settings at that time */
+  int threshold;
 };
 
 struct monitor {
@@ -55,6 +62,7 @@ struct monitor {
   int failed;  /* the CSV file could not be written */
   int live;    /* standard output is a terminal */
   int warned;  /* the timer's: the threshold is passed at the moment */
+  unsigned long long busy, total; /* the timer's: the processor's counters at the last sample */
 };
 
 static volatile sig_atomic_t stop_requested, reload_requested;
@@ -104,6 +112,66 @@ static int on_setting(const GConfChange *change, void *data) {
   return 0; /* further callbacks of this key may run */
 }
 
+/* Reads the beginning of a file of the kernel. These report a size of 0, so g_file_read_buf(),
+ * which asks for the size, is of no use here. */
+static int read_beginning(const char *name, char *text, size_t size) {
+  GFile *file = g_file_open(name, 0);
+  int64_t length = file != NULL ? g_file_read(file, text, (int64_t)size - 1) : -1;
+
+  if (file != NULL) g_file_close(file);
+  text[length > 0 ? length : 0] = '\0';
+  return length > 0;
+}
+
+/* What the processors did since the last sample, in percent. g_sys_cpu_load() is the average since
+ * the machine started, which hardly moves after a day. */
+static int cpu_load(struct monitor *monitor) {
+  unsigned long long busy = 0, total = 0, passed;
+  char text[1024];
+  char *at = text;
+  int field, load = -1;
+
+  if (!read_beginning("/proc/stat", text, sizeof text) || strncmp(text, "cpu ", 4) != 0) return -1;
+  at += 4;
+  /* user nice system idle iowait irq softirq steal; the fourth and fifth are not work. */
+  for (field = 1; field <= 8; field++) {
+    unsigned long long ticks = strtoull(at, &at, 10);
+    total += ticks;
+    if (field != 4 && field != 5) busy += ticks;
+  }
+  passed = total - monitor->total;
+  if (monitor->total != 0 && total > monitor->total && busy >= monitor->busy) {
+    load = (int)((busy - monitor->busy) * 100 / passed);
+  }
+  monitor->busy = busy;
+  monitor->total = total;
+  return load;
+}
+
+/* Memory that new programs cannot have, in percent. g_sys_mem_use() reads the lines that kernels
+ * before 3.14 wrote, and is 100 with those of today. */
+static int memory_use(void) {
+  static const char total_name[] = "MemTotal:", available_name[] = "MemAvailable:";
+  char text[1024];
+  const char *total, *available;
+  unsigned long long all;
+
+  if (!read_beginning("/proc/meminfo", text, sizeof text)) return -1;
+  total = strstr(text, total_name);
+  available = strstr(text, available_name);
+  if (total == NULL || available == NULL) return -1;
+  all = strtoull(total + sizeof total_name - 1, NULL, 10);
+  if (all == 0) return -1;
+  return (int)(100 - strtoull(available + sizeof available_name - 1, NULL, 10) * 100 / all);
+}
+
+static int64_t milliseconds_since_1970(void) {
+  struct timespec now;
+
+  clock_gettime(CLOCK_REALTIME, &now);
+  return (int64_t)now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
 static void check_threshold(struct monitor *monitor, const struct sample *sample,
                             const char *path, int threshold) {
   int used = sample->total_kb == 0
@@ -133,9 +201,11 @@ static uint32_t on_timer(uint32_t interval, void *param) {
   interval = monitor->interval;
   g_thread_mutex_unlock(monitor->lock);
 
-  sample->time = (int64_t)time(NULL);
-  sample->cpu = g_sys_cpu_load(0);
-  sample->memory = g_sys_mem_use();
+  sample->time = milliseconds_since_1970();
+  sample->cpu = cpu_load(monitor);
+  sample->memory = memory_use();
+  sample->interval = interval;
+  sample->threshold = threshold;
   if (path != NULL &&
       g_sys_get_filesystem_usage(path, &sample->total_kb, &sample->avail_kb) == 0) {
     check_threshold(monitor, sample, path, threshold);
@@ -156,8 +226,9 @@ static int write_text(GFile *file, const char *text) {
 }
 
 static void write_sample(struct monitor *monitor, const struct sample *sample) {
-  char *line = g_strdup_printf("%lld,%d,%d,%u,%u\n", (long long)sample->time, sample->cpu,
-                               sample->memory, sample->total_kb, sample->avail_kb);
+  char *line = g_strdup_printf("%lld,%d,%d,%u,%u,%u,%d\n", (long long)sample->time, sample->cpu,
+                               sample->memory, sample->total_kb, sample->avail_kb,
+                               sample->interval, sample->threshold);
   int ok = line != NULL && write_text(monitor->csv, line);
 
   monitor->written += ok;
@@ -187,7 +258,7 @@ static void *run_writer(void *arg) {
 
 /* Opens the CSV file for appending; a new one begins with its header line. */
 static GFile *open_csv(const char *name) {
-  static const char header[] = "time,cpu_percent,memory_percent,total_kb,avail_kb\n";
+  static const char header[] = "time_ms,cpu_percent,memory_percent,total_kb,avail_kb,interval_ms,threshold_percent\n";
   int exists = g_file_exist(name);
   GFile *file = g_file_open(name, exists ? 1 : 2);
 
@@ -279,6 +350,7 @@ static int set_up(struct monitor *monitor) {
   monitor->samples = g_queue_new(NULL, NULL);
   monitor->lock = g_thread_mutex_new();
   monitor->live = isatty(STDOUT_FILENO);
+  cpu_load(monitor); /* the first sample has what came before it */
   return monitor->path != NULL && monitor->csv != NULL && monitor->samples != NULL &&
                  monitor->lock != NULL
              ? 0

@@ -15,7 +15,7 @@ import tempfile
 import unittest
 
 SOURCE = pathlib.Path()
-M32 = ["-DCMAKE_C_FLAGS=-m32", "-DCMAKE_CXX_FLAGS=-m32"]
+M32 = ["-DCMAKE_C_FLAGS=-m32", "-DCMAKE_CXX_FLAGS=-m32", "-DGROUNDWORK_DOCS=OFF"]
 
 PARENT = """
 cmake_minimum_required(VERSION 3.25)
@@ -97,6 +97,13 @@ class Build(unittest.TestCase):
         for kind in ("groundwork", "static"):
             run(binary / f"with_{kind}")
 
+    def test_without_the_sources_of_googletest_there_are_no_tests(self):
+        binary = self.folder / "build"
+        told = run("cmake", "-S", SOURCE, "-B", binary, *M32,
+                   "-DGROUNDWORK_GOOGLETEST_DIR=/nowhere")
+        self.assertIn("-- Tests: off, no sources of GoogleTest in /nowhere", told)
+        self.assertNotIn("_test", run("cmake", "--build", binary, "--target", "help"))
+
     def test_clang_builds_without_a_warning(self):
         self.build(*M32, "-DCMAKE_C_COMPILER=clang", "-DCMAKE_CXX_COMPILER=clang++")
 
@@ -121,7 +128,7 @@ class Build(unittest.TestCase):
         self.assertNotIn("GROUNDWORK_1.1", symbols)
 
     def test_the_reference_is_installed_when_it_was_built(self):
-        binary = self.build(*M32, "-DGROUNDWORK_DOCS=ON", targets=("docs",))
+        binary = self.build(*M32[:2], targets=("docs",))  # on by itself
         run("cmake", "--install", binary, "--component", "documentation",
             "--prefix", self.folder / "copy")
         share = self.folder / "copy/share"

@@ -58,6 +58,12 @@ class Debian(unittest.TestCase):
             self.assertEqual(package["Multi-Arch"],
                              "same" if "usr/lib/*/" in files else "foreign", package["Package"])
 
+    def test_the_project_can_be_found(self):
+        home = self.source["Homepage"]
+        self.assertRegex(home, r"^https://")
+        for name in ("watch", "upstream/metadata"):
+            self.assertIn(home, (DEBIAN / name).read_text(encoding="ascii"), name)
+
     def test_the_licence_is_the_project_licence(self):
         licence = list(paragraphs(DEBIAN / "copyright"))[-1]["License"]
         short, _, text = licence.partition("\n")

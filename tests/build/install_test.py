@@ -14,6 +14,7 @@ import hashlib
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -119,7 +120,8 @@ class InstalledCopy(unittest.TestCase):
                      "bin/gw-conf", "bin/gw-log", "bin/gw-cat",
                      "share/man/man1/gw-conf.1",
                      "share/bash-completion/completions/gw-conf",
-                     f"{DOCDIR}/examples/monitor/monitor.c",
+                     "share/groundwork/groundwork.tsan-supp",
+                     f"{DOCDIR}/examples/monitor/monitor.c", f"{DOCDIR}/examples/monitor/monitor.service",
                      f"{DOCDIR}/examples/monitor/monitor.conf", f"{DOCDIR}/LICENSE"):
             with self.subTest(name):
                 self.assertTrue((self.prefix / name).is_file())
@@ -229,6 +231,24 @@ class InstalledCopy(unittest.TestCase):
         for kind in ("groundwork", "static"):
             for language in COMPILERS:
                 self.run_on_target(consumer / f"{kind}_{language}")
+
+    def test_cmake_where_only_one_of_the_libraries_is_installed(self):
+        for left_out, kind in ((".a", "groundwork"), (".so", "static")):
+            with self.subTest(kind):
+                copy = self.folder / f"only_{kind}"
+                shutil.copytree(self.prefix, copy, symlinks=True)
+                (copy / LIBDIR / f"libgroundwork{left_out}").unlink()
+                source = self.folder / f"source_{kind}"
+                source.mkdir()
+                (source / "CMakeLists.txt").write_text(
+                    f"cmake_minimum_required(VERSION 3.25)\nproject(one LANGUAGES C)\n"
+                    f"find_package(groundwork CONFIG REQUIRED)\n"
+                    f"if(NOT TARGET groundwork::{kind})\n  message(FATAL_ERROR none)\nendif()\n",
+                    encoding="ascii")
+                how = [f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}"] if TOOLCHAIN else \
+                    [f"-DCMAKE_C_COMPILER={COMPILERS['c'][0]}", f"-DCMAKE_C_FLAGS={' '.join(FLAGS)}"]
+                run("cmake", "-G", "Ninja", "-S", source, "-B", source / "build", *how,
+                    f"-DCMAKE_PREFIX_PATH={copy}")
 
     def test_installed_examples_are_built_and_run(self):
         examples = self.documents / "examples"

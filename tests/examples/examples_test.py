@@ -16,6 +16,7 @@ import sys
 import tempfile
 import threading
 import unittest
+import xml.etree.ElementTree
 
 PROGRAM = []
 PATIENCE = 120  # seconds for a run
@@ -41,6 +42,37 @@ class Case(unittest.TestCase):
         out, error = self.run_program(*arguments, **options)
         self.assertEqual(error, "")
         return out.splitlines()
+
+
+class Chart(Case):
+    ROWS = ("time_ms,cpu_percent,memory_percent,total_kb,avail_kb,interval_ms,threshold_percent\n"
+            "1000,-1,25,1000,750,500,90\n2000,50,25,1000,500,500,90\n"
+            "3000,100,25,0,0,200,75\n40")
+
+    def draw(self, text):
+        with open(f"{self.folder}/monitor.csv", "w", encoding="ascii") as file:
+            file.write(text)
+        return xml.etree.ElementTree.fromstring("\n".join(self.lines("monitor.csv")))
+
+    def test_a_line_for_each_figure_without_the_unknown_ones(self):
+        lines = self.draw(self.ROWS).findall("{*}polyline")
+        points = [line.get("points").split() for line in lines]
+        # 0 % is at 208, 100 % at 36; the first second at 44, the last at 704.
+        self.assertEqual(points, [["374.0,122.0", "704.0,36.0"],
+                                  ["44.0,165.0", "374.0,165.0", "704.0,165.0"],
+                                  ["44.0,165.0", "374.0,122.0"]])
+
+    def test_a_mark_where_a_setting_changed(self):
+        texts = [(text.text, text.get("x")) for text in self.draw(self.ROWS).findall("{*}text")]
+        self.assertIn(("interval 200", "700.0"), texts)
+        self.assertIn(("threshold 75", "700.0"), texts)
+        self.assertIn(("2.0 s", "704"), texts)
+
+    def test_no_samples_no_picture(self):
+        with open(f"{self.folder}/monitor.csv", "w", encoding="ascii") as file:
+            file.write(self.ROWS.splitlines()[0] + "\n")
+        out, error = self.run_program("monitor.csv", status=1)
+        self.assertEqual((out, error), ("", "chart: no samples in monitor.csv\n"))
 
 
 class Logging(Case):

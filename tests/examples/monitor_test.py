@@ -22,7 +22,7 @@ import unittest
 SAMPLE_CONF = ""
 PROGRAM = []
 PATIENCE = 120
-HEADER = "time,cpu_percent,memory_percent,total_kb,avail_kb"
+HEADER = "time_ms,cpu_percent,memory_percent,total_kb,avail_kb,interval_ms,threshold_percent"
 
 
 class Monitor(unittest.TestCase):
@@ -56,7 +56,7 @@ class Monitor(unittest.TestCase):
         lines = text.splitlines()
         self.assertEqual(lines[0], HEADER)
         for line in lines[1:]:
-            self.assertRegex(line, r"^\d+,-?\d+,-?\d+,\d+,\d+$")
+            self.assertRegex(line, r"^\d{13},(-1|\d|\d\d|100),(\d|\d\d|100),\d+,\d+,\d+,\d+$")
         return lines[1:]
 
     def wait_for_rows(self, count):
@@ -73,6 +73,23 @@ class Monitor(unittest.TestCase):
         self.assertGreaterEqual(len(rows), 1)
         self.assertEqual(self.conf()["counters"]["runs"], "1")
         self.assertEqual(self.conf()["counters"]["samples"], str(len(rows)))
+
+    def test_figures_are_those_of_now(self):
+        self.edit("interval = 500\n", "interval = 100\n")
+        end = time.monotonic() + 1.5
+        process = self.start("--for", "2")
+        while time.monotonic() < end:  # one processor is busy
+            pass
+        self.finish(process)
+        rows = [[int(field) for field in row.split(",")] for row in self.rows()]
+        self.assertGreater(max(row[1] for row in rows), 10, "processor")
+        with open("/proc/meminfo", encoding="ascii") as file:
+            figures = dict(re.findall(r"^(\w+): +(\d+) kB$", file.read(), re.MULTILINE))
+        used = 100 - 100 * int(figures["MemAvailable"]) // int(figures["MemTotal"])
+        self.assertLess(abs(rows[-1][2] - used), 10, "memory")
+        times = [row[0] for row in rows]
+        self.assertEqual(len(set(times)), len(times), "milliseconds")
+        self.assertLess(abs(times[-1] - time.time() * 1000), 60000)
 
     def test_a_second_run_appends_and_goes_on_counting(self):
         self.finish(self.start("--for", "1"))
@@ -103,7 +120,7 @@ class Monitor(unittest.TestCase):
         self.assertEqual(settings["interval"], "50")
         self.assertEqual(settings["path"], "/nowhere")
         self.assertEqual(settings["threshold"], "1")
-        self.assertTrue(self.rows()[-1].endswith(",0,0"), "no such filesystem")
+        self.assertRegex(self.rows()[-1], r",0,0,\d+,\d+$", "no such filesystem")
 
     def conf_text(self):
         with open(f"{self.folder}/monitor.conf", encoding="ascii") as conf:
@@ -131,9 +148,9 @@ class Monitor(unittest.TestCase):
         self.edit("path = /\n", "path = /nowhere\n")
         process.send_signal(signal.SIGHUP)
         end = time.monotonic() + PATIENCE
-        while not self.rows()[-1].endswith(",0,0") and time.monotonic() < end:
+        while not re.search(r",0,0,\d+,\d+$", self.rows()[-1]) and time.monotonic() < end:
             time.sleep(0.05)
-        self.assertTrue(self.rows()[-1].endswith(",0,0"), "no such filesystem")
+        self.assertRegex(self.rows()[-1], r",0,0,\d+,\d+$", "no such filesystem")
         process.send_signal(signal.SIGTERM)
         self.finish(process)
         self.assertEqual(self.conf()["monitor"]["interval"], "20")

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # An example that was left out with its subsystem has no test.
-foreach(example IN ITEMS callbacks ciphers configuration containers files logging threads urls)
+foreach(example IN ITEMS callbacks chart ciphers configuration containers files logging threads urls)
   if(TARGET example_${example})
     add_test(NAME examples/${example}_test
       COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/examples/examples_test.py" ${example}

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The system's functions for tests that stand in for them (system_calls.inc, by stand-ins). Elsewhere such a test asks the
-// loader for the next function of a name; a static program has no loader, so this answers.
+// The system's functions for tests that stand in for them (system_calls.inc, by stand-ins).
+// Elsewhere such a test asks the loader for the next function of a name; a static program
+// has no loader, so this answers.
 
 #include <cstdio>
 #include <cstdlib>

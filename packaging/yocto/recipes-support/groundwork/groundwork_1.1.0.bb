@@ -2,6 +2,7 @@
 SUMMARY = "Runtime library for applications on small Linux devices"
 DESCRIPTION = "Diagnostics, configuration files, containers, threads, timers, files, ciphers and \
 streams in one small library that needs the C library and nothing else."
+HOMEPAGE = "https://example.org/groundwork"
 SECTION = "libs"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=a85952c27373f0a239ad73fdb089eef2"
@@ -11,18 +12,29 @@ inherit externalsrc
 EXTERNALSRC = "${@os.path.realpath(d.getVar('THISDIR') + '/../../../..')}"
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
 
-inherit cmake
+inherit cmake ptest
 
-PACKAGECONFIG ??= "conf crypt url tools"
+PACKAGECONFIG ??= "conf crypt url safe tools"
 PACKAGECONFIG[conf] = "-DGROUNDWORK_CONF=ON,-DGROUNDWORK_CONF=OFF"
 PACKAGECONFIG[crypt] = "-DGROUNDWORK_CRYPT=ON,-DGROUNDWORK_CRYPT=OFF"
 PACKAGECONFIG[url] = "-DGROUNDWORK_URL=ON,-DGROUNDWORK_URL=OFF"
+PACKAGECONFIG[safe] = "-DGROUNDWORK_SAFE=ON,-DGROUNDWORK_SAFE=OFF"
 PACKAGECONFIG[tools] = "-DGROUNDWORK_TOOLS=ON,-DGROUNDWORK_TOOLS=OFF"
-EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DGROUNDWORK_EXAMPLES=OFF"
+# The ptest is groundwork-selftest, the suite as one static program for 32-bit machines, and needs
+# GoogleTest's sources (1.12 or newer): the folder is named in a layer or in local.conf. Without it
+# there is none.
+GROUNDWORK_GOOGLETEST_DIR ??= ""
+PACKAGECONFIG[selftest] = "-DBUILD_TESTING=ON,-DBUILD_TESTING=OFF"
+PACKAGECONFIG:append = "${@' selftest' if d.getVar('PTEST_ENABLED') == '1' and d.getVar('GROUNDWORK_GOOGLETEST_DIR') else ''}"
+EXTRA_OECMAKE = "-DGROUNDWORK_EXAMPLES=OFF -DGROUNDWORK_DOCS=OFF \
+-DGROUNDWORK_GOOGLETEST_DIR=${GROUNDWORK_GOOGLETEST_DIR}"
+SRC_URI += "file://run-ptest"
 
-# No ptest here: groundwork-selftest, the suite as one static program with TAP output, is built from
-# GoogleTest's sources (-DBUILD_TESTING=ON -DGROUNDWORK_GOOGLETEST_DIR=...), which no recipe of the
-# core layers installs. A layer that has them runs `groundwork-selftest` as its run-ptest.
+do_install_ptest() {
+    if [ -e ${B}/tests/groundwork-selftest ]; then
+        install -m 0755 ${B}/tests/groundwork-selftest ${D}${PTEST_PATH}
+    fi
+}
 
 # Tested with glibc alone.
 COMPATIBLE_HOST:libc-musl = "null"
