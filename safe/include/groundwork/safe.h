@@ -296,9 +296,15 @@ G_API int g_conf_save(GConf *conf, int force);
  * Takes a ticket for g_thread_event_wait_for(): from now on no signal of the event is lost.
  *
  * @code{.c}
+ * #include <groundwork/safe.h>
+ *
+ * static volatile int has_work = 0; // set by another thread, which then signals the event
+ *
+ * GThreadEvent *event = g_thread_event_new();
  * uint32_t ticket = g_thread_event_ticket(event); // first the ticket,
- * if (!has_work())                                // then the look at the data,
- *   g_thread_event_wait_for(event, ticket, 1000); // then the wait
+ * if (!has_work)                                  // then the look at the data,
+ *   g_thread_event_wait_for(event, ticket, 10);   // then the wait
+ * g_thread_event_free(event);
  * @endcode
  *
  * @param event  not null (else 0, logged as critical, `errno` is `EINVAL`).
