@@ -7,13 +7,15 @@
 #include <getopt.h>
 #include <groundwork/url.h>
 #include <inttypes.h>
-#include <signal.h>
+#include <netdb.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -149,37 +151,22 @@ static void end_progress(struct copy *copy) {
 
 /* ---- Messages ----------------------------------------------------------------------- */
 
-static int failed(const char *name, const char *text, const char *hint) {
-  fprintf(stderr, hint == NULL ? "gw-cat: %s: %s\n" : "gw-cat: %s: %s (%s)\n", name, text,
-          hint);
+static int failed(const char *name, const char *text) {
+  fprintf(stderr, "gw-cat: %s: %s\n", name, text);
   return EXIT_FAILURE;
-}
-
-/* What an error of the HTTP module means beyond its text; null when that says it all. */
-static const char *http_hint(int32_t code) {
-  switch (code) {
-    case URLERR_HTTP_NOT_FOUND:
-      return "the server answered 404, not found";
-    case ENOENT:
-      return "the server's answer was neither 200 nor 206";
-    case URLERR_CANT_OPEN:
-      return "the server closed the connection without an answer";
-    case ETIMEDOUT:
-      return "no connection to the server";
-    default:
-      return NULL;
-  }
 }
 
 static int read_failed(struct copy *copy, int32_t code) {
   end_progress(copy);
-  return failed(copy->in_name, url_strerror(code), NULL);
+  return failed(copy->in_name, url_strerror(code));
 }
 
+/* A reader that has gone, as `head`, knows why: nothing is said, as `cat` says nothing. */
 static int write_failed(struct copy *copy) {
   const int error = errno;
   end_progress(copy);
-  return failed(copy->out_name, strerror(error), NULL);
+  if (error == EPIPE) return EXIT_FAILURE;
+  return failed(copy->out_name, strerror(error));
 }
 
 /* ---- Copying ------------------------------------------------------------------------ */
@@ -207,7 +194,7 @@ static int finish(struct copy *copy) {
     char text[100];
     snprintf(text, sizeof text, "ended after %" PRId64 " of %" PRId64 " bytes", copy->done,
              copy->expected);
-    return failed(copy->in_name, text, NULL);
+    return failed(copy->in_name, text);
   }
   return EXIT_SUCCESS;
 }
@@ -260,6 +247,158 @@ static int copy_lines(struct copy *copy) {
   }
 }
 
+/* ---- Why a server could not be read --------------------------------------------------
+ *
+ * The library tells only that there was no connection, or that the answer was not the
+ * wanted one. A second attempt of our own finds out more. */
+
+enum { PATIENCE_S = 5 }; /* the library's own for a connection */
+
+struct server {
+  char host[256];
+  char port[12];
+  const char *target; /* of the request */
+};
+
+static void find_server(const char *url, struct server *server) {
+  const char *const name = url + strlen("http://");
+  const size_t length = strcspn(name, ":/");
+  const char *const path = name + strcspn(name, "/");
+  int port = name[length] == ':' ? atoi(name + length + 1) : 80;
+  snprintf(server->host, sizeof server->host, "%.*s", (int)length, name);
+  server->target = *path == '/' ? path : "/";
+  if (url_http_proxy_host != NULL) {
+    snprintf(server->host, sizeof server->host, "%s", url_http_proxy_host);
+    port = url_http_proxy_port;
+    server->target = url;
+  }
+  snprintf(server->port, sizeof server->port, "%d", port & 0xffff);
+}
+
+/* A blocking connection with a limit on each wait; -1 with errno. */
+static int connect_to(const struct addrinfo *address) {
+  const int fd = socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd == -1) return -1;
+  const struct timeval patience = {.tv_sec = PATIENCE_S};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  if (connect(fd, address->ai_addr, address->ai_addrlen) == 0) return fd;
+  const int error = errno == EINPROGRESS ? ETIMEDOUT : errno;
+  close(fd);
+  errno = error;
+  return -1;
+}
+
+/* As the library: the first IPv4 address, or else the first of IPv6. -1 with a text that
+ * says why there is no connection. */
+static int connect_again(const struct server *server, char *why, size_t size) {
+  const struct addrinfo hints = {.ai_family = AF_UNSPEC, .ai_socktype = SOCK_STREAM};
+  struct addrinfo *found = NULL;
+  const int error = getaddrinfo(server->host, server->port, &hints, &found);
+  if (error != 0) {
+    snprintf(why, size, "cannot resolve '%s' (%s)", server->host, gai_strerror(error));
+    return -1;
+  }
+  const struct addrinfo *address = found;
+  while (address != NULL && address->ai_family != AF_INET) address = address->ai_next;
+  const int fd = connect_to(address != NULL ? address : found);
+  if (fd == -1) {
+    snprintf(why, size, "no connection to %s:%s (%s)", server->host, server->port,
+             strerror(errno));
+  }
+  freeaddrinfo(found);
+  return fd;
+}
+
+/* Cuts the line end off, and makes what could steer a terminal harmless. */
+static char *clean(char *text) {
+  text[strcspn(text, "\r\n")] = '\0';
+  for (char *c = text; *c != '\0'; ++c) {
+    if ((unsigned char)*c < ' ' || *c == 127) *c = '?';
+  }
+  return text + strspn(text, " ");
+}
+
+static bool is_redirection(const char *status) {
+  static const char *const codes[] = {"301", "302", "303", "307", "308"};
+  for (size_t i = 0; i < sizeof codes / sizeof *codes; ++i) {
+    if (strncmp(status, codes[i], 3) == 0) return true;
+  }
+  return false;
+}
+
+/* Reads the head of an answer. False when it says no more than is known. */
+static bool explain_answer(FILE *answer, char *why, size_t size) {
+  char status[200], line[4000];
+  if (fgets(status, sizeof status, answer) == NULL) return false;
+  if (strncmp(status, "HTTP/1.", 7) != 0 || strlen(status) < 12) return false;
+  const char *const code = clean(status + 9);
+  if (strncmp(code, "200", 3) == 0 || strncmp(code, "206", 3) == 0) return false;
+  snprintf(why, size, "the server answered %s", code);
+  if (!is_redirection(code)) return true;
+  while (fgets(line, sizeof line, answer) != NULL && line[0] != '\r' && line[0] != '\n') {
+    if (strncasecmp(line, "Location:", 9) != 0) continue;
+    snprintf(why, size, "redirected to %s (%s), which is not followed", clean(line + 9), code);
+    break;
+  }
+  return true;
+}
+
+/* Asks once more for what was refused. */
+static bool explain_refusal(const struct server *server, int64_t offset, char *why,
+                            size_t size) {
+  const int fd = connect_again(server, why, size);
+  if (fd == -1) return true;
+  char request[9000];
+  int length = snprintf(request, sizeof request, "GET %s HTTP/1.0\r\nHost: %s\r\n",
+                        server->target, server->host);
+  if (url_user_agent != NULL) {
+    length += snprintf(request + length, sizeof request - (size_t)length,
+                       "User-Agent: %.500s\r\n", url_user_agent);
+  }
+  length += snprintf(request + length, sizeof request - (size_t)length,
+                     offset > 0 ? "Range: bytes=%" PRId64 "-\r\n\r\n" : "\r\n", offset);
+  FILE *const answer = fdopen(fd, "rb");
+  bool is_explained = false;
+  if (answer == NULL) {
+    close(fd);
+  } else {
+    is_explained = send(fd, request, (size_t)length, MSG_NOSIGNAL) == length &&
+                   explain_answer(answer, why, size);
+    fclose(answer);
+  }
+  return is_explained;
+}
+
+static int http_failed(const struct options *options, int32_t code, double waited) {
+  char why[5000] = "";
+  struct server server;
+  find_server(options->name, &server);
+  switch (code) {
+    case ETIMEDOUT:
+      if (waited < PATIENCE_S - 0.5) {
+        const int fd = connect_again(&server, why, sizeof why);
+        if (fd != -1) close(fd);
+      }
+      if (why[0] != '\0') return failed(options->name, why);
+      snprintf(why, sizeof why, "no connection to %s:%s within %d seconds", server.host,
+               server.port, PATIENCE_S);
+      return failed(options->name, why);
+    case ENOENT:
+    case URLERR_HTTP_NOT_FOUND:
+      if (explain_refusal(&server, options->offset, why, sizeof why)) {
+        return failed(options->name, why);
+      }
+      return failed(options->name,
+                    code == ENOENT ? "the server's answer was neither 200 nor 206"
+                                   : "the server answered 404");
+    case URLERR_CANT_OPEN:
+      return failed(options->name, "the server closed the connection without an answer");
+    default:
+      return failed(options->name, url_strerror(code));
+  }
+}
+
 /* ---- Opening ------------------------------------------------------------------------ */
 
 /* Reads `offset` bytes and forgets them; stops at the end of the stream. */
@@ -290,14 +429,40 @@ static void place_http(struct copy *copy, int64_t offset) {
   copy->bounded = true;
 }
 
+/* The library prints why a connection failed, and so do we, in one line. Returns what
+ * restore_standard_error() wants, -1 where there is nothing to restore. */
+static int silence_library(void) {
+  const int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (saved != -1 && nowhere != -1) dup2(nowhere, STDERR_FILENO);
+  if (nowhere != -1) close(nowhere);
+  return saved;
+}
+
+static void restore_standard_error(int saved) {
+  if (saved == -1) return;
+  dup2(saved, STDERR_FILENO);
+  close(saved);
+}
+
 static bool open_input(struct copy *copy, const struct options *options) {
   const int64_t offset = options->offset;
   const bool http = url_check_type(options->name) == URL_HTTP;
   copy->in_name = options->name;
+  const double start = now();
+  const int standard_error = silence_library();
   copy->in = http && offset > 0 ? url_http_open_with_offset(options->name, offset)
                                 : url_open(options->name);
+  restore_standard_error(standard_error);
   if (copy->in == NULL) {
-    failed(options->name, url_strerror(url_errno), http ? http_hint(url_errno) : NULL);
+    if (http) {
+      http_failed(options, url_errno, now() - start);
+    } else if (url_errno == URLERR_UNKNOWN_URL &&
+               strncasecmp(options->name, "https://", 8) == 0) {
+      failed(options->name, "https is not spoken, only http");
+    } else {
+      failed(options->name, url_strerror(url_errno));
+    }
     return false;
   }
   copy->expected = UNKNOWN;
@@ -330,7 +495,7 @@ static bool open_output(struct copy *copy, const char *path) {
     return false;
   }
   if (same_file(copy->in, &stat)) {
-    failed(copy->in_name, "input is output", NULL);
+    failed(copy->in_name, "input is output");
     return false;
   }
   if (path != NULL && S_ISREG(stat.st_mode) && ftruncate(copy->out, 0) == -1) {
@@ -410,7 +575,8 @@ static bool set_proxy(char *text) {
 
 static int print(const char *text) {
   if (fputs(text, stdout) == EOF || fflush(stdout) == EOF) {
-    return failed("standard output", strerror(errno), NULL);
+    if (errno == EPIPE) return EXIT_FAILURE;
+    return failed("standard output", strerror(errno));
   }
   return EXIT_SUCCESS;
 }
@@ -455,7 +621,6 @@ int main(int argc, char **argv) {
   }
   options.name = argv[optind];
 
-  signal(SIGPIPE, SIG_IGN); /* a closed pipe is reported like any failed write */
   url_add_modules(&URL_module_file, &URL_module_http, (URL_module *)NULL);
   return run(&options);
 }

@@ -7,7 +7,6 @@
 #include <getopt.h>
 #include <groundwork/file.h>
 #include <groundwork/log.h>
-#include <signal.h>
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdio.h>
@@ -144,9 +143,10 @@ static int run(int n, char **arguments) {
   return EXIT_USAGE;
 }
 
-/* What was printed counts only once it is out. */
+/* What was printed counts only once it is out. A reader that has gone knows why. */
 static int finish(int status) {
   if (fflush(stdout) == EOF || ferror(stdout)) {
+    if (errno == EPIPE) return EXIT_FAILURE;
     return failed("standard output", strerror(errno));
   }
   return status;
@@ -158,7 +158,6 @@ int main(int argc, char **argv) {
                                                {"version", no_argument, NULL, VERSION},
                                                {NULL, 0, NULL, 0}};
 
-  signal(SIGPIPE, SIG_IGN); /* a closed pipe is reported like any failed write */
   switch (getopt_long(argc, argv, "", long_options, NULL)) {
     case -1:
       return finish(run(argc - optind, argv + optind));

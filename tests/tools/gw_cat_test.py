@@ -11,6 +11,7 @@ import os
 import pty
 import re
 import select
+import signal
 import socket
 import struct
 import subprocess
@@ -236,29 +237,79 @@ class Http(Case):
             self.assertEqual(run("--offset", "5", server.url()), (0, b"56789", ""))
             self.assertIn(b"\r\nRange: bytes=5-\r\n", server.requests[0])
 
-    def test_a_missing_resource_is_told_with_the_reason(self):
-        with Server(b"HTTP/1.0 404 Not Found\r\n\r\n") as server:
-            self.assert_fails(run(server.url()), f"gw-cat: {server.url()}: Internal error "
-                              "(the server answered 404, not found)")
+    def test_the_status_of_a_server_is_told(self):
+        for status in ("404 Not Found", "500 Internal Server Error", "403 Forbidden"):
+            with Server(f"HTTP/1.0 {status}\r\n\r\n".encode()) as server:
+                self.assert_fails(run(server.url()),
+                                  f"gw-cat: {server.url()}: the server answered {status}")
 
-    def test_another_status_is_told_with_the_reason(self):
-        with Server(b"HTTP/1.0 301 Moved\r\n\r\n") as server:
+    def test_a_redirection_is_told_with_its_target(self):
+        reply = (b"HTTP/1.1 301 Moved Permanently\r\nServer: x\r\n"
+                 b"location: https://example.test/new\x1b[1m\r\n\r\n")
+        with Server(reply) as server:
             self.assert_fails(
-                run(server.url()), f"gw-cat: {server.url()}: No such file or directory "
-                "(the server's answer was neither 200 nor 206)")
+                run(server.url()), f"gw-cat: {server.url()}: redirected to "
+                "https://example.test/new?[1m (301 Moved Permanently), which is not followed")
+            self.assertEqual(server.requests[0], server.requests[1])
+
+    def test_a_redirection_without_a_target_is_a_status(self):
+        with Server(b"HTTP/1.0 301 Moved\r\n\r\n") as server:
+            self.assert_fails(run(server.url()),
+                              f"gw-cat: {server.url()}: the server answered 301 Moved")
+
+    def test_a_refused_range_is_told(self):
+        with Server(b"HTTP/1.1 416 Range Not Satisfiable\r\n\r\n") as server:
+            self.assert_fails(run("--offset", "9", server.url()), f"gw-cat: {server.url()}: "
+                              "the server answered 416 Range Not Satisfiable")
+            self.assertIn(b"\r\nRange: bytes=9-\r\n", server.requests[1])
+
+    def test_a_server_that_talks_nonsense_is_told(self):
+        with Server(b"nonsense\r\n") as server:
+            self.assert_fails(run(server.url()), f"gw-cat: {server.url()}: "
+                              "the server's answer was neither 200 nor 206")
 
     def test_silence_is_told(self):
         with Server(b"") as server:
-            self.assert_fails(run(server.url()), f"gw-cat: {server.url()}: Can't open a URL "
-                              "(the server closed the connection without an answer)")
+            self.assert_fails(run(server.url()), f"gw-cat: {server.url()}: "
+                              "the server closed the connection without an answer")
 
-    def test_a_refused_connection_is_told_in_the_last_line(self):
+    def test_a_refused_connection_is_told_in_one_line(self):
         with Server(b"") as server:
-            url = server.url()
-        status, out, error = run(url)
+            url, port = server.url(), server.port
+        self.assert_fails(run(url), f"gw-cat: {url}: no connection to 127.0.0.1:{port} "
+                          "(Connection refused)")
+        self.assert_fails(run("--proxy", f"127.0.0.1:{port}", "http://far.test/"),
+                          f"gw-cat: http://far.test/: no connection to 127.0.0.1:{port} "
+                          "(Connection refused)")
+
+    def test_a_name_that_cannot_be_resolved_is_told(self):
+        # Refused by the resolver itself, which asks nobody.
+        status, out, error = run("http://no..such/x")
         self.assertEqual((status, out), (1, b""))
-        self.assertEqual(error.splitlines()[-1], f"gw-cat: {url}: Connection timed out "
-                         "(no connection to the server)")
+        self.assertRegex(error, r"\Agw-cat: http://no\.\.such/x: cannot resolve 'no\.\.such' "
+                         r"\([^\n]+\)\n\Z")
+
+    def test_a_server_that_does_not_answer_is_told_after_five_seconds(self):
+        with socket.socket() as listener:
+            listener.bind(("127.0.0.1", 0))
+            listener.listen(0)
+            port = listener.getsockname()[1]
+            waiting = []
+            for _ in range(8):  # until the queue is full
+                client = socket.socket()
+                client.setblocking(False)
+                client.connect_ex(("127.0.0.1", port))
+                waiting.append(client)
+            time.sleep(0.5)
+            url = f"http://127.0.0.1:{port}/"
+            self.assert_fails(run(url), f"gw-cat: {url}: no connection to 127.0.0.1:{port} "
+                              "within 5 seconds")
+            for client in waiting:
+                client.close()
+
+    def test_https_is_told(self):
+        for url in ("https://127.0.0.1/x", "HTTPS://127.0.0.1/x"):
+            self.assert_fails(run(url), f"gw-cat: {url}: https is not spoken, only http")
 
     def test_a_url_that_is_too_long_is_told(self):
         url = "http://127.0.0.1/" + "x" * 9000
@@ -304,12 +355,20 @@ class Output(Case):
         self.assert_fails(run("-o", "/dev/full", path),
                           "gw-cat: /dev/full: No space left on device")
 
-    def test_a_closed_pipe_is_told(self):
+    def test_a_closed_pipe_ends_it_silently(self):
         path = self.file("a", b"x" * 1000000)
-        read_end, write_end = os.pipe()
-        os.close(read_end)
-        with os.fdopen(write_end, "wb") as out:
-            self.assert_fails(run(path, stdout=out), "gw-cat: standard output: Broken pipe")
+        for ignored in (False, True):
+            read_end, write_end = os.pipe()
+            os.close(read_end)
+            with os.fdopen(write_end, "wb") as out:
+                disposition = signal.SIG_IGN if ignored else signal.SIG_DFL
+                done = subprocess.run(PROGRAM + [path], stdout=out, stderr=subprocess.PIPE,
+                                      timeout=PATIENCE, restore_signals=False,
+                                      preexec_fn=lambda: signal.signal(signal.SIGPIPE,
+                                                                       disposition))
+            self.assertEqual(done.stderr, b"")
+            self.assertIn(done.returncode, (1,) if ignored else (-signal.SIGPIPE,
+                                                                 128 + signal.SIGPIPE))
 
     def test_an_output_that_cannot_be_created_is_told(self):
         path = self.file("a", b"x")

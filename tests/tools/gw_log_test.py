@@ -8,6 +8,7 @@ SPDX-License-Identifier: MIT
 
 import fcntl
 import os
+import signal
 import subprocess
 import sys
 import unittest
@@ -138,6 +139,20 @@ class Help(unittest.TestCase):
         status, out, error = run("--version")
         self.assertEqual((status, error), (0, ""))
         self.assertRegex(out, r"\Agw-log \(groundwork\) \d+\.\d+\.\d+\n\Z")
+
+    def test_a_closed_pipe_ends_it_silently(self):
+        for disposition, statuses in ((signal.SIG_IGN, (1,)),
+                                      (signal.SIG_DFL, (-signal.SIGPIPE,
+                                                        128 + signal.SIGPIPE))):
+            read_end, write_end = os.pipe()
+            os.close(read_end)
+            with os.fdopen(write_end, "wb") as out:
+                done = subprocess.run(
+                    PROGRAM + ["--help"], stdout=out, stderr=subprocess.PIPE,
+                    timeout=PATIENCE, restore_signals=False,
+                    preexec_fn=lambda: signal.signal(signal.SIGPIPE, disposition))
+            self.assertEqual(done.stderr, b"")
+            self.assertIn(done.returncode, statuses)
 
 
 if __name__ == "__main__":
