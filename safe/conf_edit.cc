@@ -198,7 +198,8 @@ int edit_conf_text(std::string_view old_text, const ConfKeys& model, ConfText& o
   Places places;
   // Of a file that grows little, as most do, the text is moved once at most.
   if (!out.reserve(old_text.size() + 256) || !places.find(model, old_text)) return ENOMEM;
-  if (Editor(old_text, model, places, out).edit(old_text)) return 0;
+  if (Editor(old_text, model, places, out).edit(old_text) && !model.is_exhausted())
+    return 0;
   return out.is_too_long() ? EFBIG : ENOMEM;
 }
 
@@ -207,13 +208,13 @@ int check_conf_text(std::string_view text, const ConfKeys& model) {
   if (is_right == nullptr) return ENOMEM;
   const bool has_no_other =
       for_each_found_line(model, text, [&](std::string_view, const FoundLine& found) {
-        if (found.parsed.kind == Kind::kIgnored) return true;
-        if (found.parsed.kind == Kind::kHeader) return found.section != kNone;
+        if (found.parsed.kind != Kind::kEntry) return true;
         if (found.key == kNone) return false;
         // Of a key that comes again the last value holds.
         is_right.get()[found.key] = found.parsed.value == model.key_at(found.key).value;
         return true;
       });
+  if (model.is_exhausted()) return ENOMEM;
   if (!has_no_other) return EINVAL;
   for (Id key = 0; key < model.key_count(); ++key) {
     if (!is_right.get()[key]) return EINVAL;

@@ -6,7 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "conf/name_compare.h"
 #include "conf/name_hash.h"
+#include "conf/record.h"
+#include "conf/trim.h"
 
 namespace groundwork {
 namespace {
@@ -96,12 +99,25 @@ void IdTable::insert(const Slot& slot) {
   slots_.get()[at] = slot;
 }
 
+void ConfKeys::index_sections() const {
+  while (!is_exhausted_ && section_ids_.count() < section_count()) {
+    is_exhausted_ =
+        !section_ids_.add_next(keyed_hash(sections_[section_ids_.count()].name));
+  }
+}
+
+void ConfKeys::index_keys() const {
+  while (!is_exhausted_ && key_ids_.count() < key_count()) {
+    const Key& key = keys_[key_ids_.count()];
+    is_exhausted_ = !key_ids_.add_next(hash_of(key.section, key.name));
+  }
+}
+
 ConfKeys::Id ConfKeys::find_section(std::string_view name, Id expected) const {
-  if (expected < section_count() && same_name(sections_[expected].name, name))
-    return expected;
-  return section_ids_.find(keyed_hash(name), [this, name](Id id) {
-    return same_name(sections_[id].name, name);
-  });
+  const auto is_it = [this, name](Id id) { return same_name(sections_[id].name, name); };
+  if (expected < section_count() && is_it(expected)) return expected;
+  index_sections();
+  return section_ids_.find(keyed_hash(name), is_it);
 }
 
 ConfKeys::Id ConfKeys::find_key(Id section, std::string_view name, Id expected) const {
@@ -109,27 +125,31 @@ ConfKeys::Id ConfKeys::find_key(Id section, std::string_view name, Id expected) 
     return keys_[id].section == section && same_name(keys_[id].name, name);
   };
   if (expected < key_count() && is_it(expected)) return expected;
+  index_keys();
   return key_ids_.find(hash_of(section, name), is_it);
 }
 
-ConfKeys::Id ConfKeys::section(std::string_view name) {
+ConfKeys::Id ConfKeys::append_section(std::string_view name) {
   const Id next = section_count();
+  return sections_.add({name, key_count()}) ? next : kNone;
+}
+
+ConfKeys::Id ConfKeys::append_key(Id section, std::string_view name,
+                                  std::string_view value) {
+  const Id next = key_count();
+  return keys_.add({name, value, section}) ? next : kNone;
+}
+
+ConfKeys::Id ConfKeys::section(std::string_view name) {
   const Id found = find_section(name, kNone);
-  if (found != kNone) return found;
-  if (!sections_.add({name, key_count()})) return kNone;
-  if (section_ids_.add_next(keyed_hash(name))) return next;
-  sections_.cut(next);
-  return kNone;
+  if (is_exhausted_) return kNone;
+  return found != kNone ? found : append_section(name);
 }
 
 ConfKeys::Id ConfKeys::key(Id section, std::string_view name) {
-  const Id next = key_count();
   const Id found = find_key(section, name, kNone);
-  if (found != kNone) return found;
-  if (!keys_.add({name, {}, section})) return kNone;
-  if (key_ids_.add_next(hash_of(section, name))) return next;
-  keys_.cut(next);
-  return kNone;
+  if (is_exhausted_) return kNone;
+  return found != kNone ? found : append_key(section, name, {});
 }
 
 bool ConfSnapshot::take(const GConf* conf) {
@@ -141,22 +161,29 @@ bool ConfSnapshot::take(const GConf* conf) {
   return for_each_record(
       conf,
       [&](const GConfSection* record) {
-        const std::uint32_t known = keys.section_count();
-        section = keys.section(copier.copy(record->name));
-        if (section < known) has_duplicates = true;
+        const std::string_view name = copier.copy(record->name);
+        if (whole_of<Section>(record) == nullptr) is_all_own = false;
+        section = keys.append_section(name);
         return section != ConfKeys::kNone;
       },
       [&](const GConfEntry* entry) {
-        const std::uint32_t known = keys.key_count();
-        const ConfKeys::Id key = keys.key(section, copier.copy(entry->key));
-        if (key == ConfKeys::kNone) return false;
-        if (key < known) {
-          has_duplicates = true;
-        } else {
-          keys.value_at(key) = copier.copy(trimmed(entry->value));
-        }
-        return true;
+        const std::string_view name = copier.copy(entry->key);
+        if (whole_of<Entry>(entry) == nullptr) is_all_own = false;
+        return keys.append_key(section, name, copier.copy(trimmed(entry->value))) !=
+               ConfKeys::kNone;
       });
+}
+
+bool ConfSnapshot::has_duplicates() const {
+  if (is_all_own) return false;
+  for (ConfKeys::Id id = 0; id < keys.section_count(); ++id) {
+    if (keys.find_section(keys.section_at(id).name, ConfKeys::kNone) != id) return true;
+  }
+  for (ConfKeys::Id id = 0; id < keys.key_count(); ++id) {
+    const ConfKeys::Key& key = keys.key_at(id);
+    if (keys.find_key(key.section, key.name, ConfKeys::kNone) != id) return true;
+  }
+  return false;
 }
 
 bool read_conf_text(ConfKeys& keys, std::string_view text) {

@@ -74,33 +74,51 @@ class ConfKeys {
   Id section(std::string_view name);
   Id key(Id section, std::string_view name);
 
+  // The same for what is known not to be there: no name is hashed before one is looked for.
+  Id append_section(std::string_view name);
+  Id append_key(Id section, std::string_view name, std::string_view value);
+
   // kNone when there is none. Most callers go through a file in the order of the keys: the
   // number that they expect, which need not be one, is asked first.
   Id find_section(std::string_view name, Id expected) const;
   Id find_key(Id section, std::string_view name, Id expected) const;
 
-  std::uint32_t section_count() const { return section_ids_.count(); }
-  std::uint32_t key_count() const { return key_ids_.count(); }
+  // Whether memory was exhausted when a name was to be hashed. What was not found since
+  // then may be there.
+  bool is_exhausted() const { return is_exhausted_; }
+
+  std::uint32_t section_count() const {
+    return static_cast<std::uint32_t>(sections_.size());
+  }
+  std::uint32_t key_count() const { return static_cast<std::uint32_t>(keys_.size()); }
   const Section& section_at(Id id) const { return sections_[id]; }
   const Key& key_at(Id id) const { return keys_[id]; }
   std::string_view& value_at(Id id) { return keys_[id].value; }
 
  private:
+  void index_sections() const;
+  void index_keys() const;
+
   Array<Section> sections_;
   Array<Key> keys_;
-  IdTable section_ids_;
-  IdTable key_ids_;
+  // Of the first so many sections and keys.
+  mutable IdTable section_ids_;
+  mutable IdTable key_ids_;
+  mutable bool is_exhausted_ = false;
 };
 
 // A copy of what a conf holds.
 struct ConfSnapshot {
   ConfKeys keys;
-  Owned<char> text;  // that the keys are views of
-  // A program's own records may bear a name twice. Only the first is ever found.
-  bool has_duplicates = false;
+  Owned<char> text;        // that the keys are views of
+  bool is_all_own = true;  // no record is a program's own
 
   // To be called once, with the conf's mutex held. False when memory is exhausted.
   bool take(const GConf* conf);
+
+  // A program's own records may have a name that is there already; only the first is ever
+  // found. The library makes no such record.
+  bool has_duplicates() const;
 };
 
 // Takes in a whole text as loading does. False when memory is exhausted.

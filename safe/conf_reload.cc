@@ -140,7 +140,7 @@ bool Changes::prepare() {
   for (Id id = 0; id < file_.key_count(); ++id) {
     if (!prepare_key(file_.key_at(id))) return false;
   }
-  return prepare_removals();
+  return prepare_removals() && !file_.is_exhausted();
 }
 
 bool Changes::prepare_section(Id id) {

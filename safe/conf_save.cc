@@ -55,7 +55,9 @@ int new_text(const ConfFile& file, bool force, const ConfSnapshot& model, ConfTe
   }
   if (const int error = edit_conf_text(old_text, model.keys, text); error != 0)
     return error;
-  return model.has_duplicates ? EINVAL : check_conf_text(text.view(), model.keys);
+  const bool has_duplicates = model.has_duplicates();
+  const int error = check_conf_text(text.view(), model.keys);
+  return error == 0 && has_duplicates ? EINVAL : error;
 }
 
 int fail(int error) {
