@@ -50,7 +50,8 @@ struct sample {
 
 struct monitor {
   GConf *conf;
-  GQueue *samples; /* struct sample *, from the timer to the writer */
+  GQueue *samples;    /* struct sample *, from the timer to the writer */
+  GThreadEvent *news; /* signalled after each sample, and when no more will follow */
   GMutex *lock;    /* guards the four fields below */
   uint32_t interval;
   char *path;
@@ -218,6 +219,7 @@ static uint32_t on_timer(uint32_t interval, void *param) {
     fflush(stdout);
   }
   g_queue_enqueue(monitor->samples, sample);
+  g_thread_event_signal(monitor->news);
   return interval;
 }
 
@@ -236,13 +238,15 @@ static void write_sample(struct monitor *monitor, const struct sample *sample) {
   free(line);
 }
 
-/* The writer thread: queues do not wait, so it looks every 50 ms. */
+/* The writer thread. Queues do not wait, so it waits for news. */
 static void *run_writer(void *arg) {
   struct monitor *monitor = arg;
   int finished = 0;
 
   while (!finished) {
     struct sample *sample;
+    /* First the ticket: news that come while it looks end the wait. */
+    uint32_t ticket = g_thread_event_ticket(monitor->news);
     /* Asked before the queue is emptied: what came before the end is written. */
     g_thread_mutex_lock(monitor->lock);
     finished = monitor->finished;
@@ -251,7 +255,7 @@ static void *run_writer(void *arg) {
       write_sample(monitor, sample);
       free(sample);
     }
-    if (!finished) g_delay(50);
+    if (!finished) g_thread_event_wait_for(monitor->news, ticket, -1);
   }
   return NULL;
 }
@@ -348,11 +352,12 @@ static int set_up(struct monitor *monitor) {
   }
   monitor->csv = open_csv(g_conf_read_string(monitor->conf, SECTION, "csv", "monitor.csv"));
   monitor->samples = g_queue_new(NULL, NULL);
+  monitor->news = g_thread_event_new();
   monitor->lock = g_thread_mutex_new();
   monitor->live = isatty(STDOUT_FILENO);
   cpu_load(monitor); /* the first sample has what came before it */
   return monitor->path != NULL && monitor->csv != NULL && monitor->samples != NULL &&
-                 monitor->lock != NULL
+                 monitor->news != NULL && monitor->lock != NULL
              ? 0
              : -1;
 }
@@ -364,6 +369,7 @@ static void count(GConf *conf, const char *key, int by) {
 static void tear_down(struct monitor *monitor) {
   if (monitor->csv != NULL) g_file_close(monitor->csv);
   if (monitor->samples != NULL) g_queue_free(monitor->samples);
+  if (monitor->news != NULL) g_thread_event_free(monitor->news);
   if (monitor->lock != NULL) g_thread_mutex_free(monitor->lock);
   if (monitor->conf != NULL) g_conf_close(monitor->conf);
   free(monitor->path);
@@ -403,6 +409,7 @@ int main(int argc, char **argv) {
     g_thread_mutex_lock(monitor.lock);
     monitor.finished = 1;
     g_thread_mutex_unlock(monitor.lock);
+    g_thread_event_signal(monitor.news);
     g_thread_wait(writer);
     reload(monitor.conf); /* counts on in what the file holds now */
     count(monitor.conf, "runs", 1);
