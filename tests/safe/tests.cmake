@@ -18,6 +18,7 @@ endforeach()
 
 if(GROUNDWORK_CONF)
   groundwork_test(safe/conf_save_test)
+  groundwork_test(safe/conf_real_files_test)
   groundwork_test(safe/conf_reload_test)
   groundwork_test(safe/conf_threads_test LABELS threads)
 endif()
