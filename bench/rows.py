@@ -96,6 +96,20 @@ ROWS = {
             aims={"fprintf": 0.3}, aim_sizes=(10000,),
             note="On a disk, emptying the file and the kernel's copy are three quarters of ours; "
                  "in memory (tmpfs) the ratio is 0.3."),
+        Row("conf.save", "`g_conf_save` of one changed key", size_is="keys in the file",
+            floor="the peer write+rename: write the ready text, sync it, rename, sync the "
+                  "directory",
+            clock="real",
+            note="On a disk the syncs are nearly all of it: two for a save that survives a power "
+                 "cut, one for a file that is written over and synced."),
+        Row("conf.save.nosync", "`g_conf_save`, time outside the syncs", size_is="keys in the file",
+            floor="the peer write+rename: create a file, write the ready text, rename",
+            aims={"write+rename": 1.1}, aim_sizes=(1000,),
+            note="Syncs do nothing here. What the peer does is told the text. Ours copies the "
+                 "model, reads the file and takes its fingerprint to see that nobody else changed "
+                 "it, finds the lines that change, and parses the new text before it takes the "
+                 "file's place: some 1,000 instructions a key on x86-64, a tenth of a millisecond "
+                 "for 1,000 keys, which no disk's sync is near."),
     ],
     "Containers": [
         Row("list.foreach", "`g_list_foreach`, each element", size_is="elements",
