@@ -315,6 +315,25 @@ TEST(ConfSave, TheFileKeepsItsModeAndALinkStays) {
   EXPECT_EQ(file.text(), "[s]\na=2\n");
 }
 
+TEST(ConfSave, ALinkThatLeadsNowhereStaysSo) {
+  const TemporaryDirectory directory;
+  const std::string link = directory / "link.conf";
+  ASSERT_EQ(symlink("none.conf", link.c_str()), 0);
+  const Conf conf(g_conf_open(link.c_str()));
+  set(conf.get(), "s", "a", "1");
+  for (const int force : {0, 1}) {
+    errno = 0;
+    EXPECT_EQ(g_conf_save(conf.get(), force), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(conf->dirty, 1);
+  }
+  struct stat status;
+  ASSERT_EQ(lstat(link.c_str(), &status), 0);
+  EXPECT_TRUE(S_ISLNK(status.st_mode));
+  EXPECT_NE(access((directory / "none.conf").c_str(), F_OK), 0);
+  conf->dirty = 0;
+}
+
 TEST(ConfSave, CallbacksDoNotRun) {
   const ConfFile file("[s]\na=1\n");
   const Conf conf = file.open();

@@ -48,7 +48,9 @@ TEST(ConfSaveThreads, WhatIsWrittenDuringASaveIsSavedOrLeavesTheConfDirty) {
 }
 
 TEST(ConfSaveThreads, SavesOfOneConfWaitForEachOther) {
-  const ConfFile file("[s]\na=0\nb=0\n");
+  std::string text = "[s]\na=0\nb=0\n[many]\n";
+  for (int key = 0; key < 2000; ++key) text += "k" + std::to_string(key) + "=a value\n";
+  const ConfFile file(text);
   const Conf conf = file.open();
   std::vector<std::thread> threads;
   for (const char* const key : {"a", "b", "c"}) {
@@ -56,7 +58,7 @@ TEST(ConfSaveThreads, SavesOfOneConfWaitForEachOther) {
       for (int round = 1; round <= 40; ++round) {
         set(conf.get(), "s", key, std::to_string(round).c_str());
         EXPECT_EQ(g_conf_save(conf.get(), 0), 0);
-        // Saved by this thread or another, it is in the file.
+        // Saved by this thread or by another, it is in the file.
         const Conf now = open_while_others_save(file);
         EXPECT_EQ(g_conf_read_int(now.get(), "s", key, -1), round);
       }
