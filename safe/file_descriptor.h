@@ -51,8 +51,10 @@ class Descriptor {
 };
 
 // As openat(), close-on-exec. Above the standard descriptors: in a program that closed
-// those, what it prints would go into the file.
-Descriptor open_at(int directory, const char* path, int flags, mode_t mode = 0);
+// those, what it prints would go into the file. `is_open` tells of a file that was opened,
+// or made, also when no other descriptor was left for it.
+Descriptor open_at(int directory, const char* path, int flags, mode_t mode = 0,
+                   bool* is_open = nullptr);
 
 }  // namespace groundwork
 

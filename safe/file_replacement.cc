@@ -224,9 +224,8 @@ bool Replacement::create() {
   const mode_t mode = mode_is_exact_ ? mode_ & kOwnerBits : mode_;
   for (int attempts = 0; attempts < kAttempts; ++attempts) {
     temporary_ = open_at(directory_.get(), temporary_name_,
-                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
-    is_created_ = temporary_.is_open();
-    if (is_created_) return true;
+                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode, &is_created_);
+    if (is_created_) return temporary_.is_open();
     if (errno == ENAMETOOLONG) {
       const long longest = fpathconf(directory_.get(), _PC_NAME_MAX);
       if (longest < kShortestLimit || longest >= NAME_MAX) return false;
