@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -43,7 +44,8 @@ struct Result {
 bool is_refused(const Pass& pass) {
   if (pass.struck(Call::kAllocation, Call::kOpenat, Call::kFstat, Call::kStat,
                   Call::kFstatat, Call::kReadlinkat, Call::kFchown, Call::kFchmod,
-                  Call::kFutimens, Call::kRenameat, Call::kRead, Call::kWrite) == 0) {
+                  Call::kFutimens, Call::kRenameat, Call::kRead, Call::kWrite,
+                  Call::kFcntl) == 0) {
     return false;
   }
   return pass.kind() == Effect::kError && pass.error() != EINTR;
@@ -105,6 +107,23 @@ void replace_file(Pass& pass) {
   expect_promise(pass, result, "old", "the new content");
 }
 
+// Each descriptor has to be moved then.
+void replace_without_standard_input(Pass& pass) {
+  const WorkingDirectory directory;
+  prepare(directory, "old");
+  EXPECT_EQ(unlink(".file.new"), 0);
+  const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
+  close(0);
+  const Result result = faulty(pass, [] {
+    errno = 0;
+    const int value = g_file_replace("link", "the new content", 15);
+    return Result{value, errno};
+  });
+  EXPECT_EQ(dup2(input, 0), 0);
+  close(input);
+  expect_promise(pass, result, "old", "the new content");
+}
+
 void make_file(Pass& pass) {
   const WorkingDirectory directory;
   const Result result = faulty(pass, [] {
@@ -128,7 +147,7 @@ void make_file(Pass& pass) {
 void duplicate_file(Pass& pass) {
   const WorkingDirectory directory;
   std::string content;
-  for (int i = 0; content.size() < 20000; ++i) content += std::to_string(i) + " ";
+  for (int i = 0; content.size() < 9000; ++i) content += std::to_string(i) + " ";
   prepare(directory, "old");
   directory.write("from", content);
   EXPECT_EQ(chmod("from", 0640), 0);
@@ -514,6 +533,7 @@ const Scenarios scenarios(
     "safe", {
                 {"ReadTheClock", {"g_monotonic_ms"}, read_clock},
                 {"ReplaceAFile", {"g_file_replace"}, replace_file},
+                {"ReplaceAFileWithoutStandardInput", {}, replace_without_standard_input},
                 {"MakeAFile", {}, make_file},
                 {"DuplicateAFile", {"g_file_duplicate"}, duplicate_file},
                 {"MakeADirectory", {"g_dir_make"}, make_directory_with_parents},
