@@ -185,6 +185,11 @@ ROWS = {
         Row("mutex.pair", "mutex, lock and unlock",
             floor="pthread's lock and unlock",
             aims={"pthread": 1.3}),
+        Row("event.hit", "`g_thread_event_wait_for`, signalled before",
+            floor="lock, compare, unlock", aims={"condition": 1.2}),
+        Row("event.timeout", "`g_thread_event_wait_for`, 1 ms each",
+            floor="the peer", aims={"condition": 1.2},
+            note="Processor time of the whole process."),
         Row("timer.many", "timers of 10 ms, each callback", size_is="timers",
             floor="one wake-up each 10 ms, and the calls in a row",
             aims={"libev": 0.5},
@@ -194,6 +199,12 @@ ROWS = {
         Row("timer.idle", "timer service without timers, each 10 ms",
             floor="the sleep", aims={"sleeps": 1.1},
             note="Processor time of the whole process; the peer is a loop of select()."),
+        Row("timer.replace", "the oldest timer removed and another added", size_is="timers",
+            floor="free and allocate a record, read the clock", aims={"libev": 3.0},
+            note="Ours allocates the record and reads the clock, and takes its lock twice; the "
+                 "peer's timers are the program's, its loop has one thread and the time of its "
+                 "last turn."),
+        Row("ticks", "`g_get_ticks`", floor="the peer", aims={"gettimeofday": 1.1}),
     ],
     "Files": [
         Row("file.read_buf", "`g_file_read_buf`", size_is="bytes",

@@ -7,6 +7,7 @@
 #include <ev.h>
 #include <fcntl.h>
 #include <sys/select.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -120,6 +121,53 @@ void idle_sleeps(State& state) {
   report(state, kPeriods);
 }
 
+// The oldest timer goes and a new one comes, as time-outs of connections do.
+void replace_ours(State& state) {
+  g_start_ticks();
+  g_timer_init();
+  std::vector<GTimerEntry*> timers(static_cast<std::size_t>(state.range(0)));
+  for (GTimerEntry*& timer : timers) timer = g_add_timer(1'000'000, count, nullptr);
+  std::size_t oldest = 0;
+  for (auto _ : state) {
+    g_remove_timer(timers[oldest]);
+    timers[oldest] = g_add_timer(1'000'000, count, nullptr);
+    if (++oldest == timers.size()) oldest = 0;
+  }
+  report(state, 1);
+  stop_quietly();
+}
+
+void replace_ev(State& state) {
+  struct ev_loop* const loop = ev_loop_new(EVFLAG_AUTO);
+  std::vector<ev_timer> timers(static_cast<std::size_t>(state.range(0)),
+                               timer_of(count_ev, 1000, 1000));
+  for (ev_timer& timer : timers) ev_timer_start(loop, &timer);
+  std::size_t oldest = 0;
+  for (auto _ : state) {
+    ev_timer_stop(loop, &timers[oldest]);
+    timers[oldest] = timer_of(count_ev, 1000, 1000);
+    ev_timer_start(loop, &timers[oldest]);
+    if (++oldest == timers.size()) oldest = 0;
+  }
+  ev_loop_destroy(loop);
+  report(state, 1);
+}
+
+void ticks_ours(State& state) {
+  g_start_ticks();
+  for (auto _ : state) DoNotOptimize(g_get_ticks());
+  report(state, 1);
+}
+
+void ticks_gettimeofday(State& state) {
+  for (auto _ : state) {
+    timeval now{};
+    DoNotOptimize(gettimeofday(&now, nullptr));
+    DoNotOptimize(now);
+  }
+  report(state, 1);
+}
+
 template <typename Run>
 void timed(const char* name, const char* who, Run run, int timers) {
   auto* const added = job(name, who, run)->Iterations(1)->MeasureProcessCPUTime();
@@ -134,4 +182,8 @@ void groundwork::bench::register_jobs() {
   timed("timer.many", "floor", many_floor, 10'000);
   timed("timer.idle", "ours", idle_ours, 0);
   timed("timer.idle", "sleeps", idle_sleeps, 0);
+  job("timer.replace", "ours", replace_ours)->Arg(100)->Arg(10'000);
+  job("timer.replace", "libev", replace_ev)->Arg(100)->Arg(10'000);
+  job("ticks", "ours", ticks_ours);
+  job("ticks", "gettimeofday", ticks_gettimeofday);
 }

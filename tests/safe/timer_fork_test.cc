@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "support/service_output.h"
+#include "support/threads_of_children.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ std::uint32_t fire(std::uint32_t interval, void*) {
 // The parent's thread sleeps on the condition that the child inherits: it must not count as
 // waiting there.
 TEST(TimerPowerFork, ChildsServiceIsWokenByChanges) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   const test::ServiceOutputHidden hidden;
   g_start_ticks();
   g_timer_save_power(1);

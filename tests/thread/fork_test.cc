@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include "support/service_output.h"
+#include "support/threads_of_children.h"
 
 namespace {
 
@@ -100,6 +101,7 @@ class ForkWithTimers : public ::testing::Test {
 };
 
 TEST_F(ForkWithTimers, ChildFindsTheServiceStoppedAndTheTimersKept) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   g_add_timer(10, fire, nullptr);
   EXPECT_EQ(status_of_child([] {
               if (service_pid() != 0) return 1;
@@ -118,6 +120,7 @@ TEST_F(ForkWithTimers, ChildFindsTheServiceStoppedAndTheTimersKept) {
 }
 
 TEST_F(ForkWithTimers, ChildMayInitTheServiceAndCleanItUp) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   g_add_timer(10, fire, nullptr);
   EXPECT_EQ(status_of_child([] {
               if (g_timer_init() != 0) return 1;
@@ -149,6 +152,7 @@ TEST_F(ForkWithTimers, ChildMayCleanUpWhatItInherited) {
 }
 
 TEST_F(ForkWithTimers, GrandchildFindsTheServiceStoppedToo) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   g_add_timer(10, fire, nullptr);
   EXPECT_EQ(status_of_child([] {
               if (g_timer_enable(1) != 0) return 1;
@@ -188,6 +192,7 @@ TEST_F(ForkWithTimers, ChildNeverFindsTheTimersLocked) {
 }
 
 TEST_F(ForkWithTimers, ThreadsMayForkAtTheSameTime) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   std::vector<std::thread> threads;
   std::atomic<int> failures{0};
   for (int i = 0; i < 3; ++i) {
@@ -237,6 +242,7 @@ TEST_F(ForkWithTimers, ChildOfACallbackIsTheServiceItself) {
 
 // What a server does: set up first, then go into the background.
 TEST(Fork, TimersOfADaemonRunOnceTheyAreEnabledAgain) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   for (const bool by_init : {false, true}) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -262,6 +268,7 @@ TEST(Fork, TimersOfADaemonRunOnceTheyAreEnabledAgain) {
 }
 
 TEST(Fork, ChildMayFreeInheritedTimeouts) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   GTimeout* const first = g_timeout_new("first", 10, beat, nullptr);
   GTimeout* const second = g_timeout_new("second", 100000, beat, nullptr);
   EXPECT_EQ(status_of_child([&] {
@@ -285,6 +292,7 @@ TEST(Fork, ChildMayFreeInheritedTimeouts) {
 
 // The thread is created under the lock of the list: fork() waits for that.
 TEST(Fork, ChildFindsTheListOfTimeoutsUnlocked) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   static std::atomic<bool> is_locked;
   for (int i = 0; i < 20; ++i) {
     is_locked = false;
@@ -310,6 +318,7 @@ TEST(Fork, ChildFindsTheListOfTimeoutsUnlocked) {
 }
 
 TEST(Fork, ChildrenAreForkedWhileTimeoutsComeAndGo) {
+  SKIP_UNLESS_CHILDREN_MAY_START_THREADS();
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
   for (int i = 0; i < 2; ++i) {
