@@ -74,11 +74,12 @@ int call_application(const char* path, const groundwork::FileStatus& status,
   return call(application.func, path, status, application.data);
 }
 
-}  // namespace
-
-extern "C" int g_scandir(const char* path, GScandirFunc func, void* data) {
+// g_scandir() for an application with this layout.
+int scan_for_application(const char* path, GScandirFunc func, void* data) {
   Application application{func, data};
   return groundwork::walk_files(path, call_application, &application);
 }
+
+}  // namespace
 
 #endif

@@ -13,5 +13,9 @@
 #if defined(__GLIBC__) && defined(__TIMESIZE)
 #if __TIMESIZE == 32 && __GLIBC_PREREQ(2, 34)
 #include "sys/scandir_layout.h"
+
+extern "C" int g_scandir(const char* path, GScandirFunc func, void* data) {
+  return scan_for_application(path, func, data);
+}
 #endif
 #endif

@@ -4,6 +4,10 @@
 
 #include "sys/scandir_layout.h"
 
+extern "C" int g_scandir(const char* path, GScandirFunc func, void* data) {
+  return scan_for_application(path, func, data);
+}
+
 #if !(defined(__USE_TIME_BITS64) && __TIMESIZE == 32)
 // One layout serves all: both symbols are this function, so that the list of exported
 // symbols is the same everywhere.

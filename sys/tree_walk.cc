@@ -29,23 +29,6 @@ namespace {
 constexpr char kSource[] = "g_dir";
 constexpr std::size_t kFirstSize = 512;
 
-// Resizes a block that holds `used` bytes to have room for `more`. False when memory is
-// exhausted; the block is untouched then.
-template <typename Block>
-bool make_room(Block*& block, std::size_t& size, std::size_t used, std::size_t more) {
-  if (used + more <= size) return true;
-  std::size_t wanted = size;
-  do {
-    wanted *= 2;
-  } while (wanted < used + more);
-  auto* const grown = static_cast<Block*>(std::realloc(block, wanted));
-  if (grown == nullptr) [[unlikely]]
-    return false;
-  block = grown;
-  size = wanted;
-  return true;
-}
-
 void report_shortage(std::size_t size) {
   g_log(G_LOG_WARNING, kSource, __LINE__, "failed to allocate %u bytes.",
         static_cast<unsigned>(size));
@@ -57,50 +40,72 @@ bool groundwork::is_dot_name(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-// Nothing between opendir() and closedir() is a cancellation point that the C library
-// uses; the reports, which write, wait until after it.
-TreeWalk::Level* TreeWalk::read_names(const char* path, Entered& outcome) {
-  outcome = Entered::kNotOpened;
-  DIR* const directory = open_directory(path);
-  if (directory == nullptr) return nullptr;
-
-  outcome = Entered::kNoMemory;
-  std::size_t size = kFirstSize;
-  std::size_t missing = 0;  // what could not be allocated
-  auto* level = static_cast<Level*>(std::malloc(size));
-  if (level == nullptr) [[unlikely]] {
-    missing = size;
-  } else {
-    outcome = Entered::kYes;
-    *level = {nullptr, 0, sizeof(Level), sizeof(Level)};
+// The block of a level while the directory is read.
+class TreeWalk::LevelReader {
+ public:
+  // Takes the names. False when memory is exhausted: those until then are there.
+  bool read(DIR* directory) {
+    if (!reserve(sizeof(Level))) return false;
+    *level_ = {nullptr, 0, sizeof(Level), sizeof(Level)};
     while (const struct dirent* const entry = readdir(directory)) {
-      if (is_dot_name(entry->d_name)) continue;
-      const std::size_t length = std::strlen(entry->d_name) + 1;
-      if (!make_room(level, size, level->end, length)) [[unlikely]] {
-        missing = 2 * size;
-        break;
-      }
-      std::memcpy(reinterpret_cast<char*>(level) + level->end, entry->d_name, length);
-      level->end += length;
+      if (!is_dot_name(entry->d_name) && !append(entry->d_name)) return false;
     }
+    return true;
   }
-  closedir(directory);
-  if (missing != 0) [[unlikely]]
-    report_shortage(missing);
-  if (level == nullptr) return nullptr;
-  auto* const fitted = static_cast<Level*>(std::realloc(level, level->end));
-  return fitted != nullptr ? fitted : level;
-}
 
+  // The level, in a block that fits; null when there was no memory even for that.
+  Level* release() {
+    if (level_ == nullptr) return nullptr;
+    auto* const fitted = static_cast<Level*>(std::realloc(level_, level_->end));
+    return fitted != nullptr ? fitted : level_;
+  }
+
+  // How large the block should have become last.
+  std::size_t wanted() const { return wanted_; }
+
+ private:
+  bool append(const char* name) {
+    const std::size_t length = std::strlen(name) + 1;
+    if (!reserve(level_->end + length)) return false;
+    std::memcpy(reinterpret_cast<char*>(level_) + level_->end, name, length);
+    level_->end += length;
+    return true;
+  }
+
+  bool reserve(std::size_t needed) {
+    if (needed <= size_) return true;
+    while (wanted_ < needed) wanted_ = wanted_ == 0 ? kFirstSize : 2 * wanted_;
+    auto* const grown = static_cast<Level*>(std::realloc(level_, wanted_));
+    if (grown == nullptr) [[unlikely]]
+      return false;
+    level_ = grown;
+    size_ = wanted_;
+    return true;
+  }
+
+  Level* level_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t wanted_ = 0;
+};
+
+// Nothing between opendir() and closedir() is a cancellation point that the C library
+// uses; the report, which writes, waits until the level is where abandon() finds it.
 TreeWalk::Entered TreeWalk::enter(const char* path) {
-  Entered outcome;
-  Level* const level = read_names(path, outcome);
-  if (level == nullptr) return outcome;
-  level->parent = level_;
-  level->path_length = std::strlen(path);  // it was opened, so it fits
-  if (path != path_) std::memcpy(path_, path, level->path_length + 1);
-  level_ = level;
-  return outcome;
+  DIR* const directory = open_directory(path);
+  if (directory == nullptr) return Entered::kNotOpened;
+  LevelReader reader;
+  const bool is_whole = reader.read(directory);
+  closedir(directory);
+  Level* const level = reader.release();
+  if (level != nullptr) {
+    level->parent = level_;
+    level->path_length = std::strlen(path);  // it was opened, so it fits
+    if (path != path_) std::memcpy(path_, path, level->path_length + 1);
+    level_ = level;
+  }
+  if (!is_whole) [[unlikely]]
+    report_shortage(reader.wanted());
+  return level != nullptr ? Entered::kYes : Entered::kNoMemory;
 }
 
 const char* TreeWalk::next_name() {

@@ -54,7 +54,7 @@ class TreeWalk {
 
  private:
   struct Level;
-  static Level* read_names(const char* path, Entered& outcome);
+  class LevelReader;
 
   Level* level_ = nullptr;
   char path_[PATH_MAX];

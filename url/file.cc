@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
-#include <type_traits>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -22,12 +21,7 @@
 #include "url/unique_fd.h"
 
 using groundwork::above_output;
-
-static_assert(std::is_standard_layout_v<URL_file> && offsetof(URL_file, common) == 0 &&
-              offsetof(URL_file, data) == sizeof(URL_record) &&
-              offsetof(URL_file, size) == sizeof(URL_record) + sizeof(void*) &&
-              offsetof(URL_file, position) > offsetof(URL_file, size) &&
-              offsetof(URL_file, fd) == offsetof(URL_file, position) + 8);
+using groundwork::UniqueFd;
 
 namespace {
 
@@ -362,17 +356,13 @@ URL_module URL_module_file = {URL_FILE, file_name_check, nullptr, url_file_open,
 
 URL url_file_open(const char* name) {
   const int fd = std::strcmp(name, "-") == 0 ? kStandardInput : open_path(name);
-  if (fd == -1) {
-    url_errno = errno;
-    return nullptr;
-  }
-  const URL url = alloc_url(sizeof(FileStream));
+  UniqueFd owned(fd == kStandardInput ? kNoDescriptor : fd);  // that one is the program's
+  const URL url = fd != kNoDescriptor ? alloc_url(sizeof(FileStream)) : nullptr;
   if (url == nullptr) [[unlikely]] {
     url_errno = errno;
-    if (fd > kStandardInput) close(fd);
-    errno = url_errno;
     return nullptr;
   }
+  owned.release();
   auto& stream = *reinterpret_cast<FileStream*>(url);
   stream.file.fd = fd;
   stream.examined_fd = kNoDescriptor;

@@ -19,7 +19,7 @@
 #include <memory>
 
 #include "url/http_timeout.h"
-#include "url/socket_stream.h"
+#include "url/socket.h"
 #include "url/unique_fd.h"
 
 using namespace groundwork;
@@ -30,6 +30,7 @@ namespace {
 constexpr size_t kWorkSize = 8192;
 constexpr size_t kMaxHostLength = 255;
 constexpr uint16_t kDefaultPort = 80;
+constexpr int kTraceLine = 361;  // a line of the source once; it never changes
 constexpr char kScheme[] = "http://";
 constexpr char kContentLength[] = "Content-Length:";
 
@@ -380,10 +381,9 @@ extern "C" URL url_http_open_with_offset(const char* url, int64_t offset) {
   return open_stream(url, &offset);
 }
 
-// Prints the line that tools watching an application's output look for; the number in it
-// never changes.
+// Prints the line that tools watching an application's output look for.
 extern "C" int32_t url_internal_sock(URL url) {
   const int fd = fileno(http_of(url)->stream);
-  std::printf("g_url_http:%d socket=%d\n", 361, fd);
+  std::printf("g_url_http:%d socket=%d\n", kTraceLine, fd);
   return fd;
 }

@@ -17,7 +17,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "url/socket_stream.h"
+#include "url/socket.h"
 #include "url/unique_fd.h"
 
 using namespace groundwork;

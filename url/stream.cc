@@ -14,10 +14,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <type_traits>
 #include <utility>
 
 #include "url/file_lines.h"
+#include "url/record_layout.h"
 
 extern "C" {
 
@@ -28,23 +28,6 @@ int32_t uudecode_unquote_html = 0;
 char* user_mailaddr = nullptr;
 
 }  // extern "C"
-
-// Modules are compiled apart from the library and fill the records in.
-static_assert(std::is_standard_layout_v<URL_record> && offsetof(URL_record, type) == 0 &&
-              offsetof(URL_record, read) == sizeof(void*) &&
-              offsetof(URL_record, gets) == 2 * sizeof(void*) &&
-              offsetof(URL_record, fgetc) == 3 * sizeof(void*) &&
-              offsetof(URL_record, seek) == 4 * sizeof(void*) &&
-              offsetof(URL_record, tell) == 5 * sizeof(void*) &&
-              offsetof(URL_record, close) == 6 * sizeof(void*) &&
-              offsetof(URL_record, nread) == 7 * sizeof(void*) &&
-              offsetof(URL_record, readlimit) == 7 * sizeof(void*) + 4 &&
-              offsetof(URL_record, eof) == 7 * sizeof(void*) + 8);
-static_assert(offsetof(URL_module, type) == 0 &&
-              offsetof(URL_module, name_check) == sizeof(void*) &&
-              offsetof(URL_module, init) == 2 * sizeof(void*) &&
-              offsetof(URL_module, open) == 3 * sizeof(void*) &&
-              offsetof(URL_module, next) == 4 * sizeof(void*));
 
 namespace {
 

@@ -1,8 +1,8 @@
 // What the HTTP module needs of sockets beside the public functions.
 //
 // SPDX-License-Identifier: MIT
-#ifndef GROUNDWORK_URL_SOCKET_STREAM_H
-#define GROUNDWORK_URL_SOCKET_STREAM_H
+#ifndef GROUNDWORK_URL_SOCKET_H
+#define GROUNDWORK_URL_SOCKET_H
 
 #include <cstdint>
 #include <cstdio>
