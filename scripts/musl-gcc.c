@@ -6,11 +6,6 @@
 #include <stdint.h>
 #include <stdlib.h>
 
-// 32-bit x86: position independent code calls the stack protector through this name.
-__attribute__((visibility("hidden"))) void __stack_chk_fail_local(void);
-void __stack_chk_fail(void);
-void __stack_chk_fail_local(void) { __stack_chk_fail(); }
-
 // Where the unwinder finds the object of a code address. The record is glibc's.
 struct dl_find_object {
   unsigned long long flags;

@@ -239,13 +239,19 @@ bool formatter_agrees(const Conversion& conversion, const char* next) {
 
 class FormatWalk {
  public:
-  FormatWalk(const char* fmt, va_list args, FormatPieces& pieces)
+  FormatWalk(const char* fmt, va_list args, FormatPieces& pieces,
+             [[maybe_unused]] NarrowedFormat* narrowed)
       : at_(fmt), pieces_(pieces) {
+#ifndef __GLIBC__
+    narrowed_ = narrowed;
+#endif
     va_copy(args_, args);
   }
   FormatWalk(const FormatWalk&) = delete;
   FormatWalk& operator=(const FormatWalk&) = delete;
-  ~FormatWalk() { va_end(args_); }
+  ~FormatWalk() {
+    va_end(args_);
+  }
 
   std::uint64_t estimate();
 
@@ -281,6 +287,9 @@ class FormatWalk {
   // Whether all arguments were taken as the system formatter takes them. Where not, the
   // next one may be no pointer although it should: strings are not measured any more.
   bool is_current_ = true;
+#ifndef __GLIBC__
+  NarrowedFormat* narrowed_;
+#endif
 };
 
 std::uint64_t FormatWalk::estimate() {
@@ -521,6 +530,9 @@ const char* FormatWalk::take_string(Conversion& conversion) {
   const char* const string = is_current_ ? va_arg(args_, const char*) : "";
   if (string == nullptr) {
     conversion.length = kNullStringLength;
+#ifndef __GLIBC__
+    if (narrowed_ != nullptr && conversion.has(kLong)) narrowed_->narrow(at_ - 1);
+#endif
   } else if (conversion.has(kSeenPrecision)) {
     conversion.length = conversion.precision;
   } else {
@@ -619,6 +631,6 @@ bool FormatWalk::spell_float(const Conversion& conversion, std::uint64_t double_
 }  // namespace
 
 std::uint64_t groundwork::estimate_format(const char* fmt, va_list args,
-                                          FormatPieces& pieces) {
-  return FormatWalk(fmt, args, pieces).estimate();
+                                          FormatPieces& pieces, NarrowedFormat* narrowed) {
+  return FormatWalk(fmt, args, pieces, narrowed).estimate();
 }

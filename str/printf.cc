@@ -56,7 +56,14 @@ extern "C" char* g_strdup_printf(const char* fmt, ...) {
 extern "C" char* g_strdup_vprintf(const char* fmt, va_list args) {
   const int former_errno = errno;
   FormatPieces pieces;
+#ifdef __GLIBC__
   const std::uint64_t size = estimate_format(fmt, args, pieces);
+#else
+  NarrowedFormat narrowed(fmt);
+  const std::uint64_t size = estimate_format(fmt, args, pieces, &narrowed);
+  if (fmt != nullptr) fmt = narrowed.get();
+  if (fmt == nullptr && !pieces.complete()) return nullptr;
+#endif
   if (size > PTRDIFF_MAX) [[unlikely]]
     return nullptr;
 

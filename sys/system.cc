@@ -101,7 +101,8 @@ extern "C" int g_sys_get_filesystem_usage(const char* path, uint32_t* total_kb,
     return -1;
   }
   // Kept: callers take a full filesystem for a failed call.
-  if (status.f_blocks == 0 || status.f_bsize <= 0 || status.f_bavail == 0) return -1;
+  const auto signed_size = static_cast<long>(status.f_bsize);  // in musl it has no sign
+  if (status.f_blocks == 0 || signed_size <= 0 || status.f_bavail == 0) return -1;
 
   const auto block_size = static_cast<std::uint64_t>(status.f_bsize);
   const auto kibibytes = [block_size](std::uint64_t blocks) {

@@ -14,6 +14,12 @@ if(NOT GROUNDWORK_SANITIZE)
   set_tests_properties(build/install_test build/private_copy_test PROPERTIES TIMEOUT 300)
 endif()
 
+add_executable(build_late_load build/late_load.c)
+target_link_libraries(build_late_load PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
+groundwork_warnings(build_late_load)
+add_test(NAME build/late_load COMMAND build_late_load $<TARGET_FILE:groundwork>)
+set_tests_properties(build/late_load PROPERTIES TIMEOUT 60)
+
 # What does not depend on the target is tested once, by the plain 32-bit build.
 if(PLAIN_I386)
   add_test(NAME build/build_test

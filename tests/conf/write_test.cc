@@ -309,6 +309,9 @@ TEST_F(ConfWrite, PercentSignsAreWrittenAsTheyAre) {
 TEST_F(ConfWrite, TheDecimalPointFollowsTheLocale) {
   const OwnLocale locale;
   if (!locale.is_chosen()) GTEST_SKIP() << "no locale but C";
+  if (std::strcmp(std::localeconv()->decimal_point, ",") != 0) {
+    GTEST_SKIP() << "this C library takes every name and has a point in every locale";
+  }
   g_conf_write_double(conf_.get(), "t", "d", 1.5);
   EXPECT_STREQ(read("t", "d"), "1,5");
   EXPECT_EQ(g_conf_read_double(conf_.get(), "t", "d", 0), 1.5);

@@ -264,6 +264,9 @@ TEST(CppThread, RunsALambdaAndIsJoinedByItsEnd) {
 }
 
 TEST(CppThread, ACancelledOneReleasesItsLambda) {
+#ifndef __GLIBC__
+  GTEST_SKIP() << "this C library ends a cancelled thread without unwinding it";
+#endif
   std::atomic<int> alive{0};
   gw::Thread thread([counted = Counted(alive)] {
     for (;;) g_delay(10);

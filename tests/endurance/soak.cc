@@ -92,8 +92,12 @@ long heap_bytes() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   return static_cast<long>(__sanitizer_get_current_allocated_bytes());
 #else
+#ifdef __GLIBC__
   const struct mallinfo2 info = mallinfo2();
   return static_cast<long>(info.uordblks + info.hblkhd);
+#else
+  return 0;  // a heap that keeps no figures: memory of the process alone is looked at
+#endif
 #endif
 }
 

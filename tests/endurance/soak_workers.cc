@@ -371,7 +371,9 @@ SoakWorker soak_workers[] = {
 void begin_round(SoakRound& round) {
   pthread_rwlockattr_t attributes;  // else those who read would keep the sync out for ever
   pthread_rwlockattr_init(&attributes);
+#ifdef __GLIBC__
   pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP);
+#endif
   pthread_rwlock_init(&round.conf_in_use, &attributes);
   pthread_rwlockattr_destroy(&attributes);
   round.queue = g_queue_new(nullptr, nullptr);

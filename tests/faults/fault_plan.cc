@@ -10,11 +10,22 @@
 namespace faults {
 namespace {
 
-// The symbols of 32-bit targets differ from those of 64-bit ones where a time is involved.
-#if __SIZEOF_LONG__ == 4
-#define TIME64(narrow, wide) wide
+// The symbols of functions with 64-bit offsets, and of those with 64-bit times, which on
+// 32-bit targets differ once more.
+#ifdef __GLIBC__
+#define OFFSET64(name) name "64"
 #else
-#define TIME64(narrow, wide) narrow
+#define OFFSET64(name) name
+#endif
+#if __SIZEOF_LONG__ == 8
+#define TIME64(name, wide, musl) name
+#define OFFSET_TIME64(name, wide, musl) OFFSET64(name)
+#elif defined(__GLIBC__)
+#define TIME64(name, wide, musl) wide
+#define OFFSET_TIME64(name, wide, musl) wide
+#else
+#define TIME64(name, wide, musl) musl
+#define OFFSET_TIME64(name, wide, musl) musl
 #endif
 
 constexpr Effect fails_with(int error) {
@@ -102,40 +113,47 @@ constexpr Faultable kFaultables[] = {
     {Call::kFchmod, "fchmod", kOwnerEffects},
     {Call::kFchown, "fchown", kOwnerEffects},
     {Call::kFclose, "fclose", kCloseEffects},
-    {Call::kFcntl, TIME64("fcntl64", "__fcntl_time64"), kFcntlEffects},
+    {Call::kFcntl, OFFSET_TIME64("fcntl", "__fcntl_time64", "fcntl"), kFcntlEffects},
     {Call::kFdopen, "fdopen", kMlockEffects},
     {Call::kFdopendir, "fdopendir", kFdopendirEffects},
     {Call::kFflush, "fflush", kPrintEffects},
     {Call::kFgets, "fgets", kFgetsEffects},
     {Call::kFlock, "flock", kFlockEffects},
-    {Call::kFopen, "fopen64", kOpenEffects},
+    {Call::kFopen, OFFSET64("fopen"), kOpenEffects},
     {Call::kFpathconf, "fpathconf", kPathconfEffects},
     {Call::kFprintf, "fprintf", kPrintEffects, "__fprintf_chk"},
     {Call::kFputs, "fputs", kPrintEffects},
     {Call::kFread, "fread", kFreadEffects},
-    {Call::kFstat, TIME64("fstat64", "__fstat64_time64"), kStatEffects},
-    {Call::kFstatat, TIME64("fstatat64", "__fstatat64_time64"), kStatatEffects},
+    {Call::kFstat, OFFSET_TIME64("fstat", "__fstat64_time64", "__fstat_time64"),
+     kStatEffects},
+    {Call::kFstatat, OFFSET_TIME64("fstatat", "__fstatat64_time64", "__fstatat_time64"),
+     kStatatEffects},
     {Call::kFsync, "fsync", kFsyncEffects},
-    {Call::kFtruncate, "ftruncate64", kFtruncateEffects},
-    {Call::kFutimens, TIME64("futimens", "__futimens64"), kOwnerEffects},
+    {Call::kFtruncate, OFFSET64("ftruncate"), kFtruncateEffects},
+    {Call::kFutimens, TIME64("futimens", "__futimens64", "__futimens_time64"),
+     kOwnerEffects},
     {Call::kFwrite, "fwrite", kWriteEffects},
     {Call::kGetc, "getc", kFgetsEffects},
     {Call::kGethostbyname2, "gethostbyname2", kHostEffects},
     {Call::kGetpwnam, "getpwnam", kPwnamEffects},
-    {Call::kGetsockopt, TIME64("getsockopt", "__getsockopt64"), kSockoptEffects},
-    {Call::kGettimeofday, TIME64("gettimeofday", "__gettimeofday64"), kTimeEffects},
-    {Call::kIoctl, TIME64("ioctl", "__ioctl_time64"), kIoctlEffects},
-    {Call::kLseek, "lseek64", kLseekEffects},
-    {Call::kLstat, TIME64("lstat64", "__lstat64_time64"), kStatEffects},
+    {Call::kGetsockopt, TIME64("getsockopt", "__getsockopt64", "getsockopt"),
+     kSockoptEffects},
+    {Call::kGettimeofday,
+     TIME64("gettimeofday", "__gettimeofday64", "__gettimeofday_time64"), kTimeEffects},
+    {Call::kIoctl, TIME64("ioctl", "__ioctl_time64", "ioctl"), kIoctlEffects},
+    {Call::kLseek, OFFSET64("lseek"), kLseekEffects},
+    {Call::kLstat, OFFSET_TIME64("lstat", "__lstat64_time64", "__lstat_time64"),
+     kStatEffects},
     {Call::kMkdir, "mkdir", kMkdirEffects},
     {Call::kMlockall, "mlockall", kMlockEffects},
-    {Call::kMmap, "mmap64", kMmapEffects},
+    {Call::kMmap, OFFSET64("mmap"), kMmapEffects},
     {Call::kMsync, "msync", kMsyncEffects},
     {Call::kMunlockall, "munlockall", kMlockEffects},
     {Call::kMunmap, "munmap", kMunmapEffects},
-    {Call::kNanosleep, TIME64("nanosleep", "__nanosleep64"), kSleepEffects},
-    {Call::kOpen, "open64", kOpenEffects},
-    {Call::kOpenat, "openat64", kOpenEffects},
+    {Call::kNanosleep, TIME64("nanosleep", "__nanosleep64", "__nanosleep_time64"),
+     kSleepEffects},
+    {Call::kOpen, OFFSET64("open"), kOpenEffects},
+    {Call::kOpenat, OFFSET64("openat"), kOpenEffects},
     {Call::kOpendir, "opendir", kOpenEffects},
     {Call::kPoll, "poll", kPollEffects},
     {Call::kPrintf, "printf", kPrintEffects, "__printf_chk"},
@@ -144,7 +162,9 @@ constexpr Faultable kFaultables[] = {
     {Call::kPthreadCondInit, "pthread_cond_init", kInitEffects},
     {Call::kPthreadCondSignal, "pthread_cond_signal", kInvalidEffects},
     {Call::kPthreadCondTimedwait,
-     TIME64("pthread_cond_timedwait", "__pthread_cond_timedwait64"), kTimedwaitEffects},
+     TIME64("pthread_cond_timedwait", "__pthread_cond_timedwait64",
+            "__pthread_cond_timedwait_time64"),
+     kTimedwaitEffects},
     {Call::kPthreadCondWait, "pthread_cond_wait", kCondWaitEffects},
     {Call::kPthreadCreate, "pthread_create", kCreateEffects},
     {Call::kPthreadGetschedparam, "pthread_getschedparam", kNoThreadEffects},
@@ -152,23 +172,23 @@ constexpr Faultable kFaultables[] = {
     {Call::kPthreadMutexInit, "pthread_mutex_init", kInitEffects},
     {Call::kPthreadSetschedparam, "pthread_setschedparam", kSchedEffects},
     {Call::kRead, "read", kReadEffects},
-    {Call::kReaddir, "readdir64", kReaddirEffects},
+    {Call::kReaddir, OFFSET64("readdir"), kReaddirEffects},
     {Call::kReadlinkat, "readlinkat", kReadlinkEffects},
     {Call::kRecv, "recv", kRecvEffects},
 
     {Call::kRename, "rename", kRenameEffects},
     {Call::kRenameat, "renameat", kRenameEffects},
     {Call::kRmdir, "rmdir", kRmdirEffects},
-    {Call::kScandir, "scandir64", kScandirEffects},
+    {Call::kScandir, OFFSET64("scandir"), kScandirEffects},
     {Call::kSchedGetPriorityMax, "sched_get_priority_max", kInvalidEffects},
     {Call::kSchedGetPriorityMin, "sched_get_priority_min", kInvalidEffects},
-    {Call::kSelect, TIME64("select", "__select64"), kSelectEffects},
+    {Call::kSelect, TIME64("select", "__select64", "__select_time64"), kSelectEffects},
     {Call::kSend, "send", kSendEffects},
     {Call::kSetsockopt, TIME64("setsockopt", "__setsockopt64"), kSockoptEffects},
     {Call::kShutdown, "shutdown", kShutdownEffects},
     {Call::kSocket, "socket", kDescriptorEffects},
-    {Call::kStat, TIME64("stat64", "__stat64_time64"), kStatEffects},
-    {Call::kStatfs, "statfs64", kStatfsEffects},
+    {Call::kStat, OFFSET_TIME64("stat", "__stat64_time64", "__stat_time64"), kStatEffects},
+    {Call::kStatfs, OFFSET64("statfs"), kStatfsEffects},
     {Call::kStatx, "statx", kStatxEffects},
     {Call::kUflow, "__uflow", kFgetsEffects},
     {Call::kUnlink, "unlink", kUnlinkEffects},
@@ -282,7 +302,7 @@ void describe(const Fault& fault, char* text, std::size_t size) {
   switch (fault.effect.kind) {
     case Effect::kError:
       if (!is_any) {
-        std::snprintf(error, sizeof error, " with %s", strerrorname_np(fault.effect.error));
+        std::snprintf(error, sizeof error, " with: %s", std::strerror(fault.effect.error));
       }
       break;
     case Effect::kEnd:

@@ -19,6 +19,7 @@
 
 #include "faults/sweep.h"
 #include "faults/working_directory.h"
+#include "support/uncounted_allocations.h"
 #include "url/scripted_server.h"
 
 using namespace faults;
@@ -247,7 +248,10 @@ void use_records(Pass& pass) {
 }
 
 void expand_home(Pass& pass) {
-  setenv("HOME", "/home/u", 1);
+  {
+    const test::UncountedAllocations uncounted;  // the environment keeps the text
+    setenv("HOME", "/home/u", 1);
+  }
   EXPECT_STREQ(faulty(pass, [] { return url_expand_home_dir("~/a"); }), "/home/u/a");
   EXPECT_STREQ(faulty(pass, [] { return url_unexpand_home_dir("/home/u/a"); }), "~/a");
   // Without memory the C library's look-up may lose some of its own.

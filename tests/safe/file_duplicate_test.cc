@@ -68,6 +68,12 @@ bool is_same_time(const timespec& a, const timespec& b) {
 
 }  // namespace
 
+#ifdef __GLIBC__
+constexpr const char* kStat = sizeof(long) == 4 ? "__stat64_time64" : "stat";
+#else
+constexpr const char* kStat = sizeof(long) == 4 ? "__stat_time64" : "stat";
+#endif
+
 extern "C" ssize_t read(int descriptor, void* data, size_t size) {
   static const auto real =
       reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
@@ -90,8 +96,8 @@ extern "C" int fsync(int descriptor) {
 
 // On 32-bit targets the library's struct stat has 64-bit times.
 extern "C" int stat(const char* path, struct stat* status) noexcept {
-  static const auto real = reinterpret_cast<int (*)(const char*, struct stat*)>(
-      dlsym(RTLD_NEXT, sizeof(long) == 4 ? "__stat64_time64" : "stat"));
+  static const auto real =
+      reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, kStat));
   const int result = real(path, status);
   if (is_watching && after_stat != nullptr) after_stat(path);
   return result;

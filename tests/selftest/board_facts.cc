@@ -16,8 +16,21 @@
 #include <fcntl.h>
 #include <sys/utsname.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <gnu/libc-version.h>
+#else
+extern "C" [[gnu::weak]] const char __libc_version[];  // musl's, in its archive alone
+#endif
 
 namespace {
+
+std::string c_library() {
+#ifdef __GLIBC__
+  return std::string("glibc ") + gnu_get_libc_version();
+#else
+  return &__libc_version != nullptr ? std::string("musl ") + __libc_version : "not glibc";
+#endif
+}
 
 std::int64_t nanoseconds() {
   timespec now{};
@@ -164,6 +177,7 @@ void write_board_facts(const char* prefix) {
   std::printf("%sboard: %s %s, %s, %ld processors, pages of %ld bytes\n", prefix,
               system.sysname, system.release, system.machine, sysconf(_SC_NPROCESSORS_ONLN),
               sysconf(_SC_PAGESIZE));
+  std::printf("%sC library: %s, part of this program\n", prefix, c_library().c_str());
   write_clock(prefix);
   write_sleep_jitter(prefix);
   write_timer_jitter(prefix);

@@ -66,7 +66,7 @@ class Selftest(unittest.TestCase):
 
     def test_the_facts_are_told(self):
         facts = run("--facts").stdout
-        for begin in ("board:", "clock:", "sleep of 10 ms:", "timer of 20 ms:", "mutex:",
+        for begin in ("board:", "C library:", "clock:", "sleep of 10 ms:", "timer of 20 ms:", "mutex:",
                       "file sync:"):
             self.assertRegex(facts, rf"(?m)^{begin} .*\d")
 

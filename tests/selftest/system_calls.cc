@@ -28,9 +28,24 @@ constexpr Call kCalls[] = {
 
 }  // namespace
 
+namespace {
+
+bool is_name(const char* name, const char* asked) {
+  if (std::strcmp(name, asked) == 0) return true;
+#ifndef __GLIBC__
+  // With musl "lseek64" is another name of lseek.
+  const std::size_t length = std::strlen(name);
+  return std::strncmp(name, asked, length) == 0 && std::strcmp(asked + length, "64") == 0;
+#else
+  return false;
+#endif
+}
+
+}  // namespace
+
 extern "C" void* dlsym(void*, const char* name) noexcept {
   for (const Call& call : kCalls) {
-    if (std::strcmp(call.name, name) == 0) return reinterpret_cast<void*>(call.function);
+    if (is_name(call.name, name)) return reinterpret_cast<void*>(call.function);
   }
   std::fprintf(stderr, "a test asks for %s, which no test stands in for\n", name);
   std::abort();

@@ -51,9 +51,11 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLE
     "${CMAKE_CURRENT_BINARY_DIR}/selftest"
     "${GROUNDWORK_GOOGLETEST_DIR}/googletest/include")
   target_compile_options(groundwork-selftest PRIVATE -Os)
-  # The allocator of the tests stands before the C library's own, which is linked too.
+  # The allocator of the tests stands before the C library's own, which is linked too: of
+  # musl's archive by the names that it has there alone.
   target_link_options(groundwork-selftest PRIVATE
-    -static -no-pie -s -Wl,-z,muldefs -Wl,--gc-sections)
+    -static -no-pie -s -Wl,-z,muldefs -Wl,--gc-sections
+    -Wl,-u,__libc_malloc_impl -Wl,-u,__libc_realloc -Wl,-u,__libc_free -Wl,-u,__libc_version)
 
   # Where the tests of each name run in this program, all that is left to test is that none was
   # forgotten; elsewhere all of them run in it once more.
@@ -73,4 +75,12 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLE
       "${CMAKE_CURRENT_BINARY_DIR}/selftest/filters"
       $<TARGET_FILE:groundwork-selftest> ${CMAKE_CROSSCOMPILING_EMULATOR})
   set_tests_properties(selftest/selftest_test PROPERTIES TIMEOUT 900 COST 1000)
+endif()
+
+# What scripts/power-cuts runs on an emulated board.
+if(GROUNDWORK_CONF AND GROUNDWORK_SAFE AND NOT GROUNDWORK_SANITIZE)
+  add_executable(power_cut_program EXCLUDE_FROM_ALL board/power_cut_program.c)
+  target_link_libraries(power_cut_program PRIVATE groundwork_static)
+  target_link_options(power_cut_program PRIVATE -static -no-pie)
+  groundwork_warnings(power_cut_program)
 endif()

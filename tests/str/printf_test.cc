@@ -392,7 +392,10 @@ TEST(Estimate, OfAWideStringWarnsAndAddsAMargin) {
     EXPECT_EQ(warnings(fmt, wide), Lines{kWideLine}) << fmt;
   }
   EXPECT_EQ(estimate("%.2ls", wide), 1 + kMargin + 2);
-  EXPECT_EQ(estimate("%ls", static_cast<const wchar_t*>(nullptr)), 1 + kMargin + 8);
+  // Not every formatter survives this one, but the library does.
+  const Formatted null = formatted("%ls", static_cast<const wchar_t*>(nullptr));
+  EXPECT_EQ(null.text, "(null)");
+  EXPECT_EQ(null.allocations.back(), 1 + kMargin + 8);
   EXPECT_EQ(formatted("%Ls", "abc").allocations[0], 1 + kMargin + 3);
 }
 
@@ -467,8 +470,10 @@ TEST(Estimate, OfAPositionalParameterWarnsAndAddsAMargin) {
   EXPECT_EQ(warnings("%1$s", "abc"), Lines{kPositionalLine});
   EXPECT_EQ(estimate("%2$s %1$s", "a", "b"), 1 + kMargin + 2 + 1 + 1 + kMargin + 1 + 1);
   EXPECT_EQ(warnings("%2$s %1$s", "a", "b"), (Lines{kPositionalLine, kPositionalLine}));
+#ifdef __GLIBC__  // musl's formatter takes those in turn from after the others
   // The arguments that are taken in turn are not touched by it.
   EXPECT_EQ(estimate("%1$s|%s", "abc"), 1 + kMargin + 1 + 1 + 1 + 3);
+#endif
   // Beyond the margin the block grows.
   EXPECT_EQ(estimate("%1$2000d", 5), 1 + kMargin + 1 + 5);
 }
@@ -503,7 +508,11 @@ TEST(Estimate, OfAnUnfinishedConversionCountsItsCharacters) {
 }
 
 TEST(StrdupPrintf, KeepsTheTextInFrontOfAnUnfinishedConversion) {
+#ifdef __GLIBC__
   EXPECT_EQ(formatted("100%", 0).text, "100");
+#else
+  EXPECT_EQ(formatted("100%", 0).text, "");  // musl's formatter looks ahead, and refuses
+#endif
 }
 
 TEST(StrdupPrintf, KeepsTheTextInFrontOfAFailedConversion) {

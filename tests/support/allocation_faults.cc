@@ -6,7 +6,12 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <thread>
+
+#include <dlfcn.h>
+
+#include "support/uncounted_allocations.h"
 
 #if defined(GROUNDWORK_SANITIZED_HEAP)
 // The sanitizers' own allocators stand behind these names.
@@ -23,12 +28,61 @@ extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:ld-linux\n";
 }
-#else
+#elif defined(__GLIBC__)
 extern "C" void* __libc_malloc(std::size_t);
 extern "C" void* __libc_calloc(std::size_t, std::size_t);
 extern "C" void* __libc_realloc(void*, std::size_t);
 extern "C" void __libc_free(void*);
 #define REAL(function) __libc_##function
+#else
+// musl: in its archive these names are open to all, in its shared object to none, where the
+// loader finds the functions instead. Its calloc() would come back here for the memory.
+extern "C" [[gnu::weak]] void* __libc_malloc_impl(std::size_t);
+extern "C" [[gnu::weak]] void* __libc_realloc(void*, std::size_t);
+extern "C" [[gnu::weak]] void __libc_free(void*);
+
+namespace {
+
+using Malloc = void* (*)(std::size_t);
+using Realloc = void* (*)(void*, std::size_t);
+using Free = void (*)(void*);
+
+template <typename Function>
+Function next_function(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+void* real_malloc(std::size_t size) {
+  if (&__libc_malloc_impl != nullptr) return __libc_malloc_impl(size);
+  static constinit Malloc next = nullptr;
+  if (next == nullptr) next = next_function<Malloc>("malloc");
+  return next(size);
+}
+
+void* real_calloc(std::size_t count, std::size_t size) {
+  std::size_t bytes;
+  if (__builtin_mul_overflow(count, size, &bytes)) bytes = SIZE_MAX;
+  void* const block = real_malloc(bytes);
+  if (block != nullptr) std::memset(block, 0, bytes);
+  return block;
+}
+
+void* real_realloc(void* old, std::size_t size) {
+  if (&__libc_realloc != nullptr) return __libc_realloc(old, size);
+  static constinit Realloc next = nullptr;
+  if (next == nullptr) next = next_function<Realloc>("realloc");
+  return next(old, size);
+}
+
+void real_free(void* block) {
+  if (&__libc_free != nullptr) return __libc_free(block);
+  static constinit Free next = nullptr;
+  if (next == nullptr) next = next_function<Free>("free");
+  next(block);
+}
+
+}  // namespace
+#define REAL(function) real_##function
 #endif
 
 namespace {
@@ -207,6 +261,16 @@ int AllocationFaults::failures() const {
 int AllocationFaults::outstanding() const {
   TableLock lock;
   return block_count;
+}
+
+UncountedAllocations::UncountedAllocations() : was_armed_(armed), was_paused_(paused) {
+  armed = false;
+  paused = false;
+}
+
+UncountedAllocations::~UncountedAllocations() {
+  armed = was_armed_;
+  paused = was_paused_;
 }
 
 void warm_up_threads() {

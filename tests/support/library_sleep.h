@@ -14,7 +14,8 @@
 #include <sys/select.h>
 #include <sys/time.h>
 
-#if __SIZEOF_LONG__ == 8
+#if __SIZEOF_LONG__ == 8 || !defined(__GLIBC__)
+// musl's headers know the 64-bit functions alone; it is their symbols that differ.
 using LibraryTimeval = timeval;
 using LibraryTimespec = timespec;
 #define LIBRARY_SELECT select
@@ -49,8 +50,18 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
 
 // The C library's own function behind a name that the test program defines too.
 #define NEXT_OF(function) \
-  reinterpret_cast<decltype(function)*>(dlsym(RTLD_NEXT, NEXT_NAME_OF(function)))
-#define NEXT_NAME_OF(function) NEXT_NAME_EXPANDED(function)
-#define NEXT_NAME_EXPANDED(function) #function
+  reinterpret_cast<decltype(function)*>(dlsym(RTLD_NEXT, LIBRARY_NAME(function)))
+
+// The symbol of a function that is given or takes a time.
+#define LIBRARY_NAME(function) LIBRARY_NAME_EXPANDED(function)
+#if defined(__GLIBC__) || __SIZEOF_LONG__ == 8
+#define LIBRARY_NAME_EXPANDED(function) #function
+#else
+#define LIBRARY_NAME_EXPANDED(function) MUSL_##function
+#define MUSL_clock_gettime "__clock_gettime64"
+#define MUSL_nanosleep "__nanosleep_time64"
+#define MUSL_pthread_cond_timedwait "__pthread_cond_timedwait_time64"
+#define MUSL_select "__select_time64"
+#endif
 
 #endif

@@ -705,8 +705,8 @@ TEST(FileDescriptors, RunningOutIsReported) {
   GFile* const file = g_file_open(path.c_str(), 0);
   setrlimit(RLIMIT_NOFILE, &former);
   EXPECT_EQ(file, nullptr);
-  EXPECT_EQ(log.take(), Lines{warning_line("g_file", "can't open file '" + path +
-                                                         "' - Too many open files")});
+  EXPECT_EQ(log.take(), Lines{warning_line("g_file", "can't open file '" + path + "' - " +
+                                                         std::strerror(EMFILE))});
 }
 
 void* read_fifo(void* path) {

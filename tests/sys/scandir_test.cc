@@ -19,6 +19,9 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#ifndef __GLIBC__
+#include <linux/stat.h>
+#endif
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -563,7 +566,7 @@ TEST(ScandirStatus, TimesBeyondWhatTheProgramCanHoldAreTheNearestThatItCan) {
   constexpr std::int64_t kYear2040 = 2208988800;
   ASSERT_TRUE(set_times(path, kYear2040, kYear2100));
   struct statx stored;
-  ASSERT_EQ(statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS, &stored), 0);
+  ASSERT_EQ(syscall(SYS_statx, AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS, &stored), 0);
   if (stored.stx_mtime.tv_sec != kYear2100)
     GTEST_SKIP() << "the filesystem ends before 2100";
   constexpr bool kWide = sizeof(time_t) == 8;
@@ -584,7 +587,11 @@ TEST(ScandirStatus, TheProgramIsLinkedToTheWalkOfItsOwnLayout) {
   ASSERT_NE(narrow, nullptr);
   ASSERT_NE(wide, nullptr);
   EXPECT_EQ(function, sizeof(time_t) == 8 ? wide : narrow);
+#ifdef __GLIBC__
   EXPECT_EQ(narrow == wide, sizeof(long) == 8);
+#else
+  EXPECT_EQ(narrow, wide);  // there is one layout
+#endif
 #if defined(GROUNDWORK_TEST_TIME64)
   EXPECT_EQ(sizeof(time_t), 8u);
 #endif

@@ -86,17 +86,19 @@ extern "C" std::FILE* fopen(const char* path, const char* mode) {
   return open_file(path, mode);
 }
 
-extern "C" std::FILE* fopen64(const char* path, const char* mode) {
-  return open_file(path, mode);
-}
-
 extern "C" int statfs(const char* path, struct statfs* status) noexcept {
   return filesystem_status("statfs", path, status);
+}
+
+#ifdef __GLIBC__  // elsewhere the same functions
+extern "C" std::FILE* fopen64(const char* path, const char* mode) {
+  return open_file(path, mode);
 }
 
 extern "C" int statfs64(const char* path, struct statfs64* status) noexcept {
   return filesystem_status("statfs64", path, status);
 }
+#endif
 
 extern "C" [[gnu::noinline]] __attribute__((no_sanitize("address"))) int mlockall(
     int flags) noexcept {

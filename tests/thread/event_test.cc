@@ -61,7 +61,8 @@ int answer_for(std::int64_t seconds, std::int64_t nanoseconds) {
 
 template <typename Function>
 Function* real(const char* name) {
-#if (defined(__x86_64__) || defined(__i386__)) && !defined(__SANITIZE_THREAD__)
+#if defined(__GLIBC__) && (defined(__x86_64__) || defined(__i386__)) && \
+    !defined(__SANITIZE_THREAD__)
   // The C library has two generations of these functions here, and dlsym() may find the
   // older. The thread sanitizer's own must come first, though.
   if (void* const found = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2")) {
@@ -81,13 +82,14 @@ int forced_or(int result) {
 
 // A cancelled wait leaves these frames by a jump: keep them free of locals whose address is
 // taken, which the address sanitizer would still guard then.
-#if __SIZEOF_LONG__ == 8
+#if __SIZEOF_LONG__ == 8 || !defined(__GLIBC__)
 extern "C" int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                       const timespec* deadline) {
   const int answer = answer_for(deadline->tv_sec, deadline->tv_nsec);
   if (answer >= 0) return answer;
-  return real<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait")(cond, mutex,
-                                                                          deadline);
+  static auto* const function =
+      real<decltype(pthread_cond_timedwait)>(LIBRARY_NAME(pthread_cond_timedwait));
+  return function(cond, mutex, deadline);
 }
 #else
 extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,

@@ -822,10 +822,15 @@ TEST_F(Timer, RemovingAnUnknownIdSaysSo) {
   EXPECT_EQ(output.take(), Lines{});
   EXPECT_EQ(g_remove_timer(id), 0);
   EXPECT_EQ(g_remove_timer(nullptr), 0);
-  char text[64];
-  std::snprintf(text, sizeof text, "g_remove_timer: *ERR* id=%p not found",
-                static_cast<void*>(id));
-  EXPECT_EQ(output.take(), (Lines{text, "g_remove_timer: *ERR* id=(nil) not found"}));
+  const auto text = [](void* of) {  // the C library writes a null pointer in its own way
+    char line[64];
+    std::snprintf(line, sizeof line, "g_remove_timer: *ERR* id=%p not found", of);
+    return std::string(line);
+  };
+  EXPECT_EQ(output.take(), (Lines{text(id), text(nullptr)}));
+#ifdef __GLIBC__
+  EXPECT_EQ(text(nullptr), "g_remove_timer: *ERR* id=(nil) not found");
+#endif
 }
 
 // The ids in the order of the list, from the newest on.

@@ -23,9 +23,11 @@
 #include <cstring>
 #include <thread>
 
+#include "support/uncounted_allocations.h"
+
 namespace {
 
-#if defined(__USE_TIME_BITS64)
+#if defined(__GLIBC__) && defined(__USE_TIME_BITS64)
 constexpr char kGetsockopt[] = "__getsockopt64";
 constexpr char kIoctl[] = "__ioctl_time64";
 #else
@@ -57,6 +59,9 @@ FakedCalls::~FakedCalls() {
 
 hostent* real_gethostbyname2(const char* name, int family) {
   static auto* const function = real<hostent*(const char*, int)>("gethostbyname2");
+#ifndef __GLIBC__
+  const test::UncountedAllocations uncounted;  // musl keeps the record for its next call
+#endif
   return function(name, family);
 }
 
@@ -162,13 +167,19 @@ extern "C" int getsockopt(int fd, int level, int name, void* value,
   return faked->getsockopt(fd, level, name, value, size);
 }
 
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+#ifdef __GLIBC__
+using IoctlRequest = unsigned long;
+#else
+using IoctlRequest = int;
+#endif
+
+extern "C" int ioctl(int fd, IoctlRequest request, ...) noexcept {
   va_list args;
   va_start(args, request);
   void* const argument = va_arg(args, void*);
   va_end(args);
   if (faked == nullptr || !faked->ioctl) {
-    static auto* const function = real<int(int, unsigned long, ...)>(kIoctl);
+    static auto* const function = real<int(int, IoctlRequest, ...)>(kIoctl);
     return function(fd, request, argument);
   }
   return faked->ioctl(fd, request, argument);

@@ -396,7 +396,11 @@ TEST_F(HttpRequest, ALongHostIsLookedUpWholeAndCutAt255CharactersInTheHeader) {
         url_http_open(("http://" + host + ":" + std::to_string(server.port())).c_str());
     if (url == nullptr) {
       // Not every system takes an address of any length.
+#ifdef __GLIBC__
       EXPECT_GT(length, 257u);
+#else
+      EXPECT_GT(length, 254u);  // musl takes no longer names
+#endif
       continue;
     }
     url_close(url);

@@ -48,11 +48,10 @@
 extern "C" {
 #endif
 
-#ifdef __GLIBC__
-struct stat64;
-#else
-struct stat; /* the only one, with wide fields; stat64 may be a macro that names it */
+#if !defined(__GLIBC__) && !defined(stat64)
+#define stat64 stat /* the only one has wide fields; as <sys/stat.h> of musl defines it */
 #endif
+struct stat64;
 
 /** Tells whether a path is a directory. @param path not null. @return 1 if it is one or a
  *  link to one; 0 for anything else, for a missing path and on a failed check. */
@@ -122,11 +121,7 @@ G_API int g_rmdir(const char *path);
  * @param data    as given to g_scandir().
  * @return added to the result, for files directly in the top directory.
  */
-#ifdef __GLIBC__
 typedef int (*GScandirFunc)(const char *path, const struct stat64 *status, void *data);
-#else
-typedef int (*GScandirFunc)(const char *path, const struct stat *status, void *data);
-#endif
 
 /**
  * Walks a tree and calls a function for everything in it but directories, each directory
