@@ -124,9 +124,9 @@ constexpr uint32_t leaving_bit(uint32_t slot) {
 bool is_leaving(const GHash& hash, uint32_t slot) {
   return (leaving_word(hash, slot) & leaving_bit(slot)) != 0;
 }
-void set_leaving(GHash& hash, uint32_t slot, bool is_leaving) {
+void set_leaving(GHash& hash, uint32_t slot, bool leaves) {
   uint32_t& word = leaving_word(hash, slot);
-  word = is_leaving ? word | leaving_bit(slot) : word & ~leaving_bit(slot);
+  word = leaves ? word | leaving_bit(slot) : word & ~leaving_bit(slot);
 }
 
 // The slot of an entry that was at `slot` when there were `size` of them; the number of
