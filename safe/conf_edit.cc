@@ -28,12 +28,11 @@ class Places {
     lines_ = new_zeroed<const char*>(model.key_count());
     anchors_ = new_zeroed<const char*>(model.section_count());
     if (lines_ == nullptr || anchors_ == nullptr) return false;
-    for_each_found_line(model, text, [this](std::string_view line, const FoundLine& found) {
-      if (found.parsed.kind == Kind::kIgnored || found.section == kNone) return true;
-      anchors_.get()[found.section] = line.data();
-      if (found.key != kNone) lines_.get()[found.key] = line.data();
-      return true;
-    });
+    for (FoundLines line(model, text); line.advance();) {
+      if (line.kind() == Kind::kIgnored || line.section() == kNone) continue;
+      anchors_.get()[line.section()] = line.text().data();
+      if (line.key() != kNone) lines_.get()[line.key()] = line.text().data();
+    }
     return true;
   }
 
@@ -70,11 +69,12 @@ class Editor {
         end_(text.data() + text.size()) {}
 
   bool edit(std::string_view text) {
-    return for_each_found_line(model_, text,
-                               [this](std::string_view line, const FoundLine& found) {
-                                 return take_line(line, found);
-                               }) &&
-           keep_to(end_) && add_new_sections() && end_likewise();
+    for (FoundLines line(model_, text); line.advance();) {
+      if (!take(line)) return false;
+    }
+    if (!keep_to(end_) || !add_new_sections()) return false;
+    end_likewise();
+    return true;
   }
 
  private:
@@ -93,42 +93,33 @@ class Editor {
     return true;
   }
 
-  bool take_line(std::string_view line, const FoundLine& found) {
-    const char* const line_end = line.data() + line.size();
-    const bool is_last = line_end == end_;
-    if (!is_last) {
-      newline_ = end_of_line(line);
-    } else if (!line.empty() && !begin_open_line(line)) {
-      return false;
+  bool take(const FoundLines& line) {
+    const char* const begin = line.text().data();
+    if (!line.is_last()) {
+      newline_ = end_of_line(line.text());
+    } else if (!line.text().empty()) {  // it has no newline
+      if (!keep_to(begin)) return false;
+      is_open_ = true;
+      before_open_line_ = out_.view().size();
     }
-    if (found.parsed.kind == Kind::kIgnored) return true;
-    const char* const next = is_last ? line_end : line_end + 1;
-    if (!take_known_line(line, next, found)) return false;
-    if (found.section == kNone || places_.anchor_of(found.section) != line.data())
-      return true;
-    return add_new_keys(found.section, next);
+    if (line.kind() == Kind::kIgnored) return true;
+    if (!take_known(line)) return false;
+    if (line.section() == kNone || places_.anchor_of(line.section()) != begin) return true;
+    return add_new_keys(line.section(), line.next());
   }
 
-  bool take_known_line(std::string_view line, const char* next, const FoundLine& found) {
-    const bool is_header = found.parsed.kind == Kind::kHeader;
-    if ((is_header ? found.section : found.key) == kNone) return drop(line.data(), next);
-    if (is_header || places_.line_of(found.key) != line.data()) return true;
-    const std::string_view value = model_.key_at(found.key).value;
-    if (value == found.parsed.value) return true;
+  bool take_known(const FoundLines& line) {
+    const char* const begin = line.text().data();
+    const bool is_header = line.kind() == Kind::kHeader;
+    if ((is_header ? line.section() : line.key()) == kNone) return drop(begin, line.next());
+    if (is_header || places_.line_of(line.key()) != begin) return true;
+    const std::string_view value = model_.key_at(line.key()).value;
+    if (value == line.value()) return true;
     // The blanks after "=" stay. Where there is no value they reach to the line's end, of
     // which a carriage return is a part, not a blank.
-    const char* const line_end = line.data() + line.size();
-    const char* const end = next != line_end ? line_end + 1 - newline_.size() : line_end;
-    const char* const begin = found.parsed.value.data();
-    return drop(begin < end ? begin : end, end) && add(value);
-  }
-
-  // The last line has no newline.
-  bool begin_open_line(std::string_view line) {
-    if (!keep_to(line.data())) return false;
-    is_open_ = true;
-    before_open_line_ = out_.view().size();
-    return true;
+    const char* const end = line.next() - (line.is_last() ? 0 : newline_.size());
+    const char* const old_value = line.value().data();
+    return drop(old_value < end ? old_value : end, end) && add(value);
   }
 
   // What is added next begins a line.
@@ -172,13 +163,11 @@ class Editor {
 
   // A file whose last line had no newline has none now, either, unless that line went and
   // nothing came.
-  bool end_likewise() {
+  void end_likewise() {
     const std::string_view text = out_.view();
-    if (is_open_ && text.size() > before_open_line_ && text.back() == '\n' &&
-        text.size() >= newline_.size()) {
+    if (is_open_ && text.size() > before_open_line_ && text.back() == '\n') {
       out_.remove_suffix(newline_.size());
     }
-    return true;
   }
 
   const ConfKeys& model_;
@@ -206,16 +195,18 @@ int edit_conf_text(std::string_view old_text, const ConfKeys& model, ConfText& o
 int check_conf_text(std::string_view text, const ConfKeys& model) {
   const Owned<bool> is_right = new_zeroed<bool>(model.key_count());
   if (is_right == nullptr) return ENOMEM;
-  const bool has_no_other =
-      for_each_found_line(model, text, [&](std::string_view, const FoundLine& found) {
-        if (found.parsed.kind != Kind::kEntry) return true;
-        if (found.key == kNone) return false;
-        // Of a key that comes again the last value holds.
-        is_right.get()[found.key] = found.parsed.value == model.key_at(found.key).value;
-        return true;
-      });
+  bool has_other = false;
+  for (FoundLines line(model, text); line.advance();) {
+    if (line.kind() != Kind::kEntry) continue;
+    if (line.key() == kNone) {
+      has_other = true;
+    } else {
+      // Of a key that comes again the last value holds.
+      is_right.get()[line.key()] = line.value() == model.key_at(line.key()).value;
+    }
+  }
   if (model.is_exhausted()) return ENOMEM;
-  if (!has_no_other) return EINVAL;
+  if (has_other) return EINVAL;
   for (Id key = 0; key < model.key_count(); ++key) {
     if (!is_right.get()[key]) return EINVAL;
   }

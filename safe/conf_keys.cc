@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "conf/model.h"
 #include "conf/name_compare.h"
 #include "conf/name_hash.h"
 #include "conf/record.h"
@@ -36,33 +37,16 @@ class Copier {
   char* at_;
 };
 
-// Calls take(section) and take(entry) for each that a file can hold; a section without
-// entries is not written.
-template <typename TakeSection, typename TakeEntry>
-bool for_each_record(const GConf* conf, TakeSection take_section, TakeEntry take_entry) {
-  for (const GList* node = conf->sections; node != nullptr; node = node->next) {
-    const auto* const section = static_cast<const GConfSection*>(node->data);
-    if (!take_section(section)) return false;
-    for (const GList* line = section->entries; line != nullptr; line = line->next) {
-      if (!take_entry(static_cast<const GConfEntry*>(line->data))) return false;
-    }
-  }
-  return true;
-}
-
 // Bytes of all names and values together: they are in memory, each in a block of its own.
 std::size_t size_of_strings(const GConf* conf) {
   std::size_t size = 0;
-  for_each_record(
-      conf,
-      [&size](const GConfSection* section) {
-        size += std::strlen(section->name);
-        return true;
-      },
-      [&size](const GConfEntry* entry) {
-        size += std::strlen(entry->key) + trimmed(entry->value).size();
-        return true;
-      });
+  for (const GList* node = conf->sections; node != nullptr; node = node->next) {
+    size += std::strlen(section_in(node)->name);
+    for (const GList* line = section_in(node)->entries; line != nullptr;
+         line = line->next) {
+      size += std::strlen(entry_in(line)->key) + std::strlen(entry_in(line)->value);
+    }
+  }
   return size;
 }
 
@@ -157,21 +141,20 @@ bool ConfSnapshot::take(const GConf* conf) {
   text.reset(static_cast<char*>(std::malloc(size_of_strings(conf) + 1)));
   if (text == nullptr) return false;
   Copier copier(text.get());
-  ConfKeys::Id section = ConfKeys::kNone;
-  return for_each_record(
-      conf,
-      [&](const GConfSection* record) {
-        const std::string_view name = copier.copy(record->name);
-        if (whole_of<Section>(record) == nullptr) is_all_own = false;
-        section = keys.append_section(name);
-        return section != ConfKeys::kNone;
-      },
-      [&](const GConfEntry* entry) {
-        const std::string_view name = copier.copy(entry->key);
-        if (whole_of<Entry>(entry) == nullptr) is_all_own = false;
-        return keys.append_key(section, name, copier.copy(trimmed(entry->value))) !=
-               ConfKeys::kNone;
-      });
+  for (const GList* node = conf->sections; node != nullptr; node = node->next) {
+    const GConfSection* const record = section_in(node);
+    if (whole_of<Section>(record) == nullptr) is_all_own = false;
+    const ConfKeys::Id section = keys.append_section(copier.copy(record->name));
+    if (section == ConfKeys::kNone) return false;
+    for (const GList* line = record->entries; line != nullptr; line = line->next) {
+      const GConfEntry* const entry = entry_in(line);
+      if (whole_of<Entry>(entry) == nullptr) is_all_own = false;
+      const std::string_view name = copier.copy(entry->key);
+      const std::string_view value = copier.copy(trimmed(entry->value));
+      if (keys.append_key(section, name, value) == ConfKeys::kNone) return false;
+    }
+  }
+  return true;
 }
 
 bool ConfSnapshot::has_duplicates() const {
@@ -200,6 +183,28 @@ bool read_conf_text(ConfKeys& keys, std::string_view text) {
     keys.value_at(key) = parsed.value;
     return true;
   });
+}
+
+bool FoundLines::advance() {
+  if (next_ == nullptr) return false;
+  text_ = {next_, static_cast<std::size_t>(end_ - next_)};
+  text_ = between(text_, 0, position_of(text_, '\n'));
+  const char* const newline = text_.data() + text_.size();
+  next_ = newline != end_ ? newline + 1 : nullptr;
+
+  parsed_ = parse_line(text_);
+  key_ = ConfKeys::kNone;
+  if (parsed_.kind == Line::Kind::kHeader) {
+    in_section_ = true;
+    section_ = keys_.find_section(parsed_.name, section_ + 1);
+    if (section_ != ConfKeys::kNone) expected_ = keys_.section_at(section_).first_key;
+  } else if (!in_section_) {
+    parsed_.kind = Line::Kind::kIgnored;
+  } else if (parsed_.kind == Line::Kind::kEntry && section_ != ConfKeys::kNone) {
+    key_ = keys_.find_key(section_, parsed_.name, expected_);
+    if (key_ != ConfKeys::kNone) expected_ = key_ + 1;
+  }
+  return true;
 }
 
 }  // namespace groundwork

@@ -124,36 +124,40 @@ struct ConfSnapshot {
 // Takes in a whole text as loading does. False when memory is exhausted.
 bool read_conf_text(ConfKeys& keys, std::string_view text);
 
-// A line of a text and what it is in a table.
-struct FoundLine {
-  Line parsed;           // kIgnored also for an entry before the first section
-  ConfKeys::Id section;  // of the header or entry; kNone when the table lacks it
-  ConfKeys::Id key;      // of the entry; kNone when the table lacks it
-};
+// Goes through a text line by line and finds each line in a table.
+class FoundLines {
+ public:
+  FoundLines(const ConfKeys& keys, std::string_view text)
+      : keys_(keys), next_(text.data()), end_(text.data() + text.size()) {}
 
-// Calls take(line, found) for each line of a text until that returns false.
-template <typename Take>
-bool for_each_found_line(const ConfKeys& keys, std::string_view text, Take take) {
-  using Id = ConfKeys::Id;
-  bool in_section = false;
-  Id section = ConfKeys::kNone;
-  Id key = ConfKeys::kNone;
-  return for_each_line_of(text, [&](std::string_view line) {
-    FoundLine found{parse_line(line), section, ConfKeys::kNone};
-    if (found.parsed.kind == Line::Kind::kHeader) {
-      in_section = true;
-      section = keys.find_section(found.parsed.name, section + 1);
-      found.section = section;
-      if (section != ConfKeys::kNone) key = keys.section_at(section).first_key - 1;
-    } else if (!in_section) {
-      found.parsed.kind = Line::Kind::kIgnored;
-    } else if (found.parsed.kind == Line::Kind::kEntry && section != ConfKeys::kNone) {
-      found.key = keys.find_key(section, found.parsed.name, key + 1);
-      if (found.key != ConfKeys::kNone) key = found.key;
-    }
-    return take(line, found);
-  });
-}
+  // To be called before the first line, too. False at the end.
+  bool advance();
+
+  // The line, without its newline.
+  std::string_view text() const { return text_; }
+  // Where the next line begins; the end of the text after the last one.
+  const char* next() const { return next_ != nullptr ? next_ : end_; }
+  bool is_last() const { return next_ == nullptr; }
+
+  // An entry before the first section is kIgnored.
+  Line::Kind kind() const { return parsed_.kind; }
+  std::string_view value() const { return parsed_.value; }
+  // Of the header or entry; kNone when the table lacks it.
+  ConfKeys::Id section() const { return section_; }
+  // Of the entry; kNone when the table lacks it.
+  ConfKeys::Id key() const { return key_; }
+
+ private:
+  const ConfKeys& keys_;
+  const char* next_;  // null after the last line
+  const char* const end_;
+  std::string_view text_;
+  Line parsed_;
+  bool in_section_ = false;
+  ConfKeys::Id section_ = ConfKeys::kNone;
+  ConfKeys::Id key_ = ConfKeys::kNone;
+  ConfKeys::Id expected_ = 0;
+};
 
 }  // namespace groundwork
 

@@ -96,41 +96,45 @@ class Changes {
   Notices::Block release_notices() { return notices_.release(); }
 
  private:
-  struct Replaced {
-    GConfEntry* entry;
-    char* value;
-  };
-  struct Added {
-    GConfSection* section;
-    GList* node;
-  };
-  struct Removed {
+  struct Step {
+    enum Kind { kAddSection, kAddEntry, kReplaceValue, kRemoveEntry, kRemoveSection } kind;
     GConfSection* section;
     GConfEntry* entry;
+    GList* node;  // of what is added
+    char* value;  // that replaces the entry's
   };
 
+  bool add(const Step& step);
   bool prepare_section(Id section);
   bool prepare_key(const ConfKeys::Key& key);
   bool prepare_removals();
-  bool prepare_removals_in(GConfSection* section, Id known);
+  bool prepare_removals_in(GConfSection* section, Id id);
   bool note(const GConfSection* section, std::string_view key, std::string_view value);
+  static void give_back(const Step& step);
 
   GConf* const conf_;
   const ConfKeys& file_;
   int count_ = 0;
   Array<GConfSection*> sections_;  // of the conf, by the file's numbers
-  Array<GList*> added_sections_;
-  Array<Added> added_;
-  Array<Replaced> replaced_;
-  Array<Removed> removed_;
-  Array<GConfSection*> removed_sections_;
+  Array<Step> steps_;
   Notices notices_;
 };
 
 Changes::~Changes() {
-  for (const Added& added : added_) free_entry_node(added.node);
-  for (const Replaced& replaced : replaced_) std::free(replaced.value);
-  for (GList* const node : added_sections_) free_section_node(node);
+  for (const Step& step : steps_) give_back(step);
+}
+
+void Changes::give_back(const Step& step) {
+  if (step.kind == Step::kAddSection) free_section_node(step.node);
+  if (step.kind == Step::kAddEntry) free_entry_node(step.node);
+  std::free(step.value);
+}
+
+// Owns what the step has.
+bool Changes::add(const Step& step) {
+  if (steps_.add(step)) return true;
+  give_back(step);
+  return false;
 }
 
 bool Changes::prepare() {
@@ -145,34 +149,28 @@ bool Changes::prepare() {
 
 bool Changes::prepare_section(Id id) {
   const std::string_view name = file_.section_at(id).name;
-  if (GConfSection* const section = find_section(conf_, name); section != nullptr) {
-    return sections_.add(section);
+  GConfSection* section = find_section(conf_, name);
+  if (section == nullptr) {
+    GList* const node = new_section_node(name);
+    if (node == nullptr || !add({Step::kAddSection, nullptr, nullptr, node, nullptr})) {
+      return false;
+    }
+    section = section_in(node);
   }
-  GList* const node = new_section_node(name);
-  if (node == nullptr) return false;
-  if (!added_sections_.add(node)) {
-    free_section_node(node);
-    return false;
-  }
-  return sections_.add(section_in(node));
+  return sections_.add(section);
 }
 
 bool Changes::prepare_key(const ConfKeys::Key& key) {
   GConfSection* const section = sections_[key.section];
   if (GConfEntry* const entry = find_entry(section, key.name); entry != nullptr) {
     if (trimmed(entry->value) == key.value) return true;
-    Owned<char> value(copy_of(key.value));
-    if (value == nullptr || !replaced_.add({entry, value.get()})) return false;
-    value.release();
-    return note(section, entry->key, key.value);
+    char* const value = copy_of(key.value);
+    return value != nullptr && add({Step::kReplaceValue, section, entry, nullptr, value}) &&
+           note(section, entry->key, key.value);
   }
   GList* const node = new_entry_node(key.name, key.value);
-  if (node == nullptr) return false;
-  if (!added_.add({section, node})) {
-    free_entry_node(node);
-    return false;
-  }
-  return note(section, key.name, key.value);
+  return node != nullptr && add({Step::kAddEntry, section, nullptr, node, nullptr}) &&
+         note(section, key.name, key.value);
 }
 
 bool Changes::prepare_removals() {
@@ -180,27 +178,29 @@ bool Changes::prepare_removals() {
   for (const GList* node = conf_->sections; node != nullptr; node = node->next) {
     GConfSection* const section = section_in(node);
     const Id id = file_.find_section(section->name, last + 1);
-    if (id == kNone && !removed_sections_.add(section)) return false;
     if (!prepare_removals_in(section, id)) return false;
-    if (id != kNone) last = id;
+    if (id != kNone) {
+      last = id;
+    } else if (!add({Step::kRemoveSection, section, nullptr, nullptr, nullptr})) {
+      return false;
+    }
   }
   return true;
 }
 
 // `id` is the file's number of the section; kNone for one that goes as a whole.
 bool Changes::prepare_removals_in(GConfSection* section, Id id) {
-  Id last = id != kNone ? file_.section_at(id).first_key - 1 : kNone;
+  Id expected = id != kNone ? file_.section_at(id).first_key : 0;
   for (const GList* node = section->entries; node != nullptr; node = node->next) {
     GConfEntry* const entry = entry_in(node);
-    if (id != kNone) {
-      const Id key = file_.find_key(id, entry->key, last + 1);
-      if (key != kNone) {
-        last = key;
-        continue;
-      }
-      if (!removed_.add({section, entry})) return false;
+    const Id key = id != kNone ? file_.find_key(id, entry->key, expected) : kNone;
+    if (key != kNone) {
+      expected = key + 1;
+    } else if ((id != kNone &&
+                !add({Step::kRemoveEntry, section, entry, nullptr, nullptr})) ||
+               !note(section, entry->key, {})) {
+      return false;
     }
-    if (!note(section, entry->key, {})) return false;
   }
   return true;
 }
@@ -213,16 +213,26 @@ bool Changes::note(const GConfSection* section, std::string_view key,
 }
 
 void Changes::apply() {
-  for (const Removed& removed : removed_) remove_entry(removed.section, removed.entry);
-  for (GConfSection* const section : removed_sections_) remove_section(conf_, section);
-  for (const Replaced& replaced : replaced_) {
-    std::free(exchange_value(replaced.entry, replaced.value));
+  for (const Step& step : steps_) {
+    switch (step.kind) {
+      case Step::kAddSection:
+        append_section(conf_, step.node);
+        break;
+      case Step::kAddEntry:
+        append_entry(step.section, step.node);
+        break;
+      case Step::kReplaceValue:
+        std::free(exchange_value(step.entry, step.value));
+        break;
+      case Step::kRemoveEntry:
+        remove_entry(step.section, step.entry);
+        break;
+      case Step::kRemoveSection:
+        remove_section(conf_, step.section);
+        break;
+    }
   }
-  for (GList* const node : added_sections_) append_section(conf_, node);
-  for (const Added& added : added_) append_entry(added.section, added.node);
-  replaced_.cut(0);
-  added_sections_.cut(0);
-  added_.cut(0);
+  steps_.cut(0);
 }
 
 // Makes the conf that of the file's keys. The number of changes, or -1 with errno.

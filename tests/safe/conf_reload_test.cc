@@ -161,6 +161,10 @@ TEST(ConfReloadFailure, UnsavedChangesAreNotOverwritten) {
   EXPECT_EQ(errno, EBUSY);
   EXPECT_EQ(content(conf.get()), (Sections{{"s", {{"a", "2"}}}}));
   EXPECT_EQ(conf->dirty, 1);
+  // Whatever became of the file.
+  file.remove();
+  EXPECT_EQ(g_conf_reload(conf.get()), -1);
+  EXPECT_EQ(errno, EBUSY);
   conf->dirty = 0;
 }
 

@@ -121,6 +121,29 @@ TEST(ConfReloadThreads, ReadersSeeOldOrNewValuesOfAFileThatIsReloaded) {
   EXPECT_EQ(g_conf_save(conf, 0), 0);
 }
 
+TEST(ConfReloadThreads, AWriteDuringAReloadIsNotUndone) {
+  std::string text = "[s]\nk=0\n[many]\n";
+  for (int key = 0; key < 500; ++key) text += "k" + std::to_string(key) + "=a value\n";
+  const ConfFile file(text);
+  const Conf conf = file.open();
+  std::atomic<bool> done{false};
+  std::thread reloader([&] {
+    while (!done) {
+      const int result = g_conf_reload(conf.get());
+      EXPECT_TRUE(result == 0 || (result == -1 && errno == EBUSY)) << result;
+    }
+  });
+  for (int round = 1; round <= 300; ++round) {
+    g_conf_write_int(conf.get(), "s", "k", round);
+    EXPECT_EQ(g_conf_read_int(conf.get(), "s", "k", -1), round);
+    EXPECT_EQ(g_conf_save(conf.get(), 0), 0);
+    EXPECT_EQ(g_conf_read_int(conf.get(), "s", "k", -1), round);
+  }
+  done = true;
+  reloader.join();
+  EXPECT_EQ(g_conf_read_int(file.open().get(), "s", "k", -1), 300);
+}
+
 TEST(ConfSaveThreads, ACancelledThreadFinishesItsSave) {
   const ConfFile file("#c\n[s]\na=1\n");
   const Conf conf = file.open();
