@@ -256,7 +256,15 @@ class DirRemoveMount : public testing::Test {
   }
 };
 
+// Not so before Linux 5.8, nor under an emulator that hides it.
+bool kernel_tells_mounts_apart() {
+  struct statx status = {};
+  return statx(AT_FDCWD, "/", 0, STATX_MNT_ID, &status) == 0 &&
+         (status.stx_mask & STATX_MNT_ID) != 0 && status.stx_mnt_id != 0;
+}
+
 TEST_F(DirRemoveMount, OfTheSameFilesystemInTheTreeStays) {
+  if (!kernel_tells_mounts_apart()) GTEST_SKIP() << "mounts look alike here";
   with_mount("bind", expect_only_the_mount_left);
 }
 
@@ -275,6 +283,7 @@ TEST_F(DirRemoveMount, OfAnotherFilesystemStaysWhereOnlyTheDeviceTells) {
 
 TEST_F(DirRemoveMount, ItselfIsRefused) {
   for (const char* const kind : {"bind", "tmpfs"}) {
+    if (kind[0] == 'b' && !kernel_tells_mounts_apart()) continue;
     with_mount(kind, [] {
       for (const char* const path : {"tree/sub/mount", "tree/sub/mount/"}) {
         EXPECT_EQ(remove_tree(path), -1);
@@ -294,6 +303,7 @@ TEST_F(DirRemoveMount, IsNotInTheWayOfWhatIsOnIt) {
 }
 
 TEST_F(DirRemoveMount, OfAFileStays) {
+  if (!kernel_tells_mounts_apart()) GTEST_SKIP() << "mounts look alike here";
   with_mount("tmpfs", [] {
     ASSERT_EQ(mount("outside/canary", "tree/file", nullptr, MS_BIND, nullptr), 0);
     EXPECT_EQ(remove_tree("tree/file"), -1);
