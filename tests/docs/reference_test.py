@@ -98,7 +98,9 @@ class Reference(unittest.TestCase):
         pages = {file.name: Page(file) for file in folder.glob("*.html")}
         self.assertEqual(list(folder.glob("*.js")), [])
         for name, page in pages.items():
-            self.assertNotIn("script", page.tags, name)
+            # The search in the index of functions is one; the index is there without it.
+            if name != "function_index.html":
+                self.assertNotIn("script", page.tags, name)
             for link in page.links:
                 with self.subTest(page=name, link=link):
                     if link.startswith(("https:", "mailto:")):
@@ -124,7 +126,8 @@ class Reference(unittest.TestCase):
         index = (folder / "function_index.html").read_text(encoding="utf-8")
         for name in self.functions:
             if name != "g_scandir_time64":
-                self.assertRegex(index, rf'href="group__\w+\.html#\w+"[^>]*>{name}\(\)</a>')
+                self.assertRegex(index,
+                                 rf'href="group__\w+\.html#\w+"[^>]*>{name}\(\)</a> \w[^<]*</li>')
         subsystems = Page(folder / "subsystems.html").links
         for group in folder.glob("group__*.html"):
             self.assertIn(group.name, subsystems)
