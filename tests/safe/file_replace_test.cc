@@ -40,6 +40,7 @@ int fsync_calls = 0;
 int failing_fsync = 0;  // this call of fsync() fails; 0 for none
 int fsync_error = 0;
 int renames_refused = 0;
+int stat_error = 0;
 int close_error = 0;  // of the first close() of a regular file
 void (*on_flock)() = nullptr;
 
@@ -48,7 +49,7 @@ struct Watch {
     is_watching = true;
     on_write = nullptr;
     on_flock = nullptr;
-    interrupted_writes = write_error = close_error = 0;
+    interrupted_writes = write_error = close_error = stat_error = 0;
     fsync_calls = failing_fsync = fsync_error = renames_refused = 0;
   }
   ~Watch() { is_watching = false; }
@@ -116,6 +117,17 @@ extern "C" int close(int descriptor) {
   errno = close_error;
   close_error = 0;
   return -1;
+}
+
+// On 32-bit targets the library's struct stat has 64-bit times.
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+  static const auto real = reinterpret_cast<int (*)(const char*, struct stat*)>(
+      dlsym(RTLD_NEXT, sizeof(long) == 4 ? "__stat64_time64" : "stat"));
+  if (is_watching && stat_error != 0) {
+    errno = stat_error;
+    return -1;
+  }
+  return real(path, status);
 }
 
 extern "C" int flock(int descriptor, int operation) noexcept {
@@ -506,6 +518,20 @@ TEST(FileReplace, LinkThatTheSystemDoesNotFollowIsNotFollowed) {
   EXPECT_EQ(replace(directory / "link", "new"), -1);
   EXPECT_EQ(errno, EACCES);
   EXPECT_EQ(read_file(directory / "f"), "old");
+}
+
+TEST(FileReplace, LinkThatIsRefusedIsNotFollowedByHand) {
+  // As with fs.protected_symlinks, which not every machine has switched on.
+  const TemporaryDirectory directory;
+  directory.write("f", "old");
+  ASSERT_EQ(symlink("f", (directory / "link").c_str()), 0);
+  const Watch watch;
+  stat_error = EACCES;
+  EXPECT_EQ(replace(directory / "link", "new"), -1);
+  EXPECT_EQ(errno, EACCES);
+  stat_error = 0;
+  EXPECT_EQ(read_file(directory / "f"), "old");
+  EXPECT_EQ(names_in(directory.path()), (Names{"f", "link"}));
 }
 
 // What happens to the names while the library waits for the lock.
