@@ -525,7 +525,7 @@ std::vector<std::uintptr_t> story_of(unsigned seed, const Mode& mode) {
     }
   };
   std::mt19937 random(seed);
-  Subject subject(1 + random() % 40,
+  Subject subject(1 + static_cast<std::uint32_t>(random() % 40),
                   mode.hash_func != nullptr ? mode.hash_func : g_hash_direct,
                   mode.equal_func);
   const std::uintptr_t keys = 4 + random() % 100;
@@ -624,7 +624,8 @@ TEST_P(HashReentryOfKeyFunctions, EveryFunctionMayUseTheTableAtRandom) {
     AllocationFaults blocks(0);
     {
       std::mt19937 random(seed);
-      hash = g_hash_new(1 + random() % 20, own_hash, own_equal, destroy);
+      hash = g_hash_new(1 + static_cast<unsigned>(random() % 20), own_hash, own_equal,
+                        destroy);
       const std::uintptr_t keys = 4 + random() % 30;
       std::uintptr_t value = 1;
       unsigned depth = 0;

@@ -264,7 +264,8 @@ TEST_P(HashForeach, AFunctionThatAlwaysInsertsDoesNotKeepTheWalkGoing) {
 TEST_P(HashForeach, AgreesWithAModelUnderRandomRemovals) {
   std::mt19937 random(1);
   for (int round = 0; round < 300; ++round) {
-    GHash* const table = g_hash_new(1 + random() % 64, GetParam(), nullptr, destroy);
+    GHash* const table =
+        g_hash_new(1 + static_cast<unsigned>(random() % 64), GetParam(), nullptr, destroy);
     for (int i = 0; i < 60; ++i) {
       const std::uintptr_t key = random() % 500;
       ASSERT_EQ(g_hash_insert(table, number(key), number(key + 100)), 0);
