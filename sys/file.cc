@@ -104,8 +104,10 @@ extern "C" GFile* g_file_open(const char* filename, int mode) {
   Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
   if (file == nullptr) return nullptr;
   if (!open_cell(file.get(), filename, mode)) {
+    const int error = errno;
+    file.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
-          std::strerror(errno));
+          std::strerror(error));
     return nullptr;
   }
   if (mode == 1) g_file_seek(file.get(), 0, SEEK_SET);

@@ -709,49 +709,94 @@ TEST(FileDescriptors, RunningOutIsReported) {
                                                          std::strerror(EMFILE))});
 }
 
-void* read_fifo(void* path) {
-  int64_t len;
-  std::free(g_file_read_buf(static_cast<const char*>(path), &len));
-  return nullptr;
+// A thread that ends within a call of the library: which call, and the blocks that it left.
+struct Leaver {
+  std::string path;   // a named pipe, or what the call is to use
+  std::string other;  // beside it
+  void (*call)(const Leaver&);
+  AllocationFaults* blocks = nullptr;
+};
+
+void* run_leaver(void* data) {
+  auto* const leaver = static_cast<Leaver*>(data);
+  leaver->blocks = new AllocationFaults(0);
+  leaver->call(*leaver);
+  return data;
 }
 
-TEST(FileCancellation, AThreadCancelledWhileItOpensLosesNothing) {
-  TemporaryDirectory dir;
-  std::string path = dir / "fifo";
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);  // opening waits for a writer
+// Runs the call in a thread, which `end` makes end, and expects nothing left behind.
+template <typename End>
+void expect_nothing_lost(Leaver leaver, void* wanted, End end) {
   const int expected = lowest_free_descriptor();
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, nullptr, read_fifo, path.data()), 0);
-  usleep(50000);
-  ASSERT_EQ(pthread_cancel(thread), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
-  EXPECT_EQ(lowest_free_descriptor(), expected);
+  for (const bool is_warm : {false, true}) {  // the first exit loads the unwinder
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, run_leaver, &leaver), 0);
+    end(thread);
+    void* result = &leaver;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, wanted);
+    if (is_warm) {
+      EXPECT_EQ(leaver.blocks->outstanding(), 0);
+    }
+    delete leaver.blocks;
+    EXPECT_EQ(lowest_free_descriptor(), expected);
+  }
 }
 
-int leave_the_thread(const char*, void*) {
-  pthread_exit(nullptr);
+TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
+  const struct {
+    const char* name;
+    bool is_open;  // the pipe's other end is: reading and writing wait, not opening
+    void (*call)(const Leaver&);
+  } rows[] = {
+      {"opening", false, [](const Leaver& l) { g_file_open(l.path.c_str(), 0); }},
+      {"opening to read all", false,
+       [](const Leaver& l) {
+         int64_t len;
+         std::free(g_file_read_buf(l.path.c_str(), &len));
+       }},
+      {"opening to write all", false,
+       [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }},
+      {"opening to copy from", false,
+       [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+      {"opening to copy to", false,
+       [](const Leaver& l) { g_file_copy(l.other.c_str(), l.path.c_str()); }},
+      {"reading a copy", true,
+       [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    TemporaryDirectory dir;
+    const std::string path = dir / "fifo";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int end = row.is_open ? open(path.c_str(), O_RDWR | O_CLOEXEC) : -1;
+    const Leaver leaver{path, dir.write("other", "text"), row.call};
+    expect_nothing_lost(leaver, PTHREAD_CANCELED, [](pthread_t thread) {
+      usleep(50000);
+      ASSERT_EQ(pthread_cancel(thread), 0);
+    });
+    if (end != -1) close(end);
+  }
 }
 
-void* read_directory(void* path) {
-  int64_t len;
-  std::free(g_file_read_buf(static_cast<const char*>(path), &len));
-  return path;
-}
-
-TEST(FileCancellation, AThreadThatLeavesWhileAFailedReadIsLoggedLosesNothing) {
+TEST(FileCancellation, AThreadThatLeavesWhileAFailureIsLoggedLosesNothing) {
   TemporaryDirectory dir;
-  std::string path = dir.path();  // opens, has a size, and cannot be read
-  const int expected = lowest_free_descriptor();
-  g_debug_set_handler(leave_the_thread, nullptr);
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, nullptr, read_directory, path.data()), 0);
-  void* result = path.data();
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  g_debug_set_handler(nullptr, nullptr);
-  EXPECT_EQ(result, nullptr);
-  EXPECT_EQ(lowest_free_descriptor(), expected);
+  // A directory opens, has a size, and cannot be read.
+  const Leaver leaver{dir.path(), dir / "missing/file", [](const Leaver& l) {
+                        int64_t len;
+                        std::free(g_file_read_buf(l.path.c_str(), &len));
+                      }};
+  const Leaver copier{dir.write("from", "text"), dir / "missing/file", [](const Leaver& l) {
+                        g_file_copy(l.path.c_str(), l.other.c_str());
+                      }};
+  const Leaver writer{"/dev/full", "",
+                      [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }};
+  for (const Leaver& each : {leaver, copier, writer}) {
+    SCOPED_TRACE(each.path);
+    g_debug_set_handler([](const char*, void*) -> int { pthread_exit(nullptr); }, nullptr);
+    expect_nothing_lost(each, nullptr, [](pthread_t) {});
+    g_debug_set_handler(nullptr, nullptr);
+  }
 }
 
 }  // namespace
