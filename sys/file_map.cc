@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -80,7 +81,10 @@ extern "C" GFileMap* g_file_map(const char* filename, int64_t offset, int64_t le
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open '%s' for file map.", filename);
     return nullptr;
   }
-  GFileMap* const map = g_file_remap(nullptr, file, offset, length, mode, addr);
+  GFileMap* map = nullptr;
+  pthread_cleanup_push(close_cancelled_file, file);  // a message may end the thread
+  map = g_file_remap(nullptr, file, offset, length, mode, addr);
+  pthread_cleanup_pop(0);
   if (map == nullptr) {
     g_file_close(file);
     return nullptr;
@@ -106,8 +110,9 @@ extern "C" GFileMap* g_file_remap(GFileMap* map, GFile* file, int64_t offset,
   void* const mapped = mmap(nullptr, mapped_size(*map), protection_of(mode), MAP_SHARED,
                             map->file->descriptor, offset);
   if (mapped == MAP_FAILED) {
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't map file - %s", std::strerror(errno));
+    const int error = errno;
     std::free(map);  // the caller's own, too: callers drop their pointer after a failure
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't map file - %s", std::strerror(error));
     return nullptr;
   }
   map->addr = mapped;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/file.h>
+#include <groundwork/file_map.h>
 #include <groundwork/log.h>
 #include <gtest/gtest.h>
 
@@ -791,7 +792,10 @@ TEST(FileCancellation, AThreadThatLeavesWhileAFailureIsLoggedLosesNothing) {
                       }};
   const Leaver writer{"/dev/full", "",
                       [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }};
-  for (const Leaver& each : {leaver, copier, writer}) {
+  const Leaver mapper{dir / "from", "", [](const Leaver& l) {
+                        g_file_map(l.path.c_str(), 0, 4, 1, nullptr);  // write-only
+                      }};
+  for (const Leaver& each : {leaver, copier, writer, mapper}) {
     SCOPED_TRACE(each.path);
     g_debug_set_handler([](const char*, void*) -> int { pthread_exit(nullptr); }, nullptr);
     expect_nothing_lost(each, nullptr, [](pthread_t) {});
