@@ -21,26 +21,46 @@ class TextBuffer {
 
   // False when memory is exhausted.
   bool add(std::string_view text) {
-    if (text.size() > capacity_ - size_ && !grow(text.size())) return false;
-    copy_text(text_ + size_, text.data(), text.size());
-    size_ += text.size();
+    if (text.empty()) return true;
+    char* const end = extend(text.size());
+    if (end == nullptr) return false;
+    copy_text(end, text.data(), text.size());
     return true;
+  }
+
+  // Makes room at once for a text that is expected to have that size. Without memory for it
+  // the room grows with the text.
+  void expect(std::size_t size) {
+    if (size > capacity_) set_capacity(size);
+  }
+
+  // Makes the text longer, by one byte at least. Where to put what comes there; null when
+  // memory is exhausted.
+  char* extend(std::size_t more) {
+    if (more > capacity_ - size_ && !grow(more)) return nullptr;
+    char* const end = text_ + size_;
+    size_ += more;
+    return end;
   }
 
   const char* text() const { return text_; }
   std::size_t size() const { return size_; }
 
  private:
-  bool grow(std::size_t more) {
+  [[gnu::noinline]] bool grow(std::size_t more) {
     std::size_t needed = 0;
     std::size_t capacity = capacity_ != 0 ? capacity_ : 2048;
     if (__builtin_add_overflow(size_, more, &needed)) return false;
     while (capacity < needed) {
       if (__builtin_mul_overflow(capacity, std::size_t{2}, &capacity)) return false;
     }
-    auto* const grown = static_cast<char*>(std::realloc(text_, capacity));
-    if (grown == nullptr) return false;
-    text_ = grown;
+    return set_capacity(capacity);
+  }
+
+  bool set_capacity(std::size_t capacity) {
+    auto* const resized = static_cast<char*>(std::realloc(text_, capacity));
+    if (resized == nullptr) return false;
+    text_ = resized;
     capacity_ = capacity;
     return true;
   }

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "conf/fingerprint.h"
@@ -18,6 +19,9 @@
 
 namespace groundwork {
 namespace {
+
+// Room for some new keys.
+constexpr std::size_t kUsualGrowth = 1024;
 
 // Calls add(first, separator, second, end) for each line of the file; stops when that
 // answers false.
@@ -35,6 +39,26 @@ bool for_each_line(const GConf* conf, Add add) {
     if (!add("", "", "", "\n")) return false;
   }
   return true;
+}
+
+// Copies a text that is mostly longer than a word and shorter than is worth a call. Returns
+// where the copy ends.
+inline char* put_text(char* at, std::string_view text) {
+  constexpr std::size_t kWord = sizeof(std::uint32_t);
+  const std::size_t size = text.size();
+  if (size >= 8 * kWord) {
+    std::memcpy(at, text.data(), size);
+  } else if (size >= kWord) {
+    // The last word may overlap the one before.
+    const std::size_t last = size - kWord;
+    for (std::size_t done = 0; done < last; done += kWord) {
+      std::memcpy(at + done, text.data() + done, kWord);
+    }
+    std::memcpy(at + last, text.data() + last, kWord);
+  } else {
+    for (std::size_t done = 0; done < size; ++done) at[done] = text[done];
+  }
+  return at + size;
 }
 
 // Goes on after a write that took `written` bytes, or failed: the line that it broke off in
@@ -107,11 +131,18 @@ FileContent write_file(const GConf* conf, const TextBuffer* text) {
 }  // namespace
 
 bool format_conf(const GConf* conf, TextBuffer& buffer) {
-  return for_each_line(conf, [&buffer](std::string_view first, std::string_view separator,
-                                       std::string_view second, std::string_view end) {
-    return buffer.add(first) && buffer.add(separator) && buffer.add(second) &&
-           buffer.add(end);
-  });
+  const auto add = [&buffer](std::string_view first, std::string_view separator,
+                             std::string_view second, std::string_view end)
+      __attribute__((always_inline)) {
+    char* at = buffer.extend(first.size() + separator.size() + second.size() + end.size());
+    if (at == nullptr) return false;
+    at = put_text(at, first);
+    at = put_text(at, separator);
+    at = put_text(at, second);
+    put_text(at, end);
+    return true;
+  };
+  return for_each_line(conf, add);
 }
 
 void write_conf(GConf* conf) {
@@ -119,6 +150,9 @@ void write_conf(GConf* conf) {
   // Before the file is opened, which empties it: a program that is killed in between leaves
   // it empty.
   TextBuffer text;
+  // Most changes leave the size about as it was.
+  const std::size_t former_size = file_content(conf).text.size;
+  text.expect(former_size + former_size / 8 + kUsualGrowth);
   const bool is_formatted = format_conf(conf, text);
   set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));
 }

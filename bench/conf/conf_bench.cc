@@ -224,8 +224,8 @@ void open(State& state, std::size_t per_section) {
 }
 
 template <typename Store>
-void read(State& state, bool present) {
-  std::vector<Name> names = names_of(static_cast<std::size_t>(state.range(0)), 0);
+void read(State& state, bool present, std::size_t per_section = 0) {
+  std::vector<Name> names = names_of(static_cast<std::size_t>(state.range(0)), per_section);
   const TemporaryFile file(text_of(names));
   const Store store(file.path());
   std::shuffle(names.begin(), names.end(), std::mt19937(1));
@@ -280,6 +280,9 @@ void register_store(const char* who, int largest) {
     job("conf.open.one", who, [](State& state) { open<Store>(state, 0); })->Arg(size);
     job("conf.open.tens", who, [](State& state) { open<Store>(state, 10); })->Arg(size);
     job("conf.hit", who, [](State& state) { read<Store>(state, true); })->Arg(size);
+    job("conf.hit.tens", who, [](State& state) {
+      read<Store>(state, true, 10);
+    })->Arg(size);
     job("conf.miss", who, [](State& state) { read<Store>(state, false); })->Arg(size);
     job("conf.write", who, change<Store>)->Arg(size);
   }

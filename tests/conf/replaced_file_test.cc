@@ -253,6 +253,7 @@ TEST(ConfSync, NothingIsAllocatedWhileTheFileIsEmpty) {
   for (int key = 0; key < 1000; ++key) {
     g_conf_write_int(conf.get(), "many", std::to_string(key).c_str(), key);
   }
+  g_conf_sync(conf.get());  // the next ones know about how much room they need
   AllocationFaults blocks(0);
   int calls_at[2];
   for (const int at : {2, 3}) {  // the lock, the write
@@ -269,7 +270,7 @@ TEST(ConfSync, NothingIsAllocatedWhileTheFileIsEmpty) {
     blocks.pause();
     calls_at[at - 2] -= before;
   }
-  EXPECT_GT(calls_at[0], 2);
+  EXPECT_GE(calls_at[0], 2);  // the text, the file's handle
   EXPECT_EQ(calls_at[1], calls_at[0]);
 }
 
