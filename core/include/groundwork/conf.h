@@ -29,7 +29,9 @@
  * "=" or begins with "#" or "[", and a section name with "]" or a newline are written as they
  * are and read back as something else.
  * @warning g_conf_sync() and g_conf_close() empty the file before they lock and write it; a
- * failed write is logged, not retried. Comments and blank lines of the file are not kept.
+ * failed write is logged, not retried. Comments and blank lines of the file are not kept. Nothing is
+ * synced to the disk: a power cut within seconds can leave the file empty. g_conf_save() of
+ * <groundwork/safe.h> does none of this.
  *
  * Threads: each conf has a mutex. Reads, writes and removals may run on several threads at
  * once. g_conf_close(), g_conf_sync(), g_conf_register_callback(), g_find_section(),

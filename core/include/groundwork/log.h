@@ -88,6 +88,9 @@ G_API int g_debug_get_level(void);
 /**
  * Redirects all output of g_log(), g_logv() and g_print().
  *
+ * @warning A handler that logs, directly or by a call that fails, is called for its own line, without
+ * end.
+ *
  * @param handler  receives each text; null sends output to standard error again.
  * @param arg      passed unchanged to the handler; not owned.
  */

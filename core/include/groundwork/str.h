@@ -142,6 +142,9 @@ G_API char *g_strncpy(char *dst, const char *src, unsigned len);
  * take different arguments, strings are not measured, and the block grows by them. Each "%m"
  * leaks a block of 17 bytes.
  *
+ * @warning For "%.*s" the block is as large as the precision, however short the text: a precision
+ * near 2^31 asks for 2 GiB, and the result is null.
+ *
  * @param fmt  printf format of the C library. Null, which other formatters crash on, gives
  *             the empty string.
  * @return a new string; null, unreported, when memory is exhausted. When the system

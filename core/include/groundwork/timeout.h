@@ -61,6 +61,7 @@ typedef int (*GTimeoutFunc)(void *data);
  * Starts a timeout. Its first call comes at once.
  *
  * @warning Once `func` has returned 0 the timeout is gone, which may be before this call returns.
+ * When the system has no thread left, the result is a timeout whose function is never called.
  *
  * @param name      for the reader of the source; may be null.
  * @param interval  period in milliseconds; greater than 0.

@@ -10,6 +10,13 @@
  * it, and a timer may fire up to 10 ms early. A slow callback delays all others; periods
  * missed meanwhile are dropped.
  *
+ * @warning A callback that adds or removes timers ends that scan of the list: the timers after its own
+ * wait for the next one. Where a callback does so in each scan, they are never called. When the
+ * system has no thread left, g_timer_init() and g_timer_enable() still return 0, and no timer fires.
+ *
+ * Signal handlers may run on the service's thread, which has the signal mask of the thread that
+ * started it. A callback must return: not by an exception or longjmp().
+ *
  * Diagnostics go to standard output, not to the log: "g_timer:<line> pid=<pid> ...".
  *
  * Threads: timers may be added and removed on any thread, also in callbacks, while the

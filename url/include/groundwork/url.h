@@ -510,6 +510,12 @@ G_API extern URL_module URL_module_http;
  * with the bytes before it, if only 0, and leaves the reason in `errno`; the next finds an
  * end.
  *
+ * @warning Only connecting has a limit in time, 5 seconds. Looking up the name, the status, the headers
+ * and the body have none unless url_http_set_timeout() of <groundwork/safe.h> sets one: a server that
+ * stays silent holds the thread. Line ends in the URL go into the request and can write headers.
+ * "Content-Length:" is seen in this spelling alone, and after a header line of exactly 8191 bytes
+ * its line end is taken for the end of the headers.
+ *
  * @param url  "http://host[:port][/path][?query]"; the scheme may be missing.
  * @return the stream at its first body byte. Null on failure, with `url_errno`:
  *         URLERR_TOO_LONG (`errno` ENOENT) for a URL that does not fit 8192 bytes, or
