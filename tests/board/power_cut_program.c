@@ -40,6 +40,8 @@ static int write_rounds(const char *file, int with_save) {
   int round;
 
   if (conf == NULL) return 1;
+  set_all(conf, 0);
+  if (g_conf_save(conf, 0) != 0) return 1; /* so that there is something to lose */
   for (round = 1;; ++round) {
     set_all(conf, round);
     if (!with_save) {
