@@ -258,9 +258,13 @@ class DirRemoveMount : public testing::Test {
 
 // Not so before Linux 5.8, nor under an emulator that hides it.
 bool kernel_tells_mounts_apart() {
+#if defined(STATX_MNT_ID)
   struct statx status = {};
   return statx(AT_FDCWD, "/", 0, STATX_MNT_ID, &status) == 0 &&
          (status.stx_mask & STATX_MNT_ID) != 0 && status.stx_mnt_id != 0;
+#else
+  return true;  // the library does not need the C library for it
+#endif
 }
 
 TEST_F(DirRemoveMount, OfTheSameFilesystemInTheTreeStays) {
