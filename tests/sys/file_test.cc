@@ -750,20 +750,22 @@ TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
     bool is_open;  // the pipe's other end is: reading and writing wait, not opening
     void (*call)(const Leaver&);
   } rows[] = {
-      {"opening", false, [](const Leaver& l) { g_file_open(l.path.c_str(), 0); }},
-      {"opening to read all", false,
-       [](const Leaver& l) {
-         int64_t len;
-         std::free(g_file_read_buf(l.path.c_str(), &len));
-       }},
-      {"opening to write all", false,
-       [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }},
-      {"opening to copy from", false,
-       [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
-      {"opening to copy to", false,
-       [](const Leaver& l) { g_file_copy(l.other.c_str(), l.path.c_str()); }},
-      {"reading a copy", true,
-       [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+    {"opening", false, [](const Leaver& l) { g_file_open(l.path.c_str(), 0); }},
+    {"opening to read all", false,
+     [](const Leaver& l) {
+       int64_t len;
+       std::free(g_file_read_buf(l.path.c_str(), &len));
+     }},
+    {"opening to write all", false,
+     [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }},
+    {"opening to copy from", false,
+     [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+    {"opening to copy to", false,
+     [](const Leaver& l) { g_file_copy(l.other.c_str(), l.path.c_str()); }},
+#if !defined(__SANITIZE_ADDRESS__)  // goes on guarding the buffer of the frame that is left
+    {"reading a copy", true,
+     [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+#endif
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
