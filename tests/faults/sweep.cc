@@ -312,7 +312,9 @@ constexpr struct {
      "part of cleanup handlers"},
     {" _pthread_cleanup_pop _pthread_cleanup_push alphasort htons pthread_equal ",
      "work on memory alone, with musl"},
-    {" getc_unlocked ", "with musl most bytes come out of the stream's buffer through it"},
+    {" getc_unlocked __freadahead ",
+     "with musl tell of the stream's buffer, which most bytes come out of"},
+    {" syscall ", "with musl stands for statx(), which that lacks"},
     {" pthread_mutex_lock pthread_mutex_unlock pthread_mutex_trylock ",
      "cannot fail on a mutex of the plain kind, or fail when it is held: tests/thread"
      " holds one"},
