@@ -79,8 +79,12 @@ LEFT_BY_CANCELLATION bool sleep_on_raster(std::uintptr_t number, uint32_t ticks,
   return error == 0 || error == ETIMEDOUT;
 }
 
-void end_sleep(void*) {
-  power.is_asleep = false;
+// A thread that was replaced in its own callback has not slept, but its successor may be
+// asleep, and is still to be woken.
+void end_sleep(void* number) {
+  if (timer_service.running.load(relaxed) == reinterpret_cast<std::uintptr_t>(number)) {
+    power.is_asleep = false;
+  }
   pthread_mutex_unlock(&timer_service.lock.mutex.mutex);
 }
 
@@ -89,7 +93,7 @@ LEFT_BY_CANCELLATION void sleep_until_due(std::uintptr_t number) {
   const int64_t begin = monotonic_ns();
   bool has_slept;
   pthread_mutex_lock(&timer_service.lock.mutex.mutex);
-  pthread_cleanup_push(end_sleep, nullptr);
+  pthread_cleanup_push(end_sleep, reinterpret_cast<void*>(number));
   has_slept = sleep_on_raster(number, ticks, begin);
   pthread_cleanup_pop(1);
   if (!has_slept) g_delay(kTimerResolution);

@@ -590,6 +590,33 @@ TEST_F(RealTimerPower, StopsWithoutWaitingForTheEndOfItsSleep) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
 }
 
+TEST_F(RealTimerPower, ServiceThatACallbackRestartedIsWokenByChanges) {
+  static std::atomic<bool> is_restarted, is_called;
+  is_restarted = is_called = false;
+  g_add_timer(
+      10,
+      [](std::uint32_t, void*) -> std::uint32_t {
+        g_timer_enable(0);
+        g_timer_enable(1);
+        std::this_thread::sleep_for(200ms);  // the new thread falls asleep meanwhile
+        is_restarted = true;
+        return 3'600'000;
+      },
+      nullptr);
+  await([] { return is_restarted.load(); });
+  std::this_thread::sleep_for(200ms);  // the former thread ends
+  const auto begin = std::chrono::steady_clock::now();
+  g_add_timer(
+      10,
+      [](std::uint32_t, void*) -> std::uint32_t {
+        is_called = true;
+        return 0;
+      },
+      nullptr);
+  await([] { return is_called.load(); });
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+}
+
 TEST_F(RealTimerPower, TimersMayBeChangedOnManyThreadsWhileTheModeChanges) {
   static std::atomic<long> calls;
   calls = 0;
