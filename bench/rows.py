@@ -219,7 +219,7 @@ ROWS = {
             floor="the peer", aims={"read+write": 1.0}),
         Row("replace", "`g_file_replace`, in memory", size_is="bytes",
             floor="the peer: open, write, fsync, close, rename, and fsync of the directory",
-            aims={"write+rename": 1.4},
+            aims={"write+rename": 1.3},
             note="On tmpfs, where a sync takes no time; on a disk the two syncs are nearly all. "
                  "Ours locks the directory, looks whether the file is a link, and keeps its mode "
                  "and owner."),

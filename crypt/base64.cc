@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/built_for.h"
 #include "core/check.h"
 
 namespace {
@@ -26,13 +27,8 @@ constexpr char kPad = '=';
 // The longest input whose characters an int can count.
 constexpr int kLongestInput = INT_MAX / 4 * 3;
 
-// The wide tables make both ways several times faster. A library built for size goes
-// without.
-#ifdef __OPTIMIZE_SIZE__
-constexpr bool kWideTables = false;
-#else
-constexpr bool kWideTables = true;
-#endif
+// The wide tables make both ways several times faster.
+constexpr bool kWideTables = groundwork::kForSpeed;
 using Table = std::array<std::uint32_t, 256>;
 
 // The four characters of a group as they lie in memory. Indices carry bits that belong to

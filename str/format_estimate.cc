@@ -16,6 +16,8 @@
 #include <groundwork/log.h>
 #include <groundwork/str.h>
 
+#include "core/built_for.h"
+
 using namespace groundwork;
 
 namespace {
@@ -23,14 +25,6 @@ namespace {
 constexpr char kSource[] = "g_str";
 
 constexpr bool kLongIs64Bit = sizeof(long) == 8;
-
-// Whether doubles are spelled here and bare conversions have a way of their own: each makes
-// its formats twice as fast. A library built for size goes without.
-#ifdef __OPTIMIZE_SIZE__
-constexpr bool kForSpeed = false;
-#else
-constexpr bool kForSpeed = true;
-#endif
 constexpr std::uint64_t kMargin = 1024;  // for what cannot be measured
 constexpr unsigned kNullStringLength = 8;
 constexpr unsigned kWideCharacterLength = 16;

@@ -17,6 +17,7 @@
 
 #include <groundwork/thread.h>
 
+#include "core/built_for.h"
 #include "thread/fork_safe_mutex.h"
 #include "thread/service_thread.h"
 
@@ -128,7 +129,8 @@ GTimerEntry* add_entry(int interval, GTimerCallback callback, void* param) {
   entry->last = g_get_ticks();
   entry->next = service.timers;
   service.timers = entry;
-  service.index.note_added(entry, ++service.timer_count);
+  ++service.timer_count;
+  if constexpr (kForSpeed) service.index.note_added(entry, service.timer_count);
   note_change();
   return entry;
 }
@@ -142,7 +144,7 @@ void clear_list() {
     std::free(entry);
   }
   service.timer_count = 0;
-  service.index.clear();
+  if constexpr (kForSpeed) service.index.clear();
   note_change();
 }
 
@@ -151,13 +153,15 @@ void remove_entry(GTimerEntry* before, GTimerEntry* entry) {
   GTimerEntry** const link = before != nullptr ? &before->next : &service.timers;
   *link = entry->next;
   --service.timer_count;
-  service.index.note_removed(entry, before, entry->next);
+  if constexpr (kForSpeed) service.index.note_removed(entry, before, entry->next);
   std::free(entry);
 }
 
 // The list is locked. False when there is no timer of this id, which may be any value.
 bool find_entry(const GTimerEntry* id, GTimerEntry** before) {
-  if (service.index.exists()) return service.index.find(id, before);
+  if constexpr (kForSpeed) {
+    if (service.index.exists()) return service.index.find(id, before);
+  }
   *before = nullptr;
   for (GTimerEntry* entry = service.timers; entry != nullptr; entry = entry->next) {
     if (entry == id) return true;

@@ -41,7 +41,7 @@
  *   fprintf(stderr, "gateway.conf: %s\n", saved.error().text());
  *   return 1;
  * }
- * printf("%s", gw::read_file("gateway.conf").data());
+ * if (const gw::Bytes text = gw::read_file("gateway.conf")) printf("%s", text.data());
  * // prints: [net]
  * // prints: port=8080
  * @endcode

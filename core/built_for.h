@@ -1,0 +1,18 @@
+// What the library is built for.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_CORE_BUILT_FOR_H
+#define GROUNDWORK_CORE_BUILT_FOR_H
+
+namespace groundwork {
+
+// Speed, or size (-Os): then what only makes a function faster is left out.
+#ifdef __OPTIMIZE_SIZE__
+constexpr bool kForSpeed = false;
+#else
+constexpr bool kForSpeed = true;
+#endif
+
+}  // namespace groundwork
+
+#endif
