@@ -76,7 +76,8 @@ std::uint32_t process_seed() {
   const auto* const random = reinterpret_cast<const char*>(getauxval(AT_RANDOM));
   if (random != nullptr) return load_word(random + 12);
   // Without them, where the stack happens to be.
-  return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(&random));
+  return static_cast<std::uint32_t>(
+      reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
 }
 
 }  // namespace groundwork
