@@ -83,6 +83,9 @@ G_API int64_t g_file_read(GFile *file, void *buf, int64_t len);
 /**
  * Writes to a file once.
  *
+ * @warning Beyond the process's limit for files (`RLIMIT_FSIZE`) the system raises SIGXFSZ, which
+ * ends the process unless it is ignored; then the write fails with EFBIG.
+ *
  * @param file  open for writing.
  * @param buf   not null; `len` bytes.
  * @param len   bytes to write; only its low 32 bits are used, as an unsigned count.
