@@ -256,8 +256,9 @@ G_API int32_t url_nread(URL url, void *buf, int32_t n);
  * text, so bytes after a NUL in the line are not counted. Else the line is read byte by
  * byte and ends with `url_newline_code`.
  *
- * @warning A directory can be opened as a file stream, and its first line is null, as at the end of
- * an empty file; `errno` is EISDIR then.
+ * @warning On a file stream a read that fails counts as a byte, the one that `buf` held. A
+ * directory can be opened, and gives lines of the buffer's old content up to the read limit, with
+ * EISDIR in `errno`.
  *
  * @param url  a stream.
  * @param buf  at least `n` bytes; takes the NUL-terminated text.
