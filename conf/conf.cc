@@ -8,13 +8,13 @@
 #include <groundwork/package.h>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-
-#include <pthread.h>
+#include <cstring>
 
 #include "conf/callbacks.h"
 #include "conf/load.h"
@@ -28,26 +28,33 @@ using namespace groundwork;
 
 namespace {
 
-// The paths of the default file. Kept: each is made from the package name of the moment it
-// is first needed, and a later name does not change it.
 constexpr std::size_t kDefaultPathSize = sizeof g_package_name + sizeof "/etc/.conf";
-char local_path[kDefaultPathSize];
-char system_path[kDefaultPathSize];
-pthread_once_t local_path_made = PTHREAD_ONCE_INIT;
-pthread_once_t system_path_made = PTHREAD_ONCE_INIT;
 
-const char* default_local_path() {
-  pthread_once(&local_path_made, [] {
-    std::snprintf(local_path, sizeof local_path, "./%s.conf", g_package_name);
-  });
-  return local_path;
-}
+// A path of the default file. Kept: it is made from the package name of the moment it is
+// first needed, and a later name does not change it.
+//
+// No lock: a child that was forked while another thread makes the path goes on with its
+// own.
+struct DefaultPath {
+  enum State : int { kUnmade, kBeingMade, kMade };
+  std::atomic<int> state{kUnmade};
+  char text[kDefaultPathSize];
+};
+constinit DefaultPath local_path{};
+constinit DefaultPath system_path{};
 
-const char* default_system_path() {
-  pthread_once(&system_path_made, [] {
-    std::snprintf(system_path, sizeof system_path, "/etc/%s.conf", g_package_name);
-  });
-  return system_path;
+// The path; in `own` while another thread is making it.
+const char* text_of(DefaultPath& path, const char* format, char (&own)[kDefaultPathSize]) {
+  if (path.state.load(std::memory_order_acquire) == DefaultPath::kMade) return path.text;
+  std::snprintf(own, sizeof own, format, g_package_name);
+  int state = DefaultPath::kUnmade;
+  if (!path.state.compare_exchange_strong(state, DefaultPath::kBeingMade,
+                                          std::memory_order_acquire)) {
+    return state == DefaultPath::kMade ? path.text : own;
+  }
+  std::memcpy(path.text, own, sizeof own);
+  path.state.store(DefaultPath::kMade, std::memory_order_release);
+  return path.text;
 }
 
 GConf* open_named(const char* filename) {
@@ -57,13 +64,13 @@ GConf* open_named(const char* filename) {
   return new_conf(filename);
 }
 
-// `path` gets the path that was tried last.
-GConf* open_default(const char** path) {
-  *path = default_local_path();
+// `path` gets the path that was tried last, which may be in `own`.
+GConf* open_default(const char** path, char (&own)[kDefaultPathSize]) {
+  *path = text_of(local_path, "./%s.conf", own);
   if (g_file_exist(*path) != 0) {
     if (GConf* const conf = load_conf(*path); conf != nullptr) return conf;
   }
-  *path = default_system_path();
+  *path = text_of(system_path, "/etc/%s.conf", own);
   return load_conf(*path);
 }
 
@@ -91,7 +98,8 @@ extern "C" GConfEntry* g_find_line(GConfSection* section, const char* key) {
 
 extern "C" GConf* g_conf_open(const char* filename) {
   const char* path = filename;
-  GConf* const conf = filename != nullptr ? open_named(filename) : open_default(&path);
+  char own[kDefaultPathSize];
+  GConf* const conf = filename != nullptr ? open_named(filename) : open_default(&path, own);
   if (conf == nullptr) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't load config file '%s'.", path);
     return nullptr;

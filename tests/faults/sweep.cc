@@ -297,7 +297,7 @@ constexpr struct {
      "dirfd rewinddir "
      "fileno"
      " getauxval getpagesize ungetc getpid mallinfo2 nl_langinfo"
-     " stderr strerror __sigsetjmp __cxa_finalize pthread_self pthread_once"
+     " stderr strerror __sigsetjmp __cxa_finalize pthread_self"
      " pthread_setcancelstate pthread_testcancel __h_errno_location pthread_condattr_init"
      " pthread_condattr_destroy pthread_condattr_setclock clock_gettime __clock_gettime64 ",
      "cannot fail as they are called"},
