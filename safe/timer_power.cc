@@ -71,8 +71,7 @@ LEFT_BY_CANCELLATION bool sleep_on_raster(std::uintptr_t number, uint32_t ticks,
   int error = 0;
   while (power.is_asleep && error == 0) error = wait_until(begin + steps * kStep);
   if (!power.is_asleep && goes_on()) {
-    const auto passed = static_cast<uint64_t>(monotonic_ns() - begin);
-    const auto next = static_cast<int64_t>(passed / kStep) + 1;
+    const int64_t next = (monotonic_ns() - begin) / kStep + 1;
     while (error == 0) error = wait_until(begin + next * kStep);
   }
   power.is_asleep = false;

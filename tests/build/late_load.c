@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 typedef int Encrypt(const void *input, void *output, const void *key);
@@ -33,6 +34,7 @@ int main(int argc, char **argv) {
   void *symbol;
   Printf *format;
   pthread_t thread;
+  char *text;
 
   if (library == NULL) {
     fprintf(stderr, "%s\n", argc == 2 ? dlerror() : "usage: late_load LIBRARY");
@@ -48,5 +50,8 @@ int main(int argc, char **argv) {
   if (pthread_create(&thread, NULL, use_own_key, blocks[1]) != 0) return 1;
   pthread_join(thread, NULL);
   if (memcmp(blocks[0], blocks[1], sizeof blocks[0]) != 0) return 1;
-  return strcmp(format("%d", 5), "5") != 0;
+  text = format("%d", 5);
+  if (text == NULL || strcmp(text, "5") != 0) return 1;
+  free(text);
+  return 0;
 }
