@@ -16,7 +16,7 @@ LINKS_ONLY = r"""
 int main(void) {
   char line[256];
   long sum = 0, value;
-  FILE *file = fopen("/proc/self/smaps_rollup", "r");
+  FILE* file = fopen("/proc/self/smaps_rollup", "r");
   while (file != NULL && fgets(line, sizeof line, file) != NULL) {
     if (sscanf(line, "Private_Clean: %ld", &value) == 1 ||
         sscanf(line, "Private_Dirty: %ld", &value) == 1) sum += value;
@@ -42,7 +42,7 @@ static size_t in_use(void) {
 int main(void) {
   static int32_t keys[65536];
   size_t before = in_use();
-  GHash *hash = g_hash_new(16, g_hash_int, g_hash_int_equal, NULL);
+  GHash* hash = g_hash_new(16, g_hash_int, g_hash_int_equal, NULL);
   for (int i = 0; i < 65536; ++i) {
     keys[i] = i;
     g_hash_insert(hash, &keys[i], &keys[i]);

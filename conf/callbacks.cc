@@ -25,9 +25,9 @@ namespace {
 class TableKey {
  public:
   TableKey(const char* section, const char* key) {
-    const std::size_t section_length = std::strlen(section);
-    const std::size_t key_length = std::strlen(key);
-    std::size_t size = 0;
+    const size_t section_length = std::strlen(section);
+    const size_t key_length = std::strlen(key);
+    size_t size = 0;
     if (__builtin_add_overflow(section_length + 2, key_length, &size)) return;
     if (size > sizeof short_) {
       long_.reset(static_cast<char*>(std::malloc(size)));

@@ -28,7 +28,7 @@ using namespace groundwork;
 
 namespace {
 
-constexpr std::size_t kDefaultPathSize = sizeof g_package_name + sizeof "/etc/.conf";
+constexpr size_t kDefaultPathSize = sizeof g_package_name + sizeof "/etc/.conf";
 
 // A path of the default file. Kept: it is made from the package name of the moment it is
 // first needed, and a later name does not change it.

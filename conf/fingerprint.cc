@@ -17,7 +17,7 @@ namespace {
 
 class Half {
  public:
-  constexpr Half(std::uint32_t a, std::uint32_t b) : a_(a), b_(b) {}
+  constexpr Half(uint32_t a, uint32_t b) : a_(a), b_(b) {}
 
   void take(const char* eight_bytes) {
     a_ = std::rotl(a_ + load_word(eight_bytes) * kSpread, 13);
@@ -27,26 +27,26 @@ class Half {
     a_ += b_;
   }
 
-  std::uint32_t a() const { return a_; }
-  std::uint32_t b() const { return b_; }
+  uint32_t a() const { return a_; }
+  uint32_t b() const { return b_; }
 
  private:
   // Odd, so that multiplying loses nothing.
-  static constexpr std::uint32_t kSpread = 0x85ebca77;
-  static constexpr std::uint32_t kMix = 0x9e3779b1;
+  static constexpr uint32_t kSpread = 0x85ebca77;
+  static constexpr uint32_t kMix = 0x9e3779b1;
 
-  std::uint32_t a_;
-  std::uint32_t b_;
+  uint32_t a_;
+  uint32_t b_;
 };
 
-constexpr std::size_t kRound = 16;
+constexpr size_t kRound = 16;
 
 }  // namespace
 
-Fingerprint fingerprint_of(const char* text, std::size_t size) {
+Fingerprint fingerprint_of(const char* text, size_t size) {
   Half even(0x243f6a88, 0x85a308d3);
   Half odd(0x13198a2e, 0x03707344);
-  std::size_t left = size;
+  size_t left = size;
   for (; left >= kRound; left -= kRound, text += kRound) {
     even.take(text);
     odd.take(text + kRound / 2);

@@ -12,14 +12,14 @@ namespace groundwork {
 // The size of a text and 128 bits of hash. Two texts that differ have the same one with a
 // probability of 2^-64 or less, unless somebody constructs them.
 struct Fingerprint {
-  std::size_t size;
-  std::uint32_t hash[4];
+  size_t size;
+  uint32_t hash[4];
 
   bool operator==(const Fingerprint&) const = default;
 };
 
 // `text` may be null when `size` is 0.
-Fingerprint fingerprint_of(const char* text, std::size_t size);
+Fingerprint fingerprint_of(const char* text, size_t size);
 
 // What a conf knows of the content of its file.
 struct FileContent {

@@ -14,14 +14,14 @@
 namespace groundwork {
 
 // Where the first `mark` of a text is; its size without one.
-inline std::size_t position_of(std::string_view text, char mark) {
+inline size_t position_of(std::string_view text, char mark) {
   const void* const found = std::memchr(text.data(), mark, text.size());
   return found != nullptr
-             ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data())
+             ? static_cast<size_t>(static_cast<const char*>(found) - text.data())
              : text.size();
 }
 
-inline std::string_view between(std::string_view text, std::size_t from, std::size_t to) {
+inline std::string_view between(std::string_view text, size_t from, size_t to) {
   return {text.data() + from, to - from};
 }
 
@@ -38,7 +38,7 @@ struct Line {
 inline Line parse_line(std::string_view line) {
   if (line.empty() || line.front() == '#') return {};
   const bool is_header = line.front() == '[';
-  const std::size_t mark = position_of(line, is_header ? ']' : '=');
+  const size_t mark = position_of(line, is_header ? ']' : '=');
   // A header that is not closed is ignored; the section stays as it was.
   if (mark == line.size()) return {};
   if (is_header) return {Line::Kind::kHeader, between(line, 1, mark)};
@@ -51,7 +51,7 @@ inline Line parse_line(std::string_view line) {
 template <typename Take>
 bool for_each_line_of(std::string_view text, Take take) {
   for (;;) {
-    const std::size_t end = position_of(text, '\n');
+    const size_t end = position_of(text, '\n');
     if (!take(between(text, 0, end))) return false;
     if (end == text.size()) return true;
     text.remove_prefix(end + 1);

@@ -29,18 +29,18 @@ namespace {
 // A file's text with a NUL after it; null when it could not be read.
 struct Text {
   Owned<char> block;
-  std::size_t size = 0;
+  size_t size = 0;
 };
 
 // Room for `size` bytes and a NUL. Null for a size that no single read could give.
-Owned<char> new_buffer(std::int64_t size) {
+Owned<char> new_buffer(int64_t size) {
   if (size < 0 || size >= INT32_MAX) return nullptr;
   return Owned<char>(static_cast<char*>(g_malloc(static_cast<unsigned>(size) + 1)));
 }
 
 // Whether an open file has that size. A program that replaces the file by renaming another
 // gives the path a new file at any moment.
-bool has_size(const GFile& file, std::int64_t size) {
+bool has_size(const GFile& file, int64_t size) {
   struct stat status;
   return fstat(file.descriptor, &status) == 0 && status.st_size == size;
 }
@@ -48,7 +48,7 @@ bool has_size(const GFile& file, std::int64_t size) {
 // The text of a locked file. Kept: its size is that of the path, and a file of another size
 // is not read. So that the text is whole, the descriptor is asked after the reading.
 Text read_text(GFile* file, const char* filename) {
-  const std::int64_t size = g_file_size(filename);
+  const int64_t size = g_file_size(filename);
   Owned<char> block = new_buffer(size);
   if (block == nullptr || g_file_read(file, block.get(), size) != size ||
       !has_size(*file, size)) {
@@ -56,7 +56,7 @@ Text read_text(GFile* file, const char* filename) {
     return {};
   }
   block.get()[size] = '\0';
-  return {std::move(block), static_cast<std::size_t>(size)};
+  return {std::move(block), static_cast<size_t>(size)};
 }
 
 Text read_locked(const char* filename) {
@@ -97,7 +97,7 @@ bool load_text(GConf* conf, std::string_view text) {
 
 }  // namespace
 
-GConf* parse_conf(const char* filename, const char* text, std::size_t size) {
+GConf* parse_conf(const char* filename, const char* text, size_t size) {
   GConf* const conf = new_conf(filename);
   if (conf == nullptr) return nullptr;
   // A NUL in the file ends its text.

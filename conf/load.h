@@ -16,7 +16,7 @@ GConf* load_conf(const char* filename);
 
 // The conf of a text that is `filename`'s content, a NUL after its end. Null when memory is
 // exhausted, without a message.
-GConf* parse_conf(const char* filename, const char* text, std::size_t size);
+GConf* parse_conf(const char* filename, const char* text, size_t size);
 
 }  // namespace groundwork
 

@@ -10,8 +10,8 @@
 namespace groundwork {
 
 // In the machine's own order of bytes, from any address.
-inline std::uint32_t load_word(const char* at) {
-  std::uint32_t word;
+inline uint32_t load_word(const char* at) {
+  uint32_t word;
   std::memcpy(&word, at, sizeof word);
   return word;
 }

@@ -16,46 +16,46 @@ namespace groundwork {
 
 // The word of a name of less than four bytes. Longer names are gone through in words, the
 // last of which may overlap the one before.
-inline std::uint32_t short_word(const char* name, std::size_t length) {
-  std::uint32_t word = 0;
-  for (std::size_t at = 0; at < length; ++at) {
+inline uint32_t short_word(const char* name, size_t length) {
+  uint32_t word = 0;
+  for (size_t at = 0; at < length; ++at) {
     word = word << 8 | static_cast<unsigned char>(name[at]);
   }
   return word;
 }
 
 // The bit by which the cases of a letter differ, in each byte of a word.
-constexpr std::uint32_t kCaseBits = 0x20202020;
+constexpr uint32_t kCaseBits = 0x20202020;
 
 // The case bit of each byte of a word that is a letter.
-constexpr std::uint32_t case_bits_of_letters(std::uint32_t word) {
-  const std::uint32_t low_bits = (word | kCaseBits) & 0x7f7f7f7fu;
-  const std::uint32_t from_a = low_bits + 0x01010101u * (0x80 - 'a');  // top bit: >= 'a'
-  const std::uint32_t past_z = low_bits + 0x01010101u * (0x7f - 'z');  // top bit: > 'z'
+constexpr uint32_t case_bits_of_letters(uint32_t word) {
+  const uint32_t low_bits = (word | kCaseBits) & 0x7f7f7f7fu;
+  const uint32_t from_a = low_bits + 0x01010101u * (0x80 - 'a');  // top bit: >= 'a'
+  const uint32_t past_z = low_bits + 0x01010101u * (0x7f - 'z');  // top bit: > 'z'
   return (from_a & ~past_z & ~word & 0x80808080u) >> 2;
 }
 
-constexpr bool same_word(std::uint32_t a, std::uint32_t b) {
-  const std::uint32_t difference = a ^ b;
+constexpr bool same_word(uint32_t a, uint32_t b) {
+  const uint32_t difference = a ^ b;
   return (difference & ~kCaseBits) == 0 && (difference & ~case_bits_of_letters(a)) == 0;
 }
 
 // For names of equal lengths.
 [[gnu::noinline]] inline bool same_but_for_case(const char* a, const char* b,
-                                                std::size_t length) {
+                                                size_t length) {
   if (length < 4) return same_word(short_word(a, length), short_word(b, length));
-  const std::size_t last = length - 4;
-  for (std::size_t at = 0; at < last; at += 4) {
+  const size_t last = length - 4;
+  for (size_t at = 0; at < last; at += 4) {
     if (!same_word(load_word(a + at), load_word(b + at))) return false;
   }
   return same_word(load_word(a + last), load_word(b + last));
 }
 
 // For names of equal lengths.
-inline bool same_spelling(const char* a, const char* b, std::size_t length) {
+inline bool same_spelling(const char* a, const char* b, size_t length) {
   if (length < 4) return false;  // not worth the code
-  const std::size_t last = length - 4;
-  for (std::size_t at = 0; at < last; at += 4) {
+  const size_t last = length - 4;
+  for (size_t at = 0; at < last; at += 4) {
     if (load_word(a + at) != load_word(b + at)) return false;
   }
   return load_word(a + last) == load_word(b + last);

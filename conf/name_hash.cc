@@ -14,16 +14,16 @@ namespace {
 
 class HalfSipHash {
  public:
-  explicit HalfSipHash(std::uint32_t seed)
+  explicit HalfSipHash(uint32_t seed)
       : v0_(seed), v1_(~seed), v2_(seed ^ 0x6c796765), v3_(~seed ^ 0x74656462) {}
 
-  void add(std::uint32_t word) {
+  void add(uint32_t word) {
     v3_ ^= word;
     round();
     v0_ ^= word;
   }
 
-  std::uint32_t result() {
+  uint32_t result() {
     v2_ ^= 0xff;
     for (int times = 0; times < 3; ++times) round();
     return v1_ ^ v3_;
@@ -43,41 +43,40 @@ class HalfSipHash {
     v2_ = std::rotl(v2_, 16);
   }
 
-  std::uint32_t v0_;
-  std::uint32_t v1_;
-  std::uint32_t v2_;
-  std::uint32_t v3_;
+  uint32_t v0_;
+  uint32_t v1_;
+  uint32_t v2_;
+  uint32_t v3_;
 };
 
-constexpr std::uint32_t in_small_letters(std::uint32_t word) {
+constexpr uint32_t in_small_letters(uint32_t word) {
   return word | case_bits_of_letters(word);
 }
 
 }  // namespace
 
-std::uint32_t keyed_hash(std::string_view name, std::uint32_t seed) {
+uint32_t keyed_hash(std::string_view name, uint32_t seed) {
   HalfSipHash hash(seed);
-  hash.add(static_cast<std::uint32_t>(name.size()));
+  hash.add(static_cast<uint32_t>(name.size()));
   if (name.size() < 4) {
     hash.add(in_small_letters(short_word(name.data(), name.size())));
     return hash.result();
   }
-  const std::size_t last = name.size() - 4;
-  for (std::size_t at = 0; at < last; at += 4) {
+  const size_t last = name.size() - 4;
+  for (size_t at = 0; at < last; at += 4) {
     hash.add(in_small_letters(load_word(name.data() + at)));
   }
   hash.add(in_small_letters(load_word(name.data() + last)));
   return hash.result();
 }
 
-std::uint32_t process_seed() {
+uint32_t process_seed() {
   // Sixteen random bytes that the kernel gives each program it starts. The C library keeps
   // some of the first for itself.
   const auto* const random = reinterpret_cast<const char*>(getauxval(AT_RANDOM));
   if (random != nullptr) return load_word(random + 12);
   // Without them, where the stack happens to be.
-  return static_cast<std::uint32_t>(
-      reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)));
 }
 
 }  // namespace groundwork

@@ -15,30 +15,30 @@ namespace groundwork {
 
 // Leaves the case bit out of every character, letter or not: names that are then alike cost
 // a comparison.
-constexpr std::uint32_t mix(std::uint32_t hash, std::uint32_t word) {
+constexpr uint32_t mix(uint32_t hash, uint32_t word) {
   hash = (hash ^ (word | kCaseBits)) * 0x9e3779b1u;
   return hash ^ hash >> 15;
 }
 
 // Quick, but whoever wants to finds names that share it, whatever the seed.
-inline std::uint32_t hash_name(std::string_view name, std::uint32_t seed) {
-  std::uint32_t hash = seed ^ static_cast<std::uint32_t>(name.size());
+inline uint32_t hash_name(std::string_view name, uint32_t seed) {
+  uint32_t hash = seed ^ static_cast<uint32_t>(name.size());
   if (name.size() < 4) return mix(hash, short_word(name.data(), name.size()));
-  const std::size_t last = name.size() - 4;
-  for (std::size_t at = 0; at < last; at += 4) {
+  const size_t last = name.size() - 4;
+  for (size_t at = 0; at < last; at += 4) {
     hash = mix(hash, load_word(name.data() + at));
   }
   return mix(hash, load_word(name.data() + last));
 }
 
 // Some five times slower; which names share it cannot be known without the seed.
-std::uint32_t keyed_hash(std::string_view name, std::uint32_t seed);
+uint32_t keyed_hash(std::string_view name, uint32_t seed);
 
 // A number that differs from one start of a program to the next.
-std::uint32_t process_seed();
+uint32_t process_seed();
 
 // For tables that have no quick hash to begin with.
-inline std::uint32_t keyed_hash(std::string_view name) {
+inline uint32_t keyed_hash(std::string_view name) {
   return keyed_hash(name, process_seed());
 }
 

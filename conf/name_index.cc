@@ -23,12 +23,12 @@ namespace {
   return same_name(name_of(record), name);
 }
 
-inline bool has_name(void* record, std::size_t texts, std::string_view name) {
+inline bool has_name(void* record, size_t texts, std::string_view name) {
   if (!is_own(record, texts)) return programs_own_has_name(record, name);
   return same_name(own_name_of(record), name);
 }
 
-inline void* walk(const GList* list, std::size_t texts, std::string_view name) {
+inline void* walk(const GList* list, size_t texts, std::string_view name) {
   for (; list != nullptr; list = list->next) {
     if (has_name(list->data, texts, name)) return list->data;
   }
@@ -37,30 +37,30 @@ inline void* walk(const GList* list, std::size_t texts, std::string_view name) {
 
 // How many records each insertion may pass on average without it being held against the
 // names. In a table that is as full as it gets, random names pass 1.5.
-constexpr std::int32_t kFreeSteps = 2;
+constexpr int32_t kFreeSteps = 2;
 
 // Chance may use up so many more, and no removals give more room than this.
-constexpr std::int32_t kCredit = 64;
+constexpr int32_t kCredit = 64;
 
 // No random name passes so many records.
-constexpr std::uint32_t kMostSteps = 128;
+constexpr uint32_t kMostSteps = 128;
 
 // Whether a table of that capacity is as full as it may get.
-bool is_full(std::uint32_t count, std::uint32_t capacity) {
+bool is_full(uint32_t count, uint32_t capacity) {
   return count > capacity / 2;
 }
 
 }  // namespace
 
-inline std::uint32_t NameIndex::hash_of(std::string_view name) const {
+inline uint32_t NameIndex::hash_of(std::string_view name) const {
   if (is_keyed_) [[unlikely]]
     return keyed_hash(name, seed_);
   return hash_name(name, seed_);
 }
 
 inline void* NameIndex::probe(std::string_view name) const {
-  const std::uint32_t hash = hash_of(name);
-  for (std::uint32_t at = home_of(hash);; at = (at + 1) & mask_) {
+  const uint32_t hash = hash_of(name);
+  for (uint32_t at = home_of(hash);; at = (at + 1) & mask_) {
     const Slot& slot = slots_[at];
     if (slot.record == nullptr) return nullptr;
     // The name is compared even so: two names may share a hash.
@@ -69,26 +69,26 @@ inline void* NameIndex::probe(std::string_view name) const {
 }
 
 // The next empty slot after one that is taken.
-[[gnu::noinline]] std::uint32_t NameIndex::next_empty(std::uint32_t at) {
-  std::uint32_t steps = 0;
+[[gnu::noinline]] uint32_t NameIndex::next_empty(uint32_t at) {
+  uint32_t steps = 0;
   for (; slots_[at].record != nullptr; at = (at + 1) & mask_) ++steps;
   if (steps > kMostSteps) {
     passed_ = INT32_MAX / 2;
   } else {
-    passed_ += static_cast<std::int32_t>(steps);
+    passed_ += static_cast<int32_t>(steps);
   }
   return at;
 }
 
-inline void NameIndex::insert(std::uint32_t hash, void* record) {
-  std::uint32_t at = home_of(hash);
+inline void NameIndex::insert(uint32_t hash, void* record) {
+  uint32_t at = home_of(hash);
   if (slots_[at].record != nullptr) at = next_empty(at);
   slots_[at] = {hash, record};
 }
 
 // Whether the names crowd together as random names do not. The slower hash is trusted.
 inline bool NameIndex::is_crowded() const {
-  const auto free_steps = static_cast<std::int32_t>(count_) * kFreeSteps;
+  const auto free_steps = static_cast<int32_t>(count_) * kFreeSteps;
   return passed_ - kCredit > free_steps && !is_keyed_;
 }
 
@@ -180,7 +180,7 @@ void NameIndex::drop() {
 void NameIndex::build(GList* list) {
   drop();
   seed_ = process_seed();
-  std::uint32_t capacity = 2 * kWalked;
+  uint32_t capacity = 2 * kWalked;
   while (is_full(count_, capacity)) capacity *= 2;
   if (!resize(capacity)) return;
   head_ = list;
@@ -206,31 +206,31 @@ bool NameIndex::fill(GList* list) {
 
 // Moves the table, if there is one, to one of that capacity. False when memory is
 // exhausted.
-bool NameIndex::resize(std::uint32_t capacity) {
+bool NameIndex::resize(uint32_t capacity) {
   auto* const fresh = static_cast<Slot*>(std::calloc(capacity, sizeof(Slot)));
   if (fresh == nullptr) return false;
   Slot* const old = std::exchange(slots_, fresh);
-  const std::uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
+  const uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
   mask_ = capacity - 1;
-  shift_ = static_cast<std::uint8_t>(std::countl_zero(mask_));
+  shift_ = static_cast<uint8_t>(std::countl_zero(mask_));
   passed_ = 0;
-  for (std::uint32_t at = 0; at < old_capacity; ++at) {
+  for (uint32_t at = 0; at < old_capacity; ++at) {
     if (old[at].record != nullptr) insert(old[at].hash, old[at].record);
   }
   std::free(old);
   return true;
 }
 
-void NameIndex::erase(std::uint32_t hash, const void* record) {
-  std::uint32_t hole = home_of(hash);
+void NameIndex::erase(uint32_t hash, const void* record) {
+  uint32_t hole = home_of(hash);
   while (slots_[hole].record != record) {
     if (slots_[hole].record == nullptr) return;
     hole = (hole + 1) & mask_;
   }
-  for (std::uint32_t at = (hole + 1) & mask_; slots_[at].record != nullptr;
+  for (uint32_t at = (hole + 1) & mask_; slots_[at].record != nullptr;
        at = (at + 1) & mask_) {
     // A record may not move before its home slot: the hole must lie on its way from there.
-    const std::uint32_t way = (at - home_of(slots_[at].hash)) & mask_;
+    const uint32_t way = (at - home_of(slots_[at].hash)) & mask_;
     if (way >= ((at - hole) & mask_)) slots_[std::exchange(hole, at)] = slots_[at];
   }
   slots_[hole].record = nullptr;

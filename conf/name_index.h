@@ -41,8 +41,7 @@ namespace groundwork {
 class NameIndex {
  public:
   // `texts`: where the texts are in the block of the library's own records of this list.
-  explicit constexpr NameIndex(std::size_t texts)
-      : texts_(static_cast<std::uint8_t>(texts)) {}
+  explicit constexpr NameIndex(size_t texts) : texts_(static_cast<uint8_t>(texts)) {}
 
   // The first record of that name, or null. Walks when `index` is null.
   static void* find(const NameIndex* index, const GList* list, std::string_view name);
@@ -63,40 +62,40 @@ class NameIndex {
 
  private:
   struct Slot {
-    std::uint32_t hash;
+    uint32_t hash;
     void* record;  // null in an empty slot, of which there always is one
   };
 
   // Longer lists get a table; walking a shorter one costs no more than a probe.
-  static constexpr std::uint32_t kWalked = 8;
+  static constexpr uint32_t kWalked = 8;
 
   bool has_table_of(const GList* list) const { return slots_ != nullptr && head_ == list; }
   bool in_step(const GList* list) const;
   void* probe(std::string_view name) const;
-  std::uint32_t hash_of(std::string_view name) const;
-  std::uint32_t home_of(std::uint32_t hash) const { return hash >> shift_; }
+  uint32_t hash_of(std::string_view name) const;
+  uint32_t home_of(uint32_t hash) const { return hash >> shift_; }
   void rebuild(GList* list);
   void build(GList* list);
   bool fill(GList* list);
-  bool resize(std::uint32_t capacity);
-  std::uint32_t next_empty(std::uint32_t at);
-  void insert(std::uint32_t hash, void* record);
+  bool resize(uint32_t capacity);
+  uint32_t next_empty(uint32_t at);
+  void insert(uint32_t hash, void* record);
   bool is_crowded() const;
   void drop();
-  void erase(std::uint32_t hash, const void* record);
+  void erase(uint32_t hash, const void* record);
 
-  Slot* slots_ = nullptr;    // null: the list is walked
-  std::uint32_t mask_ = 0;   // capacity - 1; the capacity is a power of two
-  std::uint32_t count_ = 0;  // of the list that the table describes, as are these two:
+  Slot* slots_ = nullptr;  // null: the list is walked
+  uint32_t mask_ = 0;      // capacity - 1; the capacity is a power of two
+  uint32_t count_ = 0;     // of the list that the table describes, as are these two:
   GList* head_ = nullptr;
   GList* tail_ = nullptr;
-  std::uint32_t seed_ = 0;  // of the hash
+  uint32_t seed_ = 0;  // of the hash
   // How many records the insertions passed since the table was made, less what removals
   // allow for.
-  std::int32_t passed_ = 0;
-  std::uint8_t shift_ = 0;  // the upper bits of a hash give its home slot
-  bool is_keyed_ = false;   // the slower hash is in use
-  std::uint8_t texts_;
+  int32_t passed_ = 0;
+  uint8_t shift_ = 0;      // the upper bits of a hash give its home slot
+  bool is_keyed_ = false;  // the slower hash is in use
+  uint8_t texts_;
 };
 
 }  // namespace groundwork

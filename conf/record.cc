@@ -28,15 +28,15 @@ char* texts_of(Whole* whole) {
 
 // Where the value is in an entry's block, after a key of that length: at an even offset
 // from the key, and so at an odd address.
-constexpr std::size_t value_offset(std::size_t key_length) {
-  return (key_length + 2) & ~std::size_t{1};
+constexpr size_t value_offset(size_t key_length) {
+  return (key_length + 2) & ~size_t{1};
 }
 
 // A block for a record and its texts. The texts may be the same huge string twice, so that
 // their sum is more than there are addresses.
 template <typename Whole>
-Whole* allocate_whole(std::size_t name_length, std::size_t value_length = 0) {
-  std::size_t size = text_offset(sizeof(Whole)) + 3;  // two NULs and the value's alignment
+Whole* allocate_whole(size_t name_length, size_t value_length = 0) {
+  size_t size = text_offset(sizeof(Whole)) + 3;  // two NULs and the value's alignment
   if (__builtin_add_overflow(size, name_length, &size)) return nullptr;
   if (__builtin_add_overflow(size, value_length, &size)) return nullptr;
   return static_cast<Whole*>(std::malloc(size));

@@ -33,14 +33,14 @@
 namespace groundwork {
 
 // Where the texts begin in a block with a record of that size.
-constexpr std::size_t text_offset(std::size_t record_size) {
+constexpr size_t text_offset(size_t record_size) {
   return record_size | 1;
 }
 
 // In both kinds of records that lists hold, after the two pointers of the public part.
 struct ListLink {
   GList* node;  // that holds the record, as far as the library knows
-  std::size_t name_length;
+  size_t name_length;
 };
 
 struct Entry {
@@ -73,15 +73,15 @@ inline const char* name_of(const void* record) {
 }
 
 // Whether a record is one of these, given where such a one has its texts.
-inline bool is_own(const void* record, std::size_t texts) {
+inline bool is_own(const void* record, size_t texts) {
   // As numbers: no pointer may be made past the end of a program's own record.
-  return reinterpret_cast<std::uintptr_t>(name_of(record)) ==
-         reinterpret_cast<std::uintptr_t>(record) + texts;
+  return reinterpret_cast<uintptr_t>(name_of(record)) ==
+         reinterpret_cast<uintptr_t>(record) + texts;
 }
 
 // Whether a text is a part of a record's block, and so not to be freed.
 inline bool shares_block(const char* text) {
-  return (reinterpret_cast<std::uintptr_t>(text) & 1) != 0;
+  return (reinterpret_cast<uintptr_t>(text) & 1) != 0;
 }
 
 // From the public part to the whole; null for a record of a program's own.

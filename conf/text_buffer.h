@@ -30,13 +30,13 @@ class TextBuffer {
 
   // Makes room at once for a text that is expected to have that size. Without memory for it
   // the room grows with the text.
-  void expect(std::size_t size) {
+  void expect(size_t size) {
     if (size > capacity_) set_capacity(size);
   }
 
   // Makes the text longer, by one byte at least. Where to put what comes there; null when
   // memory is exhausted.
-  char* extend(std::size_t more) {
+  char* extend(size_t more) {
     if (more > capacity_ - size_ && !grow(more)) return nullptr;
     char* const end = text_ + size_;
     size_ += more;
@@ -44,20 +44,20 @@ class TextBuffer {
   }
 
   const char* text() const { return text_; }
-  std::size_t size() const { return size_; }
+  size_t size() const { return size_; }
 
  private:
-  [[gnu::noinline]] bool grow(std::size_t more) {
-    std::size_t needed = 0;
-    std::size_t capacity = capacity_ != 0 ? capacity_ : 2048;
+  [[gnu::noinline]] bool grow(size_t more) {
+    size_t needed = 0;
+    size_t capacity = capacity_ != 0 ? capacity_ : 2048;
     if (__builtin_add_overflow(size_, more, &needed)) return false;
     while (capacity < needed) {
-      if (__builtin_mul_overflow(capacity, std::size_t{2}, &capacity)) return false;
+      if (__builtin_mul_overflow(capacity, size_t{2}, &capacity)) return false;
     }
     return set_capacity(capacity);
   }
 
-  bool set_capacity(std::size_t capacity) {
+  bool set_capacity(size_t capacity) {
     auto* const resized = static_cast<char*>(std::realloc(text_, capacity));
     if (resized == nullptr) return false;
     text_ = resized;
@@ -66,8 +66,8 @@ class TextBuffer {
   }
 
   char* text_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
 };
 
 }  // namespace groundwork

@@ -21,7 +21,7 @@ namespace groundwork {
 namespace {
 
 // Room for some new keys.
-constexpr std::size_t kUsualGrowth = 1024;
+constexpr size_t kUsualGrowth = 1024;
 
 // Calls add(first, separator, second, end) for each line of the file; stops when that
 // answers false.
@@ -44,35 +44,34 @@ bool for_each_line(const GConf* conf, Add add) {
 // Copies a text that is mostly longer than a word and shorter than is worth a call. Returns
 // where the copy ends.
 inline char* put_text(char* at, std::string_view text) {
-  constexpr std::size_t kWord = sizeof(std::uint32_t);
-  const std::size_t size = text.size();
+  constexpr size_t kWord = sizeof(uint32_t);
+  const size_t size = text.size();
   if (size >= 8 * kWord) {
     std::memcpy(at, text.data(), size);
   } else if (size >= kWord) {
     // The last word may overlap the one before.
-    const std::size_t last = size - kWord;
-    for (std::size_t done = 0; done < last; done += kWord) {
+    const size_t last = size - kWord;
+    for (size_t done = 0; done < last; done += kWord) {
       std::memcpy(at + done, text.data() + done, kWord);
     }
     std::memcpy(at + last, text.data() + last, kWord);
   } else {
-    for (std::size_t done = 0; done < size; ++done) at[done] = text[done];
+    for (size_t done = 0; done < size; ++done) at[done] = text[done];
   }
   return at + size;
 }
 
 // Goes on after a write that took `written` bytes, or failed: the line that it broke off in
 // is given up, each later one is tried.
-void write_rest(GFile* file, const GConf* conf, const TextBuffer& buffer,
-                std::int64_t written) {
-  const std::size_t tried = written < 0 ? 1 : static_cast<std::size_t>(written);
-  std::size_t begin = 0;
+void write_rest(GFile* file, const GConf* conf, const TextBuffer& buffer, int64_t written) {
+  const size_t tried = written < 0 ? 1 : static_cast<size_t>(written);
+  size_t begin = 0;
   for_each_line(conf, [&](std::string_view first, std::string_view separator,
                           std::string_view second, std::string_view end) {
-    const std::size_t size = first.size() + separator.size() + second.size() + end.size();
+    const size_t size = first.size() + separator.size() + second.size() + end.size();
     if (size > buffer.size() - begin) return false;
     if (begin >= tried) {
-      g_file_write(file, buffer.text() + begin, static_cast<std::int64_t>(size));
+      g_file_write(file, buffer.text() + begin, static_cast<int64_t>(size));
     }
     begin += size;
     return true;
@@ -84,7 +83,7 @@ void write_in_pieces(GFile* file, const GConf* conf) {
   for_each_line(conf, [file](auto... pieces) {
     for (const std::string_view piece : {std::string_view(pieces)...}) {
       if (piece.empty()) continue;
-      g_file_write(file, piece.data(), static_cast<std::int64_t>(piece.size()));
+      g_file_write(file, piece.data(), static_cast<int64_t>(piece.size()));
     }
     return true;
   });
@@ -93,8 +92,8 @@ void write_in_pieces(GFile* file, const GConf* conf) {
 // Writes what was formatted. True when the file has taken all of it.
 bool write_formatted(GFile* file, const GConf* conf, const TextBuffer& text) {
   if (text.size() == 0) return true;
-  const auto size = static_cast<std::int64_t>(text.size());
-  const std::int64_t written = g_file_write(file, text.text(), size);
+  const auto size = static_cast<int64_t>(text.size());
+  const int64_t written = g_file_write(file, text.text(), size);
   if (written == size) return true;
   write_rest(file, conf, text, written);
   return false;
@@ -151,7 +150,7 @@ void write_conf(GConf* conf) {
   // it empty.
   TextBuffer text;
   // Most changes leave the size about as it was.
-  const std::size_t former_size = file_content(conf).text.size;
+  const size_t former_size = file_content(conf).text.size;
   text.expect(former_size + former_size / 8 + kUsualGrowth);
   const bool is_formatted = format_conf(conf, text);
   set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));

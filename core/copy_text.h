@@ -11,9 +11,9 @@ namespace groundwork {
 
 // As memcpy(). Separators, signs, numbers and many names are shorter than the way there and
 // back. Returns the place behind the copy.
-inline char* copy_text(char* out, const char* text, std::size_t length) {
+inline char* copy_text(char* out, const char* text, size_t length) {
   if (length < 8) {
-    for (std::size_t at = 0; at < length; ++at) out[at] = text[at];
+    for (size_t at = 0; at < length; ++at) out[at] = text[at];
   } else {
     std::memcpy(out, text, length);
   }

@@ -21,9 +21,9 @@ namespace {
 
 constexpr auto relaxed = std::memory_order_relaxed;
 
-constexpr std::size_t kLineSize = 1592;   // message and line, terminator included
-constexpr std::size_t kPrintSize = 1024;  // g_print's text before its cut
-constexpr std::size_t kPrintCut = 1020;   // g_print emits at most 1019 bytes
+constexpr size_t kLineSize = 1592;   // message and line, terminator included
+constexpr size_t kPrintSize = 1024;  // g_print's text before its cut
+constexpr size_t kPrintCut = 1020;   // g_print emits at most 1019 bytes
 
 std::atomic<int> threshold{G_LOG_WARNING};
 std::atomic<GLogHandler> output_handler{nullptr};
@@ -70,8 +70,8 @@ const char* tag_of(int level) {
 }
 
 // Appends as much of `text` as fits before the terminator of a line buffer.
-std::size_t append(char (&line)[kLineSize], std::size_t length, const char* text) {
-  const std::size_t count = strnlen(text, kLineSize - 1 - length);
+size_t append(char (&line)[kLineSize], size_t length, const char* text) {
+  const size_t count = strnlen(text, kLineSize - 1 - length);
   std::memcpy(line + length, text, count);
   return length + count;
 }
@@ -127,14 +127,14 @@ extern "C" int g_logv(int level, const char* file, int line, const char* fmt, va
   std::vsnprintf(message, sizeof message, fmt, ap);
 
   char text[kLineSize];
-  std::size_t length = append(text, 0, g_package_name);
+  size_t length = append(text, 0, g_package_name);
   if (length != 0) length = append(text, length, ": ");
   if (shows_location(level)) {
-    const std::size_t room = sizeof text - length;
+    const size_t room = sizeof text - length;
     const int printed = std::snprintf(text + length, room, "%s:%d: ", file, line);
     if (printed > 0) {
-      length += static_cast<std::size_t>(printed) < room ? static_cast<std::size_t>(printed)
-                                                         : room - 1;
+      length +=
+          static_cast<size_t>(printed) < room ? static_cast<size_t>(printed) : room - 1;
     }
   }
   length = append(text, length, tag_of(level));

@@ -29,7 +29,7 @@ constexpr int kLongestInput = INT_MAX / 4 * 3;
 
 // The wide tables make both ways several times faster.
 constexpr bool kWideTables = groundwork::kForSpeed;
-using Table = std::array<std::uint32_t, 256>;
+using Table = std::array<uint32_t, 256>;
 
 // The four characters of a group as they lie in memory. Indices carry bits that belong to
 // the neighbours: the first character is chosen by the upper six of eight, the others by
@@ -40,14 +40,14 @@ constexpr std::array<Table, 4> kCharacters = [] {
     const unsigned byte = std::endian::native == std::endian::little ? place : 3 - place;
     for (unsigned index = 0; index < 256; ++index) {
       const char c = kAlphabet[place == 0 ? index >> 2 : index & 63];
-      tables[place][index] = std::uint32_t{static_cast<unsigned char>(c)} << (8 * byte);
+      tables[place][index] = uint32_t{static_cast<unsigned char>(c)} << (8 * byte);
     }
   }
   return tables;
 }();
 
 // The values of a group's four characters, in their places in 24 bits.
-constexpr std::uint32_t kNoCharacter = 0x80000000;
+constexpr uint32_t kNoCharacter = 0x80000000;
 constexpr std::array<Table, 4> kValues = [] {
   std::array<Table, 4> tables{};
   for (unsigned place = 0; place < 4; ++place) {
@@ -61,53 +61,51 @@ constexpr std::array<Table, 4> kValues = [] {
 }();
 static_assert(sizeof kCharacters + sizeof kValues == 8192);
 
-std::uint32_t load_big_endian(const unsigned char* bytes) {
-  std::uint32_t word;
+uint32_t load_big_endian(const unsigned char* bytes) {
+  uint32_t word;
   std::memcpy(&word, bytes, sizeof word);
   return std::endian::native == std::endian::big ? word : __builtin_bswap32(word);
 }
 
-void store_big_endian(unsigned char* bytes, std::uint32_t word) {
+void store_big_endian(unsigned char* bytes, uint32_t word) {
   if constexpr (std::endian::native != std::endian::big) word = __builtin_bswap32(word);
   std::memcpy(bytes, &word, sizeof word);
 }
 
 // The characters of the three bytes in the upper part of a word.
-inline std::uint32_t encoded(std::uint32_t word) {
+inline uint32_t encoded(uint32_t word) {
   if constexpr (!kWideTables) {
     const char group[] = {kAlphabet[word >> 26], kAlphabet[word >> 20 & 63],
                           kAlphabet[word >> 14 & 63], kAlphabet[word >> 8 & 63]};
-    return std::bit_cast<std::uint32_t>(group);
+    return std::bit_cast<uint32_t>(group);
   }
   return kCharacters[0][word >> 24] | kCharacters[1][word >> 20 & 255] |
          kCharacters[2][word >> 14 & 255] | kCharacters[3][word >> 8 & 255];
 }
 
-void store_group(char* dest, std::uint32_t group) {
+void store_group(char* dest, uint32_t group) {
   std::memcpy(dest, &group, sizeof group);
 }
 
 // Encodes whole groups of three bytes, without a NUL.
-void encode_groups(const unsigned char* bytes, std::size_t count, char* dest) {
+void encode_groups(const unsigned char* bytes, size_t count, char* dest) {
   // A load takes four bytes where three are used.
   for (; kWideTables && count >= 4; count -= 3, bytes += 3, dest += 4) {
     store_group(dest, encoded(load_big_endian(bytes)));
   }
   for (; count >= 3; count -= 3, bytes += 3, dest += 4) {
-    store_group(dest,
-                encoded(std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
-                        std::uint32_t{bytes[2]} << 8));
+    store_group(dest, encoded(uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 |
+                              uint32_t{bytes[2]} << 8));
   }
 }
 
 // Encodes one or two bytes that are left over, without a NUL.
-void encode_rest(const unsigned char* bytes, std::size_t count, char* dest) {
+void encode_rest(const unsigned char* bytes, size_t count, char* dest) {
   // Kept: the bytes are taken as signed here, and readers expect the result. The sign of
   // the second covers all bits of the first.
-  std::uint32_t bits =
-      static_cast<std::uint32_t>(static_cast<std::int8_t>(bytes[0]) * 65536);
+  uint32_t bits = static_cast<uint32_t>(static_cast<int8_t>(bytes[0]) * 65536);
   if (count == 2) {
-    bits |= static_cast<std::uint32_t>(static_cast<std::int8_t>(bytes[1]) * 256);
+    bits |= static_cast<uint32_t>(static_cast<int8_t>(bytes[1]) * 256);
   }
   dest[0] = kAlphabet[bits >> 18 & 63];
   dest[1] = kAlphabet[bits >> 12 & 63];
@@ -117,26 +115,26 @@ void encode_rest(const unsigned char* bytes, std::size_t count, char* dest) {
 
 // The 24 bits of a group; kNoCharacter is set too if one of the four is not in the
 // alphabet.
-std::uint32_t decoded(const unsigned char* text) {
+uint32_t decoded(const unsigned char* text) {
   return kValues[0][text[0]] | kValues[1][text[1]] | kValues[2][text[2]] |
          kValues[3][text[3]];
 }
 
 // The value of a character; kNoCharacter of one that is not in the alphabet.
-std::uint32_t value_of(unsigned char c) {
+uint32_t value_of(unsigned char c) {
   if constexpr (kWideTables) return kValues[3][c];
   const void* const found = std::memchr(kAlphabet, c, sizeof kAlphabet - 1);
   if (found == nullptr) return kNoCharacter;
-  return static_cast<std::uint32_t>(static_cast<const char*>(found) - kAlphabet);
+  return static_cast<uint32_t>(static_cast<const char*>(found) - kAlphabet);
 }
 
 // Decodes any group. Returns the number of bytes, or -1 with nothing written.
 int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
-  constexpr std::uint32_t kUnset = 255;
-  constexpr std::uint32_t kPadding = 127;
-  std::uint32_t values[4] = {kUnset, kUnset, kUnset, kUnset};
+  constexpr uint32_t kUnset = 255;
+  constexpr uint32_t kPadding = 127;
+  uint32_t values[4] = {kUnset, kUnset, kUnset, kUnset};
   for (unsigned place = 0; place < 4; ++place) {
-    const std::uint32_t value = value_of(text[place]);
+    const uint32_t value = value_of(text[place]);
     if (value != kNoCharacter) {
       // Kept: also the last place behind a "=", where it then counts for nothing.
       values[place] = value;
@@ -147,7 +145,7 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
     }
   }
   const auto [a, b, c, d] = values;
-  const std::uint32_t bits = a << 18 | b << 12 | c << 6 | d;
+  const uint32_t bits = a << 18 | b << 12 | c << 6 | d;
   dest[0] = static_cast<unsigned char>(bits >> 16);
   if (c == kPadding) return 1;
   dest[1] = static_cast<unsigned char>(bits >> 8);
@@ -158,14 +156,13 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
 
 // Decodes groups four at a time and stops before four that are not all plain, as the last
 // of a padded text is not. Returns how many groups it did.
-std::size_t decode_plain_groups(const unsigned char* text, std::size_t groups,
-                                unsigned char* dest) {
-  std::size_t done = 0;
+size_t decode_plain_groups(const unsigned char* text, size_t groups, unsigned char* dest) {
+  size_t done = 0;
   for (; kWideTables && groups - done >= 4; done += 4, text += 16, dest += 12) {
-    const std::uint32_t a = decoded(text);
-    const std::uint32_t b = decoded(text + 4);
-    const std::uint32_t c = decoded(text + 8);
-    const std::uint32_t d = decoded(text + 12);
+    const uint32_t a = decoded(text);
+    const uint32_t b = decoded(text + 4);
+    const uint32_t c = decoded(text + 8);
+    const uint32_t d = decoded(text + 12);
     if (((a | b | c | d) & kNoCharacter) != 0) break;
     store_big_endian(dest, a << 8 | b >> 16);
     store_big_endian(dest + 4, b << 16 | c >> 8);
@@ -179,8 +176,8 @@ std::size_t decode_plain_groups(const unsigned char* text, std::size_t groups,
 extern "C" int g_crypt_base64_encode(const void* src, char* dest, int length) {
   CHECK_ARG(src && dest, -1);
   if (length > kLongestInput) return -1;
-  const std::size_t count = length > 0 ? static_cast<std::size_t>(length) : 0;
-  const std::size_t rest = count % 3;
+  const size_t count = length > 0 ? static_cast<size_t>(length) : 0;
+  const size_t rest = count % 3;
   const auto* const bytes = static_cast<const unsigned char*>(src);
   encode_groups(bytes, count, dest);
   char* end = dest + count / 3 * 4;
@@ -195,20 +192,20 @@ extern "C" int g_crypt_base64_encode(const void* src, char* dest, int length) {
 // Called `src` here because the check is reported in these words.
 extern "C" int g_crypt_base64_decode(const char* src, void* dest) {
   // Kept: the length is taken first, so null text faults and is not reported.
-  const std::size_t length = std::strlen(src);
+  const size_t length = std::strlen(src);
   CHECK_ARG(src && dest, -1);
   CHECK_ARG(!(length % 4), -1);
-  const std::size_t groups = length / 4;
+  const size_t groups = length / 4;
   if (groups > INT_MAX / 3) return -1;
 
   const auto* const text = reinterpret_cast<const unsigned char*>(src);
   auto* const bytes = static_cast<unsigned char*>(dest);
-  std::size_t group = decode_plain_groups(text, groups, bytes);
-  std::size_t count = 3 * group;
+  size_t group = decode_plain_groups(text, groups, bytes);
+  size_t count = 3 * group;
   for (; group < groups; ++group) {
     const int added = decode_group(text + 4 * group, group + 1 == groups, bytes + count);
     if (added < 0) return -1;
-    count += static_cast<std::size_t>(added);
+    count += static_cast<size_t>(added);
   }
   bytes[count] = 0;
   return static_cast<int>(count);

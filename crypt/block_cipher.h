@@ -51,8 +51,8 @@ class BlockCipher {
     Schedule schedule;
   };
 
-  static int run(const void* input, void* output, const void* key, std::size_t first,
-                 std::ptrdiff_t step) {
+  static int run(const void* input, void* output, const void* key, size_t first,
+                 ptrdiff_t step) {
     constexpr char kSource[] = "g_crypt";
     CHECK_ARG(input != NULL, -1);
     CHECK_ARG(output != NULL, -1);

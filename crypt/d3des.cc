@@ -17,7 +17,7 @@ using namespace groundwork::des;
 
 namespace {
 
-using SBoxTable = std::array<std::uint32_t, 64>;
+using SBoxTable = std::array<uint32_t, 64>;
 
 // SP1 to SP8: what each S-box adds to a half for its six input bits, in its place, permuted
 // by P and rotated left by one bit as the halves are.
@@ -27,7 +27,7 @@ constexpr std::array<SBoxTable, 8> kPermutedSBoxes = [] {
     for (unsigned input = 0; input < 64; ++input) {
       const unsigned row = (input >> 4 & 2) | (input & 1);
       const unsigned column = input >> 1 & 15;
-      const std::uint32_t value = kSBoxes[64 * box + 16 * row + column];
+      const uint32_t value = kSBoxes[64 * box + 16 * row + column];
       tables[box][input] = std::rotl(permuted(value << (28 - 4 * box), kPermutation), 1);
     }
   }
@@ -38,17 +38,17 @@ static_assert(sizeof kPermutedSBoxes == 2048);
 constexpr Rotations kRotations = [] {
   Rotations rotations{};
   for (unsigned i = 0; i < kRounds; ++i) {
-    rotations[i] = static_cast<std::uint8_t>(kRotationTotals[i]);
+    rotations[i] = static_cast<uint8_t>(kRotationTotals[i]);
   }
   return rotations;
 }();
 
 // What a round adds to one half, from the other. Odd and even S-boxes look at the half with
 // four bits between them; the mask leaves six bits in each byte.
-std::uint32_t round_of(std::uint32_t half, const Subkey& subkey) {
-  constexpr std::uint32_t kSixBits = 0x3F3F3F3F;
-  const std::uint32_t odd = (std::rotr(half, 4) ^ subkey.odd) & kSixBits;
-  const std::uint32_t even = (half ^ subkey.even) & kSixBits;
+uint32_t round_of(uint32_t half, const Subkey& subkey) {
+  constexpr uint32_t kSixBits = 0x3F3F3F3F;
+  const uint32_t odd = (std::rotr(half, 4) ^ subkey.odd) & kSixBits;
+  const uint32_t even = (half ^ subkey.even) & kSixBits;
   const auto& sp = kPermutedSBoxes;
   return sp[6][odd & 255] ^ sp[4][odd >> 8 & 255] ^ sp[2][odd >> 16 & 255] ^
          sp[0][odd >> 24] ^ sp[7][even & 255] ^ sp[5][even >> 8 & 255] ^
@@ -63,7 +63,7 @@ struct MirroredKeyCipher {
     expand_key(permuted_choice_1(mirrored(rows_of(key))), kRotations, schedule);
   }
 
-  static Block transform(const Block& input, const Subkey* subkey, std::ptrdiff_t step) {
+  static Block transform(const Block& input, const Subkey* subkey, ptrdiff_t step) {
     auto [left, right] = initial_permutation(input);
     for (int pair = 0; pair < kRounds / 2; ++pair) {
       left ^= round_of(right, *subkey);

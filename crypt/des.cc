@@ -26,19 +26,19 @@ namespace {
 // count. Rotated left by one bit, as initial_permutation() leaves it, a half has x2 of
 // group g at bit 4g, x5 at bit 4g + 3, and at bit 4g + 2 x0 of group g + 1. Once these last
 // ones are moved on to their own group, the four bits of a group read x2, none, x0, x5.
-constexpr std::uint32_t kUsedBits = 0xBBBBBBBB;
-constexpr std::uint32_t kMovedBits = 0x22222222;
+constexpr uint32_t kUsedBits = 0xBBBBBBBB;
+constexpr uint32_t kMovedBits = 0x22222222;
 
-constexpr std::uint32_t gathered(std::uint32_t half) {
+constexpr uint32_t gathered(uint32_t half) {
   return (half & ~kMovedBits) | std::rotr(half & kMovedBits, 4);
 }
 
-constexpr std::uint32_t scattered(std::uint32_t half) {
+constexpr uint32_t scattered(uint32_t half) {
   return (half & ~kMovedBits) | std::rotl(half & kMovedBits, 4);
 }
 
 // What a look-up gives for a group of gathered bits.
-constexpr std::uint32_t sbox_output(unsigned group) {
+constexpr uint32_t sbox_output(unsigned group) {
   const unsigned x0 = group >> 1 & 1;
   const unsigned x2 = group >> 3 & 1;
   const unsigned x5 = group & 1;
@@ -52,13 +52,13 @@ constexpr std::uint32_t sbox_output(unsigned group) {
 // bytes: the two bits of an index that belong to no lookup say which.
 constexpr unsigned kTableOf[4] = {0x00, 0x04, 0x40, 0x44};  // by byte, from the top
 
-constexpr std::array<std::uint32_t, 256> kRoundTable = [] {
-  std::array<std::uint32_t, 256> table{};
+constexpr std::array<uint32_t, 256> kRoundTable = [] {
+  std::array<uint32_t, 256> table{};
   for (unsigned byte = 0; byte < 4; ++byte) {
     for (unsigned index = 0; index < 256; ++index) {
       if ((index & 0x44) != kTableOf[byte]) continue;
-      const std::uint32_t value = sbox_output(index >> 4) << 4 | sbox_output(index & 15);
-      const std::uint32_t half = permuted(value << (24 - 8 * byte), kPermutation);
+      const uint32_t value = sbox_output(index >> 4) << 4 | sbox_output(index & 15);
+      const uint32_t half = permuted(value << (24 - 8 * byte), kPermutation);
       table[index] = gathered(std::rotl(half, 1));
     }
   }
@@ -69,10 +69,10 @@ constexpr std::array<std::uint32_t, 256> kRoundTable = [] {
 // another, so that they add up a second time.
 constexpr Rotations kRotations = [] {
   Rotations rotations{};
-  std::int32_t total = 0;
+  int32_t total = 0;
   for (unsigned i = 0; i < kRounds; ++i) {
     total += kRotationTotals[i];
-    rotations[i] = static_cast<std::uint8_t>(total % 28);
+    rotations[i] = static_cast<uint8_t>(total % 28);
   }
   return rotations;
 }();
@@ -80,16 +80,16 @@ static_assert(kRotations ==
               Rotations{1, 3, 7, 13, 21, 3, 15, 1, 16, 5, 24, 17, 12, 9, 8, 8});
 
 // The bits of a subkey that count. In the bytes of a subkey x0 to x5 are bits 5 to 0.
-std::uint32_t gathered(const Subkey& subkey) {
-  constexpr std::uint32_t kX0 = 0x20202020;
-  constexpr std::uint32_t kX2AndX5 = 0x09090909;
+uint32_t gathered(const Subkey& subkey) {
+  constexpr uint32_t kX0 = 0x20202020;
+  constexpr uint32_t kX2AndX5 = 0x09090909;
   return (subkey.odd & kX0) | (subkey.odd & kX2AndX5) << 4 | (subkey.even & kX0) >> 4 |
          (subkey.even & kX2AndX5);
 }
 
 // What a round adds to one half, from the other.
-std::uint32_t round_of(std::uint32_t half, std::uint32_t subkey) {
-  const std::uint32_t bits = (half ^ subkey) & kUsedBits;
+uint32_t round_of(uint32_t half, uint32_t subkey) {
+  const uint32_t bits = (half ^ subkey) & kUsedBits;
   return kRoundTable[kTableOf[0] + (bits >> 24)] ^
          kRoundTable[kTableOf[1] + (bits >> 16 & 255)] ^
          kRoundTable[kTableOf[2] + (bits >> 8 & 255)] ^
@@ -97,7 +97,7 @@ std::uint32_t round_of(std::uint32_t half, std::uint32_t subkey) {
 }
 
 struct TotalsCipher {
-  using Subkey = std::uint32_t;  // x0, x2, x5 gathered as in a half
+  using Subkey = uint32_t;  // x0, x2, x5 gathered as in a half
 
   static void expand(const Block& key, std::array<Subkey, kRounds>& subkeys) {
     Schedule schedule;
@@ -105,7 +105,7 @@ struct TotalsCipher {
     for (unsigned i = 0; i < kRounds; ++i) subkeys[i] = gathered(schedule[i]);
   }
 
-  static Block transform(const Block& input, const Subkey* subkey, std::ptrdiff_t step) {
+  static Block transform(const Block& input, const Subkey* subkey, ptrdiff_t step) {
     auto [left, right] = initial_permutation(input);
     left = gathered(left);
     right = gathered(right);

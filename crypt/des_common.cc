@@ -17,13 +17,13 @@ constexpr int kWindows = 8;
 constexpr int kWindowBits = 7;
 constexpr int kWindowSize = 1 << kWindowBits;
 
-using Windows = std::array<std::array<std::uint32_t, kWindowSize>, kWindows>;
+using Windows = std::array<std::array<uint32_t, kWindowSize>, kWindows>;
 
-constexpr std::uint32_t packed_bit(int selected) {
+constexpr uint32_t packed_bit(int selected) {
   const int s_box = selected / 6 % 4;  // of C's four, or D's
   const int byte = s_box / 2;          // from the top of its half
   const int bit = selected % 6;
-  return std::uint32_t{1} << ((s_box % 2 == 0 ? 16 : 0) + (byte == 0 ? 8 : 0) + 5 - bit);
+  return uint32_t{1} << ((s_box % 2 == 0 ? 16 : 0) + (byte == 0 ? 8 : 0) + 5 - bit);
 }
 
 constexpr Windows kPermutedChoice2Windows = [] {
@@ -41,11 +41,11 @@ constexpr Windows kPermutedChoice2Windows = [] {
 static_assert(sizeof kPermutedChoice2Windows == 4096);
 
 // Rotates 28 bits left; what is above them in the result is meaningless.
-std::uint32_t rotated(std::uint32_t half, unsigned count) {
+uint32_t rotated(uint32_t half, unsigned count) {
   return half << count | half >> (28 - count);
 }
 
-std::uint32_t select(std::uint32_t half, unsigned first_window) {
+uint32_t select(uint32_t half, unsigned first_window) {
   const auto* const window = &kPermutedChoice2Windows[first_window];
   return window[0][half >> 21 & 127] | window[1][half >> 14 & 127] |
          window[2][half >> 7 & 127] | window[3][half & 127];
@@ -80,7 +80,7 @@ constexpr bool follows_permuted_choice_1() {
     KeyHalves expected{};
     for (int i = 0; i < 56; ++i) {
       if (kPermutedChoice1[static_cast<unsigned>(i)] - 1 != bit) continue;
-      (i < 28 ? expected.c : expected.d) |= std::uint32_t{1} << (27 - i % 28);
+      (i < 28 ? expected.c : expected.d) |= uint32_t{1} << (27 - i % 28);
     }
     const int opposite = bit / 8 * 8 + 7 - bit % 8;
     if (permuted_choice_1(rows_of(single_bit(bit))) != expected) return false;
@@ -96,8 +96,8 @@ static_assert(follows_permuted_choice_1());
 void groundwork::des::expand_key(const KeyHalves& key, const Rotations& rotations,
                                  Schedule& schedule) {
   for (unsigned round = 0; round < kRounds; ++round) {
-    const std::uint32_t c = select(rotated(key.c, rotations[round]), 0);
-    const std::uint32_t d = select(rotated(key.d, rotations[round]), 4);
+    const uint32_t c = select(rotated(key.c, rotations[round]), 0);
+    const uint32_t d = select(rotated(key.d, rotations[round]), 4);
     schedule[round] = {(c & 0xFFFF0000) | d >> 16, c << 16 | (d & 0x0000FFFF)};
   }
 }

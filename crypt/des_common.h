@@ -18,14 +18,14 @@
 namespace groundwork::des {
 
 struct Block {
-  std::uint32_t left;
-  std::uint32_t right;
+  uint32_t left;
+  uint32_t right;
 
   bool operator==(const Block&) const = default;
 };
 
 // The value of bytes in memory, most significant first, and back.
-constexpr std::uint32_t big_endian(std::uint32_t word) {
+constexpr uint32_t big_endian(uint32_t word) {
   if constexpr (std::endian::native == std::endian::big) return word;
   return __builtin_bswap32(word);
 }
@@ -43,16 +43,15 @@ inline void store_block(void* bytes, const Block& block) {
 
 // Exchanges the bits of `high` that stand `distance` above `mask` with the bits of `low`
 // under `mask`.
-constexpr void exchange(std::uint32_t& high, std::uint32_t& low, int distance,
-                        std::uint32_t mask) {
-  const std::uint32_t difference = ((high >> distance) ^ low) & mask;
+constexpr void exchange(uint32_t& high, uint32_t& low, int distance, uint32_t mask) {
+  const uint32_t difference = ((high >> distance) ^ low) & mask;
   low ^= difference;
   high ^= difference << distance;
 }
 
 // Bits of equal significance change places.
-constexpr void exchange(std::uint32_t& left, std::uint32_t& right, std::uint32_t mask) {
-  const std::uint32_t difference = (left ^ right) & mask;
+constexpr void exchange(uint32_t& left, uint32_t& right, uint32_t mask) {
+  const uint32_t difference = (left ^ right) & mask;
   left ^= difference;
   right ^= difference;
 }
@@ -86,8 +85,8 @@ constexpr Block final_permutation(Block block) {
 
 // The key bits C and D, 28 in the low bits of each word.
 struct KeyHalves {
-  std::uint32_t c;
-  std::uint32_t d;
+  uint32_t c;
+  uint32_t d;
 
   bool operator==(const KeyHalves&) const = default;
 };
@@ -117,14 +116,14 @@ constexpr KeyHalves permuted_choice_1(const Block& rows) {
 // byte, those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and
 // S8 in `even`.
 struct Subkey {
-  std::uint32_t odd;
-  std::uint32_t even;
+  uint32_t odd;
+  uint32_t even;
 };
 
 constexpr int kRounds = 16;
 
 using Schedule = std::array<Subkey, kRounds>;
-using Rotations = std::array<std::uint8_t, kRounds>;
+using Rotations = std::array<uint8_t, kRounds>;
 
 // The schedule of a key whose halves are rotated left by `rotations[i]`, at most 28, in
 // round i.
@@ -133,7 +132,7 @@ void expand_key(const KeyHalves& key, const Rotations& rotations, Schedule& sche
 // For table entries and proofs, at compile time only.
 
 // Bit `index` of a word or block, counted from the most significant.
-constexpr std::uint32_t bit_of(std::uint32_t word, int index) {
+constexpr uint32_t bit_of(uint32_t word, int index) {
   return word >> (31 - index) & 1;
 }
 
@@ -143,11 +142,9 @@ constexpr Block single_bit(int index) {
 }
 
 // A word's bits picked by a table of the standard.
-constexpr std::uint32_t permuted(std::uint32_t word,
-                                 const std::array<std::int32_t, 32>& table) {
-  std::uint32_t result = 0;
-  for (const std::int32_t position : table)
-    result = result << 1 | bit_of(word, position - 1);
+constexpr uint32_t permuted(uint32_t word, const std::array<int32_t, 32>& table) {
+  uint32_t result = 0;
+  for (const int32_t position : table) result = result << 1 | bit_of(word, position - 1);
   return result;
 }
 

@@ -15,7 +15,7 @@ namespace groundwork::des {
 // clang-format off
 
 // IP
-inline constexpr std::array<std::int32_t, 64> kInitialPermutation = {
+inline constexpr std::array<int32_t, 64> kInitialPermutation = {
     58, 50, 42, 34, 26, 18, 10,  2,
     60, 52, 44, 36, 28, 20, 12,  4,
     62, 54, 46, 38, 30, 22, 14,  6,
@@ -27,7 +27,7 @@ inline constexpr std::array<std::int32_t, 64> kInitialPermutation = {
 };
 
 // IP to the power of -1
-inline constexpr std::array<std::int32_t, 64> kFinalPermutation = {
+inline constexpr std::array<int32_t, 64> kFinalPermutation = {
     40,  8, 48, 16, 56, 24, 64, 32,
     39,  7, 47, 15, 55, 23, 63, 31,
     38,  6, 46, 14, 54, 22, 62, 30,
@@ -39,7 +39,7 @@ inline constexpr std::array<std::int32_t, 64> kFinalPermutation = {
 };
 
 // E, the bit selection table
-inline constexpr std::array<std::int32_t, 48> kExpansion = {
+inline constexpr std::array<int32_t, 48> kExpansion = {
     32,  1,  2,  3,  4,  5,
      4,  5,  6,  7,  8,  9,
      8,  9, 10, 11, 12, 13,
@@ -51,7 +51,7 @@ inline constexpr std::array<std::int32_t, 48> kExpansion = {
 };
 
 // P
-inline constexpr std::array<std::int32_t, 32> kPermutation = {
+inline constexpr std::array<int32_t, 32> kPermutation = {
     16,  7, 20, 21,
     29, 12, 28, 17,
      1, 15, 23, 26,
@@ -63,7 +63,7 @@ inline constexpr std::array<std::int32_t, 32> kPermutation = {
 };
 
 // PC-1: C, then D
-inline constexpr std::array<std::int32_t, 56> kPermutedChoice1 = {
+inline constexpr std::array<int32_t, 56> kPermutedChoice1 = {
     57, 49, 41, 33, 25, 17,  9,
      1, 58, 50, 42, 34, 26, 18,
     10,  2, 59, 51, 43, 35, 27,
@@ -76,7 +76,7 @@ inline constexpr std::array<std::int32_t, 56> kPermutedChoice1 = {
 };
 
 // PC-2
-inline constexpr std::array<std::int32_t, 48> kPermutedChoice2 = {
+inline constexpr std::array<int32_t, 48> kPermutedChoice2 = {
     14, 17, 11, 24,  1,  5,
      3, 28, 15,  6, 21, 10,
     23, 19, 12,  4, 26,  8,
@@ -88,12 +88,12 @@ inline constexpr std::array<std::int32_t, 48> kPermutedChoice2 = {
 };
 
 // Left shifts of C and D in each of the 16 iterations
-inline constexpr std::array<std::int32_t, 16> kLeftShifts = {
+inline constexpr std::array<int32_t, 16> kLeftShifts = {
     1, 1, 2, 2, 2, 2, 2, 2, 1, 2, 2, 2, 2, 2, 2, 1,
 };
 
 // S1 to S8, each 4 rows of 16
-inline constexpr std::array<std::uint8_t, 512> kSBoxes = {
+inline constexpr std::array<uint8_t, 512> kSBoxes = {
     14,  4, 13,  1,  2, 15, 11,  8,  3, 10,  6, 12,  5,  9,  0,  7,
      0, 15,  7,  4, 14,  2, 13,  1, 10,  6, 12, 11,  9,  5,  3,  8,
      4,  1, 14,  8, 13,  6,  2, 11, 15, 12,  9,  7,  3, 10,  5,  0,
@@ -138,9 +138,9 @@ inline constexpr std::array<std::uint8_t, 512> kSBoxes = {
 // clang-format on
 
 // The shifts summed up: how far C and D of each iteration stand from the permuted key.
-inline constexpr std::array<std::int32_t, 16> kRotationTotals = [] {
-  std::array<std::int32_t, 16> totals{};
-  std::int32_t total = 0;
+inline constexpr std::array<int32_t, 16> kRotationTotals = [] {
+  std::array<int32_t, 16> totals{};
+  int32_t total = 0;
   for (unsigned i = 0; i < totals.size(); ++i) {
     total += kLeftShifts[i];
     totals[i] = total;

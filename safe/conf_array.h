@@ -21,13 +21,13 @@ class ByteArray {
 
  protected:
   // False, with nothing changed, when memory is exhausted.
-  bool add_bytes(const void* bytes, std::size_t size);
-  bool reserve_bytes(std::size_t more);
+  bool add_bytes(const void* bytes, size_t size);
+  bool reserve_bytes(size_t more);
   void* release_bytes();
 
   void* bytes_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
 };
 
 // Of elements that may be moved as bytes. What is added is lost, and nothing else, when
@@ -38,28 +38,26 @@ class Array : private ByteArray {
 
  public:
   // False when memory is exhausted.
-  bool add(const T* items, std::size_t count) {
-    return add_bytes(items, count * sizeof(T));
-  }
+  bool add(const T* items, size_t count) { return add_bytes(items, count * sizeof(T)); }
   bool add(const T& item) { return add_bytes(&item, sizeof(T)); }
 
   // Makes room for `more` elements; false when memory is exhausted.
-  bool reserve(std::size_t more) {
-    std::size_t bytes = 0;
+  bool reserve(size_t more) {
+    size_t bytes = 0;
     return !__builtin_mul_overflow(more, sizeof(T), &bytes) && reserve_bytes(bytes);
   }
 
-  void cut(std::size_t size) { size_ = size * sizeof(T); }
+  void cut(size_t size) { size_ = size * sizeof(T); }
 
   // Hands over the block, for the caller to free; null for none. The array is empty then.
   T* release() { return static_cast<T*>(release_bytes()); }
 
-  std::size_t size() const { return size_ / sizeof(T); }
+  size_t size() const { return size_ / sizeof(T); }
   const T* data() const { return static_cast<const T*>(bytes_); }
   const T* begin() const { return data(); }
   const T* end() const { return data() + size(); }
-  const T& operator[](std::size_t at) const { return data()[at]; }
-  T& operator[](std::size_t at) { return static_cast<T*>(bytes_)[at]; }
+  const T& operator[](size_t at) const { return data()[at]; }
+  T& operator[](size_t at) { return static_cast<T*>(bytes_)[at]; }
 };
 
 }  // namespace groundwork

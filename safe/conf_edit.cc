@@ -16,7 +16,7 @@ constexpr Id kNone = ConfKeys::kNone;
 using Kind = Line::Kind;
 
 template <typename T>
-Owned<T> new_zeroed(std::size_t count) {
+Owned<T> new_zeroed(size_t count) {
   return Owned<T>(static_cast<T*>(std::calloc(count + 1, sizeof(T))));
 }
 
@@ -84,7 +84,7 @@ class Editor {
   bool keep_to(const char* at) {
     const char* const from = kept_;
     kept_ = at;
-    return add({from, static_cast<std::size_t>(at - from)});
+    return add({from, static_cast<size_t>(at - from)});
   }
 
   bool drop(const char* from, const char* to) {
@@ -178,7 +178,7 @@ class Editor {
   // Of the line before what is added now. Points to a literal.
   std::string_view newline_ = "\n";
   bool is_open_ = false;
-  std::size_t before_open_line_ = 0;
+  size_t before_open_line_ = 0;
 };
 
 }  // namespace

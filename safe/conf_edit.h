@@ -25,8 +25,8 @@ class ConfText {
     }
     return bytes_.add(text.data(), text.size());
   }
-  bool reserve(std::size_t more) { return bytes_.reserve(more); }
-  void remove_suffix(std::size_t size) { bytes_.cut(bytes_.size() - size); }
+  bool reserve(size_t more) { return bytes_.reserve(more); }
+  void remove_suffix(size_t size) { bytes_.cut(bytes_.size() - size); }
 
   // Never null.
   std::string_view view() const {

@@ -26,14 +26,14 @@ int lock_shared(int descriptor) {
 }
 
 // Up to `size` bytes, fewer at the end of the file; -1 on an error.
-ssize_t read_up_to(int descriptor, char* buffer, std::size_t size) {
-  std::size_t count = 0;
+ssize_t read_up_to(int descriptor, char* buffer, size_t size) {
+  size_t count = 0;
   while (count < size) {
     const ssize_t more =
         uninterrupted([=] { return read(descriptor, buffer + count, size - count); });
     if (more == -1) return -1;
     if (more == 0) break;
-    count += static_cast<std::size_t>(more);
+    count += static_cast<size_t>(more);
   }
   return static_cast<ssize_t>(count);
 }
@@ -51,13 +51,13 @@ int ConfFile::read(const char* path) {
   // Asked again: until now it may have been written.
   if (fstat(file.get(), &status) != 0) return errno;
   if (status.st_size > INT32_MAX) return EFBIG;
-  const auto size = static_cast<std::size_t>(status.st_size);
+  const auto size = static_cast<size_t>(status.st_size);
   // One more byte: a file that grows is noticed.
   Owned<char> bytes(static_cast<char*>(std::malloc(size + 1)));
   if (bytes == nullptr) return ENOMEM;
   const ssize_t count = read_up_to(file.get(), bytes.get(), size + 1);
   if (count == -1) return errno;
-  if (static_cast<std::size_t>(count) != size) return EAGAIN;
+  if (static_cast<size_t>(count) != size) return EAGAIN;
   bytes_ = static_cast<Owned<char>&&>(bytes);
   size_ = size;
   return 0;

@@ -52,7 +52,7 @@ class ConfFile {
 
  private:
   Owned<char> bytes_;
-  std::size_t size_ = 0;
+  size_t size_ = 0;
 };
 
 }  // namespace groundwork

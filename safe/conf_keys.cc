@@ -15,9 +15,9 @@
 namespace groundwork {
 namespace {
 
-constexpr std::uint32_t kFewest = 16;
+constexpr uint32_t kFewest = 16;
 
-std::uint32_t hash_of(ConfKeys::Id section, std::string_view key) {
+uint32_t hash_of(ConfKeys::Id section, std::string_view key) {
   return keyed_hash(key) + section * 0x9e3779b1u;
 }
 
@@ -38,8 +38,8 @@ class Copier {
 };
 
 // Bytes of all names and values together: they are in memory, each in a block of its own.
-std::size_t size_of_strings(const GConf* conf) {
-  std::size_t size = 0;
+size_t size_of_strings(const GConf* conf) {
+  size_t size = 0;
   for (const GList* node = conf->sections; node != nullptr; node = node->next) {
     size += std::strlen(section_in(node)->name);
     for (const GList* line = section_in(node)->entries; line != nullptr;
@@ -52,8 +52,8 @@ std::size_t size_of_strings(const GConf* conf) {
 
 }  // namespace
 
-bool IdTable::add_next(std::uint32_t hash) {
-  const std::uint32_t capacity = slots_ != nullptr ? mask_ + 1 : 0;
+bool IdTable::add_next(uint32_t hash) {
+  const uint32_t capacity = slots_ != nullptr ? mask_ + 1 : 0;
   if (count_ >= capacity / 2 && !resize(capacity != 0 ? 2 * capacity : kFewest))
     return false;
   insert({hash, count_});
@@ -61,24 +61,24 @@ bool IdTable::add_next(std::uint32_t hash) {
   return true;
 }
 
-bool IdTable::resize(std::uint32_t capacity) {
-  std::size_t bytes = 0;
-  if (__builtin_mul_overflow(std::size_t{capacity}, sizeof(Slot), &bytes)) return false;
+bool IdTable::resize(uint32_t capacity) {
+  size_t bytes = 0;
+  if (__builtin_mul_overflow(size_t{capacity}, sizeof(Slot), &bytes)) return false;
   Owned<Slot> old(static_cast<Slot*>(std::malloc(bytes)));
   if (old == nullptr) return false;
   old.swap(slots_);
-  const std::uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
+  const uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
   mask_ = capacity - 1;
-  shift_ = static_cast<std::uint32_t>(std::countl_zero(mask_));
-  for (std::uint32_t at = 0; at < capacity; ++at) slots_.get()[at].id = kNone;
-  for (std::uint32_t at = 0; at < old_capacity; ++at) {
+  shift_ = static_cast<uint32_t>(std::countl_zero(mask_));
+  for (uint32_t at = 0; at < capacity; ++at) slots_.get()[at].id = kNone;
+  for (uint32_t at = 0; at < old_capacity; ++at) {
     if (old.get()[at].id != kNone) insert(old.get()[at]);
   }
   return true;
 }
 
 void IdTable::insert(const Slot& slot) {
-  std::uint32_t at = slot.hash >> shift_;
+  uint32_t at = slot.hash >> shift_;
   while (slots_.get()[at].id != kNone) at = (at + 1) & mask_;
   slots_.get()[at] = slot;
 }
@@ -187,7 +187,7 @@ bool read_conf_text(ConfKeys& keys, std::string_view text) {
 
 bool FoundLines::advance() {
   if (next_ == nullptr) return false;
-  text_ = {next_, static_cast<std::size_t>(end_ - next_)};
+  text_ = {next_, static_cast<size_t>(end_ - next_)};
   text_ = between(text_, 0, position_of(text_, '\n'));
   const char* const newline = text_.data() + text_.size();
   next_ = newline != end_ ? newline + 1 : nullptr;

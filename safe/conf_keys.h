@@ -21,37 +21,37 @@ namespace groundwork {
 // probing, at most half full. Nothing is ever taken out.
 class IdTable {
  public:
-  using Id = std::uint32_t;
+  using Id = uint32_t;
   static constexpr Id kNone = UINT32_MAX;
 
   // The number for which has(number) holds, among those of that hash.
   template <typename Has>
-  Id find(std::uint32_t hash, Has has) const {
+  Id find(uint32_t hash, Has has) const {
     if (slots_ == nullptr) return kNone;
-    for (std::uint32_t at = hash >> shift_;; at = (at + 1) & mask_) {
+    for (uint32_t at = hash >> shift_;; at = (at + 1) & mask_) {
       const Slot& slot = slots_.get()[at];
       if (slot.id == kNone || (slot.hash == hash && has(slot.id))) return slot.id;
     }
   }
 
   // Numbers count from 0. False when memory is exhausted.
-  bool add_next(std::uint32_t hash);
+  bool add_next(uint32_t hash);
 
-  std::uint32_t count() const { return count_; }
+  uint32_t count() const { return count_; }
 
  private:
   struct Slot {
-    std::uint32_t hash;
+    uint32_t hash;
     Id id;
   };
 
-  bool resize(std::uint32_t capacity);
+  bool resize(uint32_t capacity);
   void insert(const Slot& slot);
 
   Owned<Slot> slots_;
-  std::uint32_t mask_ = 0;
-  std::uint32_t shift_ = 0;
-  std::uint32_t count_ = 0;
+  uint32_t mask_ = 0;
+  uint32_t shift_ = 0;
+  uint32_t count_ = 0;
 };
 
 class ConfKeys {
@@ -87,10 +87,8 @@ class ConfKeys {
   // then may be there.
   bool is_exhausted() const { return is_exhausted_; }
 
-  std::uint32_t section_count() const {
-    return static_cast<std::uint32_t>(sections_.size());
-  }
-  std::uint32_t key_count() const { return static_cast<std::uint32_t>(keys_.size()); }
+  uint32_t section_count() const { return static_cast<uint32_t>(sections_.size()); }
+  uint32_t key_count() const { return static_cast<uint32_t>(keys_.size()); }
   const Section& section_at(Id id) const { return sections_[id]; }
   const Key& key_at(Id id) const { return keys_[id]; }
   std::string_view& value_at(Id id) { return keys_[id].value; }

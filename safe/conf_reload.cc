@@ -35,8 +35,7 @@ std::string_view text_of(std::string_view bytes) {
   if (bytes.empty()) return bytes;
   const void* const nul = std::memchr(bytes.data(), '\0', bytes.size());
   if (nul == nullptr) return bytes;
-  return {bytes.data(),
-          static_cast<std::size_t>(static_cast<const char*>(nul) - bytes.data())};
+  return {bytes.data(), static_cast<size_t>(static_cast<const char*>(nul) - bytes.data())};
 }
 
 // Null when memory is exhausted.

@@ -29,22 +29,22 @@ int call_statx(int directory, const char* name, unsigned wanted, Statx* status) 
 #elif defined(SYS_statx)
 // As the kernel writes it, for C libraries that have no statx(), or an older one.
 struct Statx {
-  std::uint32_t stx_mask;
-  std::uint32_t stx_blksize;
-  std::uint64_t stx_attributes;
-  std::uint32_t stx_nlink;
-  std::uint32_t stx_uid;
-  std::uint32_t stx_gid;
-  std::uint16_t stx_mode;
-  std::uint16_t unused;
-  std::uint64_t stx_ino;
-  std::uint64_t sizes_and_times[11];
-  std::uint32_t stx_rdev_major;
-  std::uint32_t stx_rdev_minor;
-  std::uint32_t stx_dev_major;
-  std::uint32_t stx_dev_minor;
-  std::uint64_t stx_mnt_id;
-  std::uint64_t later[13];
+  uint32_t stx_mask;
+  uint32_t stx_blksize;
+  uint64_t stx_attributes;
+  uint32_t stx_nlink;
+  uint32_t stx_uid;
+  uint32_t stx_gid;
+  uint16_t stx_mode;
+  uint16_t unused;
+  uint64_t stx_ino;
+  uint64_t sizes_and_times[11];
+  uint32_t stx_rdev_major;
+  uint32_t stx_rdev_minor;
+  uint32_t stx_dev_major;
+  uint32_t stx_dev_minor;
+  uint64_t stx_mnt_id;
+  uint64_t later[13];
 };
 static_assert(sizeof(Statx) == 256);
 constexpr unsigned kMountIdentity = 0x1000;
@@ -54,8 +54,8 @@ int call_statx(int directory, const char* name, unsigned wanted, Statx* status) 
 }
 #else
 struct Statx {
-  std::uint32_t stx_mask, stx_dev_major, stx_dev_minor;
-  std::uint64_t stx_ino, stx_mnt_id;
+  uint32_t stx_mask, stx_dev_major, stx_dev_minor;
+  uint64_t stx_ino, stx_mnt_id;
   mode_t stx_mode;
 };
 constexpr unsigned kMountIdentity = 0;
@@ -67,7 +67,7 @@ int call_statx(int, const char*, unsigned, Statx*) {
 #endif
 
 // As the kernel packs it.
-std::uint32_t device_of(unsigned major_number, unsigned minor_number) {
+uint32_t device_of(unsigned major_number, unsigned minor_number) {
   return major_number << 20 | minor_number;
 }
 

@@ -9,14 +9,14 @@
 namespace groundwork {
 
 struct DirIdentity {
-  std::uint64_t inode;
-  std::uint32_t device;  // the kernel's number, which has 32 bits
+  uint64_t inode;
+  uint32_t device;  // the kernel's number, which has 32 bits
   bool operator==(const DirIdentity&) const = default;
 };
 
 struct DirEntry {
   DirIdentity identity;
-  std::uint64_t mount;  // 0 where the kernel does not say
+  uint64_t mount;  // 0 where the kernel does not say
   bool is_directory;
 };
 

@@ -55,7 +55,7 @@ bool have_directory(const char* path, mode_t mode) {
 }
 
 bool have_parents_and_directory(const char* path, mode_t mode) {
-  std::size_t length = std::strlen(path);
+  size_t length = std::strlen(path);
   while (length > 1 && path[length - 1] == '/') --length;
   const Owned<char> copy(static_cast<char*>(std::malloc(length + 1)));
   if (copy == nullptr) return false;

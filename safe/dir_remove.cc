@@ -32,8 +32,8 @@ using namespace groundwork;
 namespace {
 
 constexpr char kSource[] = "g_dir";
-constexpr std::size_t kStreams = 8;  // the deepest directories, which stay open
-constexpr int kMostPasses = 100;     // through a directory that others fill again
+constexpr size_t kStreams = 8;    // the deepest directories, which stay open
+constexpr int kMostPasses = 100;  // through a directory that others fill again
 constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 bool is_dot_name(const char* name) {
@@ -52,7 +52,7 @@ class Stack {
   // Makes room for one more. False when memory is exhausted.
   bool reserve() {
     if (size_ < capacity_) return true;
-    const std::size_t wanted = capacity_ == 0 ? 16 : 2 * capacity_;
+    const size_t wanted = capacity_ == 0 ? 16 : 2 * capacity_;
     void* const grown = std::realloc(items_, wanted * sizeof(T));
     if (grown == nullptr) return false;
     items_ = static_cast<T*>(grown);
@@ -60,24 +60,24 @@ class Stack {
     return true;
   }
   void push(const T& item) { items_[size_++] = item; }
-  void cut(std::size_t size) { size_ = size; }
-  std::size_t size() const { return size_; }
-  T& operator[](std::size_t i) { return items_[i]; }
+  void cut(size_t size) { size_ = size; }
+  size_t size() const { return size_; }
+  T& operator[](size_t i) { return items_[i]; }
   T& top() { return items_[size_ - 1]; }
 
  private:
   T* items_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
 };
 
 // A directory on the way down. There may be any number, so this is small.
 struct Level {
-  std::uint64_t inode;
-  std::uint32_t device;
-  std::uint32_t first_left : 30;  // of its subdirectories among those that were left
-  std::uint32_t has_left : 1;     // something, in this pass
-  std::uint32_t is_second : 1;    // entered again, to be removed after its parent was lost
+  uint64_t inode;
+  uint32_t device;
+  uint32_t first_left : 30;  // of its subdirectories among those that were left
+  uint32_t has_left : 1;     // something, in this pass
+  uint32_t is_second : 1;    // entered again, to be removed after its parent was lost
 
   DirIdentity identity() const { return {inode, device}; }
 };
@@ -108,7 +108,7 @@ class TreeRemoval {
  private:
   enum class Entered { kYes, kNo, kNotADirectory };
 
-  Stream& stream_of(std::size_t level) { return streams_[level % kStreams]; }
+  Stream& stream_of(size_t level) { return streams_[level % kStreams]; }
   Stream& stream() { return stream_of(levels_.size() - 1); }
   static void close(Stream& stream);
 
@@ -199,15 +199,15 @@ TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
   file.release();
   const bool is_second = levels_.size() != 0 && stream().emptied == entry.identity;
   levels_.push({entry.identity.inode, entry.identity.device, 0, 0, is_second});
-  levels_.top().first_left = static_cast<std::uint32_t>(left_.size()) & 0x3fffffff;
+  levels_.top().first_left = static_cast<uint32_t>(left_.size()) & 0x3fffffff;
   close(stream());  // that of a level further up
   stream().directory = directory;
   return Entered::kYes;
 }
 
 bool TreeRemoval::was_left(const DirIdentity& identity) {
-  const std::size_t first = levels_.size() == 0 ? 0 : levels_.top().first_left;
-  for (std::size_t i = first; i < left_.size(); ++i) {
+  const size_t first = levels_.size() == 0 ? 0 : levels_.top().first_left;
+  for (size_t i = first; i < left_.size(); ++i) {
     if (left_[i] == identity) return true;
   }
   return false;
@@ -320,10 +320,10 @@ struct Target {
 
 // False with errno set when there is no such component that could be removed.
 bool split(const char* path, Target* target) {
-  std::size_t end = std::strlen(path);
+  size_t end = std::strlen(path);
   target->is_directory = end > 0 && path[end - 1] == '/';
   while (end > 0 && path[end - 1] == '/') --end;
-  std::size_t begin = end;
+  size_t begin = end;
   while (begin > 0 && path[begin - 1] != '/') --begin;
   target->text.reset(static_cast<char*>(std::malloc(end + 1)));
   char* const text = target->text.get();

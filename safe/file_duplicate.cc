@@ -21,7 +21,7 @@ using namespace groundwork;
 namespace {
 
 constexpr char kSource[] = "g_file";
-constexpr std::size_t kBlock = 8192;
+constexpr size_t kBlock = 8192;
 constexpr mode_t kSetIdBits = S_ISUID | S_ISGID;
 
 bool is_regular(const struct stat& status) {
@@ -47,7 +47,7 @@ bool copy_content(const Descriptor& from, Replacement& to) {
     const ssize_t count =
         uninterrupted([&] { return read(from.get(), block, sizeof block); });
     if (count <= 0) return count == 0;
-    if (!to.write(block, static_cast<std::size_t>(count))) return false;
+    if (!to.write(block, static_cast<size_t>(count))) return false;
   }
 }
 

@@ -25,7 +25,7 @@ extern "C" int g_file_replace(const char* path, const void* buf, int64_t len) {
   CHECK_ARG(len >= 0, (errno = EINVAL, -1));
   CHECK_ARG((buf != NULL) || (len == 0), (errno = EINVAL, -1));
   const CancellationHeld held;
-  const auto size = static_cast<std::size_t>(len);
+  const auto size = static_cast<size_t>(len);
   if (static_cast<int64_t>(size) != len) {  // more than the memory of a 32-bit process
     errno = EFAULT;
     return -1;

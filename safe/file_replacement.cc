@@ -27,7 +27,7 @@ constexpr uint32_t kLongestNapMs = 16;  // between two tries
 constexpr int kMaxLinks = 40;           // as many as the system follows
 constexpr int kAttempts = 10;           // while links and files change under us
 constexpr long kShortestLimit = 8;      // of a file system's names
-constexpr std::size_t kLongestWrite = std::size_t{1} << 30;
+constexpr size_t kLongestWrite = size_t{1} << 30;
 constexpr mode_t kNewFile = 0644;
 constexpr mode_t kOwnerBits = 0700;
 constexpr mode_t kModeBits = 07777;
@@ -97,7 +97,7 @@ bool Replacement::find(const char* path) {
 // Opens the directory of the file that the path leads to. Links are followed here, and not
 // by the system, since the file is named relative to the directory that it is in.
 bool Replacement::resolve(const char* path) {
-  const std::size_t size = std::strlen(path) + 1;
+  const size_t size = std::strlen(path) + 1;
   if (size > PATH_MAX) {
     errno = ENAMETOOLONG;
     return false;
@@ -193,10 +193,10 @@ void Replacement::set_mode(mode_t mode) {
 }
 
 // Of a long name as much as fits, and no half of a UTF-8 character.
-void Replacement::name_temporary(std::size_t longest) {
+void Replacement::name_temporary(size_t longest) {
   constexpr char kSuffix[] = ".new";
-  const std::size_t whole = std::strlen(name_);
-  std::size_t length = std::min(whole, longest - sizeof kSuffix);
+  const size_t whole = std::strlen(name_);
+  size_t length = std::min(whole, longest - sizeof kSuffix);
   if (length < whole) {
     while (length > 1 && (name_[length] & 0xC0) == 0x80) --length;
   }
@@ -229,7 +229,7 @@ bool Replacement::create() {
     if (errno == ENAMETOOLONG) {
       const long longest = fpathconf(directory_.get(), _PC_NAME_MAX);
       if (longest < kShortestLimit || longest >= NAME_MAX) return false;
-      name_temporary(static_cast<std::size_t>(longest));
+      name_temporary(static_cast<size_t>(longest));
     } else if (errno != EEXIST ||
                (unlinkat(directory_.get(), temporary_name_, 0) != 0 && errno != ENOENT)) {
       return false;
@@ -239,15 +239,15 @@ bool Replacement::create() {
   return false;
 }
 
-bool Replacement::write(const void* data, std::size_t size) {
+bool Replacement::write(const void* data, size_t size) {
   const char* next = static_cast<const char*>(data);
   while (size > 0) {
-    const std::size_t wanted = std::min(size, kLongestWrite);
+    const size_t wanted = std::min(size, kLongestWrite);
     const ssize_t count =
         uninterrupted([=, this] { return ::write(temporary_.get(), next, wanted); });
     if (count == -1) return false;
     next += count;
-    size -= static_cast<std::size_t>(count);
+    size -= static_cast<size_t>(count);
   }
   return true;
 }

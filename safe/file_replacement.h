@@ -45,7 +45,7 @@ class Replacement {
   void set_mode(mode_t mode);
   // Makes the temporary file.
   bool create();
-  bool write(const void* data, std::size_t size);
+  bool write(const void* data, size_t size);
   // Puts the content in place, with these times of access and modification if there are
   // any. 0; 1 in place, but the directory could not be synced; -1 nothing was changed.
   int commit(const timespec* times = nullptr);
@@ -56,7 +56,7 @@ class Replacement {
   bool resolve(const char* path);
   bool lock_directory();
   Look look(const char* path);
-  void name_temporary(std::size_t longest);
+  void name_temporary(size_t longest);
   bool set_owner_and_mode();
   bool is_as_wanted(const struct stat& status) const;
   bool close_temporary();

@@ -104,8 +104,7 @@ bool fill(LimitedStream& stream) {
 int64_t read_direct(LimitedStream& stream, char* buf, int32_t n) {
   for (;;) {
     if (!wait_for_bytes(stream)) return -1;
-    const ssize_t count =
-        recv(fileno(stream.http.stream), buf, static_cast<std::size_t>(n), 0);
+    const ssize_t count = recv(fileno(stream.http.stream), buf, static_cast<size_t>(n), 0);
     if (count != -1 || errno != EINTR) return count;
   }
 }

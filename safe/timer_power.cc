@@ -59,8 +59,7 @@ int wait_until(int64_t instant) {
 }
 
 // Sleeps to a point of the raster. The lock is held. False when there was no sleep.
-LEFT_BY_CANCELLATION bool sleep_on_raster(std::uintptr_t number, uint32_t ticks,
-                                          int64_t begin) {
+LEFT_BY_CANCELLATION bool sleep_on_raster(uintptr_t number, uint32_t ticks, int64_t begin) {
   if (!power.is_on) return false;
   const auto goes_on = [number] { return timer_service.running.load(relaxed) == number; };
   if (!goes_on()) return true;
@@ -81,13 +80,13 @@ LEFT_BY_CANCELLATION bool sleep_on_raster(std::uintptr_t number, uint32_t ticks,
 // A thread that was replaced in its own callback has not slept, but its successor may be
 // asleep, and is still to be woken.
 void end_sleep(void* number) {
-  if (timer_service.running.load(relaxed) == reinterpret_cast<std::uintptr_t>(number)) {
+  if (timer_service.running.load(relaxed) == reinterpret_cast<uintptr_t>(number)) {
     power.is_asleep = false;
   }
   pthread_mutex_unlock(&timer_service.lock.mutex.mutex);
 }
 
-LEFT_BY_CANCELLATION void sleep_until_due(std::uintptr_t number) {
+LEFT_BY_CANCELLATION void sleep_until_due(uintptr_t number) {
   const uint32_t ticks = g_get_ticks();
   const int64_t begin = monotonic_ns();
   bool has_slept;

@@ -25,14 +25,14 @@ namespace {
 constexpr char kSource[] = "g_str";
 
 constexpr bool kLongIs64Bit = sizeof(long) == 8;
-constexpr std::uint64_t kMargin = 1024;  // for what cannot be measured
+constexpr uint64_t kMargin = 1024;  // for what cannot be measured
 constexpr unsigned kNullStringLength = 8;
 constexpr unsigned kWideCharacterLength = 16;
 constexpr unsigned kErrorTextLength = 256;
 constexpr unsigned kSignLength = 1;
 
 // What a character means in a conversion. Those from kPercent on end it.
-enum class Part : std::uint8_t {
+enum class Part : uint8_t {
   kUnknown,
   kFlag,
   kDigit,  // but "0", which is a flag before a number
@@ -52,7 +52,7 @@ enum class Part : std::uint8_t {
 };
 
 // Flags of a conversion. The first ones are written as such.
-enum : std::uint16_t {
+enum : uint16_t {
   kAlternateForm = 1 << 0,
   kZeroPadding = 1 << 1,
   kLeftAdjust = 1 << 2,
@@ -73,8 +73,8 @@ enum : std::uint16_t {
 
 struct Rule {
   Part part = Part::kUnknown;
-  std::uint8_t length = 0;  // reserved, without the place of a sign
-  std::uint16_t flags = 0;  // set by the character
+  uint8_t length = 0;  // reserved, without the place of a sign
+  uint16_t flags = 0;  // set by the character
 };
 
 // The rules of the characters from " " to "z"; all others are unknown.
@@ -89,8 +89,8 @@ constexpr auto kRules = [] {
   const auto set = [&rules](std::string_view characters, Part part, unsigned length,
                             unsigned flags) {
     for (const char c : characters) {
-      rules[static_cast<std::size_t>(c - ' ')] = {part, static_cast<std::uint8_t>(length),
-                                                  static_cast<std::uint16_t>(flags)};
+      rules[static_cast<size_t>(c - ' ')] = {part, static_cast<uint8_t>(length),
+                                             static_cast<uint16_t>(flags)};
     }
   };
   set("#", Part::kFlag, 0, kAlternateForm);
@@ -136,7 +136,7 @@ Rule rule_of(char c) {
 
 // How far the modifiers of a conversion came in the order that the system formatter wants:
 // flags, width, precision, size. The walk takes them in any order.
-enum class Stage : std::uint8_t {
+enum class Stage : uint8_t {
   kFlags,
   kWidth,
   kPoint,
@@ -155,9 +155,9 @@ struct Conversion {
   Stage stage = Stage::kFlags;
   bool is_bare = false;  // without modifiers
   unsigned flags = 0;
-  std::uint32_t width = 0;
-  std::uint32_t precision = 0;
-  std::uint64_t length = 0;  // characters reserved
+  uint32_t width = 0;
+  uint32_t precision = 0;
+  uint64_t length = 0;  // characters reserved
 
   bool has(unsigned any_of) const { return (flags & any_of) != 0; }
 };
@@ -200,10 +200,10 @@ bool is_one_of(char c, std::string_view set) {
 
 // Digits before the point of a double with these bits, as far as its exponent tells; for a
 // small number its distance from 1. None for zero, subnormals, infinities and NaN.
-std::uint64_t integral_digits(std::uint64_t double_bits) {
+uint64_t integral_digits(uint64_t double_bits) {
   const int exponent = static_cast<int>(double_bits >> 52 & 0x7ff);
   if (exponent < 1 || exponent > 2046) return 0;
-  return static_cast<std::uint64_t>(
+  return static_cast<uint64_t>(
       std::abs(static_cast<int>((exponent - 1023) * 0.3010299956639812 + 1)));
 }
 
@@ -247,13 +247,13 @@ class FormatWalk {
     va_end(args_);
   }
 
-  std::uint64_t estimate();
+  uint64_t estimate();
 
  private:
   // The argument of a conversion; which one is set, its part tells.
   union Argument {
-    std::uint64_t integer;
-    std::uint64_t double_bits;
+    uint64_t integer;
+    uint64_t double_bits;
     const char* string;
   };
 
@@ -265,19 +265,19 @@ class FormatWalk {
   void read_number(Conversion& conversion);
   void take_asterisk(Conversion& conversion);
   Argument take_argument(Conversion& conversion);
-  std::uint64_t take_integer(Conversion& conversion);
-  std::uint64_t take_float(Conversion& conversion);
+  uint64_t take_integer(Conversion& conversion);
+  uint64_t take_float(Conversion& conversion);
   const char* take_string(Conversion& conversion);
   bool spell(const Conversion& conversion, const Argument& argument);
-  bool spell_integer(const Conversion& conversion, std::uint64_t integer,
+  bool spell_integer(const Conversion& conversion, uint64_t integer,
                      const FormatPieces::Layout& layout);
-  bool spell_float(const Conversion& conversion, std::uint64_t double_bits,
+  bool spell_float(const Conversion& conversion, uint64_t double_bits,
                    const FormatPieces::Layout& layout);
 
   const char* at_;
   va_list args_;
   FormatPieces& pieces_;
-  std::uint64_t total_ = 1;  // the terminator
+  uint64_t total_ = 1;  // the terminator
   // Whether all arguments were taken as the system formatter takes them. Where not, the
   // next one may be no pointer although it should: strings are not measured any more.
   bool is_current_ = true;
@@ -286,7 +286,7 @@ class FormatWalk {
 #endif
 };
 
-std::uint64_t FormatWalk::estimate() {
+uint64_t FormatWalk::estimate() {
   if (at_ == nullptr) return total_;
   while (*at_ != '\0') {
     if (*at_ == '%') {
@@ -296,7 +296,7 @@ std::uint64_t FormatWalk::estimate() {
     }
     const char* const literal = at_;
     while (*at_ != '\0' && *at_ != '%') ++at_;
-    const auto length = static_cast<std::size_t>(at_ - literal);
+    const auto length = static_cast<size_t>(at_ - literal);
     total_ += length;
     pieces_.add(literal, length);
   }
@@ -309,7 +309,7 @@ bool FormatWalk::measure_bare_conversion() {
   using Base = FormatPieces::Base;
   constexpr FormatPieces::Layout kNoLayout = {};
   constexpr auto reserved = [](char c) {
-    const Rule& rule = kRules[static_cast<std::size_t>(c - ' ')];
+    const Rule& rule = kRules[static_cast<size_t>(c - ' ')];
     return rule.length + ((rule.flags & kPossibleSign) != 0 ? kSignLength : 0);
   };
   switch (*at_) {
@@ -321,7 +321,7 @@ bool FormatWalk::measure_bare_conversion() {
         pieces_.give_up();
         break;
       }
-      const std::size_t length = std::strlen(string);
+      const size_t length = std::strlen(string);
       total_ += length;
       pieces_.add(string, length);
       break;
@@ -361,8 +361,8 @@ void FormatWalk::measure_conversion() {
     pieces_.give_up();
     is_current_ = is_current_ && formatter_agrees(conversion, at_);
   }
-  std::uint64_t length = std::max<std::uint64_t>(
-      conversion.length, std::max(conversion.precision, conversion.width));
+  uint64_t length = std::max<uint64_t>(conversion.length,
+                                       std::max(conversion.precision, conversion.width));
   if (conversion.has(kAlternateForm)) length += 2;
   if (conversion.has(kAddSpace | kAddSign | kPossibleSign)) length += kSignLength;
   total_ += length;
@@ -383,7 +383,7 @@ void FormatWalk::read_conversion(Conversion& conversion) {
       conversion.is_bare = at_ - begin == 1;
       if (rule.part == Part::kEnd) [[unlikely]] {
         // Unfinished: the characters after the "%" count, the terminator with them.
-        conversion.length = static_cast<std::uint64_t>(at_ - begin);
+        conversion.length = static_cast<uint64_t>(at_ - begin);
         --at_;
       }
       return;
@@ -423,20 +423,20 @@ void FormatWalk::read_modifier(char c, const Rule& rule, Conversion& conversion)
 // A decimal number of which the first digit was taken. The largest one wins where a
 // conversion has several; one beyond 32 bits counts as the largest of 32 bits.
 void FormatWalk::read_number(Conversion& conversion) {
-  std::uint32_t number = 0;
+  uint32_t number = 0;
   for (--at_; is_digit(*at_); ++at_) {
-    const auto digit = static_cast<std::uint32_t>(*at_ - '0');
+    const auto digit = static_cast<uint32_t>(*at_ - '0');
     number = number <= (UINT32_MAX - digit) / 10 ? 10 * number + digit : UINT32_MAX;
   }
-  std::uint32_t& field =
+  uint32_t& field =
       conversion.has(kSeenPrecision) ? conversion.precision : conversion.width;
   field = std::max(field, number);
 }
 
 void FormatWalk::take_asterisk(Conversion& conversion) {
   const int number = is_current_ ? va_arg(args_, int) : 0;
-  const auto magnitude = number < 0 ? 0 - static_cast<std::uint32_t>(number)
-                                    : static_cast<std::uint32_t>(number);
+  const auto magnitude =
+      number < 0 ? 0 - static_cast<uint32_t>(number) : static_cast<uint32_t>(number);
   if (!conversion.has(kSeenPrecision)) {
     if (number < 0) conversion.flags |= kLeftAdjust;
     conversion.width = std::max(conversion.width, magnitude);
@@ -472,7 +472,7 @@ FormatWalk::Argument FormatWalk::take_argument(Conversion& conversion) {
       // Kept: the copy is not freed; the heap figures of programs have always shown it. The
       // longer one of the two is reserved.
       const char* const placeholder = g_strdup("ERROR_MSG: G_STR");
-      conversion.length = std::max<std::size_t>(
+      conversion.length = std::max<size_t>(
           kErrorTextLength, placeholder != nullptr ? std::strlen(placeholder) : 0);
       break;
     }
@@ -489,18 +489,18 @@ FormatWalk::Argument FormatWalk::take_argument(Conversion& conversion) {
 
 // Takes what the system formatter takes. An intmax_t has 64 bits everywhere, although a
 // 32-bit build reserves the length of an int for it.
-std::uint64_t FormatWalk::take_integer(Conversion& conversion) {
+uint64_t FormatWalk::take_integer(Conversion& conversion) {
   const bool reserves_64_bit = conversion.has(
       kLongIs64Bit ? kExtraLong | kLong | kPointerSize | kIntmaxSize : kExtraLong);
   if (reserves_64_bit) conversion.length *= 2;
-  return reserves_64_bit || conversion.has(kIntmaxSize) ? va_arg(args_, std::uint64_t)
-                                                        : va_arg(args_, std::uint32_t);
+  return reserves_64_bit || conversion.has(kIntmaxSize) ? va_arg(args_, uint64_t)
+                                                        : va_arg(args_, uint32_t);
 }
 
-std::uint64_t FormatWalk::take_float(Conversion& conversion) {
-  constexpr std::uint32_t kDigits = 24;  // reserved for every number, or more
+uint64_t FormatWalk::take_float(Conversion& conversion) {
+  constexpr uint32_t kDigits = 24;  // reserved for every number, or more
   conversion.length += std::max(kDigits, conversion.precision);
-  std::uint64_t double_bits;
+  uint64_t double_bits;
   if (conversion.has(kExtraLong)) {
     g_log(G_LOG_WARNING, kSource, __LINE__,
           "(): unable to handle long double, collecting double only");
@@ -509,7 +509,7 @@ std::uint64_t FormatWalk::take_float(Conversion& conversion) {
     const long double value = va_arg(args_, long double);
     std::memcpy(&double_bits, &value, sizeof double_bits);
   } else {
-    double_bits = std::bit_cast<std::uint64_t>(va_arg(args_, double));
+    double_bits = std::bit_cast<uint64_t>(va_arg(args_, double));
   }
   if (conversion.character == 'f') conversion.length += integral_digits(double_bits);
   if (conversion.has(kLocaleGrouping)) conversion.length *= 2;
@@ -567,9 +567,8 @@ bool FormatWalk::spell(const Conversion& conversion, const Argument& argument) {
       if (has_size || conversion.has(kLong | kZeroPadding) || argument.string == nullptr) {
         return false;
       }
-      const std::size_t length = has_precision
-                                     ? strnlen(argument.string, conversion.precision)
-                                     : static_cast<std::size_t>(conversion.length);
+      const size_t length = has_precision ? strnlen(argument.string, conversion.precision)
+                                          : static_cast<size_t>(conversion.length);
       pieces_.add_text(argument.string, length, layout);
       return true;
     }
@@ -582,7 +581,7 @@ bool FormatWalk::spell(const Conversion& conversion, const Argument& argument) {
   }
 }
 
-bool FormatWalk::spell_integer(const Conversion& conversion, std::uint64_t integer,
+bool FormatWalk::spell_integer(const Conversion& conversion, uint64_t integer,
                                const FormatPieces::Layout& layout) {
   using Base = FormatPieces::Base;
   switch (conversion.character) {
@@ -590,9 +589,9 @@ bool FormatWalk::spell_integer(const Conversion& conversion, std::uint64_t integ
     case 'i': {
       const bool is_64_bit =
           conversion.has(kLongIs64Bit ? kExtraLong | kLong | kPointerSize : kExtraLong);
-      const std::int64_t value = is_64_bit ? static_cast<std::int64_t>(integer)
-                                           : static_cast<std::int32_t>(integer);
-      const auto bits = static_cast<std::uint64_t>(value);
+      const int64_t value =
+          is_64_bit ? static_cast<int64_t>(integer) : static_cast<int32_t>(integer);
+      const auto bits = static_cast<uint64_t>(value);
       pieces_.add_number(value < 0 ? 0 - bits : bits, value < 0, Base::kDecimal, layout);
       return true;
     }
@@ -610,7 +609,7 @@ bool FormatWalk::spell_integer(const Conversion& conversion, std::uint64_t integ
   }
 }
 
-bool FormatWalk::spell_float(const Conversion& conversion, std::uint64_t double_bits,
+bool FormatWalk::spell_float(const Conversion& conversion, uint64_t double_bits,
                              const FormatPieces::Layout& layout) {
   if constexpr (!kForSpeed) return false;
   const bool is_general = conversion.character == 'g';
@@ -624,7 +623,7 @@ bool FormatWalk::spell_float(const Conversion& conversion, std::uint64_t double_
 
 }  // namespace
 
-std::uint64_t groundwork::estimate_format(const char* fmt, va_list args,
-                                          FormatPieces& pieces, NarrowedFormat* narrowed) {
+uint64_t groundwork::estimate_format(const char* fmt, va_list args, FormatPieces& pieces,
+                                     NarrowedFormat* narrowed) {
   return FormatWalk(fmt, args, pieces, narrowed).estimate();
 }

@@ -17,8 +17,8 @@ namespace groundwork {
 // measure. Leaves `args` as it was. Where the format is simple, `pieces` is the text, never
 // longer than the estimate; else it is given up. With `narrowed`, each conversion of a wide
 // string that is a null pointer is made narrow there.
-std::uint64_t estimate_format(const char* fmt, va_list args, FormatPieces& pieces,
-                              NarrowedFormat* narrowed = nullptr);
+uint64_t estimate_format(const char* fmt, va_list args, FormatPieces& pieces,
+                         NarrowedFormat* narrowed = nullptr);
 
 }  // namespace groundwork
 

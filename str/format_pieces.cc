@@ -14,22 +14,22 @@ using namespace groundwork;
 
 namespace {
 
-constexpr std::size_t kLongestNumber = 20;  // of 64 bits, a minus counted
-constexpr std::size_t kMostPadding = 32;
+constexpr size_t kLongestNumber = 20;  // of 64 bits, a minus counted
+constexpr size_t kMostPadding = 32;
 constexpr char kBlanks[kMostPadding + 1] = "                                ";
 constexpr char kZeros[kMostPadding + 1] = "00000000000000000000000000000000";
 
 // These return the end of the digits. A 64-bit number is taken apart into 32-bit ones where
 // it is large, and treated as one where it is not: a 32-bit processor counts and divides
 // many times faster by them.
-char* spell_decimal(char* out, std::uint64_t number) {
+char* spell_decimal(char* out, uint64_t number) {
   if (number <= UINT32_MAX) {
-    return std::to_chars(out, out + 10, static_cast<std::uint32_t>(number)).ptr;
+    return std::to_chars(out, out + 10, static_cast<uint32_t>(number)).ptr;
   }
-  constexpr std::uint32_t kBillion = 1'000'000'000;
-  const std::uint64_t billions = number / kBillion;
+  constexpr uint32_t kBillion = 1'000'000'000;
+  const uint64_t billions = number / kBillion;
   out = spell_decimal(out, billions);
-  auto rest = static_cast<std::uint32_t>(number - billions * kBillion);
+  auto rest = static_cast<uint32_t>(number - billions * kBillion);
   for (int i = 8; i >= 0; --i, rest /= 10) out[i] = static_cast<char>('0' + rest % 10);
   return out + 9;
 }
@@ -42,22 +42,22 @@ char* spell_hexadecimal(char* out, Word number, bool upper_case) {
   return end;
 }
 
-char* spell(char* out, std::uint64_t number, FormatPieces::Base base) {
+char* spell(char* out, uint64_t number, FormatPieces::Base base) {
   if (base == FormatPieces::Base::kDecimal) return spell_decimal(out, number);
   const bool upper_case = base == FormatPieces::Base::kUpperHexadecimal;
   return number <= UINT32_MAX
-             ? spell_hexadecimal(out, static_cast<std::uint32_t>(number), upper_case)
+             ? spell_hexadecimal(out, static_cast<uint32_t>(number), upper_case)
              : spell_hexadecimal(out, number, upper_case);
 }
 
 }  // namespace
 
-void FormatPieces::add_padding(const char* fill, std::size_t count) {
+void FormatPieces::add_padding(const char* fill, size_t count) {
   if (count > kMostPadding) return give_up();
   add(fill, count);
 }
 
-void FormatPieces::add_text(const char* text, std::size_t length, const Layout& layout) {
+void FormatPieces::add_text(const char* text, size_t length, const Layout& layout) {
   if (layout.width <= length) return add(text, length);
   if (!layout.left_adjust) add_padding(kBlanks, layout.width - length);
   add(text, length);
@@ -81,23 +81,23 @@ inline char* FormatPieces::begin_number(bool negative) {
 inline void FormatPieces::end_number(const char* digits, const char* end, bool negative,
                                      const Layout& layout) {
   const char* const text = negative ? digits - 1 : digits;
-  scratch_used_ = static_cast<std::size_t>(end - scratch_);
-  const auto length = static_cast<std::size_t>(end - text);
+  scratch_used_ = static_cast<size_t>(end - scratch_);
+  const auto length = static_cast<size_t>(end - text);
   if (layout.width <= length) return add(text, length);
   if (!layout.zero_padding || layout.left_adjust) return add_text(text, length, layout);
   if (negative) add(text, 1);
   add_padding(kZeros, layout.width - length);
-  add(digits, static_cast<std::size_t>(end - digits));
+  add(digits, static_cast<size_t>(end - digits));
 }
 
-void FormatPieces::add_number(std::uint64_t magnitude, bool negative, Base base,
+void FormatPieces::add_number(uint64_t magnitude, bool negative, Base base,
                               const Layout& layout) {
   if (!complete_ || kScratchSize - scratch_used_ < kLongestNumber) return give_up();
   char* const digits = begin_number(negative);
   end_number(digits, spell(digits, magnitude, base), negative, layout);
 }
 
-void FormatPieces::add_float(std::uint64_t double_bits, unsigned precision, bool general,
+void FormatPieces::add_float(uint64_t double_bits, unsigned precision, bool general,
                              const Layout& layout) {
   if (!complete_ || kScratchSize - scratch_used_ < 1 + kLongestDouble) return give_up();
   const bool negative = double_bits >> 63 != 0;
@@ -108,7 +108,7 @@ void FormatPieces::add_float(std::uint64_t double_bits, unsigned precision, bool
 }
 
 void FormatPieces::write(char* out) const {
-  for (std::size_t i = 0; i < count_; ++i) {
+  for (size_t i = 0; i < count_; ++i) {
     out = copy_text(out, pieces_[i].text, pieces_[i].length);
   }
 }

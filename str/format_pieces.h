@@ -17,7 +17,7 @@ class FormatPieces {
   // How a piece reaches a minimum width: with blanks on the right (left adjusted, which
   // wins), with zeros after the sign of a number, or with blanks on the left.
   struct Layout {
-    std::size_t width;
+    size_t width;
     bool left_adjust;
     bool zero_padding;
   };
@@ -31,35 +31,35 @@ class FormatPieces {
   bool complete() const { return complete_; }
   void give_up() { complete_ = false; }
 
-  void add(const char* text, std::size_t length) {
+  void add(const char* text, size_t length) {
     if (count_ == kMaxPieces) return give_up();
     pieces_[count_++] = {text, length};
   }
-  void add_text(const char* text, std::size_t length, const Layout& layout);
+  void add_text(const char* text, size_t length, const Layout& layout);
   void add_character(char c);
-  void add_number(std::uint64_t magnitude, bool negative, Base base, const Layout& layout);
+  void add_number(uint64_t magnitude, bool negative, Base base, const Layout& layout);
   // A double by its bits, as "%f" or ("general") "%g" prints it.
-  void add_float(std::uint64_t double_bits, unsigned precision, bool general,
+  void add_float(uint64_t double_bits, unsigned precision, bool general,
                  const Layout& layout);
 
   // Writes the text, unterminated, to `out`.
   void write(char* out) const;
 
  private:
-  static constexpr std::size_t kMaxPieces = 32;
-  static constexpr std::size_t kScratchSize = 192;
+  static constexpr size_t kMaxPieces = 32;
+  static constexpr size_t kScratchSize = 192;
 
   struct Piece {
     const char* text;
-    std::size_t length;
+    size_t length;
   };
 
-  void add_padding(const char* fill, std::size_t count);
+  void add_padding(const char* fill, size_t count);
   char* begin_number(bool negative);
   void end_number(const char* digits, const char* end, bool negative, const Layout& layout);
 
-  std::size_t count_ = 0;
-  std::size_t scratch_used_ = 0;
+  size_t count_ = 0;
+  size_t scratch_used_ = 0;
   bool complete_ = true;
   Piece pieces_[kMaxPieces];    // the first count_ are set
   char scratch_[kScratchSize];  // spelled numbers and characters

@@ -25,9 +25,9 @@ class NarrowedFormat {
       is_exhausted_ = copy_ == nullptr;
       if (is_exhausted_) return;
     }
-    const auto last = static_cast<std::size_t>(end - fmt_);
+    const auto last = static_cast<size_t>(end - fmt_);
     copy_.get()[last] = 's';
-    for (std::size_t i = last; fmt_[i - 1] == 'l'; --i) copy_.get()[i - 1] = kTakenOut;
+    for (size_t i = last; fmt_[i - 1] == 'l'; --i) copy_.get()[i - 1] = kTakenOut;
   }
 
   // The format to use, for as long as this object lives; null when memory is exhausted.
@@ -35,7 +35,7 @@ class NarrowedFormat {
     if (is_exhausted_) return nullptr;
     if (copy_ == nullptr) return fmt_;
     char* out = copy_.get();
-    for (std::size_t i = 0; fmt_[i] != '\0'; ++i) {
+    for (size_t i = 0; fmt_[i] != '\0'; ++i) {
       if (copy_.get()[i] != kTakenOut || fmt_[i] == kTakenOut) *out++ = copy_.get()[i];
     }
     *out = '\0';

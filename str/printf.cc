@@ -22,14 +22,14 @@ namespace {
 // Lets the system formatter write the text into a block of `size` zeros; returns the block,
 // larger if need be, or null when memory is exhausted. Where the formatter itself fails,
 // the block keeps what was written before.
-char* format_into(Owned<char> block, std::size_t size, const char* fmt, va_list args) {
+char* format_into(Owned<char> block, size_t size, const char* fmt, va_list args) {
   const int former_errno = errno;  // for "%m"
   va_list again;
   va_copy(again, args);
   // Once only where the text fits: a "%n" stores its count during the formatting.
   const int length = std::vsnprintf(block.get(), size, fmt, args);
-  if (length >= 0 && static_cast<std::size_t>(length) >= size) {
-    size = static_cast<std::size_t>(length) + 1;
+  if (length >= 0 && static_cast<size_t>(length) >= size) {
+    size = static_cast<size_t>(length) + 1;
     auto* const grown = static_cast<char*>(std::realloc(block.get(), size));
     if (grown != nullptr) {
       static_cast<void>(block.release());
@@ -57,17 +57,17 @@ extern "C" char* g_strdup_vprintf(const char* fmt, va_list args) {
   const int former_errno = errno;
   FormatPieces pieces;
 #ifdef __GLIBC__
-  const std::uint64_t size = estimate_format(fmt, args, pieces);
+  const uint64_t size = estimate_format(fmt, args, pieces);
 #else
   NarrowedFormat narrowed(fmt);
-  const std::uint64_t size = estimate_format(fmt, args, pieces, &narrowed);
+  const uint64_t size = estimate_format(fmt, args, pieces, &narrowed);
   if (fmt != nullptr) fmt = narrowed.get();
   if (fmt == nullptr && !pieces.complete()) return nullptr;
 #endif
   if (size > PTRDIFF_MAX) [[unlikely]]
     return nullptr;
 
-  Owned<char> block(static_cast<char*>(std::calloc(1, static_cast<std::size_t>(size))));
+  Owned<char> block(static_cast<char*>(std::calloc(1, static_cast<size_t>(size))));
   if (block == nullptr) [[unlikely]]
     return nullptr;
   if (pieces.complete()) {
@@ -75,5 +75,5 @@ extern "C" char* g_strdup_vprintf(const char* fmt, va_list args) {
     return block.release();
   }
   errno = former_errno;
-  return format_into(std::move(block), static_cast<std::size_t>(size), fmt, args);
+  return format_into(std::move(block), static_cast<size_t>(size), fmt, args);
 }

@@ -20,51 +20,51 @@ namespace {
 
 constexpr unsigned kMostDecimals = 9;
 
-constexpr std::array<std::uint32_t, kMostDecimals + 1> kPowersOfTen = {
+constexpr std::array<uint32_t, kMostDecimals + 1> kPowersOfTen = {
     1, 10, 100, 1000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
 
 // 0.1, 0.01, 0.001 as fractions of 2^64, rounded up.
-constexpr std::array<std::uint64_t, 3> kTenths = {UINT64_MAX / 10 + 1, UINT64_MAX / 100 + 1,
-                                                  UINT64_MAX / 1000 + 1};
+constexpr std::array<uint64_t, 3> kTenths = {UINT64_MAX / 10 + 1, UINT64_MAX / 100 + 1,
+                                             UINT64_MAX / 1000 + 1};
 
 struct Fixed {
-  std::uint32_t integer;
-  std::uint64_t fraction;  // of 2^64
+  uint32_t integer;
+  uint64_t fraction;  // of 2^64
 };
 
 // False where the number does not fit.
-bool to_fixed(std::uint64_t double_bits, Fixed& fixed) {
+bool to_fixed(uint64_t double_bits, Fixed& fixed) {
   constexpr unsigned kBias = 1023;
   constexpr unsigned kFractionBits = 52;
-  constexpr std::uint64_t kImplicitBit = std::uint64_t{1} << kFractionBits;
-  const std::uint64_t magnitude = double_bits << 1 >> 1;
+  constexpr uint64_t kImplicitBit = uint64_t{1} << kFractionBits;
+  const uint64_t magnitude = double_bits << 1 >> 1;
   if (magnitude == 0) {
     fixed = {0, 0};
     return true;
   }
   const auto exponent = static_cast<unsigned>(magnitude >> kFractionBits);
   if (exponent < kBias - 11 || exponent >= kBias + 32) return false;
-  const std::uint64_t significand = (magnitude & (kImplicitBit - 1)) | kImplicitBit;
+  const uint64_t significand = (magnitude & (kImplicitBit - 1)) | kImplicitBit;
   const unsigned below_point = kFractionBits + kBias - exponent;  // bits, 21 to 63
-  fixed.integer = static_cast<std::uint32_t>(significand >> below_point);
+  fixed.integer = static_cast<uint32_t>(significand >> below_point);
   fixed.fraction = significand << (64 - below_point);
   return true;
 }
 
 // The first `decimals` decimal places of a number, rounded; the integer takes a carry.
 struct Rounded {
-  std::uint64_t integer;
-  std::uint32_t places;
+  uint64_t integer;
+  uint32_t places;
 };
 
 Rounded rounded(const Fixed& fixed, unsigned decimals) {
-  const std::uint32_t power = kPowersOfTen[decimals];
-  const std::uint64_t low = (fixed.fraction & UINT32_MAX) * power;
-  const std::uint64_t high = (fixed.fraction >> 32) * power + (low >> 32);
-  Rounded result = {fixed.integer, static_cast<std::uint32_t>(high >> 32)};
-  const std::uint64_t rest = high << 32 | (low & UINT32_MAX);
-  constexpr std::uint64_t kHalf = std::uint64_t{1} << 63;
-  const std::uint32_t last = decimals == 0 ? fixed.integer : result.places;
+  const uint32_t power = kPowersOfTen[decimals];
+  const uint64_t low = (fixed.fraction & UINT32_MAX) * power;
+  const uint64_t high = (fixed.fraction >> 32) * power + (low >> 32);
+  Rounded result = {fixed.integer, static_cast<uint32_t>(high >> 32)};
+  const uint64_t rest = high << 32 | (low & UINT32_MAX);
+  constexpr uint64_t kHalf = uint64_t{1} << 63;
+  const uint32_t last = decimals == 0 ? fixed.integer : result.places;
   if (rest < kHalf || (rest == kHalf && last % 2 == 0)) return result;
   if (++result.places == power) {
     result.places = 0;
@@ -101,7 +101,7 @@ bool has_plain_point() {
   return point[0] == '.' && point[1] == '\0';
 }
 
-char* spell_places(char* out, std::uint32_t places, unsigned decimals) {
+char* spell_places(char* out, uint32_t places, unsigned decimals) {
   for (char* digit = out + decimals; digit != out; places /= 10) {
     *--digit = static_cast<char>('0' + places % 10);
   }
@@ -110,7 +110,7 @@ char* spell_places(char* out, std::uint32_t places, unsigned decimals) {
 
 }  // namespace
 
-char* groundwork::spell_double(char* out, std::uint64_t double_bits, unsigned precision,
+char* groundwork::spell_double(char* out, uint64_t double_bits, unsigned precision,
                                bool general) {
   Fixed fixed;
   if (!to_fixed(double_bits, fixed)) return nullptr;
@@ -127,7 +127,7 @@ char* groundwork::spell_double(char* out, std::uint64_t double_bits, unsigned pr
     for (; decimals > 0 && places % 10 == 0; --decimals) places /= 10;
   }
   if (integer > UINT32_MAX) return nullptr;
-  out = std::to_chars(out, out + 10, static_cast<std::uint32_t>(integer)).ptr;
+  out = std::to_chars(out, out + 10, static_cast<uint32_t>(integer)).ptr;
   if (decimals == 0) return out;
   *out = '.';
   return spell_places(out + 1, places, decimals);

@@ -17,7 +17,7 @@ constexpr unsigned kLongestDouble = 20;
 // is the system formatter's business: large and tiny numbers, infinities and NaN,
 // exponents, more than nine digits after the point, a decimal point that is not ".", and
 // every rounding mode but to the nearest.
-char* spell_double(char* out, std::uint64_t double_bits, unsigned precision, bool general);
+char* spell_double(char* out, uint64_t double_bits, unsigned precision, bool general);
 
 }  // namespace groundwork
 

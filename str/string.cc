@@ -22,7 +22,7 @@ bool is_space(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-char* copy_of(const char* text, std::size_t length) {
+char* copy_of(const char* text, size_t length) {
   auto* const copy = static_cast<char*>(std::malloc(length + 1));
   if (copy == nullptr) [[unlikely]]
     return nullptr;
@@ -39,12 +39,12 @@ class StringVector {
   StringVector(const StringVector&) = delete;
   StringVector& operator=(const StringVector&) = delete;
   ~StringVector() {
-    for (std::size_t i = 0; i < count_; ++i) std::free(strings_[i]);
+    for (size_t i = 0; i < count_; ++i) std::free(strings_[i]);
     if (strings_ != first_) std::free(strings_);
   }
 
   // Appends a copy; false, with nothing changed, when memory is exhausted.
-  bool append(const char* text, std::size_t length) {
+  bool append(const char* text, size_t length) {
     if (count_ == slots_ && !grow(2 * slots_)) return false;
     char* const copy = copy_of(text, length);
     if (copy == nullptr) [[unlikely]]
@@ -62,9 +62,9 @@ class StringVector {
   }
 
  private:
-  static constexpr std::size_t kFirstSlots = 32;
+  static constexpr size_t kFirstSlots = 32;
 
-  bool grow(std::size_t slots) {
+  bool grow(size_t slots) {
     char** const former = strings_ == first_ ? nullptr : strings_;
     auto* const grown = static_cast<char**>(std::realloc(former, slots * sizeof(char*)));
     if (grown == nullptr) [[unlikely]]
@@ -77,8 +77,8 @@ class StringVector {
 
   char* first_[kFirstSlots];  // the first count_ are set
   char** strings_ = first_;
-  std::size_t count_ = 0;
-  std::size_t slots_ = kFirstSlots;
+  size_t count_ = 0;
+  size_t slots_ = kFirstSlots;
 };
 
 // Where the first `delim` in `text` begins; the end of `text` when there is none.
@@ -106,7 +106,7 @@ extern "C" char* g_strchug(char* str) {
 extern "C" char* g_strchomp(char* str) {
   CHECK_ARG(str != NULL, nullptr);
   // Kept: every whitespace byte becomes a NUL, not only the first one of them.
-  for (std::size_t length = std::strlen(str); length > 0 && is_space(str[length - 1]);) {
+  for (size_t length = std::strlen(str); length > 0 && is_space(str[length - 1]);) {
     str[--length] = '\0';
   }
   return str;
@@ -119,12 +119,12 @@ extern "C" char** g_strsplit(const char* str, const char* delim, int max_tokens)
 
   StringVector pieces;
   if (*str == '\0') return pieces.release();
-  const std::size_t delim_length = std::strlen(delim);
-  std::size_t splits = max_tokens < 1 ? SIZE_MAX : static_cast<std::size_t>(max_tokens) - 1;
+  const size_t delim_length = std::strlen(delim);
+  size_t splits = max_tokens < 1 ? SIZE_MAX : static_cast<size_t>(max_tokens) - 1;
   for (const char* cursor = str;; --splits) {
     const char* const end =
         splits > 0 ? find_delimiter(cursor, delim) : cursor + std::strlen(cursor);
-    if (!pieces.append(cursor, static_cast<std::size_t>(end - cursor))) return nullptr;
+    if (!pieces.append(cursor, static_cast<size_t>(end - cursor))) return nullptr;
     if (*end == '\0') return pieces.release();
     cursor = end + delim_length;
   }
@@ -139,8 +139,8 @@ extern "C" void g_strfreev(char** str_array) {
 extern "C" int g_str_has_suffix(const char* str, const char* suffix) {
   CHECK_ARG(str != NULL, 0);
   CHECK_ARG(suffix != NULL, 0);
-  const std::size_t length = std::strlen(str);
-  const std::size_t suffix_length = std::strlen(suffix);
+  const size_t length = std::strlen(str);
+  const size_t suffix_length = std::strlen(suffix);
   return length >= suffix_length &&
          std::memcmp(str + length - suffix_length, suffix, suffix_length) == 0;
 }
@@ -163,7 +163,7 @@ extern "C" int g_strpack(char* str) {
 }
 
 extern "C" char* g_strncpy(char* dst, const char* src, unsigned len) {
-  const std::size_t length = strnlen(src, len);
+  const size_t length = strnlen(src, len);
   std::memmove(dst, src, length);
   std::memset(dst + length, 0, len - length);
   dst[len] = '\0';

@@ -47,7 +47,7 @@ char** copy_names(struct dirent* const* entries, int found, int filter, int& kep
   };
   kept = static_cast<int>(std::count_if(entries, entries + found, listed));
   // "." and ".." leave room for the terminator, on filesystems that have them.
-  const auto size = static_cast<std::size_t>(std::max(found, kept + 1));
+  const auto size = static_cast<size_t>(std::max(found, kept + 1));
   auto** const names = static_cast<char**>(std::calloc(size, sizeof(char*)));
   if (names == nullptr) [[unlikely]]
     return nullptr;
@@ -87,7 +87,7 @@ void unlink_obstacle(const char* path) {
   char prefix[PATH_MAX];
   if (path[0] == '\0') return;
   prefix[0] = path[0];
-  for (std::size_t length = 1; length < sizeof prefix && path[length] != '\0'; ++length) {
+  for (size_t length = 1; length < sizeof prefix && path[length] != '\0'; ++length) {
     if (path[length] == '/') {
       prefix[length] = '\0';
       DIR* const directory = open_directory(prefix);

@@ -32,12 +32,12 @@ constexpr char kSource[] = "g_file";
 constexpr mode_t kPermissions = 0644;
 
 // Only the low 32 bits of a length reach the system, on every platform.
-std::size_t low_half(int64_t length) {
-  return static_cast<std::uint32_t>(length);
+size_t low_half(int64_t length) {
+  return static_cast<uint32_t>(length);
 }
 
 // As malloc(), with a report.
-void* allocate(std::size_t size, int line) {
+void* allocate(size_t size, int line) {
   void* const block = std::malloc(size);
   if (block == nullptr) [[unlikely]] {
     g_log(G_LOG_WARNING, kSource, line, "failed to allocate %u bytes.",

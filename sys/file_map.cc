@@ -36,8 +36,8 @@ namespace {
 
 constexpr char kSource[] = "g_file";
 
-std::size_t mapped_size(const GFileMap& map) {
-  return static_cast<std::uint32_t>(map.length);
+size_t mapped_size(const GFileMap& map) {
+  return static_cast<uint32_t>(map.length);
 }
 
 int protection_of(int mode) {
@@ -65,7 +65,7 @@ GFileMap* new_map(GFile* file) {
 // Kept: the descriptor's number is the length. Programs unmap the pages after the first
 // themselves, or go on using them.
 void release_mapping(const GFileMap& map) {
-  if (munmap(map.addr, static_cast<std::size_t>(map.file->descriptor)) != 0) {
+  if (munmap(map.addr, static_cast<size_t>(map.file->descriptor)) != 0) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't unmap file - %s", std::strerror(errno));
   }
 }

@@ -25,7 +25,7 @@ struct Visitor {
 };
 
 FileTime time_of(const struct timespec& time) {
-  return {time.tv_sec, static_cast<std::int32_t>(time.tv_nsec)};
+  return {time.tv_sec, static_cast<int32_t>(time.tv_nsec)};
 }
 
 FileStatus status_of(const struct stat& status) {

@@ -10,22 +10,22 @@
 namespace groundwork {
 
 struct FileTime {
-  std::int64_t seconds;
-  std::int32_t nanoseconds;
+  int64_t seconds;
+  int32_t nanoseconds;
 };
 
 // The fields of struct stat64, each wide enough for every target.
 struct FileStatus {
-  std::uint64_t device;
-  std::uint64_t inode;
-  std::uint64_t links;
-  std::uint32_t mode;
-  std::uint32_t user;
-  std::uint32_t group;
-  std::uint64_t special_device;
-  std::int64_t size;
-  std::int64_t block_size;
-  std::int64_t blocks;
+  uint64_t device;
+  uint64_t inode;
+  uint64_t links;
+  uint32_t mode;
+  uint32_t user;
+  uint32_t group;
+  uint64_t special_device;
+  int64_t size;
+  int64_t block_size;
+  int64_t blocks;
   FileTime accessed;
   FileTime modified;
   FileTime changed;

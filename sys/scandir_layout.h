@@ -30,7 +30,7 @@ struct timespec native_time(const groundwork::FileTime& time) {
   using Limits = std::numeric_limits<std::time_t>;
   struct timespec native = {};
   native.tv_sec = static_cast<std::time_t>(
-      std::clamp<std::int64_t>(time.seconds, Limits::min(), Limits::max()));
+      std::clamp<int64_t>(time.seconds, Limits::min(), Limits::max()));
   native.tv_nsec = time.nanoseconds;
   return native;
 }

@@ -27,7 +27,7 @@
 namespace {
 
 constexpr char kSource[] = "g_sys";
-constexpr std::size_t kStackTouched = 65536;
+constexpr size_t kStackTouched = 65536;
 constexpr int kLineSize = 512;  // terminator included; a longer line is read in parts
 
 struct CloseFile {
@@ -45,7 +45,7 @@ using Pieces = std::unique_ptr<char*[], FreeVector>;
 bool has_piece(const Pieces& pieces, int index) {
   if (pieces == nullptr) return false;
   for (int i = 0; i <= index; ++i) {
-    if (pieces[static_cast<std::size_t>(i)] == nullptr) return false;
+    if (pieces[static_cast<size_t>(i)] == nullptr) return false;
   }
   return true;
 }
@@ -73,8 +73,8 @@ bool read_line(const char* path, char (&line)[kLineSize], Predicate is_wanted) {
 }
 
 // A number as a long of 32 bits holds it: one out of range is the nearest in range.
-std::int32_t to_long32(const char* text) {
-  return static_cast<std::int32_t>(
+int32_t to_long32(const char* text) {
+  return static_cast<int32_t>(
       std::clamp<long long>(std::strtoll(text, nullptr, 10), INT32_MIN, INT32_MAX));
 }
 
@@ -104,9 +104,9 @@ extern "C" int g_sys_get_filesystem_usage(const char* path, uint32_t* total_kb,
   const auto signed_size = static_cast<long>(status.f_bsize);  // in musl it has no sign
   if (status.f_blocks == 0 || signed_size <= 0 || status.f_bavail == 0) return -1;
 
-  const auto block_size = static_cast<std::uint64_t>(status.f_bsize);
-  const auto kibibytes = [block_size](std::uint64_t blocks) {
-    return static_cast<std::uint32_t>((blocks * block_size) >> 10);
+  const auto block_size = static_cast<uint64_t>(status.f_bsize);
+  const auto kibibytes = [block_size](uint64_t blocks) {
+    return static_cast<uint32_t>((blocks * block_size) >> 10);
   };
   if (total_kb != nullptr) *total_kb = kibibytes(status.f_blocks);
   if (avail_kb != nullptr) *avail_kb = kibibytes(status.f_bavail);
@@ -126,15 +126,14 @@ extern "C" int g_sys_cpu_load(int cpu) {
   if (!has_piece(fields, 4)) return -1;
 
   // Kept: the sum is taken in 32 bits and wraps, the idle time alone is read in 64.
-  const std::uint64_t idle = std::strtoull(fields[4], nullptr, 10);
-  std::uint32_t sum = 0;  // of user, nice, system and idle
-  for (std::size_t field = 1; field <= 4; ++field) {
-    sum += static_cast<std::uint32_t>(to_long32(fields[field]));
+  const uint64_t idle = std::strtoull(fields[4], nullptr, 10);
+  uint32_t sum = 0;  // of user, nice, system and idle
+  for (size_t field = 1; field <= 4; ++field) {
+    sum += static_cast<uint32_t>(to_long32(fields[field]));
   }
   if (sum == 0) return -1;
   // The signed sum, widened to the unsigned 64 bits that the division is done in.
-  const auto total =
-      static_cast<std::uint64_t>(std::int64_t{static_cast<std::int32_t>(sum)});
+  const auto total = static_cast<uint64_t>(int64_t{static_cast<int32_t>(sum)});
   return static_cast<int>(100 - idle * 100 / total);
 }
 
@@ -148,8 +147,8 @@ extern "C" int g_sys_mem_use(void) {
   if (!has_piece(pieces, 1)) return -1;
 
   char* rest = nullptr;
-  const std::uint64_t total = std::strtoull(pieces[1], &rest, 10);
-  const std::uint64_t used = std::strtoull(rest, nullptr, 10);
+  const uint64_t total = std::strtoull(pieces[1], &rest, 10);
+  const uint64_t used = std::strtoull(rest, nullptr, 10);
   if (total == 0) return -1;
   // Kept: the share that is not used, whatever the name says. The newer form of the file
   // has one number only, which gives 100.

@@ -19,17 +19,17 @@ static_assert(PATH_MAX == 4096);
 
 struct TreeWalk::Level {
   Level* parent;
-  std::size_t path_length;
-  std::size_t next;  // offsets from the block's start: the name to give next,
-  std::size_t end;   // and where the names end; each has its terminator
+  size_t path_length;
+  size_t next;  // offsets from the block's start: the name to give next,
+  size_t end;   // and where the names end; each has its terminator
 };
 
 namespace {
 
 constexpr char kSource[] = "g_dir";
-constexpr std::size_t kFirstSize = 512;
+constexpr size_t kFirstSize = 512;
 
-void report_shortage(std::size_t size) {
+void report_shortage(size_t size) {
   g_log(G_LOG_WARNING, kSource, __LINE__, "failed to allocate %u bytes.",
         static_cast<unsigned>(size));
 }
@@ -61,18 +61,18 @@ class TreeWalk::LevelReader {
   }
 
   // How large the block should have become last.
-  std::size_t wanted() const { return wanted_; }
+  size_t wanted() const { return wanted_; }
 
  private:
   bool append(const char* name) {
-    const std::size_t length = std::strlen(name) + 1;
+    const size_t length = std::strlen(name) + 1;
     if (!reserve(level_->end + length)) return false;
     std::memcpy(reinterpret_cast<char*>(level_) + level_->end, name, length);
     level_->end += length;
     return true;
   }
 
-  bool reserve(std::size_t needed) {
+  bool reserve(size_t needed) {
     if (needed <= size_) return true;
     while (wanted_ < needed) wanted_ = wanted_ == 0 ? kFirstSize : 2 * wanted_;
     auto* const grown = static_cast<Level*>(std::realloc(level_, wanted_));
@@ -84,8 +84,8 @@ class TreeWalk::LevelReader {
   }
 
   Level* level_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t wanted_ = 0;
+  size_t size_ = 0;
+  size_t wanted_ = 0;
 };
 
 // Nothing between opendir() and closedir() is a cancellation point that the C library
@@ -116,10 +116,10 @@ const char* TreeWalk::next_name() {
 }
 
 bool TreeWalk::set_entry(const char* name, bool with_slash) {
-  std::size_t length = level_->path_length;
+  size_t length = level_->path_length;
   if (with_slash && length < PATH_MAX - 1) path_[length++] = '/';
-  const std::size_t room = PATH_MAX - 1 - length;
-  const std::size_t count = strnlen(name, room + 1);
+  const size_t room = PATH_MAX - 1 - length;
+  const size_t count = strnlen(name, room + 1);
   const bool fits = count <= room;
   std::memcpy(path_ + length, name, fits ? count : room);
   path_[length + (fits ? count : room)] = '\0';
@@ -141,7 +141,7 @@ bool TreeWalk::at_top() const {
   return level_->parent == nullptr;
 }
 
-std::size_t TreeWalk::directory_length() const {
+size_t TreeWalk::directory_length() const {
   return level_->path_length;
 }
 

@@ -45,8 +45,8 @@ class TreeWalk {
 
   // The directory is the one that the walk began with.
   bool at_top() const;
-  bool ends_with_slash() const;          // the directory's path
-  std::size_t directory_length() const;  // of the directory's path, which begins path()
+  bool ends_with_slash() const;     // the directory's path
+  size_t directory_length() const;  // of the directory's path, which begins path()
   const char* path() const { return path_; }
 
   // Cleanup for pthread_cleanup_push(): frees what a cancelled walk holds.

@@ -9,8 +9,8 @@ namespace {
 constexpr auto relaxed = std::memory_order_relaxed;
 
 // Only ever equal to what the calling thread stored itself.
-std::uintptr_t own_id() {
-  return (std::uintptr_t)pthread_self();  // a number here and a pointer there
+uintptr_t own_id() {
+  return (uintptr_t)pthread_self();  // a number here and a pointer there
 }
 
 }  // namespace

@@ -20,8 +20,8 @@ namespace groundwork {
 struct ForkSafeMutex {
   GMutex mutex = {PTHREAD_MUTEX_INITIALIZER};
   std::atomic<bool> is_registered{false};
-  std::atomic<std::uintptr_t> forking_thread{0};  // 0 for none
-  unsigned forks = 0;                             // begun by that thread
+  std::atomic<uintptr_t> forking_thread{0};  // 0 for none
+  unsigned forks = 0;                        // begun by that thread
 };
 
 // Registers the handlers of a mutex with pthread_atfork(). To be called without the mutex

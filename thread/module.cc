@@ -15,7 +15,7 @@ constinit GHash* registry = nullptr;
 
 // Ids are keys themselves, also 0 and negative ones.
 void* key_of(int module) {
-  return reinterpret_cast<void*>(static_cast<std::intptr_t>(module));
+  return reinterpret_cast<void*>(static_cast<intptr_t>(module));
 }
 
 void free_list(void*, void* list) {

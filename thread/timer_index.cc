@@ -10,27 +10,27 @@ using namespace groundwork;
 
 namespace {
 
-constexpr std::size_t kWalked = 64;  // so many timers do without
+constexpr size_t kWalked = 64;  // so many timers do without
 
 }  // namespace
 
-std::size_t TimerIndex::home_of(const GTimerEntry* timer) const {
+size_t TimerIndex::home_of(const GTimerEntry* timer) const {
   // The allocator's alignment leaves the low bits alike; the product mixes upwards.
-  const auto address = static_cast<uint32_t>(reinterpret_cast<std::uintptr_t>(timer) >> 3);
+  const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(timer) >> 3);
   const uint32_t mixed = address * 0x9e3779b1u;
   return (mixed ^ mixed >> 15) & mask_;
 }
 
 // The timer's slot, or the free one where it would be.
 TimerIndex::Slot& TimerIndex::slot_of(const GTimerEntry* timer) const {
-  std::size_t at = home_of(timer);
+  size_t at = home_of(timer);
   while (slots_[at].timer != nullptr && slots_[at].timer != timer) at = (at + 1) & mask_;
   return slots_[at];
 }
 
-bool TimerIndex::build(GTimerEntry* first, std::size_t count) {
+bool TimerIndex::build(GTimerEntry* first, size_t count) {
   clear();
-  std::size_t size = 4 * kWalked;
+  size_t size = 4 * kWalked;
   while (size < 2 * count) size *= 2;
   slots_ = static_cast<Slot*>(std::calloc(size, sizeof(Slot)));
   if (slots_ == nullptr) return false;
@@ -43,7 +43,7 @@ bool TimerIndex::build(GTimerEntry* first, std::size_t count) {
   return true;
 }
 
-void TimerIndex::note_added(GTimerEntry* first, std::size_t count) {
+void TimerIndex::note_added(GTimerEntry* first, size_t count) {
   if (count <= kWalked && slots_ == nullptr) return;
   // At most three quarters full.
   if (slots_ == nullptr || count > mask_ / 4 * 3) {
@@ -60,10 +60,9 @@ void TimerIndex::note_removed(const GTimerEntry* timer, GTimerEntry* before,
   if (after != nullptr) slot_of(after).before = before;
   if (before == nullptr && after == nullptr) return clear();
   // Those behind it that a probe would no longer reach move up.
-  std::size_t free = static_cast<std::size_t>(&slot_of(timer) - slots_);
-  for (std::size_t at = (free + 1) & mask_; slots_[at].timer != nullptr;
-       at = (at + 1) & mask_) {
-    const std::size_t home = home_of(slots_[at].timer);
+  size_t free = static_cast<size_t>(&slot_of(timer) - slots_);
+  for (size_t at = (free + 1) & mask_; slots_[at].timer != nullptr; at = (at + 1) & mask_) {
+    const size_t home = home_of(slots_[at].timer);
     if (((at - home) & mask_) < ((at - free) & mask_)) continue;
     slots_[free] = slots_[at];
     free = at;

@@ -21,7 +21,7 @@ class TimerIndex {
   bool exists() const { return slots_ != nullptr; }
 
   // After a timer became the first of a list, with which that has `count` timers.
-  void note_added(GTimerEntry* first, std::size_t count);
+  void note_added(GTimerEntry* first, size_t count);
 
   // After a timer was taken out of a list, with what came before it and what after it.
   void note_removed(const GTimerEntry* timer, GTimerEntry* before, GTimerEntry* after);
@@ -38,12 +38,12 @@ class TimerIndex {
     GTimerEntry* before;
   };
 
-  std::size_t home_of(const GTimerEntry* timer) const;
+  size_t home_of(const GTimerEntry* timer) const;
   Slot& slot_of(const GTimerEntry* timer) const;
-  bool build(GTimerEntry* first, std::size_t count);
+  bool build(GTimerEntry* first, size_t count);
 
   Slot* slots_ = nullptr;
-  std::size_t mask_ = 0;  // number of slots, a power of two, less one
+  size_t mask_ = 0;  // number of slots, a power of two, less one
 };
 
 }  // namespace groundwork

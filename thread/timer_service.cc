@@ -98,7 +98,7 @@ void wake_thread() {
 }
 
 // Not noexcept: a callback's cancellation of its own thread may take effect here.
-void sleep_between_scans(std::uintptr_t number) {
+void sleep_between_scans(uintptr_t number) {
   if (const TimerSleep* const sleep = service.sleep.load(std::memory_order_acquire)) {
     sleep->sleep(number);
   } else {
@@ -216,7 +216,7 @@ void scan() {
 
 // Not noexcept: a callback may be cancelled or leave with pthread_exit().
 void* run_timer(void* arg) {
-  const auto number = reinterpret_cast<std::uintptr_t>(arg);
+  const auto number = reinterpret_cast<uintptr_t>(arg);
   const std::atomic_ref<int> pid(g_timer_pid);
   pid.store(getpid(), relaxed);
   while (service.running.load(std::memory_order_acquire) == number) {

@@ -33,7 +33,7 @@ constexpr int kTimerResolution = 10;  // ms
 // How the service's thread sleeps between two scans, where that is not for the resolution.
 struct TimerSleep {
   // Called by thread number `number`.
-  void (*sleep)(std::uintptr_t number);
+  void (*sleep)(uintptr_t number);
   // After a change of the timers, or of what the thread is to do. The lock is held.
   void (*wake)();
   // In a child of fork(). The lock is held.
@@ -43,7 +43,7 @@ struct TimerSleep {
 struct TimerService {
   ForkSafeMutex lock;
   GTimerEntry* timers = nullptr;  // guarded by lock
-  std::size_t timer_count = 0;    // guarded by lock
+  size_t timer_count = 0;         // guarded by lock
   TimerIndex index;               // guarded by lock
   uint32_t changes = 0;           // guarded by lock; additions, removals and clearings
 
@@ -54,12 +54,12 @@ struct TimerService {
   std::atomic<GThread*> thread{nullptr};  // taken away under lock only, for fork()
   // The number of the thread that is to keep running, 0 for none. A thread that was
   // replaced from its own callback thus ends.
-  std::atomic<std::uintptr_t> running{0};
-  std::uintptr_t last_number = 0;
+  std::atomic<uintptr_t> running{0};
+  uintptr_t last_number = 0;
 
   std::atomic<const TimerSleep*> sleep{nullptr};  // stays once it is set
 };
-static_assert(std::atomic<std::uintptr_t>::is_always_lock_free &&
+static_assert(std::atomic<uintptr_t>::is_always_lock_free &&
               std::atomic<void*>::is_always_lock_free);
 
 extern TimerService timer_service;

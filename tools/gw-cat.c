@@ -16,8 +16,8 @@
 #include <strings.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -27,8 +27,8 @@ enum { BLOCK_SIZE = 32 * 1024 };
 static const int64_t UNKNOWN = -1;
 
 struct options {
-  const char *name;   /* of the input */
-  const char *output; /* null: standard output */
+  const char* name;   /* of the input */
+  const char* output; /* null: standard output */
   int64_t offset;
   bool lines;
 };
@@ -42,9 +42,9 @@ struct progress {
 
 struct copy {
   URL in;
-  const char *in_name;
+  const char* in_name;
   int out;
-  const char *out_name;
+  const char* out_name;
   int64_t expected; /* bytes that will come, or UNKNOWN */
   bool bounded;     /* `expected` was announced by a server and must be met */
   int64_t done;
@@ -59,8 +59,8 @@ static double now(void) {
   return (double)time.tv_sec + (double)time.tv_nsec / 1e9;
 }
 
-static void format_size(char *text, size_t size, double bytes) {
-  static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+static void format_size(char* text, size_t size, double bytes) {
+  static const char* const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
   size_t unit = 0;
   while (bytes >= 1024 && unit + 1 < sizeof units / sizeof *units) {
     bytes /= 1024;
@@ -69,7 +69,7 @@ static void format_size(char *text, size_t size, double bytes) {
   snprintf(text, size, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
 }
 
-static void format_time(char *text, size_t size, double seconds) {
+static void format_time(char* text, size_t size, double seconds) {
   const double longest = 99 * 3600 + 59 * 60 + 59;
   const int whole = (int)(seconds < longest ? seconds + 0.5 : longest);
   if (whole >= 3600) {
@@ -86,7 +86,7 @@ static int terminal_width(void) {
 }
 
 /* "[=====>    ]" with room for `width` characters between the brackets. */
-static void format_bar(char *text, int width, double fraction) {
+static void format_bar(char* text, int width, double fraction) {
   const int filled = (int)(fraction * width);
   *text++ = '[';
   for (int i = 0; i < width; ++i) {
@@ -98,7 +98,7 @@ static void format_bar(char *text, int width, double fraction) {
 
 /* One line that fills the terminal's width but for the last column, so that it overwrites
  * the former line and never wraps. */
-static void draw(const struct copy *copy, double time, bool last) {
+static void draw(const struct copy* copy, double time, bool last) {
   enum { LONGEST_LINE = 500, LONGEST_BAR = 60, SHORTEST_BAR = 5 };
   const double elapsed = time - copy->progress.start;
   const double rate = elapsed > 0 ? (double)copy->done / elapsed : 0;
@@ -115,7 +115,8 @@ static void draw(const struct copy *copy, double time, bool last) {
     if (fraction > 1) fraction = 1; /* a file that grows meanwhile */
   }
   const bool left = known && !last && rate > 0;
-  format_time(clock, sizeof clock, left ? (1 - fraction) * (double)copy->expected / rate : elapsed);
+  format_time(clock, sizeof clock,
+              left ? (1 - fraction) * (double)copy->expected / rate : elapsed);
 
   char figures[200], bar[LONGEST_BAR + 16] = "";
   snprintf(figures, sizeof figures, "%s%s  %s/s  %s%s", done, total, speed, clock,
@@ -135,7 +136,7 @@ static void draw(const struct copy *copy, double time, bool last) {
   fprintf(stderr, "\r%.*s%*s", width, line, length < width ? width - length : 0, "");
 }
 
-static void show_progress(struct copy *copy, bool last) {
+static void show_progress(struct copy* copy, bool last) {
   if (!copy->progress.shown) return;
   const double time = now();
   if (!last && time < copy->progress.next) return;
@@ -144,7 +145,7 @@ static void show_progress(struct copy *copy, bool last) {
   copy->progress.next = time + 0.1;
 }
 
-static void end_progress(struct copy *copy) {
+static void end_progress(struct copy* copy) {
   if (!copy->progress.line_open) return;
   fputc('\n', stderr);
   copy->progress.line_open = false;
@@ -152,18 +153,18 @@ static void end_progress(struct copy *copy) {
 
 /* ---- Messages ----------------------------------------------------------------------- */
 
-static int failed(const char *name, const char *text) {
+static int failed(const char* name, const char* text) {
   fprintf(stderr, "gw-cat: %s: %s\n", name, text);
   return EXIT_FAILURE;
 }
 
-static int read_failed(struct copy *copy, int32_t code) {
+static int read_failed(struct copy* copy, int32_t code) {
   end_progress(copy);
   return failed(copy->in_name, url_strerror(code));
 }
 
 /* A reader that has gone, as `head`, knows why: nothing is said, as `cat` says nothing. */
-static int write_failed(struct copy *copy) {
+static int write_failed(struct copy* copy) {
   const int error = errno;
   end_progress(copy);
   if (error == EPIPE) return EXIT_FAILURE;
@@ -172,7 +173,7 @@ static int write_failed(struct copy *copy) {
 
 /* ---- Copying ------------------------------------------------------------------------ */
 
-static bool write_all(struct copy *copy, const char *bytes, size_t n) {
+static bool write_all(struct copy* copy, const char* bytes, size_t n) {
   while (n > 0) {
     const ssize_t written = write(copy->out, bytes, n);
     if (written == -1) {
@@ -188,7 +189,7 @@ static bool write_all(struct copy *copy, const char *bytes, size_t n) {
 }
 
 /* Called when no more bytes came. */
-static int finish(struct copy *copy) {
+static int finish(struct copy* copy) {
   show_progress(copy, true);
   end_progress(copy);
   if (copy->bounded && copy->done < copy->expected) {
@@ -202,7 +203,7 @@ static int finish(struct copy *copy) {
 
 /* How many of `room` bytes to ask for. The stream's read limit, which has 31 bits, is
  * lifted each time; the bound is kept here. */
-static int32_t next_request(struct copy *copy, int32_t room) {
+static int32_t next_request(struct copy* copy, int32_t room) {
   url_set_readlimit(copy->in, -1);
   if (copy->bounded && copy->expected - copy->done < room) {
     return (int32_t)(copy->expected - copy->done);
@@ -213,10 +214,10 @@ static int32_t next_request(struct copy *copy, int32_t room) {
 /* Whether the connection of an HTTP stream has failed. A read answers with what came before
  * that, if only 0 bytes, and leaves the error in errno; the next one would find an end. */
 static bool is_broken(URL in) {
-  return in->type == URL_HTTP && ferror(((const URL_http *)in)->stream);
+  return in->type == URL_HTTP && ferror(((const URL_http*)in)->stream);
 }
 
-static int copy_blocks(struct copy *copy) {
+static int copy_blocks(struct copy* copy) {
   static char block[BLOCK_SIZE];
   for (;;) {
     const int32_t n = url_safe_read(copy->in, block, next_request(copy, BLOCK_SIZE));
@@ -230,7 +231,7 @@ static int copy_blocks(struct copy *copy) {
 
 /* Byte by byte, so that no read waits for more than the line, and each line is handed on
  * as soon as it is there. */
-static int copy_lines(struct copy *copy) {
+static int copy_lines(struct copy* copy) {
   static char line[BLOCK_SIZE];
   for (;;) {
     const int32_t room = next_request(copy, BLOCK_SIZE);
@@ -258,13 +259,13 @@ enum { PATIENCE_S = 5 }; /* the library's own for a connection */
 struct server {
   char host[256];
   char port[12];
-  const char *target; /* of the request */
+  const char* target; /* of the request */
 };
 
-static void find_server(const char *url, struct server *server) {
-  const char *const name = url + strlen("http://");
+static void find_server(const char* url, struct server* server) {
+  const char* const name = url + strlen("http://");
   const size_t length = strcspn(name, ":/");
-  const char *const path = name + strcspn(name, "/");
+  const char* const path = name + strcspn(name, "/");
   int port = name[length] == ':' ? atoi(name + length + 1) : 80;
   snprintf(server->host, sizeof server->host, "%.*s", (int)length, name);
   server->target = *path == '/' ? path : "/";
@@ -277,7 +278,7 @@ static void find_server(const char *url, struct server *server) {
 }
 
 /* A blocking connection with a limit on each wait; -1 with errno. */
-static int connect_to(const struct addrinfo *address) {
+static int connect_to(const struct addrinfo* address) {
   const int fd = socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd == -1) return -1;
   const struct timeval patience = {.tv_sec = PATIENCE_S};
@@ -292,15 +293,15 @@ static int connect_to(const struct addrinfo *address) {
 
 /* As the library: the first IPv4 address, or else the first of IPv6. -1 with a text that
  * says why there is no connection. */
-static int connect_again(const struct server *server, char *why, size_t size) {
+static int connect_again(const struct server* server, char* why, size_t size) {
   const struct addrinfo hints = {.ai_family = AF_UNSPEC, .ai_socktype = SOCK_STREAM};
-  struct addrinfo *found = NULL;
+  struct addrinfo* found = NULL;
   const int error = getaddrinfo(server->host, server->port, &hints, &found);
   if (error != 0) {
     snprintf(why, size, "cannot resolve '%s' (%s)", server->host, gai_strerror(error));
     return -1;
   }
-  const struct addrinfo *address = found;
+  const struct addrinfo* address = found;
   while (address != NULL && address->ai_family != AF_INET) address = address->ai_next;
   const int fd = connect_to(address != NULL ? address : found);
   if (fd == -1) {
@@ -312,16 +313,16 @@ static int connect_again(const struct server *server, char *why, size_t size) {
 }
 
 /* Cuts the line end off, and makes what could steer a terminal harmless. */
-static char *clean(char *text) {
+static char* clean(char* text) {
   text[strcspn(text, "\r\n")] = '\0';
-  for (char *c = text; *c != '\0'; ++c) {
+  for (char* c = text; *c != '\0'; ++c) {
     if ((unsigned char)*c < ' ' || *c == 127) *c = '?';
   }
   return text + strspn(text, " ");
 }
 
-static bool is_redirection(const char *status) {
-  static const char *const codes[] = {"301", "302", "303", "307", "308"};
+static bool is_redirection(const char* status) {
+  static const char* const codes[] = {"301", "302", "303", "307", "308"};
   for (size_t i = 0; i < sizeof codes / sizeof *codes; ++i) {
     if (strncmp(status, codes[i], 3) == 0) return true;
   }
@@ -329,24 +330,25 @@ static bool is_redirection(const char *status) {
 }
 
 /* Reads the head of an answer. False when it says no more than is known. */
-static bool explain_answer(FILE *answer, char *why, size_t size) {
+static bool explain_answer(FILE* answer, char* why, size_t size) {
   char status[200], line[4000];
   if (fgets(status, sizeof status, answer) == NULL) return false;
   if (strncmp(status, "HTTP/1.", 7) != 0 || strlen(status) < 12) return false;
-  const char *const code = clean(status + 9);
+  const char* const code = clean(status + 9);
   if (strncmp(code, "200", 3) == 0 || strncmp(code, "206", 3) == 0) return false;
   snprintf(why, size, "the server answered %s", code);
   if (!is_redirection(code)) return true;
   while (fgets(line, sizeof line, answer) != NULL && line[0] != '\r' && line[0] != '\n') {
     if (strncasecmp(line, "Location:", 9) != 0) continue;
-    snprintf(why, size, "redirected to %s (%s), which is not followed", clean(line + 9), code);
+    snprintf(why, size, "redirected to %s (%s), which is not followed", clean(line + 9),
+             code);
     break;
   }
   return true;
 }
 
 /* Asks once more for what was refused. */
-static bool explain_refusal(const struct server *server, int64_t offset, char *why,
+static bool explain_refusal(const struct server* server, int64_t offset, char* why,
                             size_t size) {
   const int fd = connect_again(server, why, size);
   if (fd == -1) return true;
@@ -359,7 +361,7 @@ static bool explain_refusal(const struct server *server, int64_t offset, char *w
   }
   length += snprintf(request + length, sizeof request - (size_t)length,
                      offset > 0 ? "Range: bytes=%" PRId64 "-\r\n\r\n" : "\r\n", offset);
-  FILE *const answer = fdopen(fd, "rb");
+  FILE* const answer = fdopen(fd, "rb");
   bool is_explained = false;
   if (answer == NULL) {
     close(fd);
@@ -371,7 +373,7 @@ static bool explain_refusal(const struct server *server, int64_t offset, char *w
   return is_explained;
 }
 
-static int http_failed(const struct options *options, int32_t code, double waited) {
+static int http_failed(const struct options* options, int32_t code, double waited) {
   char why[5000] = "";
   struct server server;
   find_server(options->name, &server);
@@ -390,9 +392,9 @@ static int http_failed(const struct options *options, int32_t code, double waite
       if (explain_refusal(&server, options->offset, why, sizeof why)) {
         return failed(options->name, why);
       }
-      return failed(options->name,
-                    code == ENOENT ? "the server's answer was neither 200 nor 206"
-                                   : "the server answered 404");
+      return failed(options->name, code == ENOENT
+                                       ? "the server's answer was neither 200 nor 206"
+                                       : "the server answered 404");
     case URLERR_CANT_OPEN:
       return failed(options->name, "the server closed the connection without an answer");
     default:
@@ -414,7 +416,7 @@ static void skip_by_reading(URL in, int64_t offset) {
   }
 }
 
-static void place_file(struct copy *copy, int64_t offset) {
+static void place_file(struct copy* copy, int64_t offset) {
   const int64_t size = copy->in->seek == NULL ? -1 : url_seek(copy->in, 0, SEEK_END);
   if (size == -1 || url_seek(copy->in, offset, SEEK_SET) == -1) {
     skip_by_reading(copy->in, offset);
@@ -423,7 +425,7 @@ static void place_file(struct copy *copy, int64_t offset) {
   }
 }
 
-static void place_http(struct copy *copy, int64_t offset) {
+static void place_http(struct copy* copy, int64_t offset) {
   if (copy->in->readlimit == URL_NO_READLIMIT) return;
   /* The offset was counted in; of both only the low 32 bits. */
   copy->expected = (uint32_t)(copy->in->readlimit - (uint32_t)offset);
@@ -446,7 +448,7 @@ static void restore_standard_error(int saved) {
   close(saved);
 }
 
-static bool open_input(struct copy *copy, const struct options *options) {
+static bool open_input(struct copy* copy, const struct options* options) {
   const int64_t offset = options->offset;
   const bool http = url_check_type(options->name) == URL_HTTP;
   copy->in_name = options->name;
@@ -475,15 +477,15 @@ static bool open_input(struct copy *copy, const struct options *options) {
   return true;
 }
 
-static bool same_file(URL in, const struct stat *out) {
+static bool same_file(URL in, const struct stat* out) {
   struct stat stat;
   return in->type == URL_FILE && S_ISREG(out->st_mode) &&
-         fstat(((const URL_file *)in)->fd, &stat) == 0 && stat.st_dev == out->st_dev &&
+         fstat(((const URL_file*)in)->fd, &stat) == 0 && stat.st_dev == out->st_dev &&
          stat.st_ino == out->st_ino;
 }
 
 /* Opened after the input, so that a failure there leaves the file as it was. */
-static bool open_output(struct copy *copy, const char *path) {
+static bool open_output(struct copy* copy, const char* path) {
   copy->out = STDOUT_FILENO;
   copy->out_name = "standard output";
   if (path != NULL) {
@@ -517,7 +519,7 @@ static void close_input(URL in) {
   if (position != -1) lseek(STDIN_FILENO, position, SEEK_SET);
 }
 
-static int run(const struct options *options) {
+static int run(const struct options* options) {
   struct copy copy = {0};
   if (!open_input(&copy, options)) return EXIT_FAILURE;
   int status = EXIT_FAILURE;
@@ -546,7 +548,7 @@ static const char usage[] =
     "\n"
     "Exit status: 0 when all was written, 1 on failure, 2 for a wrong command line.\n";
 
-static int wrong_usage(const char *format, const char *text) {
+static int wrong_usage(const char* format, const char* text) {
   fputs("gw-cat: ", stderr);
   fprintf(stderr, format, text);
   fputs("; see gw-cat --help\n", stderr);
@@ -554,17 +556,18 @@ static int wrong_usage(const char *format, const char *text) {
 }
 
 /* A decimal number from 0 to `highest`, and nothing else; -1 if it is not. */
-static int64_t parse_number(const char *text, int64_t highest) {
-  char *end = NULL;
+static int64_t parse_number(const char* text, int64_t highest) {
+  char* end = NULL;
   errno = 0;
   const long long value = strtoll(text, &end, 10);
-  if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || value > highest) return -1;
+  if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || value > highest)
+    return -1;
   return value;
 }
 
 /* Cuts the text at its last colon. */
-static bool set_proxy(char *text) {
-  char *const colon = strrchr(text, ':');
+static bool set_proxy(char* text) {
+  char* const colon = strrchr(text, ':');
   if (colon == NULL || colon == text) return false;
   const int64_t port = parse_number(colon + 1, 65535);
   if (port < 1) return false;
@@ -574,7 +577,7 @@ static bool set_proxy(char *text) {
   return true;
 }
 
-static int print(const char *text) {
+static int print(const char* text) {
   if (fputs(text, stdout) == EOF || fflush(stdout) == EOF) {
     if (errno == EPIPE) return EXIT_FAILURE;
     return failed("standard output", strerror(errno));
@@ -582,13 +585,16 @@ static int print(const char *text) {
   return EXIT_SUCCESS;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   enum { OFFSET = 256, LINES, PROXY, AGENT, HELP, VERSION };
-  static const struct option long_options[] = {
-      {"output", required_argument, NULL, 'o'},  {"offset", required_argument, NULL, OFFSET},
-      {"lines", no_argument, NULL, LINES},       {"proxy", required_argument, NULL, PROXY},
-      {"agent", required_argument, NULL, AGENT}, {"help", no_argument, NULL, HELP},
-      {"version", no_argument, NULL, VERSION},   {NULL, 0, NULL, 0}};
+  static const struct option long_options[] = {{"output", required_argument, NULL, 'o'},
+                                               {"offset", required_argument, NULL, OFFSET},
+                                               {"lines", no_argument, NULL, LINES},
+                                               {"proxy", required_argument, NULL, PROXY},
+                                               {"agent", required_argument, NULL, AGENT},
+                                               {"help", no_argument, NULL, HELP},
+                                               {"version", no_argument, NULL, VERSION},
+                                               {NULL, 0, NULL, 0}};
   struct options options = {0};
   int option;
   while ((option = getopt_long(argc, argv, "o:", long_options, NULL)) != -1) {
@@ -622,6 +628,6 @@ int main(int argc, char **argv) {
   }
   options.name = argv[optind];
 
-  url_add_modules(&URL_module_file, &URL_module_http, (URL_module *)NULL);
+  url_add_modules(&URL_module_file, &URL_module_http, (URL_module*)NULL);
   return run(&options);
 }

@@ -26,12 +26,12 @@ enum { EXIT_USAGE = 2 };
 
 /* ---- Messages ----------------------------------------------------------------------- */
 
-static int failed(const char *name, const char *text) {
+static int failed(const char* name, const char* text) {
   fprintf(stderr, "gw-conf: %s: %s\n", name, text);
   return EXIT_FAILURE;
 }
 
-static int wrong_usage(const char *format, const char *text) {
+static int wrong_usage(const char* format, const char* text) {
   fputs("gw-conf: ", stderr);
   fprintf(stderr, format, text);
   fputs("; see gw-conf --help\n", stderr);
@@ -39,7 +39,7 @@ static int wrong_usage(const char *format, const char *text) {
 }
 
 /* What the library logs is said here in one line that names the file and the reason. */
-static int ignore(const char *line, void *arg) {
+static int ignore(const char* line, void* arg) {
   (void)line;
   (void)arg;
   return 0;
@@ -52,10 +52,10 @@ static bool force; /* --force */
 static const char locked[] = "locked by another program";
 
 /* Why a regular file could not be loaded. */
-static int cannot_load(const char *file) {
+static int cannot_load(const char* file) {
   struct flock lock = {.l_type = F_RDLCK, .l_whence = SEEK_SET};
   struct stat status;
-  const char *reason = "cannot be read";
+  const char* reason = "cannot be read";
   const int descriptor = open(file, O_RDONLY | O_CLOEXEC);
   if (descriptor == -1) return failed(file, strerror(errno));
   if (fcntl(descriptor, F_GETLK, &lock) != -1 && lock.l_type != F_UNLCK) {
@@ -68,7 +68,7 @@ static int cannot_load(const char *file) {
 }
 
 /* Null, after a message, when there is nothing to work on. */
-static GConf *open_conf(const char *file, bool may_be_missing) {
+static GConf* open_conf(const char* file, bool may_be_missing) {
   struct stat stat_of_file;
   const bool found = stat(file, &stat_of_file) == 0;
   if (!found && !(may_be_missing && errno == ENOENT)) {
@@ -80,17 +80,18 @@ static GConf *open_conf(const char *file, bool may_be_missing) {
     failed(file, "not a regular file");
     return NULL;
   }
-  GConf *const conf = g_conf_open(file);
+  GConf* const conf = g_conf_open(file);
   if (conf == NULL) cannot_load(file);
   return conf;
 }
 
-static const char *reason_of_failed_save(int error) {
+static const char* reason_of_failed_save(int error) {
   switch (error) {
     case ESTALE:
       return "another program has changed it; --force changes it all the same";
     case EBADMSG:
-      return "there is a NUL byte in it; --force writes it anew, without comments and what follows "
+      return "there is a NUL byte in it; --force writes it anew, without comments and what "
+             "follows "
              "that byte";
     case EINVAL:
       return "what it would hold reads back as something else";
@@ -102,13 +103,13 @@ static const char *reason_of_failed_save(int error) {
 }
 
 /* Saves what has changed, and closes. */
-static int save(GConf *conf) {
+static int save(GConf* conf) {
   int status = EXIT_SUCCESS;
   const int result = g_conf_save(conf, force);
   const int error = errno;
   if (result == 1) {
-    fprintf(stderr, "gw-conf: %s: changed, but a power cut may undo it: %s\n", conf->filename,
-            strerror(error));
+    fprintf(stderr, "gw-conf: %s: changed, but a power cut may undo it: %s\n",
+            conf->filename, strerror(error));
   } else if (result != 0) {
     status = failed(conf->filename, reason_of_failed_save(error));
     conf->dirty = 0; /* or closing would write the file after all */
@@ -119,46 +120,48 @@ static int save(GConf *conf) {
 
 /* ---- get, set, unset, list ---------------------------------------------------------- */
 
-static int get(const char *file, int n, char **arguments) {
-  GConf *const conf = open_conf(file, false);
+static int get(const char* file, int n, char** arguments) {
+  GConf* const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
-  const char *const def = n == 3 ? arguments[2] : NULL;
-  const char *const value = g_conf_read_string(conf, arguments[0], arguments[1], def);
+  const char* const def = n == 3 ? arguments[2] : NULL;
+  const char* const value = g_conf_read_string(conf, arguments[0], arguments[1], def);
   if (value != NULL) printf("%s\n", value);
   g_conf_close(conf);
   return value != NULL ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-static char *trim(char *text) {
+static char* trim(char* text) {
   return g_strchomp(g_strchug(text));
 }
 
 /* Nothing in the file's format is escaped: refuses what would be read as something else. */
-static int set(const char *file, int n, char **arguments) {
-  const char *const section = arguments[0];
-  const char *const key = trim(arguments[1]);
-  const char *const value = trim(arguments[2]);
+static int set(const char* file, int n, char** arguments) {
+  const char* const section = arguments[0];
+  const char* const key = trim(arguments[1]);
+  const char* const value = trim(arguments[2]);
   (void)n;
   if (strpbrk(section, "]\n") != NULL) {
     return wrong_usage("%s", "a section cannot have a \"]\" or a newline in its name");
   }
   if (*key == '#' || *key == '[' || strpbrk(key, "=\n") != NULL) {
-    return wrong_usage("%s", "a key cannot begin with \"#\" or \"[\", nor have a \"=\" or a "
-                             "newline in it");
+    return wrong_usage("%s",
+                       "a key cannot begin with \"#\" or \"[\", nor have a \"=\" or a "
+                       "newline in it");
   }
   if (strchr(value, '\n') != NULL) return wrong_usage("%s", "a value is one line");
 
-  GConf *const conf = open_conf(file, true);
+  GConf* const conf = open_conf(file, true);
   if (conf == NULL) return EXIT_FAILURE;
   g_conf_write_string(conf, section, key, value);
   return save(conf);
 }
 
-static int unset(const char *file, int n, char **arguments) {
-  GConf *const conf = open_conf(file, false);
+static int unset(const char* file, int n, char** arguments) {
+  GConf* const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
-  GConfSection *const section = g_find_section(conf, arguments[0]);
-  const bool found = section != NULL && (n == 1 || g_find_line(section, arguments[1]) != NULL);
+  GConfSection* const section = g_find_section(conf, arguments[0]);
+  const bool found =
+      section != NULL && (n == 1 || g_find_line(section, arguments[1]) != NULL);
   if (n == 1) {
     g_conf_remove_section(conf, arguments[0]);
   } else {
@@ -168,25 +171,25 @@ static int unset(const char *file, int n, char **arguments) {
   return found ? status : EXIT_FAILURE;
 }
 
-static void print_entries(const GConfSection *section) {
-  for (const GList *node = section->entries; node != NULL; node = node->next) {
-    const GConfEntry *const entry = node->data;
+static void print_entries(const GConfSection* section) {
+  for (const GList* node = section->entries; node != NULL; node = node->next) {
+    const GConfEntry* const entry = node->data;
     printf("%s=%s\n", entry->key, entry->value);
   }
 }
 
 /* The whole configuration is shown as g_conf_sync() would write it. */
-static int list(const char *file, int n, char **arguments) {
-  GConf *const conf = open_conf(file, false);
+static int list(const char* file, int n, char** arguments) {
+  GConf* const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
   int status = EXIT_SUCCESS;
   if (n == 1) {
-    const GConfSection *const section = g_find_section(conf, arguments[0]);
+    const GConfSection* const section = g_find_section(conf, arguments[0]);
     if (section != NULL) print_entries(section);
     if (section == NULL) status = EXIT_FAILURE;
   } else {
-    for (const GList *node = conf->sections; node != NULL; node = node->next) {
-      const GConfSection *const section = node->data;
+    for (const GList* node = conf->sections; node != NULL; node = node->next) {
+      const GConfSection* const section = node->data;
       if (section->entries == NULL) continue;
       printf("[%s]\n", section->name);
       print_entries(section);
@@ -201,7 +204,7 @@ static int list(const char *file, int n, char **arguments) {
 
 /* A part of the file's text. */
 struct span {
-  const char *begin;
+  const char* begin;
   size_t size;
 };
 
@@ -212,20 +215,20 @@ struct seen {
 };
 
 struct lint {
-  const char *file;
+  const char* file;
   int line;
   int findings;
   bool out_of_memory;
-  GHash *seen;          /* by name */
-  struct seen *section; /* the current one; null before the first */
+  GHash* seen;          /* by name */
+  struct seen* section; /* the current one; null before the first */
 };
 
-static void forget(void *key, void *value) {
+static void forget(void* key, void* value) {
   (void)key;
   free(value);
 }
 
-G_PRINTF(2, 3) static void finding(struct lint *lint, const char *format, ...) {
+G_PRINTF(2, 3) static void finding(struct lint* lint, const char* format, ...) {
   va_list arguments;
   printf("%s:%d: ", lint->file, lint->line);
   va_start(arguments, format);
@@ -235,7 +238,7 @@ G_PRINTF(2, 3) static void finding(struct lint *lint, const char *format, ...) {
   ++lint->findings;
 }
 
-static struct span between(const char *begin, const char *end) {
+static struct span between(const char* begin, const char* end) {
   const struct span span = {begin, (size_t)(end - begin)};
   return span;
 }
@@ -254,19 +257,20 @@ static int shown(struct span text) {
   return text.size < LONGEST ? (int)text.size : LONGEST;
 }
 
-static char *append_lower(char *to, struct span text) {
-  for (size_t i = 0; i < text.size; ++i) *to++ = (char)tolower((unsigned char)text.begin[i]);
+static char* append_lower(char* to, struct span text) {
+  for (size_t i = 0; i < text.size; ++i)
+    *to++ = (char)tolower((unsigned char)text.begin[i]);
   *to = '\0';
   return to;
 }
 
 /* The record of a section, or of `key` in the section `seen`; a new one has the number of
  * the current line. Null when memory is exhausted. */
-static struct seen *remember(struct lint *lint, const struct seen *section,
+static struct seen* remember(struct lint* lint, const struct seen* section,
                              struct span text) {
   const size_t section_size = section == NULL ? 0 : strlen(section->name);
   const size_t prefix = section == NULL ? 0 : section_size + 1;
-  struct seen *const fresh = malloc(sizeof *fresh + prefix + text.size + 1);
+  struct seen* const fresh = malloc(sizeof *fresh + prefix + text.size + 1);
   if (fresh == NULL) {
     lint->out_of_memory = true;
     return NULL;
@@ -277,15 +281,15 @@ static struct seen *remember(struct lint *lint, const struct seen *section,
   }
   append_lower(fresh->name + prefix, text);
   fresh->line = lint->line;
-  struct seen *const known = g_hash_find(lint->seen, fresh->name);
+  struct seen* const known = g_hash_find(lint->seen, fresh->name);
   if (known == NULL && g_hash_insert(lint->seen, fresh->name, fresh) == 0) return fresh;
   if (known == NULL) lint->out_of_memory = true;
   free(fresh);
   return known;
 }
 
-static void lint_header(struct lint *lint, struct span line) {
-  const char *const close = memchr(line.begin, ']', line.size);
+static void lint_header(struct lint* lint, struct span line) {
+  const char* const close = memchr(line.begin, ']', line.size);
   if (close == NULL) {
     finding(lint, "section header without \"]\" is ignored");
     return;
@@ -293,7 +297,7 @@ static void lint_header(struct lint *lint, struct span line) {
   const struct span name = between(line.begin + 1, close);
   const struct span rest = trimmed(between(close + 1, line.begin + line.size));
   if (rest.size > 0) finding(lint, "text after \"]\" is ignored");
-  struct seen *const section = remember(lint, NULL, name);
+  struct seen* const section = remember(lint, NULL, name);
   if (section == NULL) return;
   if (section->line != lint->line) {
     finding(lint, "section \"%.*s\" continues the one of line %d", shown(name), name.begin,
@@ -302,30 +306,30 @@ static void lint_header(struct lint *lint, struct span line) {
   lint->section = section;
 }
 
-static void lint_key(struct lint *lint, struct span key) {
-  struct seen *const seen = remember(lint, lint->section, key);
+static void lint_key(struct lint* lint, struct span key) {
+  struct seen* const seen = remember(lint, lint->section, key);
   if (seen == NULL || seen->line == lint->line) return;
   finding(lint, "key \"%.*s\" replaces the value of line %d", shown(key), key.begin,
           seen->line);
   seen->line = lint->line;
 }
 
-static const char *kind_of(struct span text) {
-  return *text.begin == '[' ? "indented section header"
+static const char* kind_of(struct span text) {
+  return *text.begin == '['   ? "indented section header"
          : *text.begin == '#' ? "indented comment"
                               : NULL;
 }
 
 /* Only the first character of a line makes it a header or a comment. */
-static void lint_line(struct lint *lint, struct span line) {
+static void lint_line(struct lint* lint, struct span line) {
   const struct span text = trimmed(line);
   if (text.size == 0 || *line.begin == '#') return;
   if (*line.begin == '[') {
     lint_header(lint, line);
     return;
   }
-  const char *const kind = kind_of(text);
-  const char *const equals = memchr(text.begin, '=', text.size);
+  const char* const kind = kind_of(text);
+  const char* const equals = memchr(text.begin, '=', text.size);
   if (kind != NULL && (lint->section == NULL || equals == NULL)) {
     finding(lint, "%s is ignored", kind);
   } else if (lint->section == NULL) {
@@ -341,29 +345,30 @@ static void lint_line(struct lint *lint, struct span line) {
   }
 }
 
-static void lint_text(struct lint *lint, const char *text, size_t size) {
-  const char *const end = text + strnlen(text, size);
-  for (const char *line = text; !lint->out_of_memory;) {
-    const char *newline = memchr(line, '\n', (size_t)(end - line));
+static void lint_text(struct lint* lint, const char* text, size_t size) {
+  const char* const end = text + strnlen(text, size);
+  for (const char* line = text; !lint->out_of_memory;) {
+    const char* newline = memchr(line, '\n', (size_t)(end - line));
     ++lint->line;
     lint_line(lint, between(line, newline == NULL ? end : newline));
     if (newline == NULL) break;
     line = newline + 1;
   }
-  if ((size_t)(end - text) < size) finding(lint, "NUL byte: the rest of the file is ignored");
+  if ((size_t)(end - text) < size)
+    finding(lint, "NUL byte: the rest of the file is ignored");
 }
 
-static int lint(const char *file, int n, char **arguments) {
+static int lint(const char* file, int n, char** arguments) {
   (void)n;
   (void)arguments;
   /* What cannot be loaded need not be looked at. */
-  GConf *const conf = open_conf(file, false);
+  GConf* const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
   g_conf_close(conf);
 
   int64_t size = 0;
   errno = 0;
-  char *const text = g_file_read_buf(file, &size);
+  char* const text = g_file_read_buf(file, &size);
   struct lint lint = {.file = file};
   lint.seen = g_hash_new(64, g_hash_str, g_hash_str_equal, forget);
   if (text != NULL && lint.seen != NULL) lint_text(&lint, text, (size_t)size);
@@ -404,12 +409,12 @@ static const char usage[] =
     "lint found something; 2 for a wrong command line.\n";
 
 struct command {
-  const char *name;
+  const char* name;
   int least, most; /* arguments */
-  int (*run)(const char *file, int n, char **arguments);
+  int (*run)(const char* file, int n, char** arguments);
 };
 
-static const struct command *find_command(const char *name) {
+static const struct command* find_command(const char* name) {
   static const struct command commands[] = {
       {"get", 2, 3, get},   {"set", 3, 3, set},   {"unset", 1, 2, unset},
       {"list", 0, 1, list}, {"lint", 0, 0, lint},
@@ -428,19 +433,21 @@ static int finish(int status) {
   return failed("standard output", strerror(errno));
 }
 
-static int run(int n, char **arguments) {
+static int run(int n, char** arguments) {
   if (n < 2) return wrong_usage("a file and a command are wanted%s", "");
-  const struct command *const command = find_command(arguments[1]);
+  const struct command* const command = find_command(arguments[1]);
   if (command == NULL && find_command(arguments[0]) != NULL) {
     return wrong_usage("the file comes first, then '%s'", arguments[0]);
   }
   if (command == NULL) return wrong_usage("there is no command '%s'", arguments[1]);
-  if (n - 2 < command->least) return wrong_usage("'%s' wants more arguments", command->name);
-  if (n - 2 > command->most) return wrong_usage("too many arguments for '%s'", command->name);
+  if (n - 2 < command->least)
+    return wrong_usage("'%s' wants more arguments", command->name);
+  if (n - 2 > command->most)
+    return wrong_usage("too many arguments for '%s'", command->name);
   return finish(command->run(arguments[0], n - 2, arguments + 2));
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   enum { HELP = 256, VERSION, FORCE };
   static const struct option long_options[] = {{"force", no_argument, NULL, FORCE},
                                                {"help", no_argument, NULL, HELP},

@@ -19,8 +19,8 @@ enum { EXIT_USAGE = 2 };
 
 struct level {
   int number;
-  const char *name;
-  const char *marker; /* null: chosen when no marker exists */
+  const char* name;
+  const char* marker; /* null: chosen when no marker exists */
 };
 
 static const struct level levels[] = {
@@ -33,14 +33,14 @@ static const struct level levels[] = {
 };
 enum { LEVELS = sizeof levels / sizeof *levels };
 
-static int failed(const char *name, const char *text) {
+static int failed(const char* name, const char* text) {
   fprintf(stderr, "gw-log: %s: %s\n", name, text);
   return EXIT_FAILURE;
 }
 
 /* ---- The markers -------------------------------------------------------------------- */
 
-static int ignore_announcement(const char *text, void *arg) {
+static int ignore_announcement(const char* text, void* arg) {
   (void)text;
   (void)arg;
   return 0;
@@ -55,7 +55,7 @@ static int chosen_level(void) {
   return chosen;
 }
 
-static const char *state_of(const char *marker) {
+static const char* state_of(const char* marker) {
   struct stat status;
   if (g_file_exist(marker)) return "present";
   return lstat(marker, &status) == 0 ? "no regular file, does not count" : "absent";
@@ -75,7 +75,7 @@ static int show(void) {
 }
 
 /* Anyone may put a link into /tmp: follows none, and leaves what is there as it is. */
-static bool create_marker(const char *marker) {
+static bool create_marker(const char* marker) {
   if (g_file_exist(marker)) return true;
   const int fd = open(marker, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
   if (fd == -1) {
@@ -86,7 +86,7 @@ static bool create_marker(const char *marker) {
   return true;
 }
 
-static bool remove_marker(const char *marker) {
+static bool remove_marker(const char* marker) {
   if (!g_file_exist(marker) || unlink(marker) == 0 || errno == ENOENT) return true;
   failed(marker, strerror(errno));
   return false;
@@ -94,7 +94,7 @@ static bool remove_marker(const char *marker) {
 
 /* The marker comes before the others go, so that no program which starts meanwhile finds
  * none and falls silent. */
-static int choose(const struct level *wanted) {
+static int choose(const struct level* wanted) {
   if (wanted->marker != NULL && !create_marker(wanted->marker)) return EXIT_FAILURE;
   bool done = true;
   for (int i = 0; i < LEVELS; ++i) {
@@ -122,7 +122,7 @@ static const char usage[] =
     "\n"
     "Exit status: 0 when done, 1 on failure, 2 for a wrong command line.\n";
 
-static const struct level *find_level(const char *text) {
+static const struct level* find_level(const char* text) {
   for (int i = 0; i < LEVELS; ++i) {
     char number[12];
     snprintf(number, sizeof number, "%d", levels[i].number);
@@ -131,9 +131,9 @@ static const struct level *find_level(const char *text) {
   return NULL;
 }
 
-static int run(int n, char **arguments) {
+static int run(int n, char** arguments) {
   if (n == 0) return show();
-  const struct level *const level = n == 1 ? find_level(arguments[0]) : NULL;
+  const struct level* const level = n == 1 ? find_level(arguments[0]) : NULL;
   if (level != NULL) return choose(level);
   if (n > 1) {
     fputs("gw-log: one level is wanted, not several; see gw-log --help\n", stderr);
@@ -152,7 +152,7 @@ static int finish(int status) {
   return status;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   enum { HELP = 256, VERSION };
   static const struct option long_options[] = {{"help", no_argument, NULL, HELP},
                                                {"version", no_argument, NULL, VERSION},

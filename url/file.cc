@@ -30,8 +30,8 @@ constexpr int kStandardInput = 0;
 constexpr int kNoDescriptor = -1;
 
 // The line reader takes pieces of this many bytes from files, near what lines need.
-constexpr std::size_t kSmallestPiece = 256;
-constexpr std::size_t kLargestPiece = 4096;
+constexpr size_t kSmallestPiece = 256;
+constexpr size_t kLargestPiece = 4096;
 
 // Lines of one length in a row that make the next one be expected to have it, too.
 constexpr uint32_t kRecords = 2;
@@ -92,7 +92,7 @@ int32_t file_read(URL url, void* buf, int32_t n) {
     take_from_view(file, buf, count);
     return static_cast<int32_t>(count);
   }
-  const auto count = static_cast<int32_t>(read(file.fd, buf, static_cast<std::size_t>(n)));
+  const auto count = static_cast<int32_t>(read(file.fd, buf, static_cast<size_t>(n)));
   if (count == -1) url_errno = errno;
   return count;
 }
@@ -136,20 +136,20 @@ char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
 }
 
 // The length of the line at the start of `bytes`, its end included; 0 when it goes on.
-std::size_t line_length(std::string_view bytes) {
-  const std::size_t feed = bytes.find('\n');
+size_t line_length(std::string_view bytes) {
+  const size_t feed = bytes.find('\n');
   const std::string_view line =
       feed == bytes.npos ? bytes : std::string_view{bytes.data(), feed};
-  const std::size_t carriage_return = line.find('\r');
-  const std::size_t end = carriage_return == line.npos ? feed : carriage_return;
+  const size_t carriage_return = line.find('\r');
+  const size_t end = carriage_return == line.npos ? feed : carriage_return;
   return end == bytes.npos ? 0 : end + 1;
 }
 
 // How much to read for the next line. More than it needs, as one read too many costs more
 // than bytes too many; but records of one length are read exactly and need no step back.
-std::size_t first_piece(const FileStream& stream) {
+size_t first_piece(const FileStream& stream) {
   if (stream.repeats >= kRecords && stream.last <= kLargestPiece) return stream.last;
-  const std::size_t expected = std::size_t{stream.longest} + stream.longest / 4;
+  const size_t expected = size_t{stream.longest} + stream.longest / 4;
   return std::clamp(expected, kSmallestPiece, kLargestPiece);
 }
 
@@ -165,20 +165,20 @@ void note_line(FileStream& stream, uint32_t length) {
 char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
   const int fd = stream.file.fd;
   char piece[kLargestPiece];
-  std::size_t size = first_piece(stream);
+  size_t size = first_piece(stream);
   int32_t length = 0;
   while (length < n - 1) {
     const ssize_t count =
-        read(fd, piece, std::min(size, static_cast<std::size_t>(n - 1 - length)));
+        read(fd, piece, std::min(size, static_cast<size_t>(n - 1 - length)));
     if (count == 0) return line_at_end_of_file(buf, length);
     if (count < 0) {
       // It is the next byte that failed, and counts, as it does byte by byte.
       if (ends_line(buf[length++])) break;
       return gets_by_bytes(fd, buf, n, length);
     }
-    const std::string_view bytes(piece, static_cast<std::size_t>(count));
-    const std::size_t end = line_length(bytes);
-    const std::size_t taken = end != 0 ? end : bytes.size();
+    const std::string_view bytes(piece, static_cast<size_t>(count));
+    const size_t end = line_length(bytes);
+    const size_t taken = end != 0 ? end : bytes.size();
     std::memcpy(buf + length, piece, taken);
     length += static_cast<int32_t>(taken);
     if (end == 0) {
@@ -261,9 +261,9 @@ void file_close(URL url) {
 
 // The length of a leading "file:" in any letter case, 0 without one. Compared as ASCII: in
 // some locales "FILE:" in lower case is another word.
-std::size_t scheme_length(const char* name) {
+size_t scheme_length(const char* name) {
   constexpr std::string_view kScheme = "file:";
-  for (std::size_t i = 0; i < kScheme.size(); ++i) {
+  for (size_t i = 0; i < kScheme.size(); ++i) {
     const char c =
         name[i] >= 'A' && name[i] <= 'Z' ? static_cast<char>(name[i] + 32) : name[i];
     if (c != kScheme[i]) return 0;
@@ -287,20 +287,20 @@ int open_path(const char* name) {
 
 // The next bytes of the file, no more than the read limit leaves; 0 when there are none.
 // Counts them, and the byte that was asked for and is none.
-std::size_t take_piece(FileStream& stream, char* piece, std::size_t size) {
+size_t take_piece(FileStream& stream, char* piece, size_t size) {
   URL_record& common = stream.file.common;
   if (common.nread >= common.readlimit) {
     common.eof = 1;
     return 0;
   }
-  size = std::min(size, std::size_t{common.readlimit - common.nread});
+  size = std::min(size, size_t{common.readlimit - common.nread});
   const ssize_t count = read(stream.file.fd, piece, size);
   common.nread += count > 0 ? static_cast<uint32_t>(count) : 1;
-  return count > 0 ? static_cast<std::size_t>(count) : 0;
+  return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
 // Gives back the last bytes of a piece.
-void give_back(FileStream& stream, std::size_t count) {
+void give_back(FileStream& stream, size_t count) {
   if (count == 0) return;
   stream.file.common.nread -= static_cast<uint32_t>(count);
   lseek(stream.file.fd, -static_cast<off_t>(count), SEEK_CUR);
@@ -318,12 +318,12 @@ bool groundwork::is_read_in_pieces(URL url) {
 int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
   auto& stream = *reinterpret_cast<FileStream*>(url);
   char piece[kLargestPiece];
-  std::size_t size = first_piece(stream);
-  std::size_t consumed = 0;
-  std::size_t length = 0;
-  const auto room = static_cast<std::size_t>(n - 1);
+  size_t size = first_piece(stream);
+  size_t consumed = 0;
+  size_t length = 0;
+  const auto room = static_cast<size_t>(n - 1);
   while (length < room) {
-    const std::size_t count = take_piece(stream, piece, std::min(size, room - length));
+    const size_t count = take_piece(stream, piece, std::min(size, room - length));
     if (count == 0) break;
     std::string_view bytes(piece, count);
     // Empty lines are passed over. Each was at the buffer's start for a moment.
@@ -331,9 +331,9 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
       buf[0] = bytes.front();
       bytes.remove_prefix(1);
     }
-    const std::size_t end = line_length(bytes);
-    const std::size_t taken = end != 0 ? end : bytes.size();
-    const std::size_t left = bytes.size() - taken;
+    const size_t end = line_length(bytes);
+    const size_t taken = end != 0 ? end : bytes.size();
+    const size_t left = bytes.size() - taken;
     std::memcpy(buf + length, bytes.data(), taken);
     length += taken;
     consumed += count - left;

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::size_t kBufferSize = 8192;
+constexpr size_t kBufferSize = 8192;
 
 char expanded[kBufferSize];
 char unexpanded[kBufferSize];
@@ -27,7 +27,7 @@ const char* home_of_environment() {
 
 // The home directory of the user whose name is the `length` characters at `name`; null
 // when there is no such user. Uses `expanded` for the name.
-const char* home_of_user(const char* name, std::size_t length) {
+const char* home_of_user(const char* name, size_t length) {
   length = std::min(length, kBufferSize - 1);
   std::memmove(expanded, name, length);
   expanded[length] = '\0';
@@ -37,8 +37,8 @@ const char* home_of_user(const char* name, std::size_t length) {
 
 // Appends what fits of `text` after the `length` characters in `expanded`; returns the new
 // length.
-std::size_t append(std::size_t length, const char* text) {
-  const std::size_t added = strnlen(text, kBufferSize - 1 - length);
+size_t append(size_t length, const char* text) {
+  const size_t added = strnlen(text, kBufferSize - 1 - length);
   std::memmove(expanded + length, text, added);
   expanded[length + added] = '\0';
   return length + added;
@@ -49,7 +49,7 @@ std::size_t append(std::size_t length, const char* text) {
 extern "C" const char* url_expand_home_dir(const char* path) {
   if (path[0] != '~') return path;
   const char* const name = path + 1;
-  const std::size_t name_length = std::strcspn(name, "/");
+  const size_t name_length = std::strcspn(name, "/");
   const char* home;
   if (*name == '/') {
     home = home_of_environment();
@@ -67,14 +67,14 @@ extern "C" const char* url_unexpand_home_dir(const char* path) {
   if (path[0] != '/') return path;
   const char* const home = home_of_environment();
   if (home == nullptr) return path;
-  std::size_t length = std::strlen(home);
+  size_t length = std::strlen(home);
   if (length == 0 || length >= kBufferSize - 2) return path;
   std::memcpy(unexpanded, home, length);
   if (unexpanded[length - 1] != '/') unexpanded[length++] = '/';
   // With its '/': neither the directory itself nor a longer name is below it.
   if (std::strncmp(path, unexpanded, length) != 0) return path;
   const char* const rest = path + length;
-  const std::size_t rest_length = std::strlen(rest);
+  const size_t rest_length = std::strlen(rest);
   unexpanded[0] = '~';
   unexpanded[1] = '/';
   if (rest_length >= kBufferSize - 3) return path;

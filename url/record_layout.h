@@ -15,9 +15,9 @@
 namespace groundwork {
 
 struct FieldOffset {
-  std::size_t actual;
-  std::size_t with_32_bit_pointers;
-  std::size_t with_64_bit_pointers;
+  size_t actual;
+  size_t with_32_bit_pointers;
+  size_t with_64_bit_pointers;
 };
 
 constexpr FieldOffset kFieldOffsets[] = {

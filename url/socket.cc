@@ -123,8 +123,7 @@ int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
   if (total < held) return total;  // what the socket has comes behind the rest of it
   while (total < n) {
     char* const rest = static_cast<char*>(buf) + total;
-    const ssize_t count =
-        recv(fileno(stream), rest, static_cast<std::size_t>(n - total), 0);
+    const ssize_t count = recv(fileno(stream), rest, static_cast<size_t>(n - total), 0);
     if (count > 0) {
       total += count;
       continue;

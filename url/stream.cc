@@ -32,7 +32,7 @@ char* user_mailaddr = nullptr;
 namespace {
 
 constexpr int32_t kNoByte = -1;
-constexpr std::size_t kScratchSize = 8192;  // modules see it: url_skip() asks for this much
+constexpr size_t kScratchSize = 8192;  // modules see it: url_skip() asks for this much
 
 // The module added last; the list only grows.
 URL_module* url_module_list = nullptr;
@@ -121,7 +121,7 @@ int64_t refuse_to_seek() {
 // A negative size is a request of 2 GiB or more, which no 32-bit heap grants. It is refused
 // here, so that wider heaps and checking allocators answer the same.
 void* allocated(int32_t size) {
-  if (size >= 0) return std::malloc(static_cast<std::size_t>(size));
+  if (size >= 0) return std::malloc(static_cast<size_t>(size));
   errno = ENOMEM;
   return nullptr;
 }
@@ -330,7 +330,7 @@ extern "C" URL alloc_url(int32_t size) {
   }
   *url = URL_record{};
   url->readlimit = URL_NO_READLIMIT;
-  std::memset(url + 1, 0, static_cast<std::size_t>(size - kSmallest));
+  std::memset(url + 1, 0, static_cast<size_t>(size - kSmallest));
   return url;
 }
 

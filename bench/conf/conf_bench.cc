@@ -32,10 +32,10 @@ struct Name {
 };
 
 // Section and key of each line, all in one section when `per_section` is 0.
-std::vector<Name> names_of(std::size_t count, std::size_t per_section) {
+std::vector<Name> names_of(size_t count, size_t per_section) {
   std::vector<Name> names;
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t section = per_section == 0 ? 0 : i / per_section;
+  for (size_t i = 0; i < count; ++i) {
+    const size_t section = per_section == 0 ? 0 : i / per_section;
     names.push_back({"section" + std::to_string(section), "key." + std::to_string(i)});
   }
   return names;
@@ -207,11 +207,11 @@ uint32_t digest_of(const Store& store, const std::vector<Name>& names) {
 
 // Small files are opened several times in an iteration; freeing is not measured.
 template <typename Store>
-void open(State& state, std::size_t per_section) {
+void open(State& state, size_t per_section) {
   const std::vector<Name> names =
-      names_of(static_cast<std::size_t>(state.range(0)), per_section);
+      names_of(static_cast<size_t>(state.range(0)), per_section);
   const TemporaryFile file(text_of(names));
-  const std::size_t repeats = std::max<std::size_t>(1, 2000 / names.size());
+  const size_t repeats = std::max<size_t>(1, 2000 / names.size());
   std::vector<std::unique_ptr<Store>> stores(repeats);
   for (auto _ : state) {
     for (auto& store : stores) store = std::make_unique<Store>(file.path());
@@ -224,8 +224,8 @@ void open(State& state, std::size_t per_section) {
 }
 
 template <typename Store>
-void read(State& state, bool present, std::size_t per_section = 0) {
-  std::vector<Name> names = names_of(static_cast<std::size_t>(state.range(0)), per_section);
+void read(State& state, bool present, size_t per_section = 0) {
+  std::vector<Name> names = names_of(static_cast<size_t>(state.range(0)), per_section);
   const TemporaryFile file(text_of(names));
   const Store store(file.path());
   std::shuffle(names.begin(), names.end(), std::mt19937(1));
@@ -241,7 +241,7 @@ void read(State& state, bool present, std::size_t per_section = 0) {
 // Every value is another than before.
 template <typename Store>
 void change(State& state) {
-  std::vector<Name> names = names_of(static_cast<std::size_t>(state.range(0)), 0);
+  std::vector<Name> names = names_of(static_cast<size_t>(state.range(0)), 0);
   const TemporaryFile file(text_of(names));
   Store store(file.path());
   std::shuffle(names.begin(), names.end(), std::mt19937(1));
@@ -257,7 +257,7 @@ void change(State& state) {
 // One value changes, and the file is written.
 template <typename Store>
 void sync(State& state) {
-  const std::vector<Name> names = names_of(static_cast<std::size_t>(state.range(0)), 0);
+  const std::vector<Name> names = names_of(static_cast<size_t>(state.range(0)), 0);
   const TemporaryFile file(text_of(names));
   Store store(file.path());
   bool odd = false;

@@ -64,7 +64,7 @@ struct KeySet {
   std::vector<typename Type::Key> present;  // the same, in another order
   std::vector<typename Type::Key> absent;
 
-  explicit KeySet(std::size_t count) {
+  explicit KeySet(size_t count) {
     for (uint32_t i = 0; i < count; ++i) stored.push_back(Type::make(i));
     present = stored;
     std::shuffle(present.begin(), present.end(), std::mt19937(1));
@@ -177,8 +177,8 @@ class UnorderedMap {
 // not show; freeing them is not measured.
 template <typename Type, typename Table>
 void insert(State& state) {
-  const KeySet<Type> keys(static_cast<std::size_t>(state.range(0)));
-  const std::size_t repeats = std::max<std::size_t>(1, 10000 / keys.stored.size());
+  const KeySet<Type> keys(static_cast<size_t>(state.range(0)));
+  const size_t repeats = std::max<size_t>(1, 10000 / keys.stored.size());
   uintptr_t sum = 0;
   for (auto _ : state) {
     std::vector<Table> tables(repeats);
@@ -198,7 +198,7 @@ void insert(State& state) {
 
 template <typename Type, typename Table>
 void find(State& state, bool present) {
-  const KeySet<Type> keys(static_cast<std::size_t>(state.range(0)));
+  const KeySet<Type> keys(static_cast<size_t>(state.range(0)));
   Table table;
   uintptr_t value = 0;
   for (const auto& key : keys.stored) table.insert(key, ++value);
@@ -245,7 +245,7 @@ int own_equal(const void* stored, const void* probe) {
 }
 
 void own_miss_ours(State& state) {
-  const KeySet<Strings> keys(static_cast<std::size_t>(state.range(0)));
+  const KeySet<Strings> keys(static_cast<size_t>(state.range(0)));
   GHash* const table = g_hash_new(16, own_hash, own_equal, nullptr);
   for (const auto& key : keys.stored) {
     g_hash_insert(table, const_cast<char*>(key.c_str()), table);
@@ -261,7 +261,7 @@ void own_miss_ours(State& state) {
 
 // The calls alone, the keys in a row.
 void own_miss_calls(State& state) {
-  const KeySet<Strings> keys(static_cast<std::size_t>(state.range(0)));
+  const KeySet<Strings> keys(static_cast<size_t>(state.range(0)));
   std::vector<const char*> stored;
   for (const auto& key : keys.stored) stored.push_back(key.c_str());
   GEqualFunc equal = own_equal;

@@ -31,7 +31,7 @@ Node* new_node(void* data) {
 }
 
 std::vector<uint32_t> elements_of(const State& state) {
-  std::vector<uint32_t> elements(static_cast<std::size_t>(state.range(0)));
+  std::vector<uint32_t> elements(static_cast<size_t>(state.range(0)));
   for (uint32_t i = 0; i < elements.size(); ++i) elements[i] = i + 1;
   return elements;
 }
@@ -40,7 +40,7 @@ std::vector<uint32_t> elements_of(const State& state) {
 class OurList {
  public:
   explicit OurList(std::vector<uint32_t>& elements) {
-    for (std::size_t i = elements.size(); i > 0; --i) {
+    for (size_t i = elements.size(); i > 0; --i) {
       head = g_list_prepend(head, &elements[i - 1]);
     }
   }

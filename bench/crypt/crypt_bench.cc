@@ -26,7 +26,7 @@ namespace {
 
 using Block = std::array<unsigned char, 8>;
 
-constexpr std::size_t kKeys = 1024;
+constexpr size_t kKeys = 1024;
 
 std::vector<Block> random_keys() {
   std::mt19937 random(1);
@@ -119,7 +119,7 @@ void encrypt(State& state, std::vector<Block> keys, bool changing, bool there_an
     if (there_and_back) cipher.decrypt(block);
     add(digest, block);
   }
-  std::size_t at = 0;
+  size_t at = 0;
   for (auto _ : state) {
     cipher.use(keys[at]);
     cipher.encrypt(block);
@@ -146,7 +146,7 @@ void register_ciphers() {
 
 // --- Base64: encoders and decoders fill `out` and return how many bytes they made ---
 
-std::vector<unsigned char> random_bytes(std::size_t size) {
+std::vector<unsigned char> random_bytes(size_t size) {
   std::mt19937 random(2);
   std::vector<unsigned char> bytes(size);
   for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random());
@@ -157,7 +157,7 @@ std::vector<char> base64_of(const std::vector<unsigned char>& bytes) {
   std::vector<char> text(bytes.size() / 3 * 4 + 5);
   const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
                                      bytes.data(), static_cast<int>(bytes.size()));
-  text.resize(static_cast<std::size_t>(length) + 1);
+  text.resize(static_cast<size_t>(length) + 1);
   return text;
 }
 
@@ -187,7 +187,7 @@ int openssl_decode(const std::vector<char>& text, unsigned char* out) {
 int nettle_decode(const std::vector<char>& text, unsigned char* out) {
   base64_decode_ctx context;
   base64_decode_init(&context);
-  std::size_t length = 0;
+  size_t length = 0;
   base64_decode_update(&context, &length, out, text.size() - 1, text.data());
   return base64_decode_final(&context) != 0 ? static_cast<int>(length) : -1;
 }
@@ -203,7 +203,7 @@ void convert(State& state, const Source& source, Convert run) {
   }
   Digest digest;
   digest.add(std::string_view(reinterpret_cast<const char*>(out.data()),
-                              length < 0 ? 0 : static_cast<std::size_t>(length)));
+                              length < 0 ? 0 : static_cast<size_t>(length)));
   report(state, 1, digest.value());
 }
 

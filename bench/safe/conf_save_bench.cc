@@ -94,7 +94,7 @@ class Replaced {
     std::FILE* const file = std::fopen(path, "r");
     require(file != nullptr, path);
     char piece[4096];
-    for (std::size_t count; (count = std::fread(piece, 1, sizeof piece, file)) > 0;) {
+    for (size_t count; (count = std::fread(piece, 1, sizeof piece, file)) > 0;) {
       text_.append(piece, count);
     }
     std::fclose(file);
@@ -120,8 +120,8 @@ class Replaced {
  private:
   std::string path_, directory_, temporary_, text_;
   std::string texts_[2];
-  std::size_t place_ = 0;
-  std::size_t rest_ = 0;
+  size_t place_ = 0;
+  size_t rest_ = 0;
 };
 
 template <typename Store>

@@ -80,7 +80,7 @@ int replace_bare(const Folder& folder, const std::string& content) {
 template <int (*replace_file)(const Folder&, const std::string&)>
 void replace(State& state) {
   const Folder folder("old");
-  const std::string content(static_cast<std::size_t>(state.range(0)), 'x');
+  const std::string content(static_cast<size_t>(state.range(0)), 'x');
   for (auto _ : state) {
     if (replace_file(folder, content) != 0) std::abort();
   }

@@ -39,7 +39,7 @@ void make_and_free(State& state, Make make) {
 
 template <char* (*copy)(const char*)>
 void duplicate(State& state) {
-  const std::string text(static_cast<std::size_t>(state.range(0)), 'x');
+  const std::string text(static_cast<size_t>(state.range(0)), 'x');
   make_and_free(state, [&text] { return copy(text.c_str()); });
 }
 
@@ -49,7 +49,7 @@ char* libc_strdup(const char* text) {
 
 // The end is found and the bytes are copied, without an allocation.
 void duplicate_floor(State& state) {
-  const std::string text(static_cast<std::size_t>(state.range(0)), 'x');
+  const std::string text(static_cast<size_t>(state.range(0)), 'x');
   std::string room(text.size() + 1, '\0');
   const char* from = text.c_str();
   for (auto _ : state) {
@@ -65,13 +65,13 @@ void duplicate_floor(State& state) {
 // What a program would write: each piece found by strchr and copied, into a vector that
 // doubles.
 char** split_by_strchr(const char* text) {
-  std::size_t room = 8;
-  std::size_t count = 0;
+  size_t room = 8;
+  size_t count = 0;
   char** pieces = static_cast<char**>(std::malloc(room * sizeof(char*)));
   for (bool more = true; more;) {
     const char* const end = std::strchr(text, ',');
-    const std::size_t length =
-        end != nullptr ? static_cast<std::size_t>(end - text) : std::strlen(text);
+    const size_t length =
+        end != nullptr ? static_cast<size_t>(end - text) : std::strlen(text);
     char* const piece = static_cast<char*>(std::malloc(length + 1));
     std::memcpy(piece, text, length);
     piece[length] = '\0';
@@ -132,8 +132,8 @@ void assignment_floor(State& state) {
   make_and_free(state, [&] {
     DoNotOptimize(key);
     DoNotOptimize(value);
-    const std::size_t key_length = std::strlen(key);
-    const std::size_t value_length = std::strlen(value);
+    const size_t key_length = std::strlen(key);
+    const size_t value_length = std::strlen(value);
     char* const text = static_cast<char*>(std::malloc(key_length + value_length + 3));
     std::memcpy(text, key, key_length);
     text[key_length] = '=';

@@ -20,12 +20,12 @@ using namespace groundwork::bench;
 
 namespace {
 
-constexpr std::size_t kCopyBuffer = 8192;  // as g_file_copy() has
+constexpr size_t kCopyBuffer = 8192;  // as g_file_copy() has
 
 // Two files that go with the measurement: one with content, one to copy into.
 class Files {
  public:
-  explicit Files(std::size_t size) {
+  explicit Files(size_t size) {
     char name[] = "/tmp/groundwork-bench-XXXXXX";
     const int fd = mkstemp(name);
     from_ = name;
@@ -80,7 +80,7 @@ char* read_bare(const char* path) {
 
 template <char* (*read_all)(const char*), void (*release)(void*)>
 void read_buf(State& state) {
-  const Files files(static_cast<std::size_t>(state.range(0)));
+  const Files files(static_cast<size_t>(state.range(0)));
   char* const content = read_all(files.from());
   Digest digest;
   digest.add(content);
@@ -100,7 +100,7 @@ int copy_bare(const char* from, const char* to) {
   int result = 0;
   ssize_t count;
   while (result == 0 && (count = read(in, buf, sizeof buf)) > 0) {
-    if (write(out, buf, static_cast<std::size_t>(count)) != count) result = -1;
+    if (write(out, buf, static_cast<size_t>(count)) != count) result = -1;
   }
   close(in);
   close(out);
@@ -109,7 +109,7 @@ int copy_bare(const char* from, const char* to) {
 
 template <int (*copy_file)(const char*, const char*)>
 void copy(State& state) {
-  const Files files(static_cast<std::size_t>(state.range(0)));
+  const Files files(static_cast<size_t>(state.range(0)));
   for (auto _ : state) DoNotOptimize(copy_file(files.from(), files.to()));
   char* const content = read_bare(files.to());
   Digest digest;

@@ -82,7 +82,7 @@ ev_timer timer_of(void (*callback)(struct ev_loop*, ev_timer*, int), double afte
 
 void many_ev(State& state) {
   struct ev_loop* const loop = ev_loop_new(EVFLAG_AUTO);
-  std::vector<ev_timer> timers(static_cast<std::size_t>(state.range(0)),
+  std::vector<ev_timer> timers(static_cast<size_t>(state.range(0)),
                                timer_of(count_ev, kInterval / 1e3, kInterval / 1e3));
   for (ev_timer& timer : timers) ev_timer_start(loop, &timer);
   ev_timer end = timer_of(stop_ev, kSeconds, 0);
@@ -95,7 +95,7 @@ void many_ev(State& state) {
 
 // A sleep, and all callbacks in a row.
 void many_floor(State& state) {
-  std::vector<GTimerCallback> callbacks(static_cast<std::size_t>(state.range(0)), count);
+  std::vector<GTimerCallback> callbacks(static_cast<size_t>(state.range(0)), count);
   fired = 0;
   for (auto _ : state) {
     for (int i = 0; i < kPeriods; ++i) {
@@ -125,9 +125,9 @@ void idle_sleeps(State& state) {
 void replace_ours(State& state) {
   g_start_ticks();
   g_timer_init();
-  std::vector<GTimerEntry*> timers(static_cast<std::size_t>(state.range(0)));
+  std::vector<GTimerEntry*> timers(static_cast<size_t>(state.range(0)));
   for (GTimerEntry*& timer : timers) timer = g_add_timer(1'000'000, count, nullptr);
-  std::size_t oldest = 0;
+  size_t oldest = 0;
   for (auto _ : state) {
     g_remove_timer(timers[oldest]);
     timers[oldest] = g_add_timer(1'000'000, count, nullptr);
@@ -139,10 +139,10 @@ void replace_ours(State& state) {
 
 void replace_ev(State& state) {
   struct ev_loop* const loop = ev_loop_new(EVFLAG_AUTO);
-  std::vector<ev_timer> timers(static_cast<std::size_t>(state.range(0)),
+  std::vector<ev_timer> timers(static_cast<size_t>(state.range(0)),
                                timer_of(count_ev, 1000, 1000));
   for (ev_timer& timer : timers) ev_timer_start(loop, &timer);
-  std::size_t oldest = 0;
+  size_t oldest = 0;
   for (auto _ : state) {
     ev_timer_stop(loop, &timers[oldest]);
     timers[oldest] = timer_of(count_ev, 1000, 1000);

@@ -38,7 +38,7 @@ char buffer[kPiece];
 // A file of lines about as long as asked for, or all of one length.
 class LineFile {
  public:
-  LineFile(std::size_t length, bool records) {
+  LineFile(size_t length, bool records) {
     char name[] = "/tmp/groundwork-bench-XXXXXX";
     const int fd = mkstemp(name);
     path_ = name;
@@ -57,16 +57,16 @@ class LineFile {
   LineFile& operator=(const LineFile&) = delete;
 
   const char* path() const { return path_.c_str(); }
-  const std::vector<std::size_t>& lengths() const { return lengths_; }
+  const std::vector<size_t>& lengths() const { return lengths_; }
 
  private:
   std::string path_;
-  std::vector<std::size_t> lengths_;
+  std::vector<size_t> lengths_;
 };
 
 template <bool records>
 void lines_ours(State& state) {
-  const LineFile file(static_cast<std::size_t>(state.range(0)), records);
+  const LineFile file(static_cast<size_t>(state.range(0)), records);
   const URL url = url_file_open(file.path());
   uint32_t bytes = 0;
   for (auto _ : state) {
@@ -81,12 +81,12 @@ void lines_ours(State& state) {
 // Told beforehand how long each line is.
 template <bool records>
 void lines_bare(State& state) {
-  const LineFile file(static_cast<std::size_t>(state.range(0)), records);
+  const LineFile file(static_cast<size_t>(state.range(0)), records);
   const int fd = open(file.path(), O_RDONLY);
   uint32_t bytes = 0;
   for (auto _ : state) {
     off_t position = 0;
-    for (const std::size_t length : file.lengths()) {
+    for (const size_t length : file.lengths()) {
       position += pread(fd, buffer, length, position);
       lseek(fd, position, SEEK_SET);
     }
@@ -98,10 +98,10 @@ void lines_bare(State& state) {
 
 template <bool records, bool getline_too>
 void lines_stdio(State& state) {
-  const LineFile file(static_cast<std::size_t>(state.range(0)), records);
+  const LineFile file(static_cast<size_t>(state.range(0)), records);
   std::FILE* const stream = std::fopen(file.path(), "r");
   char* line = nullptr;
-  std::size_t room = 0;
+  size_t room = 0;
   uint32_t bytes = 0;
   for (auto _ : state) {
     std::rewind(stream);
@@ -134,12 +134,12 @@ void register_lines(const char* name) {
 
 // --- HTTP ---
 
-bool send_all(int fd, const char* bytes, std::size_t size, int flags) {
+bool send_all(int fd, const char* bytes, size_t size, int flags) {
   while (size > 0) {
     const ssize_t sent = send(fd, bytes, size, flags | MSG_NOSIGNAL);
     if (sent <= 0) return false;
     bytes += sent;
-    size -= static_cast<std::size_t>(sent);
+    size -= static_cast<size_t>(sent);
   }
   return true;
 }
@@ -152,14 +152,14 @@ void serve(int connection) {
     const ssize_t count = recv(connection, request, sizeof request - 1, 0);
     if (count <= 0) return;
     request[count] = '\0';
-    std::size_t left = std::strtoul(request + sizeof "GET /" - 1, nullptr, 10);
+    size_t left = std::strtoul(request + sizeof "GET /" - 1, nullptr, 10);
     const std::string head =
         "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n"
         "Content-Length: " +
         std::to_string(left) + "\r\n\r\n";
     if (!send_all(connection, head.data(), head.size(), MSG_MORE)) return;
     while (left > 0) {
-      const std::size_t piece = left < body.size() ? left : body.size();
+      const size_t piece = left < body.size() ? left : body.size();
       if (!send_all(connection, body.data(), piece, 0)) return;
       left -= piece;
     }
@@ -218,7 +218,7 @@ uint32_t get_ours(const std::string& url) {
   return bytes;
 }
 
-std::size_t take(char* bytes, std::size_t size, std::size_t count, void* sum) {
+size_t take(char* bytes, size_t size, size_t count, void* sum) {
   std::memcpy(buffer, bytes, size * count);
   *static_cast<uint32_t*>(sum) += static_cast<uint32_t>(size * count);
   return size * count;

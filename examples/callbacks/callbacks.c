@@ -1,12 +1,15 @@
 /*
- * Callbacks: parts of a program take part in what another does, and need not know each other.
+ * Callbacks: parts of a program take part in what another does, and need not know each
+ * other.
  *
  *   callbacks LITRES...
  *
  * A pump is asked for some litres at a time.
  *
- * - a callback list holds the checks before it runs: the first that refuses is the last that runs
- * - the module registry holds who wants to know of what, by a number that the program gives out
+ * - a callback list holds the checks before it runs: the first that refuses is the last
+ * that runs
+ * - the module registry holds who wants to know of what, by a number that the program gives
+ * out
  *
  * SPDX-License-Identifier: MIT
  */
@@ -20,18 +23,18 @@ enum { PUMPED = 1, TANK_LOW = 2 };
 
 struct pump {
   int tank;          /* litres */
-  GCallback *checks; /* called with the request */
+  GCallback* checks; /* called with the request */
 };
 
 struct request {
   int litres;
-  const char *refusal; /* set by the check that refuses */
+  const char* refusal; /* set by the check that refuses */
 };
 
-/* ---- Checks: 0 agrees, anything else refuses and ends the round ------------------------ */
+/* ---- Checks: 0 agrees, anything else refuses and ends the round ---------------------- */
 
-static int is_sensible(void *arg, void *data) {
-  struct request *request = arg;
+static int is_sensible(void* arg, void* data) {
+  struct request* request = arg;
 
   (void)data;
   if (request->litres > 0) return 0;
@@ -39,52 +42,52 @@ static int is_sensible(void *arg, void *data) {
   return 1;
 }
 
-static int is_in_the_tank(void *arg, void *data) {
-  struct request *request = arg;
-  const struct pump *pump = data;
+static int is_in_the_tank(void* arg, void* data) {
+  struct request* request = arg;
+  const struct pump* pump = data;
 
   if (request->litres <= pump->tank) return 0;
   request->refusal = "the tank holds less";
   return 1;
 }
 
-/* A function may remove its own entry, the same function with the same data. It must leave the
- * entry after it alone. */
-static int greet(void *arg, void *data) {
-  struct pump *pump = data;
+/* A function may remove its own entry, the same function with the same data. It must leave
+ * the entry after it alone. */
+static int greet(void* arg, void* data) {
+  struct pump* pump = data;
 
   (void)arg;
   printf("the tank holds %d litres\n", pump->tank);
   return g_callback_remove(pump->checks, greet, pump);
 }
 
-/* ---- Who wants to know ------------------------------------------------------------------ */
+/* ---- Who wants to know --------------------------------------------------------------- */
 
-static int show(void *arg, void *data) {
-  const struct request *request = arg;
-  const struct pump *pump = data;
+static int show(void* arg, void* data) {
+  const struct request* request = arg;
+  const struct pump* pump = data;
 
   printf("pumped %d litres, %d are left\n", request->litres, pump->tank);
   return 0;
 }
 
-static int add_up(void *arg, void *data) {
-  const struct request *request = arg;
-  int *total = data;
+static int add_up(void* arg, void* data) {
+  const struct request* request = arg;
+  int* total = data;
 
   *total += request->litres;
   return 0;
 }
 
-static int call_for_water(void *arg, void *data) {
+static int call_for_water(void* arg, void* data) {
   (void)arg;
-  printf("%s: bring water\n", (const char *)data);
+  printf("%s: bring water\n", (const char*)data);
   return 0;
 }
 
-/* ---- The pump knows none of them -------------------------------------------------------- */
+/* ---- The pump knows none of them ----------------------------------------------------- */
 
-static void run(struct pump *pump, int litres) {
+static void run(struct pump* pump, int litres) {
   struct request request = {litres, NULL};
 
   /* -1: one of them has refused. */
@@ -98,7 +101,7 @@ static void run(struct pump *pump, int litres) {
   if (pump->tank < 50) g_module_callback_execute(TANK_LOW, NULL);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   struct pump pump = {120, g_callback_new()};
   int total = 0;
 
@@ -115,7 +118,8 @@ int main(int argc, char **argv) {
 
   g_module_init(); /* once for the process: a second call would lose the first registry */
   g_module_callback_register(PUMPED, show, &pump, 10);
-  g_module_callback_register(PUMPED, add_up, &total, 10); /* equal: in the order of registration */
+  g_module_callback_register(PUMPED, add_up, &total,
+                             10); /* equal: in the order of registration */
   g_module_callback_register(TANK_LOW, call_for_water, "watchman", 10);
 
   for (int i = 1; i < argc; ++i) run(&pump, atoi(argv[i]));

@@ -4,8 +4,8 @@
  *   ciphers KEY TEXT        prints the line
  *   ciphers -d KEY LINE     prints the text
  *
- * The cipher is DES. Its keys are so short that they can be found by trying all of them: use
- * it to understand data that exists, and not to keep anything secret.
+ * The cipher is DES. Its keys are so short that they can be found by trying all of them:
+ * use it to understand data that exists, and not to keep anything secret.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -15,17 +15,17 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* The cipher takes blocks of 8 bytes. Base64 keeps all bytes only if their number is a multiple
- * of 3, or one more. What is a multiple of 24 suits both. */
+/* The cipher takes blocks of 8 bytes. Base64 keeps all bytes only if their number is a
+ * multiple of 3, or one more. What is a multiple of 24 suits both. */
 enum { BLOCK = 8, UNIT = 24 };
 
 struct block {
   unsigned char bytes[BLOCK];
 };
 
-/* g_crypt_d3des_encrypt() reads the bits of each byte of the key in the opposite order. A key
- * that is mirrored once more makes it the DES of everybody else. */
-static struct block make_key(const char *text) {
+/* g_crypt_d3des_encrypt() reads the bits of each byte of the key in the opposite order. A
+ * key that is mirrored once more makes it the DES of everybody else. */
+static struct block make_key(const char* text) {
   struct block key = {{0}};
 
   for (int i = 0; i < BLOCK && text[i] != '\0'; ++i) {
@@ -36,13 +36,13 @@ static struct block make_key(const char *text) {
   return key;
 }
 
-static void mix(struct block *block, const struct block *with) {
+static void mix(struct block* block, const struct block* with) {
   for (int i = 0; i < BLOCK; ++i) block->bytes[i] ^= with->bytes[i];
 }
 
-/* The library does single blocks. Mixing each one with the encrypted one before it keeps equal
- * blocks from looking equal; a real program would begin with a random block. */
-static void encrypt(struct block *blocks, size_t n, const struct block *key) {
+/* The library does single blocks. Mixing each one with the encrypted one before it keeps
+ * equal blocks from looking equal; a real program would begin with a random block. */
+static void encrypt(struct block* blocks, size_t n, const struct block* key) {
   struct block last = {{0}};
 
   for (size_t i = 0; i < n; ++i) {
@@ -52,7 +52,7 @@ static void encrypt(struct block *blocks, size_t n, const struct block *key) {
   }
 }
 
-static void decrypt(struct block *blocks, size_t n, const struct block *key) {
+static void decrypt(struct block* blocks, size_t n, const struct block* key) {
   struct block last = {{0}};
 
   for (size_t i = 0; i < n; ++i) {
@@ -64,11 +64,11 @@ static void decrypt(struct block *blocks, size_t n, const struct block *key) {
   }
 }
 
-static int seal(const char *text, const struct block *key) {
+static int seal(const char* text, const struct block* key) {
   /* At least one zero behind the text: it shows where the text ends. */
   unsigned size = ((unsigned)strlen(text) / UNIT + 1) * UNIT;
-  void *data = g_malloc0(size);
-  char *line = g_malloc(size / 3 * 4 + 1); /* 4 characters for 3 bytes, and a NUL */
+  void* data = g_malloc0(size);
+  char* line = g_malloc(size / 3 * 4 + 1); /* 4 characters for 3 bytes, and a NUL */
   int done = data != NULL && line != NULL;
 
   if (done) {
@@ -82,13 +82,13 @@ static int seal(const char *text, const struct block *key) {
   return done ? 0 : 1;
 }
 
-static int unseal(const char *line, const struct block *key) {
-  char *text = g_malloc((unsigned)strlen(line) / 4 * 3 + 1);
+static int unseal(const char* line, const struct block* key) {
+  char* text = g_malloc((unsigned)strlen(line) / 4 * 3 + 1);
   int size = text == NULL ? -1 : g_crypt_base64_decode(line, text);
   int done = size > 0 && size % UNIT == 0; /* -1 for what is not Base64 */
 
   if (done) {
-    decrypt((struct block *)text, (size_t)size / BLOCK, key);
+    decrypt((struct block*)text, (size_t)size / BLOCK, key);
     done = text[size - 1] == '\0';
   }
   if (done) {
@@ -100,7 +100,7 @@ static int unseal(const char *line, const struct block *key) {
   return done ? 0 : 1;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   int back = argc == 4 && strcmp(argv[1], "-d") == 0;
   struct block key, none = {{0}}, scratch = none;
   int status;

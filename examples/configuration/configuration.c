@@ -15,48 +15,48 @@
 
 /* What the program works with; the callbacks keep it as the configuration has it. */
 struct heating {
-  GConf *conf;
+  GConf* conf;
   int degrees;
   int on;
 };
 
 /* Runs on the thread that wrote a new value, before the write returns. `change->value` is
  * the text as it was written; typed reads give the rest. */
-static int on_change(const GConfChange *change, void *data) {
-  struct heating *heating = data;
+static int on_change(const GConfChange* change, void* data) {
+  struct heating* heating = data;
 
   heating->degrees = g_conf_read_int(heating->conf, "heating", "degrees", 20);
   heating->on = g_conf_read_boolean(heating->conf, "heating", "on", 0);
-  printf("%s.%s is now \"%s\": %d degrees, %s\n", change->section, change->key, change->value,
-         heating->degrees, heating->on ? "on" : "off");
+  printf("%s.%s is now \"%s\": %d degrees, %s\n", change->section, change->key,
+         change->value, heating->degrees, heating->on ? "on" : "off");
   return 0; /* anything else would keep further callbacks of this key from running */
 }
 
-/* A callback may write: here the setting is put back into its bounds, which runs the callbacks
- * of the key once more. */
-static int keep_bounds(const GConfChange *change, void *data) {
-  struct heating *heating = data;
+/* A callback may write: here the setting is put back into its bounds, which runs the
+ * callbacks of the key once more. */
+static int keep_bounds(const GConfChange* change, void* data) {
+  struct heating* heating = data;
 
   if (heating->degrees > 30) g_conf_write_int(heating->conf, "heating", change->key, 30);
   return 0;
 }
 
 /* The records are public, for reading. */
-static void print_all(const GConf *conf) {
-  for (const GList *node = conf->sections; node != NULL; node = node->next) {
-    const GConfSection *section = node->data;
+static void print_all(const GConf* conf) {
+  for (const GList* node = conf->sections; node != NULL; node = node->next) {
+    const GConfSection* section = node->data;
 
-    for (const GList *line = section->entries; line != NULL; line = line->next) {
-      const GConfEntry *entry = line->data;
+    for (const GList* line = section->entries; line != NULL; line = line->next) {
+      const GConfEntry* entry = line->data;
 
       printf("  %s.%s = %s\n", section->name, entry->key, entry->value);
     }
   }
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   struct heating heating = {NULL, 0, 0};
-  GConf *conf;
+  GConf* conf;
 
   if (argc != 2) {
     fprintf(stderr, "usage: configuration FILE\n");
@@ -80,7 +80,7 @@ int main(int argc, char **argv) {
   g_conf_write_int(conf, "heating", "degrees", 22);
   g_conf_write_int(conf, "heating", "degrees", 22); /* no change, no callback */
   g_conf_write_int(conf, "heating", "degrees", 45);
-  g_conf_write_boolean(conf, "heating", "on", 1); /* is stored as "TRUE" */
+  g_conf_write_boolean(conf, "heating", "on", 1);    /* is stored as "TRUE" */
   g_conf_write_string(conf, "heating", "on", "yes"); /* only "TRUE" is true */
 
   /* Strings belong to the configuration and stay valid until their key changes. */
@@ -89,8 +89,8 @@ int main(int argc, char **argv) {
   g_conf_write_string(conf, "count", "scratch", "gone before anybody sees it");
   g_conf_remove_key(conf, "count", "scratch");
 
-  /* Up to here all of it has happened in memory. The file is written as a whole, and only if
-   * something has changed. Comments in it are not kept. */
+  /* Up to here all of it has happened in memory. The file is written as a whole, and only
+   * if something has changed. Comments in it are not kept. */
   g_conf_sync(conf);
   printf("stored:\n");
   print_all(conf);

@@ -19,17 +19,17 @@
 #include <stdlib.h>
 
 struct counter {
-  char *word;
+  char* word;
   int count;
 };
 
 /* ---- The queue: lines that wait ----------------------------------------------------- */
 
-static void read_lines(GQueue *lines) {
+static void read_lines(GQueue* lines) {
   char buffer[1000];
 
   while (fgets(buffer, sizeof buffer, stdin) != NULL) {
-    char *line = g_strdup(g_strchomp(buffer));
+    char* line = g_strdup(g_strchomp(buffer));
 
     if (line != NULL) g_queue_enqueue(lines, line);
   }
@@ -38,13 +38,13 @@ static void read_lines(GQueue *lines) {
 /* ---- The hash table: word to counter ------------------------------------------------ */
 
 /* The table calls it for each pair that is left in it when it is freed. */
-static void free_counter(void *key, void *value) {
+static void free_counter(void* key, void* value) {
   free(key); /* which is the counter's word */
   free(value);
 }
 
-static struct counter *count_word(GHash *words, const char *word) {
-  struct counter *counter = g_hash_find(words, word);
+static struct counter* count_word(GHash* words, const char* word) {
+  struct counter* counter = g_hash_find(words, word);
 
   if (counter == NULL) {
     counter = g_malloc0(sizeof *counter);
@@ -62,7 +62,7 @@ static struct counter *count_word(GHash *words, const char *word) {
 
 /* ---- The ring: the newest few ------------------------------------------------------- */
 
-static void keep_newest(GFifo *newest, struct counter *counter) {
+static void keep_newest(GFifo* newest, struct counter* counter) {
   /* A full ring refuses; whoever wants the newest makes room first. */
   if (g_fifo_full(newest)) g_fifo_get(newest);
   g_fifo_put(newest, counter);
@@ -71,11 +71,11 @@ static void keep_newest(GFifo *newest, struct counter *counter) {
 /* ---- The list: an order of our own -------------------------------------------------- */
 
 /* Most frequent first; among equals the one that came first. */
-static GList *insert_sorted(GList *sorted, struct counter *counter) {
+static GList* insert_sorted(GList* sorted, struct counter* counter) {
   int position = 0;
 
-  for (const GList *node = sorted; node != NULL; node = node->next) {
-    const struct counter *other = node->data;
+  for (const GList* node = sorted; node != NULL; node = node->next) {
+    const struct counter* other = node->data;
 
     if (other->count < counter->count) break;
     ++position;
@@ -83,19 +83,19 @@ static GList *insert_sorted(GList *sorted, struct counter *counter) {
   return g_list_insert_before(sorted, counter, position); /* the head may be a new one */
 }
 
-static void print_counter(void *data, void *user_data) {
-  const struct counter *counter = data;
+static void print_counter(void* data, void* user_data) {
+  const struct counter* counter = data;
 
   fprintf(user_data, "%4d %s\n", counter->count, counter->word);
 }
 
 int main(void) {
-  GQueue *lines = g_queue_new(NULL, NULL);
-  GHash *words = g_hash_new(64, g_hash_str, g_hash_str_equal, free_counter);
-  GFifo *newest = g_fifo_new(3);
-  GList *order = NULL; /* an empty list is a null pointer */
-  GList *sorted = NULL;
-  char *line;
+  GQueue* lines = g_queue_new(NULL, NULL);
+  GHash* words = g_hash_new(64, g_hash_str, g_hash_str_equal, free_counter);
+  GFifo* newest = g_fifo_new(3);
+  GList* order = NULL; /* an empty list is a null pointer */
+  GList* sorted = NULL;
+  char* line;
 
   if (lines == NULL || words == NULL || newest == NULL) return 1;
   read_lines(lines);
@@ -103,10 +103,10 @@ int main(void) {
 
   /* Nothing waits: an empty queue answers null. */
   while ((line = g_queue_dequeue(lines, NULL)) != NULL) {
-    char **pieces = g_strsplit(line, " ", 0); /* two blanks give an empty piece */
+    char** pieces = g_strsplit(line, " ", 0); /* two blanks give an empty piece */
 
-    for (char **piece = pieces; piece != NULL && *piece != NULL; ++piece) {
-      struct counter *counter = **piece == '\0' ? NULL : count_word(words, *piece);
+    for (char** piece = pieces; piece != NULL && *piece != NULL; ++piece) {
+      struct counter* counter = **piece == '\0' ? NULL : count_word(words, *piece);
 
       if (counter == NULL || counter->count > 1) continue;
       keep_newest(newest, counter);
@@ -118,13 +118,13 @@ int main(void) {
   printf("%u different words\n", g_hash_count(words));
 
   order = g_list_reverse(order);
-  for (const GList *node = order; node != NULL; node = node->next) {
+  for (const GList* node = order; node != NULL; node = node->next) {
     sorted = insert_sorted(sorted, node->data);
   }
   g_list_foreach(sorted, print_counter, stdout);
 
   printf("the newest:");
-  while (!g_fifo_empty(newest)) printf(" %s", ((struct counter *)g_fifo_get(newest))->word);
+  while (!g_fifo_empty(newest)) printf(" %s", ((struct counter*)g_fifo_get(newest))->word);
   printf("\n");
 
   g_list_free(sorted); /* the nodes; the counters are the table's */

@@ -1,6 +1,6 @@
 /*
- * Files and directories: keeps the versions of a small log in a folder, looks at it in several
- * ways and clears it away.
+ * Files and directories: keeps the versions of a small log in a folder, looks at it in
+ * several ways and clears it away.
  *
  *   files FOLDER
  *
@@ -17,11 +17,11 @@
 
 /* ---- Writing through a handle -------------------------------------------------------- */
 
-/* Several programs may append to one file: the lock keeps their lines apart. It does not wait;
- * here, one that is taken is a failure. */
-static int append(const char *name, const char *text) {
+/* Several programs may append to one file: the lock keeps their lines apart. It does not
+ * wait; here, one that is taken is a failure. */
+static int append(const char* name, const char* text) {
   int64_t length = (int64_t)strlen(text);
-  GFile *file;
+  GFile* file;
   int done;
 
   g_file_touch(name);          /* creates it if there is none */
@@ -37,62 +37,62 @@ static int append(const char *name, const char *text) {
 /* ---- Reading ------------------------------------------------------------------------- */
 
 /* The whole file at once, with a NUL behind it, so that text can be used as a string. */
-static int count_lines(const char *name) {
+static int count_lines(const char* name) {
   int64_t length = 0;
-  char *text = g_file_read_buf(name, &length);
+  char* text = g_file_read_buf(name, &length);
   int lines = 0;
 
   if (text == NULL) return -1;
-  for (const char *at = text; (at = strchr(at, '\n')) != NULL; ++at) ++lines;
+  for (const char* at = text; (at = strchr(at, '\n')) != NULL; ++at) ++lines;
   free(text);
   return lines;
 }
 
 /* A view of the file itself, without a copy in memory. One page of it: that is how much
  * g_file_unmap() gives back, and a longer view would leave something behind. */
-static void print_first_line(const char *name) {
+static void print_first_line(const char* name) {
   int64_t size = g_file_size(name);
   int64_t page = g_file_map_page_size();
-  void *view = NULL;
-  GFileMap *map;
-  const char *end;
+  void* view = NULL;
+  GFileMap* map;
+  const char* end;
 
   if (size > page) size = page;
   map = g_file_map(name, 0, size, 0, &view);
   if (map == NULL) return;
   end = memchr(view, '\n', (size_t)size);
-  printf("  begins with \"%.*s\"\n", (int)(end == NULL ? size : end - (char *)view),
-         (const char *)view);
+  printf("  begins with \"%.*s\"\n", (int)(end == NULL ? size : end - (char*)view),
+         (const char*)view);
   g_file_unmap(map);
 }
 
 /* ---- Walking ------------------------------------------------------------------------- */
 
-/* Called for each file below the folder; the sum of the results for the files directly in it
- * is the result of the walk. */
-static int count_file(const char *path, const struct stat64 *status, void *data) {
-  int64_t *bytes = data;
+/* Called for each file below the folder; the sum of the results for the files directly in
+ * it is the result of the walk. */
+static int count_file(const char* path, const struct stat64* status, void* data) {
+  int64_t* bytes = data;
 
   (void)status; /* all that stat() tells, for programs that look into it */
   *bytes += g_file_size(path);
   return 1;
 }
 
-static void print_names(const char *folder) {
-  char **names = g_dir_list(folder, 0, NULL); /* 1: directories only, 2: all others */
+static void print_names(const char* folder) {
+  char** names = g_dir_list(folder, 0, NULL); /* 1: directories only, 2: all others */
 
-  for (char **name = names; name != NULL && *name != NULL; ++name) {
+  for (char** name = names; name != NULL && *name != NULL; ++name) {
     printf("  %s\n", *name); /* sorted, and without "." and ".." */
   }
   if (names != NULL) g_dir_list_free(names);
 }
 
 /* A path inside the folder; the caller frees it. */
-static char *inside(const char *folder, const char *name) {
+static char* inside(const char* folder, const char* name) {
   return g_strdup_printf("%s/%s", folder, name);
 }
 
-static int work(const char *folder, const char *current, const char *old) {
+static int work(const char* folder, const char* current, const char* old) {
   int64_t bytes = 0;
   int files;
 
@@ -115,7 +115,7 @@ static int work(const char *folder, const char *current, const char *old) {
   return 0;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   char *folder, *current, *old;
   int status = 1;
 
@@ -124,8 +124,8 @@ int main(int argc, char **argv) {
     return 2;
   }
 
-  /* All parents are created on the way, but the last name only if a "/" follows it. The path
-   * must be writable memory. */
+  /* All parents are created on the way, but the last name only if a "/" follows it. The
+   * path must be writable memory. */
   folder = inside(argv[1], "old/");
   current = inside(argv[1], "today.log");
   old = inside(argv[1], "old/yesterday.log");

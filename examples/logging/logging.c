@@ -3,10 +3,10 @@
  *
  *   logging [LEVEL]
  *
- * A message is printed when its level is at least the threshold. Without LEVEL the threshold
- * comes from the marker files, so that whoever stands before the device chooses it, without a
- * new program and without a setting: `touch /tmp/vk_debug`, or `gw-log debug`, before the start
- * shows everything, and without any marker there is silence.
+ * A message is printed when its level is at least the threshold. Without LEVEL the
+ * threshold comes from the marker files, so that whoever stands before the device chooses
+ * it, without a new program and without a setting: `touch /tmp/vk_debug`, or `gw-log
+ * debug`, before the start shows everything, and without any marker there is silence.
  *
  *   logging 3
  *
@@ -19,8 +19,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-/* Every message says where it comes from. Most programs have a macro for that; the arguments
- * are evaluated in any case, but formatted only if the message is printed. */
+/* Every message says where it comes from. Most programs have a macro for that; the
+ * arguments are evaluated in any case, but formatted only if the message is printed. */
 #define LOG(level, ...) g_log(level, "logging", __LINE__, __VA_ARGS__)
 
 /* ---- A pump that reports as it goes ------------------------------------------------- */
@@ -38,21 +38,21 @@ static int pump(int litres) {
 /* ---- Lines can go elsewhere --------------------------------------------------------- */
 
 struct journal {
-  FILE *file;
+  FILE* file;
   int lines;
 };
 
 /* Gets each line without its newline. Must not log itself: that would come back here. */
-static int to_journal(const char *text, void *arg) {
-  struct journal *journal = arg;
+static int to_journal(const char* text, void* arg) {
+  struct journal* journal = arg;
 
   ++journal->lines;
   return fprintf(journal->file, "journal: %s\n", text);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   struct journal journal = {stdout, 0};
-  char *copy;
+  char* copy;
 
   /* The name stands in front of each line: several programs may share a console. Both are
    * done once, before there are threads. */
@@ -77,7 +77,8 @@ int main(int argc, char **argv) {
   /* From here on the lines go into a journal of our own instead of standard error. */
   g_debug_set_handler(to_journal, &journal);
   pump(400);
-  g_print("%d lines so far", journal.lines); /* whatever the threshold, and without a prefix */
+  g_print("%d lines so far",
+          journal.lines); /* whatever the threshold, and without a prefix */
   g_debug_set_handler(NULL, NULL);
 
   /* 99 is above all levels that are in use. */

@@ -4,17 +4,17 @@
  *   monitor [--for SECONDS]
  *
  * It opens ./monitor.conf (or /etc/monitor.conf), samples CPU, memory and filesystem on a
- * timer, and hands the samples through a queue to a writer thread that appends them to a CSV
- * file. Settings can be changed while it runs, by lines on standard input such as
+ * timer, and hands the samples through a queue to a writer thread that appends them to a
+ * CSV file. Settings can be changed while it runs, by lines on standard input such as
  *
  *   interval 200
  *   path /var
  *   threshold 75
  *
- * and take effect through callbacks, as does an edited monitor.conf after SIGHUP. Comments in that
- * file stay. `touch /tmp/vk_warning` before the start shows warnings. SIGINT, SIGTERM or the end of
- * --for stop it cleanly: every sample is in the CSV file, and the counters in monitor.conf are up
- * to date. The example "chart" draws the CSV file.
+ * and take effect through callbacks, as does an edited monitor.conf after SIGHUP. Comments
+ * in that file stay. `touch /tmp/vk_warning` before the start shows warnings. SIGINT,
+ * SIGTERM or the end of --for stop it cleanly: every sample is in the CSV file, and the
+ * counters in monitor.conf are up to date. The example "chart" draws the CSV file.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -49,21 +49,21 @@ struct sample {
 };
 
 struct monitor {
-  GConf *conf;
-  GQueue *samples;    /* struct sample *, from the timer to the writer */
-  GThreadEvent *news; /* signalled after each sample, and when no more will follow */
-  GMutex *lock;    /* guards the four fields below */
+  GConf* conf;
+  GQueue* samples;    /* struct sample *, from the timer to the writer */
+  GThreadEvent* news; /* signalled after each sample, and when no more will follow */
+  GMutex* lock;       /* guards the four fields below */
   uint32_t interval;
-  char *path;
+  char* path;
   int threshold;
   int finished; /* no sample will follow */
 
-  GFile *csv;
+  GFile* csv;
   int written; /* samples in the CSV file; the writer's, read after it ended */
   int failed;  /* the CSV file could not be written */
   int live;    /* standard output is a terminal */
   int warned;  /* the timer's: the threshold is passed at the moment */
-  unsigned long long busy, total; /* the timer's: the processor's counters at the last sample */
+  unsigned long long busy, total; /* the timer's: the counters at the last sample */
 };
 
 static volatile sig_atomic_t stop_requested, reload_requested;
@@ -78,23 +78,23 @@ static void request_reload(int signal_number) {
   reload_requested = 1;
 }
 
-static uint32_t read_interval(GConf *conf) {
+static uint32_t read_interval(GConf* conf) {
   int interval = g_conf_read_int(conf, SECTION, "interval", 1000);
   return interval < 10 ? 10 : (uint32_t)interval;
 }
 
-static int read_threshold(GConf *conf) {
+static int read_threshold(GConf* conf) {
   return g_conf_read_int(conf, SECTION, "threshold", 90);
 }
 
-static char *read_path(GConf *conf) {
+static char* read_path(GConf* conf) {
   return g_strdup(g_conf_read_string(conf, SECTION, "path", "/"));
 }
 
-/* Follows all three settings. Runs on the thread that wrote one or reloaded the file, before that
- * returns; a setting that the file no longer has comes with the value "". */
-static int on_setting(const GConfChange *change, void *data) {
-  struct monitor *monitor = data;
+/* Follows all three settings. Runs on the thread that wrote one or reloaded the file,
+ * before that returns; a setting that the file no longer has comes with the value "". */
+static int on_setting(const GConfChange* change, void* data) {
+  struct monitor* monitor = data;
 
   g_log(G_LOG_INFORMATION, "monitor", __LINE__, "%s is now %s", change->key, change->value);
   g_thread_mutex_lock(monitor->lock);
@@ -103,7 +103,7 @@ static int on_setting(const GConfChange *change, void *data) {
   } else if (strcmp(change->key, "threshold") == 0) {
     monitor->threshold = read_threshold(monitor->conf);
   } else {
-    char *path = read_path(monitor->conf);
+    char* path = read_path(monitor->conf);
     if (path != NULL) {
       free(monitor->path);
       monitor->path = path;
@@ -113,10 +113,10 @@ static int on_setting(const GConfChange *change, void *data) {
   return 0; /* further callbacks of this key may run */
 }
 
-/* Reads the beginning of a file of the kernel. These report a size of 0, so g_file_read_buf(),
- * which asks for the size, is of no use here. */
-static int read_beginning(const char *name, char *text, size_t size) {
-  GFile *file = g_file_open(name, 0);
+/* Reads the beginning of a file of the kernel. These report a size of 0, so
+ * g_file_read_buf(), which asks for the size, is of no use here. */
+static int read_beginning(const char* name, char* text, size_t size) {
+  GFile* file = g_file_open(name, 0);
   int64_t length = file != NULL ? g_file_read(file, text, (int64_t)size - 1) : -1;
 
   if (file != NULL) g_file_close(file);
@@ -124,15 +124,16 @@ static int read_beginning(const char *name, char *text, size_t size) {
   return length > 0;
 }
 
-/* What the processors did since the last sample, in percent. g_sys_cpu_load() is the average since
- * the machine started, which hardly moves after a day. */
-static int cpu_load(struct monitor *monitor) {
+/* What the processors did since the last sample, in percent. g_sys_cpu_load() is the
+ * average since the machine started, which hardly moves after a day. */
+static int cpu_load(struct monitor* monitor) {
   unsigned long long busy = 0, total = 0, passed;
   char text[1024];
-  char *at = text;
+  char* at = text;
   int field, load = -1;
 
-  if (!read_beginning("/proc/stat", text, sizeof text) || strncmp(text, "cpu ", 4) != 0) return -1;
+  if (!read_beginning("/proc/stat", text, sizeof text) || strncmp(text, "cpu ", 4) != 0)
+    return -1;
   at += 4;
   /* user nice system idle iowait irq softirq steal; the fourth and fifth are not work. */
   for (field = 1; field <= 8; field++) {
@@ -149,8 +150,8 @@ static int cpu_load(struct monitor *monitor) {
   return load;
 }
 
-/* Memory that new programs cannot have, in percent. g_sys_mem_use() reads the lines that kernels
- * before 3.14 wrote, and is 100 with those of today. */
+/* Memory that new programs cannot have, in percent. g_sys_mem_use() reads the lines that
+ * kernels before 3.14 wrote, and is 100 with those of today. */
 static int memory_use(void) {
   static const char total_name[] = "MemTotal:", available_name[] = "MemAvailable:";
   char text[1024];
@@ -173,25 +174,25 @@ static int64_t milliseconds_since_1970(void) {
   return (int64_t)now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
-static void check_threshold(struct monitor *monitor, const struct sample *sample,
-                            const char *path, int threshold) {
+static void check_threshold(struct monitor* monitor, const struct sample* sample,
+                            const char* path, int threshold) {
   int used = sample->total_kb == 0
                  ? 0
                  : (int)(100 - (uint64_t)sample->avail_kb * 100 / sample->total_kb);
   int passed = used >= threshold;
 
   if (passed && !monitor->warned) {
-    g_log(G_LOG_WARNING, "monitor", __LINE__, "%s is %d%% full, the threshold is %d%%", path,
-          used, threshold);
+    g_log(G_LOG_WARNING, "monitor", __LINE__, "%s is %d%% full, the threshold is %d%%",
+          path, used, threshold);
   }
   monitor->warned = passed;
 }
 
 /* Runs on the timer thread; what it returns is the interval it wants next. */
-static uint32_t on_timer(uint32_t interval, void *param) {
-  struct monitor *monitor = param;
-  struct sample *sample = g_malloc0(sizeof *sample);
-  char *path;
+static uint32_t on_timer(uint32_t interval, void* param) {
+  struct monitor* monitor = param;
+  struct sample* sample = g_malloc0(sizeof *sample);
+  char* path;
   int threshold;
 
   if (sample == NULL) return interval; /* reported; try again next time */
@@ -214,8 +215,8 @@ static uint32_t on_timer(uint32_t interval, void *param) {
   free(path);
 
   if (monitor->live) {
-    printf("\rcpu %3d%%  memory %3d%%  free %" PRIu32 " of %" PRIu32 " KiB\033[K", sample->cpu,
-           sample->memory, sample->avail_kb, sample->total_kb);
+    printf("\rcpu %3d%%  memory %3d%%  free %" PRIu32 " of %" PRIu32 " KiB\033[K",
+           sample->cpu, sample->memory, sample->avail_kb, sample->total_kb);
     fflush(stdout);
   }
   g_queue_enqueue(monitor->samples, sample);
@@ -223,14 +224,14 @@ static uint32_t on_timer(uint32_t interval, void *param) {
   return interval;
 }
 
-static int write_text(GFile *file, const char *text) {
+static int write_text(GFile* file, const char* text) {
   return g_file_write(file, text, (int64_t)strlen(text)) == (int64_t)strlen(text);
 }
 
-static void write_sample(struct monitor *monitor, const struct sample *sample) {
-  char *line = g_strdup_printf("%lld,%d,%d,%u,%u,%u,%d\n", (long long)sample->time, sample->cpu,
-                               sample->memory, sample->total_kb, sample->avail_kb,
-                               sample->interval, sample->threshold);
+static void write_sample(struct monitor* monitor, const struct sample* sample) {
+  char* line = g_strdup_printf("%lld,%d,%d,%u,%u,%u,%d\n", (long long)sample->time,
+                               sample->cpu, sample->memory, sample->total_kb,
+                               sample->avail_kb, sample->interval, sample->threshold);
   int ok = line != NULL && write_text(monitor->csv, line);
 
   monitor->written += ok;
@@ -239,12 +240,12 @@ static void write_sample(struct monitor *monitor, const struct sample *sample) {
 }
 
 /* The writer thread. Queues do not wait, so it waits for news. */
-static void *run_writer(void *arg) {
-  struct monitor *monitor = arg;
+static void* run_writer(void* arg) {
+  struct monitor* monitor = arg;
   int finished = 0;
 
   while (!finished) {
-    struct sample *sample;
+    struct sample* sample;
     /* First the ticket: news that come while it looks end the wait. */
     uint32_t ticket = g_thread_event_ticket(monitor->news);
     /* Asked before the queue is emptied: what came before the end is written. */
@@ -261,10 +262,12 @@ static void *run_writer(void *arg) {
 }
 
 /* Opens the CSV file for appending; a new one begins with its header line. */
-static GFile *open_csv(const char *name) {
-  static const char header[] = "time_ms,cpu_percent,memory_percent,total_kb,avail_kb,interval_ms,threshold_percent\n";
+static GFile* open_csv(const char* name) {
+  static const char header[] =
+      "time_ms,cpu_percent,memory_percent,total_kb,avail_kb,interval_ms,threshold_"
+      "percent\n";
   int exists = g_file_exist(name);
-  GFile *file = g_file_open(name, exists ? 1 : 2);
+  GFile* file = g_file_open(name, exists ? 1 : 2);
 
   if (file != NULL && exists) g_file_seek(file, 0, SEEK_END);
   if (file != NULL && !exists) write_text(file, header);
@@ -272,7 +275,7 @@ static GFile *open_csv(const char *name) {
 }
 
 /* Saves what has changed. A file that somebody edits at that moment is left to them. */
-static int save(GConf *conf) {
+static int save(GConf* conf) {
   if (g_conf_save(conf, 0) != -1) return 0;
   g_log(G_LOG_WARNING, "monitor", __LINE__, "can't save '%s' - %s", conf->filename,
         strerror(errno));
@@ -280,8 +283,8 @@ static int save(GConf *conf) {
   return -1;
 }
 
-/* Takes in the edited file. It may be the old one still, or gone: then all stays as it is. */
-static void reload(GConf *conf) {
+/* Takes in the edited file. It may be gone, or still the old one: then nothing changes. */
+static void reload(GConf* conf) {
   int changes = g_conf_reload(conf);
 
   if (changes == -1) {
@@ -293,8 +296,8 @@ static void reload(GConf *conf) {
 }
 
 /* "key value": a write through the configuration, so that the callbacks see it. */
-static void obey(struct monitor *monitor, char *line) {
-  char **words = g_strsplit(g_strchomp(g_strchug(line)), " ", 2);
+static void obey(struct monitor* monitor, char* line) {
+  char** words = g_strsplit(g_strchomp(g_strchug(line)), " ", 2);
 
   if (words != NULL && words[0] != NULL && words[1] != NULL &&
       (strcmp(words[0], "interval") == 0 || strcmp(words[0], "path") == 0 ||
@@ -302,14 +305,15 @@ static void obey(struct monitor *monitor, char *line) {
     g_conf_write_string(monitor->conf, SECTION, words[0], g_strchug(words[1]));
     save(monitor->conf);
   } else if (line[0] != '\0') {
-    fprintf(stderr, "monitor: expected \"interval|path|threshold VALUE\", not \"%s\"\n", line);
+    fprintf(stderr, "monitor: expected \"interval|path|threshold VALUE\", not \"%s\"\n",
+            line);
   }
   if (words != NULL) g_strfreev(words);
 }
 
 /* Obeys lines from standard input until a signal, or until `seconds` have passed (negative:
  * never). At the end of the input it goes on without. */
-static void run(struct monitor *monitor, int seconds) {
+static void run(struct monitor* monitor, int seconds) {
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
   uint32_t start = g_get_ticks();
   char line[512];
@@ -337,8 +341,8 @@ static void run(struct monitor *monitor, int seconds) {
 }
 
 /* Reads the settings, follows their changes and opens the CSV file; 0 when it can start. */
-static int set_up(struct monitor *monitor) {
-  static const char *const followed[] = {"interval", "path", "threshold"};
+static int set_up(struct monitor* monitor) {
+  static const char* const followed[] = {"interval", "path", "threshold"};
   size_t i;
 
   monitor->conf = g_conf_open(NULL);
@@ -347,7 +351,8 @@ static int set_up(struct monitor *monitor) {
   monitor->threshold = read_threshold(monitor->conf);
   monitor->path = read_path(monitor->conf);
   for (i = 0; i < sizeof followed / sizeof followed[0]; i++) {
-    if (g_conf_register_callback(monitor->conf, SECTION, followed[i], on_setting, monitor) != 0)
+    if (g_conf_register_callback(monitor->conf, SECTION, followed[i], on_setting,
+                                 monitor) != 0)
       return -1;
   }
   monitor->csv = open_csv(g_conf_read_string(monitor->conf, SECTION, "csv", "monitor.csv"));
@@ -362,11 +367,11 @@ static int set_up(struct monitor *monitor) {
              : -1;
 }
 
-static void count(GConf *conf, const char *key, int by) {
+static void count(GConf* conf, const char* key, int by) {
   g_conf_write_int(conf, "counters", key, g_conf_read_int(conf, "counters", key, 0) + by);
 }
 
-static void tear_down(struct monitor *monitor) {
+static void tear_down(struct monitor* monitor) {
   if (monitor->csv != NULL) g_file_close(monitor->csv);
   if (monitor->samples != NULL) g_queue_free(monitor->samples);
   if (monitor->news != NULL) g_thread_event_free(monitor->news);
@@ -375,9 +380,9 @@ static void tear_down(struct monitor *monitor) {
   free(monitor->path);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   static struct monitor monitor; /* all zero */
-  GThread *writer = NULL;
+  GThread* writer = NULL;
   int seconds = -1;
 
   if (argc == 3 && strcmp(argv[1], "--for") == 0) {

@@ -8,7 +8,8 @@
  *
  * - the timer service has one thread for all timers; it calls read_sensor() every 20 ms
  * - the adder is a thread of our own, which sleeps until there is something to do
- * - the watchdog is a timeout: a function that is called again and again on a thread of its own
+ * - the watchdog is a timeout: a function that is called again and again on a thread of its
+ * own
  *
  * SPDX-License-Identifier: MIT
  */
@@ -19,18 +20,18 @@
 #include <stdlib.h>
 
 struct plant {
-  GQueue *values;        /* of int *, from the timer to the adder; it locks itself */
-  GThreadEvent *arrived; /* wakes the adder */
+  GQueue* values;        /* of int *, from the timer to the adder; it locks itself */
+  GThreadEvent* arrived; /* wakes the adder */
   int wanted;            /* how many values; not changed once there are threads */
   int made;              /* the timer's alone */
   int seen;              /* the watchdog's alone: what had been added at its last call */
 
-  GMutex *lock; /* guards what follows */
+  GMutex* lock; /* guards what follows */
   int added;
   int sum;
 };
 
-static int count_added(struct plant *plant) {
+static int count_added(struct plant* plant) {
   int added;
 
   g_thread_mutex_lock(plant->lock);
@@ -42,27 +43,27 @@ static int count_added(struct plant *plant) {
 /* ---- On the timer's thread ----------------------------------------------------------- */
 
 /* Short: while it runs, all other timers wait. */
-static uint32_t read_sensor(uint32_t interval, void *param) {
-  struct plant *plant = param;
-  int *value = plant->made < plant->wanted ? g_malloc(sizeof *value) : NULL;
+static uint32_t read_sensor(uint32_t interval, void* param) {
+  struct plant* plant = param;
+  int* value = plant->made < plant->wanted ? g_malloc(sizeof *value) : NULL;
 
   if (value != NULL) {
     *value = ++plant->made;
     g_queue_enqueue(plant->values, value);
   }
-  /* An event remembers nothing: a signal that comes while nobody waits is lost. So this goes
-   * on until the adder has everything, rather than until everything has been sent. */
+  /* An event remembers nothing: a signal that comes while nobody waits is lost. So this
+   * goes on until the adder has everything, rather than until everything has been sent. */
   g_thread_event_signal(plant->arrived);
   return count_added(plant) < plant->wanted ? interval : 0; /* 0 ends the timer */
 }
 
 /* ---- On the adder's thread ----------------------------------------------------------- */
 
-static void *add_up(void *arg) {
-  struct plant *plant = arg;
+static void* add_up(void* arg) {
+  struct plant* plant = arg;
 
   while (count_added(plant) < plant->wanted) {
-    int *value = g_queue_dequeue(plant->values, NULL);
+    int* value = g_queue_dequeue(plant->values, NULL);
 
     if (value == NULL) {
       /* It may return without a signal, too: ask the queue again in any case. */
@@ -82,8 +83,8 @@ static void *add_up(void *arg) {
 
 /* The first call comes at once. Returning 0 would end the watchdog and free it;
  * g_timeout_free() must not follow then. */
-static int watch(void *data) {
-  struct plant *plant = data;
+static int watch(void* data) {
+  struct plant* plant = data;
   int added = count_added(plant);
 
   if (added == plant->seen) {
@@ -93,10 +94,10 @@ static int watch(void *data) {
   return 1;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   struct plant plant = {.wanted = argc > 1 ? atoi(argv[1]) : 10, .seen = -1};
-  GThread *adder;
-  GTimeout *watchdog;
+  GThread* adder;
+  GTimeout* watchdog;
 
   plant.values = g_queue_new(NULL, NULL);
   plant.arrived = g_thread_event_new();

@@ -27,7 +27,7 @@ struct measure {
   size_t length;    /* of all of it */
 };
 
-static void look_at_line(struct measure *measure, const char *line) {
+static void look_at_line(struct measure* measure, const char* line) {
   size_t length = strcspn(line, "\r\n");
 
   ++measure->lines;
@@ -39,20 +39,20 @@ static void look_at_line(struct measure *measure, const char *line) {
 
 /* Lines keep their ends, and one that is longer than the buffer comes in pieces. In files a
  * carriage return ends a line as well. */
-static void read_all(URL url, struct measure *measure) {
+static void read_all(URL url, struct measure* measure) {
   char line[LINE_SIZE] = "";
 
   while (url_gets(url, line, sizeof line) != NULL) {
     look_at_line(measure, line);
-    /* Where the input ends without a newline, one byte of what the buffer held before is left
-     * behind the text: let it be a NUL. */
+    /* Where the input ends without a newline, one byte of what the buffer held before is
+     * left behind the text: let it be a NUL. */
     memset(line, 0, sizeof line);
   }
 }
 
-/* The record of a stream is public, to be read: its type is that of the module that opened it,
- * and what a stream cannot do is a null operation. */
-static const char *describe(URL url) {
+/* The record of a stream is public, to be read: its type is that of the module that opened
+ * it, and what a stream cannot do is a null operation. */
+static const char* describe(URL url) {
   if (url->type == URL_HTTP) return "HTTP";
   return url->seek != NULL ? "file" : "standard input";
 }
@@ -68,7 +68,7 @@ static void print_first_bytes(URL url) {
   if (n > 0) printf("  begins with \"%.*s\"\n", (int)strcspn(begin, "\r\n"), begin);
 }
 
-static int show(const char *name) {
+static int show(const char* name) {
   struct measure measure = {0, 0, "", 0};
   URL url = url_open(name);
 
@@ -78,7 +78,8 @@ static int show(const char *name) {
     return 1;
   }
   read_all(url, &measure);
-  printf("%s: %s, %ld lines, %ld bytes\n", name, describe(url), measure.lines, measure.bytes);
+  printf("%s: %s, %ld lines, %ld bytes\n", name, describe(url), measure.lines,
+         measure.bytes);
   if (measure.length > 0) {
     printf("  the longest line has %lu: \"%s\"\n", (unsigned long)measure.length,
            measure.longest);
@@ -88,7 +89,7 @@ static int show(const char *name) {
   return 0;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   int status = 0;
 
   if (argc < 2) {
@@ -96,9 +97,10 @@ int main(int argc, char **argv) {
     return 2;
   }
 
-  /* Only what is registered is understood: a program that must not open files leaves out that
-   * module. The last one is asked first; the file module takes each name without a scheme. */
-  url_add_modules(&URL_module_file, &URL_module_http, (URL_module *)NULL);
+  /* Only what is registered is understood: a program that must not open files leaves out
+   * that module. The last one is asked first; the file module takes each name without a
+   * scheme. */
+  url_add_modules(&URL_module_file, &URL_module_http, (URL_module*)NULL);
 
   url_user_agent = "urls/1.0"; /* what servers are told; null tells them nothing */
 

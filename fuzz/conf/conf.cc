@@ -31,7 +31,7 @@ namespace {
 
 bool same_name(const std::string& a, const std::string& b) {
   if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (size_t i = 0; i < a.size(); ++i) {
     const auto lower = [](char c) {
       return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
     };
@@ -42,7 +42,7 @@ bool same_name(const std::string& a, const std::string& b) {
 
 std::string trimmed(const std::string& text) {
   constexpr std::string_view kBlank = " \t\n\v\f\r";
-  const std::size_t first = text.find_first_not_of(kBlank);
+  const size_t first = text.find_first_not_of(kBlank);
   if (first == text.npos) return "";
   return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
 }
@@ -78,14 +78,14 @@ struct Model {
   void load(const std::string& file) {
     *this = {};
     const std::string text(file.c_str());  // a NUL ends it
-    std::size_t current = SIZE_MAX;
-    for (std::size_t start = 0; start <= text.size();) {
-      const std::size_t end = std::min(text.find('\n', start), text.size());
+    size_t current = SIZE_MAX;
+    for (size_t start = 0; start <= text.size();) {
+      const size_t end = std::min(text.find('\n', start), text.size());
       const std::string line = text.substr(start, end - start);
       start = end + 1;
-      const std::size_t equals = line.find('=');
+      const size_t equals = line.find('=');
       if (line.starts_with('[')) {
-        const std::size_t bracket = line.find(']');
+        const size_t bracket = line.find(']');
         if (bracket != line.npos) current = find_or_add(line.substr(1, bracket - 1));
       } else if (!line.starts_with('#') && equals != line.npos && current != SIZE_MAX) {
         sections[current].set(line.substr(0, equals), line.substr(equals + 1));
@@ -112,9 +112,9 @@ struct Model {
     }
     return nullptr;
   }
-  std::size_t find_or_add(const std::string& name) {
+  size_t find_or_add(const std::string& name) {
     if (find(name) == nullptr) sections.push_back({name, {}});
-    return static_cast<std::size_t>(find(name) - sections.data());
+    return static_cast<size_t>(find(name) - sections.data());
   }
   // Empty when there is none.
   std::string value(const std::string& section, const std::string& key) {
@@ -338,7 +338,7 @@ class Session {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const fuzz::Directory directory;
   g_debug_set_level2(99);
   fired.clear();
@@ -348,8 +348,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   text == "-" ? std::nullopt : std::optional<std::string>(text));
   while (!input.empty()) {
     const std::string operation = input.field('\x1e');
-    session.run(fuzz::Input(reinterpret_cast<const std::uint8_t*>(operation.data()),
-                            operation.size()));
+    session.run(
+        fuzz::Input(reinterpret_cast<const uint8_t*>(operation.data()), operation.size()));
   }
   session.close();
   return 0;

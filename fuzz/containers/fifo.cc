@@ -23,7 +23,7 @@ std::string logged;
 int note_line(const char* line, void*) {
   // "g_fifo:83: [WARNING] ..." without the number, which is the source line's.
   const std::string text(line);
-  const std::size_t colon = text.find(": [");
+  const size_t colon = text.find(": [");
   REQUIRE(text.starts_with("g_fifo:") && colon != text.npos);
   logged += text.substr(colon + 2) + '\n';
   return 0;
@@ -37,12 +37,12 @@ std::string complaint(const GFifo* fifo, const char* format) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   g_debug_set_level2(3);
   g_debug_set_handler(note_line, nullptr);
   logged.clear();
-  const auto capacity = static_cast<int>(static_cast<std::int8_t>(input.byte()));
+  const auto capacity = static_cast<int>(static_cast<int8_t>(input.byte()));
   GFifo* const fifo = g_fifo_new(capacity);
   if (capacity <= 0) {
     REQUIRE(fifo == nullptr);
@@ -52,12 +52,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(fifo != nullptr);
   std::deque<void*> model;
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
+    const uint8_t operation = input.byte();
     logged.clear();
     std::string expected;
     if (operation < 0x90) {
       void* const block = std::malloc(1);
-      const bool full = model.size() == static_cast<std::size_t>(capacity);
+      const bool full = model.size() == static_cast<size_t>(capacity);
       REQUIRE_EQUAL(g_fifo_put(fifo, block), full ? -1 : 0);
       if (full) {
         std::free(block);

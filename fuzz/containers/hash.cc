@@ -31,8 +31,8 @@ struct Entry {
 };
 struct Table {
   Entry** slots;
-  std::uint32_t size;
-  std::uint32_t count;
+  uint32_t size;
+  uint32_t count;
 };
 
 class Model {
@@ -44,11 +44,11 @@ class Model {
     unsigned entry = 0;
     bool is_leaving = false;  // its destroy function was called
   };
-  Model(std::uint32_t size, GHashFunc hash_func, GEqualFunc equal_func, Destroy destroy)
+  Model(uint32_t size, GHashFunc hash_func, GEqualFunc equal_func, Destroy destroy)
       : slots_(size), hash_(hash_func), equal_(equal_func), destroy_(destroy) {}
 
   int insert(void* key, void* value) {
-    std::size_t slot = home(key);
+    size_t slot = home(key);
     while (slots_[slot].value != nullptr && !matches(slot, key))
       slot = (slot + 1) % slots_.size();
     if (slots_[slot].value != nullptr) {
@@ -64,11 +64,11 @@ class Model {
     return 0;
   }
   void* find(const void* key) const {
-    const std::size_t slot = look_up(key);
+    const size_t slot = look_up(key);
     return slot != slots_.size() ? slots_[slot].value : nullptr;
   }
   int remove(const void* key) {
-    const std::size_t slot = look_up(key);
+    const size_t slot = look_up(key);
     if (slot == slots_.size()) return -1;
     remove_slot(slot);
     return 0;
@@ -76,28 +76,28 @@ class Model {
   void free() {
     insertions_left_ = count_;
     while (count_ != 0) {
-      for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+      for (size_t slot = 0; slot < slots_.size(); ++slot) {
         if (slots_[slot].value != nullptr) remove_slot(slot);
       }
     }
   }
 
   const std::vector<Slot>& slots() const { return slots_; }
-  std::uint32_t count() const { return count_; }
+  uint32_t count() const { return count_; }
 
  private:
-  std::size_t home(const void* key) const { return hash_(key) % slots_.size(); }
-  bool matches(std::size_t slot, const void* key) const {
+  size_t home(const void* key) const { return hash_(key) % slots_.size(); }
+  bool matches(size_t slot, const void* key) const {
     return equal_ != nullptr ? equal_(slots_[slot].key, key) != 0 : slots_[slot].key == key;
   }
-  std::size_t look_up(const void* key) const {
-    for (std::size_t step = 0; step < slots_.size(); ++step) {
-      const std::size_t slot = (home(key) + step) % slots_.size();
+  size_t look_up(const void* key) const {
+    for (size_t step = 0; step < slots_.size(); ++step) {
+      const size_t slot = (home(key) + step) % slots_.size();
       if (slots_[slot].value != nullptr && matches(slot, key)) return slot;
     }
     return slots_.size();
   }
-  void remove_slot(std::size_t slot) {
+  void remove_slot(size_t slot) {
     if (!slots_[slot].is_leaving && destroy_ != nullptr) {
       slots_[slot].is_leaving = true;
       const unsigned entry = slots_[slot].entry;
@@ -113,7 +113,7 @@ class Model {
     --count_;
   }
   void place(const Slot& content) {
-    std::size_t slot = home(content.key);
+    size_t slot = home(content.key);
     while (slots_[slot].value != nullptr) slot = (slot + 1) % slots_.size();
     slots_[slot] = content;
   }
@@ -126,8 +126,8 @@ class Model {
   }
 
   std::vector<Slot> slots_;
-  std::uint32_t count_ = 0;
-  std::uint32_t insertions_left_ = UINT32_MAX;
+  uint32_t count_ = 0;
+  uint32_t insertions_left_ = UINT32_MAX;
   unsigned next_entry_ = 0;
   GHashFunc hash_;
   GEqualFunc equal_;
@@ -140,7 +140,7 @@ class Model {
 // Called by the functions below when they are the table's, not the model's.
 void (*from_key_function)() = nullptr;
 
-std::uint32_t hash_of_few(const void* key) {
+uint32_t hash_of_few(const void* key) {
   if (from_key_function != nullptr) from_key_function();
   return static_cast<const unsigned char*>(key)[0] & 7U;
 }
@@ -160,7 +160,7 @@ std::string text_of(unsigned index) {
 
 struct Keys {
   std::array<std::array<std::array<char, 12>, 256>, 2> texts{};
-  std::array<std::array<std::int32_t, 256>, 2> ints{};
+  std::array<std::array<int32_t, 256>, 2> ints{};
   std::array<char, 4096> bytes{};  // for their addresses alone
 
   Keys() {
@@ -201,24 +201,24 @@ constexpr KeyFunctions kFunctions[kKinds] = {{g_hash_str, g_hash_str_equal},
                                              {hash_of_few, equal_but_for_case}};
 
 // The same for the model.
-std::uint32_t text_hash(const void* key) {
-  std::uint32_t hash = 0;
+uint32_t text_hash(const void* key) {
+  uint32_t hash = 0;
   for (const auto* c = static_cast<const signed char*>(key); *c != 0; ++c) {
-    hash = hash * 31 + static_cast<std::uint32_t>(*c);
+    hash = hash * 31 + static_cast<uint32_t>(*c);
   }
   return hash;
 }
 int same_text(const void* a, const void* b) {
   return std::string(static_cast<const char*>(a)) == static_cast<const char*>(b);
 }
-std::uint32_t number_at(const void* key) {
-  return static_cast<std::uint32_t>(*static_cast<const std::int32_t*>(key));
+uint32_t number_at(const void* key) {
+  return static_cast<uint32_t>(*static_cast<const int32_t*>(key));
 }
 int same_number(const void* a, const void* b) {
   return number_at(a) == number_at(b);
 }
-std::uint32_t address(const void* key) {
-  return reinterpret_cast<std::uintptr_t>(key);
+uint32_t address(const void* key) {
+  return reinterpret_cast<uintptr_t>(key);
 }
 
 constexpr KeyFunctions kModelFunctions[kKinds] = {
@@ -230,7 +230,7 @@ constexpr KeyFunctions kModelFunctions[kKinds] = {
 enum Reentry { kNone, kDestroyFunction, kAllFunctions, kReentries };
 
 struct Operation {
-  std::uint8_t code;
+  uint8_t code;
   void* key;
   void* value;
   void* result;
@@ -248,20 +248,20 @@ struct Run {
   Reentry reentry;
   GHash* hash;
   Model* model;
-  std::uintptr_t next_value;
+  uintptr_t next_value;
   unsigned depth;
   std::vector<Destruction> destructions;  // of the table, in order of the calls
-  std::size_t replayed;                   // by the model
+  size_t replayed;                        // by the model
 };
 Run run;
 
 // Numbers as results, so that all can be compared.
 void* as_result(int result) {
-  return reinterpret_cast<void*>(static_cast<std::intptr_t>(result));
+  return reinterpret_cast<void*>(static_cast<intptr_t>(result));
 }
 
 Operation operation_from_input() {
-  const std::uint8_t code = run.input->byte();
+  const uint8_t code = run.input->byte();
   void* const key = key_of(*run.keys, run.kind, code >> 4 & 1, run.input->byte());
   // Values are numbers that count up, so that no two are the same.
   return {code, key, reinterpret_cast<void*>(run.next_value++), nullptr};
@@ -290,13 +290,13 @@ void* perform_on_model(const Operation& operation) {
 }
 
 void destroy(void* key, void* value) {
-  const std::size_t index = run.destructions.size();
+  const size_t index = run.destructions.size();
   run.destructions.push_back({{key, value}, {}});
   if (run.reentry == kNone || run.depth >= 8) return;
   ++run.depth;
   for (int operations = run.input->byte() % 4; operations > 0; --operations) {
     Operation operation = operation_from_input();
-    const std::size_t at = run.destructions[index].operations.size();
+    const size_t at = run.destructions[index].operations.size();
     run.destructions[index].operations.push_back(operation);
     run.destructions[index].operations[at].result = perform(operation);
   }
@@ -326,7 +326,7 @@ void compare(const GHash* hash, const Model& model) {
   std::memcpy(&table, hash, sizeof table);
   REQUIRE_EQUAL(table.size, model.slots().size());
   REQUIRE_EQUAL(table.count, model.count());
-  for (std::size_t i = 0; i < table.size; ++i) {
+  for (size_t i = 0; i < table.size; ++i) {
     const Entry* const entry = table.slots[i];
     const Model::Slot& expected = model.slots()[i];
     REQUIRE_EQUAL(entry != nullptr ? entry->key : nullptr, expected.key);
@@ -338,8 +338,8 @@ void compare(const GHash* hash, const Model& model) {
 void check(GHash* hash) {
   Table table;
   std::memcpy(&table, hash, sizeof table);
-  std::uint32_t count = 0;
-  for (std::size_t i = 0; i < table.size; ++i) {
+  uint32_t count = 0;
+  for (size_t i = 0; i < table.size; ++i) {
     const Entry* const entry = table.slots[i];
     if (entry == nullptr) continue;
     ++count;
@@ -351,15 +351,15 @@ void check(GHash* hash) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Keys keys;
-  constexpr std::uint32_t kSizes[] = {1, 2, 3, 4, 5, 7, 8, 12, 16, 31, 32, 33, 64, 100};
+  constexpr uint32_t kSizes[] = {1, 2, 3, 4, 5, 7, 8, 12, 16, 31, 32, 33, 64, 100};
   fuzz::Input input(data, size);
-  const std::uint8_t first = input.byte();
+  const uint8_t first = input.byte();
   const auto kind = static_cast<Kind>(first % kKinds);
   const auto reentry = static_cast<Reentry>(first / kKinds % kReentries);
-  const std::uint8_t options = input.byte();
-  const std::uint32_t slots = kSizes[(options & 0x7f) % std::size(kSizes)];
+  const uint8_t options = input.byte();
+  const uint32_t slots = kSizes[(options & 0x7f) % std::size(kSizes)];
   const bool destroys = (options & 0x80) != 0;
 
   GHash* const hash = g_hash_new(slots, kFunctions[kind].hash, kFunctions[kind].equal,

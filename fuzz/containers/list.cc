@@ -25,12 +25,12 @@ struct Lists {
   std::vector<Node> model;
 };
 
-void* element(std::uint8_t number) {
+void* element(uint8_t number) {
   static char elements[8];
   return number % 9 == 8 ? nullptr : &elements[number % 9];
 }
 
-GList* node_at(const std::vector<Node>& model, std::size_t position) {
+GList* node_at(const std::vector<Node>& model, size_t position) {
   return position < model.size() ? model[position].at : nullptr;
 }
 
@@ -59,15 +59,15 @@ void note_visited(void* data, void* user_data) {
   visited.push_back(data);
 }
 
-void insert_model(std::vector<Node>& model, std::size_t position, void* data) {
-  model.insert(model.begin() + static_cast<std::ptrdiff_t>(position), Node{nullptr, data});
+void insert_model(std::vector<Node>& model, size_t position, void* data) {
+  model.insert(model.begin() + static_cast<ptrdiff_t>(position), Node{nullptr, data});
 }
 
 // The operations that look. `from` is a position in the list, or its end for a null list.
-void look(const Lists& lists, std::size_t from, void* data, int n) {
+void look(const Lists& lists, size_t from, void* data, int n) {
   const std::vector<Node>& model = lists.model;
   GList* const start = node_at(model, from);
-  const auto first = model.begin() + static_cast<std::ptrdiff_t>(from);
+  const auto first = model.begin() + static_cast<ptrdiff_t>(from);
   const auto found = std::find_if(first, model.end(),
                                   [data](const Node& node) { return node.data == data; });
   const bool has = found != model.end();
@@ -77,18 +77,17 @@ void look(const Lists& lists, std::size_t from, void* data, int n) {
   REQUIRE_EQUAL(g_list_last(start), start != nullptr ? model.back().at : nullptr);
   REQUIRE_EQUAL(g_list_first(start), start != nullptr ? model.front().at : nullptr);
   REQUIRE_EQUAL(g_list_nth(start, n),
-                n < 1 ? start : node_at(model, from + static_cast<std::size_t>(n)));
+                n < 1 ? start : node_at(model, from + static_cast<size_t>(n)));
 
   visited.clear();
   g_list_foreach(start, note_visited, &visited);
   REQUIRE_EQUAL(visited.size(), model.size() - from);
-  for (std::size_t i = from; i < model.size(); ++i) {
+  for (size_t i = from; i < model.size(); ++i) {
     REQUIRE_EQUAL(visited[i - from], model[i].data);
   }
 
   std::vector<Node> copied;
-  for (std::size_t i = from; i < model.size(); ++i)
-    copied.push_back({nullptr, model[i].data});
+  for (size_t i = from; i < model.size(); ++i) copied.push_back({nullptr, model[i].data});
   GList* const copy = g_list_copy(start);
   compare(copy, copied);
   for (const Node& node : copied) {
@@ -99,11 +98,11 @@ void look(const Lists& lists, std::size_t from, void* data, int n) {
 
 // Adds through `start`, the node at `from`. A result that is a new node before the head
 // becomes the list.
-void add(Lists& lists, unsigned how, std::size_t from, void* data, int position) {
+void add(Lists& lists, unsigned how, size_t from, void* data, int position) {
   std::vector<Node>& model = lists.model;
   GList* const start = node_at(model, from);
-  const std::size_t after = model.size() - from;  // nodes from `start` on
-  std::size_t at;
+  const size_t after = model.size() - from;  // nodes from `start` on
+  size_t at;
   GList* result;
   switch (how) {
     case 0:
@@ -120,9 +119,9 @@ void add(Lists& lists, unsigned how, std::size_t from, void* data, int position)
       break;
     default:
       result = g_list_insert_before(start, data, position);
-      at = position < 0 || static_cast<std::size_t>(position) >= after
+      at = position < 0 || static_cast<size_t>(position) >= after
                ? model.size()
-               : from + static_cast<std::size_t>(position);
+               : from + static_cast<size_t>(position);
       if (position == 0) at = from;
       break;
   }
@@ -139,7 +138,7 @@ void add(Lists& lists, unsigned how, std::size_t from, void* data, int position)
 
 // Takes away through `start`, the node at `from`, the node at `which` or the first of
 // `data`.
-void take(Lists& lists, unsigned how, std::size_t from, std::size_t which, void* data) {
+void take(Lists& lists, unsigned how, size_t from, size_t which, void* data) {
   std::vector<Node>& model = lists.model;
   GList* const start = node_at(model, from);
   GList* link = node_at(model, which);
@@ -164,23 +163,23 @@ void take(Lists& lists, unsigned how, std::size_t from, std::size_t which, void*
     REQUIRE_EQUAL(link->data, model[which].data);
     g_list_free(link);
   }
-  model.erase(model.begin() + static_cast<std::ptrdiff_t>(which));
+  model.erase(model.begin() + static_cast<ptrdiff_t>(which));
   lists.list = node_at(model, 0);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   Lists lists;
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
+    const uint8_t operation = input.byte();
     void* const item = element(input.byte());
-    const std::uint8_t places = input.byte();
+    const uint8_t places = input.byte();
     // One operation in two goes through the head.
-    const std::size_t from =
+    const size_t from =
         (operation & 0x80) != 0 ? (places & 15) % (lists.model.size() + 1) : 0;
-    const std::size_t which = (places >> 4) % (lists.model.size() + 1);
+    const size_t which = (places >> 4) % (lists.model.size() + 1);
     const int position = (places >> 4) - 2;
     // Through the end of the list, a null pointer, only a list of its own can be made.
     const bool can_add = lists.model.empty() || from < lists.model.size();

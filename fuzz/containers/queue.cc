@@ -41,7 +41,7 @@ void note_released(void* data) {
 
 struct Visits {
   std::vector<void*> seen;
-  std::size_t stop_after;
+  size_t stop_after;
 };
 
 int note_visited(void* data, void* user_data) {
@@ -101,13 +101,13 @@ class Model {
   std::deque<void*> items_;
 };
 
-void compare(GQueue* queue, const Model& model, std::size_t stop_after) {
+void compare(GQueue* queue, const Model& model, size_t stop_after) {
   const std::deque<void*>& items = model.items();
   REQUIRE_EQUAL(g_queue_count(queue), items.size());
   REQUIRE_EQUAL(g_queue_empty(queue), items.empty() ? 1 : 0);
   REQUIRE_EQUAL(g_queue_first(queue), items.empty() ? nullptr : items.front());
   REQUIRE_EQUAL(g_queue_last(queue), items.empty() ? nullptr : items.back());
-  const std::size_t visited =
+  const size_t visited =
       stop_after != 0 ? std::min(stop_after, items.size()) : items.size();
   Visits forward{{}, stop_after};
   g_queue_foreach(queue, note_visited, &forward);
@@ -122,9 +122,9 @@ void compare(GQueue* queue, const Model& model, std::size_t stop_after) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
-  const std::uint8_t options = input.byte();
+  const uint8_t options = input.byte();
   const bool adds = (options & 1) == 0;
   const bool releases = (options & 2) == 0;
   g_debug_set_level2(99);
@@ -135,8 +135,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   REQUIRE(queue != nullptr);
   Model model(adds, releases);
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
-    const std::uint8_t arguments = input.byte();
+    const uint8_t operation = input.byte();
+    const uint8_t arguments = input.byte();
     void* const item = element(arguments & 15);
     void* const other = element(arguments >> 4);
     switch (operation % 8) {

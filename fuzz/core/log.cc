@@ -54,7 +54,7 @@ class StandardError {
     const ssize_t count = pread(file_, text.data(), text.size(), 0);
     REQUIRE(count >= 0 && ftruncate(file_, 0) == 0);
     lseek(file_, 0, SEEK_SET);
-    text.resize(static_cast<std::size_t>(count));
+    text.resize(static_cast<size_t>(count));
     return text;
   }
 
@@ -100,7 +100,7 @@ std::string line_of(const std::string& package, int level, const std::string& fi
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   static StandardError standard_error;
   Handled handled;
@@ -111,11 +111,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   g_debug_set_handler(nullptr, nullptr);
   g_package_set_name("");
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
+    const uint8_t operation = input.byte();
     switch (operation % 8) {
       case 0:
-        threshold = (operation & 0x80) != 0 ? input.int32()
-                                            : static_cast<std::int8_t>(input.byte());
+        threshold =
+            (operation & 0x80) != 0 ? input.int32() : static_cast<int8_t>(input.byte());
         g_debug_set_level2(threshold);
         REQUIRE_EQUAL(g_debug_get_level(), threshold);
         break;
@@ -134,19 +134,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         package = package.substr(0, 20);
         break;
       default: {
-        const int level = (operation & 0x40) != 0
-                              ? input.int32()
-                              : static_cast<std::int8_t>(input.byte()) % 7;
+        const int level =
+            (operation & 0x40) != 0 ? input.int32() : static_cast<int8_t>(input.byte()) % 7;
         const int line = input.int32();
         const std::string file = without_nul(input.field('\n'));
         const int repeat = 1 + input.byte() * 16;
         const std::string piece = without_nul(input.field('\n'));
         std::string argument;
-        while (argument.size() < static_cast<std::size_t>(repeat) && !piece.empty())
+        while (argument.size() < static_cast<size_t>(repeat) && !piece.empty())
           argument += piece;
         argument = argument.substr(0, 4000);
         // Percent signs in an argument are no conversions.
-        const std::uint8_t kind = input.byte();
+        const uint8_t kind = input.byte();
         const int number = input.int32();
         const bool is_print = operation % 8 == 7;
         int result = -12345;

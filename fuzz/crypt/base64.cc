@@ -20,14 +20,14 @@ namespace {
 const std::string kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-unsigned byte_at(const std::string& bytes, std::size_t i) {
+unsigned byte_at(const std::string& bytes, size_t i) {
   return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0;
 }
 
 // As the standard says.
 std::string standard_text(const std::string& bytes) {
   std::string text;
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+  for (size_t i = 0; i < bytes.size(); i += 3) {
     const unsigned group =
         byte_at(bytes, i) << 16 | byte_at(bytes, i + 1) << 8 | byte_at(bytes, i + 2);
     for (unsigned place = 0; place < 4; ++place) {
@@ -57,11 +57,11 @@ struct Decoded {
 Decoded model_bytes(const std::string& text) {
   if (text.size() % 4 != 0) return {-1, ""};
   std::string bytes;
-  for (std::size_t group = 0; group < text.size(); group += 4) {
+  for (size_t group = 0; group < text.size(); group += 4) {
     unsigned values[4] = {255, 255, 255, 255};
-    for (std::size_t i = 0; i < 4; ++i) {
-      const std::size_t place = group + i;
-      const std::size_t value = kAlphabet.find(text[place]);
+    for (size_t i = 0; i < 4; ++i) {
+      const size_t place = group + i;
+      const size_t value = kAlphabet.find(text[place]);
       if (value != kAlphabet.npos) {
         values[i] = static_cast<unsigned>(value);
       } else if (text[place] == '=' && place + 2 == text.size()) {
@@ -93,7 +93,7 @@ void check_decoding(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   g_debug_set_level2(99);
   fuzz::Input input(data, size);
   const bool negative = input.byte() == 0xff;

@@ -33,17 +33,17 @@ Bits bits_of(const std::string& bytes) {
 
 std::string bytes_of(const Bits& bits) {
   std::string bytes(bits.size() / 8, '\0');
-  for (std::size_t i = 0; i < bits.size(); ++i) {
+  for (size_t i = 0; i < bits.size(); ++i) {
     if (bits[i] != 0) bytes[i / 8] = static_cast<char>(bytes[i / 8] | 0x80 >> i % 8);
   }
   return bytes;
 }
 
-Bits permuted(const Bits& bits, std::span<const std::int32_t> table) {
+Bits permuted(const Bits& bits, std::span<const int32_t> table) {
   Bits result;
   result.reserve(table.size());
-  for (const std::int32_t place : table) {
-    result.push_back(bits[static_cast<std::size_t>(place - 1)]);
+  for (const int32_t place : table) {
+    result.push_back(bits[static_cast<size_t>(place - 1)]);
   }
   return result;
 }
@@ -54,13 +54,13 @@ Bits joined(Bits first, const Bits& second) {
 }
 
 Bits first_half(const Bits& bits) {
-  return Bits(bits.begin(), bits.begin() + static_cast<std::ptrdiff_t>(bits.size() / 2));
+  return Bits(bits.begin(), bits.begin() + static_cast<ptrdiff_t>(bits.size() / 2));
 }
 Bits second_half(const Bits& bits) {
-  return Bits(bits.begin() + static_cast<std::ptrdiff_t>(bits.size() / 2), bits.end());
+  return Bits(bits.begin() + static_cast<ptrdiff_t>(bits.size() / 2), bits.end());
 }
 
-void rotate_left(Bits& bits, std::int32_t count) {
+void rotate_left(Bits& bits, int32_t count) {
   std::rotate(bits.begin(), bits.begin() + count % 28, bits.end());
 }
 
@@ -76,7 +76,7 @@ struct Cipher {
     std::vector<Bits> keys;
     Bits c = c0;
     Bits d = d0;
-    for (const std::int32_t total : rotate) {
+    for (const int32_t total : rotate) {
       if (standard) {
         c = c0;
         d = d0;
@@ -88,7 +88,7 @@ struct Cipher {
     return keys;
   }
 
-  unsigned substituted(std::size_t group, const unsigned* x) const {
+  unsigned substituted(size_t group, const unsigned* x) const {
     const unsigned row = 2 * x[0] + x[5];
     if (!standard) return s_box[64 * row + 15 * x[2]];
     const unsigned column = 8 * x[1] + 4 * x[2] + 2 * x[3] + x[4];
@@ -97,10 +97,10 @@ struct Cipher {
 
   Bits round(const Bits& half, const Bits& subkey) const {
     Bits mixed = permuted(half, e);
-    for (std::size_t i = 0; i < mixed.size(); ++i) mixed[i] ^= subkey[i];
+    for (size_t i = 0; i < mixed.size(); ++i) mixed[i] ^= subkey[i];
     Bits substitutes;
     substitutes.reserve(32);
-    for (std::size_t group = 0; group < 8; ++group) {
+    for (size_t group = 0; group < 8; ++group) {
       const unsigned value = substituted(group, &mixed[6 * group]);
       for (int i = 3; i >= 0; --i) substitutes.push_back(value >> i & 1U);
     }
@@ -113,7 +113,7 @@ struct Cipher {
     Bits right = second_half(start);
     for (const Bits& subkey : subkeys(key)) {
       Bits next = round(right, subkey);
-      for (std::size_t i = 0; i < next.size(); ++i) next[i] ^= left[i];
+      for (size_t i = 0; i < next.size(); ++i) next[i] ^= left[i];
       left = right;
       right = next;
     }
@@ -124,9 +124,9 @@ struct Cipher {
 // The other cipher is the standard's under a key whose bytes are read from the low end.
 std::string mirrored(const std::string& key) {
   Bits bits = bits_of(key);
-  for (std::size_t i = 0; i < bits.size(); i += 8) {
-    std::reverse(bits.begin() + static_cast<std::ptrdiff_t>(i),
-                 bits.begin() + static_cast<std::ptrdiff_t>(i + 8));
+  for (size_t i = 0; i < bits.size(); i += 8) {
+    std::reverse(bits.begin() + static_cast<ptrdiff_t>(i),
+                 bits.begin() + static_cast<ptrdiff_t>(i + 8));
   }
   return bytes_of(bits);
 }
@@ -144,7 +144,7 @@ void check(Function encrypt, Function decrypt, const fuzz::Buffer& block,
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   std::string key_bytes = input.bytes(8);
   std::string block_bytes = input.bytes(8);

@@ -40,7 +40,7 @@ std::string lower(std::string text) {
 
 std::string trimmed(const std::string& text) {
   constexpr std::string_view kBlank = " \t\n\v\f\r";
-  const std::size_t first = text.find_first_not_of(kBlank);
+  const size_t first = text.find_first_not_of(kBlank);
   if (first == text.npos) return "";
   return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
 }
@@ -60,7 +60,7 @@ constexpr std::string_view kValues[] = {"1",   "2",          "3",    "",      "v
                                         "a b", "x=y",        "[a]",  "#",     "a\rb", "\r",
                                         "4",   "two\nlines", "\xff", "1\n[b]"};
 
-template <std::size_t N>
+template <size_t N>
 std::string pick(const std::string_view (&table)[N], fuzz::Input& input) {
   return std::string(table[input.byte() % N]);
 }
@@ -68,7 +68,7 @@ std::string pick(const std::string_view (&table)[N], fuzz::Input& input) {
 std::string pick_text(fuzz::Input& input) {
   std::string text;
   while (!input.empty()) {
-    const std::uint8_t byte = input.byte();
+    const uint8_t byte = input.byte();
     if (byte == 0xff) break;
     if (byte == 0xfe) {
       text += '\0';
@@ -108,13 +108,13 @@ struct Line {
 std::vector<Line> lines_of(const std::string& text) {
   std::vector<Line> lines;
   std::optional<std::string> section;
-  for (std::size_t start = 0; start < text.size();) {
+  for (size_t start = 0; start < text.size();) {
     Line line;
-    const std::size_t newline = text.find('\n', start);
+    const size_t newline = text.find('\n', start);
     line.body = text.substr(start, newline - start);
     start = newline == text.npos ? text.size() : newline + 1;
-    const std::size_t bracket = line.body.find(']');
-    const std::size_t equals = line.body.find('=');
+    const size_t bracket = line.body.find(']');
+    const size_t equals = line.body.find('=');
     if (line.body.starts_with('[')) {
       if (bracket != line.body.npos) {
         line.kind = Line::kHeader;
@@ -193,7 +193,7 @@ std::string edited(const std::string& text, Model model) {
   const std::string last_end = lines.empty() ? "\n" : lines.back().end;
 
   std::vector<bool> stays(lines.size(), true);
-  for (std::size_t i = 0; i < lines.size(); ++i) {
+  for (size_t i = 0; i < lines.size(); ++i) {
     if (lines[i].kind == Line::kHeader) stays[i] = model.find(lines[i].section) != nullptr;
     if (lines[i].kind == Line::kEntry) {
       stays[i] = model.find(lines[i].section, lines[i].key) != nullptr;
@@ -202,8 +202,8 @@ std::string edited(const std::string& text, Model model) {
   std::vector<std::string> after(lines.size());
   std::string sections;
   for (Section& section : model.sections) {
-    std::optional<std::size_t> anchor;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
+    std::optional<size_t> anchor;
+    for (size_t i = 0; i < lines.size(); ++i) {
       if (lines[i].kind != Line::kOther && lower(lines[i].section) == lower(section.name)) {
         anchor = i;
       }
@@ -220,7 +220,7 @@ std::string edited(const std::string& text, Model model) {
       if (taken == nullptr) {
         added += entry.key + "=" + entry.value + (anchor ? lines[*anchor].end : last_end);
       } else if (taken->value != entry.value) {
-        std::size_t begin = taken->body.find('=') + 1;
+        size_t begin = taken->body.find('=') + 1;
         while (begin < taken->body.size() &&
                std::string_view(" \t\v\f\r").find(taken->body[begin]) !=
                    std::string_view::npos) {
@@ -237,7 +237,7 @@ std::string edited(const std::string& text, Model model) {
   }
 
   std::string before_last, result;
-  for (std::size_t i = 0; i < lines.size(); ++i) {
+  for (size_t i = 0; i < lines.size(); ++i) {
     if (i + 1 == lines.size()) before_last = result;
     if (stays[i]) result += lines[i].body + lines[i].end;
     result += after[i];
@@ -421,7 +421,7 @@ class Session {
     Model file = loaded(bytes);
     int count = 0;
     Texts removed;
-    for (std::size_t i = 0; i < model_.sections.size();) {
+    for (size_t i = 0; i < model_.sections.size();) {
       Section& section = model_.sections[i];
       std::erase_if(section.entries, [&](const Entry& entry) {
         if (file.find(section.name, entry.key) != nullptr) return false;
@@ -432,7 +432,7 @@ class Session {
       if (file.find(section.name) != nullptr) {
         ++i;
       } else {
-        model_.sections.erase(model_.sections.begin() + static_cast<std::ptrdiff_t>(i));
+        model_.sections.erase(model_.sections.begin() + static_cast<ptrdiff_t>(i));
       }
     }
     for (const Section& section : file.sections) model_.need(section.name);
@@ -497,7 +497,7 @@ class Session {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const fuzz::Directory directory;
   g_debug_set_level2(99);
   told.clear();

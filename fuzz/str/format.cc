@@ -32,7 +32,7 @@
 namespace {
 
 // Where "%n" stores; as wide as its widest form.
-using Stored = std::vector<std::int64_t>;
+using Stored = std::vector<int64_t>;
 
 // A format and arguments for it, both made from the input, and the estimate of its length.
 class Case {
@@ -40,7 +40,7 @@ class Case {
   explicit Case(fuzz::Input& input) : input_(input) {
     stored_.resize(kMostConversions);
     const std::string pattern = input.bytes(input.byte());
-    fuzz::Input rest(reinterpret_cast<const std::uint8_t*>(pattern.data()), pattern.size());
+    fuzz::Input rest(reinterpret_cast<const uint8_t*>(pattern.data()), pattern.size());
     int conversions = 0;
     while (!rest.empty()) {
       const auto c = static_cast<char>(rest.byte());
@@ -56,7 +56,7 @@ class Case {
 
   const char* format() const { return format_.c_str(); }
   const fuzz::FlatArguments& arguments() const { return arguments_; }
-  std::size_t estimate() const { return estimate_; }
+  size_t estimate() const { return estimate_; }
   // A negative precision from the arguments counts as 0 in the estimate, but not for the
   // formatter, which then gives the whole text.
   bool may_exceed() const { return may_exceed_; }
@@ -70,15 +70,15 @@ class Case {
   static constexpr int kMostConversions = 24;
 
   struct Conversion {
-    std::size_t width = 0;
-    std::size_t precision = 0;
+    size_t width = 0;
+    size_t precision = 0;
     bool has_precision = false;
     bool negative_precision = false;
     bool alternate = false;
     bool sign = false;  // asked for, or possible
     bool grouping = false;
     bool wide = false;  // 64 bits
-    std::size_t length = 0;
+    size_t length = 0;
   };
 
   // Takes flags, width, precision, size and letter from the pattern, in the order that the
@@ -96,7 +96,7 @@ class Case {
     }
     if (c == '*') {
       const int width = add_star();
-      spec.width = static_cast<std::size_t>(std::abs(width));
+      spec.width = static_cast<size_t>(std::abs(width));
       c = static_cast<char>(rest.byte());
     } else if (c >= '1' && c <= '9') {
       spec.width = add_number(rest, c);
@@ -115,7 +115,7 @@ class Case {
     if (c == '*') {
       const int precision = add_star();
       spec.negative_precision = precision < 0;
-      if (precision > 0) spec.precision = static_cast<std::size_t>(precision);
+      if (precision > 0) spec.precision = static_cast<size_t>(precision);
       c = static_cast<char>(rest.byte());
     } else if (c >= '0' && c <= '9') {
       spec.precision = add_number(rest, c);
@@ -123,11 +123,11 @@ class Case {
   }
 
   // A decimal number of at most three digits, as the format spells it.
-  std::size_t add_number(fuzz::Input& rest, char& c) {
-    std::size_t number = 0;
+  size_t add_number(fuzz::Input& rest, char& c) {
+    size_t number = 0;
     for (; c >= '0' && c <= '9'; c = static_cast<char>(rest.byte())) {
       if (number > 99) continue;
-      number = number * 10 + static_cast<std::size_t>(c - '0');
+      number = number * 10 + static_cast<size_t>(c - '0');
       format_ += c;
     }
     return number;
@@ -135,8 +135,8 @@ class Case {
 
   int add_star() {
     format_ += '*';
-    const int number = static_cast<std::int16_t>(input_.word()) % 700;
-    arguments_.add(static_cast<std::uint32_t>(number));
+    const int number = static_cast<int16_t>(input_.word()) % 700;
+    arguments_.add(static_cast<uint32_t>(number));
     return number;
   }
 
@@ -192,7 +192,7 @@ class Case {
         break;
       case 'c':
         spec.length = 1;
-        arguments_.add(static_cast<std::uint32_t>(input_.int32()));
+        arguments_.add(static_cast<uint32_t>(input_.int32()));
         break;
       case 's':
         add_string(spec);
@@ -200,7 +200,7 @@ class Case {
       case 'p':
         spec.alternate = true;
         spec.length = 10;
-        arguments_.add(static_cast<std::uint32_t>(input_.int32()));
+        arguments_.add(static_cast<uint32_t>(input_.int32()));
         break;
       case 'n':
         arguments_.add(&stored_[stored_used_++]);
@@ -217,34 +217,34 @@ class Case {
                  (spec.alternate ? 2U : 0U) + (spec.sign ? 1U : 0U);
   }
 
-  void add_integer(Conversion& spec, std::size_t length) {
+  void add_integer(Conversion& spec, size_t length) {
     spec.sign = true;
     spec.length = spec.wide ? 2 * length : length;
     if (spec.wide) {
-      arguments_.add(static_cast<std::uint64_t>(input_.int64()));
+      arguments_.add(static_cast<uint64_t>(input_.int64()));
     } else {
-      arguments_.add(static_cast<std::uint32_t>(input_.int32()));
+      arguments_.add(static_cast<uint32_t>(input_.int32()));
     }
   }
 
-  void add_real(Conversion& spec, std::size_t prefix, bool fixed) {
-    const std::int64_t bits = input_.int64();
+  void add_real(Conversion& spec, size_t prefix, bool fixed) {
+    const int64_t bits = input_.int64();
     double number;
     std::memcpy(&number, &bits, sizeof number);
     arguments_.add(number);
     spec.sign = true;
-    spec.length = prefix + 8 + std::max<std::size_t>(24, spec.precision);
+    spec.length = prefix + 8 + std::max<size_t>(24, spec.precision);
     const auto exponent = static_cast<int>(bits >> 52 & 0x7ff);
     if (fixed && exponent >= 1 && exponent <= 2046) {
       const double digits = (exponent - 1023) * 0.3010299956639812 + 1;
-      spec.length += static_cast<std::size_t>(std::abs(static_cast<int>(digits)));
+      spec.length += static_cast<size_t>(std::abs(static_cast<int>(digits)));
     }
     spec.length += 2;
     if (spec.grouping) spec.length *= 2;
   }
 
   void add_string(Conversion& spec) {
-    const std::size_t length = input_.byte();
+    const size_t length = input_.byte();
     if (length == 0xff) {
       arguments_.add(static_cast<void*>(nullptr));
       spec.length = 8;
@@ -266,15 +266,15 @@ class Case {
   fuzz::FlatArguments arguments_;
   std::deque<fuzz::Buffer> strings_;
   Stored stored_;
-  std::size_t stored_used_ = 0;
-  std::size_t estimate_ = 1;
+  size_t stored_used_ = 0;
+  size_t estimate_ = 1;
   bool may_exceed_ = false;
   int error_texts_ = 0;
 };
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   g_debug_set_level2(99);
   fuzz::Input input(data, size);
   const int error = input.byte();  // for "%m"
@@ -285,7 +285,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     errno = error;
     return std::vsnprintf(expected.data(), expected.size(), made.format(), list);
   });
-  REQUIRE(length >= 0 && static_cast<std::size_t>(length) < expected.size());
+  REQUIRE(length >= 0 && static_cast<size_t>(length) < expected.size());
   const Stored stored = made.stored();
   std::fill(made.stored().begin(), made.stored().end(), 0);
 
@@ -296,7 +296,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     });
   });
   REQUIRE(text != nullptr);
-  const auto needed = static_cast<std::size_t>(length) + 1;
+  const auto needed = static_cast<size_t>(length) + 1;
   REQUIRE(std::memcmp(text, expected.data(), needed) == 0);
   REQUIRE(made.stored() == stored);
   if (!made.may_exceed()) REQUIRE(needed <= made.estimate());
@@ -306,7 +306,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    fuzz::shown(std::string(made.format())));
   }
   // Zero-filled behind the text.
-  for (std::size_t i = needed; i < made.estimate(); ++i) REQUIRE(text[i] == '\0');
+  for (size_t i = needed; i < made.estimate(); ++i) REQUIRE(text[i] == '\0');
   std::free(text);
   return 0;
 }

@@ -18,8 +18,8 @@ char* without_lost_copies([[maybe_unused]] int copies, Function function) {
 #if defined(GROUNDWORK_FUZZ_CHECKED_HEAP)
   LostBlocks lost(sizeof "ERROR_MSG: G_STR");
   char* const text = function();
-  const std::size_t freed = lost.free_all(text);
-  if (copies >= 0) REQUIRE_EQUAL(freed, static_cast<std::size_t>(copies));
+  const size_t freed = lost.free_all(text);
+  if (copies >= 0) REQUIRE_EQUAL(freed, static_cast<size_t>(copies));
   return text;
 #else
   return function();

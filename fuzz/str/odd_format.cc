@@ -29,10 +29,10 @@ namespace {
 
 // The arguments, one after the other, point to texts that lie as low as the system lets
 // memory begin: the addresses serve as widths and precisions too.
-constexpr std::uintptr_t kLowest = 0x10000;
-constexpr std::size_t kTexts = 400;
-constexpr std::size_t kTextSize = 32;
-constexpr std::size_t kSize = kTexts * kTextSize;
+constexpr uintptr_t kLowest = 0x10000;
+constexpr size_t kTexts = 400;
+constexpr size_t kTextSize = 32;
+constexpr size_t kSize = kTexts * kTextSize;
 
 char* texts() {
   static char* const mapped = [] {
@@ -50,7 +50,7 @@ char* texts() {
 void reset_texts() {
   std::memset(texts(), 0, kSize);
   const wchar_t wide[] = L"a";
-  for (std::size_t i = 0; i < kTexts; ++i) {
+  for (size_t i = 0; i < kTexts; ++i) {
     std::memcpy(texts() + i * kTextSize, wide, sizeof wide);
   }
 }
@@ -71,8 +71,8 @@ template <typename Function>
 auto with_arguments(Function function) {
   static const fuzz::FlatArguments arguments = [] {
     fuzz::FlatArguments list;
-    for (std::size_t i = 0; i < kTexts; ++i) {
-      list.add(static_cast<std::uint32_t>(kLowest + i * kTextSize));
+    for (size_t i = 0; i < kTexts; ++i) {
+      list.add(static_cast<uint32_t>(kLowest + i * kTextSize));
     }
     return list;
   }();
@@ -83,7 +83,7 @@ auto with_arguments(Function function) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   g_debug_set_level2(99);
   fuzz::Input input(data, size);
   const std::string format = input.bytes(40).c_str();
@@ -99,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Positions beside conversions without one give what the system's formatter happens to
   // find; survived they must be.
   if (length >= 0 && format.find('$') == format.npos) {
-    std::vector<char> expected(static_cast<std::size_t>(length) + 1);
+    std::vector<char> expected(static_cast<size_t>(length) + 1);
     with_arguments([&](std::va_list list) {
       return std::vsnprintf(expected.data(), expected.size(), format.c_str(), list);
     });

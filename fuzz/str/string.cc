@@ -27,9 +27,9 @@ constexpr std::string_view kBlank = " \t\n\v\f\r";
 std::vector<std::string> model_split(const std::string& text, const std::string& delimiter,
                                      int max_tokens) {
   std::vector<std::string> pieces;
-  std::size_t cursor = 0;
-  while (max_tokens < 1 || pieces.size() + 1 < static_cast<std::size_t>(max_tokens)) {
-    const std::size_t found = text.find(delimiter, cursor);
+  size_t cursor = 0;
+  while (max_tokens < 1 || pieces.size() + 1 < static_cast<size_t>(max_tokens)) {
+    const size_t found = text.find(delimiter, cursor);
     if (found == text.npos) break;
     pieces.push_back(text.substr(cursor, found - cursor));
     cursor = found + delimiter.size();
@@ -46,7 +46,7 @@ void check_split(const std::string& text, const std::string& delimiter, int max_
   }
   REQUIRE(pieces != nullptr);
   const std::vector<std::string> expected = model_split(text, delimiter, max_tokens);
-  for (std::size_t i = 0; i < expected.size(); ++i) {
+  for (size_t i = 0; i < expected.size(); ++i) {
     REQUIRE(pieces[i] != nullptr);
     REQUIRE_EQUAL(std::string(pieces[i]), expected[i]);
   }
@@ -54,7 +54,7 @@ void check_split(const std::string& text, const std::string& delimiter, int max_
   g_strfreev(pieces);
 }
 
-std::size_t leading_blanks(const std::string& text) {
+size_t leading_blanks(const std::string& text) {
   return std::min(text.find_first_not_of(kBlank), text.size());
 }
 
@@ -64,7 +64,7 @@ void check_trimmers(const std::string& text) {
   REQUIRE_EQUAL(std::string(front.data()), text.substr(leading_blanks(text)));
 
   Text back(text);
-  const std::size_t kept = text.find_last_not_of(kBlank) + 1;  // 0 when there is none
+  const size_t kept = text.find_last_not_of(kBlank) + 1;  // 0 when there is none
   REQUIRE_EQUAL(g_strchomp(back.data()), back.data());
   // What was there is overwritten, not only cut.
   REQUIRE_EQUAL(back.content(),
@@ -104,10 +104,10 @@ void check_copies(const std::string& text, unsigned length) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   g_debug_set_level2(99);
   fuzz::Input input(data, size);
-  const int max_tokens = static_cast<std::int8_t>(input.byte());
+  const int max_tokens = static_cast<int8_t>(input.byte());
   const unsigned length = input.byte();
   const std::string delimiter = input.field('\0');
   const std::string text = input.field('\0');

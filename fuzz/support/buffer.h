@@ -18,7 +18,7 @@ constexpr char kUntouched = '\x5e';
 
 class Buffer {
  public:
-  explicit Buffer(std::size_t size) : size_(size), data_(allocated(size)) {
+  explicit Buffer(size_t size) : size_(size), data_(allocated(size)) {
     if (size != 0) std::memset(data_, kUntouched, size);
   }
   // Holds these bytes and no terminator.
@@ -31,17 +31,17 @@ class Buffer {
 
   char* data() { return data_; }
   const char* data() const { return data_; }
-  std::size_t size() const { return size_; }
+  size_t size() const { return size_; }
   std::string content() const { return std::string(data_, size_); }
 
  private:
-  static char* allocated(std::size_t size) {
+  static char* allocated(size_t size) {
     void* const block = std::malloc(size);
     if (block == nullptr && size != 0) std::abort();
     return static_cast<char*>(block);
   }
 
-  std::size_t size_;
+  size_t size_;
   char* data_;
 };
 

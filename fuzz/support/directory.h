@@ -61,7 +61,7 @@ inline std::optional<std::string> read_file(const std::string& path) {
   char piece[4096];
   ssize_t count;
   while ((count = read(fd, piece, sizeof piece)) > 0) {
-    content.append(piece, static_cast<std::size_t>(count));
+    content.append(piece, static_cast<size_t>(count));
   }
   close(fd);
   return content;

@@ -15,9 +15,9 @@ namespace fuzz {
 
 class FlatArguments {
  public:
-  void add(std::uint32_t word) { words_.push_back(word); }
-  void add(void* pointer) { add(static_cast<std::uint32_t>(address(pointer))); }
-  void add(std::uint64_t number) { add_wide(&number); }
+  void add(uint32_t word) { words_.push_back(word); }
+  void add(void* pointer) { add(static_cast<uint32_t>(address(pointer))); }
+  void add(uint64_t number) { add_wide(&number); }
   void add(double number) { add_wide(&number); }
 
   // Calls function(list). The list lives for that call; other lists of the same arguments
@@ -25,7 +25,7 @@ class FlatArguments {
   template <typename Function>
   auto with_list(Function function) const {
     // Aligned as on a stack.
-    std::vector<std::uint64_t> block(words_.size() / 2 + 1);
+    std::vector<uint64_t> block(words_.size() / 2 + 1);
     if (!words_.empty()) std::memcpy(block.data(), words_.data(), words_.size() * 4);
     const void* const first = block.data();
     std::va_list list;
@@ -35,9 +35,7 @@ class FlatArguments {
   }
 
  private:
-  static std::uintptr_t address(void* pointer) {
-    return reinterpret_cast<std::uintptr_t>(pointer);
-  }
+  static uintptr_t address(void* pointer) { return reinterpret_cast<uintptr_t>(pointer); }
 
   template <typename Wide>
   void add_wide(const Wide* value) {
@@ -46,13 +44,13 @@ class FlatArguments {
     // There such arguments begin at even words.
     if (words_.size() % 2 != 0) words_.push_back(0);
 #endif
-    std::uint32_t halves[2];
+    uint32_t halves[2];
     std::memcpy(halves, value, sizeof halves);
     words_.push_back(halves[0]);
     words_.push_back(halves[1]);
   }
 
-  std::vector<std::uint32_t> words_;
+  std::vector<uint32_t> words_;
 };
 
 }  // namespace fuzz

@@ -16,28 +16,28 @@ namespace fuzz {
 // case for short input.
 class Input {
  public:
-  Input(const std::uint8_t* data, std::size_t size)
+  Input(const uint8_t* data, size_t size)
       : rest_(reinterpret_cast<const char*>(data), size) {}
 
   bool empty() const { return rest_.empty(); }
 
-  std::uint8_t byte() {
+  uint8_t byte() {
     if (rest_.empty()) return 0;
     const char first = rest_.front();
     rest_.remove_prefix(1);
-    return static_cast<std::uint8_t>(first);
+    return static_cast<uint8_t>(first);
   }
   // Of `bytes` bytes, the lowest first on every target.
-  std::uint64_t number(int bytes) {
-    std::uint64_t value = 0;
-    for (int i = 0; i < bytes; ++i) value |= std::uint64_t{byte()} << (8 * i);
+  uint64_t number(int bytes) {
+    uint64_t value = 0;
+    for (int i = 0; i < bytes; ++i) value |= uint64_t{byte()} << (8 * i);
     return value;
   }
-  std::uint16_t word() { return static_cast<std::uint16_t>(number(2)); }
-  std::int32_t int32() { return static_cast<std::int32_t>(number(4)); }
-  std::int64_t int64() { return static_cast<std::int64_t>(number(8)); }
+  uint16_t word() { return static_cast<uint16_t>(number(2)); }
+  int32_t int32() { return static_cast<int32_t>(number(4)); }
+  int64_t int64() { return static_cast<int64_t>(number(8)); }
 
-  std::string bytes(std::size_t count) {
+  std::string bytes(size_t count) {
     const std::string_view taken = rest_.substr(0, std::min(count, rest_.size()));
     rest_.remove_prefix(taken.size());
     return std::string(taken);

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv) {
   if (argc != 2) {
@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
       return 1;
     }
     // A block of its own, so that a read behind the input is seen.
-    const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
+    const std::vector<uint8_t> input(bytes.begin(), bytes.end());
     LLVMFuzzerTestOneInput(input.data(), input.size());
   }
   std::printf("%zu inputs\n", files.size());

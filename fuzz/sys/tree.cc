@@ -80,7 +80,7 @@ bool opens(const std::string& path) {
 
 int plain_mkdir(const std::string& path) {
   if (mkdir(path.c_str(), 0755) == 0) return 0;
-  for (std::size_t i = 1; i < path.size(); ++i) {
+  for (size_t i = 1; i < path.size(); ++i) {
     if (path[i] != '/') continue;
     const std::string prefix = path.substr(0, i);
     if (mkdir(prefix.c_str(), 0755) == 0 || errno == EEXIST) continue;
@@ -97,7 +97,7 @@ int plain_rmdir(const std::string& path) {
   if (!is_opened) {
     log_plainly(error_text() + " - " + path);
     unlink(path.c_str());
-    for (std::size_t i = 1; i < path.size(); ++i) {
+    for (size_t i = 1; i < path.size(); ++i) {
       if (path[i] != '/' || opens(path.substr(0, i))) continue;
       unlink(path.substr(0, i).c_str());
       break;
@@ -162,7 +162,7 @@ bool is_directory(const std::string& path) {
 }
 
 int plain_make(const std::string& path) {
-  for (std::size_t i = 1; i <= path.size(); ++i) {
+  for (size_t i = 1; i <= path.size(); ++i) {
     if (i != path.size() && path[i] != '/') continue;
     const std::string prefix = path.substr(0, i);
     if (mkdir(prefix.c_str(), 0750) != 0 && !is_directory(prefix)) return -1;
@@ -189,7 +189,7 @@ int plain_copy(const std::string& from, const std::string& to) {
     char block[8192];  // emptied first where both are one file
     ssize_t count;
     while ((count = read(in, block, sizeof block)) > 0) {
-      REQUIRE(write(out, block, static_cast<std::size_t>(count)) == count);
+      REQUIRE(write(out, block, static_cast<size_t>(count)) == count);
     }
     close(out);
   }
@@ -236,7 +236,7 @@ void describe(const std::string& path, std::string* text) {
       char target[200];
       const ssize_t length = readlink(full.c_str(), target, sizeof target);
       REQUIRE(length > 0);
-      *text += " -> " + std::string(target, static_cast<std::size_t>(length));
+      *text += " -> " + std::string(target, static_cast<size_t>(length));
     }
     *text += "\n";
     if (S_ISDIR(status.st_mode)) describe(full, text);
@@ -296,7 +296,7 @@ class Trees {
 
 // A path of a few short names, which leads nowhere but down.
 std::string path_from(fuzz::Input& input) {
-  const std::uint8_t shape = input.byte();
+  const uint8_t shape = input.byte();
   std::string path;
   for (int i = 0; i <= shape % 4; ++i) {
     if (i != 0) path += (shape & 0x40) != 0 ? "//" : "/";
@@ -336,10 +336,10 @@ std::string plain_list(const std::string& path, int filter) {
 }
 
 std::string whole_file(const std::string& path) {
-  std::int64_t length = -7;
+  int64_t length = -7;
   char* const content = g_file_read_buf(path.c_str(), &length);
   if (content == nullptr) return "none " + std::to_string(length);
-  const std::string text(content, static_cast<std::size_t>(length));
+  const std::string text(content, static_cast<size_t>(length));
   REQUIRE(content[length] == '\0');
   std::free(content);
   return "some " + text;
@@ -423,7 +423,7 @@ void run_operation(fuzz::Input& input, Trees& trees) {
                         });
     case 8:
       return trees.both([&] { return g_file_size(text); },
-                        [&]() -> std::int64_t {
+                        [&]() -> int64_t {
                           struct stat status;
                           return stat(text, &status) == 0 ? status.st_size : -1;
                         });
@@ -435,7 +435,7 @@ void run_operation(fuzz::Input& input, Trees& trees) {
       return trees.both(
           [&] {
             return g_file_write_buf(text, content.data(),
-                                    static_cast<std::int64_t>(content.size()));
+                                    static_cast<int64_t>(content.size()));
           },
           [&] { return plain_write(path, content); });
     }
@@ -490,7 +490,7 @@ class OrdinaryUser {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Trees trees;
   static char former[4096];
   static FILE* const nowhere = std::fopen("/dev/null", "we");

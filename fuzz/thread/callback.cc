@@ -86,7 +86,7 @@ class Model {
   // What an execution calls, and its result. An entry that removes itself removes the first
   // of its kind, which is itself: those before it have removed themselves.
   int execute(std::string& expected) {
-    for (std::size_t i = 0; i < entries_.size();) {
+    for (size_t i = 0; i < entries_.size();) {
       const Entry entry = entries_[i];
       expected += kLetters[entry.function];
       expected +=
@@ -103,19 +103,19 @@ class Model {
     return 0;
   }
 
-  std::size_t size() const { return entries_.size(); }
+  size_t size() const { return entries_.size(); }
 
  private:
   std::vector<Entry> entries_;
 };
 
 Entry entry_from(fuzz::Input& input) {
-  const std::uint8_t kind = input.byte();
+  const uint8_t kind = input.byte();
   Entry entry{};
   entry.function = kind & 3;
   entry.data = (kind >> 2) % 7 == 6 ? nullptr : &data_of[(kind >> 2) % 7];
   entry.priority =
-      (kind & 0x80) != 0 ? input.int32() : static_cast<std::int8_t>(input.byte()) / 16;
+      (kind & 0x80) != 0 ? input.int32() : static_cast<int8_t>(input.byte()) / 16;
   return entry;
 }
 
@@ -124,7 +124,7 @@ void use_list(fuzz::Input& input) {
   REQUIRE(list != nullptr);
   Model model;
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
+    const uint8_t operation = input.byte();
     const Entry entry = entry_from(input);
     const GCallbackFunc function = kFunctions[entry.function];
     if (operation % 4 < 2 && model.size() < 100) {
@@ -152,8 +152,8 @@ void use_modules(fuzz::Input& input) {
   bool has_registry = false;
   executed_list = nullptr;
   while (!input.empty()) {
-    const std::uint8_t operation = input.byte();
-    const std::uint8_t id = input.byte();
+    const uint8_t operation = input.byte();
+    const uint8_t id = input.byte();
     // A few that meet in a table, the ends of the range, and some at random.
     const int module = id % 8 == 7   ? input.int32()
                        : id % 8 == 6 ? (id & 8) != 0 ? INT32_MAX : INT32_MIN
@@ -209,7 +209,7 @@ void use_modules(fuzz::Input& input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   g_debug_set_level2(99);
   (input.byte() & 1) != 0 ? use_list(input) : use_modules(input);

@@ -70,7 +70,7 @@ class Gate {
 };
 
 Gate gate;
-std::int64_t now = 0;  // microseconds; set while the thread waits
+int64_t now = 0;  // microseconds; set while the thread waits
 
 }  // namespace
 
@@ -111,17 +111,17 @@ class Printed {
     ssize_t count;
     lseek(file_, 0, SEEK_SET);
     while ((count = read(file_, piece, sizeof piece)) > 0) {
-      text.append(piece, static_cast<std::size_t>(count));
+      text.append(piece, static_cast<size_t>(count));
     }
     if (text.empty()) return text;
     REQUIRE(ftruncate(file_, 0) == 0);
     lseek(file_, 0, SEEK_SET);
     std::string lines;
     const std::string pid = " pid=" + std::to_string(getpid()) + " ";
-    for (std::size_t at = 0; at < text.size();) {
-      const std::size_t end = text.find('\n', at);
+    for (size_t at = 0; at < text.size();) {
+      const size_t end = text.find('\n', at);
       const std::string line = text.substr(at, end - at);
-      const std::size_t begin = line.find(pid);
+      const size_t begin = line.find(pid);
       REQUIRE(line.rfind("g_timer:", 0) == 0 && begin != std::string::npos);
       lines += line.substr(begin + pid.size()) + "\n";
       at = end + 1;
@@ -137,25 +137,24 @@ class Printed {
 // --- The model.
 
 struct Ticks {
-  std::int64_t base_seconds = 0;
-  std::int64_t base_microseconds = 0;
-  std::uint32_t last = 0;
+  int64_t base_seconds = 0;
+  int64_t base_microseconds = 0;
+  uint32_t last = 0;
 
   void start() {
     base_seconds = now / 1'000'000;
     base_microseconds = now % 1'000'000;
   }
-  std::uint32_t read() {
-    const std::int64_t seconds = now / 1'000'000;
-    const std::int64_t microseconds = now % 1'000'000;
-    auto ticks = static_cast<std::uint32_t>((seconds - base_seconds) * 1000 +
-                                            (microseconds - base_microseconds) / 1000);
-    if (std::llabs(static_cast<std::int32_t>(ticks - last)) >= 30001) {
-      const auto rest =
-          static_cast<std::uint32_t>(seconds * 1000 + microseconds / 1000 - last);
+  uint32_t read() {
+    const int64_t seconds = now / 1'000'000;
+    const int64_t microseconds = now % 1'000'000;
+    auto ticks = static_cast<uint32_t>((seconds - base_seconds) * 1000 +
+                                       (microseconds - base_microseconds) / 1000);
+    if (std::llabs(static_cast<int32_t>(ticks - last)) >= 30001) {
+      const auto rest = static_cast<uint32_t>(seconds * 1000 + microseconds / 1000 - last);
       ticks = last + 10;
       base_seconds = rest / 1000;
-      base_microseconds = static_cast<std::int64_t>(rest % 1000) * 1000;
+      base_microseconds = static_cast<int64_t>(rest % 1000) * 1000;
     }
     return last = ticks;
   }
@@ -165,7 +164,7 @@ Ticks ticks;  // as long as the process, like the library's
 // What a timer does when it is called.
 struct Plan {
   int number;
-  std::uint32_t result;  // 1: what it was called with
+  uint32_t result;  // 1: what it was called with
   enum Action { kNothing, kAdd, kRemoveItself, kRemoveAnother, kClear } action;
   GTimerEntry* id = nullptr;
 };
@@ -173,13 +172,13 @@ struct Plan {
 struct Entry {
   const GTimerEntry* id;
   Plan* plan;  // null for one without a callback
-  std::uint32_t interval;
-  std::uint32_t last;
+  uint32_t interval;
+  uint32_t last;
 };
 
 struct Call {
   int number;
-  std::uint32_t interval;
+  uint32_t interval;
   bool operator==(const Call&) const = default;
 };
 
@@ -204,29 +203,29 @@ struct World {
 };
 World* world = nullptr;
 
-std::uint32_t rounded(std::int32_t interval) {
-  const auto sum = static_cast<std::int32_t>(static_cast<std::uint32_t>(interval) + 9);
-  return static_cast<std::uint32_t>(sum / 10 * 10);
+uint32_t rounded(int32_t interval) {
+  const auto sum = static_cast<int32_t>(static_cast<uint32_t>(interval) + 9);
+  return static_cast<uint32_t>(sum / 10 * 10);
 }
 
 // The timer that removals by number mean.
 Plan* plan_before(const Plan& plan) {
   return plan.number == 0 ? nullptr
-                          : world->plans[static_cast<std::size_t>(plan.number - 1)].get();
+                          : world->plans[static_cast<size_t>(plan.number - 1)].get();
 }
 
-std::uint32_t called(std::uint32_t interval, Plan& plan);
+uint32_t called(uint32_t interval, Plan& plan);
 
-std::uint32_t run(std::uint32_t interval, void* param) {
+uint32_t run(uint32_t interval, void* param) {
   return called(interval, *static_cast<Plan*>(param));
 }
 
-std::uint32_t run_single(std::uint32_t interval, void* param) {
+uint32_t run_single(uint32_t interval, void* param) {
   REQUIRE(param == reinterpret_cast<void*>(run_single));
   return called(interval, *world->single);
 }
 
-std::uint32_t called(std::uint32_t interval, Plan& plan) {
+uint32_t called(uint32_t interval, Plan& plan) {
   world->calls.push_back({plan.number, interval});
   switch (plan.action) {
     case Plan::kAdd:
@@ -299,17 +298,17 @@ bool model_act(Plan& plan) {
 }
 
 void model_scan() {
-  const std::uint32_t time = ticks.read();
-  for (std::size_t i = 0; i < world->entries.size();) {
+  const uint32_t time = ticks.read();
+  for (size_t i = 0; i < world->entries.size();) {
     Entry& entry = world->entries[i];
-    const std::uint32_t elapsed = time - entry.last;
+    const uint32_t elapsed = time - entry.last;
     if (elapsed <= entry.interval - 10) {
       ++i;
       continue;
     }
     entry.last = elapsed < entry.interval ? entry.last + entry.interval : time;
-    const std::uint32_t interval = entry.interval;
-    std::uint32_t result = interval;
+    const uint32_t interval = entry.interval;
+    uint32_t result = interval;
     if (entry.plan != nullptr) {
       Plan& plan = *entry.plan;
       world->expected.push_back({plan.number, interval});
@@ -319,7 +318,7 @@ void model_scan() {
     if (result == interval) {
       ++i;
     } else if (result == 0) {
-      world->entries.erase(world->entries.begin() + static_cast<std::ptrdiff_t>(i));
+      world->entries.erase(world->entries.begin() + static_cast<ptrdiff_t>(i));
     } else {
       entry.interval = (result + 9) / 10 * 10;
       ++i;
@@ -341,7 +340,7 @@ void pass() {
 
 // Until a pass at this time calls nothing: so it does not matter how many follow.
 void settle() {
-  std::size_t count;
+  size_t count;
   do {
     gate.pass();
     model_scan();
@@ -351,19 +350,19 @@ void settle() {
 }
 
 Plan* new_plan(fuzz::Input& input) {
-  const std::uint8_t kind = input.byte();
+  const uint8_t kind = input.byte();
   auto plan = std::make_unique<Plan>();
   plan->number = static_cast<int>(world->plans.size());
   plan->result = (kind & 3) == 0   ? 0
                  : (kind & 3) == 1 ? input.word()
-                 : (kind & 3) == 2 ? static_cast<std::uint32_t>(input.int32())
+                 : (kind & 3) == 2 ? static_cast<uint32_t>(input.int32())
                                    : 1;
   plan->action = static_cast<Plan::Action>((kind >> 2) % 12 < 8 ? 0 : (kind >> 2) % 12 - 7);
   world->plans.push_back(std::move(plan));
   return world->plans.back().get();
 }
 
-void add_timer(std::int32_t interval, Plan* plan) {
+void add_timer(int32_t interval, Plan* plan) {
   plan->id = g_add_timer(interval, run, plan);
   if (!world->is_set_up) {
     world->expected_lines += "you must call g_init(g_init_timer) first\n";
@@ -422,14 +421,14 @@ void before_stop() {
 }
 
 void operate(fuzz::Input& input) {
-  const std::uint8_t operation = input.byte();
+  const uint8_t operation = input.byte();
   switch (operation % 16) {
     case 0:
     case 1:
     case 2: {
       if (world->plans.size() >= 400) break;
       Plan* const plan = new_plan(input);
-      const std::uint16_t interval = input.word();
+      const uint16_t interval = input.word();
       add_timer((operation & 0x80) != 0 ? input.int32() : interval % 500, plan);
       break;
     }
@@ -448,7 +447,7 @@ void operate(fuzz::Input& input) {
     }
     case 4:
     case 5: {
-      const std::uint16_t index = input.word();
+      const uint16_t index = input.word();
       if (world->plans.empty()) break;
       if (world->is_set_up) remove_timer(world->plans[index % world->plans.size()]->id);
       break;
@@ -456,12 +455,12 @@ void operate(fuzz::Input& input) {
     case 6:
       if (world->is_set_up) {
         // No timer of ours has such an address.
-        remove_timer(reinterpret_cast<GTimerEntry*>(std::uintptr_t{input.byte()} * 4));
+        remove_timer(reinterpret_cast<GTimerEntry*>(uintptr_t{input.byte()} * 4));
       }
       break;
     case 7: {
       if (!world->is_set_up) break;
-      const std::uint16_t interval = input.word();
+      const uint16_t interval = input.word();
       world->entries.clear();
       // The address of the timer to come is not told: it must not be one of theirs.
       for (const auto& plan : world->plans) plan->id = nullptr;
@@ -500,8 +499,8 @@ void operate(fuzz::Input& input) {
       }
       break;
     case 11:
-      now += std::int64_t{input.int32()} * 100;  // steps, either way
-      now = std::clamp(now, std::int64_t{0}, std::int64_t{8'000'000'000'000'000});
+      now += int64_t{input.int32()} * 100;  // steps, either way
+      now = std::clamp(now, int64_t{0}, int64_t{8'000'000'000'000'000});
       break;
     case 12:
       REQUIRE_EQUAL(g_get_ticks(), ticks.read());
@@ -511,7 +510,7 @@ void operate(fuzz::Input& input) {
       ticks.start();
       break;
     default:
-      now += std::int64_t{input.byte()} * 1000;
+      now += int64_t{input.byte()} * 1000;
       if ((operation & 0x80) != 0) now -= 20'000;
       if (world->is_running) pass();
       break;
@@ -520,7 +519,7 @@ void operate(fuzz::Input& input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   g_debug_set_level2(99);
   Printed printed;
@@ -534,7 +533,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     operate(input);
     REQUIRE_EQUAL(printed.take(), own.expected_lines);
     own.expected_lines.clear();
-    REQUIRE_EQUAL(own.calls.size(), std::size_t{0});
+    REQUIRE_EQUAL(own.calls.size(), size_t{0});
   }
   if (own.is_set_up) {
     before_stop();

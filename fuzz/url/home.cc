@@ -21,19 +21,19 @@
 
 namespace {
 
-constexpr std::size_t kLongest = 8191;
+constexpr size_t kLongest = 8191;
 
 std::map<std::string, std::string> users;  // and their home directories
 
 // What a call gave: text in its buffer, or a pointer into what it was given.
 struct Result {
   std::string text;
-  std::optional<std::size_t> offset;  // into the argument
+  std::optional<size_t> offset;  // into the argument
 };
 
 Result model_expanded(const std::string& path, const std::optional<std::string>& home) {
   if (!path.starts_with('~')) return {path, 0};
-  const std::size_t slash = std::min(path.find('/'), path.size());
+  const size_t slash = std::min(path.find('/'), path.size());
   const std::string rest = path.substr(slash);
   std::string directory;
   if (slash == 1 && !rest.empty()) {
@@ -62,7 +62,7 @@ void check(const char* result, const char* argument, const Result& model) {
   REQUIRE_EQUAL(std::string(result), model.text);
   const bool inside = result >= argument && result <= argument + std::strlen(argument);
   REQUIRE_EQUAL(inside, model.offset.has_value());
-  if (inside) REQUIRE_EQUAL(static_cast<std::size_t>(result - argument), *model.offset);
+  if (inside) REQUIRE_EQUAL(static_cast<size_t>(result - argument), *model.offset);
 }
 
 void check_both(const std::string& path, const std::optional<std::string>& home) {
@@ -81,7 +81,7 @@ class Environment {
       : former_(environ) {
     if (home.has_value()) texts_[0] = "HOME=" + *home;
     if (second.has_value()) texts_[1] = "home=" + *second;
-    std::size_t count = 0;
+    size_t count = 0;
     for (std::string& text : texts_) {
       if (!text.empty()) entries_[count++] = text.data();
     }
@@ -98,7 +98,7 @@ class Environment {
 };
 
 // Long texts from short inputs.
-std::string repeated(std::string text, std::uint8_t times) {
+std::string repeated(std::string text, uint8_t times) {
   std::string result;
   for (unsigned i = 0; i <= times && result.size() < 3 * kLongest; ++i) result += text;
   return result;
@@ -115,10 +115,10 @@ extern "C" passwd* getpwnam(const char* name) {
   return &found;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
-  const std::uint8_t options = input.byte();
-  const std::uint8_t times[] = {input.byte(), input.byte(), input.byte()};
+  const uint8_t options = input.byte();
+  const uint8_t times[] = {input.byte(), input.byte(), input.byte()};
   const std::string home = repeated(input.field('\0'), (options & 4) != 0 ? times[0] : 0);
   const std::string path = repeated(input.field('\0'), (options & 8) != 0 ? times[1] : 0);
   const std::string user = repeated(input.field('\0'), (options & 16) != 0 ? times[2] : 0);

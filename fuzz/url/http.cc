@@ -37,16 +37,16 @@ using fuzz::StreamModel;
 
 // --- The network.
 
-constexpr std::uint32_t kAddress = 0x04030201;
+constexpr uint32_t kAddress = 0x04030201;
 
 struct Network {
   // What happens.
   bool knows_ipv4 = true;
   bool knows_ipv6 = true;
   bool accepts = true;
-  bool breaks = false;           // instead of the answer's first byte
-  std::size_t longest_send = 1;  // of one call
-  std::size_t longest_receive = 1;
+  bool breaks = false;      // instead of the answer's first byte
+  size_t longest_send = 1;  // of one call
+  size_t longest_receive = 1;
   // What was seen.
   std::string host;
   int port = -1;
@@ -77,17 +77,17 @@ struct Expected {
   std::string request;
 };
 
-std::int32_t clamped(long long number) {
-  return static_cast<std::int32_t>(std::clamp(number, static_cast<long long>(INT32_MIN),
-                                              static_cast<long long>(INT32_MAX)));
+int32_t clamped(long long number) {
+  return static_cast<int32_t>(std::clamp(number, static_cast<long long>(INT32_MIN),
+                                         static_cast<long long>(INT32_MAX)));
 }
 
 struct Question {
   std::string url;
   std::optional<std::string> proxy;
-  std::uint16_t proxy_port = 0;
+  uint16_t proxy_port = 0;
   std::optional<std::string> agent;
-  std::optional<std::int64_t> offset;
+  std::optional<int64_t> offset;
 };
 
 Expected model_request(const Question& question) {
@@ -95,7 +95,7 @@ Expected model_request(const Question& question) {
   const std::string scheme = "http://";
   const std::string name =
       question.url.starts_with(scheme) ? question.url.substr(scheme.size()) : question.url;
-  const std::size_t end = std::min(name.find_first_of(":/"), name.size());
+  const size_t end = std::min(name.find_first_of(":/"), name.size());
   std::string host = name.substr(0, end);
   std::string target;
   if (question.proxy.has_value()) {
@@ -135,19 +135,18 @@ Expected model_request(const Question& question) {
 // --- The answer.
 
 // As fgets() with a buffer of 8192 bytes; empty at the end.
-std::string take_line(const std::string& answer, std::size_t& at) {
-  const std::size_t end = std::min(answer.find('\n', at), answer.size());
-  const std::size_t length =
-      std::min({end + 1 - at, answer.size() - at, std::size_t{8191}});
+std::string take_line(const std::string& answer, size_t& at) {
+  const size_t end = std::min(answer.find('\n', at), answer.size());
+  const size_t length = std::min({end + 1 - at, answer.size() - at, size_t{8191}});
   const std::string line = answer.substr(at, length);
   at += length;
   return line;
 }
 
 // Returns url_errno, 0 for success; then `model` is the stream.
-int model_answer(const std::string& answer, std::optional<std::int64_t> offset,
+int model_answer(const std::string& answer, std::optional<int64_t> offset,
                  StreamModel& model) {
-  std::size_t at = 0;
+  size_t at = 0;
   if (answer.empty()) return URLERR_CANT_OPEN;
   std::string status = take_line(answer, at).c_str();
   if (status.starts_with("HTTP/1.0 ") || status.starts_with("HTTP/1.1 ")) {
@@ -162,14 +161,14 @@ int model_answer(const std::string& answer, std::optional<std::int64_t> offset,
     const std::string name = "Content-Length:";
     if (!line.starts_with(name)) continue;
     const long long value = std::strtoll(line.c_str() + name.size(), nullptr, 10);
-    std::int32_t limit;
+    int32_t limit;
     if (!offset.has_value()) {
       limit = clamped(value);
       if (limit == INT32_MIN || limit == INT32_MAX) limit = -1;
     } else {
-      const auto sum = static_cast<std::int64_t>(static_cast<std::uint64_t>(value) +
-                                                 static_cast<std::uint64_t>(*offset));
-      limit = sum == INT32_MAX || sum == INT32_MIN ? -1 : static_cast<std::int32_t>(sum);
+      const auto sum = static_cast<int64_t>(static_cast<uint64_t>(value) +
+                                            static_cast<uint64_t>(*offset));
+      limit = sum == INT32_MAX || sum == INT32_MIN ? -1 : static_cast<int32_t>(sum);
     }
     model.set_limit(limit);
   }
@@ -219,7 +218,7 @@ int socket(int family, int, int) noexcept {
 int connect(int, const sockaddr* address, socklen_t length) {
   // The port lies at the same place in both families' addresses.
   sockaddr_in to{};
-  std::memcpy(&to, address, std::min<std::size_t>(length, sizeof to));
+  std::memcpy(&to, address, std::min<size_t>(length, sizeof to));
   network.port = ntohs(to.sin_port);
   errno = network.accepts ? EINPROGRESS : ECONNREFUSED;
   return -1;
@@ -254,10 +253,10 @@ int shutdown(int, int how) noexcept {
 
 }  // extern "C"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
-  const std::uint8_t options = input.byte();
-  const std::uint8_t faults = input.byte();
+  const uint8_t options = input.byte();
+  const uint8_t faults = input.byte();
   network = {};
   network.knows_ipv4 = (faults & 1) == 0;
   network.knows_ipv6 = (faults & 2) == 0;
@@ -274,7 +273,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Longer ones than fit, from short inputs.
   if ((options & 8) != 0) question.url.append(32U * input.byte() + input.byte() % 64, 'x');
   std::string operation_bytes = input.bytes(input.byte());
-  fuzz::Input operations(reinterpret_cast<const std::uint8_t*>(operation_bytes.data()),
+  fuzz::Input operations(reinterpret_cast<const uint8_t*>(operation_bytes.data()),
                          operation_bytes.size());
   const std::string answer = input.rest();
   set_answer(answer);

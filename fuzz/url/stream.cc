@@ -34,28 +34,28 @@ StreamModel& own(URL url) {
   return *reinterpret_cast<OwnStream*>(url)->model;
 }
 
-std::int32_t own_read(URL url, void* buffer, std::int32_t n) {
-  std::string bytes(static_cast<std::size_t>(n), '\0');
-  const std::int32_t count = own(url).read_slot(bytes, 0, n);
+int32_t own_read(URL url, void* buffer, int32_t n) {
+  std::string bytes(static_cast<size_t>(n), '\0');
+  const int32_t count = own(url).read_slot(bytes, 0, n);
   if (count == -1) errno = EINTR;
-  if (count > 0) std::memcpy(buffer, bytes.data(), static_cast<std::size_t>(count));
+  if (count > 0) std::memcpy(buffer, bytes.data(), static_cast<size_t>(count));
   return count;
 }
 
-char* own_gets(URL url, char* buffer, std::int32_t n) {
-  std::string bytes(buffer, static_cast<std::size_t>(n));
+char* own_gets(URL url, char* buffer, int32_t n) {
+  std::string bytes(buffer, static_cast<size_t>(n));
   if (!own(url).gets_slot(bytes, n)) return nullptr;
   std::memcpy(buffer, bytes.data(), bytes.size());
   return buffer;
 }
 
-std::int32_t own_fgetc(URL url) {
+int32_t own_fgetc(URL url) {
   return own(url).fgetc_slot();
 }
-std::int64_t own_seek(URL url, std::int64_t offset, std::int32_t whence) {
+int64_t own_seek(URL url, int64_t offset, int32_t whence) {
   return own(url).seek_slot(offset, whence);
 }
-std::int64_t own_tell(URL url) {
+int64_t own_tell(URL url) {
   return own(url).position;
 }
 void own_close(URL url) {
@@ -84,17 +84,17 @@ URL file_stream(StreamModel& model, const fuzz::Buffer& view) {
   fuzz::write_file(path, model.bytes);
   const URL url = url_file_open(("file:" + path).c_str());
   REQUIRE(url != nullptr);
-  model.limit = static_cast<std::uint32_t>(model.bytes.size());
+  model.limit = static_cast<uint32_t>(model.bytes.size());
   if (model.kind == StreamModel::kView) {
     auto* const file = reinterpret_cast<URL_file*>(url);
-    file->data = reinterpret_cast<const std::uint8_t*>(view.data());
-    file->size = static_cast<std::uint32_t>(view.size());
+    file->data = reinterpret_cast<const uint8_t*>(view.data());
+    file->size = static_cast<uint32_t>(view.size());
   }
   return url;
 }
 
 // Texts of some length from short inputs, to go beyond the pieces that files are read in.
-std::string grown(const std::string& text, std::uint8_t times) {
+std::string grown(const std::string& text, uint8_t times) {
   std::string bytes;
   for (unsigned i = 0; i <= times && bytes.size() < 20000; ++i) bytes += text;
   return bytes;
@@ -102,15 +102,15 @@ std::string grown(const std::string& text, std::uint8_t times) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
-  const std::uint8_t options = input.byte();
-  const std::uint8_t slots = input.byte();
-  const std::uint8_t times = (slots & 0x80) != 0 ? input.byte() : 0;
+  const uint8_t options = input.byte();
+  const uint8_t slots = input.byte();
+  const uint8_t times = (slots & 0x80) != 0 ? input.byte() : 0;
   fuzz::Input operations = [&] {
     static std::string kept;
     kept = input.bytes(input.byte());
-    return fuzz::Input(reinterpret_cast<const std::uint8_t*>(kept.data()), kept.size());
+    return fuzz::Input(reinterpret_cast<const uint8_t*>(kept.data()), kept.size());
   }();
   StreamModel model;
   constexpr StreamModel::Kind kKinds[] = {StreamModel::kFile, StreamModel::kView,

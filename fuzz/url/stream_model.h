@@ -26,27 +26,27 @@ class StreamModel {
 
   Kind kind = kFile;
   std::string bytes;
-  std::int64_t position = 0;
+  int64_t position = 0;
   bool has_gets = true;
   bool has_fgetc = true;
   bool has_seek = true;
   bool has_tell = true;
-  std::int32_t longest_read = INT32_MAX;  // our own module gives no more at once
-  int interrupted_every = 0;              // and is interrupted now and then
+  int32_t longest_read = INT32_MAX;  // our own module gives no more at once
+  int interrupted_every = 0;         // and is interrupted now and then
 
-  std::uint32_t nread = 0;
-  std::uint32_t limit = 0x7fffffff;
-  std::int32_t eof = 0;
+  uint32_t nread = 0;
+  uint32_t limit = 0x7fffffff;
+  int32_t eof = 0;
   char newline = '\n';
   bool refused = false;  // the last seek
 
   // --- The generic operations. Buffers are strings of the caller's buffer's length.
 
-  std::int32_t read(std::string& buffer, std::int32_t n) { return read_at(buffer, 0, n); }
+  int32_t read(std::string& buffer, int32_t n) { return read_at(buffer, 0, n); }
 
-  std::int32_t safe_read(std::string& buffer, std::size_t at, std::int32_t n) {
+  int32_t safe_read(std::string& buffer, size_t at, int32_t n) {
     if (n < 1) return 0;
-    std::int32_t result;
+    int32_t result;
     do {
       was_interrupted_ = false;
       result = read_at(buffer, at, n);
@@ -54,11 +54,10 @@ class StreamModel {
     return result;
   }
 
-  std::int32_t read_all(std::string& buffer, std::int32_t n) {
-    std::int32_t total = 0;
+  int32_t read_all(std::string& buffer, int32_t n) {
+    int32_t total = 0;
     do {
-      const std::int32_t count =
-          safe_read(buffer, static_cast<std::size_t>(total), n - total);
+      const int32_t count = safe_read(buffer, static_cast<size_t>(total), n - total);
       if (count <= 0) return total > 0 ? total : count;
       total += count;
     } while (total < n);
@@ -66,21 +65,21 @@ class StreamModel {
   }
 
   // False for null.
-  bool gets(std::string& buffer, std::int32_t n) {
+  bool gets(std::string& buffer, int32_t n) {
     if (nread >= limit) return false;
     if (has_gets) {
-      if (nread + static_cast<std::uint32_t>(n) > limit) {
-        n = static_cast<std::int32_t>(limit - nread + 1);
+      if (nread + static_cast<uint32_t>(n) > limit) {
+        n = static_cast<int32_t>(limit - nread + 1);
       }
       if (!gets_slot(buffer, n)) return false;
-      nread += static_cast<std::uint32_t>(c_string(buffer).size());
+      nread += static_cast<uint32_t>(c_string(buffer).size());
       return true;
     }
     if (n == 1) buffer[0] = '\0';
     if (n < 2) return true;
-    std::size_t length = 0;
-    while (length < static_cast<std::size_t>(n - 1)) {
-      const std::int32_t byte = character();
+    size_t length = 0;
+    while (length < static_cast<size_t>(n - 1)) {
+      const int32_t byte = character();
       if (byte == -1) break;
       buffer[length++] = static_cast<char>(byte);
       if (static_cast<char>(byte) == newline) break;
@@ -90,28 +89,28 @@ class StreamModel {
     return true;
   }
 
-  std::int32_t readline(std::string& buffer, std::int32_t n) {
+  int32_t readline(std::string& buffer, int32_t n) {
     if (n == 1) buffer[0] = '\0';
     if (n < 2) return 0;
     while (true) {
-      std::int32_t length = 0;
-      std::int32_t byte = 0;
+      int32_t length = 0;
+      int32_t byte = 0;
       const auto ends = [&byte] { return byte == 13 || byte == 10; };
       while (length < n - 1) {
         byte = character();
         if (byte == -1) break;
-        buffer[static_cast<std::size_t>(length++)] = static_cast<char>(byte);
+        buffer[static_cast<size_t>(length++)] = static_cast<char>(byte);
         if (ends()) break;
       }
       if (length == 0) return 0;
       if (length == 1 && ends()) continue;
       if (ends()) --length;
-      buffer[static_cast<std::size_t>(length)] = '\0';
+      buffer[static_cast<size_t>(length)] = '\0';
       return length;
     }
   }
 
-  std::int32_t fgetc() {
+  int32_t fgetc() {
     if (nread >= limit) return -1;
     ++nread;
     if (has_fgetc) return fgetc_slot();
@@ -119,18 +118,18 @@ class StreamModel {
     return read(byte, 1) < 1 ? -1 : static_cast<unsigned char>(byte[0]);
   }
 
-  std::int64_t seek(std::int64_t offset, std::int32_t whence) {
+  int64_t seek(int64_t offset, int32_t whence) {
     refused = false;
     if (has_seek) {
       nread = 0;
       return seek_slot(offset, whence);
     }
     if (whence == SEEK_CUR && offset >= 0) {
-      const std::int64_t before = tell();
+      const int64_t before = tell();
       if (offset != 0) skip_without_limit(offset);
       return before;
     }
-    const std::int64_t before = tell();
+    const int64_t before = tell();
     if (whence != SEEK_SET || before == -1 || offset < before) {
       refused = true;
       return -1;
@@ -139,21 +138,20 @@ class StreamModel {
     return before;
   }
 
-  std::int64_t tell() const { return has_tell ? position : std::int64_t{nread}; }
+  int64_t tell() const { return has_tell ? position : int64_t{nread}; }
 
-  void skip(std::int64_t n) {
+  void skip(int64_t n) {
     if (has_seek) {
       if (nread >= limit) return;
-      if (std::int64_t{nread} + n > std::int64_t{limit}) n = limit - nread;
+      if (int64_t{nread} + n > int64_t{limit}) n = limit - nread;
       if (seek_slot(n, SEEK_CUR) != -1) {
-        nread += static_cast<std::uint32_t>(n);
+        nread += static_cast<uint32_t>(n);
         return;
       }
     }
     std::string scratch(8192, '\0');
     while (n > 0) {
-      const std::int32_t count =
-          read(scratch, static_cast<std::int32_t>(std::min(n, std::int64_t{8192})));
+      const int32_t count = read(scratch, static_cast<int32_t>(std::min(n, int64_t{8192})));
       if (count <= 0) return;
       n -= count;
     }
@@ -167,28 +165,28 @@ class StreamModel {
     }
   }
 
-  void set_limit(std::int32_t value) {
-    limit = value < 0 ? 0x7fffffffU : static_cast<std::uint32_t>(value);
+  void set_limit(int32_t value) {
+    limit = value < 0 ? 0x7fffffffU : static_cast<uint32_t>(value);
     nread = 0;
   }
 
   // --- What the module does. Our own module's code, too, when `kind` is kOwn.
 
-  std::int32_t read_slot(std::string& buffer, std::size_t at, std::int32_t n) {
+  int32_t read_slot(std::string& buffer, size_t at, int32_t n) {
     if (interrupted_every != 0 && ++reads_ % interrupted_every == 0) {
       was_interrupted_ = true;
       return -1;
     }
     n = std::min(n, longest_read);
-    const std::size_t count = std::min(static_cast<std::size_t>(n), left());
+    const size_t count = std::min(static_cast<size_t>(n), left());
     if (count != 0) {
-      buffer.replace(at, count, bytes, static_cast<std::size_t>(position), count);
+      buffer.replace(at, count, bytes, static_cast<size_t>(position), count);
     }
-    position += static_cast<std::int64_t>(count);
-    return static_cast<std::int32_t>(count);
+    position += static_cast<int64_t>(count);
+    return static_cast<int32_t>(count);
   }
 
-  bool gets_slot(std::string& buffer, std::int32_t n) {
+  bool gets_slot(std::string& buffer, int32_t n) {
     switch (kind) {
       case kFile:
         return file_gets(buffer, n);
@@ -207,19 +205,19 @@ class StreamModel {
     }
   }
 
-  std::int32_t fgetc_slot() {
+  int32_t fgetc_slot() {
     return left() == 0 ? -1 : static_cast<unsigned char>(bytes[take_position()]);
   }
 
-  std::int64_t seek_slot(std::int64_t offset, std::int32_t whence) {
-    const auto size = static_cast<std::int64_t>(bytes.size());
-    std::int64_t target = position;
+  int64_t seek_slot(int64_t offset, int32_t whence) {
+    const auto size = static_cast<int64_t>(bytes.size());
+    int64_t target = position;
     if (whence == SEEK_SET) target = offset;
     if (whence == SEEK_CUR) target = position + offset;
     if (whence == SEEK_END) target = size + offset;
     const bool known = whence == SEEK_SET || whence == SEEK_CUR || whence == SEEK_END;
     if (kind == kView) {
-      position = std::clamp(target, std::int64_t{0}, size);
+      position = std::clamp(target, int64_t{0}, size);
     } else {
       if (!known || target < 0) return -1;
       position = target;
@@ -228,28 +226,28 @@ class StreamModel {
   }
 
  private:
-  std::size_t left() const {
-    const auto at = static_cast<std::size_t>(position);
+  size_t left() const {
+    const auto at = static_cast<size_t>(position);
     return at < bytes.size() ? bytes.size() - at : 0;
   }
-  std::size_t take_position() { return static_cast<std::size_t>(position++); }
+  size_t take_position() { return static_cast<size_t>(position++); }
 
-  std::int32_t read_at(std::string& buffer, std::size_t at, std::int32_t n) {
+  int32_t read_at(std::string& buffer, size_t at, int32_t n) {
     if (n < 1) return 0;
     if (nread >= limit) {
       eof = 1;
       return 0;
     }
-    if (nread + static_cast<std::uint32_t>(n) > limit) {
-      n = static_cast<std::int32_t>(limit - nread);
+    if (nread + static_cast<uint32_t>(n) > limit) {
+      n = static_cast<int32_t>(limit - nread);
     }
-    const std::int32_t count = read_slot(buffer, at, n);
-    if (count > 0) nread += static_cast<std::uint32_t>(count);
+    const int32_t count = read_slot(buffer, at, n);
+    if (count > 0) nread += static_cast<uint32_t>(count);
     return count;
   }
 
   // The next byte of a line that is read byte by byte.
-  std::int32_t character() {
+  int32_t character() {
     if (nread >= limit) {
       eof = 1;
       return -1;
@@ -259,34 +257,34 @@ class StreamModel {
     return fgetc_slot();
   }
 
-  void skip_without_limit(std::int64_t n) {
-    const std::uint32_t kept = limit;
+  void skip_without_limit(int64_t n) {
+    const uint32_t kept = limit;
     limit = 0x7fffffff;
     skip(n);
     limit = kept;
   }
 
-  bool line_until(char end, std::string& buffer, std::int32_t n) {
-    std::size_t count = std::min(static_cast<std::size_t>(n - 1), left());
-    const std::size_t found = bytes.find(end, static_cast<std::size_t>(position));
+  bool line_until(char end, std::string& buffer, int32_t n) {
+    size_t count = std::min(static_cast<size_t>(n - 1), left());
+    const size_t found = bytes.find(end, static_cast<size_t>(position));
     if (found != bytes.npos) {
-      count = std::min(count, found + 1 - static_cast<std::size_t>(position));
+      count = std::min(count, found + 1 - static_cast<size_t>(position));
     }
-    buffer.replace(0, count, bytes, static_cast<std::size_t>(position), count);
+    buffer.replace(0, count, bytes, static_cast<size_t>(position), count);
     buffer[count] = '\0';
-    position += static_cast<std::int64_t>(count);
+    position += static_cast<int64_t>(count);
     return true;
   }
 
   // Byte by byte. Where the file ends within a line the terminator goes one byte too far,
   // and what the buffer held before stands in the gap.
-  bool file_gets(std::string& buffer, std::int32_t n) {
+  bool file_gets(std::string& buffer, int32_t n) {
     if (n < 2) {
       buffer[0] = '\0';
       return true;
     }
-    std::size_t i = 0;
-    while (i < static_cast<std::size_t>(n - 1)) {
+    size_t i = 0;
+    while (i < static_cast<size_t>(n - 1)) {
       if (left() == 0) {
         if (i == 0) return false;
         buffer[i + 1] = '\0';

@@ -25,24 +25,24 @@ inline void compare_state(URL url, const StreamModel& model) {
   REQUIRE_EQUAL(url->eof, model.eof);
 }
 
-inline void dump_both(URL url, StreamModel& model, std::int32_t n) {
-  std::string expected(static_cast<std::size_t>(n), '\0');
-  const std::int32_t count = n == 0 ? 0 : model.read_all(expected, n);
-  std::int32_t length = 12345;
+inline void dump_both(URL url, StreamModel& model, int32_t n) {
+  std::string expected(static_cast<size_t>(n), '\0');
+  const int32_t count = n == 0 ? 0 : model.read_all(expected, n);
+  int32_t length = 12345;
   void* const content = url_dump(url, n, &length);
   REQUIRE_EQUAL(length, count);
   REQUIRE_EQUAL(content != nullptr, count != 0);
   if (count > 0) {
-    REQUIRE_EQUAL(std::string(static_cast<char*>(content), static_cast<std::size_t>(count)),
-                  expected.substr(0, static_cast<std::size_t>(count)));
+    REQUIRE_EQUAL(std::string(static_cast<char*>(content), static_cast<size_t>(count)),
+                  expected.substr(0, static_cast<size_t>(count)));
   }
   std::free(content);
 }
 
 // The reads. Every byte of the buffer is compared, also those behind what was read.
-inline void read_both(URL url, StreamModel& model, unsigned operation, std::int32_t n) {
-  Buffer buffer(static_cast<std::size_t>(n));
-  std::string expected(static_cast<std::size_t>(n), kUntouched);
+inline void read_both(URL url, StreamModel& model, unsigned operation, int32_t n) {
+  Buffer buffer(static_cast<size_t>(n));
+  std::string expected(static_cast<size_t>(n), kUntouched);
   switch (operation) {
     case 0:
       REQUIRE_EQUAL(url_read(url, buffer.data(), n), model.read(expected, n));
@@ -80,11 +80,11 @@ inline void run_operation(Input& input, URL url, StreamModel& model) {
       REQUIRE_EQUAL(url_fgetc(url), model.fgetc());
       break;
     case 6: {
-      const std::int64_t offset = static_cast<std::int16_t>(input.word());
+      const int64_t offset = static_cast<int16_t>(input.word());
       // No others: systems have more, such as the next hole.
-      constexpr std::int32_t kWhences[] = {SEEK_SET, SEEK_CUR, SEEK_END, 77};
-      const std::int32_t whence = kWhences[operation >> 6];
-      const std::int64_t result = url_seek(url, offset, whence);
+      constexpr int32_t kWhences[] = {SEEK_SET, SEEK_CUR, SEEK_END, 77};
+      const int32_t whence = kWhences[operation >> 6];
+      const int64_t result = url_seek(url, offset, whence);
       REQUIRE_EQUAL(result, model.seek(offset, whence));
       if (model.refused) REQUIRE(errno == EPERM && url_errno == EPERM);
       break;
@@ -93,7 +93,7 @@ inline void run_operation(Input& input, URL url, StreamModel& model) {
       REQUIRE_EQUAL(url_tell(url), model.tell());
       break;
     case 8: {
-      const std::int64_t n = static_cast<std::int16_t>(input.word());
+      const int64_t n = static_cast<int16_t>(input.word());
       url_skip(url, n);
       model.skip(n);
       break;
@@ -103,8 +103,8 @@ inline void run_operation(Input& input, URL url, StreamModel& model) {
       model.rewind();
       break;
     case 10: {
-      const std::int32_t limit =
-          (operation & 0x80) != 0 ? input.int32() : static_cast<std::int16_t>(input.word());
+      const int32_t limit =
+          (operation & 0x80) != 0 ? input.int32() : static_cast<int16_t>(input.word());
       url_set_readlimit(url, limit);
       model.set_limit(limit);
       break;

@@ -2,8 +2,8 @@
 /*
  * What runs on an emulated board whose power is cut: see scripts/power-cuts.
  *
- *   power_cut_program save FILE    changes all keys and saves, without end, with g_conf_save()
- *   power_cut_program sync FILE    the same with g_conf_sync()
+ *   power_cut_program save FILE    changes all keys and saves, without end, with
+ * g_conf_save() power_cut_program sync FILE    the same with g_conf_sync()
  *   power_cut_program check FILE   tells what is left
  *
  * All keys hold the number of the round. "done N" is written when the call of round N has
@@ -18,11 +18,11 @@
 
 enum { kSections = 5, kKeys = 20 };
 
-static void name_of(char *name, char first, int number) {
+static void name_of(char* name, char first, int number) {
   sprintf(name, "%c%02d", first, number);
 }
 
-static void set_all(GConf *conf, int round) {
+static void set_all(GConf* conf, int round) {
   char section[8], key[8];
   int i, j;
 
@@ -35,8 +35,8 @@ static void set_all(GConf *conf, int round) {
   }
 }
 
-static int write_rounds(const char *file, int with_save) {
-  GConf *conf = g_conf_open(file);
+static int write_rounds(const char* file, int with_save) {
+  GConf* conf = g_conf_open(file);
   int round;
 
   if (conf == NULL) return 1;
@@ -55,10 +55,10 @@ static int write_rounds(const char *file, int with_save) {
   }
 }
 
-static int check(const char *file) {
+static int check(const char* file) {
   char section[8], key[8];
   int missing = 0, differing = 0, first = -1, i, j;
-  GConf *conf;
+  GConf* conf;
 
   conf = g_file_exist(file) ? g_conf_open(file) : NULL;
   if (conf == NULL) {
@@ -91,7 +91,7 @@ static int check(const char *file) {
   return 0;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   if (argc == 3 && strcmp(argv[1], "check") == 0) return check(argv[2]);
   if (argc == 3 && strcmp(argv[1], "save") == 0) return write_rounds(argv[2], 1);
   if (argc == 3 && strcmp(argv[1], "sync") == 0) return write_rounds(argv[2], 0);

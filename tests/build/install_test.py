@@ -25,9 +25,9 @@ PROGRAM = """
 #include <groundwork/url.h>
 #include <stdlib.h>
 #include <string.h>
-static void *run(void *data) { *(int *)data = 1; return NULL; }
+static void* run(void* data) { *(int*)data = 1; return NULL; }
 int main(void) {
-  char *text = g_strdup_printf("%s=%d", "port", 80);
+  char* text = g_strdup_printf("%s=%d", "port", 80);
   int right = text != NULL && strcmp(text, "port=80") == 0 &&
               strcmp(url_strerror(URLERR_TOO_LONG), "URL too long") == 0;
   int ran = 0;

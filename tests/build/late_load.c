@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Loads the library while the program runs, as a plug-in does that was linked to it, and uses
- * what a thread has of its own there. A C library may refuse a library whose thread-local data
- * must be there from the start.
+ * Loads the library while the program runs, as a plug-in does that was linked to it, and
+ * uses what a thread has of its own there. A C library may refuse a library whose
+ * thread-local data must be there from the start.
  *
  *   late_load LIBRARY
  */
@@ -12,29 +12,29 @@
 #include <stdlib.h>
 #include <string.h>
 
-typedef int Encrypt(const void *input, void *output, const void *key);
-typedef char *Printf(const char *fmt, ...);
+typedef int Encrypt(const void* input, void* output, const void* key);
+typedef char* Printf(const char* fmt, ...);
 
-static Encrypt *encrypt;
+static Encrypt* encrypt;
 static unsigned char blocks[2][8];
 
-static void *function(void *library, const char *name) {
-  void *found = dlsym(library, name);
+static void* function(void* library, const char* name) {
+  void* found = dlsym(library, name);
   if (found == NULL) fprintf(stderr, "%s\n", dlerror());
   return found;
 }
 
-static void *use_own_key(void *block) {
+static void* use_own_key(void* block) {
   encrypt("12345678", block, "abcdefgh");
   return NULL;
 }
 
-int main(int argc, char **argv) {
-  void *library = argc == 2 ? dlopen(argv[1], RTLD_NOW) : NULL;
-  void *symbol;
-  Printf *format;
+int main(int argc, char** argv) {
+  void* library = argc == 2 ? dlopen(argv[1], RTLD_NOW) : NULL;
+  void* symbol;
+  Printf* format;
   pthread_t thread;
-  char *text;
+  char* text;
 
   if (library == NULL) {
     fprintf(stderr, "%s\n", argc == 2 ? dlerror() : "usage: late_load LIBRARY");

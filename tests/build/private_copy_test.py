@@ -16,11 +16,11 @@ import unittest
 
 # Another library: two names as here, another meaning, and a function that relies on its own.
 OTHER = """
-int g_file_exist(const char *name);
-int g_file_remove(const char *name);
+int g_file_exist(const char* name);
+int g_file_remove(const char* name);
 int other_exist(void);
-int g_file_exist(const char *name) { (void)name; return 42; }
-int g_file_remove(const char *name) { (void)name; return 43; }
+int g_file_exist(const char* name) { (void)name; return 42; }
+int g_file_remove(const char* name) { (void)name; return 43; }
 int other_exist(void) { return g_file_exist("no such file") == 42; }
 """
 
@@ -31,8 +31,8 @@ UNIT = """
 #include <string.h>
 int ours_works(void);
 int ours_works(void) {
-  char *text = g_strdup_printf("%d", 80);
-  GHash *hash = g_hash_new(0, g_hash_str, g_hash_str_equal, NULL);
+  char* text = g_strdup_printf("%d", 80);
+  GHash* hash = g_hash_new(0, g_hash_str, g_hash_str_equal, NULL);
   int works = text != NULL && strcmp(text, "80") == 0 && hash != NULL &&
               g_file_exist("/proc/self/exe") == 1 && g_file_exist("no such file") == 0;
   g_hash_free(hash);
@@ -51,7 +51,7 @@ int main(void) { return (ours_works() ? 0 : 1) + (other_exist() ? 0 : 2); }
 CALLS_BOTH = """
 int other_exist(void);
 int ours_works(void);
-int g_file_remove(const char *name);
+int g_file_remove(const char* name);
 int main(void) {
   return (ours_works() ? 0 : 1) + (other_exist() ? 0 : 2) + (g_file_remove("x") == 43 ? 0 : 4);
 }

@@ -149,7 +149,7 @@ TEST_F(ConfCallback, NamesAreJoinedByADotSoTwoPairsMayMeet) {
 }
 
 TEST_F(ConfCallback, LongNamesAreKeysLikeShortOnes) {
-  for (const std::size_t length : {100, 125, 126, 127, 128, 1000}) {
+  for (const size_t length : {100, 125, 126, 127, 128, 1000}) {
     const std::string key(length, 'k');
     const std::string shorter(length - 1, 'k');
     add("s", key.c_str());

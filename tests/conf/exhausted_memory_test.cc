@@ -37,7 +37,7 @@ TEST(ConfExhaustedMemory, AFileLoadsWholeOrNotAtAll) {
       }
       if (conf == nullptr) return;
       const Keys found = keys_of(g_find_section(conf, "s"));
-      EXPECT_EQ(found.size(), static_cast<std::size_t>(keys));
+      EXPECT_EQ(found.size(), static_cast<size_t>(keys));
       EXPECT_EQ(found.front(), (Keys::value_type{"key0", "w"}));
       for (const auto& [key, value] : found) {
         EXPECT_NE(g_find_line(g_find_section(conf, "s"), key.c_str()), nullptr);

@@ -19,15 +19,15 @@ namespace {
 
 // When set, decides the result of a call of the given length: -1 fails with `errno`, less
 // than the length cuts the call short.
-std::function<std::int64_t(std::size_t)> on_read;
-std::function<std::int64_t(std::size_t)> on_write;
+std::function<int64_t(size_t)> on_read;
+std::function<int64_t(size_t)> on_write;
 
-ssize_t faulty_call(long number, int descriptor, void* buffer, std::size_t length,
-                    std::function<std::int64_t(std::size_t)>& decide) {
+ssize_t faulty_call(long number, int descriptor, void* buffer, size_t length,
+                    std::function<int64_t(size_t)>& decide) {
   if (decide != nullptr) {
-    const std::int64_t answer = decide(length);
+    const int64_t answer = decide(length);
     if (answer <= 0) return static_cast<ssize_t>(answer);
-    length = static_cast<std::size_t>(answer);
+    length = static_cast<size_t>(answer);
   }
   return static_cast<ssize_t>(syscall(number, descriptor, buffer, length));
 }
@@ -60,7 +60,7 @@ class ConfFileFaults : public testing::Test {
 TEST_F(ConfFileFaults, AReadThatGivesLessThanTheSizeFailsTheLoad) {
   const ConfFile file("[a]\nk=v\n");
   LogCapture log;
-  on_read = [](std::size_t length) { return static_cast<std::int64_t>(length) - 1; };
+  on_read = [](size_t length) { return static_cast<int64_t>(length) - 1; };
   EXPECT_EQ(g_conf_open(file.path().c_str()), nullptr);
   on_read = nullptr;
   EXPECT_EQ(log.take(), cannot_read(file.path()));
@@ -69,7 +69,7 @@ TEST_F(ConfFileFaults, AReadThatGivesLessThanTheSizeFailsTheLoad) {
 TEST_F(ConfFileFaults, AFailedReadFailsTheLoad) {
   const ConfFile file("[a]\nk=v\n");
   LogCapture log;
-  on_read = [](std::size_t) {
+  on_read = [](size_t) {
     errno = EIO;
     return -1;
   };
@@ -80,14 +80,14 @@ TEST_F(ConfFileFaults, AFailedReadFailsTheLoad) {
 
 TEST_F(ConfFileFaults, AFileIsReadInOneCallOfItsSize) {
   const ConfFile file("[a]\nk=v\n");
-  std::vector<std::size_t> lengths;
-  on_read = [&](std::size_t length) {
+  std::vector<size_t> lengths;
+  on_read = [&](size_t length) {
     lengths.push_back(length);
-    return static_cast<std::int64_t>(length);
+    return static_cast<int64_t>(length);
   };
   const Conf conf = file.open();
   on_read = nullptr;
-  EXPECT_EQ(lengths, std::vector<std::size_t>{8});
+  EXPECT_EQ(lengths, std::vector<size_t>{8});
 }
 
 TEST_F(ConfFileFaults, AFileIsWrittenInOneCall) {
@@ -97,9 +97,9 @@ TEST_F(ConfFileFaults, AFileIsWrittenInOneCall) {
     g_conf_write_int(conf.get(), "s", ("k" + std::to_string(key)).c_str(), key);
   }
   int calls = 0;
-  on_write = [&](std::size_t length) {
+  on_write = [&](size_t length) {
     ++calls;
-    return static_cast<std::int64_t>(length);
+    return static_cast<int64_t>(length);
   };
   g_conf_sync(conf.get());
   on_write = nullptr;
@@ -110,10 +110,10 @@ TEST_F(ConfFileFaults, WhatStandsBehindTheTextIsCutOff) {
   const ConfFile file("[a]\nk=v\n");
   const Conf conf = file.open();
   g_conf_write_string(conf.get(), "a", "k", "w");
-  on_write = [&](std::size_t length) {
+  on_write = [&](size_t length) {
     // Somebody who does not heed the lock makes the file longer.
     EXPECT_EQ(truncate(file.path().c_str(), 1000), 0);
-    return static_cast<std::int64_t>(length);
+    return static_cast<int64_t>(length);
   };
   g_conf_sync(conf.get());
   on_write = nullptr;
@@ -124,7 +124,7 @@ TEST_F(ConfFileFaults, WhatStandsBehindTheTextIsCutOff) {
 constexpr char kText[] = "[a]\nkey=val\nx=y\n\n[b]\nl=m\n\n";
 
 // What the file holds when it takes `room` bytes and no more, and what was logged.
-void expect_after_full_disk(std::int64_t room, int failures) {
+void expect_after_full_disk(int64_t room, int failures) {
   SCOPED_TRACE(testing::Message() << room << " bytes of room");
   const ConfFile file(kText);
   const Conf conf = file.open();
@@ -132,20 +132,20 @@ void expect_after_full_disk(std::int64_t room, int failures) {
   std::string expected = kText;
   expected.replace(expected.find("l=m"), 3, "l=n");
   LogCapture log;
-  std::int64_t left = room;
-  on_write = [&](std::size_t length) -> std::int64_t {
+  int64_t left = room;
+  on_write = [&](size_t length) -> int64_t {
     if (left == 0) {
       errno = ENOSPC;
       return -1;
     }
-    const auto taken = std::min(left, static_cast<std::int64_t>(length));
+    const auto taken = std::min(left, static_cast<int64_t>(length));
     left -= taken;
     return taken;
   };
   g_conf_sync(conf.get());
   on_write = nullptr;
-  EXPECT_EQ(file.text(), expected.substr(0, static_cast<std::size_t>(room)));
-  EXPECT_EQ(log.take(), Lines(static_cast<std::size_t>(failures),
+  EXPECT_EQ(file.text(), expected.substr(0, static_cast<size_t>(room)));
+  EXPECT_EQ(log.take(), Lines(static_cast<size_t>(failures),
                               warning_line("g_file", "No space left on device - 28.")));
   EXPECT_EQ(conf->dirty, 0);
 }
@@ -164,8 +164,8 @@ TEST_F(ConfFileFaults, ALineThatWasBrokenOffIsGivenUpAndTheNextIsTried) {
   const Conf conf = file.open();
   g_conf_write_string(conf.get(), "b", "l", "n");
   bool first = true;
-  on_write = [&](std::size_t length) -> std::int64_t {
-    return std::exchange(first, false) ? 6 : static_cast<std::int64_t>(length);
+  on_write = [&](size_t length) -> int64_t {
+    return std::exchange(first, false) ? 6 : static_cast<int64_t>(length);
   };
   g_conf_sync(conf.get());
   on_write = nullptr;
@@ -177,7 +177,7 @@ TEST_F(ConfFileFaults, AWriteThatTakesNothingEndsAllTheSame) {
   const Conf conf = file.open();
   g_conf_write_string(conf.get(), "b", "l", "n");
   int calls = 0;
-  on_write = [&](std::size_t) -> std::int64_t {
+  on_write = [&](size_t) -> int64_t {
     ++calls;
     return 0;
   };
@@ -196,11 +196,11 @@ TEST_F(ConfFileFaults, AProgramWithoutStandardErrorLogsNothingIntoTheFile) {
       g_conf_write_string(conf.get(), "a", "k", "w");
       close(STDERR_FILENO);
       if (without_output) close(STDOUT_FILENO);
-      on_write = [without_output](std::size_t length) {
+      on_write = [without_output](size_t length) {
         g_log(G_LOG_WARNING, "test", __LINE__, "a line");
         syscall(SYS_write, STDERR_FILENO, "a line\n", 7);
         if (without_output) syscall(SYS_write, STDOUT_FILENO, "a line\n", 7);
-        return static_cast<std::int64_t>(length);
+        return static_cast<int64_t>(length);
       };
       g_conf_sync(conf.get());
       on_write = nullptr;

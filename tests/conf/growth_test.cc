@@ -136,7 +136,7 @@ TEST(ConfMany, ANameIsNotTakenForAnotherThatHashesAlike) {
   std::mt19937 random(20261120);
   char key[] = "----------";
   const auto next_key = [&] {
-    std::uint64_t bits = random();
+    uint64_t bits = random();
     bits = bits << 32 | random();
     for (int at = 0; at < 10; ++at, bits >>= 4)
       key[at] = static_cast<char>('a' + bits % 16);
@@ -269,10 +269,10 @@ TEST(ConfCollidingNames, AreFoundIgnoringCaseAndToldFromOthersAllTheSame) {
     const ConfFile file;
     const Conf conf = file.open();
     const Names names = names_of(family);
-    for (std::size_t at = 0; at < names.size(); at += 2) {
+    for (size_t at = 0; at < names.size(); at += 2) {
       g_conf_write_int(conf.get(), "s", names[at].c_str(), static_cast<int>(at));
     }
-    for (std::size_t at = 0; at < names.size(); ++at) {
+    for (size_t at = 0; at < names.size(); ++at) {
       std::string name = names[at];
       for (char& c : name) c = c == 'x' ? 'X' : c;
       const int expected = at % 2 == 0 ? static_cast<int>(at) : -1;

@@ -84,7 +84,7 @@ TEST_P(ConfLists, NodesAndRecordsStayWhereTheyAreThroughChanges) {
   for (int key = 0; key < 100; ++key) {
     g_conf_write_int(conf_.get(), "s", ("more" + std::to_string(key)).c_str(), key);
   }
-  std::size_t at = 0;
+  size_t at = 0;
   for (const GList* node = section()->entries; at < before.size(); node = node->next) {
     EXPECT_EQ(node, before[at++]);
     EXPECT_EQ(node->data, before[at++]);
@@ -94,12 +94,12 @@ TEST_P(ConfLists, NodesAndRecordsStayWhereTheyAreThroughChanges) {
 TEST_P(ConfLists, RemovingFromEitherEndAndTheMiddleKeepsOrderAndLookUps) {
   Keys expected = keys_of(section());
   for (int turn = 0; !expected.empty(); ++turn) {
-    const std::size_t at = turn % 3 == 0   ? 0
-                           : turn % 3 == 1 ? expected.size() - 1
-                                           : expected.size() / 2;
+    const size_t at = turn % 3 == 0   ? 0
+                      : turn % 3 == 1 ? expected.size() - 1
+                                      : expected.size() / 2;
     const std::string key = expected[at].first;
     g_conf_remove_key(conf_.get(), "s", key.c_str());
-    expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(at));
+    expected.erase(expected.begin() + static_cast<ptrdiff_t>(at));
     ASSERT_EQ(keys_of(section()), expected);
     ASSERT_EQ(g_find_line(section(), key.c_str()), nullptr);
     for (const auto& [left, value] : expected) {
@@ -120,21 +120,21 @@ TEST_P(ConfLists, AReversedListIsSearchedAsItIs) {
   expect_all_found();
   g_conf_remove_key(conf_.get(), "s", key_name(0).c_str());
   EXPECT_EQ(g_find_line(section(), key_name(0).c_str()), nullptr);
-  EXPECT_EQ(keys_of(section()).size(), static_cast<std::size_t>(GetParam()));
+  EXPECT_EQ(keys_of(section()).size(), static_cast<size_t>(GetParam()));
 }
 
 TEST_P(ConfLists, RecordsThatChangedPlacesAreRemovedFromWhereTheyAre) {
   Keys expected = keys_of(section());
-  const std::size_t size = expected.size();
+  const size_t size = expected.size();
   if (size < 4) return;
   // The nodes stay where they are, as when a program sorts a list by its data.
   GList* const second = section()->entries->next;
   std::swap(second->data, second->next->data);
   std::swap(expected[1], expected[2]);
-  for (const std::size_t at : {2u, 1u}) {
+  for (const size_t at : {2u, 1u}) {
     const std::string key = expected[at].first;
     g_conf_remove_key(conf_.get(), "s", key.c_str());
-    expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(at));
+    expected.erase(expected.begin() + static_cast<ptrdiff_t>(at));
     EXPECT_EQ(keys_of(section()), expected);
     EXPECT_EQ(g_find_line(section(), key.c_str()), nullptr);
   }
@@ -268,7 +268,7 @@ TEST(ConfNames, AreTheSameWhenStrcasecmpOfTheCLocaleSaysSo) {
   for (const std::string frame : {"?", "b?c", "?bcd", "b?cd", "bc?d", "bcd?", "abcd?g"}) {
     std::string key = frame;
     std::string probe = frame;
-    const std::size_t at = frame.find('?');
+    const size_t at = frame.find('?');
     char value[] = "v";
     GConfEntry entry = {key.data(), value};
     GList node = {nullptr, nullptr, &entry};
@@ -290,7 +290,7 @@ TEST(ConfNames, OfManyKeysAreFoldedAsThoseOfFew) {
     const ConfFile file;
     const Conf conf = file.open();
     std::string key = frame;
-    std::size_t entries = 0;
+    size_t entries = 0;
     for (int byte = 1; byte < 256; ++byte) {
       key[frame.find('?')] = static_cast<char>(byte);
       const char* const spelt = key.c_str();
@@ -469,13 +469,13 @@ TEST_P(ConfReplacedStrings, ValuesThatChangedPlacesAreNotFreedByThemselves) {
 // Texts of every length, so that every alignment occurs.
 TEST(ConfRecords, TheTextsOfARecordAreFreedWithItWhateverTheirLengths) {
   std::string text = "[s]\n";
-  for (std::size_t length = 1; length < 40; ++length) {
+  for (size_t length = 1; length < 40; ++length) {
     text += std::string(length, 'k') + "=" + std::string(length % 7, 'v') + "\n";
   }
   const ConfFile file(text);
   AllocationFaults blocks(0);
   Conf conf = file.open();
-  for (std::size_t length = 1; length < 40; length += 2) {
+  for (size_t length = 1; length < 40; length += 2) {
     const std::string key(length, 'k');
     EXPECT_EQ(g_conf_read_string(conf.get(), "s", key.c_str(), ""),
               std::string(length % 7, 'v'));

@@ -16,7 +16,7 @@ namespace {
 
 std::string trimmed(const std::string& text) {
   const char* const blanks = " \t\n\v\f\r";
-  const std::size_t begin = text.find_first_not_of(blanks);
+  const size_t begin = text.find_first_not_of(blanks);
   if (begin == std::string::npos) return "";
   return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
@@ -32,16 +32,16 @@ class Model {
  public:
   Model() = default;
   explicit Model(const std::string& text) {
-    std::size_t begin = 0;
+    size_t begin = 0;
     Keys* current = nullptr;
     while (begin <= text.size()) {
-      const std::size_t end = std::min(text.find('\n', begin), text.size());
+      const size_t end = std::min(text.find('\n', begin), text.size());
       const std::string line = text.substr(begin, end - begin);
       begin = end + 1;
       if (line[0] == '[') {
-        const std::size_t close = line.find(']');
+        const size_t close = line.find(']');
         if (close != std::string::npos) current = &section(line.substr(1, close - 1));
-      } else if (const std::size_t equals = line.find('=');
+      } else if (const size_t equals = line.find('=');
                  line[0] != '#' && current != nullptr && equals != std::string::npos) {
         set(*current, trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
       }

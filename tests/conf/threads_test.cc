@@ -44,11 +44,11 @@ TEST(ConfThreads, WritesReadsAndRemovalsOfOwnKeysKeepTheListsWhole) {
       g_conf_write_double(conf.get(), (prefix + "own").c_str(), "d", round);
     }
   });
-  std::size_t keys = 0;
+  size_t keys = 0;
   for (const auto& [name, entries] : content(conf.get())) {
     if (name[0] == 's') keys += entries.size();
   }
-  EXPECT_EQ(keys, std::size_t{kThreads} * kRounds / 2);
+  EXPECT_EQ(keys, size_t{kThreads} * kRounds / 2);
   EXPECT_EQ(conf->dirty, 1);
 }
 
@@ -103,7 +103,7 @@ bool is_asleep(long thread) {
   std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
   std::string text;
   std::getline(file, text);
-  const std::size_t name_end = text.rfind(')');
+  const size_t name_end = text.rfind(')');
   return name_end != std::string::npos && text.compare(name_end, 4, ") S ") == 0;
 }
 

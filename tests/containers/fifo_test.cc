@@ -43,10 +43,10 @@ namespace {
 // The front of a ring.
 struct Ring {
   void** slots;
-  std::int32_t size;
-  std::int32_t write_index;
-  std::int32_t read_index;
-  std::int32_t count;
+  int32_t size;
+  int32_t write_index;
+  int32_t read_index;
+  int32_t count;
   void* mutex;
 };
 
@@ -54,7 +54,7 @@ const Ring& ring_of(const GFifo* fifo) {
   return *reinterpret_cast<const Ring*>(fifo);
 }
 
-void* number(std::uintptr_t value) {
+void* number(uintptr_t value) {
   return reinterpret_cast<void*>(value);
 }
 
@@ -178,26 +178,26 @@ TEST_F(FifoTest, CapacityOneHoldsOneElement) {
 TEST_F(FifoTest, WhenFullNothingIsOverwritten) {
   make(3);
   LogCapture log;
-  for (std::uintptr_t i = 1; i <= 3; ++i) EXPECT_EQ(g_fifo_put(fifo, number(i)), 0);
+  for (uintptr_t i = 1; i <= 3; ++i) EXPECT_EQ(g_fifo_put(fifo, number(i)), 0);
   EXPECT_EQ(g_fifo_full(fifo), 1);
   EXPECT_EQ(g_fifo_avail(fifo), 0);
   EXPECT_EQ(g_fifo_put(fifo, number(4)), -1);
   EXPECT_EQ(g_fifo_count(fifo), 3);
   EXPECT_EQ(ring_of(fifo).write_index, 0);
-  for (std::uintptr_t i = 1; i <= 3; ++i) EXPECT_EQ(g_fifo_get(fifo), number(i));
+  for (uintptr_t i = 1; i <= 3; ++i) EXPECT_EQ(g_fifo_get(fifo), number(i));
   EXPECT_EQ(g_fifo_empty(fifo), 1);
 }
 
 TEST_F(FifoTest, ElementsKeepTheirOrderAcrossTheWrap) {
   make(3);
-  for (std::uintptr_t i = 1; i <= 3; ++i) g_fifo_put(fifo, number(i));
-  for (std::uintptr_t i = 1; i <= 3; ++i) EXPECT_EQ(g_fifo_get(fifo), number(i));
-  for (std::uintptr_t i = 4; i <= 5; ++i) g_fifo_put(fifo, number(i));
+  for (uintptr_t i = 1; i <= 3; ++i) g_fifo_put(fifo, number(i));
+  for (uintptr_t i = 1; i <= 3; ++i) EXPECT_EQ(g_fifo_get(fifo), number(i));
+  for (uintptr_t i = 4; i <= 5; ++i) g_fifo_put(fifo, number(i));
   EXPECT_EQ(ring_of(fifo).slots[0], number(4));
   EXPECT_EQ(ring_of(fifo).slots[1], number(5));
   EXPECT_EQ(g_fifo_get(fifo), number(4));
-  for (std::uintptr_t i = 6; i <= 7; ++i) g_fifo_put(fifo, number(i));
-  for (std::uintptr_t i = 5; i <= 7; ++i) EXPECT_EQ(g_fifo_get(fifo), number(i));
+  for (uintptr_t i = 6; i <= 7; ++i) g_fifo_put(fifo, number(i));
+  for (uintptr_t i = 5; i <= 7; ++i) EXPECT_EQ(g_fifo_get(fifo), number(i));
 }
 
 TEST_F(FifoTest, ATakenSlotIsNotCleared) {
@@ -244,7 +244,7 @@ TEST(Fifo, AgreesWithADequeOverRandomOperations) {
   for (const int size : {1, 2, 3, 7, 64}) {
     GFifo* const fifo = g_fifo_new(size);
     std::deque<void*> model;
-    for (std::uintptr_t step = 1; step < 20000; ++step) {
+    for (uintptr_t step = 1; step < 20000; ++step) {
       // Phases that tend to fill and phases that tend to drain.
       if (random() % 16 < (step / 500 % 2 == 0 ? 9u : 7u)) {
         const bool fits = static_cast<int>(model.size()) < size;
@@ -274,24 +274,23 @@ void yield_now() {
 }
 
 // Passes numbered blocks through the ring; each end waits for the other by asking.
-void pass_blocks(int size, std::uint32_t total) {
+void pass_blocks(int size, uint32_t total) {
   GFifo* const fifo = g_fifo_new(size);
   ASSERT_NE(fifo, nullptr);
   LogCapture log;
   std::thread producer([&] {
-    for (std::uint32_t i = 0; i < total; ++i) {
-      auto* const block =
-          static_cast<std::uint32_t*>(std::malloc(2 * sizeof(std::uint32_t)));
+    for (uint32_t i = 0; i < total; ++i) {
+      auto* const block = static_cast<uint32_t*>(std::malloc(2 * sizeof(uint32_t)));
       block[0] = i;
       block[1] = ~i;
       while (g_fifo_full(fifo) != 0) yield_now();
       ASSERT_EQ(g_fifo_put(fifo, block), 0);
     }
   });
-  std::uint32_t wrong = 0;
-  for (std::uint32_t i = 0; i < total; ++i) {
+  uint32_t wrong = 0;
+  for (uint32_t i = 0; i < total; ++i) {
     while (g_fifo_empty(fifo) != 0) yield_now();
-    auto* const block = static_cast<std::uint32_t*>(g_fifo_get(fifo));
+    auto* const block = static_cast<uint32_t*>(g_fifo_get(fifo));
     if (block == nullptr || block[0] != i || block[1] != ~i) ++wrong;
     std::free(block);
   }
@@ -309,7 +308,7 @@ constexpr bool kSlow = false;
 #endif
 
 TEST(FifoThreads, OneProducerAndOneConsumerPassEveryBlockInOrder) {
-  constexpr std::uint32_t kTotal = kSlow ? 200000 : 2000000;
+  constexpr uint32_t kTotal = kSlow ? 200000 : 2000000;
   pass_blocks(4096, kTotal);
   pass_blocks(2, 1000);
   pass_blocks(1, 500);
@@ -340,19 +339,19 @@ TEST(FifoThreads, AFifoMayBeFlushedWhileItIsFilled) {
 }
 
 TEST(FifoThreads, TheStateMayBeAskedForAtAnyTime) {
-  constexpr std::uintptr_t kTotal = kSlow ? 20000 : 200000;
+  constexpr uintptr_t kTotal = kSlow ? 20000 : 200000;
   GFifo* const fifo = g_fifo_new(8);
   LogCapture log;
   std::atomic<bool> done{false};
   std::thread producer([&] {
-    for (std::uintptr_t i = 1; i <= kTotal; ++i) {
+    for (uintptr_t i = 1; i <= kTotal; ++i) {
       while (g_fifo_full(fifo) != 0) yield_now();
       g_fifo_put(fifo, number(i));
     }
   });
-  std::uintptr_t wrong = 0;
+  uintptr_t wrong = 0;
   std::thread consumer([&] {
-    for (std::uintptr_t i = 1; i <= kTotal; ++i) {
+    for (uintptr_t i = 1; i <= kTotal; ++i) {
       while (g_fifo_empty(fifo) != 0) yield_now();
       if (g_fifo_get(fifo) != number(i)) ++wrong;
     }
@@ -373,7 +372,7 @@ TEST(FifoThreads, TheStateMayBeAskedForAtAnyTime) {
     // While the mutex is held both ends stand still, however long they get to run.
     g_thread_mutex_lock(mutex);
     const int before = g_fifo_count(fifo);
-    const std::int32_t write_index = ring_of(fifo).write_index;
+    const int32_t write_index = ring_of(fifo).write_index;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
     changes += g_fifo_count(fifo) != before || ring_of(fifo).write_index != write_index;
     g_thread_mutex_unlock(mutex);

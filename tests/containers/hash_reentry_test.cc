@@ -28,15 +28,15 @@ struct Entry {
 };
 struct Table {
   Entry** slots;
-  std::uint32_t size;
-  std::uint32_t count;
+  uint32_t size;
+  uint32_t count;
 };
 
 const Table& table_of(const GHash* hash) {
   return *reinterpret_cast<const Table*>(hash);
 }
 
-void* number(std::uintptr_t value) {
+void* number(uintptr_t value) {
   return reinterpret_cast<void*>(value);
 }
 
@@ -53,9 +53,9 @@ void destroy(void* key, void* value) {
   if (at_destroy) at_destroy(key, value);
 }
 // Few hashes, so that runs are long.
-std::uint32_t own_hash(const void* key) {
+uint32_t own_hash(const void* key) {
   if (at_hash) at_hash(key);
-  return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(key)) % 5;
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key)) % 5;
 }
 int own_equal(const void* stored, const void* probe) {
   if (at_equal) at_equal(stored, probe);
@@ -67,23 +67,23 @@ struct Mode {
   const char* name;
   GHashFunc hash_func;
   GEqualFunc equal_func;
-  std::uintptr_t (*key)(std::uintptr_t number);
+  uintptr_t (*key)(uintptr_t number);
 };
 
-std::array<std::int32_t, 4096> ints;
+std::array<int32_t, 4096> ints;
 std::array<std::array<char, 8>, 4096> texts;
 
-std::uintptr_t int_key(std::uintptr_t n) {
-  ints[n] = static_cast<std::int32_t>(n);
-  return reinterpret_cast<std::uintptr_t>(&ints[n]);
+uintptr_t int_key(uintptr_t n) {
+  ints[n] = static_cast<int32_t>(n);
+  return reinterpret_cast<uintptr_t>(&ints[n]);
 }
-std::uintptr_t text_key(std::uintptr_t n) {
+uintptr_t text_key(uintptr_t n) {
   // "Aa" and "BB" hash alike.
   const std::string text = (n % 2 == 0 ? "Aa" : "BB") + std::to_string(n / 2);
   text.copy(texts[n].data(), 7);
-  return reinterpret_cast<std::uintptr_t>(texts[n].data());
+  return reinterpret_cast<uintptr_t>(texts[n].data());
 }
-std::uintptr_t same(std::uintptr_t n) {
+uintptr_t same(uintptr_t n) {
   return n;
 }
 
@@ -104,15 +104,15 @@ class HashReentry : public ::testing::TestWithParam<Mode> {
     destroyed.clear();
   }
   void TearDown() override { SetUp(); }
-  void make(unsigned size, std::uintptr_t entries) {
+  void make(unsigned size, uintptr_t entries) {
     hash = g_hash_new(size, GetParam().hash_func, GetParam().equal_func, destroy);
     ASSERT_NE(hash, nullptr);
-    for (std::uintptr_t i = 0; i < entries; ++i) insert(i);
+    for (uintptr_t i = 0; i < entries; ++i) insert(i);
   }
-  static void* key(std::uintptr_t n) { return number(GetParam().key(n)); }
-  int insert(std::uintptr_t n) { return g_hash_insert(hash, key(n), number(n + 1)); }
-  void* find(std::uintptr_t n) { return g_hash_find(hash, key(n)); }
-  int remove(std::uintptr_t n) { return g_hash_remove(hash, key(n)); }
+  static void* key(uintptr_t n) { return number(GetParam().key(n)); }
+  int insert(uintptr_t n) { return g_hash_insert(hash, key(n), number(n + 1)); }
+  void* find(uintptr_t n) { return g_hash_find(hash, key(n)); }
+  int remove(uintptr_t n) { return g_hash_remove(hash, key(n)); }
 
   GHash* hash = nullptr;
 };
@@ -122,19 +122,19 @@ INSTANTIATE_TEST_SUITE_P(Modes, HashReentry, ::testing::ValuesIn(kModes),
 // --- destroy functions ---
 
 TEST_P(HashReentry, WhileATableIsFreedItIsOneThatIsEmptiedInTheOrderOfTheSlots) {
-  constexpr std::uintptr_t kEntries = 100;
+  constexpr uintptr_t kEntries = 100;
   make(16, kEntries);
   std::vector<void*> order;
-  for (std::uint32_t slot = 0; slot < table_of(hash).size; ++slot) {
+  for (uint32_t slot = 0; slot < table_of(hash).size; ++slot) {
     const Entry* const entry = table_of(hash).slots[slot];
     if (entry != nullptr) order.push_back(entry->key);
   }
-  std::size_t freed = 0;
+  size_t freed = 0;
   at_destroy = [&](void* given, void* value) {
     ASSERT_EQ(given, order[freed]);
     ASSERT_EQ(g_hash_count(hash), kEntries - freed);
     ASSERT_EQ(g_hash_find(hash, given), value);
-    for (std::size_t i = 0; i < order.size(); ++i) {
+    for (size_t i = 0; i < order.size(); ++i) {
       ASSERT_EQ(g_hash_find(hash, order[i]) == nullptr, i < freed);
     }
     if (freed > 0) {
@@ -150,7 +150,7 @@ TEST_P(HashReentry, ADestroyFunctionMayRemoveOthersWhileTheTableIsFreed) {
   make(16, 50);
   at_destroy = [&](void*, void*) {
     const auto nested = std::exchange(at_destroy, nullptr);
-    for (std::uintptr_t i = 0; i < 50; i += 7) remove(i);
+    for (uintptr_t i = 0; i < 50; i += 7) remove(i);
     at_destroy = nested;
   };
   g_hash_free(hash);
@@ -162,14 +162,14 @@ TEST_P(HashReentry, ADestroyFunctionMayRemoveOthersWhileTheTableIsFreed) {
 TEST_P(HashReentry, ADestroyFunctionMayInsertUntilTheTableGrows) {
   make(4, 3);
   at_destroy = [&](void*, void*) {
-    for (std::uintptr_t i = 10; i < 200; ++i) ASSERT_EQ(insert(i), 0);
+    for (uintptr_t i = 10; i < 200; ++i) ASSERT_EQ(insert(i), 0);
   };
   EXPECT_EQ(remove(1), 0);
   EXPECT_EQ(find(1), nullptr);
   EXPECT_EQ(g_hash_count(hash), 192u);
   EXPECT_EQ(find(0), number(1));
   EXPECT_EQ(find(2), number(3));
-  for (std::uintptr_t i = 10; i < 200; ++i) EXPECT_EQ(find(i), number(i + 1));
+  for (uintptr_t i = 10; i < 200; ++i) EXPECT_EQ(find(i), number(i + 1));
   EXPECT_EQ(destroyed, (std::vector<Pair>{{key(1), number(2)}}));
   at_destroy = nullptr;
   g_hash_free(hash);
@@ -195,7 +195,7 @@ TEST_P(HashReentry, ADestroyFunctionThatRemovesItsOwnEntryIsNotCalledAgain) {
 TEST_P(HashReentry, DestroyFunctionsThatRemoveEachOthersEntriesEnd) {
   make(8, 6);
   at_destroy = [&](void*, void*) {
-    for (std::uintptr_t i = 0; i < 6; ++i) remove(i);
+    for (uintptr_t i = 0; i < 6; ++i) remove(i);
   };
   EXPECT_EQ(remove(2), 0);
   EXPECT_EQ(g_hash_count(hash), 0u);
@@ -223,10 +223,10 @@ TEST_P(HashReentry, ATableThatIsFreedTakesAsManyNewEntriesAsItHadAndDestroysThem
   AllocationFaults blocks(0);
   {
     make(4, 3);
-    std::uintptr_t next = 100;
-    std::uintptr_t stored = 0;
+    uintptr_t next = 100;
+    uintptr_t stored = 0;
     at_destroy = [&](void*, void*) {
-      const std::uintptr_t n = next++;
+      const uintptr_t n = next++;
       if (insert(n) == 0) ++stored;
       EXPECT_EQ(find(n) != nullptr, stored == n - 99);
     };
@@ -279,14 +279,14 @@ TEST_P(HashReentryOfKeyFunctions, ASearchWhoseEqualityMakesTheTableGrowStillFind
   make(8, 7);
   at_equal = [&](const void*, const void*) {
     at_equal = nullptr;
-    for (std::uintptr_t i = 100; i < 130; ++i) insert(i);
+    for (uintptr_t i = 100; i < 130; ++i) insert(i);
   };
   EXPECT_EQ(find(6), number(7));
   EXPECT_GE(table_of(hash).size, 32u);
   EXPECT_EQ(g_hash_count(hash), 37u);
   at_equal = [&](const void*, const void*) {
     at_equal = nullptr;
-    for (std::uintptr_t i = 200; i < 300; ++i) insert(i);
+    for (uintptr_t i = 200; i < 300; ++i) insert(i);
   };
   EXPECT_EQ(remove(5), 0);
   EXPECT_EQ(find(5), nullptr);
@@ -296,7 +296,7 @@ TEST_P(HashReentryOfKeyFunctions, ASearchWhoseEqualityMakesTheTableGrowStillFind
 
 TEST_P(HashReentryOfKeyFunctions, AnEqualityThatAlwaysInsertsDoesNotKeepTheCallGoing) {
   make(8, 7);
-  std::uintptr_t next = 100;
+  uintptr_t next = 100;
   const auto insert_one = [&](const void*, const void*) {
     const auto nested = std::exchange(at_equal, nullptr);
     insert(next++);
@@ -309,7 +309,7 @@ TEST_P(HashReentryOfKeyFunctions, AnEqualityThatAlwaysInsertsDoesNotKeepTheCallG
   EXPECT_LT(next, 600u);
   EXPECT_EQ(insert(52), 0);
   at_equal = nullptr;
-  for (std::uintptr_t i = 100; i < next; ++i) ASSERT_EQ(find(i), number(i + 1));
+  for (uintptr_t i = 100; i < next; ++i) ASSERT_EQ(find(i), number(i + 1));
   EXPECT_EQ(find(52), number(53));
   g_hash_free(hash);
 }
@@ -317,7 +317,7 @@ TEST_P(HashReentryOfKeyFunctions, AnEqualityThatAlwaysInsertsDoesNotKeepTheCallG
 TEST_P(HashReentryOfKeyFunctions, AnEqualityThatMovesTheHoleDoesNotKeepTheInsertionGoing) {
   make(4, 2);
   // Fills the hole ahead and opens one behind, for ever.
-  std::uintptr_t next = 100;
+  uintptr_t next = 100;
   std::vector<const void*> met;
   at_equal = [&](const void* stored, const void*) {
     const auto nested = std::exchange(at_equal, nullptr);
@@ -335,7 +335,7 @@ TEST_P(HashReentryOfKeyFunctions, AnEqualityThatMovesTheHoleDoesNotKeepTheInsert
 
 TEST_P(HashReentryOfKeyFunctions, AHashFunctionMayInsertWhileTheTableGrows) {
   make(4, 3);
-  std::uintptr_t next = 100;
+  uintptr_t next = 100;
   at_hash = [&](const void*) {
     const auto nested = std::exchange(at_hash, nullptr);
     insert(next++);
@@ -345,7 +345,7 @@ TEST_P(HashReentryOfKeyFunctions, AHashFunctionMayInsertWhileTheTableGrows) {
   at_hash = nullptr;
   EXPECT_EQ(g_hash_count(hash), 4 + (next - 100));
   EXPECT_EQ(find(50), number(51));
-  for (std::uintptr_t i = 100; i < next; ++i) EXPECT_EQ(find(i), number(i + 1));
+  for (uintptr_t i = 100; i < next; ++i) EXPECT_EQ(find(i), number(i + 1));
   g_hash_free(hash);
 }
 
@@ -355,13 +355,13 @@ TEST_P(HashReentryOfKeyFunctions, AHashFunctionMayRemoveWhileTheTableGrows) {
   at_hash = [&](const void*) {
     if (++calls != 4) return;  // when it is asked about a stored key
     const auto nested = std::exchange(at_hash, nullptr);
-    for (std::uintptr_t i = 0; i < 7; i += 2) EXPECT_EQ(remove(i), 0);
+    for (uintptr_t i = 0; i < 7; i += 2) EXPECT_EQ(remove(i), 0);
     at_hash = nested;
   };
   EXPECT_EQ(insert(50), 0);
   at_hash = nullptr;
   EXPECT_EQ(g_hash_count(hash), 4u);
-  for (const std::uintptr_t i : {1u, 3u, 5u, 50u}) EXPECT_EQ(find(i), number(i + 1));
+  for (const uintptr_t i : {1u, 3u, 5u, 50u}) EXPECT_EQ(find(i), number(i + 1));
   EXPECT_EQ(find(2), nullptr);
   g_hash_free(hash);
 }
@@ -371,7 +371,7 @@ TEST_P(HashReentryOfKeyFunctions, GrowthDoesNotHashAKeyThatIsBeingDestroyed) {
   at_destroy = [&](void* dead, void*) {
     // As after free(dead).
     at_hash = [=](const void* key) { EXPECT_NE(key, dead); };
-    for (std::uintptr_t i = 10; i < 40; ++i) insert(i);
+    for (uintptr_t i = 10; i < 40; ++i) insert(i);
   };
   EXPECT_EQ(remove(3), 0);
   at_hash = nullptr;
@@ -386,12 +386,12 @@ TEST_P(HashReentryOfKeyFunctions, GrowthDoesNotHashAKeyThatIsBeingDestroyed) {
 // The rules of a table whose destroy function uses it, written down directly.
 class Model {
  public:
-  Model(std::uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
+  Model(uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
       : slots_(size), hash_func_(hash_func), equal_func_(equal_func) {}
   void set_destroy(std::function<void(void*, void*)> function) { destroy_ = function; }
 
   int insert(void* key, void* value) {
-    std::size_t slot = home(key);
+    size_t slot = home(key);
     for (; slots_[slot].is_used; slot = (slot + 1) % slots_.size()) {
       if (!equal(slots_[slot].key, key)) continue;
       slots_[slot].key = key;
@@ -406,11 +406,11 @@ class Model {
     return 0;
   }
   void* find(const void* key) {
-    const std::size_t slot = look_up(key);
+    const size_t slot = look_up(key);
     return slot != slots_.size() ? slots_[slot].value : nullptr;
   }
   int remove(const void* key) {
-    const std::size_t slot = look_up(key);
+    const size_t slot = look_up(key);
     if (slot == slots_.size()) return -1;
     remove_slot(slot);
     return 0;
@@ -419,7 +419,7 @@ class Model {
   void free() {
     insertions_left_ = count_;
     while (count_ != 0) {
-      for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+      for (size_t slot = 0; slot < slots_.size(); ++slot) {
         if (slots_[slot].is_used) remove_slot(slot);
       }
     }
@@ -440,18 +440,18 @@ class Model {
     void* key = nullptr;
     void* value = nullptr;
   };
-  std::size_t home(const void* key) const { return hash_func_(key) % slots_.size(); }
+  size_t home(const void* key) const { return hash_func_(key) % slots_.size(); }
   bool equal(const void* stored, const void* probe) const {
     return equal_func_ != nullptr ? equal_func_(stored, probe) != 0 : stored == probe;
   }
-  std::size_t look_up(const void* key) const {
-    for (std::size_t i = 0; i < slots_.size(); ++i) {
-      const std::size_t slot = (home(key) + i) % slots_.size();
+  size_t look_up(const void* key) const {
+    for (size_t i = 0; i < slots_.size(); ++i) {
+      const size_t slot = (home(key) + i) % slots_.size();
       if (slots_[slot].is_used && equal(slots_[slot].key, key)) return slot;
     }
     return slots_.size();
   }
-  void remove_slot(std::size_t slot) {
+  void remove_slot(size_t slot) {
     if (!slots_[slot].is_leaving) {
       slots_[slot].is_leaving = true;
       const int id = slots_[slot].id;
@@ -465,7 +465,7 @@ class Model {
     --count_;
   }
   void place(const Slot& content) {
-    std::size_t slot = home(content.key);
+    size_t slot = home(content.key);
     while (slots_[slot].is_used) slot = (slot + 1) % slots_.size();
     slots_[slot] = content;
   }
@@ -477,8 +477,8 @@ class Model {
   }
 
   std::vector<Slot> slots_;
-  std::uint32_t count_ = 0;
-  std::uint32_t insertions_left_ = 0xffffffffu;
+  uint32_t count_ = 0;
+  uint32_t insertions_left_ = 0xffffffffu;
   int next_id_ = 0;
   GHashFunc hash_func_;
   GEqualFunc equal_func_;
@@ -487,7 +487,7 @@ class Model {
 
 class Real {
  public:
-  Real(std::uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
+  Real(uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
       : hash_(g_hash_new(size, hash_func, equal_func, destroy)) {}
   void set_destroy(std::function<void(void*, void*)> function) { at_destroy = function; }
   int insert(void* key, void* value) { return g_hash_insert(hash_, key, value); }
@@ -501,7 +501,7 @@ class Real {
   std::vector<Pair> content() {
     const Table& table = table_of(hash_);
     std::vector<Pair> pairs;
-    for (std::uint32_t slot = 0; slot < table.size; ++slot) {
+    for (uint32_t slot = 0; slot < table.size; ++slot) {
       const Entry* const entry = table.slots[slot];
       pairs.emplace_back(entry != nullptr ? Pair(entry->key, entry->value) : Pair());
     }
@@ -515,21 +515,21 @@ class Real {
 // Operations at random, also from inside the destroy function; two tables that behave alike
 // give the same story.
 template <typename Subject>
-std::vector<std::uintptr_t> story_of(unsigned seed, const Mode& mode) {
-  std::vector<std::uintptr_t> story;
+std::vector<uintptr_t> story_of(unsigned seed, const Mode& mode) {
+  std::vector<uintptr_t> story;
   const auto tell = [&](auto value) {
     if constexpr (std::is_pointer_v<decltype(value)>) {
-      story.push_back(reinterpret_cast<std::uintptr_t>(value));
+      story.push_back(reinterpret_cast<uintptr_t>(value));
     } else {
-      story.push_back(static_cast<std::uintptr_t>(value));
+      story.push_back(static_cast<uintptr_t>(value));
     }
   };
   std::mt19937 random(seed);
-  Subject subject(1 + static_cast<std::uint32_t>(random() % 40),
+  Subject subject(1 + static_cast<uint32_t>(random() % 40),
                   mode.hash_func != nullptr ? mode.hash_func : g_hash_direct,
                   mode.equal_func);
-  const std::uintptr_t keys = 4 + random() % 100;
-  std::uintptr_t value = 1;
+  const uintptr_t keys = 4 + random() % 100;
+  uintptr_t value = 1;
   unsigned depth = 0;
   unsigned nested_left = 0;
   const auto step = [&] {
@@ -562,7 +562,7 @@ std::vector<std::uintptr_t> story_of(unsigned seed, const Mode& mode) {
     }
     // Now and then enough to grow.
     if (random() % 40 == 0 && nested_left > 0) {
-      for (std::uintptr_t i = 0; i < keys; ++i) {
+      for (uintptr_t i = 0; i < keys; ++i) {
         tell(subject.insert(number(mode.key(i)), number(value++)));
       }
     }
@@ -600,9 +600,9 @@ TEST_P(HashReentry, AgreesWithAModelWhenDestroyFunctionsUseTheTableAtRandom) {
 // Checks what must hold of any table while no callback is running.
 void expect_consistent(GHash* hash, const std::set<void*>& gone) {
   const Table& table = table_of(hash);
-  std::uint32_t occupied = 0;
+  uint32_t occupied = 0;
   std::set<void*> values;
-  for (std::uint32_t slot = 0; slot < table.size; ++slot) {
+  for (uint32_t slot = 0; slot < table.size; ++slot) {
     const Entry* const entry = table.slots[slot];
     if (entry == nullptr) continue;
     ++occupied;
@@ -611,7 +611,7 @@ void expect_consistent(GHash* hash, const std::set<void*>& gone) {
   }
   EXPECT_EQ(table.count, occupied);
   EXPECT_LT(table.count, table.size);
-  for (std::uint32_t slot = 0; slot < table.size; ++slot) {
+  for (uint32_t slot = 0; slot < table.size; ++slot) {
     const Entry* const entry = table.slots[slot];
     if (entry == nullptr) continue;
     EXPECT_EQ(values.count(g_hash_find(hash, entry->key)), 1u);
@@ -626,8 +626,8 @@ TEST_P(HashReentryOfKeyFunctions, EveryFunctionMayUseTheTableAtRandom) {
       std::mt19937 random(seed);
       hash = g_hash_new(1 + static_cast<unsigned>(random() % 20), own_hash, own_equal,
                         destroy);
-      const std::uintptr_t keys = 4 + random() % 30;
-      std::uintptr_t value = 1;
+      const uintptr_t keys = 4 + random() % 30;
+      uintptr_t value = 1;
       unsigned depth = 0;
       unsigned nested_left = 0;
       std::set<void*> gone;

@@ -25,7 +25,7 @@ using test::check_line;
 using test::LogCapture;
 using Lines = std::vector<std::string>;
 
-static_assert(std::is_same_v<GHashFunc, std::uint32_t (*)(const void*)>);
+static_assert(std::is_same_v<GHashFunc, uint32_t (*)(const void*)>);
 static_assert(std::is_same_v<GEqualFunc, int (*)(const void*, const void*)>);
 static_assert(std::is_same_v<GHashDestroyFunc, void (*)(void*, void*)>);
 static_assert(std::is_same_v<decltype(g_hash_new),
@@ -51,8 +51,8 @@ struct Entry {
 };
 struct Table {
   Entry** slots;
-  std::uint32_t size;
-  std::uint32_t count;
+  uint32_t size;
+  uint32_t count;
   GHashFunc hash_func;
   GEqualFunc equal_func;
   GHashDestroyFunc destroy_func;
@@ -62,7 +62,7 @@ const Table& table_of(const GHash* hash) {
   return *reinterpret_cast<const Table*>(hash);
 }
 
-void* number(std::uintptr_t value) {
+void* number(uintptr_t value) {
   return reinterpret_cast<void*>(value);
 }
 
@@ -76,7 +76,7 @@ using Pair = std::pair<void*, void*>;
 std::vector<Pair> content(const GHash* hash) {
   std::vector<Pair> pairs;
   const Table& table = table_of(hash);
-  for (std::uint32_t slot = 0; slot < table.size; ++slot) {
+  for (uint32_t slot = 0; slot < table.size; ++slot) {
     const Entry* const entry = table.slots[slot];
     pairs.emplace_back(entry != nullptr ? Pair(entry->key, entry->value) : Pair());
   }
@@ -143,7 +143,7 @@ TEST_F(HashTest, ASizeBeyondMemoryGivesNull) {
 
 TEST_F(HashTest, FreeDestroysTheEntriesInTheOrderOfTheSlots) {
   make(8, nullptr, nullptr, record_destroyed);
-  for (const std::uintptr_t key : {6u, 1u, 14u, 9u}) {
+  for (const uintptr_t key : {6u, 1u, 14u, 9u}) {
     g_hash_insert(hash, number(key), text("x"));
   }
   g_hash_free(std::exchange(hash, nullptr));
@@ -156,7 +156,7 @@ TEST_F(HashTest, FreeDestroysTheEntriesInTheOrderOfTheSlots) {
 TEST_F(HashTest, FreeWithoutADestroyFunctionReleasesTheEntries) {
   AllocationFaults blocks(0);
   GHash* const table = g_hash_new(2, nullptr, nullptr, nullptr);
-  for (std::uintptr_t key = 0; key < 100; ++key) g_hash_insert(table, number(key), nullptr);
+  for (uintptr_t key = 0; key < 100; ++key) g_hash_insert(table, number(key), nullptr);
   g_hash_free(table);
   blocks.disarm();
   EXPECT_EQ(blocks.outstanding(), 0);
@@ -187,7 +187,7 @@ TEST(HashDirect, IsThePointersValue) {
 }
 
 TEST(HashInt, IsTheIntegerPointedTo) {
-  const std::int32_t a = -2, b = -2, c = 5;
+  const int32_t a = -2, b = -2, c = 5;
   EXPECT_EQ(g_hash_int(&a), 0xfffffffeu);
   EXPECT_EQ(g_hash_int(&c), 5u);
   EXPECT_EQ(g_hash_int_equal(&a, &b), 1);
@@ -203,19 +203,19 @@ TEST(HashStr, MultipliesBy31AndAddsEachByte) {
 TEST(HashStr, BytesFrom0x80OnAreNegative) {
   EXPECT_EQ(g_hash_str("\xff"), 0xffffffffu);
   EXPECT_EQ(g_hash_str("\x80"), 0xffffff80u);
-  EXPECT_EQ(g_hash_str("\xc3\xa9"), static_cast<std::uint32_t>(-61 * 31 - 87));
+  EXPECT_EQ(g_hash_str("\xc3\xa9"), static_cast<uint32_t>(-61 * 31 - 87));
 }
 
 TEST(HashStr, AgreesWithTheRuleForEveryLength) {
   std::mt19937 random(1);
-  for (std::size_t length = 0; length < 300; ++length) {
+  for (size_t length = 0; length < 300; ++length) {
     std::string key;
-    std::uint32_t expected = 0;
-    for (std::size_t i = 0; i < length; ++i) {
+    uint32_t expected = 0;
+    for (size_t i = 0; i < length; ++i) {
       const int byte = static_cast<int>(random() % 255) + 1;
       key.push_back(static_cast<char>(byte));
       const int value = byte < 128 ? byte : byte - 256;
-      expected = expected * 31 + static_cast<std::uint32_t>(value);
+      expected = expected * 31 + static_cast<uint32_t>(value);
     }
     ASSERT_EQ(g_hash_str(key.c_str()), expected) << "length " << length;
   }
@@ -233,7 +233,7 @@ TEST(HashStr, EqualityIsThatOfTheText) {
 
 TEST_F(HashTest, CollidingKeysTakeTheNextEmptySlotAcrossTheEnd) {
   make(8);
-  for (const std::uintptr_t key : {6u, 14u, 22u, 30u}) {
+  for (const uintptr_t key : {6u, 14u, 22u, 30u}) {
     g_hash_insert(hash, number(key), nullptr);
   }
   const auto slots = content(hash);
@@ -256,7 +256,7 @@ TEST_F(HashTest, AnExistingKeyHasKeyAndValueReplacedWithoutDestroying) {
 
 TEST_F(HashTest, TheFourthKeyMakesFourSlotsEightBeforeItIsStored) {
   make(4);
-  for (const std::uintptr_t key : {0u, 4u, 8u}) {
+  for (const uintptr_t key : {0u, 4u, 8u}) {
     EXPECT_EQ(g_hash_insert(hash, number(key), text("x")), 0);
   }
   EXPECT_EQ(table_of(hash).size, 4u);
@@ -273,7 +273,7 @@ TEST_F(HashTest, TheFourthKeyMakesFourSlotsEightBeforeItIsStored) {
 
 TEST_F(HashTest, ReplacingInATableThatIsAboutToGrowDoesNotGrowIt) {
   make(4);
-  for (const std::uintptr_t key : {1u, 2u, 3u}) g_hash_insert(hash, number(key), nullptr);
+  for (const uintptr_t key : {1u, 2u, 3u}) g_hash_insert(hash, number(key), nullptr);
   g_hash_insert(hash, number(2), text("x"));
   EXPECT_EQ(table_of(hash).size, 4u);
 }
@@ -348,7 +348,7 @@ TEST_F(HashTest, RemoveDestroysStoredKeyAndValueAndLeavesAHole) {
 
 TEST_F(HashTest, NullKeysAndNullValuesAreDestroyedToo) {
   make(8, nullptr, nullptr, record_destroyed);
-  for (const std::uintptr_t key : {0u, 1u, 2u}) g_hash_insert(hash, number(key), nullptr);
+  for (const uintptr_t key : {0u, 1u, 2u}) g_hash_insert(hash, number(key), nullptr);
   g_hash_remove(hash, number(1));
   EXPECT_EQ(destroyed, (std::vector<Pair>{{number(1), nullptr}}));
   destroyed.clear();
@@ -392,7 +392,7 @@ TEST_P(HashSizes, TheStoredKeyMayBeRemovedThroughItsOwnPointer) {
 TEST_P(HashSizes, ASearchPassesOverHoles) {
   const unsigned size = GetParam();
   make(size);
-  const std::uintptr_t home = size - 2;  // so that the run wraps
+  const uintptr_t home = size - 2;  // so that the run wraps
   for (const unsigned i : {0u, 1u, 2u, 3u}) {
     g_hash_insert(hash, number(home + i * size), number(i + 1));
   }
@@ -405,7 +405,7 @@ TEST_P(HashSizes, ASearchPassesOverHoles) {
 TEST_P(HashSizes, AnInsertionStopsAtAHoleAndStoresTheKeyTwice) {
   const unsigned size = GetParam();
   make(size, nullptr, nullptr, record_destroyed);
-  const std::uintptr_t home = size - 1, second = home + size;
+  const uintptr_t home = size - 1, second = home + size;
   g_hash_insert(hash, number(home), text("a"));
   g_hash_insert(hash, number(second), text("far"));
   g_hash_remove(hash, number(home));
@@ -423,9 +423,9 @@ TEST_P(HashSizes, AnInsertionStopsAtAHoleAndStoresTheKeyTwice) {
 TEST_P(HashSizes, OfTwoCopiesAwayFromHomeTheNearerIsMet) {
   const unsigned size = GetParam();
   make(size);
-  const std::uintptr_t home = size - 2;  // so that the run wraps
-  const std::uintptr_t third = home + 2 * size;
-  for (const std::uintptr_t key : {home, home + size}) {
+  const uintptr_t home = size - 2;  // so that the run wraps
+  const uintptr_t third = home + 2 * size;
+  for (const uintptr_t key : {home, home + size}) {
     g_hash_insert(hash, number(key), nullptr);
   }
   g_hash_insert(hash, number(third), text("far"));
@@ -456,7 +456,7 @@ TEST_P(HashSizes, AnInsertionBeforeAHoleReplaces) {
 std::vector<std::pair<const void*, const void*>> comparisons;
 int hash_calls = 0;
 
-std::uint32_t own_hash(const void* key) {
+uint32_t own_hash(const void* key) {
   ++hash_calls;
   return g_hash_direct(key) * 7;
 }
@@ -475,8 +475,8 @@ TEST_P(HashSizes, TheCallersEqualityMeetsEveryEntryFromTheHomeSlotOnStoredKeyFir
   }
   const void* const absent = number(6000);
   std::vector<std::pair<const void*, const void*>> expected;
-  const std::uint32_t home = own_hash(absent) % size;
-  for (std::uint32_t i = 0; i < size; ++i) {
+  const uint32_t home = own_hash(absent) % size;
+  for (uint32_t i = 0; i < size; ++i) {
     const Entry* const entry = table_of(hash).slots[(home + i) % size];
     if (entry != nullptr) expected.emplace_back(entry->key, absent);
   }
@@ -489,7 +489,7 @@ TEST_P(HashSizes, TheCallersEqualityMeetsEveryEntryFromTheHomeSlotOnStoredKeyFir
 
   // An insertion meets the entries up to the first hole only.
   expected.clear();
-  for (std::uint32_t i = 0;; ++i) {
+  for (uint32_t i = 0;; ++i) {
     const Entry* const entry = table_of(hash).slots[(home + i) % size];
     if (entry == nullptr) break;
     expected.emplace_back(entry->key, absent);
@@ -535,11 +535,11 @@ class Model {
     void* key = nullptr;
     void* value = nullptr;
   };
-  Model(std::uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
+  Model(uint32_t size, GHashFunc hash_func, GEqualFunc equal_func)
       : slots_(size), hash_func_(hash_func), equal_func_(equal_func) {}
 
   void insert(void* key, void* value) {
-    std::size_t slot = home(key);
+    size_t slot = home(key);
     for (; slots_[slot].used; slot = (slot + 1) % slots_.size()) {
       if (equal(slots_[slot].key, key)) {
         slots_[slot] = {true, key, value};
@@ -553,7 +553,7 @@ class Model {
 
   // Null when absent.
   const Slot* find(const void* key) const {
-    for (std::size_t i = 0; i < slots_.size(); ++i) {
+    for (size_t i = 0; i < slots_.size(); ++i) {
       const Slot& slot = slots_[(home(key) + i) % slots_.size()];
       if (slot.used && equal(slot.key, key)) return &slot;
     }
@@ -564,13 +564,13 @@ class Model {
   Pair remove(const void* key) {
     const Slot* const found = find(key);
     if (found == nullptr) return {};
-    Slot& slot = slots_[static_cast<std::size_t>(found - slots_.data())];
+    Slot& slot = slots_[static_cast<size_t>(found - slots_.data())];
     --count_;
     const Slot removed = std::exchange(slot, {});
     return {removed.key, removed.value};
   }
 
-  std::uint32_t count() const { return count_; }
+  uint32_t count() const { return count_; }
 
   ::testing::AssertionResult agrees(const GHash* hash) const {
     const Table& table = table_of(hash);
@@ -579,7 +579,7 @@ class Model {
     }
     if (table.count != count_)
       return ::testing::AssertionFailure() << "count " << table.count;
-    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+    for (size_t slot = 0; slot < slots_.size(); ++slot) {
       const Entry* const entry = table.slots[slot];
       if ((entry != nullptr) != slots_[slot].used ||
           (entry != nullptr &&
@@ -591,12 +591,12 @@ class Model {
   }
 
  private:
-  std::size_t home(const void* key) const { return hash_func_(key) % slots_.size(); }
+  size_t home(const void* key) const { return hash_func_(key) % slots_.size(); }
   bool equal(const void* stored, const void* probe) const {
     return equal_func_ != nullptr ? equal_func_(stored, probe) != 0 : stored == probe;
   }
   void place(const Slot& content) {
-    std::size_t slot = home(content.key);
+    size_t slot = home(content.key);
     while (slots_[slot].used) slot = (slot + 1) % slots_.size();
     slots_[slot] = content;
   }
@@ -609,7 +609,7 @@ class Model {
   }
 
   std::vector<Slot> slots_;
-  std::uint32_t count_ = 0;
+  uint32_t count_ = 0;
   GHashFunc hash_func_;
   GEqualFunc equal_func_;
 };
@@ -625,18 +625,18 @@ struct KeyKind {
 class HashAgainstModel : public ::testing::TestWithParam<KeyKind> {
  protected:
   // `distinct` keys; `stride` apart, so that homes collide or spread.
-  void make_keys(std::uint32_t distinct, std::uint32_t stride) {
+  void make_keys(uint32_t distinct, uint32_t stride) {
     keys.clear();
     ints.clear();
     strings.clear();
-    for (std::uint32_t i = 0; i < distinct; ++i) {
+    for (uint32_t i = 0; i < distinct; ++i) {
       for (int copy = 0; copy < 2; ++copy) {
         switch (GetParam().keys) {
           case KeyKind::kPointers:
             keys.push_back(number(i * stride));
             break;
           case KeyKind::kInts:
-            keys.push_back(&ints.emplace_back(static_cast<std::int32_t>(i * stride)));
+            keys.push_back(&ints.emplace_back(static_cast<int32_t>(i * stride)));
             break;
           case KeyKind::kStrings:
             // "Aa" and "BB" hash alike, so many keys have the same hash.
@@ -651,7 +651,7 @@ class HashAgainstModel : public ::testing::TestWithParam<KeyKind> {
     }
   }
 
-  void run(std::uint32_t size, std::uint32_t distinct, std::uint32_t stride, unsigned steps,
+  void run(uint32_t size, uint32_t distinct, uint32_t stride, unsigned steps,
            unsigned removals) {
     SCOPED_TRACE(::testing::Message()
                  << "size " << size << ", " << distinct << " keys, stride " << stride
@@ -701,7 +701,7 @@ class HashAgainstModel : public ::testing::TestWithParam<KeyKind> {
   }
 
   std::vector<void*> keys;
-  std::deque<std::int32_t> ints;
+  std::deque<int32_t> ints;
   std::deque<std::string> strings;
 };
 
@@ -723,18 +723,18 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_P(HashAgainstModel, SmallTables) {
-  for (std::uint32_t size = 1; size <= 40; ++size) run(size, size, 1, 300, 3);
+  for (uint32_t size = 1; size <= 40; ++size) run(size, size, 1, 300, 3);
 }
 
 TEST_P(HashAgainstModel, ManyHoles) {
-  for (const std::uint32_t size : {16u, 33u, 64u, 100u, 128u, 250u}) {
+  for (const uint32_t size : {16u, 33u, 64u, 100u, 128u, 250u}) {
     run(size, size, 1, 3000, 5);
     run(size, size / 2, 3, 3000, 4);
   }
 }
 
 TEST_P(HashAgainstModel, KeysThatShareAFewHomes) {
-  for (const std::uint32_t size : {8u, 64u, 96u, 256u}) {
+  for (const uint32_t size : {8u, 64u, 96u, 256u}) {
     run(size, size, size, 3000, 4);
     run(size, size, size / 2 + 1, 3000, 4);
   }
@@ -746,22 +746,22 @@ TEST_P(HashAgainstModel, GrowthFromOneSlotToManyHundreds) {
 }
 
 TEST_P(HashAgainstModel, AFullTableWithOneHoleThatMoves) {
-  for (const std::uint32_t size : {32u, 65u, 257u, 1025u}) {
-    const std::uint32_t stride = 5;
+  for (const uint32_t size : {32u, 65u, 257u, 1025u}) {
+    const uint32_t stride = 5;
     make_keys(size - 1, stride);
     const KeyKind& kind = GetParam();
     GHash* const hash = g_hash_new(size, kind.hash_func, kind.equal_func, nullptr);
     Model model(size, kind.hash_func != nullptr ? kind.hash_func : g_hash_direct,
                 kind.equal_func);
     std::mt19937 random(size);
-    for (std::size_t i = 0; i < keys.size(); i += 2) {
+    for (size_t i = 0; i < keys.size(); i += 2) {
       g_hash_insert(hash, keys[i], number(i + 1));
       model.insert(keys[i], number(i + 1));
     }
     ASSERT_TRUE(model.agrees(hash));
     for (int step = 0; step < 500; ++step) {
       void* const out = keys[random() % keys.size()];
-      void* const in = keys[random() % keys.size() & ~std::size_t{1}];
+      void* const in = keys[random() % keys.size() & ~size_t{1}];
       ASSERT_EQ(g_hash_remove(hash, out), model.remove(out) != Pair() ? 0 : -1);
       ASSERT_EQ(g_hash_insert(hash, in, number(7)), 0);
       model.insert(in, number(7));
@@ -788,7 +788,7 @@ TEST(Hash, ATableThatCannotBeAllocatedIsNull) {
 // `nth` allocation failing. False when that allocation was not asked for any more.
 bool insert_with_failing(int nth, bool and_all_later, unsigned size) {
   GHash* const table = g_hash_new(size, nullptr, nullptr, nullptr);
-  for (std::uintptr_t key = 1; key < size; ++key) {
+  for (uintptr_t key = 1; key < size; ++key) {
     EXPECT_EQ(g_hash_insert(table, number(key * 3), number(key)), 0);
   }
   const auto before = content(table);
@@ -805,7 +805,7 @@ bool insert_with_failing(int nth, bool and_all_later, unsigned size) {
   }
   EXPECT_EQ(table_of(table).size, size * 2);
   EXPECT_EQ(g_hash_find(table, number(1)), number(1000));
-  for (std::uintptr_t key = 1; key < size; ++key) {
+  for (uintptr_t key = 1; key < size; ++key) {
     EXPECT_EQ(g_hash_find(table, number(key * 3)), number(key));
   }
   g_hash_free(table);
@@ -844,8 +844,8 @@ double least_seconds(Function function) {
   return least;
 }
 
-constexpr std::size_t kFew = 500;
-constexpr std::size_t kMany = 64000;
+constexpr size_t kFew = 500;
+constexpr size_t kMany = 64000;
 
 // The time of kFew searches for absent keys in a table with `entries` others, then of as
 // many insertions and removals.
@@ -854,27 +854,27 @@ struct Cost {
   double changes;
 };
 template <typename MakeKey>
-Cost cost_among(std::size_t entries, GHashFunc hash_func, GEqualFunc equal_func,
+Cost cost_among(size_t entries, GHashFunc hash_func, GEqualFunc equal_func,
                 MakeKey make_key) {
   GHash* const hash = g_hash_new(16, hash_func, equal_func, nullptr);
-  for (std::size_t i = 0; i < entries; ++i) {
+  for (size_t i = 0; i < entries; ++i) {
     EXPECT_EQ(g_hash_insert(hash, make_key(i), number(i + 1)), 0);
   }
   Cost cost;
   cost.searches = least_seconds([&] {
-    for (std::size_t i = 0; i < kFew; ++i) {
+    for (size_t i = 0; i < kFew; ++i) {
       EXPECT_EQ(g_hash_find(hash, make_key(entries + i)), nullptr);
     }
   });
   cost.changes = least_seconds([&] {
-    for (std::size_t i = 0; i < kFew; ++i) {
+    for (size_t i = 0; i < kFew; ++i) {
       EXPECT_EQ(g_hash_insert(hash, make_key(entries + i), nullptr), 0);
     }
-    for (std::size_t i = 0; i < kFew; ++i) {
+    for (size_t i = 0; i < kFew; ++i) {
       EXPECT_EQ(g_hash_remove(hash, make_key(entries + i)), 0);
     }
   });
-  for (std::size_t i = 0; i < entries; ++i) {
+  for (size_t i = 0; i < entries; ++i) {
     EXPECT_EQ(g_hash_find(hash, make_key(i)), number(i + 1));
   }
   g_hash_free(hash);
@@ -893,25 +893,24 @@ void expect_cost_not_to_grow(GHashFunc hash_func, GEqualFunc equal_func, MakeKey
 
 TEST(HashCost, AmongManyStringsIsThatAmongFew) {
   std::vector<std::string> keys;
-  for (std::size_t i = 0; i < kMany + kFew; ++i) {
+  for (size_t i = 0; i < kMany + kFew; ++i) {
     keys.push_back("section.key" + std::to_string(i));
   }
   expect_cost_not_to_grow(g_hash_str, g_hash_str_equal,
-                          [&](std::size_t i) { return keys[i].data(); });
+                          [&](size_t i) { return keys[i].data(); });
 }
 
 TEST(HashCost, AmongManyIntsIsThatAmongFew) {
-  std::vector<std::int32_t> keys;
-  for (std::size_t i = 0; i < kMany + kFew; ++i) {
-    keys.push_back(static_cast<std::int32_t>(i * 1000));
+  std::vector<int32_t> keys;
+  for (size_t i = 0; i < kMany + kFew; ++i) {
+    keys.push_back(static_cast<int32_t>(i * 1000));
   }
-  expect_cost_not_to_grow(g_hash_int, g_hash_int_equal,
-                          [&](std::size_t i) { return &keys[i]; });
+  expect_cost_not_to_grow(g_hash_int, g_hash_int_equal, [&](size_t i) { return &keys[i]; });
 }
 
 TEST(HashCost, AmongManyPointersIsThatAmongFew) {
   std::vector<char> keys((kMany + kFew) * 16);
-  expect_cost_not_to_grow(nullptr, nullptr, [&](std::size_t i) { return &keys[i * 16]; });
+  expect_cost_not_to_grow(nullptr, nullptr, [&](size_t i) { return &keys[i * 16]; });
 }
 
 }  // namespace

@@ -46,7 +46,7 @@ static_assert(std::is_same_v<decltype(g_queue_remove), void(GQueue*, const void*
 static_assert(std::is_same_v<decltype(g_queue_foreach), void(GQueue*, GQueueFunc, void*)>);
 static_assert(
     std::is_same_v<decltype(g_queue_foreach_reverse), void(GQueue*, GQueueFunc, void*)>);
-static_assert(std::is_same_v<decltype(g_queue_count), std::uint32_t(GQueue*)>);
+static_assert(std::is_same_v<decltype(g_queue_count), uint32_t(GQueue*)>);
 
 namespace {
 
@@ -57,7 +57,7 @@ struct Front {
   GMutex* mutex;
   GQueueHoldFunc add_func;
   GQueueHoldFunc release_func;
-  std::uint32_t count;
+  uint32_t count;
 };
 
 const Front& front_of(const GQueue* queue) {
@@ -666,30 +666,30 @@ TEST_F(QueueTest, AgreesWithADequeOverRandomOperations) {
 // --- threads ---
 
 #if defined(__SANITIZE_THREAD__) || !(defined(__i386__) || defined(__x86_64__))
-constexpr std::uintptr_t kPerThread = 20000;  // slow surroundings
+constexpr uintptr_t kPerThread = 20000;  // slow surroundings
 #else
-constexpr std::uintptr_t kPerThread = 200000;
+constexpr uintptr_t kPerThread = 200000;
 #endif
 
 TEST(QueueThreads, EveryElementComesOutOnceAndInTheOrderOfItsProducer) {
   GQueue* const queue = g_queue_new(nullptr, nullptr);
-  constexpr std::uintptr_t kProducers = 3;
+  constexpr uintptr_t kProducers = 3;
   std::vector<std::thread> threads;
-  for (std::uintptr_t producer = 0; producer < kProducers; ++producer) {
+  for (uintptr_t producer = 0; producer < kProducers; ++producer) {
     threads.emplace_back([=] {
-      for (std::uintptr_t i = 0; i < kPerThread; ++i) {
+      for (uintptr_t i = 0; i < kPerThread; ++i) {
         g_queue_enqueue(queue, reinterpret_cast<void*>(1 + producer + i * kProducers));
       }
     });
   }
-  std::vector<std::uintptr_t> next(kProducers, 0);
-  for (std::uintptr_t taken = 0; taken < kProducers * kPerThread;) {
+  std::vector<uintptr_t> next(kProducers, 0);
+  for (uintptr_t taken = 0; taken < kProducers * kPerThread;) {
     void* const element = g_queue_dequeue(queue, nullptr);
     if (element == nullptr) {
       std::this_thread::yield();
       continue;
     }
-    const auto value = reinterpret_cast<std::uintptr_t>(element) - 1;
+    const auto value = reinterpret_cast<uintptr_t>(element) - 1;
     ASSERT_EQ(value / kProducers, next[value % kProducers]);
     ++next[value % kProducers];
     ++taken;
@@ -700,7 +700,7 @@ TEST(QueueThreads, EveryElementComesOutOnceAndInTheOrderOfItsProducer) {
   g_queue_free(queue);
 }
 
-std::atomic<std::uint32_t> held{0};
+std::atomic<uint32_t> held{0};
 
 TEST(QueueThreads, AnyCallsMayMeet) {
   GQueue* const queue = g_queue_new([](void*) { ++held; }, [](void*) { --held; });
@@ -709,7 +709,7 @@ TEST(QueueThreads, AnyCallsMayMeet) {
   for (unsigned seed = 0; seed < 3; ++seed) {
     threads.emplace_back([=] {
       std::mt19937 random(seed);
-      for (std::uintptr_t step = 0; step < kPerThread / 10; ++step) {
+      for (uintptr_t step = 0; step < kPerThread / 10; ++step) {
         void* const element = &elements[random() % 8];
         switch (random() % 8) {
           case 0:

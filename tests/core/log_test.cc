@@ -253,7 +253,7 @@ TEST_F(Log, EachTextIsWrittenByOneCall) {
   const auto next_written = [&] {
     char text[4096];
     const ssize_t length = recv(ends[1], text, sizeof text, MSG_DONTWAIT);
-    return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
   };
   EXPECT_EQ(next_written(), "app: src:7: [CRITICAL] " + message + "\n");
   EXPECT_EQ(next_written(), "one\ntwo\n");

@@ -195,7 +195,7 @@ TEST(MemProfile, LogsEightLinesAtLevelZero) {
   };
   ASSERT_EQ(lines.size(), 8u);
   EXPECT_EQ(lines[0], expected[0]);
-  for (std::size_t i = 1; i < 8; ++i) {
+  for (size_t i = 1; i < 8; ++i) {
     const std::string text = expected[i];
     ASSERT_EQ(lines[i].substr(0, text.size()), text);
     const std::string number = lines[i].substr(text.size());
@@ -204,7 +204,7 @@ TEST(MemProfile, LogsEightLinesAtLevelZero) {
 }
 
 std::array<char[100], 8> profile;
-std::size_t profile_lines = 0;
+size_t profile_lines = 0;
 
 // Without the heap, whose figures it is about.
 int keep_line(const char* text, void*) {
@@ -215,7 +215,7 @@ int keep_line(const char* text, void*) {
 
 // musl's heap keeps no figures.
 struct HeapFigures {
-  std::size_t arena, ordblks, hblks, hblkhd, uordblks, fordblks, keepcost;
+  size_t arena, ordblks, hblks, hblkhd, uordblks, fordblks, keepcost;
 };
 
 auto heap_figures() {
@@ -235,10 +235,10 @@ TEST(MemProfile, TellsEachFigureOfTheHeapAndTheLastResult) {
   profile_lines = 0;
   EXPECT_EQ(g_mem_profile(), 58);
   std::free(block);
-  const std::size_t figures[] = {heap.arena,    heap.ordblks,  heap.hblks,   heap.hblkhd,
-                                 heap.uordblks, heap.fordblks, heap.keepcost};
+  const size_t figures[] = {heap.arena,    heap.ordblks,  heap.hblks,   heap.hblkhd,
+                            heap.uordblks, heap.fordblks, heap.keepcost};
   ASSERT_EQ(profile_lines, 8u);
-  for (std::size_t i = 0; i < std::size(figures); ++i) {
+  for (size_t i = 0; i < std::size(figures); ++i) {
     const std::string line = profile[i + 1];
     const std::string number = line.substr(line.find_last_not_of("-0123456789") + 1);
     EXPECT_EQ(number, std::to_string(static_cast<int>(figures[i]))) << line;

@@ -44,7 +44,7 @@ PAIR(sum, int, (gw::List<int> & list), int sum = 0;
                                    : list) sum += *number;
      return sum)
 PAIR(fgetc, int, (gw::Url & url), return url_fgetc(url.get()), return url.byte())
-PAIR(read, std::int64_t, (gw::File & file, void* buffer),
+PAIR(read, int64_t, (gw::File & file, void* buffer),
      return g_file_read(file.get(), buffer, 100), return file.read(buffer, 100))
 PAIR(exists, bool, (const char* path), return g_file_exist(path) != 0,
      return gw::file_exists(path))

@@ -218,9 +218,9 @@ TEST(CppContainers, HashComparesByTheKindOfItsKeys) {
   EXPECT_TRUE(texts.remove("key"));
   EXPECT_FALSE(texts.remove("key"));
 
-  const std::int32_t one = 1;
-  const std::int32_t another_one = 1;
-  gw::Hash<const std::int32_t, int> numbers;
+  const int32_t one = 1;
+  const int32_t another_one = 1;
+  gw::Hash<const int32_t, int> numbers;
   ASSERT_TRUE(numbers.insert(&one, &value));
   EXPECT_EQ(&value, numbers.find(&another_one));
 
@@ -560,7 +560,7 @@ TEST(CppContainers, AQueueOwnsObjectsThatOnlyMove) {
 
 TEST(CppContainers, AQueueGivesToOneThreadWhatAnotherPuts) {
   gw::Queue<int> queue;
-  std::int64_t sum = 0;
+  int64_t sum = 0;
   gw::Thread consumer([&] {
     for (int left = 1000; left > 0;) {
       if (const std::optional<int> number = queue.pop()) {

@@ -16,19 +16,19 @@
 namespace crash {
 namespace {
 
-constexpr std::size_t kSector = 512;
-constexpr std::size_t kBlock = 4096;
-constexpr std::size_t kMostForAllSubsets = 8;
+constexpr size_t kSector = 512;
+constexpr size_t kBlock = 4096;
+constexpr size_t kMostForAllSubsets = 8;
 
 using Names = std::map<std::string, int>;
 using Emit = std::function<void(const File&)>;
 
 // A file as a crash may leave it: all that is asked about it.
 struct Variant {
-  std::uint64_t hash;
+  uint64_t hash;
   bool is_old;  // the target's content before, and after the last step
   bool is_new;
-  std::size_t size;
+  size_t size;
 };
 struct Variants {
   std::vector<Variant> coarse;  // with nothing torn
@@ -55,7 +55,7 @@ void apply(const Step& step, File& file) {
 }
 
 // The part [from, to) of a write.
-void apply_part(const Step& step, std::size_t from, std::size_t to, File& file) {
+void apply_part(const Step& step, size_t from, size_t to, File& file) {
   if (from >= to) return;
   Step part = step;
   part.offset += from;
@@ -63,27 +63,27 @@ void apply_part(const Step& step, std::size_t from, std::size_t to, File& file) 
   apply(part, file);
 }
 
-void grow(File& file, std::size_t size) {
+void grow(File& file, size_t size) {
   if (file.content.size() < size) file.content.resize(size);
 }
 
 // The subsets of so many things; of many those alone that leave one out, have one only, or
 // end early.
-void for_each_subset(std::size_t count,
+void for_each_subset(size_t count,
                      const std::function<void(const std::vector<bool>&)>& run) {
   std::vector<bool> chosen(count);
   if (count <= kMostForAllSubsets) {
-    for (std::size_t bits = 0; bits < std::size_t{1} << count; ++bits) {
-      for (std::size_t i = 0; i < count; ++i) chosen[i] = (bits >> i & 1) != 0;
+    for (size_t bits = 0; bits < size_t{1} << count; ++bits) {
+      for (size_t i = 0; i < count; ++i) chosen[i] = (bits >> i & 1) != 0;
       run(chosen);
     }
     return;
   }
-  for (std::size_t i = 0; i <= count; ++i) {
-    for (std::size_t j = 0; j < count; ++j) chosen[j] = j < i;
+  for (size_t i = 0; i <= count; ++i) {
+    for (size_t j = 0; j < count; ++j) chosen[j] = j < i;
     run(chosen);
     if (i == count) break;
-    for (std::size_t j = 0; j < count; ++j) chosen[j] = j == i;
+    for (size_t j = 0; j < count; ++j) chosen[j] = j == i;
     run(chosen);
     chosen.flip();
     run(chosen);
@@ -97,7 +97,7 @@ using Steps = std::vector<const Step*>;
 void posix_subsets(const File& base, const Steps& pending, const Emit& emit) {
   for_each_subset(pending.size(), [&](const std::vector<bool>& chosen) {
     File file = base;
-    for (std::size_t i = 0; i < pending.size(); ++i) {
+    for (size_t i = 0; i < pending.size(); ++i) {
       if (chosen[i]) apply(*pending[i], file);
     }
     emit(file);
@@ -106,21 +106,21 @@ void posix_subsets(const File& base, const Steps& pending, const Emit& emit) {
 
 // One write torn; before and after it all, nothing, or only what came before.
 void posix_torn(const File& base, const Steps& pending, const Emit& emit) {
-  for (std::size_t torn = 0; torn < pending.size(); ++torn) {
+  for (size_t torn = 0; torn < pending.size(); ++torn) {
     const Step& step = *pending[torn];
     if (step.kind != Step::kWrite) continue;
-    const std::size_t length = step.data.size();
+    const size_t length = step.data.size();
     for (int others = 0; others < 3; ++others) {
       File before = base;
-      for (std::size_t i = 0; i < torn && others != 0; ++i) apply(*pending[i], before);
-      const auto finish = [&](File file, std::size_t size) {
+      for (size_t i = 0; i < torn && others != 0; ++i) apply(*pending[i], before);
+      const auto finish = [&](File file, size_t size) {
         grow(file, size);
-        for (std::size_t i = torn + 1; i < pending.size() && others == 2; ++i) {
+        for (size_t i = torn + 1; i < pending.size() && others == 2; ++i) {
           apply(*pending[i], file);
         }
         emit(file);
       };
-      for (std::size_t cut = 0; cut <= length; ++cut) {
+      for (size_t cut = 0; cut <= length; ++cut) {
         File file = before;
         apply_part(step, 0, cut, file);
         finish(file, 0);
@@ -129,8 +129,8 @@ void posix_torn(const File& base, const Steps& pending, const Emit& emit) {
         apply_part(step, cut, length, file);
         finish(file, 0);
       }
-      for (std::size_t at = 0; at < length; at += kSector) {
-        const std::size_t end = std::min(at + kSector, length);
+      for (size_t at = 0; at < length; at += kSector) {
+        const size_t end = std::min(at + kSector, length);
         File file = before;
         apply_part(step, at, end, file);
         finish(file, step.offset + length);
@@ -144,13 +144,13 @@ void posix_torn(const File& base, const Steps& pending, const Emit& emit) {
 }
 
 // `committed` of the pending steps are in the journal.
-void ext4_variants(const File& base, const Steps& pending, std::size_t committed,
+void ext4_variants(const File& base, const Steps& pending, size_t committed,
                    const Emit& emit) {
   // Which writes go to blocks that are there: these come at any time.
-  std::vector<std::size_t> in_place;
-  std::vector<std::size_t> appended;
-  std::size_t allocated = base.content.size();
-  for (std::size_t i = 0; i < pending.size(); ++i) {
+  std::vector<size_t> in_place;
+  std::vector<size_t> appended;
+  size_t allocated = base.content.size();
+  for (size_t i = 0; i < pending.size(); ++i) {
     const Step& step = *pending[i];
     if (step.kind == Step::kResize) allocated = std::min(allocated, step.size);
     if (step.kind != Step::kWrite) continue;
@@ -163,20 +163,19 @@ void ext4_variants(const File& base, const Steps& pending, std::size_t committed
   }
   for_each_subset(in_place.size(), [&](const std::vector<bool>& chosen) {
     // The appended writes before number `last` are there, and `cut` bytes of that.
-    for (std::size_t last = 0; last <= appended.size(); ++last) {
-      const std::size_t length =
+    for (size_t last = 0; last <= appended.size(); ++last) {
+      const size_t length =
           last < appended.size() ? pending[appended[last]]->data.size() : 1;
-      for (std::size_t cut = 0; cut < length; ++cut) {
+      for (size_t cut = 0; cut < length; ++cut) {
         if (cut != 0 && (pending[appended[last]]->offset + cut) % kBlock != 0) continue;
         // One of the chosen overwrites, or none (the last turn), is torn at a sector.
-        for (std::size_t torn = 0; torn <= in_place.size(); ++torn) {
+        for (size_t torn = 0; torn <= in_place.size(); ++torn) {
           const bool is_torn = torn < in_place.size();
           if (is_torn && !chosen[torn]) continue;
-          const std::size_t torn_length =
-              is_torn ? pending[in_place[torn]]->data.size() : 1;
-          for (std::size_t end = 0; end < torn_length; end += kSector) {
+          const size_t torn_length = is_torn ? pending[in_place[torn]]->data.size() : 1;
+          for (size_t end = 0; end < torn_length; end += kSector) {
             File file = base;
-            for (std::size_t i = 0; i < pending.size(); ++i) {
+            for (size_t i = 0; i < pending.size(); ++i) {
               const Step& step = *pending[i];
               if (step.kind != Step::kWrite) {
                 if (i < committed) apply(step, file);
@@ -184,7 +183,7 @@ void ext4_variants(const File& base, const Steps& pending, std::size_t committed
               }
               const auto place = std::find(in_place.begin(), in_place.end(), i);
               if (place != in_place.end()) {
-                const auto number = static_cast<std::size_t>(place - in_place.begin());
+                const auto number = static_cast<size_t>(place - in_place.begin());
                 if (!chosen[number]) continue;
                 apply_part(step, 0, is_torn && number == torn ? end : step.data.size(),
                            file);
@@ -202,35 +201,35 @@ void ext4_variants(const File& base, const Steps& pending, std::size_t committed
   });
 }
 
-void ubifs_variants(const File& base, const Steps& pending, std::size_t committed,
+void ubifs_variants(const File& base, const Steps& pending, size_t committed,
                     const Emit& emit) {
-  std::set<std::size_t> touched;
-  std::set<std::size_t> sizes = {0};
+  std::set<size_t> touched;
+  std::set<size_t> sizes = {0};
   File whole = base;
   for (const Step* const step : pending) {
     apply(*step, whole);
     sizes.insert(whole.content.size());
     if (step->kind != Step::kWrite || step->data.empty()) continue;
-    const std::size_t end = step->offset + step->data.size();
-    for (std::size_t block = step->offset / kBlock; block * kBlock < end; ++block) {
+    const size_t end = step->offset + step->data.size();
+    for (size_t block = step->offset / kBlock; block * kBlock < end; ++block) {
       touched.insert(block);
     }
   }
-  const std::vector<std::size_t> blocks(touched.begin(), touched.end());
+  const std::vector<size_t> blocks(touched.begin(), touched.end());
   for_each_subset(blocks.size(), [&](const std::vector<bool>& chosen) {
-    for (const std::size_t size : sizes) {
+    for (const size_t size : sizes) {
       File file = base;
-      for (std::size_t i = 0; i < pending.size(); ++i) {
+      for (size_t i = 0; i < pending.size(); ++i) {
         const Step& step = *pending[i];
         if (step.kind != Step::kWrite) {
           if (i < committed) apply(step, file);
           continue;
         }
-        for (std::size_t number = 0; number < blocks.size(); ++number) {
-          const std::size_t start = blocks[number] * kBlock;
-          const std::size_t end = step.offset + step.data.size();
+        for (size_t number = 0; number < blocks.size(); ++number) {
+          const size_t start = blocks[number] * kBlock;
+          const size_t end = step.offset + step.data.size();
           if (!chosen[number] || end <= start || step.offset >= start + kBlock) continue;
-          apply_part(step, std::max<std::size_t>(start, step.offset) - step.offset,
+          apply_part(step, std::max<size_t>(start, step.offset) - step.offset,
                      std::min(start + kBlock, end) - step.offset, file);
         }
       }
@@ -262,31 +261,31 @@ class Examination {
     Names names = recording.names;
     files_ = recording.files;
     for (const Step& step : recording.steps) {
-      if (static_cast<std::size_t>(step.file + 1) > files_.size() && step.file != kNoFile) {
-        files_.resize(static_cast<std::size_t>(step.file + 1));
+      if (static_cast<size_t>(step.file + 1) > files_.size() && step.file != kNoFile) {
+        files_.resize(static_cast<size_t>(step.file + 1));
       }
       if (names_something(step)) apply_name(step, names);
     }
     const auto before = recording.names.find(promise.target);
     had_target_ = before != recording.names.end();
-    if (had_target_) old_ = files_[static_cast<std::size_t>(before->second)];
+    if (had_target_) old_ = files_[static_cast<size_t>(before->second)];
     const auto after = names.find(promise.target);
     has_target_ = after != names.end();
     if (!has_target_) return;
-    new_ = files_[static_cast<std::size_t>(after->second)];
+    new_ = files_[static_cast<size_t>(after->second)];
     for (const Step& step : recording.steps) {
       if (step.file == after->second) apply(step, new_);
     }
   }
 
   Figures run() {
-    for (std::size_t done = 0; done <= recording_.steps.size(); ++done) {
+    for (size_t done = 0; done <= recording_.steps.size(); ++done) {
       if (rules_ == Rules::kPosix) {
         examine_independent(done);
       } else {
-        for (std::size_t committed = last_sync(done); committed <= done; ++committed) {
+        for (size_t committed = last_sync(done); committed <= done; ++committed) {
           Names names = recording_.names;
-          for (std::size_t i = 0; i < committed; ++i) {
+          for (size_t i = 0; i < committed; ++i) {
             if (names_something(recording_.steps[i]))
               apply_name(recording_.steps[i], names);
           }
@@ -299,9 +298,9 @@ class Examination {
 
  private:
   // One past the last step up to `done` that brings the journal to the disk.
-  std::size_t last_sync(std::size_t done) const {
-    std::size_t last = 0;
-    for (std::size_t i = 0; i < done; ++i) {
+  size_t last_sync(size_t done) const {
+    size_t last = 0;
+    for (size_t i = 0; i < done; ++i) {
       const Step::Kind kind = recording_.steps[i].kind;
       if (kind == Step::kSync || kind == Step::kSyncData || kind == Step::kSyncDirectory) {
         last = i + 1;
@@ -311,7 +310,7 @@ class Examination {
   }
 
   // Each name has one of the values that it had since the directory was synced.
-  void examine_independent(std::size_t done) {
+  void examine_independent(size_t done) {
     Names names = recording_.names;
     std::map<std::string, std::set<int>> values;
     const auto note = [&](const std::string& name) {
@@ -319,7 +318,7 @@ class Examination {
       values[name].insert(found == names.end() ? kNoFile : found->second);
     };
     for (const auto& [name, file] : names) note(name);
-    for (std::size_t i = 0; i < done; ++i) {
+    for (size_t i = 0; i < done; ++i) {
       const Step& step = recording_.steps[i];
       if (step.kind == Step::kSyncDirectory) {
         values.clear();
@@ -347,7 +346,7 @@ class Examination {
   }
 
   // Each file torn in all ways, with the others in those where nothing is torn.
-  void examine_files(std::size_t done, std::size_t committed, const Names& names) {
+  void examine_files(size_t done, size_t committed, const Names& names) {
     std::set<int> numbers;
     for (const auto& [name, file] : names) numbers.insert(file);
     if (numbers.empty()) check(done, names, {});
@@ -370,12 +369,12 @@ class Examination {
     }
   }
 
-  const Variants& variants_of(int number, std::size_t done, std::size_t committed) {
-    File base = files_[static_cast<std::size_t>(number)];
+  const Variants& variants_of(int number, size_t done, size_t committed) {
+    File base = files_[static_cast<size_t>(number)];
     Steps pending;
-    std::size_t committed_here = 0;
-    std::size_t last = 0;
-    for (std::size_t i = 0; i < done; ++i) {
+    size_t committed_here = 0;
+    size_t last = 0;
+    for (size_t i = 0; i < done; ++i) {
       const Step& step = recording_.steps[i];
       if (step.file != number || names_something(step)) continue;
       last = i + 1;
@@ -402,11 +401,11 @@ class Examination {
     const auto [place, is_new] = cache_.try_emplace({number, last, committed_here});
     Variants& variants = place->second;
     if (!is_new) return variants;
-    std::unordered_set<std::uint64_t> seen;
+    std::unordered_set<uint64_t> seen;
     const auto into = [&](std::vector<Variant>& list) {
       return [&](const File& file) {
-        const std::uint64_t hash = std::hash<std::string>()(file.content) * 31 +
-                                   std::hash<std::string>()(file.attributes);
+        const uint64_t hash = std::hash<std::string>()(file.content) * 31 +
+                              std::hash<std::string>()(file.attributes);
         if (!seen.insert(hash).second) return;
         list.push_back({hash, had_target_ && file == old_, has_target_ && file == new_,
                         file.content.size()});
@@ -430,10 +429,9 @@ class Examination {
     return variants;
   }
 
-  void check(std::size_t done, const Names& names,
-             const std::map<int, const Variant*>& state) {
+  void check(size_t done, const Names& names, const std::map<int, const Variant*>& state) {
     const bool is_end = done == recording_.steps.size() && promise_.ends_durable;
-    std::uint64_t hash = is_end ? 1 : 0;
+    uint64_t hash = is_end ? 1 : 0;
     int temporaries = 0;
     bool is_bystander_lost = false;
     for (const auto& [name, file] : names) {
@@ -462,7 +460,7 @@ class Examination {
            recording_.names.contains(name);
   }
 
-  void describe(std::size_t done, const Names& names,
+  void describe(size_t done, const Names& names,
                 const std::map<int, const Variant*>& state) {
     std::ostringstream text;
     text << "after " << done << " of " << recording_.steps.size() << " steps:";
@@ -486,8 +484,8 @@ class Examination {
   bool has_target_ = false;
   File old_;
   File new_;
-  std::map<std::tuple<int, std::size_t, std::size_t>, Variants> cache_;
-  std::unordered_set<std::uint64_t> seen_;
+  std::map<std::tuple<int, size_t, size_t>, Variants> cache_;
+  std::unordered_set<uint64_t> seen_;
   Figures figures_;
 };
 

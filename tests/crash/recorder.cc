@@ -34,11 +34,11 @@ std::string directory_path;
 std::map<std::string, int> names;
 int file_count = 0;
 std::vector<int> file_of_descriptor;  // kNoFile for others
-std::vector<std::size_t> position;    // of each descriptor
+std::vector<size_t> position;         // of each descriptor
 std::vector<bool> appends;
 crash::Recording recording;
 
-std::size_t write_limit = 0;
+size_t write_limit = 0;
 int calls_left = 0;
 int call_count = 0;
 
@@ -82,7 +82,7 @@ std::string watched_name(int at, const char* path) {
 }
 
 int file_of(int descriptor) {
-  const auto index = static_cast<std::size_t>(descriptor);
+  const auto index = static_cast<size_t>(descriptor);
   return is_recording && index < file_of_descriptor.size() ? file_of_descriptor[index]
                                                            : kNoFile;
 }
@@ -92,7 +92,7 @@ void add(Step step) {
 }
 
 void set_file_of(int descriptor, int file, int flags) {
-  const auto index = static_cast<std::size_t>(descriptor);
+  const auto index = static_cast<size_t>(descriptor);
   if (index >= file_of_descriptor.size()) {
     file_of_descriptor.resize(index + 1, kNoFile);
     position.resize(index + 1);
@@ -108,8 +108,7 @@ std::string resolved(const std::string& name) {
   char target[256];
   const ssize_t length =
       readlink((directory_path + "/" + name).c_str(), target, sizeof target - 1);
-  return length < 0 ? name
-                    : resolved(std::string(target, static_cast<std::size_t>(length)));
+  return length < 0 ? name : resolved(std::string(target, static_cast<size_t>(length)));
 }
 
 int opened(int descriptor, int at, const char* path, int flags) {
@@ -130,14 +129,13 @@ int opened(int descriptor, int at, const char* path, int flags) {
   return descriptor;
 }
 
-void written(int descriptor, const void* data, ssize_t count, std::size_t offset) {
+void written(int descriptor, const void* data, ssize_t count, size_t offset) {
   const int file = file_of(descriptor);
   if (count <= 0 || file == kNoFile) return;
   add({.kind = Step::kWrite,
        .file = file,
        .offset = offset,
-       .data =
-           std::string(static_cast<const char*>(data), static_cast<std::size_t>(count))});
+       .data = std::string(static_cast<const char*>(data), static_cast<size_t>(count))});
 }
 
 void synced(int descriptor, Step::Kind kind) {
@@ -214,7 +212,7 @@ int openat(int directory, const char* path, int flags, ...) {
 int close(int descriptor) {
   count_call();
   if (file_of(descriptor) != kNoFile) {
-    file_of_descriptor[static_cast<std::size_t>(descriptor)] = kNoFile;
+    file_of_descriptor[static_cast<size_t>(descriptor)] = kNoFile;
   }
   return NEXT(close)(descriptor);
 }
@@ -225,10 +223,10 @@ ssize_t write(int descriptor, const void* data, size_t size) {
     size = std::min(size, write_limit);
   const ssize_t count = NEXT(write)(descriptor, data, size);
   if (file_of(descriptor) != kNoFile && count > 0) {
-    std::size_t& at = position[static_cast<std::size_t>(descriptor)];
-    EXPECT_FALSE(appends[static_cast<std::size_t>(descriptor)]);
+    size_t& at = position[static_cast<size_t>(descriptor)];
+    EXPECT_FALSE(appends[static_cast<size_t>(descriptor)]);
     written(descriptor, data, count, at);
-    at += static_cast<std::size_t>(count);
+    at += static_cast<size_t>(count);
   }
   return count;
 }
@@ -236,7 +234,7 @@ ssize_t write(int descriptor, const void* data, size_t size) {
 ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset) {
   count_call();
   const ssize_t count = NEXT64(pwrite, "pwrite64")(descriptor, data, size, offset);
-  written(descriptor, data, count, static_cast<std::size_t>(offset));
+  written(descriptor, data, count, static_cast<size_t>(offset));
   return count;
 }
 
@@ -244,7 +242,7 @@ off_t lseek(int descriptor, off_t offset, int whence) noexcept {
   count_call();
   const off_t result = NEXT64(lseek, "lseek64")(descriptor, offset, whence);
   if (file_of(descriptor) != kNoFile && result >= 0) {
-    position[static_cast<std::size_t>(descriptor)] = static_cast<std::size_t>(result);
+    position[static_cast<size_t>(descriptor)] = static_cast<size_t>(result);
   }
   return result;
 }
@@ -253,7 +251,7 @@ ssize_t read(int descriptor, void* data, size_t size) {
   count_call();
   const ssize_t count = NEXT(read)(descriptor, data, size);
   if (file_of(descriptor) != kNoFile && count > 0) {
-    position[static_cast<std::size_t>(descriptor)] += static_cast<std::size_t>(count);
+    position[static_cast<size_t>(descriptor)] += static_cast<size_t>(count);
   }
   return count;
 }
@@ -264,7 +262,7 @@ int ftruncate(int descriptor, off_t size) noexcept {
   if (result == 0 && file_of(descriptor) != kNoFile) {
     add({.kind = Step::kResize,
          .file = file_of(descriptor),
-         .size = static_cast<std::size_t>(size)});
+         .size = static_cast<size_t>(size)});
   }
   return result;
 }
@@ -422,25 +420,25 @@ Recording end_recording() {
   is_recording = false;
   // Whether the steps are all that happened.
   std::vector<File> files = recording.files;
-  files.resize(static_cast<std::size_t>(file_count));
+  files.resize(static_cast<size_t>(file_count));
   for (const Step& step : recording.steps) {
     if (step.file == kNoFile) continue;
-    std::string& content = files[static_cast<std::size_t>(step.file)].content;
+    std::string& content = files[static_cast<size_t>(step.file)].content;
     if (step.kind == Step::kResize) content.resize(step.size);
     if (step.kind == Step::kWrite) {
-      content.resize(std::max<std::size_t>(content.size(), step.offset + step.data.size()));
+      content.resize(std::max<size_t>(content.size(), step.offset + step.data.size()));
       content.replace(step.offset, step.data.size(), step.data);
     }
   }
   for (const auto& [name, file] : names) {
     EXPECT_EQ(test::read_file(directory_path + "/" + name),
-              files[static_cast<std::size_t>(file)].content)
+              files[static_cast<size_t>(file)].content)
         << name << " was written past the recorder";
   }
   return std::move(recording);
 }
 
-void limit_writes(std::size_t bytes) {
+void limit_writes(size_t bytes) {
   write_limit = bytes;
 }
 

@@ -31,8 +31,8 @@ struct Step {
   };
   Kind kind;
   int file = kNoFile;
-  std::size_t offset = 0;
-  std::size_t size = 0;
+  size_t offset = 0;
+  size_t size = 0;
   std::string data = {};
   std::string name = {};
   std::string other = {};  // the name that a rename takes away
@@ -66,7 +66,7 @@ Recording record(const std::string& directory, Saver saver) {
 }
 
 // Each write() moves at most so many bytes; 0 for no limit.
-void limit_writes(std::size_t bytes);
+void limit_writes(size_t bytes);
 
 // The calling process ends by SIGKILL before the `nth` call of the system from now on (1 is
 // the next one), if it has so many. 0 takes it back.

@@ -18,7 +18,7 @@
 namespace crash {
 
 // Of two blocks, no two bytes alike for long.
-inline std::string text_of(const char* word, std::size_t size) {
+inline std::string text_of(const char* word, size_t size) {
   std::string text;
   for (int i = 0; text.size() < size; ++i) text += word + std::to_string(i) + "\n";
   text.resize(size);
@@ -34,7 +34,7 @@ struct Scene {
   std::string old_content = kOld;
   bool is_fresh = false;
   bool has_left_over = false;  // of an earlier power cut
-  std::size_t write_limit = 0;
+  size_t write_limit = 0;
 };
 
 inline Recording recording_of(const Saver& saver, const Scene& scene = {}) {

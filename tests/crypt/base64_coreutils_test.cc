@@ -16,13 +16,13 @@
 
 namespace {
 
-constexpr std::size_t kLongest = 4096;
+constexpr size_t kLongest = 4096;
 
 // For each length some bytes. Where a pair is left over, one that is encoded as usual.
 std::vector<std::string> inputs_of_every_length() {
   std::mt19937 random(3);
   std::vector<std::string> inputs;
-  for (std::size_t size = 0; size <= kLongest; ++size) {
+  for (size_t size = 0; size <= kLongest; ++size) {
     std::string bytes(size, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
     if (size % 3 == 2) bytes.back() = static_cast<char>(bytes.back() & 0x7F);
@@ -50,7 +50,7 @@ std::string base64_command(const std::string& options, const std::string& input)
   if (pipe == nullptr) return "no pipe";
   std::string output;
   std::vector<char> piece(65536);
-  for (std::size_t count; (count = std::fread(piece.data(), 1, piece.size(), pipe)) > 0;) {
+  for (size_t count; (count = std::fread(piece.data(), 1, piece.size(), pipe)) > 0;) {
     output.append(piece.data(), count);
   }
   EXPECT_EQ(pclose(pipe), 0);
@@ -67,10 +67,10 @@ std::vector<std::string> texts_by_coreutils(const std::vector<std::string>& inpu
   }
   const std::string encoded = base64_command("-w0", filled);
   std::vector<std::string> texts;
-  std::size_t at = 0;
+  size_t at = 0;
   for (const std::string& input : inputs) {
-    const std::size_t padding = (3 - input.size() % 3) % 3;
-    const std::size_t size = (input.size() + padding) / 3 * 4;
+    const size_t padding = (3 - input.size() % 3) % 3;
+    const size_t size = (input.size() + padding) / 3 * 4;
     texts.push_back(encoded.substr(at, size - padding) + std::string(padding, '='));
     at += size;
   }
@@ -81,7 +81,7 @@ std::vector<std::string> texts_by_coreutils(const std::vector<std::string>& inpu
 TEST(Base64AgainstCoreutils, AgreesForEveryLengthUpTo4096InBothDirections) {
   const std::vector<std::string> inputs = inputs_of_every_length();
   const std::vector<std::string> texts = texts_by_coreutils(inputs);
-  for (std::size_t size = 0; size <= kLongest; ++size) {
+  for (size_t size = 0; size <= kLongest; ++size) {
     ASSERT_EQ(encode(inputs[size]), texts[size]) << size;
     std::string decoded(size + 3, 'x');
     ASSERT_EQ(g_crypt_base64_decode(texts[size].c_str(), decoded.data()),
@@ -103,7 +103,7 @@ TEST(Base64AgainstCoreutils, CoreutilsDecodesWhatWeEncodeAtEveryLengthUpTo4096) 
 // Padding as the command itself writes it.
 TEST(Base64AgainstCoreutils, AgreesAboutPaddingForTheShortestAndTheLongest) {
   const std::vector<std::string> inputs = inputs_of_every_length();
-  for (std::size_t size = 0; size <= kLongest; ++size) {
+  for (size_t size = 0; size <= kLongest; ++size) {
     if (size > 12 && size < kLongest - 5) continue;
     EXPECT_EQ(encode(inputs[size]), base64_command("-w0", inputs[size])) << size;
   }

@@ -25,7 +25,7 @@ const std::string kAlphabet =
 // Encodes into a block of exactly the size that is needed, so that a sanitizer sees any
 // access beyond it, from a block of exactly the size given.
 std::string encode(const std::string& bytes) {
-  const std::size_t size = (bytes.size() + 2) / 3 * 4;
+  const size_t size = (bytes.size() + 2) / 3 * 4;
   const std::unique_ptr<char[]> source(new char[bytes.size()]);
   std::memcpy(source.get(), bytes.data(), bytes.size());
   const std::unique_ptr<char[]> dest(new char[size + 1]);
@@ -42,14 +42,14 @@ struct Decoded {
 };
 
 // Decodes into a block of `room` bytes and a NUL, filled beforehand.
-Decoded decode(const std::string& text, std::size_t room) {
+Decoded decode(const std::string& text, size_t room) {
   constexpr char kFill = '\x5A';
   const std::unique_ptr<char[]> source(new char[text.size() + 1]);
   std::memcpy(source.get(), text.c_str(), text.size() + 1);
   const std::unique_ptr<char[]> dest(new char[room + 1]);
   std::memset(dest.get(), kFill, room + 1);
   const int result = g_crypt_base64_decode(source.get(), dest.get());
-  std::size_t end = room + 1;
+  size_t end = room + 1;
   while (end > 0 && dest[end - 1] == kFill) --end;
   return {result, std::string(dest.get(), end)};
 }
@@ -62,7 +62,7 @@ std::string with_nul(const std::string& text) {
   return text + '\0';
 }
 
-std::string random_bytes(std::mt19937& random, std::size_t size) {
+std::string random_bytes(std::mt19937& random, size_t size) {
   std::string bytes(size, '\0');
   for (char& byte : bytes) byte = static_cast<char>(random());
   return bytes;
@@ -71,11 +71,10 @@ std::string random_bytes(std::mt19937& random, std::size_t size) {
 // RFC 4648, one bit at a time.
 std::string rfc4648(const std::string& bytes) {
   std::string text;
-  for (std::size_t bit = 0; bit < 8 * bytes.size(); bit += 6) {
+  for (size_t bit = 0; bit < 8 * bytes.size(); bit += 6) {
     unsigned value = 0;
-    for (std::size_t at = bit; at < bit + 6; ++at) {
-      const unsigned byte =
-          at / 8 < bytes.size() ? static_cast<std::uint8_t>(bytes[at / 8]) : 0;
+    for (size_t at = bit; at < bit + 6; ++at) {
+      const unsigned byte = at / 8 < bytes.size() ? static_cast<uint8_t>(bytes[at / 8]) : 0;
       value = value * 2 + (byte >> (7 - at % 8) & 1);
     }
     text += kAlphabet[value];
@@ -156,9 +155,9 @@ TEST(Base64Encode, AFinalPairThatEndsIn0x80OrAboveLosesItsFirstByte) {
   for (int first = 0; first < 256; ++first) {
     for (int second = 128; second < 256; ++second) {
       const std::string bytes = {static_cast<char>(first), static_cast<char>(second)};
-      const std::string expected = {
-          '/', kAlphabet[static_cast<std::size_t>(48 + (second >> 4))],
-          kAlphabet[static_cast<std::size_t>((second & 15) << 2)], '='};
+      const std::string expected = {'/', kAlphabet[static_cast<size_t>(48 + (second >> 4))],
+                                    kAlphabet[static_cast<size_t>((second & 15) << 2)],
+                                    '='};
       ASSERT_EQ(encode(bytes), expected) << first << ' ' << second;
       ASSERT_EQ(decode(expected).bytes, with_nul(std::string("\xFF") + bytes[1]));
     }
@@ -174,7 +173,7 @@ TEST(Base64Encode, TheSignOfAFinalSingleByteHasNoEffect) {
 
 TEST(Base64Encode, EveryByteInEveryPlaceOfAFullGroup) {
   for (int byte = 0; byte < 256; ++byte) {
-    for (std::size_t place = 0; place < 60; ++place) {
+    for (size_t place = 0; place < 60; ++place) {
       std::string bytes(60, '\x01');
       bytes[place] = static_cast<char>(byte);
       ASSERT_EQ(encode(bytes), rfc4648(bytes)) << byte << " at " << place;
@@ -184,11 +183,11 @@ TEST(Base64Encode, EveryByteInEveryPlaceOfAFullGroup) {
 
 TEST(Base64Encode, OnlyTheFinalPairIsPeculiar) {
   std::mt19937 random(1);
-  for (std::size_t size = 5; size < 200; size += 3) {
+  for (size_t size = 5; size < 200; size += 3) {
     std::string bytes = random_bytes(random, size);
     bytes.back() = static_cast<char>(bytes.back() | 0x80);
     std::string expected = rfc4648(bytes);
-    const unsigned last = static_cast<std::uint8_t>(bytes.back());
+    const unsigned last = static_cast<uint8_t>(bytes.back());
     expected[expected.size() - 4] = '/';
     expected[expected.size() - 3] = kAlphabet[48 + (last >> 4)];
     EXPECT_EQ(encode(bytes), expected) << size;
@@ -198,8 +197,8 @@ TEST(Base64Encode, OnlyTheFinalPairIsPeculiar) {
 TEST(Base64Encode, AlignmentDoesNotMatter) {
   std::mt19937 random(2);
   const std::string bytes = random_bytes(random, 120);
-  for (std::size_t from = 0; from < 8; ++from) {
-    for (std::size_t to = 0; to < 8; ++to) {
+  for (size_t from = 0; from < 8; ++from) {
+    for (size_t to = 0; to < 8; ++to) {
       char dest[200];
       EXPECT_EQ(g_crypt_base64_encode(bytes.data() + from, dest + to, 99), 132);
       EXPECT_EQ(std::string(dest + to), rfc4648(bytes.substr(from, 99)));
@@ -290,7 +289,7 @@ TEST(Base64Decode, AnyCharacterOutsideTheAlphabetIsAnErrorInEveryPlace) {
   const std::string good = rfc4648(random_bytes(random, 60));
   for (int c = 1; c < 256; ++c) {
     if (kAlphabet.find(static_cast<char>(c)) != std::string::npos) continue;
-    for (std::size_t place = 0; place < good.size(); ++place) {
+    for (size_t place = 0; place < good.size(); ++place) {
       if (c == '=' && place + 1 == good.size()) continue;
       std::string text = good;
       text[place] = static_cast<char>(c);
@@ -313,7 +312,7 @@ TEST(Base64Decode, AnErrorLeavesTheBytesOfTheGroupsBeforeItWithoutANul) {
   std::mt19937 random(5);
   std::string bytes = random_bytes(random, 60);
   for (char& byte : bytes) byte = static_cast<char>(byte & 0x0F);  // unlike the fill
-  for (std::size_t place = 0; place < 80; ++place) {
+  for (size_t place = 0; place < 80; ++place) {
     std::string text = rfc4648(bytes);
     text[place] = '!';
     const Decoded decoded = decode(text);
@@ -323,8 +322,8 @@ TEST(Base64Decode, AnErrorLeavesTheBytesOfTheGroupsBeforeItWithoutANul) {
 }
 
 TEST(Base64Decode, EveryCharacterInEveryPlace) {
-  for (std::size_t size = 4; size <= 40; size += 4) {
-    for (std::size_t place = 0; place < size; ++place) {
+  for (size_t size = 4; size <= 40; size += 4) {
+    for (size_t place = 0; place < size; ++place) {
       for (const char c : kAlphabet) {
         std::string text(size, 'b');
         text[place] = c;
@@ -338,7 +337,7 @@ TEST(Base64Decode, EveryCharacterInEveryPlace) {
 
 TEST(Base64Decode, TheResultMayReplaceTheText) {
   std::mt19937 random(6);
-  for (std::size_t size = 0; size < 150; ++size) {
+  for (size_t size = 0; size < 150; ++size) {
     const std::string bytes = random_bytes(random, size);
     std::string text = rfc4648(bytes);
     ASSERT_EQ(g_crypt_base64_decode(text.c_str(), text.data()), static_cast<int>(size));
@@ -348,12 +347,12 @@ TEST(Base64Decode, TheResultMayReplaceTheText) {
 
 // The decoder as one would describe it, character by character.
 int described(const std::string& text, std::string& bytes) {
-  const std::size_t n = text.size();
-  for (std::size_t group = 0; group < n; group += 4) {
+  const size_t n = text.size();
+  for (size_t group = 0; group < n; group += 4) {
     unsigned values[4] = {255, 255, 255, 255};
-    for (std::size_t i = 0; i < 4; ++i) {
-      const std::size_t p = group + i;
-      const std::size_t index = kAlphabet.find(text[p]);
+    for (size_t i = 0; i < 4; ++i) {
+      const size_t p = group + i;
+      const size_t index = kAlphabet.find(text[p]);
       if (index != std::string::npos) {
         values[i] = static_cast<unsigned>(index);
       } else if (text[p] == '=' && p + 2 == n) {
@@ -381,8 +380,8 @@ TEST(Base64Decode, RandomTextsWithFaultsAreTreatedAsDescribed) {
     if (!text.empty()) {
       const unsigned faults = random() % 4;
       for (unsigned fault = 0; fault < faults; ++fault) {
-        const std::size_t near_end = text.size() - 1 - random() % 4;
-        const std::size_t place = random() % 4 == 0 ? random() % text.size() : near_end;
+        const size_t near_end = text.size() - 1 - random() % 4;
+        const size_t place = random() % 4 == 0 ? random() % text.size() : near_end;
         text[place] = "==== \xE9"[random() % 6];
       }
     }

@@ -33,7 +33,7 @@ struct Cipher {
   int (*encrypt)(const void* input, void* output, const void* key);
   int (*decrypt)(const void* input, void* output, const void* key);
   Bytes8 (*model)(const Bytes8& block, const Bytes8& key, Direction direction);
-  std::uint64_t test::KnownAnswer::*answer;
+  uint64_t test::KnownAnswer::*answer;
   int ignored_bit;  // of each key byte, counted from the lowest
 
   Bytes8 encrypted(const Bytes8& block, const Bytes8& key) const {
@@ -63,17 +63,17 @@ const Cipher kCiphers[] = {
      &test::KnownAnswer::d3des, 7},
 };
 
-Bytes8 bytes_of(std::uint64_t value) {
+Bytes8 bytes_of(uint64_t value) {
   Bytes8 bytes{};
   for (int i = 7; i >= 0; --i, value >>= 8) {
-    bytes[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value);
+    bytes[static_cast<size_t>(i)] = static_cast<uint8_t>(value);
   }
   return bytes;
 }
 
 class RandomBytes {
  public:
-  explicit RandomBytes(std::uint64_t seed) : engine_(seed) {}
+  explicit RandomBytes(uint64_t seed) : engine_(seed) {}
   Bytes8 next() { return bytes_of(engine_()); }
 
  private:
@@ -109,8 +109,8 @@ TEST_P(BlockCipher, EqualsTheBitByBitModelForRandomKeysAndBlocks) {
 
 TEST_P(BlockCipher, EqualsTheModelForEverySingleBitOfKeyAndBlock) {
   for (int bit = 0; bit < 64; ++bit) {
-    const Bytes8 single = bytes_of(std::uint64_t{1} << bit);
-    for (const Bytes8& other : {bytes_of(0), bytes_of(~std::uint64_t{0})}) {
+    const Bytes8 single = bytes_of(uint64_t{1} << bit);
+    for (const Bytes8& other : {bytes_of(0), bytes_of(~uint64_t{0})}) {
       EXPECT_EQ(cipher().encrypted(single, other),
                 cipher().model(single, other, Direction::kEncrypt));
       EXPECT_EQ(cipher().encrypted(other, single),
@@ -135,9 +135,9 @@ TEST_P(BlockCipher, IgnoresOneBitOfEachKeyByte) {
     const Bytes8 key = random.next();
     const Bytes8 block = random.next();
     Bytes8 other = key;
-    for (std::size_t byte = 0; byte < 8; ++byte) {
+    for (size_t byte = 0; byte < 8; ++byte) {
       if ((i >> (byte % 7) & 1) == 0) continue;
-      other[byte] = static_cast<std::uint8_t>(other[byte] ^ 1 << cipher().ignored_bit);
+      other[byte] = static_cast<uint8_t>(other[byte] ^ 1 << cipher().ignored_bit);
     }
     EXPECT_EQ(cipher().encrypted(block, other), cipher().encrypted(block, key));
   }
@@ -146,11 +146,11 @@ TEST_P(BlockCipher, IgnoresOneBitOfEachKeyByte) {
 TEST_P(BlockCipher, EveryOtherKeyBitMatters) {
   const Bytes8 block = bytes_of(0x0123456789ABCDEF);
   const Bytes8 key = bytes_of(0x0F1571C947D9E859);
-  for (std::size_t byte = 0; byte < 8; ++byte) {
+  for (size_t byte = 0; byte < 8; ++byte) {
     for (int bit = 0; bit < 8; ++bit) {
       if (bit == cipher().ignored_bit) continue;
       Bytes8 other = key;
-      other[byte] = static_cast<std::uint8_t>(other[byte] ^ 1 << bit);
+      other[byte] = static_cast<uint8_t>(other[byte] ^ 1 << bit);
       EXPECT_NE(cipher().encrypted(block, other), cipher().encrypted(block, key))
           << "byte " << byte << ", bit " << bit;
     }
@@ -161,10 +161,10 @@ TEST_P(BlockCipher, EveryOtherKeyBitMatters) {
 TEST_P(BlockCipher, KeysThatAlternateGiveTheirOwnResultsEachTime) {
   RandomBytes random(4);
   const Bytes8 key = random.next();
-  std::vector<Bytes8> keys = {key, bytes_of(0), bytes_of(~std::uint64_t{0})};
-  for (std::size_t byte = 0; byte < 8; ++byte) {
+  std::vector<Bytes8> keys = {key, bytes_of(0), bytes_of(~uint64_t{0})};
+  for (size_t byte = 0; byte < 8; ++byte) {
     keys.push_back(key);
-    keys.back()[byte] = static_cast<std::uint8_t>(keys.back()[byte] ^ 0x18);
+    keys.back()[byte] = static_cast<uint8_t>(keys.back()[byte] ^ 0x18);
   }
   std::mt19937 order(5);
   for (int i = 0; i < 3000; ++i) {
@@ -219,8 +219,8 @@ TEST_P(BlockCipher, ReadsTheWholeInputBeforeItWritesAnOverlappingOutput) {
   const Bytes8 key = bytes_of(0x133457799BBCDFF1);
   const Bytes8 plain = bytes_of(0x0123456789ABCDEF);
   const Bytes8 expected = cipher().model(plain, key, Direction::kEncrypt);
-  for (std::size_t from = 0; from <= 16; ++from) {
-    std::array<std::uint8_t, 24> memory{};
+  for (size_t from = 0; from <= 16; ++from) {
+    std::array<uint8_t, 24> memory{};
     std::copy(plain.begin(), plain.end(), &memory[from]);
     EXPECT_EQ(cipher().encrypt(&memory[from], &memory[8], key.data()), 0);
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), &memory[8])) << from;
@@ -231,15 +231,15 @@ TEST_P(BlockCipher, BuffersMayHaveAnyAlignmentAndOnlyEightBytesAreWritten) {
   const Bytes8 key = bytes_of(0x133457799BBCDFF1);
   const Bytes8 plain = bytes_of(0x0123456789ABCDEF);
   const Bytes8 expected = cipher().model(plain, key, Direction::kEncrypt);
-  for (std::size_t offset = 0; offset < 8; ++offset) {
-    alignas(8) std::array<std::uint8_t, 16> input{};
-    alignas(8) std::array<std::uint8_t, 16> keys{};
-    alignas(8) std::array<std::uint8_t, 24> output;
+  for (size_t offset = 0; offset < 8; ++offset) {
+    alignas(8) std::array<uint8_t, 16> input{};
+    alignas(8) std::array<uint8_t, 16> keys{};
+    alignas(8) std::array<uint8_t, 24> output;
     output.fill(0xA5);
     std::copy(plain.begin(), plain.end(), &input[offset]);
     std::copy(key.begin(), key.end(), &keys[7 - offset]);
     EXPECT_EQ(cipher().encrypt(&input[offset], &output[8 + offset], &keys[7 - offset]), 0);
-    for (std::size_t i = 0; i < output.size(); ++i) {
+    for (size_t i = 0; i < output.size(); ++i) {
       const bool inside = i >= 8 + offset && i < 16 + offset;
       EXPECT_EQ(output[i], inside ? expected[i - 8 - offset] : 0xA5) << i;
     }
@@ -296,7 +296,7 @@ TEST_P(BlockCipher, ThreadsWithKeysOfTheirOwnDoNotDisturbOneAnother) {
   std::vector<std::thread> threads;
   for (int id = 0; id < kThreads; ++id) {
     threads.emplace_back([this, id, &wrong] {
-      RandomBytes random(static_cast<std::uint64_t>(100 + id));
+      RandomBytes random(static_cast<uint64_t>(100 + id));
       const Bytes8 keys[] = {random.next(), random.next()};
       const Bytes8 block = random.next();
       const Bytes8 expected[] = {cipher().model(block, keys[0], Direction::kEncrypt),
@@ -305,9 +305,9 @@ TEST_P(BlockCipher, ThreadsWithKeysOfTheirOwnDoNotDisturbOneAnother) {
         const int which = i / 3 % 2;
         Bytes8 result{};
         cipher().encrypt(block.data(), result.data(), keys[which].data());
-        if (result != expected[which]) ++wrong[static_cast<std::size_t>(id)];
+        if (result != expected[which]) ++wrong[static_cast<size_t>(id)];
         cipher().decrypt(result.data(), result.data(), keys[which].data());
-        if (result != block) ++wrong[static_cast<std::size_t>(id)];
+        if (result != block) ++wrong[static_cast<size_t>(id)];
       }
     });
   }

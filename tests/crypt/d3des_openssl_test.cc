@@ -33,7 +33,7 @@ TEST(D3desAgainstOpenssl, AgreesUnderTheMirroredKey) {
   std::mt19937_64 random(1);
   const auto next = [&random] {
     Bytes8 bytes;
-    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    for (auto& byte : bytes) byte = static_cast<uint8_t>(random());
     return bytes;
   };
   for (int i = 0; i < 20000; ++i) {

@@ -8,16 +8,21 @@ namespace test {
 
 // clang-format off
 const std::vector<int> kModelIp = {
-    58,50,42,34,26,18,10,2, 60,52,44,36,28,20,12,4, 62,54,46,38,30,22,14,6, 64,56,48,40,32,24,16,8,
-    57,49,41,33,25,17,9,1,  59,51,43,35,27,19,11,3, 61,53,45,37,29,21,13,5, 63,55,47,39,31,23,15,7};
+    58,50,42,34,26,18,10,2, 60,52,44,36,28,20,12,4,
+    62,54,46,38,30,22,14,6, 64,56,48,40,32,24,16,8,
+    57,49,41,33,25,17,9,1,  59,51,43,35,27,19,11,3,
+    61,53,45,37,29,21,13,5, 63,55,47,39,31,23,15,7};
 const std::vector<int> kModelFp = {
-    40,8,48,16,56,24,64,32, 39,7,47,15,55,23,63,31, 38,6,46,14,54,22,62,30, 37,5,45,13,53,21,61,29,
-    36,4,44,12,52,20,60,28, 35,3,43,11,51,19,59,27, 34,2,42,10,50,18,58,26, 33,1,41,9,49,17,57,25};
+    40,8,48,16,56,24,64,32, 39,7,47,15,55,23,63,31,
+    38,6,46,14,54,22,62,30, 37,5,45,13,53,21,61,29,
+    36,4,44,12,52,20,60,28, 35,3,43,11,51,19,59,27,
+    34,2,42,10,50,18,58,26, 33,1,41,9,49,17,57,25};
 const std::vector<int> kModelE = {
     32,1,2,3,4,5, 4,5,6,7,8,9, 8,9,10,11,12,13, 12,13,14,15,16,17,
     16,17,18,19,20,21, 20,21,22,23,24,25, 24,25,26,27,28,29, 28,29,30,31,32,1};
 const std::vector<int> kModelP = {
-    16,7,20,21,29,12,28,17, 1,15,23,26,5,18,31,10, 2,8,24,14,32,27,3,9, 19,13,30,6,22,11,4,25};
+    16,7,20,21,29,12,28,17, 1,15,23,26,5,18,31,10,
+    2,8,24,14,32,27,3,9, 19,13,30,6,22,11,4,25};
 const std::vector<int> kModelPc1 = {
     57,49,41,33,25,17,9, 1,58,50,42,34,26,18, 10,2,59,51,43,35,27, 19,11,3,60,52,44,36,
     63,55,47,39,31,23,15, 7,62,54,46,38,30,22, 14,6,61,53,45,37,29, 21,13,5,28,20,12,4};
@@ -49,8 +54,8 @@ Bits bits_of(const Bytes8& bytes) {
 
 Bytes8 bytes_of(const Bits& bits) {
   Bytes8 bytes{};
-  for (std::size_t i = 0; i < 64; ++i) {
-    bytes[i / 8] = static_cast<std::uint8_t>(bytes[i / 8] * 2 + bits[i]);
+  for (size_t i = 0; i < 64; ++i) {
+    bytes[i / 8] = static_cast<uint8_t>(bytes[i / 8] * 2 + bits[i]);
   }
   return bytes;
 }
@@ -58,7 +63,7 @@ Bytes8 bytes_of(const Bits& bits) {
 Bits permuted(const Bits& bits, const std::vector<int>& table) {
   Bits result;
   for (const int position : table)
-    result.push_back(bits[static_cast<std::size_t>(position - 1)]);
+    result.push_back(bits[static_cast<size_t>(position - 1)]);
   return result;
 }
 
@@ -72,7 +77,7 @@ Bits joined(Bits first, const Bits& second) {
 }
 
 Bits combined(Bits bits, const Bits& others) {
-  for (std::size_t i = 0; i < bits.size(); ++i) bits[i] ^= others[i];
+  for (size_t i = 0; i < bits.size(); ++i) bits[i] ^= others[i];
   return bits;
 }
 
@@ -125,7 +130,7 @@ Bytes8 feistel(const Rules& rules, const Bytes8& block, const Bytes8& key,
   const Bits start = permuted(bits_of(block), kModelIp);
   Bits left = part(start, 0, 32);
   Bits right = part(start, 32, 32);
-  for (std::size_t round = 0; round < 16; ++round) {
+  for (size_t round = 0; round < 16; ++round) {
     const Bits& subkey = subkeys[direction == Direction::kEncrypt ? round : 15 - round];
     const Bits x = combined(permuted(right, kModelE), subkey);
     Bits values;
@@ -152,10 +157,10 @@ Bytes8 variant_des(const Bytes8& block, const Bytes8& key, Direction direction) 
 
 Bytes8 mirrored(const Bytes8& key) {
   Bytes8 result{};
-  for (std::size_t i = 0; i < 8; ++i) {
+  for (size_t i = 0; i < 8; ++i) {
     for (int bit = 0; bit < 8; ++bit) {
       if ((key[i] >> bit & 1) != 0)
-        result[i] = static_cast<std::uint8_t>(result[i] | 0x80 >> bit);
+        result[i] = static_cast<uint8_t>(result[i] | 0x80 >> bit);
     }
   }
   return result;

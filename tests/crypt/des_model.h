@@ -11,7 +11,7 @@
 
 namespace test {
 
-using Bytes8 = std::array<std::uint8_t, 8>;
+using Bytes8 = std::array<uint8_t, 8>;
 
 // The tables as FIPS 46-3 has them, positions counted from 1.
 extern const std::vector<int> kModelIp;

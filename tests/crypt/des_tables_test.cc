@@ -17,13 +17,13 @@ std::vector<int> values(const Table& table) {
 }
 
 TEST(DesTables, HaveTheirTypes) {
-  EXPECT_TRUE((std::is_same<decltype(ip), const std::int32_t[64]>::value));
-  EXPECT_TRUE((std::is_same<decltype(fp), const std::int32_t[64]>::value));
-  EXPECT_TRUE((std::is_same<decltype(e), const std::int32_t[48]>::value));
-  EXPECT_TRUE((std::is_same<decltype(pc1), const std::int32_t[56]>::value));
-  EXPECT_TRUE((std::is_same<decltype(pc2), const std::int32_t[48]>::value));
-  EXPECT_TRUE((std::is_same<decltype(p32), const std::int32_t[32]>::value));
-  EXPECT_TRUE((std::is_same<decltype(rotate), const std::int32_t[16]>::value));
+  EXPECT_TRUE((std::is_same<decltype(ip), const int32_t[64]>::value));
+  EXPECT_TRUE((std::is_same<decltype(fp), const int32_t[64]>::value));
+  EXPECT_TRUE((std::is_same<decltype(e), const int32_t[48]>::value));
+  EXPECT_TRUE((std::is_same<decltype(pc1), const int32_t[56]>::value));
+  EXPECT_TRUE((std::is_same<decltype(pc2), const int32_t[48]>::value));
+  EXPECT_TRUE((std::is_same<decltype(p32), const int32_t[32]>::value));
+  EXPECT_TRUE((std::is_same<decltype(rotate), const int32_t[16]>::value));
   EXPECT_EQ(sizeof s_box, 512u);
 }
 

@@ -12,10 +12,10 @@ namespace test {
 
 // Eight bytes each, the first one on top.
 struct KnownAnswer {
-  std::uint64_t key;
-  std::uint64_t block;
-  std::uint64_t des;    // g_crypt_des_encrypt
-  std::uint64_t d3des;  // g_crypt_d3des_encrypt
+  uint64_t key;
+  uint64_t block;
+  uint64_t des;    // g_crypt_des_encrypt
+  uint64_t d3des;  // g_crypt_d3des_encrypt
 };
 
 inline constexpr KnownAnswer kKnownAnswers[] = {

@@ -14,14 +14,30 @@ int pc2(int x);
 int s_box(int x);
 int p32(int x);
 
-int ip(void) { return 1; }
-int fp(void) { return 2; }
-double e(void) { return 2.71828; }
-int pc1(int x) { return x + 1; }
-unsigned rotate(unsigned x, unsigned count) { return x << count | x >> (32 - count); }
-int pc2(int x) { return x + 2; }
-int s_box(int x) { return x ^ 0x55; }
-int p32(int x) { return x + 32; }
+int ip(void) {
+  return 1;
+}
+int fp(void) {
+  return 2;
+}
+double e(void) {
+  return 2.71828;
+}
+int pc1(int x) {
+  return x + 1;
+}
+unsigned rotate(unsigned x, unsigned count) {
+  return x << count | x >> (32 - count);
+}
+int pc2(int x) {
+  return x + 2;
+}
+int s_box(int x) {
+  return x ^ 0x55;
+}
+int p32(int x) {
+  return x + 32;
+}
 
 static int own_functions_are_called(void) {
   /* Through pointers too: a non-PIE program has their addresses built in. */

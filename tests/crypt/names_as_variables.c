@@ -1,5 +1,5 @@
-/* A program with variables of its own under the names of the library's exported tables. They
- * take the tables' places for the whole process, and must not change the ciphers.
+/* A program with variables of its own under the names of the library's exported tables.
+ * They take the tables' places for the whole process, and must not change the ciphers.
  *
  * SPDX-License-Identifier: MIT */
 #include "crypt/names_test.h"
@@ -9,7 +9,7 @@
 int ip = 1;
 int fp = 2;
 double e = 2.71828;
-const char *pc1 = "pc1";
+const char* pc1 = "pc1";
 int rotate[3] = {3, 4, 5};
 char pc2[1] = {'p'};
 unsigned char s_box[512] = {6};

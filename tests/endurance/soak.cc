@@ -28,7 +28,7 @@
 #include "endurance/soak_workers.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;

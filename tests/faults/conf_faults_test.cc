@@ -122,7 +122,7 @@ void open_default(Pass& pass) {
 
 // Whether a text results from another by leaving out characters.
 bool is_cut_from(const std::string& part, const std::string& whole) {
-  std::size_t at = 0;
+  size_t at = 0;
   for (const char c : whole) {
     if (at < part.size() && part[at] == c) ++at;
   }

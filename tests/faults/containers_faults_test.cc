@@ -48,7 +48,7 @@ void build_list(Pass& pass) {
   with.insert(with.empty() ? 0 : 1, "b");  // the element goes second
   step(g_list_insert, b, with);
   with = expected;
-  with.insert(std::min<std::size_t>(1, with.size()), "a");
+  with.insert(std::min<size_t>(1, with.size()), "a");
   step([](GList* to, void* data) { return g_list_insert_before(to, data, 1); }, a, with);
   step([](GList* to, void* data) { return g_list_insert_before(to, data, 99); }, c,
        expected + "c");
@@ -139,7 +139,7 @@ void use_queue(Pass& pass) {
   };
   step([&] { g_queue_enqueue(queue, a); }, "a");
   step([&] { g_queue_enqueue(queue, b); }, expected + "b");
-  const std::size_t at = expected.find('a');
+  const size_t at = expected.find('a');
   std::string with = expected;
   with.insert(at == expected.npos ? expected.size() : at + 1, "c");
   step([&] { g_queue_insert(queue, a, c); }, with);
@@ -171,13 +171,13 @@ void use_queue(Pass& pass) {
 
 // --- The hash table.
 
-void* key_of(std::uintptr_t number) {
+void* key_of(uintptr_t number) {
   return reinterpret_cast<void*>(number);
 }
 
 // With few slots, so that it grows; with many keys, so that there is an index.
 void use_hash(Pass& pass) {
-  constexpr std::uintptr_t kKeys = 70;
+  constexpr uintptr_t kKeys = 70;
   GHash* const hash =
       faulty(pass, [] { return g_hash_new(2, g_hash_direct, nullptr, nullptr); });
   if (hash == nullptr) {
@@ -186,7 +186,7 @@ void use_hash(Pass& pass) {
   }
   bool is_in[kKeys] = {};
   unsigned count = 0;
-  for (std::uintptr_t key = 0; key < kKeys; ++key) {
+  for (uintptr_t key = 0; key < kKeys; ++key) {
     const int result =
         faulty(pass, [&] { return g_hash_insert(hash, key_of(key), key_of(key + 1)); });
     EXPECT_TRUE(result == 0 || pass.struck(Call::kAllocation));
@@ -194,11 +194,11 @@ void use_hash(Pass& pass) {
     count += result == 0 ? 1 : 0;
     EXPECT_EQ(g_hash_count(hash), count);
   }
-  for (std::uintptr_t key = 0; key < kKeys; ++key) {
+  for (uintptr_t key = 0; key < kKeys; ++key) {
     void* const value = faulty(pass, [&] { return g_hash_find(hash, key_of(key)); });
     EXPECT_EQ(value, is_in[key] ? key_of(key + 1) : nullptr);
   }
-  for (std::uintptr_t key = 0; key < kKeys; key += 3) {
+  for (uintptr_t key = 0; key < kKeys; key += 3) {
     const int result = faulty(pass, [&] { return g_hash_remove(hash, key_of(key)); });
     EXPECT_EQ(result, is_in[key] ? 0 : -1);
     EXPECT_EQ(g_hash_find(hash, key_of(key)), nullptr);

@@ -216,12 +216,12 @@ bool asks_for_another_try(const Effect& effect) {
 
 // The errors stand first among the effects.
 const Effect& nth_error(const Faultable& function, int n) {
-  std::size_t errors = 0;
+  size_t errors = 0;
   while (errors < function.effects.size() &&
          function.effects[errors].kind == Effect::kError) {
     ++errors;
   }
-  return function.effects[static_cast<std::size_t>(n) % errors];
+  return function.effects[static_cast<size_t>(n) % errors];
 }
 
 bool is_transfer(Effect::Kind kind) {
@@ -231,12 +231,12 @@ bool is_transfer(Effect::Kind kind) {
 }  // namespace
 
 const Faultable& faultable(Call call) {
-  return kFaultables[static_cast<std::size_t>(call)];
+  return kFaultables[static_cast<size_t>(call)];
 }
 
 void begin_plan(const Fault& fault) {
   plan = fault;
-  for (std::size_t i = 0; i < kCalls; ++i) {
+  for (size_t i = 0; i < kCalls; ++i) {
     call_counts[i].store(0, relaxed);
     strike_counts[i].store(0, relaxed);
   }
@@ -258,17 +258,17 @@ void end_plan() {
 }
 
 int calls(Call call) {
-  return call_counts[static_cast<std::size_t>(call)].load(relaxed);
+  return call_counts[static_cast<size_t>(call)].load(relaxed);
 }
 
 int strikes(Call call) {
-  return strike_counts[static_cast<std::size_t>(call)].load(relaxed);
+  return strike_counts[static_cast<size_t>(call)].load(relaxed);
 }
 
-const Effect* strike(Call call, std::size_t size) {
+const Effect* strike(Call call, size_t size) {
   if (!is_library_thread || !is_running.load(relaxed)) return nullptr;
-  const auto index = static_cast<std::size_t>(call);
-  const auto any = static_cast<std::size_t>(Call::kAny);
+  const auto index = static_cast<size_t>(call);
+  const auto any = static_cast<size_t>(Call::kAny);
   const int count_of_all = call_counts[any].fetch_add(1, relaxed) + 1;
   const int count_of_call = call_counts[index].fetch_add(1, relaxed) + 1;
   const bool is_any = plan.call == Call::kAny;
@@ -292,7 +292,7 @@ void adopt_thread() {
   is_library_thread = true;
 }
 
-void describe(const Fault& fault, char* text, std::size_t size) {
+void describe(const Fault& fault, char* text, size_t size) {
   if (fault.nth == 0) {
     std::snprintf(text, size, "nothing fails");
     return;

@@ -99,7 +99,7 @@ enum class Call : unsigned char {
   kWrite,
   kCount
 };
-constexpr std::size_t kCalls = static_cast<std::size_t>(Call::kCount);
+constexpr size_t kCalls = static_cast<size_t>(Call::kCount);
 
 // What happens instead of the call's work.
 struct Effect {
@@ -146,14 +146,14 @@ int calls(Call call);
 int strikes(Call call);
 
 // Writes a fault as text, cut at `size`. Allocates nothing.
-void describe(const Fault& fault, char* text, std::size_t size);
+void describe(const Fault& fault, char* text, size_t size);
 
 // --- For the interposed functions.
 
 // Counts a call of the library; null when it is to be left alone, and always for other
 // callers. `size` is the number of bytes to transfer, for functions that do: a call that
 // cannot be cut short is left alone.
-const Effect* strike(Call call, std::size_t size = 0);
+const Effect* strike(Call call, size_t size = 0);
 
 // Whether the calling thread is the library's at the moment.
 bool is_library();

@@ -76,7 +76,7 @@ int code_of(const Effect& effect) {
   return effect.error;
 }
 
-std::size_t cut(const Effect& effect, std::size_t size) {
+size_t cut(const Effect& effect, size_t size) {
   return effect.kind == Effect::kOneByte ? 1 : size / 2;
 }
 
@@ -86,7 +86,7 @@ bool cuts(const Effect& effect) {
 
 // Of a function that moves bytes: `transfer(size)` does it. 0 at the end.
 template <typename Transfer>
-ssize_t transferred(Call call, std::size_t size, Transfer transfer) {
+ssize_t transferred(Call call, size_t size, Transfer transfer) {
   const Effect* const effect = strike(call, size);
   if (effect == nullptr) return transfer(size);
   if (cuts(*effect)) return transfer(cut(*effect, size));
@@ -137,15 +137,13 @@ int close(int fd) {
 }
 
 ssize_t read(int fd, void* buffer, size_t size) {
-  return transferred(Call::kRead, size, [&](std::size_t count) {
-    return NEXT(kRead, read)(fd, buffer, count);
-  });
+  return transferred(Call::kRead, size,
+                     [&](size_t count) { return NEXT(kRead, read)(fd, buffer, count); });
 }
 
 ssize_t write(int fd, const void* buffer, size_t size) {
-  return transferred(Call::kWrite, size, [&](std::size_t count) {
-    return NEXT(kWrite, write)(fd, buffer, count);
-  });
+  return transferred(Call::kWrite, size,
+                     [&](size_t count) { return NEXT(kWrite, write)(fd, buffer, count); });
 }
 
 off_t lseek(int fd, off_t offset, int whence) noexcept {
@@ -502,13 +500,13 @@ int setsockopt(int fd, int level, int name, const void* value, socklen_t size) n
 }
 
 ssize_t send(int fd, const void* buffer, size_t size, int flags) {
-  return transferred(Call::kSend, size, [&](std::size_t count) {
+  return transferred(Call::kSend, size, [&](size_t count) {
     return NEXT(kSend, send)(fd, buffer, count, flags);
   });
 }
 
 ssize_t recv(int fd, void* buffer, size_t size, int flags) {
-  return transferred(Call::kRecv, size, [&](std::size_t count) {
+  return transferred(Call::kRecv, size, [&](size_t count) {
     return NEXT(kRecv, recv)(fd, buffer, count, flags);
   });
 }

@@ -17,7 +17,7 @@ namespace faults {
 namespace {
 
 template <typename T>
-const T* at(const std::string& image, std::size_t offset) {
+const T* at(const std::string& image, size_t offset) {
   return reinterpret_cast<const T*>(image.data() + offset);
 }
 
@@ -36,12 +36,12 @@ std::vector<std::string> library_imports() {
   if (image.size() < sizeof(ElfW(Ehdr))) return names;
   const auto* const header = at<ElfW(Ehdr)>(image, 0);
   const auto* const sections = at<ElfW(Shdr)>(image, header->e_shoff);
-  for (std::size_t i = 0; i < header->e_shnum; ++i) {
+  for (size_t i = 0; i < header->e_shnum; ++i) {
     const ElfW(Shdr)& table = sections[i];
     if (table.sh_type != SHT_DYNSYM) continue;
     const char* const text = at<char>(image, sections[table.sh_link].sh_offset);
     const auto* const symbols = at<ElfW(Sym)>(image, table.sh_offset);
-    for (std::size_t s = 1; s < table.sh_size / sizeof(ElfW(Sym)); ++s) {
+    for (size_t s = 1; s < table.sh_size / sizeof(ElfW(Sym)); ++s) {
       if (symbols[s].st_shndx == SHN_UNDEF) names.emplace_back(text + symbols[s].st_name);
     }
   }

@@ -357,7 +357,7 @@ void walk_hash(Pass& pass) {
 // A signal that comes first ends the wait before anything can fail.
 void wait_for_an_event(Pass& pass) {
   GThreadEvent* const event = g_thread_event_new();
-  const std::uint32_t ticket = faulty(pass, [&] { return g_thread_event_ticket(event); });
+  const uint32_t ticket = faulty(pass, [&] { return g_thread_event_ticket(event); });
   EXPECT_EQ(ticket, 0u);
   errno = 0;
   const int timed_out =
@@ -424,7 +424,7 @@ void try_a_mutex(Pass& pass) {
 
 std::atomic<int> fired{0};
 
-std::uint32_t fire(std::uint32_t interval, void*) {
+uint32_t fire(uint32_t interval, void*) {
   ++fired;
   return interval;
 }
@@ -469,7 +469,7 @@ bool has_request(int fd) {
     if (poll(&wait, 1, 5) > 0) {
       const ssize_t count = recv(fd, part, sizeof part, 0);
       if (count <= 0) return false;
-      request.append(part, static_cast<std::size_t>(count));
+      request.append(part, static_cast<size_t>(count));
       if (request.find("\r\n\r\n") != request.npos) return true;
     } else if (is_hopeless) {
       return false;
@@ -506,14 +506,14 @@ void read_http_in_time(Pass& pass) {
   }
   const Since since(pass);
   const char* const line = faulty(pass, [&] { return url_gets(url, text.data(), 16); });
-  std::size_t length = line == nullptr ? 0 : std::strlen(line);
+  size_t length = line == nullptr ? 0 : std::strlen(line);
   for (const int size : {10, 8000}) {
-    const std::int32_t count =
+    const int32_t count =
         faulty(pass, [&] { return url_read(url, text.data() + length, size); });
     EXPECT_GE(count, 0);
-    length += static_cast<std::size_t>(std::max(count, 0));
+    length += static_cast<size_t>(std::max(count, 0));
   }
-  const std::int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
+  const int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
   if (!pass.struck()) {
     EXPECT_EQ(length, text.size());
     EXPECT_EQ(byte, 'x');

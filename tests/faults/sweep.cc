@@ -158,11 +158,10 @@ class Sweep {
     usual_descriptors = settled_descriptors();
     run_pass(name_, scenario_, {});
     bool is_called[kCalls];
-    for (std::size_t i = 0; i < kCalls; ++i)
-      is_called[i] = calls(static_cast<Call>(i)) != 0;
-    is_called[static_cast<std::size_t>(Call::kAllocation)] = true;  // counted elsewhere
+    for (size_t i = 0; i < kCalls; ++i) is_called[i] = calls(static_cast<Call>(i)) != 0;
+    is_called[static_cast<size_t>(Call::kAllocation)] = true;  // counted elsewhere
     if (testing::Test::HasFailure()) return;
-    for (std::size_t index = 0; index < kCalls; ++index) {
+    for (size_t index = 0; index < kCalls; ++index) {
       if (!is_called[index]) continue;
       const auto call = static_cast<Call>(index);
       if (call == Call::kAny) {
@@ -193,7 +192,7 @@ class Sweep {
   void fail_in_turn(Call call) {
     const std::span<const Effect> effects = faultable(call).effects;
     for (int nth = 1; is_wanted(nth); ++nth) {
-      const auto turn = static_cast<std::size_t>(nth - 1 + module_.faults);
+      const auto turn = static_cast<size_t>(nth - 1 + module_.faults);
       if (!fail({call, nth, turn % 2 == 1, effects[turn % effects.size()]})) return;
     }
   }
@@ -341,7 +340,7 @@ TEST(FaultSweep, EveryFunctionOfTheSystemFailsOrIsLeftOutForAReason) {
   EXPECT_GT(imports.size(), 50u);
   for (const std::string& name : imports) {
     bool is_faultable = false;
-    for (std::size_t i = 0; i < kCalls; ++i) {
+    for (size_t i = 0; i < kCalls; ++i) {
       const Faultable& function = faultable(static_cast<Call>(i));
       is_faultable |= name == function.symbol || (function.checked_symbol != nullptr &&
                                                   name == function.checked_symbol);

@@ -98,11 +98,11 @@ auto faulty(Pass& pass, Function call_library) {
 class Since {
  public:
   explicit Since(const Pass& pass) : pass_(pass) {
-    for (std::size_t i = 0; i < kCalls; ++i) before_[i] = pass.struck(static_cast<Call>(i));
+    for (size_t i = 0; i < kCalls; ++i) before_[i] = pass.struck(static_cast<Call>(i));
   }
   template <typename... Calls>
   bool struck(Calls... these) const {
-    return ((pass_.struck(these) > before_[static_cast<std::size_t>(these)]) || ...);
+    return ((pass_.struck(these) > before_[static_cast<size_t>(these)]) || ...);
   }
 
  private:

@@ -26,7 +26,7 @@ extern "C" int g_scandir_time64(const char* path, GScandirFunc func, void* data)
 namespace {
 
 // What comes of moving `size` bytes.
-std::int64_t transferred(const Pass& pass, bool is_struck, std::int64_t size) {
+int64_t transferred(const Pass& pass, bool is_struck, int64_t size) {
   if (!is_struck) return size;
   switch (pass.kind()) {
     case Effect::kError:
@@ -67,18 +67,18 @@ void read_handle(Pass& pass) {
   GFile* const file = open_file(pass, "file", 0);
   if (file == nullptr) return;
   char buffer[8] = {};
-  std::int64_t position = 0;
+  int64_t position = 0;
   for (int i = 0; i < 2; ++i) {
     const Since since(pass);
-    const std::int64_t count = faulty(pass, [&] { return g_file_read(file, buffer, 8); });
+    const int64_t count = faulty(pass, [&] { return g_file_read(file, buffer, 8); });
     EXPECT_EQ(count, transferred(pass, since.struck(Call::kRead), 8));
     if (count > 0) {
-      EXPECT_EQ(std::memcmp(buffer, &"0123456789abcdef"[position],
-                            static_cast<std::size_t>(count)),
-                0);
+      EXPECT_EQ(
+          std::memcmp(buffer, &"0123456789abcdef"[position], static_cast<size_t>(count)),
+          0);
       position += count;
     }
-    const std::int64_t told = faulty(pass, [&] { return g_file_seek(file, 0, SEEK_CUR); });
+    const int64_t told = faulty(pass, [&] { return g_file_seek(file, 0, SEEK_CUR); });
     EXPECT_EQ(told, since.struck(Call::kLseek) ? -1 : position);
   }
   close_file(pass, file);
@@ -92,18 +92,17 @@ void write_handle(Pass& pass) {
   std::string expected = "0123456789";
   const Since writing(pass);
   const int reports = pass.reports();
-  const std::int64_t count = faulty(pass, [&] { return g_file_write(file, "abcd", 4); });
+  const int64_t count = faulty(pass, [&] { return g_file_write(file, "abcd", 4); });
   EXPECT_EQ(count, transferred(pass, writing.struck(Call::kWrite), 4));
   EXPECT_EQ(pass.reports(), reports + (count == -1 ? 1 : 0));
   if (count > 0)
-    expected.replace(0, static_cast<std::size_t>(count), "abcd",
-                     static_cast<std::size_t>(count));
+    expected.replace(0, static_cast<size_t>(count), "abcd", static_cast<size_t>(count));
   EXPECT_EQ(read_file("file"), expected);
 
   const Since cutting(pass);
   const int cut = faulty(pass, [&] { return g_file_truncate(file); });
   EXPECT_EQ(cut, cutting.struck(Call::kLseek, Call::kFtruncate) ? -1 : 0);
-  if (cut == 0) expected.resize(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)));
+  if (cut == 0) expected.resize(static_cast<size_t>(std::max<int64_t>(count, 0)));
   EXPECT_EQ(read_file("file"), expected);
   close_file(pass, file);
   EXPECT_EQ(read_file("file"), expected);
@@ -139,7 +138,7 @@ void lock_handle(Pass& pass) {
 void look_at_file(Pass& pass) {
   const WorkingDirectory directory;
   directory.write("file", "12345");
-  const std::int64_t size = faulty(pass, [] { return g_file_size("file"); });
+  const int64_t size = faulty(pass, [] { return g_file_size("file"); });
   EXPECT_EQ(size, pass.struck(Call::kStat) ? -1 : 5);
   const Since looking(pass);
   const int exists = faulty(pass, [] { return g_file_exist("file"); });
@@ -156,7 +155,7 @@ void look_at_file(Pass& pass) {
 void read_whole(Pass& pass) {
   const WorkingDirectory directory;
   directory.write("file", "0123456789");
-  std::int64_t length = -7;
+  int64_t length = -7;
   char* const text = faulty(pass, [&] { return g_file_read_buf("file", &length); });
   EXPECT_EQ(text == nullptr,
             pass.struck(Call::kStat, Call::kOpen, Call::kAllocation, Call::kRead) != 0);
@@ -175,15 +174,15 @@ void write_whole(Pass& pass) {
   const int result = faulty(pass, [] { return g_file_write_buf("file", "abcd", 4); });
   EXPECT_EQ(result, pass.struck(Call::kOpen, Call::kAllocation, Call::kWrite) ? -1 : 0);
   EXPECT_EQ(pass.reports() != 0, result != 0);
-  std::int64_t written = 4;
+  int64_t written = 4;
   if (pass.struck(Call::kOpen, Call::kAllocation)) {
     written = 0;
   } else if (pass.struck(Call::kWrite)) {
-    written = std::max<std::int64_t>(transferred(pass, true, 4), 0);
+    written = std::max<int64_t>(transferred(pass, true, 4), 0);
   }
   std::string expected = "0123456789";
-  expected.replace(0, static_cast<std::size_t>(written),
-                   std::string("abcd", static_cast<std::size_t>(written)));
+  expected.replace(0, static_cast<size_t>(written),
+                   std::string("abcd", static_cast<size_t>(written)));
   EXPECT_EQ(read_file("file"), expected);
 }
 
@@ -240,10 +239,10 @@ void copy_file(Pass& pass) {
 
 // --- Maps.
 
-constexpr std::int64_t kPage = 4096;
+constexpr int64_t kPage = 4096;
 
 void write_pages(const WorkingDirectory& directory) {
-  const auto page = static_cast<std::size_t>(kPage);
+  const auto page = static_cast<size_t>(kPage);
   directory.write("file", std::string(page, 'a') + std::string(page, 'b'));
 }
 
@@ -260,7 +259,7 @@ void map_file(Pass& pass) {
     return;
   }
   EXPECT_EQ(static_cast<char*>(address)[kPage - 1], 'a');
-  std::int64_t length = 0;
+  int64_t length = 0;
   EXPECT_EQ(faulty(pass, [&] { return g_file_map_get_addr(map, &length); }), address);
   EXPECT_EQ(length, kPage);
   const int synced = faulty(pass, [&] { return g_file_map_sync(map); });
@@ -270,7 +269,7 @@ void map_file(Pass& pass) {
     g_file_unmap(map);
     return 0;
   });
-  if (since.struck(Call::kMunmap)) munmap(address, static_cast<std::size_t>(kPage));
+  if (since.struck(Call::kMunmap)) munmap(address, static_cast<size_t>(kPage));
 }
 
 void move_map(Pass& pass) {
@@ -289,7 +288,7 @@ void move_map(Pass& pass) {
     // A map that cannot be moved is gone.
     map = faulty(pass, [&] { return g_file_remap(map, file, kPage, kPage, 0, &second); });
     EXPECT_EQ(map == nullptr, moving.struck(Call::kMmap));
-    if (moving.struck(Call::kMunmap)) munmap(first, static_cast<std::size_t>(kPage));
+    if (moving.struck(Call::kMunmap)) munmap(first, static_cast<size_t>(kPage));
     if (map != nullptr) {
       EXPECT_EQ(*static_cast<char*>(second), 'b');
       const Since unmapping(pass);
@@ -297,7 +296,7 @@ void move_map(Pass& pass) {
         g_file_unmap(map);
         return 0;
       });
-      if (unmapping.struck(Call::kMunmap)) munmap(second, static_cast<std::size_t>(kPage));
+      if (unmapping.struck(Call::kMunmap)) munmap(second, static_cast<size_t>(kPage));
     }
   }
   close_file(pass, file);  // the caller's own still
@@ -423,8 +422,8 @@ void lock_memory(Pass& pass) {
 
 void use_of_filesystem(Pass& pass) {
   const WorkingDirectory directory;
-  std::uint32_t total = 0;
-  std::uint32_t available = 0;
+  uint32_t total = 0;
+  uint32_t available = 0;
   const int result =
       faulty(pass, [&] { return g_sys_get_filesystem_usage(".", &total, &available); });
   EXPECT_EQ(result, pass.struck() ? -1 : 0);

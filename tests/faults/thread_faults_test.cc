@@ -270,8 +270,8 @@ void use_modules(Pass& pass) {
 void tell_ticks(Pass& pass) {
   const int result = faulty(pass, [] { return g_start_ticks(); });
   EXPECT_EQ(result, pass.struck(Call::kGettimeofday) ? -1 : 0);
-  std::uint32_t ticks[3];
-  for (std::uint32_t& tick : ticks) tick = faulty(pass, [] { return g_get_ticks(); });
+  uint32_t ticks[3];
+  for (uint32_t& tick : ticks) tick = faulty(pass, [] { return g_get_ticks(); });
   // A reading that fails is a step of the clock: the ticks go on by 10 ms, or the next do.
   for (int i = 1; i < 3; ++i) EXPECT_LT(ticks[i] - ticks[i - 1] + 20, 20000u);
   g_start_ticks();
@@ -279,7 +279,7 @@ void tell_ticks(Pass& pass) {
 }
 
 void delay(Pass& pass) {
-  const std::uint32_t before = g_get_ticks();
+  const uint32_t before = g_get_ticks();
   faulty(pass, [] {
     g_delay(3);
     return 0;
@@ -292,7 +292,7 @@ void delay(Pass& pass) {
 
 std::atomic<int> fired{0};
 
-std::uint32_t fire(std::uint32_t interval, void*) {
+uint32_t fire(uint32_t interval, void*) {
   ++fired;
   return interval;
 }
@@ -328,7 +328,7 @@ void use_timers(Pass& pass) {
   EXPECT_EQ(g_timer_pid, 0);
 }
 
-std::uint32_t fire_single(std::uint32_t interval, void*) {
+uint32_t fire_single(uint32_t interval, void*) {
   ++fired;
   return interval;
 }

@@ -27,7 +27,7 @@ using namespace faults;
 namespace {
 
 constexpr char kText[] = "first line\nsecond line\nthe rest of it\n";
-constexpr std::int32_t kLength = sizeof kText - 1;
+constexpr int32_t kLength = sizeof kText - 1;
 
 void close_stream(Pass& pass, URL url) {
   errno = 77;
@@ -59,7 +59,7 @@ URL open_file(Pass& pass, const WorkingDirectory& directory, URL (*open)(const c
     url_set_readlimit(url, -1);
     url_rewind(url);
   } else {
-    EXPECT_EQ(url->readlimit, static_cast<std::uint32_t>(kLength));
+    EXPECT_EQ(url->readlimit, static_cast<uint32_t>(kLength));
   }
   return url;
 }
@@ -68,12 +68,12 @@ void read_file(Pass& pass) {
   const WorkingDirectory directory;
   const URL url = open_file(pass, directory, url_file_open);
   if (url == nullptr) return;
-  std::size_t position = 0;
+  size_t position = 0;
   for (const auto read : {url_read, url_safe_read, url_nread}) {
     char buffer[8] = {};
     const Since since(pass);
     url_errno = 0;
-    const std::int32_t count = faulty(pass, [&] { return read(url, buffer, 8); });
+    const int32_t count = faulty(pass, [&] { return read(url, buffer, 8); });
     const bool is_struck = since.struck(Call::kRead);
     const bool is_retried = read != url_read && pass.error() == EINTR;
     const bool is_collected = read == url_nread && pass.kind() > Effect::kEnd;
@@ -84,14 +84,14 @@ void read_file(Pass& pass) {
       EXPECT_NE(url_errno, URLERR_NONE);
     }
     if (count > 0) {
-      const auto length = static_cast<std::size_t>(count);
+      const auto length = static_cast<size_t>(count);
       EXPECT_EQ(std::string(buffer, length), std::string(kText).substr(position, length));
       position += length;
     }
     EXPECT_EQ(url->nread, position);
   }
   const Since since(pass);
-  const std::int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
+  const int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
   if (!since.struck(Call::kRead)) {
     EXPECT_EQ(byte, kText[position]);
   } else if (pass.kind() <= Effect::kEnd) {
@@ -112,7 +112,7 @@ void read_lines(Pass& pass) {
     EXPECT_STREQ(got, "first line\n");
   }
   if (!since.struck(Call::kRead, Call::kLseek)) {
-    const std::int32_t length =
+    const int32_t length =
         faulty(pass, [&] { return url_readline(url, line, sizeof line); });
     if (!since.struck(Call::kRead)) {
       EXPECT_EQ(length, 11);
@@ -146,7 +146,7 @@ void read_lines_of_pipe(Pass& pass) {
     EXPECT_STREQ(got, "first line\n");
   }
   for (int i = 0; i < 3; ++i) {
-    const std::int32_t length =
+    const int32_t length =
         faulty(pass, [&] { return url_readline(url, line, sizeof line); });
     EXPECT_GE(length, 0);
     EXPECT_LT(length, 32);
@@ -159,10 +159,10 @@ void move_in_file(Pass& pass) {
   const URL url = open_file(pass, directory, url_file_open);
   if (url == nullptr) return;
   Since since(pass);
-  const std::int64_t moved = faulty(pass, [&] { return url_seek(url, 6, SEEK_SET); });
+  const int64_t moved = faulty(pass, [&] { return url_seek(url, 6, SEEK_SET); });
   EXPECT_EQ(moved, since.struck(Call::kLseek) ? -1 : 6);
   const Since telling(pass);
-  const std::int64_t told = faulty(pass, [&] { return url_tell(url); });
+  const int64_t told = faulty(pass, [&] { return url_tell(url); });
   EXPECT_EQ(told, telling.struck(Call::kLseek) ? -1 : moved == -1 ? 0 : 6);
   // Where it cannot move, it reads.
   const Since skipping(pass);
@@ -184,7 +184,7 @@ void dump_file(Pass& pass) {
   const WorkingDirectory directory;
   const URL url = open_file(pass, directory, url_file_open);
   if (url == nullptr) return;
-  std::int32_t length = -7;
+  int32_t length = -7;
   const Since since(pass);
   void* const dump = faulty(pass, [&] { return url_dump(url, kLength, &length); });
   if (since.struck(Call::kAllocation)) {
@@ -195,7 +195,7 @@ void dump_file(Pass& pass) {
   }
   EXPECT_EQ(dump == nullptr, length == 0);
   if (length > 0) {
-    EXPECT_EQ(std::memcmp(dump, kText, static_cast<std::size_t>(length)), 0);
+    EXPECT_EQ(std::memcmp(dump, kText, static_cast<size_t>(length)), 0);
   }
   std::free(dump);  // also that of a failed first read, which has the length -1
   close_stream(pass, url);
@@ -203,7 +203,7 @@ void dump_file(Pass& pass) {
 
 // --- The core.
 
-std::int32_t is_ours(const char* url) {
+int32_t is_ours(const char* url) {
   return std::strncmp(url, "ours:", 5) == 0 ? 1 : 0;
 }
 
@@ -282,7 +282,7 @@ void serve(test::Connection& connection, const std::string& reply) {
     if (!is_readable(connection.fd())) return;
     const ssize_t count = recv(connection.fd(), part, sizeof part, 0);
     if (count <= 0) return;
-    request.append(part, static_cast<std::size_t>(count));
+    request.append(part, static_cast<size_t>(count));
   }
   connection.send(reply);
 }
@@ -298,7 +298,7 @@ test::ScriptedServer& server() {
 // Connected and blocking, or -1.
 int connect_socket(Pass& pass) {
   const int port = server().port();
-  std::uint32_t address = 0;
+  uint32_t address = 0;
   const Since since(pass);
   const int fd = faulty(pass, [&] { return open_socket("127.0.0.1", port, &address); });
   if (fd == -1) {
@@ -315,8 +315,7 @@ void use_socket(Pass& pass) {
   const int fd = connect_socket(pass);
   if (fd == -1) return;
   const Since sending(pass);
-  const std::int64_t sent =
-      faulty(pass, [&] { return socket_write(fd, "GET /\r\n\r\n", 9); });
+  const int64_t sent = faulty(pass, [&] { return socket_write(fd, "GET /\r\n\r\n", 9); });
   if (!sending.struck(Call::kSend, Call::kWrite)) {
     EXPECT_EQ(sent, 9);
   } else if (pass.kind() == Effect::kError && pass.error() > 0 &&
@@ -347,7 +346,7 @@ void use_stream_of_socket(Pass& pass) {
     const int byte = faulty(pass, [&] { return socket_fgetc(stream); });
     EXPECT_EQ(byte, pass.struck(Call::kGetc) ? EOF : 'C');
     const Since since(pass);
-    const std::int64_t count = faulty(pass, [&] { return socket_fread(line, 4, stream); });
+    const int64_t count = faulty(pass, [&] { return socket_fread(line, 4, stream); });
     if (!since.struck(Call::kFread)) {
       EXPECT_EQ(count, 4);
     } else {
@@ -363,7 +362,7 @@ void write_to_stream(Pass& pass) {
   directory.write("file", "");
   const int fd = open("file", O_WRONLY | O_CLOEXEC);
   FILE* const stream = fdopen(fd, "wb");
-  const std::int64_t count = faulty(pass, [&] { return socket_fwrite("text", 4, stream); });
+  const int64_t count = faulty(pass, [&] { return socket_fwrite("text", 4, stream); });
   if (pass.struck(Call::kFwrite)) {
     EXPECT_LT(count, 4);
   } else {
@@ -394,7 +393,7 @@ URL open_http(Pass& pass, URL (*open)(const char*)) {
   }
   EXPECT_EQ(pass.struck(Call::kSocket, Call::kConnect, Call::kPoll, Call::kFdopen), 0);
   if (!is_cut_short(pass)) {
-    EXPECT_EQ(url->readlimit, static_cast<std::uint32_t>(kLength));
+    EXPECT_EQ(url->readlimit, static_cast<uint32_t>(kLength));
   }
   return url;
 }
@@ -408,10 +407,10 @@ void read_http(Pass& pass) {
   char buffer[16];
   const Since since(pass);
   for (int i = 0; i < 200; ++i) {
-    const std::int32_t count = faulty(pass, [&] { return url_read(url, buffer, 16); });
+    const int32_t count = faulty(pass, [&] { return url_read(url, buffer, 16); });
     EXPECT_GE(count, 0);
     if (count <= 0) break;
-    text.append(buffer, static_cast<std::size_t>(count));
+    text.append(buffer, static_cast<size_t>(count));
   }
   if (is_whole && (!since.struck(Call::kFread) || pass.kind() > Effect::kEnd)) {
     EXPECT_EQ(text, kText);
@@ -437,10 +436,9 @@ void read_much_of_http(Pass& pass) {
   if (url == nullptr) return;
   const bool is_whole = !is_cut_short(pass);
   const Since since(pass);
-  const std::int32_t count =
-      faulty(pass, [&] { return url_read(url, buffer.data(), 40000); });
+  const int32_t count = faulty(pass, [&] { return url_read(url, buffer.data(), 40000); });
   ASSERT_GE(count, 0);
-  const std::string text(buffer.data(), static_cast<std::size_t>(count));
+  const std::string text(buffer.data(), static_cast<size_t>(count));
   if (is_whole) {
     EXPECT_TRUE(body.starts_with(text));
     if (!since.struck(Call::kRecv, Call::kFread)) {
@@ -483,7 +481,7 @@ void read_bytes_of_http(Pass& pass) {
   if (url == nullptr) return;
   const bool is_whole = !is_cut_short(pass);
   for (const char expected : {'a', 'b'}) {
-    const std::int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
+    const int32_t byte = faulty(pass, [&] { return url_fgetc(url); });
     if (is_whole && pass.struck(Call::kUflow) == 0) {
       EXPECT_EQ(byte, expected);
     }
@@ -503,7 +501,7 @@ void open_with_offset(Pass& pass) {
     return;
   }
   if (!is_cut_short(pass)) {
-    EXPECT_EQ(url->readlimit, static_cast<std::uint32_t>(kLength) + 10);
+    EXPECT_EQ(url->readlimit, static_cast<uint32_t>(kLength) + 10);
   }
   close_stream(pass, url);
 }
@@ -519,7 +517,7 @@ void open_by_proxy(Pass& pass) {
   }
   char buffer[64];
   const Since since(pass);
-  const std::int32_t count = faulty(pass, [&] { return url_nread(url, buffer, 64); });
+  const int32_t count = faulty(pass, [&] { return url_nread(url, buffer, 64); });
   if (!is_cut_short(pass) && !since.struck(Call::kFread)) {
     EXPECT_EQ(count, kLength);
   }

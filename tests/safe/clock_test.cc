@@ -33,9 +33,9 @@ namespace {
 
 TEST(MonotonicClock, GivesTheMillisecondsOfClockMonotonic) {
   struct Row {
-    std::int64_t seconds;
+    int64_t seconds;
     int nanoseconds;
-    std::int64_t milliseconds;
+    int64_t milliseconds;
   };
   is_fake = true;
   for (const Row& row :
@@ -54,13 +54,13 @@ TEST(MonotonicClock, GivesTheMillisecondsOfClockMonotonic) {
 TEST(MonotonicClock, GoesOnWithTheTime) {
   timespec before{};
   clock_gettime(CLOCK_MONOTONIC, &before);
-  const std::int64_t first = g_monotonic_ms();
+  const int64_t first = g_monotonic_ms();
   usleep(20000);
-  const std::int64_t second = g_monotonic_ms();
+  const int64_t second = g_monotonic_ms();
   timespec after{};
   clock_gettime(CLOCK_MONOTONIC, &after);
   const auto in_ms = [](const timespec& time) {
-    return std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+    return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
   };
   EXPECT_GE(first, in_ms(before));
   EXPECT_GE(second, first + 20);

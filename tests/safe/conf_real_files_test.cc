@@ -67,9 +67,9 @@ std::vector<fs::path> all_files() {
 
 Lines lines_of(const std::string& text) {
   Lines lines;
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t newline = text.find('\n', start);
-    const std::size_t end = newline == text.npos ? text.size() : newline + 1;
+  for (size_t start = 0; start < text.size();) {
+    const size_t newline = text.find('\n', start);
+    const size_t end = newline == text.npos ? text.size() : newline + 1;
     lines.push_back(text.substr(start, end - start));
     start = end;
   }
@@ -82,7 +82,7 @@ std::string without_end(std::string line) {
 }
 
 bool has_changed_value(const std::string& before, const std::string& after) {
-  const std::size_t place = after.find(kChanged);
+  const size_t place = after.find(kChanged);
   return place != after.npos && before.find('=') < place &&
          before.compare(0, place, after, 0, place) == 0 &&
          without_end(after).ends_with(kChanged) &&
@@ -100,7 +100,7 @@ struct Difference {
 Difference difference(const std::string& before, const std::string& after) {
   const Lines old_lines = lines_of(before);
   Difference found;
-  std::size_t at = 0;
+  size_t at = 0;
   for (const std::string& line : lines_of(after)) {
     const bool is_last = at + 1 == old_lines.size();
     if (without_end(line) == std::string(kAdded) + "=1") {

@@ -194,7 +194,7 @@ TEST(ConfReloadFailure, WithoutAFileTheModelStaysAsItWas) {
 TEST(ConfReloadFailure, AFileThatIsTooLargeIsLeft) {
   const ConfFile file("[s]\na=1\n");
   const Conf conf = file.open();
-  if (truncate64(file.path().c_str(), std::int64_t{1} << 31) != 0) {
+  if (truncate64(file.path().c_str(), int64_t{1} << 31) != 0) {
     GTEST_SKIP() << "no files of 2 GiB here: " << std::strerror(errno);
   }
   EXPECT_EQ(g_conf_reload(conf.get()), -1);

@@ -35,7 +35,7 @@ namespace {
 // what the test says.
 struct Simulation {
   LibraryTimespec now{};
-  std::vector<std::pair<std::int64_t, std::int64_t>> deadlines;
+  std::vector<std::pair<int64_t, int64_t>> deadlines;
   std::function<int()> wait;  // without the mutex
 };
 thread_local Simulation* simulation = nullptr;
@@ -107,7 +107,7 @@ class EventWaitFor : public ::testing::Test {
 };
 
 TEST_F(EventWaitFor, TicketCountsSignalsAndBroadcasts) {
-  const std::uint32_t first = g_thread_event_ticket(event);
+  const uint32_t first = g_thread_event_ticket(event);
   EXPECT_EQ(g_thread_event_ticket(event), first);
   EXPECT_EQ(g_thread_event_signal(event), 0);
   EXPECT_EQ(g_thread_event_ticket(event), first + 1);
@@ -131,7 +131,7 @@ TEST_F(EventWaitFor, NullEventReportsTheCheck) {
 
 TEST_F(EventWaitFor, SignalBeforeTheWaitEndsIt) {
   for (const int timeout : {0, -1, 1000, INT_MIN, INT_MAX}) {
-    const std::uint32_t ticket = g_thread_event_ticket(event);
+    const uint32_t ticket = g_thread_event_ticket(event);
     g_thread_event_signal(event);
     EXPECT_EQ(g_thread_event_wait_for(event, ticket, timeout), 0);
     // It is not used up: the ticket is as old as before.
@@ -155,11 +155,11 @@ TEST_F(EventWaitFor, AnyOtherTicketIsAnOlderOne) {
 
 TEST_F(EventWaitFor, DeadlineIsOnTheMonotonicClock) {
   struct Row {
-    std::int64_t seconds;
+    int64_t seconds;
     int nanoseconds;
     int timeout;
-    std::int64_t end_seconds;
-    std::int64_t end_nanoseconds;
+    int64_t end_seconds;
+    int64_t end_nanoseconds;
   };
   for (const Row& row : {
            Row{100, 0, 1, 100, 1'000'000},
@@ -199,8 +199,7 @@ TEST_F(EventWaitFor, WakeUpWithoutASignalWaitsOnToTheSameDeadline) {
   const int result = g_thread_event_wait_for(event, g_thread_event_ticket(event), 2000);
   simulation = nullptr;
   EXPECT_EQ(result, 1);
-  EXPECT_EQ(simulated.deadlines,
-            (std::vector<std::pair<std::int64_t, std::int64_t>>(4, {52, 0})));
+  EXPECT_EQ(simulated.deadlines, (std::vector<std::pair<int64_t, int64_t>>(4, {52, 0})));
 }
 
 TEST_F(EventWaitFor, SignalDuringTheWaitEndsIt) {
@@ -229,7 +228,7 @@ TEST_F(EventWaitFor, SignalAtTheDeadlineCountsAsSignal) {
 }
 
 TEST_F(EventWaitFor, SystemsRefusalIsMinusOneWithItsErrno) {
-  const std::uint32_t ticket = g_thread_event_ticket(event);
+  const uint32_t ticket = g_thread_event_ticket(event);
   init_refusal = EAGAIN;
   errno = 0;
   EXPECT_EQ(g_thread_event_wait_for(event, ticket, 1), -1);
@@ -267,7 +266,7 @@ TEST_F(EventWaitFor, NegativeTimeHasNoLimit) {
 }
 
 TEST_F(EventWaitFor, OneSignalEndsAllTicketWaitsAndOneOlderWait) {
-  const std::uint32_t ticket = g_thread_event_ticket(event);
+  const uint32_t ticket = g_thread_event_ticket(event);
   std::atomic<int> ended{0};
   std::atomic<int> older_ended{0};
   std::vector<std::thread> threads;
@@ -323,7 +322,7 @@ TEST_F(EventWaitFor, FreeingTheEventEndsEveryTicketWait) {
 
 struct Cancelled {
   GThreadEvent* event;
-  std::uint32_t ticket;
+  uint32_t ticket;
   int timeout;
   std::atomic<bool> goes{false};
   std::atomic<bool> returned{false};
@@ -388,7 +387,7 @@ TEST_F(EventWaitFor, NoSignalIsLostInAMillionRaces) {
   std::atomic<int> time_outs{0};
   const auto take = [&](GThreadEvent* from, const std::atomic<int>& count, int wanted) {
     for (;;) {
-      const std::uint32_t ticket = g_thread_event_ticket(from);
+      const uint32_t ticket = g_thread_event_ticket(from);
       if (count == wanted) return true;
       if (g_thread_event_wait_for(from, ticket, 30000) != 0) {
         ++time_outs;
@@ -420,7 +419,7 @@ TEST_F(EventWaitFor, ManyThreadsWaitWhileManySignal) {
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([&] {
       for (int n = 0; n < 2000; ++n) {
-        const std::uint32_t ticket = g_thread_event_ticket(event);
+        const uint32_t ticket = g_thread_event_ticket(event);
         EXPECT_EQ(g_thread_event_wait_for(event, ticket, 30000), 0);
       }
     });

@@ -25,7 +25,7 @@ using Names = std::vector<std::string>;
 namespace {
 
 // Seconds beyond the 32 bits of a signed time.
-constexpr std::int64_t kAfter2038 = 5'000'000'000;
+constexpr int64_t kAfter2038 = 5'000'000'000;
 
 bool is_watching = false;
 int reads = 0;
@@ -56,7 +56,7 @@ int error_as_user(const std::string& from, const std::string& to) {
   return errno_as_user([&] { return duplicate(from, to) == -1 ? errno : 0; });
 }
 
-void set_times(const std::string& path, std::int64_t accessed, std::int64_t modified) {
+void set_times(const std::string& path, int64_t accessed, int64_t modified) {
   const timespec times[2] = {{static_cast<time_t>(accessed), 123'456'789},
                              {static_cast<time_t>(modified), 987'654'321}};
   EXPECT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
@@ -141,10 +141,10 @@ TEST(FileDuplicate, FailuresOfTheSystemAreNotLogged) {
 }
 
 TEST(FileDuplicate, CopiesContentOfAnyLength) {
-  for (const std::size_t size : {0, 1, 8191, 8192, 8193, 100'000}) {
+  for (const size_t size : {0, 1, 8191, 8192, 8193, 100'000}) {
     const TemporaryDirectory directory;
     std::string content;
-    for (std::size_t i = 0; i < size; ++i) content += static_cast<char>(i * 7 % 251);
+    for (size_t i = 0; i < size; ++i) content += static_cast<char>(i * 7 % 251);
     const std::string from = directory.write("from", content);
     EXPECT_EQ(duplicate(from, directory / "to"), 0);
     EXPECT_EQ(read_file(directory / "to"), content);
@@ -195,10 +195,10 @@ TEST(FileDuplicate, SetIdBitsOfTheFormerFileGo) {
 }
 
 TEST(FileDuplicate, CopyHasBothTimes) {
-  const std::int64_t times[][2] = {{1'000'000'000, 1'234'567'890},
-                                   {1'234'567'890, 1'000'000'000},
-                                   {kAfter2038, kAfter2038 + 1},
-                                   {0, 0}};
+  const int64_t times[][2] = {{1'000'000'000, 1'234'567'890},
+                              {1'234'567'890, 1'000'000'000},
+                              {kAfter2038, kAfter2038 + 1},
+                              {0, 0}};
   for (const auto& [accessed, modified] : times) {
     const TemporaryDirectory directory;
     const std::string from = directory.write("from", "new");

@@ -57,8 +57,7 @@ struct Watch {
 
 int replace(const std::string& path, const std::string& content) {
   errno = 0;
-  return g_file_replace(path.c_str(), content.data(),
-                        static_cast<std::int64_t>(content.size()));
+  return g_file_replace(path.c_str(), content.data(), static_cast<int64_t>(content.size()));
 }
 
 // As an ordinary user, in a child: 0, or errno.
@@ -176,7 +175,7 @@ TEST(FileReplace, LengthBeyondTheMemoryOfTheProcessIsNotCut) {
   const TemporaryDirectory directory;
   const std::string path = directory.write("f", "old");
   errno = 0;
-  EXPECT_EQ(g_file_replace(path.c_str(), "abcde", (std::int64_t{1} << 32) + 5), -1);
+  EXPECT_EQ(g_file_replace(path.c_str(), "abcde", (int64_t{1} << 32) + 5), -1);
   EXPECT_EQ(errno, EFAULT);
   EXPECT_EQ(read_file(path), "old");
   EXPECT_EQ(names_in(directory.path()), Names{"f"});
@@ -493,7 +492,7 @@ TEST(FileReplace, LinkTargetsOfAnyLengthAreFollowed) {
     const TemporaryDirectory directory;
     directory.write("f", "old");
     std::string target = length % 2 == 0 ? ".//f" : "./f";
-    while (target.size() < static_cast<std::size_t>(length)) target.insert(0, "./");
+    while (target.size() < static_cast<size_t>(length)) target.insert(0, "./");
     target.resize(target.size());
     ASSERT_EQ(symlink(target.c_str(), (directory / "link").c_str()), 0);
     EXPECT_EQ(replace(directory / "link", "new"), 0) << length;
@@ -641,7 +640,7 @@ TEST(FileReplace, PathMayBeAsLongAsTheSystemTakes) {
     ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
   }
   path += "/" + std::string(PATH_MAX - path.size() - 2, 'n');
-  ASSERT_EQ(path.size(), std::size_t{PATH_MAX - 1});
+  ASSERT_EQ(path.size(), size_t{PATH_MAX - 1});
   EXPECT_EQ(replace(path, "old"), 0);
   EXPECT_EQ(replace(path, "new"), 0);
   EXPECT_EQ(read_file(path), "new");
@@ -727,7 +726,7 @@ TEST(FileReplace, FailuresLeaveTheFileAndNoTemporaryOne) {
       [] { renames_refused = 1; },
   };
   const int errors[] = {EDQUOT, EIO, ENOSPC};
-  for (std::size_t i = 0; i < std::size(fail); ++i) {
+  for (size_t i = 0; i < std::size(fail); ++i) {
     const TemporaryDirectory directory;
     const std::string path = directory.write("f", "old");
     const int descriptors = lowest_free_descriptor();

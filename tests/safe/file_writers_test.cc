@@ -48,10 +48,10 @@ bool reads_whole_content(const std::string& path) {
   static thread_local char text[40'000];
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (file == -1) return false;
-  std::size_t size = 0;
+  size_t size = 0;
   while (const ssize_t count = read(file, text + size, sizeof text - size)) {
     if (count < 0) break;
-    size += static_cast<std::size_t>(count);
+    size += static_cast<size_t>(count);
   }
   close(file);
   return size != 0 && std::string(text, size) == content_of(text[0]);

@@ -26,15 +26,15 @@ static_assert(std::is_same_v<decltype(g_hash_foreach),
 
 namespace {
 
-void* number(std::uintptr_t value) {
+void* number(uintptr_t value) {
   return reinterpret_cast<void*>(value);
 }
-std::uintptr_t number_of(const void* pointer) {
-  return reinterpret_cast<std::uintptr_t>(pointer);
+uintptr_t number_of(const void* pointer) {
+  return reinterpret_cast<uintptr_t>(pointer);
 }
 
-using Numbers = std::vector<std::uintptr_t>;
-using Visitor = std::function<int(std::uintptr_t key, std::uintptr_t value)>;
+using Numbers = std::vector<uintptr_t>;
+using Visitor = std::function<int(uintptr_t key, uintptr_t value)>;
 
 int visit(void* key, void* value, void* visitor) {
   return (*static_cast<Visitor*>(visitor))(number_of(key), number_of(value));
@@ -43,13 +43,13 @@ int foreach (GHash* hash, Visitor visitor) {
   return g_hash_foreach(hash, visit, &visitor);
 }
 
-std::function<void(std::uintptr_t key)> at_destroy;
+std::function<void(uintptr_t key)> at_destroy;
 void destroy(void* key, void*) {
   if (at_destroy) at_destroy(number_of(key));
 }
 
 // Keys by pointer, through the index, and by functions of the caller.
-std::uint32_t own_hash(const void* key) {
+uint32_t own_hash(const void* key) {
   return g_hash_direct(key);
 }
 class HashForeach : public ::testing::TestWithParam<GHashFunc> {
@@ -63,14 +63,14 @@ class HashForeach : public ::testing::TestWithParam<GHashFunc> {
     at_destroy = nullptr;
     g_hash_free(hash);
   }
-  void insert(std::uintptr_t key) {
+  void insert(uintptr_t key) {
     ASSERT_EQ(g_hash_insert(hash, number(key), number(key + 100)), 0);
   }
-  int remove(std::uintptr_t key) { return g_hash_remove(hash, number(key)); }
+  int remove(uintptr_t key) { return g_hash_remove(hash, number(key)); }
   Numbers keys() {
     Numbers met;
     EXPECT_EQ(foreach (hash,
-                       [&](std::uintptr_t key, std::uintptr_t value) {
+                       [&](uintptr_t key, uintptr_t value) {
                          EXPECT_EQ(value, key + 100);
                          met.push_back(key);
                          return 0;
@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(IndexedAndWalked, HashForeach,
                          ::testing::Values(GHashFunc{nullptr}, GHashFunc{own_hash}));
 
 TEST_P(HashForeach, PassesKeysAndValuesInTheOrderOfTheSlots) {
-  for (const std::uintptr_t key : {9u, 3u, 19u, 15u, 31u}) insert(key);
+  for (const uintptr_t key : {9u, 3u, 19u, 15u, 31u}) insert(key);
   // 31 takes the first slot, since the last, its home, is 15's; 19 the one after 3.
   EXPECT_EQ(keys(), (Numbers{31, 3, 19, 9, 15}));
 }
@@ -94,11 +94,11 @@ TEST_P(HashForeach, OfAnEmptyTableCallsNothingAndReturnsZero) {
 }
 
 TEST_P(HashForeach, StopsAtAResultOtherThanZeroAndReturnsIt) {
-  for (const std::uintptr_t key : {1u, 2u, 3u}) insert(key);
+  for (const uintptr_t key : {1u, 2u, 3u}) insert(key);
   for (const int result : {7, -1}) {
     Numbers met;
     EXPECT_EQ(foreach (hash,
-                       [&](std::uintptr_t key, std::uintptr_t) {
+                       [&](uintptr_t key, uintptr_t) {
                          met.push_back(key);
                          return key == 2 ? result : 0;
                        }),
@@ -134,10 +134,10 @@ TEST_P(HashForeach, NullIsReportedFirstTheTableThenTheFunction) {
 }
 
 TEST_P(HashForeach, TheFunctionMayRemoveItsOwnKey) {
-  for (std::uintptr_t key = 0; key < 10; ++key) insert(key);
+  for (uintptr_t key = 0; key < 10; ++key) insert(key);
   Numbers met;
   EXPECT_EQ(foreach (hash,
-                     [&](std::uintptr_t key, std::uintptr_t) {
+                     [&](uintptr_t key, uintptr_t) {
                        met.push_back(key);
                        EXPECT_EQ(remove(key), 0);
                        return 0;
@@ -148,13 +148,13 @@ TEST_P(HashForeach, TheFunctionMayRemoveItsOwnKey) {
 }
 
 TEST_P(HashForeach, ARemovedEntryIsNotVisited) {
-  for (std::uintptr_t key = 0; key < 10; ++key) insert(key);
+  for (uintptr_t key = 0; key < 10; ++key) insert(key);
   Numbers met;
   EXPECT_EQ(foreach (hash,
-                     [&](std::uintptr_t key, std::uintptr_t) {
+                     [&](uintptr_t key, uintptr_t) {
                        met.push_back(key);
                        if (key == 4) {
-                         for (const std::uintptr_t other : {1u, 5u, 8u}) {
+                         for (const uintptr_t other : {1u, 5u, 8u}) {
                            EXPECT_EQ(remove(other), 0);
                          }
                        }
@@ -166,10 +166,10 @@ TEST_P(HashForeach, ARemovedEntryIsNotVisited) {
 }
 
 TEST_P(HashForeach, TheFunctionMayLookUpAndWalkTheSameTable) {
-  for (std::uintptr_t key = 0; key < 10; ++key) insert(key);
+  for (uintptr_t key = 0; key < 10; ++key) insert(key);
   int calls = 0;
   EXPECT_EQ(foreach (hash,
-                     [&](std::uintptr_t key, std::uintptr_t value) {
+                     [&](uintptr_t key, uintptr_t value) {
                        ++calls;
                        EXPECT_EQ(g_hash_find(hash, number(key)), number(value));
                        EXPECT_EQ(g_hash_find(hash, number(50)), nullptr);
@@ -181,12 +181,12 @@ TEST_P(HashForeach, TheFunctionMayLookUpAndWalkTheSameTable) {
 }
 
 TEST_P(HashForeach, AWalkInsideMayRemoveWhatTheOuterOneHasBeforeIt) {
-  for (std::uintptr_t key = 0; key < 10; ++key) insert(key);
+  for (uintptr_t key = 0; key < 10; ++key) insert(key);
   Numbers met;
   EXPECT_EQ(foreach (hash,
-                     [&](std::uintptr_t key, std::uintptr_t) {
+                     [&](uintptr_t key, uintptr_t) {
                        met.push_back(key);
-                       return foreach (hash, [&](std::uintptr_t inner, std::uintptr_t) {
+                       return foreach (hash, [&](uintptr_t inner, uintptr_t) {
                          if (inner % 3 == 0) remove(inner);
                          return 0;
                        });
@@ -196,17 +196,17 @@ TEST_P(HashForeach, AWalkInsideMayRemoveWhatTheOuterOneHasBeforeIt) {
 }
 
 TEST_P(HashForeach, ADestroyFunctionMayRemoveAndWalk) {
-  for (std::uintptr_t key = 0; key < 12; ++key) insert(key);
-  std::set<std::uintptr_t> gone;
-  at_destroy = [&](std::uintptr_t key) {
+  for (uintptr_t key = 0; key < 12; ++key) insert(key);
+  std::set<uintptr_t> gone;
+  at_destroy = [&](uintptr_t key) {
     EXPECT_TRUE(gone.insert(key).second);
     if (key % 2 != 0) return;
     EXPECT_EQ(remove(key + 1), 0);
-    for (const std::uintptr_t met : keys()) EXPECT_NE(met, key + 1);
+    for (const uintptr_t met : keys()) EXPECT_NE(met, key + 1);
   };
   Numbers met;
   EXPECT_EQ(foreach (hash,
-                     [&](std::uintptr_t key, std::uintptr_t) {
+                     [&](uintptr_t key, uintptr_t) {
                        met.push_back(key);
                        if (key >= 4) {
                          EXPECT_EQ(remove(key), 0);
@@ -219,22 +219,22 @@ TEST_P(HashForeach, ADestroyFunctionMayRemoveAndWalk) {
 }
 
 TEST_P(HashForeach, AWalkFromADestroyFunctionMeetsTheEntryThatIsStillThere) {
-  for (const std::uintptr_t key : {1u, 2u}) insert(key);
+  for (const uintptr_t key : {1u, 2u}) insert(key);
   Numbers met;
-  at_destroy = [&](std::uintptr_t) { met = keys(); };
+  at_destroy = [&](uintptr_t) { met = keys(); };
   EXPECT_EQ(remove(1), 0);
   EXPECT_EQ(met, (Numbers{1, 2}));
 }
 
 TEST_P(HashForeach, WhileTheTableIsFreedMeetsWhatIsLeft) {
   GHash* const other = g_hash_new(8, GetParam(), nullptr, destroy);
-  for (std::uintptr_t key = 0; key < 5; ++key) {
+  for (uintptr_t key = 0; key < 5; ++key) {
     ASSERT_EQ(g_hash_insert(other, number(key), number(key + 100)), 0);
   }
-  std::vector<std::size_t> left;
-  at_destroy = [&](std::uintptr_t) {
-    std::size_t count = 0;
-    foreach (other, [&](std::uintptr_t, std::uintptr_t) {
+  std::vector<size_t> left;
+  at_destroy = [&](uintptr_t) {
+    size_t count = 0;
+    foreach (other, [&](uintptr_t, uintptr_t) {
       ++count;
       return 0;
     })
@@ -243,16 +243,16 @@ TEST_P(HashForeach, WhileTheTableIsFreedMeetsWhatIsLeft) {
   };
   g_hash_free(other);
   at_destroy = nullptr;
-  EXPECT_EQ(left, (std::vector<std::size_t>{5, 4, 3, 2, 1}));
+  EXPECT_EQ(left, (std::vector<size_t>{5, 4, 3, 2, 1}));
 }
 
 // It must not; but the walk ends, and the table is whole.
 TEST_P(HashForeach, AFunctionThatAlwaysInsertsDoesNotKeepTheWalkGoing) {
-  for (std::uintptr_t key = 0; key < 10; ++key) insert(key);
-  std::uintptr_t next = 1000;
+  for (uintptr_t key = 0; key < 10; ++key) insert(key);
+  uintptr_t next = 1000;
   int calls = 0;
   EXPECT_EQ(foreach (hash,
-                     [&](std::uintptr_t, std::uintptr_t) {
+                     [&](uintptr_t, uintptr_t) {
                        insert(next++);
                        return ++calls < 10000 ? 0 : 1;
                      }),
@@ -267,22 +267,22 @@ TEST_P(HashForeach, AgreesWithAModelUnderRandomRemovals) {
     GHash* const table =
         g_hash_new(1 + static_cast<unsigned>(random() % 64), GetParam(), nullptr, destroy);
     for (int i = 0; i < 60; ++i) {
-      const std::uintptr_t key = random() % 500;
+      const uintptr_t key = random() % 500;
       ASSERT_EQ(g_hash_insert(table, number(key), number(key + 100)), 0);
     }
     Numbers order;
-    foreach (table, [&](std::uintptr_t key, std::uintptr_t) {
+    foreach (table, [&](uintptr_t key, uintptr_t) {
       order.push_back(key);
       return 0;
     })
       ;
     ASSERT_EQ(order.size(), g_hash_count(table));
-    std::set<std::uintptr_t> removed;
+    std::set<uintptr_t> removed;
     Numbers met;
-    foreach (table, [&](std::uintptr_t key, std::uintptr_t) {
+    foreach (table, [&](uintptr_t key, uintptr_t) {
       met.push_back(key);
       for (auto removals = random() % 3; removals > 0; --removals) {
-        const std::uintptr_t other = order[random() % order.size()];
+        const uintptr_t other = order[random() % order.size()];
         EXPECT_EQ(g_hash_remove(table, number(other)),
                   removed.insert(other).second ? 0 : -1);
       }
@@ -290,8 +290,8 @@ TEST_P(HashForeach, AgreesWithAModelUnderRandomRemovals) {
     })
       ;
     // What was met was in order, not removed before, and nothing else was left out.
-    std::size_t at = 0;
-    for (const std::uintptr_t key : order) {
+    size_t at = 0;
+    for (const uintptr_t key : order) {
       if (at < met.size() && met[at] == key) {
         ++at;
       } else {

@@ -329,9 +329,9 @@ TEST_F(HttpTimeout, AnInterruptedWaitEndsWithTheRestOfTheTime) {
 
 std::string body_by(URL url, int size) {
   std::string body;
-  std::vector<char> buffer(static_cast<std::size_t>(size));
+  std::vector<char> buffer(static_cast<size_t>(size));
   for (int32_t count; (count = url_read(url, buffer.data(), size)) > 0;) {
-    body.append(buffer.data(), static_cast<std::size_t>(count));
+    body.append(buffer.data(), static_cast<size_t>(count));
   }
   return body;
 }

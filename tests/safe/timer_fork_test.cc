@@ -19,7 +19,7 @@ namespace {
 
 std::atomic<int> fired{0};
 
-std::uint32_t fire(std::uint32_t interval, void*) {
+uint32_t fire(uint32_t interval, void*) {
   ++fired;
   return interval;
 }

@@ -60,7 +60,7 @@ class SleepControl {
 
   // Waits until the thread sleeps, for the first time since this was last called. Returns
   // the end of the sleep on the monotonic clock, in nanoseconds.
-  std::int64_t await_sleep() {
+  int64_t await_sleep() {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [this] { return sleeps_ > seen_; });
     seen_ = sleeps_;
@@ -84,7 +84,7 @@ class SleepControl {
   }
 
   // Of the library. Negative when the sleep is to be real.
-  int sleep(pthread_cond_t* cond, pthread_mutex_t* held, std::int64_t deadline) {
+  int sleep(pthread_cond_t* cond, pthread_mutex_t* held, int64_t deadline) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (!is_simulated_) return -1;
     cond_ = cond;
@@ -119,7 +119,7 @@ class SleepControl {
   bool is_simulated_ = false;
   bool is_signalled_ = false;
   bool is_timed_out_ = false;
-  std::int64_t deadline_ = 0;
+  int64_t deadline_ = 0;
   int sleeps_ = 0;
   int seen_ = 0;
 };
@@ -127,27 +127,27 @@ SleepControl sleeps;
 
 std::atomic<bool> is_monotonic_fake{false};
 std::mutex monotonic_mutex;
-std::int64_t monotonic_now =
+int64_t monotonic_now =
     0;  // ns; guarded by the mutex, as not every target has such atomics
 
-std::int64_t read_monotonic() {
+int64_t read_monotonic() {
   const std::lock_guard<std::mutex> lock(monotonic_mutex);
   return monotonic_now;
 }
 
-void set_monotonic(std::int64_t now) {
+void set_monotonic(int64_t now) {
   const std::lock_guard<std::mutex> lock(monotonic_mutex);
   monotonic_now = now;
 }
 
-constexpr std::int64_t kMs = 1'000'000;  // ns
+constexpr int64_t kMs = 1'000'000;  // ns
 
 }  // namespace
 
 extern "C" int LIBRARY_CLOCK_GETTIME(clockid_t clock, LibraryTimespec* time) noexcept {
   if (clock == CLOCK_MONOTONIC && is_monotonic_fake) {
     *time = {};
-    const std::int64_t now = read_monotonic();
+    const int64_t now = read_monotonic();
     time->tv_sec = static_cast<decltype(time->tv_sec)>(now / 1'000'000'000);
     time->tv_nsec = static_cast<decltype(time->tv_nsec)>(now % 1'000'000'000);
     return 0;
@@ -158,7 +158,7 @@ extern "C" int LIBRARY_CLOCK_GETTIME(clockid_t clock, LibraryTimespec* time) noe
 
 extern "C" int LIBRARY_COND_TIMEDWAIT(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                       const LibraryTimespec* deadline) {
-  const std::int64_t end = deadline->tv_sec * 1'000'000'000LL + deadline->tv_nsec;
+  const int64_t end = deadline->tv_sec * 1'000'000'000LL + deadline->tv_nsec;
   const int result = sleeps.sleep(cond, mutex, end);
   if (result >= 0) return result;
   static auto* const function = NEXT_OF(LIBRARY_COND_TIMEDWAIT);
@@ -212,8 +212,8 @@ TEST(TimerPower, ReturnsThePreviousChoice) {
   EXPECT_EQ(g_timer_save_power(0), 0);
 }
 
-constexpr std::int64_t kStart = 1'700'000'000;        // s
-constexpr std::int64_t kUptime = 86'400'000'000'000;  // ns
+constexpr int64_t kStart = 1'700'000'000;        // s
+constexpr int64_t kUptime = 86'400'000'000'000;  // ns
 
 // Simulated, with the service asleep for ten seconds and time 0.
 class SimulatedTimerPower : public ::testing::Test {
@@ -245,15 +245,15 @@ class SimulatedTimerPower : public ::testing::Test {
     g_timer_save_power(0);
   }
 
-  std::int64_t now() const { return now_; }
+  int64_t now() const { return now_; }
 
   // The end of the present sleep, in ms from now.
-  std::int64_t sleep_time() const {
+  int64_t sleep_time() const {
     EXPECT_EQ((deadline_ - kUptime) % kMs, 0);
     return (deadline_ - kUptime) / kMs - now_;
   }
 
-  void set_time(std::int64_t milliseconds) {
+  void set_time(int64_t milliseconds) {
     clock.advance(milliseconds - now_);
     now_ = milliseconds;
     set_monotonic(kUptime + milliseconds * kMs);
@@ -274,17 +274,17 @@ class SimulatedTimerPower : public ::testing::Test {
   FakeClock clock{kStart};
 
  private:
-  std::int64_t now_ = 0;  // ms
-  std::int64_t deadline_ = 0;
+  int64_t now_ = 0;  // ms
+  int64_t deadline_ = 0;
 };
 
 struct Timer {
-  std::vector<std::int64_t> calls;
-  std::uint32_t result;
-  std::function<std::int64_t()> time;
+  std::vector<int64_t> calls;
+  uint32_t result;
+  std::function<int64_t()> time;
   std::function<void()> action = {};
 
-  static std::uint32_t run(std::uint32_t, void* data) {
+  static uint32_t run(uint32_t, void* data) {
     auto* const timer = static_cast<Timer*>(data);
     timer->calls.push_back(timer->time());
     if (timer->action) timer->action();
@@ -292,7 +292,7 @@ struct Timer {
   }
 };
 
-using Times = std::vector<std::int64_t>;
+using Times = std::vector<int64_t>;
 
 TEST_F(SimulatedTimerPower, WithoutTimersItSleepsTenSecondsEachTime) {
   for (int i = 0; i < 5; ++i) {
@@ -438,17 +438,17 @@ class Model {
  public:
   struct Entry {
     int id;
-    std::uint32_t interval;
-    std::int64_t last;
-    std::uint32_t result;
+    uint32_t interval;
+    int64_t last;
+    uint32_t result;
   };
   std::vector<Entry> entries;  // newest first
-  std::vector<std::pair<int, std::int64_t>> calls;
+  std::vector<std::pair<int, int64_t>> calls;
 
-  void scan(std::int64_t now) {
-    for (std::size_t i = 0; i < entries.size();) {
+  void scan(int64_t now) {
+    for (size_t i = 0; i < entries.size();) {
       Entry& entry = entries[i];
-      const auto elapsed = static_cast<std::uint32_t>(now - entry.last);
+      const auto elapsed = static_cast<uint32_t>(now - entry.last);
       if (elapsed <= entry.interval - 10) {
         ++i;
         continue;
@@ -456,7 +456,7 @@ class Model {
       entry.last = elapsed < entry.interval ? entry.last + entry.interval : now;
       calls.emplace_back(entry.id, now);
       if (entry.result != entry.interval && entry.result == 0) {
-        entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(i));
+        entries.erase(entries.begin() + static_cast<ptrdiff_t>(i));
         continue;
       }
       if (entry.result != entry.interval) entry.interval = (entry.result + 9) / 10 * 10;
@@ -467,11 +467,11 @@ class Model {
 
 struct RandomTimer {
   int id;
-  std::uint32_t result;
+  uint32_t result;
   std::function<void(int)> note;
   GTimerEntry* entry = nullptr;
 
-  static std::uint32_t run(std::uint32_t, void* data) {
+  static uint32_t run(uint32_t, void* data) {
     const auto* const timer = static_cast<RandomTimer*>(data);
     timer->note(timer->id);
     return timer->result;
@@ -480,43 +480,43 @@ struct RandomTimer {
 
 TEST_F(SimulatedTimerPower, TimersFireWhenTheyWouldHaveFired) {
   std::mt19937 engine(11);
-  const auto random = [&](std::uint32_t limit) {
-    return static_cast<std::uint32_t>(engine()) % limit;
+  const auto random = [&](uint32_t limit) {
+    return static_cast<uint32_t>(engine()) % limit;
   };
   Model model;
-  std::vector<std::pair<int, std::int64_t>> calls;
+  std::vector<std::pair<int, int64_t>> calls;
   std::map<int, RandomTimer> timers;
-  std::int64_t modelled = 0;  // the last point of the raster that the model has passed
-  const auto model_until = [&](std::int64_t time) {
+  int64_t modelled = 0;  // the last point of the raster that the model has passed
+  const auto model_until = [&](int64_t time) {
     while (modelled + 10 <= time) model.scan(modelled += 10);
   };
   int next_id = 0;
   for (int step = 0; step < 600; ++step) {
     // Some sleeps, then a change in the middle of one.
-    for (std::uint32_t n = random(6); n > 0; --n) {
+    for (uint32_t n = random(6); n > 0; --n) {
       sleep_through();
       model_until(now());
       ASSERT_EQ(calls, model.calls) << "at " << now();
     }
     if (sleep_time() < 2) continue;
-    set_time(now() + 1 + random(static_cast<std::uint32_t>(sleep_time() - 1)));
+    set_time(now() + 1 + random(static_cast<uint32_t>(sleep_time() - 1)));
     model_until(now() - 1);  // a pass at this very moment is still to come
     if (random(3) != 0 || model.entries.empty()) {
       const int id = next_id++;
-      const std::uint32_t interval = 10 + random(random(4) == 0 ? 20000 : 300);
-      const std::uint32_t rounded = (interval + 9) / 10 * 10;
-      const std::uint32_t result = random(4) == 0   ? 0
-                                   : random(3) == 0 ? 1 + random(500)
-                                                    : rounded;
+      const uint32_t interval = 10 + random(random(4) == 0 ? 20000 : 300);
+      const uint32_t rounded = (interval + 9) / 10 * 10;
+      const uint32_t result = random(4) == 0   ? 0
+                              : random(3) == 0 ? 1 + random(500)
+                                               : rounded;
       RandomTimer& timer =
           timers[id] = {id, result, [&](int called) { calls.emplace_back(called, now()); }};
       timer.entry = g_add_timer(static_cast<int>(interval), RandomTimer::run, &timer);
       model.entries.insert(model.entries.begin(), {id, rounded, now(), result});
     } else {
-      const std::size_t index = random(static_cast<std::uint32_t>(model.entries.size()));
+      const size_t index = random(static_cast<uint32_t>(model.entries.size()));
       const int id = model.entries[index].id;
       ASSERT_EQ(g_remove_timer(timers[id].entry), 1);
-      model.entries.erase(model.entries.begin() + static_cast<std::ptrdiff_t>(index));
+      model.entries.erase(model.entries.begin() + static_cast<ptrdiff_t>(index));
     }
     await_waking();
     sleep_through();  // to the raster, where further changes do not wake it
@@ -538,7 +538,7 @@ long voluntary_switches(long thread) {
 
 std::atomic<long> service_thread{0};
 
-std::uint32_t note_thread(std::uint32_t, void*) {
+uint32_t note_thread(uint32_t, void*) {
   service_thread = syscall(SYS_gettid);
   return 0;
 }
@@ -572,7 +572,7 @@ TEST_F(RealTimerPower, WithATimerOfASecondItWakesAtMostThreeTimesASecond) {
   calls = 0;
   g_add_timer(
       1000,
-      [](std::uint32_t interval, void*) {
+      [](uint32_t interval, void*) {
         ++calls;
         return interval;
       },
@@ -595,7 +595,7 @@ TEST_F(RealTimerPower, ServiceThatACallbackRestartedIsWokenByChanges) {
   is_restarted = is_called = false;
   g_add_timer(
       10,
-      [](std::uint32_t, void*) -> std::uint32_t {
+      [](uint32_t, void*) -> uint32_t {
         g_timer_enable(0);
         g_timer_enable(1);
         std::this_thread::sleep_for(200ms);  // the new thread falls asleep meanwhile
@@ -608,7 +608,7 @@ TEST_F(RealTimerPower, ServiceThatACallbackRestartedIsWokenByChanges) {
   const auto begin = std::chrono::steady_clock::now();
   g_add_timer(
       10,
-      [](std::uint32_t, void*) -> std::uint32_t {
+      [](uint32_t, void*) -> uint32_t {
         is_called = true;
         return 0;
       },
@@ -620,7 +620,7 @@ TEST_F(RealTimerPower, ServiceThatACallbackRestartedIsWokenByChanges) {
 TEST_F(RealTimerPower, TimersMayBeChangedOnManyThreadsWhileTheModeChanges) {
   static std::atomic<long> calls;
   calls = 0;
-  const GTimerCallback count = [](std::uint32_t interval, void*) {
+  const GTimerCallback count = [](uint32_t interval, void*) {
     return ++calls % 5 == 0 ? 0u : interval;
   };
   std::vector<std::thread> threads;

@@ -32,10 +32,10 @@ std::string c_library() {
 #endif
 }
 
-std::int64_t nanoseconds() {
+int64_t nanoseconds() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
 struct Spread {
@@ -52,10 +52,10 @@ Spread spread(std::vector<double> values) {
 void write_clock(const char* prefix) {
   timespec resolution{};
   clock_getres(CLOCK_MONOTONIC, &resolution);
-  std::int64_t step = INT64_MAX;
+  int64_t step = INT64_MAX;
   for (int i = 0; i < 1000; ++i) {
-    const std::int64_t before = nanoseconds();
-    std::int64_t after = before;
+    const int64_t before = nanoseconds();
+    int64_t after = before;
     while (after == before) after = nanoseconds();
     step = std::min(step, after - before);
   }
@@ -68,7 +68,7 @@ void write_clock(const char* prefix) {
 void write_sleep_jitter(const char* prefix) {
   std::vector<double> late;
   for (int i = 0; i < 50; ++i) {
-    const std::int64_t before = nanoseconds();
+    const int64_t before = nanoseconds();
     g_delay(10);
     late.push_back(static_cast<double>(nanoseconds() - before - 10'000'000) / 1000);
   }
@@ -79,10 +79,10 @@ void write_sleep_jitter(const char* prefix) {
 
 struct Firings {
   std::atomic<int> count{0};
-  std::int64_t times[64];
+  int64_t times[64];
 };
 
-std::uint32_t note_firing(std::uint32_t interval, void* param) {
+uint32_t note_firing(uint32_t interval, void* param) {
   auto& firings = *static_cast<Firings*>(param);
   const int index = firings.count.load();
   if (index == 50) return 0;
@@ -135,7 +135,7 @@ void write_timer_jitter(const char* prefix) {
 void write_lock_cost(const char* prefix) {
   constexpr int kPairs = 100'000;
   GMutex* const mutex = g_thread_mutex_new();
-  const std::int64_t before = nanoseconds();
+  const int64_t before = nanoseconds();
   for (int i = 0; i < kPairs; ++i) {
     g_thread_mutex_lock(mutex);
     g_thread_mutex_unlock(mutex);
@@ -158,7 +158,7 @@ void write_sync_cost(const char* prefix) {
   std::vector<double> costs;
   bool works = true;
   for (int i = 0; i < 20 && works; ++i) {
-    const std::int64_t before = nanoseconds();
+    const int64_t before = nanoseconds();
     works = write(descriptor, page.data(), page.size()) == 4096 && fsync(descriptor) == 0;
     costs.push_back(static_cast<double>(nanoseconds() - before) / 1000);
   }

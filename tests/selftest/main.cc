@@ -98,7 +98,7 @@ class Suites {
       run_as_child(suite, ends[1]);
     }
     close(ends[1]);
-    std::size_t ended = 0;
+    size_t ended = 0;
     int failures = 0;
     std::FILE* const results = fdopen(ends[0], "r");
     char line[4096];
@@ -123,9 +123,8 @@ class Suites {
       const std::string reason =
           WIFSIGNALED(status) ? std::string("ended by ") + strsignal(WTERMSIG(status))
                               : "ended with " + std::to_string(WEXITSTATUS(status));
-      failures +=
-          fail_all({names.begin() + static_cast<std::ptrdiff_t>(ended), names.end()},
-                   reason.c_str());
+      failures += fail_all({names.begin() + static_cast<ptrdiff_t>(ended), names.end()},
+                           reason.c_str());
     }
     return failures;
   }

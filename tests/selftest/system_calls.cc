@@ -34,7 +34,7 @@ bool is_name(const char* name, const char* asked) {
   if (std::strcmp(name, asked) == 0) return true;
 #ifndef __GLIBC__
   // With musl "lseek64" is another name of lseek.
-  const std::size_t length = std::strlen(name);
+  const size_t length = std::strlen(name);
   return std::strncmp(name, asked, length) == 0 && std::strcmp(asked + length, "64") == 0;
 #else
   return false;

@@ -32,16 +32,16 @@ using test::AllocationFaults;
 using test::LogCapture;
 using test::warning_line;
 using Lines = std::vector<std::string>;
-using Sizes = std::vector<std::size_t>;
+using Sizes = std::vector<size_t>;
 
 // The library's calls of the system formatter come through here.
 namespace {
 thread_local int formatter_calls = 0;
-thread_local std::size_t formatter_bound = 0;  // of the last call
+thread_local size_t formatter_bound = 0;  // of the last call
 }  // namespace
 
-extern "C" int vsnprintf(char* out, std::size_t bound, const char* fmt, va_list args) {
-  using Formatter = int (*)(char*, std::size_t, const char*, va_list);
+extern "C" int vsnprintf(char* out, size_t bound, const char* fmt, va_list args) {
+  using Formatter = int (*)(char*, size_t, const char*, va_list);
   static const auto system_formatter =
       reinterpret_cast<Formatter>(dlsym(RTLD_NEXT, "vsnprintf"));
   ++formatter_calls;
@@ -74,8 +74,8 @@ extern "C" void __lsan_enable() __attribute__((weak));
 namespace {
 
 constexpr bool kLongIs64Bit = sizeof(long) == 8;
-constexpr std::size_t kMargin = 1024;
-constexpr std::size_t kPlaceholder = sizeof "ERROR_MSG: G_STR";
+constexpr size_t kMargin = 1024;
+constexpr size_t kPlaceholder = sizeof "ERROR_MSG: G_STR";
 
 // Blocks allocated while alive may leak.
 class LeaksExpected {
@@ -102,7 +102,7 @@ struct Formatted {
   std::string text;
   Sizes allocations;
   int formatter_calls = 0;
-  std::size_t formatter_bound = 0;
+  size_t formatter_bound = 0;
 };
 
 template <typename... Args>
@@ -127,7 +127,7 @@ Formatted formatted(const char* fmt, Args... args) {
 
 // The estimated size. Checks on the way that the text is the system formatter's.
 template <typename... Args>
-std::size_t estimate(const char* fmt, Args... args) {
+size_t estimate(const char* fmt, Args... args) {
   char expected[5000] = "";
   std::snprintf(expected, sizeof expected, fmt, args...);
   const Formatted result = formatted(fmt, args...);
@@ -180,7 +180,7 @@ TEST(StrdupPrintf, AllocatesOnceAndExactlyTheEstimate) {
 
 TEST(StrdupPrintf, LeavesZerosBehindTheText) {
   char* const text = g_strdup_printf("%d|%5.1f", 7, 2.5);
-  const std::size_t size = 1 + 16 + 1 + 35 + 1;
+  const size_t size = 1 + 16 + 1 + 35 + 1;
   const std::string expected = "7|  2.5" + std::string(size - 7, '\0');
   EXPECT_EQ(std::string(text, size), expected);
   std::free(text);
@@ -266,14 +266,14 @@ TEST(Estimate, OfExtraLongIntegersDoublesTheLength) {
 }
 
 TEST(Estimate, OfLongIntegersFollowsThePlatform) {
-  constexpr std::size_t factor = kLongIs64Bit ? 2 : 1;
+  constexpr size_t factor = kLongIs64Bit ? 2 : 1;
   EXPECT_EQ(estimate("%lx", ~0UL), 1 + 10 * factor + 1);
   EXPECT_EQ(estimate("%lu", ~0UL), 1 + 14 * factor + 1);
   EXPECT_EQ(estimate("%ld", LONG_MIN), 1 + 15 * factor + 1);
   EXPECT_EQ(estimate("%lo", ~0UL), 1 + 17 * factor + 1);
   EXPECT_EQ(estimate("%zu", SIZE_MAX), 1 + 14 * factor + 1);
   EXPECT_EQ(estimate("%Zu", SIZE_MAX), 1 + 14 * factor + 1);
-  EXPECT_EQ(estimate("%zd", static_cast<std::size_t>(-1)), 1 + 15 * factor + 1);
+  EXPECT_EQ(estimate("%zd", static_cast<size_t>(-1)), 1 + 15 * factor + 1);
   EXPECT_EQ(estimate("%td", PTRDIFF_MIN), 1 + 15 * factor + 1);
 }
 
@@ -338,7 +338,7 @@ TEST(Estimate, OfAFixedPointFloatWithoutAnOrdinaryExponentAddsNothing) {
 TEST(Estimate, OfAFixedPointFloatFollowsTheFormulaForEveryExponent) {
   for (int exponent = -1022; exponent <= 1023; ++exponent) {
     const double value = std::ldexp(1.7, exponent);
-    const auto digits = static_cast<std::size_t>(
+    const auto digits = static_cast<size_t>(
         std::fabs(std::trunc(exponent * static_cast<double>(0.3010299956639812L) + 1)));
     ASSERT_EQ(formatted("%f", value).allocations[0], 36 + digits) << exponent;
   }
@@ -386,7 +386,7 @@ TEST(Estimate, OfANullStringReservesEight) {
 TEST(Estimate, OfAWideStringWarnsAndAddsAMargin) {
   const wchar_t* const wide = L"abc";
   // Measured by bytes: the first zero byte is near.
-  const std::size_t bytes = std::strlen(reinterpret_cast<const char*>(wide));
+  const size_t bytes = std::strlen(reinterpret_cast<const char*>(wide));
   for (const char* fmt : {"%ls", "%S", "%lS"}) {
     EXPECT_EQ(estimate(fmt, wide), 1 + kMargin + bytes) << fmt;
     EXPECT_EQ(warnings(fmt, wide), Lines{kWideLine}) << fmt;
@@ -401,7 +401,7 @@ TEST(Estimate, OfAWideStringWarnsAndAddsAMargin) {
 
 TEST(Estimate, OfAPointerReservesTheWidestAddress) {
   int object = 0;
-  const std::size_t expected = 1u + (sizeof(void*) == 8 ? 20 : 10) + 2;
+  const size_t expected = 1u + (sizeof(void*) == 8 ? 20 : 10) + 2;
   EXPECT_EQ(estimate("%p", static_cast<void*>(&object)), expected);
   EXPECT_EQ(estimate("%p", static_cast<void*>(nullptr)), expected);
   EXPECT_EQ(formatted("%P", static_cast<void*>(&object)).allocations[0], expected);
@@ -485,9 +485,9 @@ TEST(Estimate, OfALongDoubleWarnsAndMeasuresItsFirstEightBytes) {
     EXPECT_EQ(warnings(fmt.c_str(), 1.5L), Lines{kLongDoubleLine});
   }
   const long double one = 1;
-  std::uint64_t bits;
+  uint64_t bits;
   std::memcpy(&bits, &one, sizeof bits);
-  const bool is_double_one = bits == std::bit_cast<std::uint64_t>(1.0);
+  const bool is_double_one = bits == std::bit_cast<uint64_t>(1.0);
   // An extended format begins with its mantissa, which reads as a zero here.
   EXPECT_EQ(estimate("%Lf", one), is_double_one ? 37u : 36u);
 }
@@ -572,12 +572,12 @@ TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
 
 TEST(Estimate, OfLocaleDigitsKeepsTheArgumentsInStep) {
   // "%I" is a conversion, "d" is text.
-  const std::size_t number = (kLongIs64Bit ? 34 : 17) + 1 + 1;
+  const size_t number = (kLongIs64Bit ? 34 : 17) + 1 + 1;
   EXPECT_EQ(estimate("%Id|%s", 5, "abc"), 1 + number + 1 + 3);
 }
 
 TEST(Estimate, StaysInStepWithEveryWellFormedConversion) {
-  const std::size_t expected = 1 + 3;
+  const size_t expected = 1 + 3;
   EXPECT_EQ(estimate("%-+ #0'5.3hhd|%s", 5, "abc"), expected + 15 + 2 + 1 + 1);
   EXPECT_EQ(estimate("%*.*lld|%s", 5, 3, 5LL, "abc"), expected + 30 + 1 + 1);
   EXPECT_EQ(estimate("%.f|%s", 1.0, "abc"), expected + 36 + 1);
@@ -796,8 +796,8 @@ TEST(StrdupPrintf, FormatsDoublesAtTheEdges) {
   for (double power = 1e-6; power < 1e12; power *= 10) {
     for (const double value : {power, 0.5 * power, 9.5 * power}) values.push_back(value);
   }
-  const std::size_t count = values.size();
-  for (std::size_t i = 0; i < count; ++i) {
+  const size_t count = values.size();
+  for (size_t i = 0; i < count; ++i) {
     values.push_back(std::nextafter(values[i], 0.0));
     values.push_back(std::nextafter(values[i], kInfinity));
   }
@@ -854,10 +854,10 @@ TEST(StrdupPrintf, WritesAZeroCharacterWithinTheText) {
 }
 
 TEST(StrdupPrintf, FormatsIntegersAtTheirLimitsInEveryShape) {
-  const std::int64_t values[] = {0,         1,         -1,         9,          10,
-                                 99,        100,       INT_MAX,    INT_MIN,    UINT_MAX,
-                                 INT64_MAX, INT64_MIN, 4294967296, -4294967297};
-  for (const std::int64_t value : values) {
+  const int64_t values[] = {0,         1,         -1,         9,          10,
+                            99,        100,       INT_MAX,    INT_MIN,    UINT_MAX,
+                            INT64_MAX, INT64_MIN, 4294967296, -4294967297};
+  for (const int64_t value : values) {
     for (const char* flags : {"", "-", "0", "-0", "0-", "+", " ", "#", "'", "."}) {
       for (const char* width : {"", "1", "12", "32", "33", "34"}) {
         for (const char* conversion : {"d", "i", "u", "x", "X", "o"}) {
@@ -867,7 +867,7 @@ TEST(StrdupPrintf, FormatsIntegersAtTheirLimitsInEveryShape) {
           expect_text_of_the_formatter((head + "l" + conversion).c_str(),
                                        static_cast<long>(value));
           expect_text_of_the_formatter((head + "z" + conversion).c_str(),
-                                       static_cast<std::size_t>(value));
+                                       static_cast<size_t>(value));
           expect_text_of_the_formatter((head + "ll" + conversion).c_str(),
                                        static_cast<long long>(value));
         }
@@ -913,9 +913,9 @@ struct RandomConversion {
   bool has(char flag) const { return flags.find(flag) != std::string::npos; }
 
   // `content`: a string's own length, or the digits by a double's exponent.
-  std::size_t estimated(std::size_t content = 0) const {
-    const std::size_t digits = precision > 0 ? static_cast<std::size_t>(precision) : 0;
-    std::size_t length = 0;
+  size_t estimated(size_t content = 0) const {
+    const size_t digits = precision > 0 ? static_cast<size_t>(precision) : 0;
+    size_t length = 0;
     bool sign = has('+') || has(' ');
     switch (character) {
       case 'x':
@@ -943,22 +943,22 @@ struct RandomConversion {
         length = precision >= 0 ? digits : content;
         break;
       case 'a':
-        length = 2 + 8 + std::max<std::size_t>(24, digits) + 2;
+        length = 2 + 8 + std::max<size_t>(24, digits) + 2;
         sign = true;
         break;
       case 'f':
-        length = 8 + std::max<std::size_t>(24, digits) + content + 2;
+        length = 8 + std::max<size_t>(24, digits) + content + 2;
         sign = true;
         break;
       default:
-        length = 8 + std::max<std::size_t>(24, digits) + 2;
+        length = 8 + std::max<size_t>(24, digits) + 2;
         sign = true;
         break;
     }
     if (size == "ll" || (kLongIs64Bit && (size == "l" || size == "z" || size == "t")))
       length *= 2;
     if (std::strchr("eEfFgGa", character) != nullptr && has('\'')) length *= 2;
-    if (width > 0) length = std::max(length, static_cast<std::size_t>(width));
+    if (width > 0) length = std::max(length, static_cast<size_t>(width));
     length = std::max(length, digits);
     return length + (has('#') ? 2 : 0) + (sign ? 1 : 0);
   }
@@ -973,18 +973,18 @@ double random_double() {
     case 2:
       return 0;
     default:
-      return std::bit_cast<double>(std::uint64_t{randomness()} << 32 | randomness());
+      return std::bit_cast<double>(uint64_t{randomness()} << 32 | randomness());
   }
 }
 
-std::size_t digits_by_exponent(double value) {
+size_t digits_by_exponent(double value) {
   if (!std::isnormal(value)) return 0;
-  return static_cast<std::size_t>(
+  return static_cast<size_t>(
       std::fabs(std::trunc(std::ilogb(value) * 0.3010299956639812 + 1)));
 }
 
-std::uint64_t random_integer() {
-  const std::uint64_t value = std::uint64_t{randomness()} << 32 | randomness();
+uint64_t random_integer() {
+  const uint64_t value = uint64_t{randomness()} << 32 | randomness();
   return below(2) == 0 ? value >> below(64) : 0 - (value >> below(64));
 }
 
@@ -1009,9 +1009,9 @@ TEST(StrdupPrintf, AgreesWithTheSystemFormatterAndASimpleModelOnRandomFormats) {
     const std::string literal(below(4), '-');
     const std::string head = literal + i.text() + "%%" + s.text() + l.text() + ll.text();
     const std::string tail = c.text() + literal + last.text() + "\n";
-    const std::size_t size = 1 + 2 * literal.size() + 1 + 1 + i.estimated() +
-                             s.estimated(string.size()) + l.estimated() + ll.estimated() +
-                             c.estimated() + last.estimated(4);
+    const size_t size = 1 + 2 * literal.size() + 1 + 1 + i.estimated() +
+                        s.estimated(string.size()) + l.estimated() + ll.estimated() +
+                        c.estimated() + last.estimated(4);
     const std::string fmt = with_float ? head + d.text() + tail : head + tail;
     SCOPED_TRACE(fmt);
     if (with_float) {

@@ -248,9 +248,9 @@ TEST(Strsplit, ExhaustedHeapGivesNullAndLeaksNothing) {
 
 Strings model_of_split(const std::string& text, const std::string& delim, int max_tokens) {
   Strings pieces;
-  std::size_t cursor = 0;
+  size_t cursor = 0;
   while (max_tokens < 1 || static_cast<int>(pieces.size()) + 1 < max_tokens) {
-    const std::size_t found = text.find(delim, cursor);
+    const size_t found = text.find(delim, cursor);
     if (found == std::string::npos) break;
     pieces.push_back(text.substr(cursor, found - cursor));
     cursor = found + delim.size();
@@ -261,7 +261,7 @@ Strings model_of_split(const std::string& text, const std::string& delim, int ma
 
 TEST(Strsplit, AgreesWithASimpleModelOnRandomStrings) {
   std::mt19937 random(1);
-  const auto string = [&random](std::size_t length) {
+  const auto string = [&random](size_t length) {
     std::string text;
     for (; length > 0; --length) text += static_cast<char>('a' + random() % 2);
     return text;

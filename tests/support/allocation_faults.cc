@@ -15,9 +15,9 @@
 
 #if defined(GROUNDWORK_SANITIZED_HEAP)
 // The sanitizers' own allocators stand behind these names.
-extern "C" void* __interceptor_malloc(std::size_t);
-extern "C" void* __interceptor_calloc(std::size_t, std::size_t);
-extern "C" void* __interceptor_realloc(void*, std::size_t);
+extern "C" void* __interceptor_malloc(size_t);
+extern "C" void* __interceptor_calloc(size_t, size_t);
+extern "C" void* __interceptor_realloc(void*, size_t);
 extern "C" void __interceptor_free(void*);
 #define REAL(function) __interceptor_##function
 
@@ -29,22 +29,22 @@ extern "C" const char* __lsan_default_suppressions() {
   return "leak:ld-linux\n";
 }
 #elif defined(__GLIBC__)
-extern "C" void* __libc_malloc(std::size_t);
-extern "C" void* __libc_calloc(std::size_t, std::size_t);
-extern "C" void* __libc_realloc(void*, std::size_t);
+extern "C" void* __libc_malloc(size_t);
+extern "C" void* __libc_calloc(size_t, size_t);
+extern "C" void* __libc_realloc(void*, size_t);
 extern "C" void __libc_free(void*);
 #define REAL(function) __libc_##function
 #else
 // musl: in its archive these names are open to all, in its shared object to none, where the
 // loader finds the functions instead. Its calloc() would come back here for the memory.
-extern "C" [[gnu::weak]] void* __libc_malloc_impl(std::size_t);
-extern "C" [[gnu::weak]] void* __libc_realloc(void*, std::size_t);
+extern "C" [[gnu::weak]] void* __libc_malloc_impl(size_t);
+extern "C" [[gnu::weak]] void* __libc_realloc(void*, size_t);
 extern "C" [[gnu::weak]] void __libc_free(void*);
 
 namespace {
 
-using Malloc = void* (*)(std::size_t);
-using Realloc = void* (*)(void*, std::size_t);
+using Malloc = void* (*)(size_t);
+using Realloc = void* (*)(void*, size_t);
 using Free = void (*)(void*);
 
 template <typename Function>
@@ -52,22 +52,22 @@ Function next_function(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-void* real_malloc(std::size_t size) {
+void* real_malloc(size_t size) {
   if (&__libc_malloc_impl != nullptr) return __libc_malloc_impl(size);
   static constinit Malloc next = nullptr;
   if (next == nullptr) next = next_function<Malloc>("malloc");
   return next(size);
 }
 
-void* real_calloc(std::size_t count, std::size_t size) {
-  std::size_t bytes;
+void* real_calloc(size_t count, size_t size) {
+  size_t bytes;
   if (__builtin_mul_overflow(count, size, &bytes)) bytes = SIZE_MAX;
   void* const block = real_malloc(bytes);
   if (block != nullptr) std::memset(block, 0, bytes);
   return block;
 }
 
-void* real_realloc(void* old, std::size_t size) {
+void* real_realloc(void* old, size_t size) {
   if (&__libc_realloc != nullptr) return __libc_realloc(old, size);
   static constinit Realloc next = nullptr;
   if (next == nullptr) next = next_function<Realloc>("realloc");
@@ -87,8 +87,8 @@ void real_free(void* block) {
 
 namespace {
 
-constexpr std::size_t kSizesKept = 64;
-constexpr std::size_t kMaxBlocks = 1 << 17;  // power of two; open addressing below
+constexpr size_t kSizesKept = 64;
+constexpr size_t kMaxBlocks = 1 << 17;  // power of two; open addressing below
 
 thread_local bool armed = false;
 thread_local bool paused = false;   // allocations succeed and are followed
@@ -97,17 +97,17 @@ int first_failure = 0;
 bool later_too = false;
 int call_count = 0;
 int failure_count = 0;
-std::array<std::size_t, kSizesKept> sizes;
+std::array<size_t, kSizesKept> sizes;
 
 // The set of blocks allocated while armed: an open-addressing table of addresses. 0 is
 // never used, 1 was used. Guarded by a spin lock, since frees come from any thread.
 std::atomic_flag table_lock = ATOMIC_FLAG_INIT;
-std::uintptr_t blocks[kMaxBlocks];
+uintptr_t blocks[kMaxBlocks];
 int block_count = 0;
 // Which slots may be in use, so that emptying the table is cheap after a small scenario.
-constexpr std::size_t kSlotsNoted = 1024;
-std::size_t used_slots[kSlotsNoted];
-std::size_t used_slot_count = 0;  // beyond kSlotsNoted: all
+constexpr size_t kSlotsNoted = 1024;
+size_t used_slots[kSlotsNoted];
+size_t used_slot_count = 0;  // beyond kSlotsNoted: all
 
 struct TableLock {
   TableLock() {
@@ -117,16 +117,16 @@ struct TableLock {
   ~TableLock() { table_lock.clear(std::memory_order_release); }
 };
 
-std::size_t slot_of(std::uintptr_t address) {
+size_t slot_of(uintptr_t address) {
   return (address >> 3) * 2654435761u % kMaxBlocks;
 }
 
 void remember(void* block) {
   if (block == nullptr) return;
   TableLock lock;
-  const auto address = reinterpret_cast<std::uintptr_t>(block);
-  std::size_t slot = slot_of(address);
-  for (std::size_t tries = 0; tries < kMaxBlocks; ++tries) {
+  const auto address = reinterpret_cast<uintptr_t>(block);
+  size_t slot = slot_of(address);
+  for (size_t tries = 0; tries < kMaxBlocks; ++tries) {
     if (blocks[slot] <= 1) {
       if (blocks[slot] == 0 && used_slot_count <= kSlotsNoted) {
         if (used_slot_count < kSlotsNoted) used_slots[used_slot_count] = slot;
@@ -143,9 +143,9 @@ void remember(void* block) {
 void forget(void* block) {
   if (block == nullptr || !watching.load(std::memory_order_relaxed)) return;
   TableLock lock;
-  const auto address = reinterpret_cast<std::uintptr_t>(block);
-  std::size_t slot = slot_of(address);
-  for (std::size_t tries = 0; tries < kMaxBlocks && blocks[slot] != 0; ++tries) {
+  const auto address = reinterpret_cast<uintptr_t>(block);
+  size_t slot = slot_of(address);
+  for (size_t tries = 0; tries < kMaxBlocks && blocks[slot] != 0; ++tries) {
     if (blocks[slot] == address) {
       blocks[slot] = 1;
       --block_count;
@@ -158,19 +158,19 @@ void forget(void* block) {
 void empty_table() {
   TableLock lock;
   if (used_slot_count <= kSlotsNoted) {
-    for (std::size_t i = 0; i < used_slot_count; ++i) blocks[used_slots[i]] = 0;
+    for (size_t i = 0; i < used_slot_count; ++i) blocks[used_slots[i]] = 0;
   } else {
-    for (std::uintptr_t& block : blocks) block = 0;
+    for (uintptr_t& block : blocks) block = 0;
   }
   used_slot_count = 0;
   block_count = 0;
 }
 
 // Counts a call; true when it is to fail.
-bool fails(std::size_t size) {
+bool fails(size_t size) {
   ++call_count;
-  if (static_cast<std::size_t>(call_count) <= kSizesKept) {
-    sizes[static_cast<std::size_t>(call_count) - 1] = size;
+  if (static_cast<size_t>(call_count) <= kSizesKept) {
+    sizes[static_cast<size_t>(call_count) - 1] = size;
   }
   if (first_failure == 0 || call_count < first_failure) return false;
   if (call_count > first_failure && !later_too) return false;
@@ -181,7 +181,7 @@ bool fails(std::size_t size) {
 
 }  // namespace
 
-extern "C" void* malloc(std::size_t size) {
+extern "C" void* malloc(size_t size) {
   if (!armed && !paused) return REAL(malloc)(size);
   if (armed && fails(size)) return nullptr;
   void* const block = REAL(malloc)(size);
@@ -189,7 +189,7 @@ extern "C" void* malloc(std::size_t size) {
   return block;
 }
 
-extern "C" void* calloc(std::size_t count, std::size_t size) {
+extern "C" void* calloc(size_t count, size_t size) {
   if (!armed && !paused) return REAL(calloc)(count, size);
   if (armed && fails(count * size)) return nullptr;
   void* const block = REAL(calloc)(count, size);
@@ -197,7 +197,7 @@ extern "C" void* calloc(std::size_t count, std::size_t size) {
   return block;
 }
 
-extern "C" void* realloc(void* old, std::size_t size) {
+extern "C" void* realloc(void* old, size_t size) {
   if (!armed && !paused) {
     if (!watching.load(std::memory_order_relaxed)) return REAL(realloc)(old, size);
     // Forgotten before the allocator may hand the address to another thread.
@@ -275,7 +275,7 @@ UncountedAllocations::~UncountedAllocations() {
 
 void warm_up_threads() {
   std::array<std::thread, 3> threads;
-  std::atomic<std::size_t> running{0};
+  std::atomic<size_t> running{0};
   for (std::thread& thread : threads) {
     thread = std::thread([&] {
       ++running;
@@ -285,9 +285,9 @@ void warm_up_threads() {
   for (std::thread& thread : threads) thread.join();
 }
 
-std::size_t allocation_size(int index) {
-  return index >= 1 && static_cast<std::size_t>(index) <= kSizesKept
-             ? sizes[static_cast<std::size_t>(index) - 1]
+size_t allocation_size(int index) {
+  return index >= 1 && static_cast<size_t>(index) <= kSizesKept
+             ? sizes[static_cast<size_t>(index) - 1]
              : 0;
 }
 

@@ -45,7 +45,7 @@ void warm_up_threads();
 
 // The size asked for by the `index`-th (1 is the first) allocation while last armed; 0 when
 // there was none. The first 64 are kept.
-std::size_t allocation_size(int index);
+size_t allocation_size(int index);
 
 // Runs `scenario` again and again, first with its first allocation failing, then the second
 // and so on, until one pass makes no allocation fail; then the same with that allocation

@@ -49,7 +49,7 @@ std::string run_without(const Descriptors& closed, Work work) {
   std::string text;
   char buffer[256];
   for (ssize_t count; (count = read(result[0], buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(count));
+    text.append(buffer, static_cast<size_t>(count));
   }
   close(result[0]);
   int status = -1;

@@ -13,15 +13,15 @@ namespace {
 
 struct Reading {
   int result;
-  std::int64_t seconds;
-  std::int64_t microseconds;
+  int64_t seconds;
+  int64_t microseconds;
 };
 
 std::atomic<bool> is_fake{false};
 std::mutex clock_mutex;  // guards the rest
 bool fails = false;
 int reading_count = 0;
-std::int64_t now = 0;  // microseconds since the epoch
+int64_t now = 0;  // microseconds since the epoch
 
 Reading read_clock() {
   if (is_fake.load(std::memory_order_acquire)) {
@@ -31,7 +31,7 @@ Reading read_clock() {
       errno = EPERM;
       return {-1, 0, 0};
     }
-    std::int64_t seconds = now / 1'000'000;
+    int64_t seconds = now / 1'000'000;
     if (now % 1'000'000 < 0) --seconds;
     return {0, seconds, now - seconds * 1'000'000};
   }
@@ -57,8 +57,8 @@ extern "C" int gettimeofday(timeval* time, void*) noexcept {
 
 // What callers with a 64-bit time_t use on 32-bit targets.
 struct TimeValue64 {
-  std::int64_t tv_sec;
-  std::int64_t tv_usec;
+  int64_t tv_sec;
+  int64_t tv_usec;
 };
 extern "C" int __gettimeofday64(TimeValue64* time, void*) noexcept;
 extern "C" int __gettimeofday64(TimeValue64* time, void*) noexcept {
@@ -67,7 +67,7 @@ extern "C" int __gettimeofday64(TimeValue64* time, void*) noexcept {
 
 namespace test {
 
-FakeClock::FakeClock(std::int64_t seconds, std::int64_t microseconds) {
+FakeClock::FakeClock(int64_t seconds, int64_t microseconds) {
   set(seconds, microseconds);
   {
     const std::lock_guard<std::mutex> lock(clock_mutex);
@@ -81,12 +81,12 @@ FakeClock::~FakeClock() {
   is_fake.store(false, std::memory_order_release);
 }
 
-void FakeClock::set(std::int64_t seconds, std::int64_t microseconds) {
+void FakeClock::set(int64_t seconds, int64_t microseconds) {
   const std::lock_guard<std::mutex> lock(clock_mutex);
   now = seconds * 1'000'000 + microseconds;
 }
 
-void FakeClock::advance(std::int64_t milliseconds) {
+void FakeClock::advance(int64_t milliseconds) {
   const std::lock_guard<std::mutex> lock(clock_mutex);
   now += milliseconds * 1000;
 }

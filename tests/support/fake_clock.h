@@ -15,14 +15,14 @@ namespace test {
 // unless it is moved.
 class FakeClock {
  public:
-  explicit FakeClock(std::int64_t seconds, std::int64_t microseconds = 0);
+  explicit FakeClock(int64_t seconds, int64_t microseconds = 0);
   ~FakeClock();
   FakeClock(const FakeClock&) = delete;
   FakeClock& operator=(const FakeClock&) = delete;
 
-  void set(std::int64_t seconds, std::int64_t microseconds = 0);
+  void set(int64_t seconds, int64_t microseconds = 0);
   // Moves the clock forward, or back.
-  void advance(std::int64_t milliseconds);
+  void advance(int64_t milliseconds);
   // From now on readings fail with -1 and tell nothing.
   void fail();
   // How often the clock was read while this object lived.
@@ -30,7 +30,7 @@ class FakeClock {
 };
 
 // 2038-01-19 03:14:07 UTC, the last second that a 32-bit time tells.
-constexpr std::int64_t kLastSecondOf32Bits = 2147483647;
+constexpr int64_t kLastSecondOf32Bits = 2147483647;
 
 }  // namespace test
 

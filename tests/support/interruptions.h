@@ -56,7 +56,7 @@ class Interruptions {
     std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
     std::string line;
     std::getline(file, line);
-    const std::size_t name_end = line.rfind(')');
+    const size_t name_end = line.rfind(')');
     return name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0;
   }
 

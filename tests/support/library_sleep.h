@@ -24,17 +24,17 @@ using LibraryTimespec = timespec;
 #define LIBRARY_COND_TIMEDWAIT pthread_cond_timedwait
 #else
 struct LibraryTimeval {
-  std::int64_t tv_sec;
-  std::int64_t tv_usec;
+  int64_t tv_sec;
+  int64_t tv_usec;
 };
 struct LibraryTimespec {
-  std::int64_t tv_sec;
+  int64_t tv_sec;
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  std::int32_t padding;
-  std::int32_t tv_nsec;
+  int32_t padding;
+  int32_t tv_nsec;
 #else
-  std::int32_t tv_nsec;
-  std::int32_t padding;
+  int32_t tv_nsec;
+  int32_t padding;
 #endif
 };
 #define LIBRARY_SELECT __select64

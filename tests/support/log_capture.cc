@@ -22,10 +22,10 @@ int collect(const char* text, void*) {
 
 // "source:12: rest" becomes "source:#: rest".
 std::string without_line_number(const std::string& line) {
-  std::size_t at = 0;
+  size_t at = 0;
   while (at < line.size() && (std::isalpha(line[at]) != 0 || line[at] == '_')) ++at;
   if (at == 0 || at == line.size() || line[at] != ':') return line;
-  std::size_t end = ++at;
+  size_t end = ++at;
   while (end < line.size() && std::isdigit(line[end]) != 0) ++end;
   if (end == at || line.compare(end, 2, ": ") != 0) return line;
   return line.substr(0, at) + "#" + line.substr(end);

@@ -70,9 +70,9 @@ extern "C" int scandir64(const char* path, struct dirent64*** entries,
       reinterpret_cast<decltype(&scandir64)>(dlsym(RTLD_NEXT, "scandir64"));
   last_order = order;
   if (!invent_entries) return real(path, entries, selector, order);
-  const std::size_t count = invented_entries.size();
+  const size_t count = invented_entries.size();
   *entries = static_cast<struct dirent64**>(std::calloc(count, sizeof(void*)));
-  for (std::size_t i = 0; i < count; ++i) {
+  for (size_t i = 0; i < count; ++i) {
     auto* const entry =
         static_cast<struct dirent64*>(std::calloc(1, sizeof(struct dirent64)));
     entry->d_type = DT_UNKNOWN;
@@ -106,7 +106,7 @@ std::vector<std::string> list(const std::string& path, int filter) {
   }
   std::vector<std::string> result;
   for (char** name = names; *name != nullptr; ++name) result.emplace_back(*name);
-  EXPECT_EQ(result.size(), static_cast<std::size_t>(count));
+  EXPECT_EQ(result.size(), static_cast<size_t>(count));
   g_dir_list_free(names);
   return result;
 }
@@ -238,7 +238,7 @@ TEST(DirList, WithoutTypesThereAreNoDirectories) {
 }
 
 // The list is asked for with a first allocation for the entries and one for each.
-std::size_t array_size(std::vector<std::string> entries) {
+size_t array_size(std::vector<std::string> entries) {
   TemporaryDirectory dir;
   invented_entries = std::move(entries);
   invent_entries = true;
@@ -657,8 +657,7 @@ TEST(Rmdir, DepthCostsNeitherDescriptorsNorStack) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  const auto stack =
-      std::max<std::size_t>(static_cast<std::size_t>(PTHREAD_STACK_MIN), 131072);
+  const auto stack = std::max<size_t>(static_cast<size_t>(PTHREAD_STACK_MIN), 131072);
   ASSERT_EQ(pthread_attr_setstacksize(&attributes, stack), 0);
   LogCapture log;
   pthread_t thread;
@@ -784,7 +783,7 @@ TEST(Rmdir, AShortageWhileNamesAreReadIsReported) {
   }
   EXPECT_EQ(result, -1);
   EXPECT_EQ(log.take(), Lines{warning_line("g_dir", "failed to allocate 1024 bytes.")});
-  const std::size_t left = list(tree, 0).size();
+  const size_t left = list(tree, 0).size();
   EXPECT_GT(left, 0u);
   EXPECT_LT(left, 300u);  // what was read is removed
 }

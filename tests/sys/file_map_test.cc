@@ -35,7 +35,7 @@ namespace {
 // The last call of msync().
 struct Sync {
   void* addr;
-  std::size_t size;
+  size_t size;
   int flags;
   int calls;
 };
@@ -73,13 +73,13 @@ char* at(void* addr, int64_t offset) {
 class FileMap : public ::testing::Test {
  protected:
   void SetUp() override {
-    const auto page = static_cast<std::size_t>(kPage);
+    const auto page = static_cast<size_t>(kPage);
     path_ = dir_.write(
         "f", std::string(page, 'a') + std::string(page, 'b') + std::string(page, 'c'));
   }
   // What the library leaves mapped.
   static void unmap_rest(void* addr, int pages) {
-    if (pages > 1) munmap(at(addr, kPage), static_cast<std::size_t>((pages - 1) * kPage));
+    if (pages > 1) munmap(at(addr, kPage), static_cast<size_t>((pages - 1) * kPage));
   }
   TemporaryDirectory dir_;
   std::string path_;

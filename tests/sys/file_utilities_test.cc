@@ -32,7 +32,7 @@ namespace {
 
 // The counts that read() was asked for and gave, while watched.
 struct ReadCall {
-  std::size_t wanted;
+  size_t wanted;
   ssize_t given;
   bool operator==(const ReadCall&) const = default;
 };
@@ -66,9 +66,9 @@ extern "C" ssize_t write(int descriptor, const void* buf, size_t size) {
 
 namespace {
 
-std::string pattern(std::size_t size) {
+std::string pattern(size_t size) {
   std::string text(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7 + i / 251);
+  for (size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7 + i / 251);
   return text;
 }
 
@@ -183,7 +183,7 @@ TEST(FileCopy, BadArgumentsReportTheFirstCheckOnly) {
 
 TEST(FileCopy, CopiesEveryByte) {
   TemporaryDirectory dir;
-  for (const std::size_t size : {0u, 1u, 8191u, 8192u, 8193u, 16384u, 100000u}) {
+  for (const size_t size : {0u, 1u, 8191u, 8192u, 8193u, 16384u, 100000u}) {
     const std::string from = dir.write("from", pattern(size));
     const std::string to = dir / "to";
     EXPECT_EQ(g_file_copy(from.c_str(), to.c_str()), 0);

@@ -74,8 +74,8 @@ std::vector<std::string> sorted(std::vector<std::string> paths) {
 std::string without_line_numbers(const std::string& output) {
   const std::string source = "g_dir:";
   std::string result;
-  std::size_t from = 0;
-  for (std::size_t at; (at = output.find(source, from)) != std::string::npos;) {
+  size_t from = 0;
+  for (size_t at; (at = output.find(source, from)) != std::string::npos;) {
     at += source.size();
     result += output.substr(from, at - from) + "#";
     from = output.find_first_not_of("0123456789", at);
@@ -318,11 +318,11 @@ TEST(Scandir, DepthCostsNoDescriptors) {
 }
 
 // Makes a chain of directories below `tree`, until the path of the last has so many bytes.
-std::string make_chain(const std::string& tree, std::size_t size) {
+std::string make_chain(const std::string& tree, size_t size) {
   std::string bottom = tree;
   int at = open(tree.c_str(), O_RDONLY | O_DIRECTORY);
   while (bottom.size() < size) {
-    std::size_t length = std::min<std::size_t>(size - bottom.size() - 1, 200);
+    size_t length = std::min<size_t>(size - bottom.size() - 1, 200);
     if (size - bottom.size() - 1 - length == 1) --length;  // the next would be "/" alone
     const std::string name(length, 'd');
     EXPECT_EQ(mkdirat(at, name.c_str(), 0755), 0);
@@ -348,7 +348,7 @@ void make_files(const std::string& directory, const std::vector<std::string>& na
 
 // Cut to nothing, a name leads to its directory, which is not walked once more.
 TEST(Scandir, AtTheEndOfThePathsRoomNothingIsVisitedThatDoesNotFit) {
-  for (const std::size_t size : {4093u, 4094u, 4095u}) {
+  for (const size_t size : {4093u, 4094u, 4095u}) {
     const bool fits = size == 4093;
     TemporaryDirectory dir;
     make_directory(dir / "tree");
@@ -546,11 +546,11 @@ TEST(ScandirStatus, EveryFieldIsThatOfTheProgramsOwnStat) {
 }
 
 // Sets access and modification times whatever the width of this program's time_t.
-bool set_times(const std::string& path, std::int64_t accessed, std::int64_t modified) {
+bool set_times(const std::string& path, int64_t accessed, int64_t modified) {
 #if defined(SYS_utimensat_time64)
   const struct {
-    std::int64_t seconds;
-    std::int64_t nanoseconds;
+    int64_t seconds;
+    int64_t nanoseconds;
   } times[2] = {{accessed, 5}, {modified, 6}};
   return syscall(SYS_utimensat_time64, AT_FDCWD, path.c_str(), times, 0) == 0;
 #else
@@ -562,8 +562,8 @@ bool set_times(const std::string& path, std::int64_t accessed, std::int64_t modi
 TEST(ScandirStatus, TimesBeyondWhatTheProgramCanHoldAreTheNearestThatItCan) {
   TemporaryDirectory dir;
   const std::string path = dir.write("file", "");
-  constexpr std::int64_t kYear2100 = 4102444800;
-  constexpr std::int64_t kYear2040 = 2208988800;
+  constexpr int64_t kYear2100 = 4102444800;
+  constexpr int64_t kYear2040 = 2208988800;
   ASSERT_TRUE(set_times(path, kYear2040, kYear2100));
   struct statx stored;
   ASSERT_EQ(syscall(SYS_statx, AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS, &stored), 0);
@@ -572,8 +572,8 @@ TEST(ScandirStatus, TimesBeyondWhatTheProgramCanHoldAreTheNearestThatItCan) {
   constexpr bool kWide = sizeof(time_t) == 8;
   int calls = 0;
   scan(dir.path(), [&](const char*, const struct stat64* status) {
-    EXPECT_EQ(std::int64_t{status->st_atim.tv_sec}, kWide ? kYear2040 : INT32_MAX);
-    EXPECT_EQ(std::int64_t{status->st_mtim.tv_sec}, kWide ? kYear2100 : INT32_MAX);
+    EXPECT_EQ(int64_t{status->st_atim.tv_sec}, kWide ? kYear2040 : INT32_MAX);
+    EXPECT_EQ(int64_t{status->st_mtim.tv_sec}, kWide ? kYear2100 : INT32_MAX);
     EXPECT_EQ(status->st_mtim.tv_nsec, 6);
     return ++calls, 0;
   });

@@ -97,7 +97,7 @@ TEST_F(InterruptedWait, OfWritingIsLogged) {
 }
 
 TEST_F(InterruptedWait, OfReadingAWholeFileGivesNull) {
-  std::int64_t size = -7;
+  int64_t size = -7;
   const Interruptions signals;
   EXPECT_EQ(g_file_read_buf(path.c_str(), &size), nullptr);
   EXPECT_EQ(size, -7);

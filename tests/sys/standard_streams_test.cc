@@ -51,9 +51,9 @@ Function* next_function(const char* name) {
 }  // namespace
 
 // The library's calls come here: the test program's names go before the C library's.
-extern "C" ssize_t read(int fd, void* buf, std::size_t size) {
+extern "C" ssize_t read(int fd, void* buf, size_t size) {
   look();
-  return next_function<ssize_t(int, void*, std::size_t)>("read")(fd, buf, size);
+  return next_function<ssize_t(int, void*, size_t)>("read")(fd, buf, size);
 }
 
 extern "C" struct dirent64* readdir64(DIR* directory) {
@@ -98,7 +98,7 @@ const Opener kOpeners[] = {
      }},
     {"a whole file", 1,
      [](const std::string& dir) {
-       std::int64_t size = 0;
+       int64_t size = 0;
        return g_file_read_buf((dir + "/file").c_str(), &size) != nullptr;
      }},
     {"the files of a copy", 2,

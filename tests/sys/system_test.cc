@@ -42,15 +42,15 @@ std::vector<std::pair<std::string, std::string>> opened;  // path and mode
 bool record_opened = true;
 
 struct Filesystem {
-  std::uint64_t blocks;
-  std::int64_t block_size;
-  std::uint64_t available;
+  uint64_t blocks;
+  int64_t block_size;
+  uint64_t available;
 };
 std::optional<Filesystem> filesystem;
 
 int lock_flags = 0;
 int lock_result = 0;
-std::size_t ones_on_stack = 0;  // in a row, above the frame of mlockall()
+size_t ones_on_stack = 0;  // in a row, above the frame of mlockall()
 
 std::FILE* open_file(const char* path, const char* mode) {
   const bool asked = std::strncmp(path, "/proc/", 6) == 0;
@@ -105,7 +105,7 @@ extern "C" [[gnu::noinline]] __attribute__((no_sanitize("address"))) int mlockal
   lock_flags = flags;
   ones_on_stack = 0;
   const auto* byte = static_cast<const volatile unsigned char*>(__builtin_frame_address(0));
-  std::size_t run = 0;
+  size_t run = 0;
   for (int i = 0; i < 70000 && ones_on_stack < 65536; ++i) {
     run = byte[i] == 1 ? run + 1 : 0;
     if (run > ones_on_stack) ones_on_stack = run;
@@ -174,8 +174,8 @@ TEST_F(SystemTest, LockMemoryPassesTheResultOnWithoutAReport) {
 
 struct Usage {
   int result;
-  std::uint32_t total = 77;
-  std::uint32_t available = 77;
+  uint32_t total = 77;
+  uint32_t available = 77;
 };
 
 Usage usage_of(const Filesystem& given) {
@@ -201,8 +201,7 @@ TEST_F(SystemTest, FilesystemUsageRoundsDown) {
 
 TEST_F(SystemTest, FilesystemUsageGivesTheLowHalfOfItsFigures) {
   // 16 TiB and 64 KiB; 8 TiB and 4 KiB
-  const Usage usage =
-      usage_of({(std::uint64_t{1} << 32) + 16, 4096, (std::uint64_t{1} << 31) + 1});
+  const Usage usage = usage_of({(uint64_t{1} << 32) + 16, 4096, (uint64_t{1} << 31) + 1});
   EXPECT_EQ(usage.result, 0);
   EXPECT_EQ(usage.total, 64u);
   EXPECT_EQ(usage.available, 2147483648u * 4 + 4);
@@ -229,7 +228,7 @@ TEST_F(SystemTest, FilesystemUsageWithoutBlocksOrBlockSizeFailsWithoutAMessage) 
 
 TEST_F(SystemTest, FilesystemUsageStoresOnlyWhatIsAskedFor) {
   filesystem = Filesystem{1000, 1024, 250};
-  std::uint32_t figure = 0;
+  uint32_t figure = 0;
   EXPECT_EQ(g_sys_get_filesystem_usage("/", &figure, nullptr), 0);
   EXPECT_EQ(figure, 1000u);
   EXPECT_EQ(g_sys_get_filesystem_usage("/", nullptr, &figure), 0);
@@ -238,7 +237,7 @@ TEST_F(SystemTest, FilesystemUsageStoresOnlyWhatIsAskedFor) {
 }
 
 TEST_F(SystemTest, FilesystemUsageOfAMissingPathLogsTheErrorAndThePath) {
-  std::uint32_t total = 77;
+  uint32_t total = 77;
   EXPECT_EQ(g_sys_get_filesystem_usage("/nonexistent", &total, nullptr), -1);
   EXPECT_EQ(total, 77u);
   EXPECT_EQ(log_.take(),
@@ -246,7 +245,7 @@ TEST_F(SystemTest, FilesystemUsageOfAMissingPathLogsTheErrorAndThePath) {
 }
 
 TEST_F(SystemTest, FilesystemUsageWithoutAPathReportsTheCheck) {
-  std::uint32_t total = 77;
+  uint32_t total = 77;
   EXPECT_EQ(g_sys_get_filesystem_usage(nullptr, &total, &total), -1);
   EXPECT_EQ(total, 77u);
   EXPECT_EQ(log_.take(), Lines{check_line("g_sys", "path")});
@@ -256,10 +255,10 @@ TEST_F(SystemTest, FilesystemUsageOfTheRealRootIsWhatTheSystemSays) {
   struct statfs64 status;
   ASSERT_EQ(statfs64("/", &status), 0);
   if (status.f_blocks == 0 || status.f_bavail == 0) GTEST_SKIP() << "an unusual root";
-  std::uint32_t total = 0;
+  uint32_t total = 0;
   EXPECT_EQ(g_sys_get_filesystem_usage("/", &total, nullptr), 0);
-  EXPECT_EQ(total, static_cast<std::uint32_t>(
-                       status.f_blocks * static_cast<std::uint64_t>(status.f_bsize) >> 10));
+  EXPECT_EQ(total, static_cast<uint32_t>(
+                       status.f_blocks * static_cast<uint64_t>(status.f_bsize) >> 10));
 }
 
 // --- processor ---------------------------------------------------------------------------
@@ -329,7 +328,7 @@ TEST_F(SystemTest, CpuLoadCutsEachCounterTo32BitsButNotTheIdleTime) {
   EXPECT_EQ(load_of("cpu0 -99999999999999999999 0 0 0\n"), 100);  // -2^31
   EXPECT_EQ(load_of("cpu0 -1000 1000 100 100\n"), 50);
   EXPECT_EQ(load_of("cpu0 0 0 0 4294967294\n"), 100 - 200);
-  const std::uint64_t product = UINT64_MAX * 100;
+  const uint64_t product = UINT64_MAX * 100;
   EXPECT_EQ(load_of("cpu0 0 0 0 18446744073709551615\n"),
             static_cast<int>(100 - product / INT32_MAX));
 }
@@ -403,7 +402,7 @@ TEST_F(SystemTest, MemUseReadsALongFirstLineInParts) {
 TEST_F(SystemTest, MemUseCountsIn64Bits) {
   EXPECT_EQ(mem_use_of("\nMem: 100000000000000000 50000000000000000\n"), 50);
   EXPECT_EQ(mem_use_of("\nMem: 18446744073709551615 0\n"), 0);  // the product wraps
-  const std::uint64_t product = (std::uint64_t{100} - 101) * 100;
+  const uint64_t product = (uint64_t{100} - 101) * 100;
   EXPECT_EQ(mem_use_of("\nMem: 100 101\n"), static_cast<int>(product / 100));
 }
 

@@ -33,8 +33,8 @@ namespace {
 // What the library asked of the timed wait, and what it is told.
 struct TimedWait {
   std::atomic<int> calls{0};
-  std::int64_t seconds = 0;  // read when the waiter has ended
-  std::int64_t nanoseconds = 0;
+  int64_t seconds = 0;  // read when the waiter has ended
+  int64_t nanoseconds = 0;
   std::atomic<int> interruptions{0};  // so many calls answer EINTR at once
   std::atomic<int> answer{-1};        // instead of waiting; -1 waits
 } timed_wait;
@@ -48,7 +48,7 @@ std::atomic<int> wait_result{0};  // of the untimed wait, which then does not wa
 std::atomic<int> cond_result{0};  // of init, destroy, signal and broadcast
 
 // Records a timed wait; the answer for it, or -1 to wait.
-int answer_for(std::int64_t seconds, std::int64_t nanoseconds) {
+int answer_for(int64_t seconds, int64_t nanoseconds) {
   ++timed_wait.calls;
   timed_wait.seconds = seconds;
   timed_wait.nanoseconds = nanoseconds;
@@ -410,9 +410,9 @@ TEST_F(Event, FailedTimedWaitIsLoggedAsCriticalAndTheWaitGoesOn) {
 
 struct DeadlineRow {
   const char* name;
-  std::int64_t seconds, microseconds;
+  int64_t seconds, microseconds;
   int timeout;
-  std::int64_t deadline_seconds, deadline_nanoseconds;
+  int64_t deadline_seconds, deadline_nanoseconds;
 };
 
 class EventDeadline : public ::testing::TestWithParam<DeadlineRow> {};

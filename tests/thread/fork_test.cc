@@ -75,7 +75,7 @@ void await(Predicate is_so) {
 
 std::atomic<int> fired{0};
 
-std::uint32_t fire(std::uint32_t interval, void*) {
+uint32_t fire(uint32_t interval, void*) {
   ++fired;
   return interval;
 }
@@ -218,7 +218,7 @@ TEST_F(ForkWithTimers, ChildOfACallbackIsTheServiceItself) {
   is_done = false;
   g_add_timer(
       10,
-      [](std::uint32_t interval, void*) -> std::uint32_t {
+      [](uint32_t interval, void*) -> uint32_t {
         static bool is_child = false;
         if (is_child) {
           _exit(service_pid() == getpid() && g_timer_enable(1) == 0 ? 42 : 1);

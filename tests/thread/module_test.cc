@@ -142,7 +142,7 @@ TEST(ModuleInit, MakesATableOfSixteenSlots) {
   AllocationFaults faults(0);
   GHash* const sixteen = g_hash_new(16, g_hash_direct, nullptr, nullptr);
   g_hash_free(sixteen);
-  const std::size_t size = test::allocation_size(2);  // the first is the table's record
+  const size_t size = test::allocation_size(2);  // the first is the table's record
   g_module_init();
   faults.disarm();
   EXPECT_EQ(faults.calls(), 4);

@@ -191,7 +191,7 @@ TEST(Mutex, NegativeResultsAreFailuresWithTheTextOfErrno) {
                                   "[WARNING] can't lock mutex - " + reason,
                                   "[WARNING] can't unlock mutex - " + reason};
   ASSERT_EQ(lines.size(), 3u);
-  for (std::size_t i = 0; i < 3; ++i) {
+  for (size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(lines[i].rfind("g_thread:", 0), 0u);
     EXPECT_NE(lines[i].find(expected[i]), std::string::npos) << lines[i];
   }

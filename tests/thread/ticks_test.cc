@@ -29,8 +29,8 @@ using test::kLastSecondOf32Bits;
 namespace {
 
 struct Sleep {
-  std::int64_t seconds;
-  std::int64_t microseconds;
+  int64_t seconds;
+  int64_t microseconds;
 };
 
 // The sleeps asked for; while `answers` is not empty they end at once with an errno each.
@@ -64,25 +64,24 @@ namespace {
 
 // The rule of the ticks, in 64-bit numbers.
 struct Model {
-  std::int64_t base_seconds = 0;
-  std::int64_t base_microseconds = 0;
-  std::uint32_t last = 0;
+  int64_t base_seconds = 0;
+  int64_t base_microseconds = 0;
+  uint32_t last = 0;
 
-  void start(std::int64_t seconds, std::int64_t microseconds) {
+  void start(int64_t seconds, int64_t microseconds) {
     base_seconds = seconds;
     base_microseconds = microseconds;
   }
 
-  std::uint32_t read(std::int64_t seconds, std::int64_t microseconds) {
-    auto ticks = static_cast<std::uint32_t>((seconds - base_seconds) * 1000 +
-                                            (microseconds - base_microseconds) / 1000);
-    const auto difference = static_cast<std::int32_t>(ticks - last);
+  uint32_t read(int64_t seconds, int64_t microseconds) {
+    auto ticks = static_cast<uint32_t>((seconds - base_seconds) * 1000 +
+                                       (microseconds - base_microseconds) / 1000);
+    const auto difference = static_cast<int32_t>(ticks - last);
     if (std::llabs(difference) >= 30001) {
-      const auto x =
-          static_cast<std::uint32_t>(seconds * 1000 + microseconds / 1000 - last);
+      const auto x = static_cast<uint32_t>(seconds * 1000 + microseconds / 1000 - last);
       ticks = last + 10;
       base_seconds = x / 1000;
-      base_microseconds = static_cast<std::int64_t>(x % 1000) * 1000;
+      base_microseconds = static_cast<int64_t>(x % 1000) * 1000;
     }
     return last = ticks;
   }
@@ -93,21 +92,21 @@ Model model;
 // Sets the clock and checks a reading against the model.
 class Ticks : public ::testing::Test {
  protected:
-  std::uint32_t read_at(std::int64_t seconds, std::int64_t microseconds = 0) {
+  uint32_t read_at(int64_t seconds, int64_t microseconds = 0) {
     clock.set(seconds, microseconds);
-    const std::uint32_t ticks = g_get_ticks();
+    const uint32_t ticks = g_get_ticks();
     EXPECT_EQ(ticks, model.read(seconds, microseconds));
     return ticks;
   }
 
-  void start_at(std::int64_t seconds, std::int64_t microseconds = 0) {
+  void start_at(int64_t seconds, int64_t microseconds = 0) {
     clock.set(seconds, microseconds);
     EXPECT_EQ(g_start_ticks(), 0);
     model.start(seconds, microseconds);
   }
 
   // Starts the ticks and takes the jump to the former ones, if it is one.
-  std::uint32_t settle_at(std::int64_t seconds) {
+  uint32_t settle_at(int64_t seconds) {
     start_at(seconds);
     read_at(seconds);
     return read_at(seconds);
@@ -116,9 +115,9 @@ class Ticks : public ::testing::Test {
   // Brings the last ticks to zero, by half a minute at a time.
   void wind_to_zero() {
     settle_at(1700000000);
-    std::int64_t now = 1700000000000;
+    int64_t now = 1700000000000;
     while (model.last != 0) {
-      const auto rest = static_cast<std::int32_t>(model.last);
+      const auto rest = static_cast<int32_t>(model.last);
       now -= std::clamp(rest, -30000, 30000);
       read_at(now / 1000, now % 1000 * 1000);
       ASSERT_FALSE(HasFailure());
@@ -138,7 +137,7 @@ TEST_F(Ticks, AFirstReadingOfTheEpochsMillisecondsIsTakenForAStepAndAnswersTen) 
 }
 
 TEST_F(Ticks, CountMillisecondsAfterTheStart) {
-  std::uint32_t last = settle_at(1700000000);
+  uint32_t last = settle_at(1700000000);
   EXPECT_EQ(read_at(1700000001), last + 1000);
   EXPECT_EQ(read_at(1700000001, 1999), last + 1001);
   EXPECT_EQ(read_at(1700000031, 1000), last + 31001);
@@ -170,44 +169,44 @@ TEST_F(Ticks, FractionIsCutTowardsZero) {
 }
 
 TEST_F(Ticks, JumpOfThirtySecondsIsStillTime) {
-  const std::uint32_t last = settle_at(1700000000);
+  const uint32_t last = settle_at(1700000000);
   EXPECT_EQ(read_at(1700000030), last + 30000);
   EXPECT_EQ(read_at(1700000000), last);
 }
 
 TEST_F(Ticks, JumpOfAMillisecondMoreIsAStepForwards) {
-  const std::uint32_t last = settle_at(1700000000);
+  const uint32_t last = settle_at(1700000000);
   EXPECT_EQ(read_at(1700000030, 1000), last + 10);
   EXPECT_EQ(read_at(1700000030, 1000), last);
   EXPECT_EQ(read_at(1700000030, 21000), last + 20);
 }
 
 TEST_F(Ticks, AndBackwards) {
-  const std::uint32_t last = settle_at(1700000100);
+  const uint32_t last = settle_at(1700000100);
   EXPECT_EQ(read_at(1700000069, 999000), last + 10);
   EXPECT_EQ(read_at(1700000069, 999000), last);
   EXPECT_EQ(read_at(1700000071, 999000), last + 2000);
 }
 
 TEST_F(Ticks, StepOfAMinuteAdvancesByTen) {
-  const std::uint32_t last = settle_at(1700000000);
+  const uint32_t last = settle_at(1700000000);
   EXPECT_EQ(read_at(1700000060), last + 10);
   EXPECT_EQ(read_at(1700000061), last + 1000);
 }
 
 TEST_F(Ticks, GoOnThroughTheEndOf32BitTime) {
-  const std::uint32_t last = settle_at(kLastSecondOf32Bits - 1);
+  const uint32_t last = settle_at(kLastSecondOf32Bits - 1);
   EXPECT_EQ(read_at(kLastSecondOf32Bits, 999000), last + 1999);
   EXPECT_EQ(read_at(kLastSecondOf32Bits + 1), last + 2000);
   EXPECT_EQ(read_at(kLastSecondOf32Bits + 11), last + 12000);
   settle_at(4294967290);
   EXPECT_EQ(read_at(4294967300), model.last);
-  const std::uint32_t before = model.last;
+  const uint32_t before = model.last;
   EXPECT_EQ(read_at(4294967310), before + 10000);
 }
 
 TEST_F(Ticks, AStepOverTheEndOf32BitTimeIsAStepLikeAnyOther) {
-  const std::uint32_t last = settle_at(1700000000);
+  const uint32_t last = settle_at(1700000000);
   EXPECT_EQ(read_at(kLastSecondOf32Bits + 86400), last + 10);
   EXPECT_EQ(read_at(kLastSecondOf32Bits + 86401), last + 1000);
   EXPECT_EQ(read_at(1700000000), last + 1010);
@@ -215,12 +214,12 @@ TEST_F(Ticks, AStepOverTheEndOf32BitTimeIsAStepLikeAnyOther) {
 
 TEST_F(Ticks, WrapAfter49DaysIsNoStep) {
   settle_at(1700000000);
-  std::int64_t seconds = 1700000000;
-  std::uint32_t last = model.last;
+  int64_t seconds = 1700000000;
+  uint32_t last = model.last;
   int wraps = 0;
   while (wraps == 0) {
     seconds += 30;
-    const std::uint32_t ticks = read_at(seconds);
+    const uint32_t ticks = read_at(seconds);
     ASSERT_EQ(ticks, last + 30000);
     if (ticks < last) ++wraps;
     last = ticks;
@@ -229,7 +228,7 @@ TEST_F(Ticks, WrapAfter49DaysIsNoStep) {
 }
 
 TEST_F(Ticks, UnreadableClockFailsTheStartAndKeepsTheBase) {
-  const std::uint32_t last = settle_at(1700000000);
+  const uint32_t last = settle_at(1700000000);
   {
     FakeClock broken(0);
     broken.fail();
@@ -242,18 +241,17 @@ TEST_F(Ticks, UnreadableClockFailsTheStartAndKeepsTheBase) {
 
 TEST_F(Ticks, RandomClockMatchesTheModel) {
   std::mt19937_64 random(11);
-  std::int64_t now = 1700000000000000;
+  int64_t now = 1700000000000000;
   for (int i = 0; i < 20000; ++i) {
     switch (random() % 8) {
       case 0:
-        now +=
-            static_cast<std::int64_t>(random() % 200'000'000'000'000) - 100'000'000'000'000;
+        now += static_cast<int64_t>(random() % 200'000'000'000'000) - 100'000'000'000'000;
         break;
       case 1:
-        now -= static_cast<std::int64_t>(random() % 40'000'000);
+        now -= static_cast<int64_t>(random() % 40'000'000);
         break;
       default:
-        now += static_cast<std::int64_t>(random() % 40'000'000);
+        now += static_cast<int64_t>(random() % 40'000'000);
     }
     if (now < 0) now = 1;
     if (random() % 50 == 0) {
@@ -273,11 +271,11 @@ TEST(TicksThreads, AnyThreadMayReadWhileTheClockSteps) {
   std::atomic<int> readings{0};
   for (int i = 0; i < 3; ++i) {
     readers.emplace_back([&] {
-      std::uint32_t last = g_get_ticks();
+      uint32_t last = g_get_ticks();
       while (!done) {
-        const std::uint32_t ticks = g_get_ticks();
+        const uint32_t ticks = g_get_ticks();
         // However the threads meet, no step of the clock shows.
-        EXPECT_LT(std::llabs(static_cast<std::int32_t>(ticks - last)), 60000);
+        EXPECT_LT(std::llabs(static_cast<int32_t>(ticks - last)), 60000);
         last = ticks;
         ++readings;
       }

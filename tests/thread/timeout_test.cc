@@ -40,8 +40,8 @@ namespace {
 struct Sleeps {
   std::mutex mutex;
   FakeClock* clock = nullptr;
-  std::int64_t cut_to = -1;  // a signal ends sleeps after so many milliseconds
-  std::vector<std::int64_t> milliseconds;
+  int64_t cut_to = -1;  // a signal ends sleeps after so many milliseconds
+  std::vector<int64_t> milliseconds;
 };
 Sleeps sleeps;
 
@@ -65,11 +65,11 @@ HeldStart held_start;
 
 // False when the sleep is to be real. Not inlined: a cancelled sleep leaves its caller's
 // frame by unwinding, and the address sanitizer would go on guarding locals there.
-[[gnu::noinline]] bool simulate(std::int64_t seconds, std::int64_t nanoseconds) {
+[[gnu::noinline]] bool simulate(int64_t seconds, int64_t nanoseconds) {
   const std::lock_guard<std::mutex> lock(sleeps.mutex);
   if (sleeps.clock == nullptr) return false;
   EXPECT_EQ(nanoseconds % 1'000'000, 0);
-  const std::int64_t asked = seconds * 1000 + nanoseconds / 1'000'000;
+  const int64_t asked = seconds * 1000 + nanoseconds / 1'000'000;
   sleeps.milliseconds.push_back(asked);
   sleeps.clock->advance(sleeps.cut_to >= 0 ? sleeps.cut_to : asked);
   return true;
@@ -122,8 +122,8 @@ using namespace std::chrono_literals;
 // A function that takes some time by the fake clock and ends after some calls.
 struct Work {
   FakeClock* clock = nullptr;
-  int last_call = 0;                // 0: never ends
-  std::vector<std::int64_t> takes;  // in turn
+  int last_call = 0;           // 0: never ends
+  std::vector<int64_t> takes;  // in turn
   std::atomic<int> calls{0};
   sem_t done;
 
@@ -139,7 +139,7 @@ struct Work {
     auto* const work = static_cast<Work*>(data);
     const int call = ++work->calls;
     if (!work->takes.empty()) {
-      const auto index = static_cast<std::size_t>(call - 1);
+      const auto index = static_cast<size_t>(call - 1);
       work->clock->advance(work->takes[index % work->takes.size()]);
     }
     if (call != work->last_call) return 1;
@@ -176,7 +176,7 @@ class TimeoutRate : public ::testing::Test {
     sleeps.clock = nullptr;
   }
 
-  std::vector<std::int64_t> run(int interval, int calls, std::vector<std::int64_t> takes) {
+  std::vector<int64_t> run(int interval, int calls, std::vector<int64_t> takes) {
     const int threads = live_threads;
     Work work;
     work.clock = &clock;
@@ -194,11 +194,11 @@ class TimeoutRate : public ::testing::Test {
 };
 
 TEST_F(TimeoutRate, FirstCallComesAtOnceAndCallsEndWithZero) {
-  EXPECT_EQ(run(100, 1, {0}), std::vector<std::int64_t>{});
+  EXPECT_EQ(run(100, 1, {0}), std::vector<int64_t>{});
 }
 
 TEST_F(TimeoutRate, ThirdCallThatAnswersZeroIsTheLast) {
-  EXPECT_EQ(run(100, 3, {0}), (std::vector<std::int64_t>{100, 100}));
+  EXPECT_EQ(run(100, 3, {0}), (std::vector<int64_t>{100, 100}));
 }
 
 TEST_F(TimeoutRate, AnyAnswerButZeroGoesOn) {
@@ -212,47 +212,47 @@ TEST_F(TimeoutRate, AnyAnswerButZeroGoesOn) {
 }
 
 TEST_F(TimeoutRate, ShortCallsSleepForTheRestOfTheInterval) {
-  EXPECT_EQ(run(100, 4, {30}), (std::vector<std::int64_t>{70, 70, 70}));
+  EXPECT_EQ(run(100, 4, {30}), (std::vector<int64_t>{70, 70, 70}));
 }
 
 TEST_F(TimeoutRate, LongCallsFollowAtOnce) {
-  EXPECT_EQ(run(100, 4, {150}), std::vector<std::int64_t>{});
-  EXPECT_EQ(run(100, 4, {100}), std::vector<std::int64_t>{});
+  EXPECT_EQ(run(100, 4, {150}), std::vector<int64_t>{});
+  EXPECT_EQ(run(100, 4, {100}), std::vector<int64_t>{});
 }
 
 TEST_F(TimeoutRate, PeriodIsMeasuredFromTheStartOfEachCall) {
-  EXPECT_EQ(run(100, 5, {30, 150, 99, 0}), (std::vector<std::int64_t>{70, 1, 100}));
+  EXPECT_EQ(run(100, 5, {30, 150, 99, 0}), (std::vector<int64_t>{70, 1, 100}));
 }
 
 TEST_F(TimeoutRate, LongIntervalSplitsIntoSecondsAndTheRest) {
-  EXPECT_EQ(run(2147483647, 2, {647}), std::vector<std::int64_t>{2147483000});
+  EXPECT_EQ(run(2147483647, 2, {647}), std::vector<int64_t>{2147483000});
 }
 
 TEST_F(TimeoutRate, InterruptedSleepIsNotResumed) {
   sleeps.cut_to = 3;
-  EXPECT_EQ(run(100, 3, {30}), (std::vector<std::int64_t>{70, 70}));
+  EXPECT_EQ(run(100, 3, {30}), (std::vector<int64_t>{70, 70}));
 }
 
 TEST_F(TimeoutRate, ClockSetBackDuringACallLengthensTheSleep) {
-  EXPECT_EQ(run(100, 2, {-5000}), std::vector<std::int64_t>{5100});
+  EXPECT_EQ(run(100, 2, {-5000}), std::vector<int64_t>{5100});
 }
 
 TEST_F(TimeoutRate, ClockSetForwardSkipsTheSleep) {
-  EXPECT_EQ(run(100, 3, {INT64_C(1'700'000'000'000), 10}), std::vector<std::int64_t>{90});
+  EXPECT_EQ(run(100, 3, {INT64_C(1'700'000'000'000), 10}), std::vector<int64_t>{90});
 }
 
 TEST_F(TimeoutRate, GoesOnThroughTheEndOf32BitTime) {
   clock.set(test::kLastSecondOf32Bits, 980000);
   // A second that begins during the call makes the rounding go down.
-  EXPECT_EQ(run(100, 3, {30}), (std::vector<std::int64_t>{69, 70}));
+  EXPECT_EQ(run(100, 3, {30}), (std::vector<int64_t>{69, 70}));
 }
 
 // Each row: microseconds before and during the call, and the sleep of a 100 ms interval.
 TEST_F(TimeoutRate, ElapsedTimeIsRoundedToTheNearestMillisecond) {
   struct Row {
-    std::int64_t start, end, sleep;
+    int64_t start, end, sleep;
   };
-  static std::int64_t end;
+  static int64_t end;
   for (const Row& row : {Row{0, 499, 100}, Row{0, 500, 99}, Row{0, 30499, 70},
                          Row{0, 30500, 69}, Row{900000, 901499, 99}}) {
     const int threads = live_threads;
@@ -357,7 +357,7 @@ TEST(TimeoutNew, RecordBeginsWithThreadFunctionDataAndInterval) {
     GThread* thread;
     GTimeoutFunc func;
     void* data;
-    std::int32_t interval;
+    int32_t interval;
   } record;
   std::memcpy(&record, static_cast<void*>(timeout), sizeof record);
   EXPECT_NE(record.thread, nullptr);
@@ -464,7 +464,7 @@ TEST(TimeoutFree, SetsTheIntervalToZeroWhichTheThreadLooksAtFirst) {
   GTimeout* const timeout = g_timeout_new("t", 1, Work::run, &work);
   ASSERT_NE(timeout, nullptr);
   std::thread freeing([=] { g_timeout_free(timeout); });
-  const auto* const interval = reinterpret_cast<const std::int32_t*>(
+  const auto* const interval = reinterpret_cast<const int32_t*>(
       reinterpret_cast<const char*>(timeout) + 3 * sizeof(void*));
   for (int i = 0; i < 10000 && __atomic_load_n(interval, __ATOMIC_RELAXED) != 0; ++i) {
     std::this_thread::sleep_for(1ms);

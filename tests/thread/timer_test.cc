@@ -154,7 +154,7 @@ class Output {
     Lines lines;
     const std::string pid = " pid=" + std::to_string(getpid()) + " ";
     for (std::string line; std::getline(text, line);) {
-      const std::size_t at = line.find(pid);
+      const size_t at = line.find(pid);
       if (line.rfind("g_timer:", 0) != 0 || at == std::string::npos || at == 8 ||
           line.find_first_not_of("0123456789", 8) != at) {
         ADD_FAILURE() << "not a line of the service: " << line;
@@ -171,7 +171,7 @@ class Output {
     std::string text;
     char piece[512];
     for (ssize_t count; (count = pread(fileno(file_), piece, sizeof piece, taken_)) > 0;) {
-      text.append(piece, static_cast<std::size_t>(count));
+      text.append(piece, static_cast<size_t>(count));
       taken_ += static_cast<off_t>(count);
     }
     return text;
@@ -188,10 +188,10 @@ std::string quit_line() {
 
 // The fields of a timer's record.
 struct Record {
-  std::uint32_t interval;
+  uint32_t interval;
   GTimerCallback callback;
   void* param;
-  std::uint32_t last;
+  uint32_t last;
   Record* next;
 };
 
@@ -199,7 +199,7 @@ const Record& record_of(const GTimerEntry* id) {
   return *reinterpret_cast<const Record*>(id);
 }
 
-constexpr std::int64_t kStart = 1'700'000'000;
+constexpr int64_t kStart = 1'700'000'000;
 
 // The service, stopped at the gate, with the ticks and the clock standing still.
 class Timer : public ::testing::Test {
@@ -220,7 +220,7 @@ class Timer : public ::testing::Test {
     g_timer_cleanup();
   }
 
-  void pass_at(std::uint32_t milliseconds) {
+  void pass_at(uint32_t milliseconds) {
     clock.set(kStart + milliseconds / 1000, milliseconds % 1000 * 1000);
     gate.pass();
   }
@@ -232,14 +232,14 @@ class Timer : public ::testing::Test {
 
 // A timer's callback with a plan: what to answer to each call, and what to do in it.
 struct Plan {
-  std::vector<std::uint32_t> answers;  // the last one is repeated
+  std::vector<uint32_t> answers;  // the last one is repeated
   std::function<void()> action = {};
   std::atomic<int> calls{0};
-  std::atomic<std::uint32_t> interval{0};
+  std::atomic<uint32_t> interval{0};
 
-  static std::uint32_t run(std::uint32_t interval, void* param) {
+  static uint32_t run(uint32_t interval, void* param) {
     auto* const plan = static_cast<Plan*>(param);
-    const auto call = static_cast<std::size_t>(plan->calls++);
+    const auto call = static_cast<size_t>(plan->calls++);
     plan->interval = interval;
     if (plan->action) plan->action();
     return plan->answers[std::min(call, plan->answers.size() - 1)];
@@ -321,7 +321,7 @@ TEST(TimerService, SettingATimerBeforeInitReportsTheMissingLockAndWorks) {
   Output output;
   const std::string missing = check_line("g_thread", "mutex != NULL");
   AllocationFaults faults(0);
-  EXPECT_EQ(g_set_timer(100, [](std::uint32_t interval, void*) { return interval; }), 0);
+  EXPECT_EQ(g_set_timer(100, [](uint32_t interval, void*) { return interval; }), 0);
   faults.disarm();
   EXPECT_EQ(log.take(), (Lines{missing, missing}));
   EXPECT_EQ(faults.outstanding(), 1);
@@ -338,7 +338,7 @@ TEST(TimerService, TimerSetBeforeInitFiresWithoutALock) {
   static std::atomic<int> calls;
   calls = 0;
   EXPECT_EQ(g_set_timer(10,
-                        [](std::uint32_t interval, void*) {
+                        [](uint32_t interval, void*) {
                           ++calls;
                           return interval;
                         }),
@@ -396,9 +396,7 @@ TEST(TimerService, ReservedDataIsLeftAlone) {
   static int calls;
   calls = 0;
   g_alarm_interval = 5;
-  g_alarm_callback = [](std::uint32_t, void*) {
-    return static_cast<std::uint32_t>(++calls);
-  };
+  g_alarm_callback = [](uint32_t, void*) { return static_cast<uint32_t>(++calls); };
   const GTimerCallback callback = g_alarm_callback;
   g_start_ticks();
   EXPECT_EQ(g_timer_init(), 0);
@@ -523,7 +521,7 @@ TEST_F(Timer, IntervalBelowTheResolutionWarnsAndAddsTenMilliseconds) {
 TEST_F(Timer, IntervalIsRoundedUpToTheResolution) {
   struct Row {
     int interval;
-    std::uint32_t rounded;
+    uint32_t rounded;
   };
   for (const Row& row : {Row{0, 0}, Row{1, 10}, Row{9, 10}, Row{10, 10}, Row{11, 20},
                          Row{15, 20}, Row{20, 20}, Row{100, 100}, Row{101, 110}, Row{-5, 0},
@@ -582,7 +580,7 @@ TEST_F(Timer, IsDueLessThanTenMillisecondsEarly) {
 TEST_F(Timer, SlightlyEarlyCallKeepsThePhase) {
   Plan plan{{100}};
   const GTimerEntry* const id = g_add_timer(100, Plan::run, &plan);
-  const std::uint32_t start = record_of(id).last;
+  const uint32_t start = record_of(id).last;
   pass_at(95);
   EXPECT_EQ(record_of(id).last, start + 100);
   pass_at(190);
@@ -595,7 +593,7 @@ TEST_F(Timer, SlightlyEarlyCallKeepsThePhase) {
 TEST_F(Timer, CallExactlyOnTimeStartsFromNow) {
   Plan plan{{100}};
   const GTimerEntry* const id = g_add_timer(100, Plan::run, &plan);
-  const std::uint32_t start = record_of(id).last;
+  const uint32_t start = record_of(id).last;
   pass_at(100);
   EXPECT_EQ(record_of(id).last, start + 100);
 }
@@ -603,7 +601,7 @@ TEST_F(Timer, CallExactlyOnTimeStartsFromNow) {
 TEST_F(Timer, LateCallStartsAfreshAndDropsWhatItMissed) {
   Plan plan{{100}};
   const GTimerEntry* const id = g_add_timer(100, Plan::run, &plan);
-  const std::uint32_t start = record_of(id).last;
+  const uint32_t start = record_of(id).last;
   pass_at(357);
   EXPECT_EQ(plan.calls.load(), 1);
   EXPECT_EQ(record_of(id).last, start + 357);
@@ -617,7 +615,7 @@ TEST_F(Timer, PassBeforeAnEarlyTimersNewPeriodCountsAsFarPastIt) {
   // The interval being timed begins at 100, so at 96 a wrapped, huge time has elapsed.
   Plan plan{{100}};
   const GTimerEntry* const id = g_add_timer(100, Plan::run, &plan);
-  const std::uint32_t start = record_of(id).last;
+  const uint32_t start = record_of(id).last;
   pass_at(95);
   pass_at(96);
   EXPECT_EQ(plan.calls.load(), 2);
@@ -630,7 +628,7 @@ TEST_F(Timer, TimeIsReadOnceInAPass) {
   const GTimerEntry* const id = g_add_timer(100, Plan::run, &later);
   const GTimerEntry* const late = g_add_timer(140, Plan::run, &later);
   g_add_timer(100, Plan::run, &slow);
-  const std::uint32_t start = record_of(id).last;
+  const uint32_t start = record_of(id).last;
   pass_at(100);
   EXPECT_EQ(slow.calls.load(), 1);
   EXPECT_EQ(later.calls.load(), 1);
@@ -642,7 +640,7 @@ TEST_F(Timer, ZeroIntervalNeverFires) {
   Plan plan{{0}};
   g_add_timer(0, Plan::run, &plan);
   g_add_timer(-5, Plan::run, &plan);
-  for (std::uint32_t at = 0; at <= 200000; at += 20000) pass_at(at);
+  for (uint32_t at = 0; at <= 200000; at += 20000) pass_at(at);
   EXPECT_EQ(plan.calls.load(), 0);
 }
 
@@ -651,7 +649,7 @@ TEST_F(Timer, ZeroIntervalNeverFires) {
 TEST_F(Timer, ZeroIntervalThatFiresAndReturnsZeroStays) {
   Plan plan{{0}};
   GTimerEntry* const id = g_add_timer(0, Plan::run, &plan);
-  for (std::int64_t back = 1; back <= 9; ++back) {
+  for (int64_t back = 1; back <= 9; ++back) {
     clock.advance(-1);
     gate.pass();
     EXPECT_EQ(plan.calls.load(), 1);
@@ -774,7 +772,7 @@ TEST_F(Timer, ReplacingAllInACallbackEndsThePass) {
   calls = 0;
   Plan a{{100}};
   Plan b{{100}, [&] {
-           g_set_timer(50, [](std::uint32_t interval, void*) {
+           g_set_timer(50, [](uint32_t interval, void*) {
              ++calls;
              return interval;
            });
@@ -849,12 +847,12 @@ TEST_F(Timer, ManyAreRemovedInAnyOrderAndTheOthersKeepTheirs) {
       timers.insert(timers.begin(), g_add_timer(1000, nullptr, nullptr));
     }
     while (timers.size() > 40u * static_cast<unsigned>(3 - round)) {
-      const std::size_t index = random() % 3 == 0   ? 0
-                                : random() % 2 == 0 ? timers.size() - 1
-                                                    : random() % timers.size();
+      const size_t index = random() % 3 == 0   ? 0
+                           : random() % 2 == 0 ? timers.size() - 1
+                                               : random() % timers.size();
       GTimerEntry* const id = timers[index];
       ASSERT_EQ(g_remove_timer(id), 1);
-      timers.erase(timers.begin() + static_cast<std::ptrdiff_t>(index));
+      timers.erase(timers.begin() + static_cast<ptrdiff_t>(index));
       ASSERT_EQ(g_remove_timer(id), 0);
       if (timers.empty() || timers.size() % 7 != 0) continue;
       ASSERT_EQ(ids_from(timers.front()),
@@ -869,11 +867,10 @@ TEST_F(Timer, IdsThatAreNoneAreOnlyCompared) {
   std::vector<GTimerEntry*> timers;
   for (int i = 0; i < 300; ++i) timers.push_back(g_add_timer(1000, nullptr, nullptr));
   char elsewhere = 0;
-  for (const std::uintptr_t id :
-       {std::uintptr_t{0}, std::uintptr_t{1}, std::uintptr_t{16}, UINTPTR_MAX,
-        reinterpret_cast<std::uintptr_t>(&elsewhere),
-        reinterpret_cast<std::uintptr_t>(timers[7]) + 1,
-        reinterpret_cast<std::uintptr_t>(timers[7]) + sizeof(void*)}) {
+  for (const uintptr_t id :
+       {uintptr_t{0}, uintptr_t{1}, uintptr_t{16}, UINTPTR_MAX,
+        reinterpret_cast<uintptr_t>(&elsewhere), reinterpret_cast<uintptr_t>(timers[7]) + 1,
+        reinterpret_cast<uintptr_t>(timers[7]) + sizeof(void*)}) {
     auto* const pointer = reinterpret_cast<GTimerEntry*>(id);
     EXPECT_EQ(g_remove_timer(pointer), 0);
     char text[64];
@@ -928,14 +925,14 @@ TEST_F(Timer, WithoutMemoryForTheTableManyAreFoundAllTheSame) {
 // Its own id and those around it, while the pass goes on.
 TEST_F(Timer, OneOfManyThatAnswersZeroGoesAndThePassGoesOn) {
   std::vector<Plan> plans(200);
-  for (std::size_t i = 0; i < plans.size(); ++i) {
+  for (size_t i = 0; i < plans.size(); ++i) {
     plans[i].answers = {i % 3 == 0 ? 0u : 100u};
   }
   std::vector<GTimerEntry*> ids;
   for (Plan& plan : plans) ids.push_back(g_add_timer(100, Plan::run, &plan));
   pass_at(100);
   pass_at(200);
-  for (std::size_t i = 0; i < plans.size(); ++i) {
+  for (size_t i = 0; i < plans.size(); ++i) {
     EXPECT_EQ(plans[i].calls.load(), i % 3 == 0 ? 1 : 2) << i;
     EXPECT_EQ(g_remove_timer(ids[i]), i % 3 == 0 ? 0 : 1) << i;
   }
@@ -943,12 +940,12 @@ TEST_F(Timer, OneOfManyThatAnswersZeroGoesAndThePassGoesOn) {
 }
 
 struct SingleCall {
-  std::uint32_t interval;
+  uint32_t interval;
   void* param;
 };
 std::vector<SingleCall> single_calls;
 
-std::uint32_t note_single(std::uint32_t interval, void* param) {
+uint32_t note_single(uint32_t interval, void* param) {
   single_calls.push_back({interval, param});
   return single_calls.size() < 2 ? 35 : 0;
 }
@@ -1024,14 +1021,14 @@ TEST_F(Timer, RunsThroughTheEndOf32BitTime) {
 }
 
 TEST_F(Timer, RunsThroughTheWrapOfTheTicks) {
-  std::uint32_t ticks = g_get_ticks();
-  std::uint32_t before;
+  uint32_t ticks = g_get_ticks();
+  uint32_t before;
   do {
     before = ticks;
     clock.advance(30000);
     ticks = g_get_ticks();
   } while (ticks > before);
-  clock.advance(-static_cast<std::int64_t>(ticks) - 50);  // 50 ms before the wrap
+  clock.advance(-static_cast<int64_t>(ticks) - 50);  // 50 ms before the wrap
   ASSERT_EQ(g_get_ticks(), 4294967246u);
   Plan plan{{100}};
   g_add_timer(100, Plan::run, &plan);
@@ -1121,14 +1118,14 @@ class ModelService {
  public:
   struct Entry {
     int id;
-    std::uint32_t interval;
-    std::uint32_t last;
+    uint32_t interval;
+    uint32_t last;
   };
 
   std::vector<Entry> entries;  // newest first
-  std::uint32_t now = 0;
+  uint32_t now = 0;
 
-  void add(int id, std::uint32_t interval) {
+  void add(int id, uint32_t interval) {
     entries.insert(entries.begin(), {id, (interval + 9) / 10 * 10, now});
   }
 
@@ -1140,18 +1137,18 @@ class ModelService {
   template <typename Answer>
   std::vector<int> scan(Answer answer) {
     std::vector<int> calls;
-    for (std::size_t i = 0; i < entries.size();) {
+    for (size_t i = 0; i < entries.size();) {
       Entry& entry = entries[i];
-      const std::uint32_t elapsed = now - entry.last;
+      const uint32_t elapsed = now - entry.last;
       if (elapsed <= entry.interval - 10) {
         ++i;
         continue;
       }
       entry.last = elapsed < entry.interval ? entry.last + entry.interval : now;
       calls.push_back(entry.id);
-      const std::uint32_t result = answer(entry.id);
+      const uint32_t result = answer(entry.id);
       if (result == 0) {
-        entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(i));
+        entries.erase(entries.begin() + static_cast<ptrdiff_t>(i));
         continue;
       }
       if (result != entry.interval) entry.interval = (result + 9) / 10 * 10;
@@ -1163,12 +1160,12 @@ class ModelService {
 
 struct RandomTimer {
   int id;
-  std::uint32_t answer;
+  uint32_t answer;
   GTimerEntry* entry;
 };
 std::vector<int> random_calls;
 
-std::uint32_t run_random(std::uint32_t, void* param) {
+uint32_t run_random(uint32_t, void* param) {
   const auto* const timer = static_cast<RandomTimer*>(param);
   random_calls.push_back(timer->id);
   return timer->answer;
@@ -1176,15 +1173,15 @@ std::uint32_t run_random(std::uint32_t, void* param) {
 
 TEST_F(Timer, RandomOperationsMatchTheModel) {
   std::mt19937 engine(5);
-  const auto random = [&] { return static_cast<std::uint32_t>(engine()); };
+  const auto random = [&] { return static_cast<uint32_t>(engine()); };
   std::map<int, RandomTimer> timers;
   ModelService model;
   int next_id = 0;
   for (int step = 0; step < 1500; ++step) {
-    const std::uint32_t choice = random() % 10;
+    const uint32_t choice = random() % 10;
     if (choice < 3 && timers.size() < 60) {
       const int id = next_id++;
-      const std::uint32_t interval = 10 + random() % 300;
+      const uint32_t interval = 10 + random() % 300;
       RandomTimer& timer = timers[id] = {id, interval, nullptr};
       timer.entry = g_add_timer(static_cast<int>(interval), run_random, &timer);
       model.add(id, interval);
@@ -1196,7 +1193,7 @@ TEST_F(Timer, RandomOperationsMatchTheModel) {
       for (auto& [id, timer] : timers) {
         if (random() % 8 == 0) timer.answer = random() % 4 == 0 ? 0 : random() % 300;
       }
-      const std::uint32_t advance = random() % 60;
+      const uint32_t advance = random() % 60;
       clock.advance(advance);
       model.now += advance;
       random_calls.clear();
@@ -1220,7 +1217,7 @@ TEST(TimerThreads, TimersAreSetWithoutALockWhileTheThreadPasses) {
   static std::atomic<long> calls;
   for (int i = 0; i < 3000; ++i) {
     EXPECT_EQ(g_set_timer(10,
-                          [](std::uint32_t interval, void*) {
+                          [](uint32_t interval, void*) {
                             ++calls;
                             return interval;
                           }),
@@ -1247,7 +1244,7 @@ TEST(TimerThreads, AddRemoveAndReplaceFromManyThreadsWhileItRuns) {
   ASSERT_EQ(g_timer_init(), 0);
   static std::atomic<long> calls;
   calls = 0;
-  const GTimerCallback count = [](std::uint32_t interval, void*) {
+  const GTimerCallback count = [](uint32_t interval, void*) {
     ++calls;
     return calls % 7 == 0 ? 0u : interval;
   };

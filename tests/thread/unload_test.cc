@@ -18,7 +18,7 @@ namespace {
 std::atomic<int> timer_calls{0};
 std::atomic<int> timeout_calls{0};
 
-std::uint32_t count_timer(std::uint32_t interval, void*) {
+uint32_t count_timer(uint32_t interval, void*) {
   ++timer_calls;
   return interval;
 }

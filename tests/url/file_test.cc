@@ -39,7 +39,7 @@ Function* next_function(const char* name) {
 struct Traffic {
   int reads;
   int seeks;
-  std::size_t largest_read;
+  size_t largest_read;
   int64_t bad_from;
   int64_t bad_to;
   int error;
@@ -59,8 +59,8 @@ extern "C" off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
   return real(fd, offset, whence);
 }
 
-extern "C" ssize_t read(int fd, void* buf, std::size_t n) {
-  static auto* const real = next_function<ssize_t(int, void*, std::size_t)>("read");
+extern "C" ssize_t read(int fd, void* buf, size_t n) {
+  static auto* const real = next_function<ssize_t(int, void*, size_t)>("read");
   static auto* const seek = next_function<off64_t(int, off64_t, int)>("lseek64");
   ++traffic.reads;
   traffic.largest_read = std::max(traffic.largest_read, n);
@@ -76,7 +76,7 @@ extern "C" ssize_t read(int fd, void* buf, std::size_t n) {
       return -1;
     }
     if (position < traffic.bad_from) {
-      n = static_cast<std::size_t>(
+      n = static_cast<size_t>(
           std::min<int64_t>(static_cast<int64_t>(n), traffic.bad_from - position));
     }
   }
@@ -658,7 +658,7 @@ TEST_F(FileStream, LineReaderCountsAReadThatIsInterruptedToo) {
 
 TEST_F(FileStream, LinesOfAFileCostTwoSystemCallsEach) {
   constexpr int kLines = 200;
-  for (const std::size_t length : {20u, 200u, 2000u}) {
+  for (const size_t length : {20u, 200u, 2000u}) {
     std::string content;
     for (int i = 0; i < kLines; ++i) content += std::string(length - 1, 'x') + "\n";
     const URL url = over(content);
@@ -737,10 +737,10 @@ bool has_blocks(URL url) {
 TEST_F(FileStream, StrippedLinesOfAFileCostTwoSystemCallsEach) {
   constexpr int kLines = 200;
   for (const char* const end : {"\n", "\r\n", "\n\n\n"}) {
-    for (const std::size_t length : {20u, 200u, 2000u}) {
+    for (const size_t length : {20u, 200u, 2000u}) {
       std::string content;
       for (int i = 0; i < kLines; ++i) {
-        content += std::string(length - static_cast<std::size_t>(i % 3), 'x') + end;
+        content += std::string(length - static_cast<size_t>(i % 3), 'x') + end;
       }
       const URL url = over(content);
       if (!has_blocks(url)) GTEST_SKIP() << "files without blocks here";
@@ -855,7 +855,7 @@ class Reference {
     if (nread + static_cast<uint32_t>(n) > readlimit) {
       n = static_cast<int32_t>(readlimit - nread);
     }
-    const auto count = static_cast<int32_t>(read(fd_, buf, static_cast<std::size_t>(n)));
+    const auto count = static_cast<int32_t>(read(fd_, buf, static_cast<size_t>(n)));
     if (count == -1) error = errno;
     if (count > 0) nread += static_cast<uint32_t>(count);
     return count;
@@ -985,7 +985,7 @@ struct Random {
 
 std::string random_content(Random& random) {
   std::string content;
-  const std::size_t size = random() % 4 == 0 ? random() % 20 : random() % 20000;
+  const size_t size = random() % 4 == 0 ? random() % 20 : random() % 20000;
   const unsigned mean = 1u << random() % 13;
   const bool records = random() % 4 == 0;  // of one length, but for a few
   while (content.size() < size) {
@@ -1005,7 +1005,7 @@ std::string random_content(Random& random) {
 }
 
 TEST_F(FileStream, AgreesWithAReaderOfSingleBytesOverRandomOperations) {
-  constexpr std::size_t kBufferSize = 10000;
+  constexpr size_t kBufferSize = 10000;
   Random random;
   // What buffers hold before each step: another part of this each time.
   std::vector<char> noise(2 * kBufferSize);

@@ -91,7 +91,7 @@ TEST_F(ExpandHome, CutsTheResultAt8191Characters) {
 }
 
 TEST_F(ExpandHome, CutsALongHomeAt8191Characters) {
-  for (const std::size_t length : {8190u, 8191u, 8192u, 20000u}) {
+  for (const size_t length : {8190u, 8191u, 8192u, 20000u}) {
     const std::string home = "/" + std::string(length - 1, 'h');
     set("HOME", home);
     EXPECT_EQ(url_expand_home_dir("~/a"), (home + "/a").substr(0, 8191)) << length;

@@ -52,7 +52,7 @@ void set_errors() {
 struct Script {
   URL_record common;
   std::string* content;
-  std::size_t position;
+  size_t position;
   Calls* calls;
   std::vector<int>* read_results;  // errno values for the next reads to fail with; 0 reads
   int32_t largest_read;            // a read gives no more than this
@@ -79,8 +79,8 @@ int32_t script_read(URL url, void* buf, int32_t n) {
       return -1;
     }
   }
-  const auto wanted = static_cast<std::size_t>(std::min(n, script.largest_read));
-  const std::size_t count =
+  const auto wanted = static_cast<size_t>(std::min(n, script.largest_read));
+  const size_t count =
       script.content->copy(static_cast<char*>(buf), wanted, script.position);
   script.position += count;
   return static_cast<int32_t>(count);
@@ -90,8 +90,8 @@ char* script_gets(URL url, char* buf, int32_t n) {
   Script& script = script_of(url);
   note(script, "gets " + std::to_string(n));
   if (script.position == script.content->size()) return nullptr;
-  std::size_t length = script.content->find('\n', script.position) + 1 - script.position;
-  length = std::min({length, static_cast<std::size_t>(std::max(n, 1) - 1),
+  size_t length = script.content->find('\n', script.position) + 1 - script.position;
+  length = std::min({length, static_cast<size_t>(std::max(n, 1) - 1),
                      script.content->size() - script.position});
   script.content->copy(buf, length, script.position);
   buf[length] = '\0';
@@ -113,7 +113,7 @@ int64_t script_seek(URL url, int64_t offset, int32_t whence) {
   const auto base = whence == SEEK_SET   ? int64_t{0}
                     : whence == SEEK_CUR ? static_cast<int64_t>(script.position)
                                          : static_cast<int64_t>(script.content->size());
-  script.position = static_cast<std::size_t>(base + offset);
+  script.position = static_cast<size_t>(base + offset);
   return base + offset;
 }
 
@@ -157,7 +157,7 @@ class Stream {
   Script& script() { return script_of(url_); }
   Calls take_calls() { return std::exchange(calls_, {}); }
   void fail_reads(std::vector<int> results) { read_results_ = std::move(results); }
-  std::size_t position() { return script().position; }
+  size_t position() { return script().position; }
 
  private:
   std::string content_;
@@ -169,7 +169,7 @@ class Stream {
 // ---- Records ------------------------------------------------------------------------
 
 TEST(UrlRecord, BeginsWithTypeSlotsAndCountersInThisOrder) {
-  constexpr std::size_t word = sizeof(void*);
+  constexpr size_t word = sizeof(void*);
   EXPECT_EQ(offsetof(URL_record, type), 0u);
   EXPECT_EQ(offsetof(URL_record, read), word);
   EXPECT_EQ(offsetof(URL_record, gets), 2 * word);

@@ -48,7 +48,7 @@ typedef struct GCallback GCallback;
  * @param data  as given at registration.
  * @return 0 for success; anything else stops the execution.
  */
-typedef int (*GCallbackFunc)(void *arg, void *data);
+typedef int (*GCallbackFunc)(void* arg, void* data);
 
 /**
  * Makes an empty callback list.
@@ -56,14 +56,14 @@ typedef int (*GCallbackFunc)(void *arg, void *data);
  * @return the list, for g_callback_free(); null, with nothing logged, when memory is
  *         exhausted.
  */
-G_API GCallback *g_callback_new(void);
+G_API GCallback* g_callback_new(void);
 
 /**
  * Frees a callback list and its entries. The data pointers are not touched.
  *
  * @param callback  not null (else logged).
  */
-G_API void g_callback_free(GCallback *callback);
+G_API void g_callback_free(GCallback* callback);
 
 /**
  * Adds a function to a callback list, behind those of the same or a smaller priority. The same
@@ -76,7 +76,7 @@ G_API void g_callback_free(GCallback *callback);
  * @return 0; -1 when an argument is null (logged as critical) or memory is exhausted. The
  *         list is then unchanged.
  */
-G_API int g_callback_add(GCallback *callback, GCallbackFunc func, void *data, int priority);
+G_API int g_callback_add(GCallback* callback, GCallbackFunc func, void* data, int priority);
 
 /**
  * Removes the first entry of a callback list with this function and this data.
@@ -86,7 +86,7 @@ G_API int g_callback_add(GCallback *callback, GCallbackFunc func, void *data, in
  * @param data      as registered.
  * @return 0, whether or not there was such an entry; -1 when an argument is null (logged).
  */
-G_API int g_callback_remove(GCallback *callback, GCallbackFunc func, void *data);
+G_API int g_callback_remove(GCallback* callback, GCallbackFunc func, void* data);
 
 /**
  * Calls the functions of a callback list in order until one returns other than 0. A function may
@@ -96,7 +96,7 @@ G_API int g_callback_remove(GCallback *callback, GCallbackFunc func, void *data)
  * @param arg       first argument of each function.
  * @return 0 when all ran; -1 when one stopped the execution, or `callback` is null (logged).
  */
-G_API int g_callback_execute(GCallback *callback, void *arg);
+G_API int g_callback_execute(GCallback* callback, void* arg);
 
 /**
  * Creates the registry of modules.
@@ -120,7 +120,8 @@ G_API void g_module_cleanup(void);
  * @param priority  as for g_callback_add().
  * @return 0; -1 without a registry, when `func` is null (logged) or memory is exhausted.
  */
-G_API int g_module_callback_register(int module, GCallbackFunc func, void *data, int priority);
+G_API int g_module_callback_register(int module, GCallbackFunc func, void* data,
+                                     int priority);
 
 /**
  * Removes a function from a module's callback list. The list stays when it becomes empty.
@@ -132,7 +133,7 @@ G_API int g_module_callback_register(int module, GCallbackFunc func, void *data,
  * @param data    as registered.
  * @return as g_callback_remove(); 0 when the module has no list.
  */
-G_API int g_module_callback_cancel(int module, GCallbackFunc func, void *data);
+G_API int g_module_callback_cancel(int module, GCallbackFunc func, void* data);
 
 /**
  * Executes a module's callback list.
@@ -141,7 +142,7 @@ G_API int g_module_callback_cancel(int module, GCallbackFunc func, void *data);
  * @param arg     first argument of each function.
  * @return as g_callback_execute(); 0 without a registry or when the module has no list.
  */
-G_API int g_module_callback_execute(int module, void *arg);
+G_API int g_module_callback_execute(int module, void* arg);
 
 /** @} */
 

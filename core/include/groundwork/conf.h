@@ -29,8 +29,8 @@
  * "=" or begins with "#" or "[", and a section name with "]" or a newline are written as they
  * are and read back as something else.
  * @warning g_conf_sync() and g_conf_close() empty the file before they lock and write it; a
- * failed write is logged, not retried. Comments and blank lines of the file are not kept. Nothing is
- * synced to the disk: a power cut within seconds can leave the file empty. g_conf_save() of
+ * failed write is logged, not retried. Comments and blank lines of the file are not kept. Nothing
+ * is synced to the disk: a power cut within seconds can leave the file empty. g_conf_save() of
  * <groundwork/safe.h> does none of this.
  *
  * Threads: each conf has a mutex. Reads, writes and removals may run on several threads at
@@ -82,30 +82,30 @@ extern "C" {
 
 /** One key. */
 typedef struct GConfEntry {
-  char *key;   /**< as first spelled, trimmed; owned by the conf */
-  char *value; /**< trimmed; owned by the conf */
+  char* key;   /**< as first spelled, trimmed; owned by the conf */
+  char* value; /**< trimmed; owned by the conf */
 } GConfEntry;
 
 /** One section. */
 typedef struct GConfSection {
-  char *name;     /**< as first spelled, not trimmed; owned by the conf */
-  GList *entries; /**< of GConfEntry, in the order of their first setting */
+  char* name;     /**< as first spelled, not trimmed; owned by the conf */
+  GList* entries; /**< of GConfEntry, in the order of their first setting */
 } GConfSection;
 
 /** One open configuration, from g_conf_open() to g_conf_close(). */
 typedef struct GConf {
-  char *filename;  /**< of the file behind it; owned by the conf */
-  GList *sections; /**< of GConfSection, in the order first seen */
+  char* filename;  /**< of the file behind it; owned by the conf */
+  GList* sections; /**< of GConfSection, in the order first seen */
   int dirty;       /**< 1 after a change, 0 after loading and after each attempt to write */
-  GMutex *mutex;   /**< guards sections and entries */
-  GHash *callbacks; /**< "section.key" to the callbacks of that key */
+  GMutex* mutex;   /**< guards sections and entries */
+  GHash* callbacks; /**< "section.key" to the callbacks of that key */
 } GConf;
 
 /** What a callback is told; valid during the call only. */
 typedef struct GConfChange {
-  const char *section; /**< as passed to the write */
-  const char *key;     /**< as passed to the write */
-  const char *value;   /**< as passed to the write, before trimming */
+  const char* section; /**< as passed to the write */
+  const char* key;     /**< as passed to the write */
+  const char* value;   /**< as passed to the write, before trimming */
 } GConfChange;
 
 /**
@@ -118,7 +118,7 @@ typedef struct GConfChange {
  * @return 0 to let the next callback of this key run, anything else to stop here; the write
  *         counts either way.
  */
-typedef int (*GConfCallback)(const GConfChange *change, void *data);
+typedef int (*GConfCallback)(const GConfChange* change, void* data);
 
 /**
  * Finds a section of a configuration.
@@ -129,7 +129,7 @@ typedef int (*GConfCallback)(const GConfChange *change, void *data);
  *
  * Threads: takes no lock.
  */
-G_API GConfSection *g_find_section(GConf *conf, const char *name);
+G_API GConfSection* g_find_section(GConf* conf, const char* name);
 
 /**
  * Finds a key in a section of a configuration.
@@ -140,7 +140,7 @@ G_API GConfSection *g_find_section(GConf *conf, const char *name);
  *
  * Threads: takes no lock.
  */
-G_API GConfEntry *g_find_line(GConfSection *section, const char *key);
+G_API GConfEntry* g_find_line(GConfSection* section, const char* key);
 
 /**
  * Opens a configuration.
@@ -163,7 +163,7 @@ G_API GConfEntry *g_find_line(GConfSection *section, const char *key);
  *         '%s'."), locked ("can't read lock for '%s.") or read ("can't read file '%s'."), or
  *         memory is exhausted; each is a warning, followed by "can't load config file '%s'.".
  */
-G_API GConf *g_conf_open(const char *filename);
+G_API GConf* g_conf_open(const char* filename);
 
 /**
  * Closes a configuration: writes the file if anything changed, as g_conf_sync(), then frees the
@@ -173,7 +173,7 @@ G_API GConf *g_conf_open(const char *filename);
  * @return 0, also when the file could not be written; -1 when `conf` is null (logged as
  *         critical).
  */
-G_API int g_conf_close(GConf *conf);
+G_API int g_conf_close(GConf* conf);
 
 /**
  * Writes the configuration file if anything changed since the last load or sync: each section
@@ -190,7 +190,7 @@ G_API int g_conf_close(GConf *conf);
  *
  * Threads: takes no lock; no other thread may change the conf meanwhile.
  */
-G_API void g_conf_sync(GConf *conf);
+G_API void g_conf_sync(GConf* conf);
 
 /**
  * Reads a value of a configuration as text. A missing section or key is not logged.
@@ -203,8 +203,8 @@ G_API void g_conf_sync(GConf *conf);
  *         conf closed: also by another thread. `def` when the section or key does not exist,
  *         the value is empty, or an argument is null.
  */
-G_API const char *g_conf_read_string(GConf *conf, const char *section, const char *key,
-                                     const char *def);
+G_API const char* g_conf_read_string(GConf* conf, const char* section, const char* key,
+                                     const char* def);
 
 /**
  * Reads a value as a decimal integer, as strtol() in base 10: leading whitespace and a sign are
@@ -217,7 +217,7 @@ G_API const char *g_conf_read_string(GConf *conf, const char *section, const cha
  * @param def      the answer when there is no value.
  * @return the number, clamped to 32 bits; `def` as g_conf_read_string().
  */
-G_API int g_conf_read_int(GConf *conf, const char *section, const char *key, int def);
+G_API int g_conf_read_int(GConf* conf, const char* section, const char* key, int def);
 
 /**
  * Reads a value as truth or not: only the text "TRUE", in any case, is true.
@@ -229,7 +229,7 @@ G_API int g_conf_read_int(GConf *conf, const char *section, const char *key, int
  * @return 1 for "TRUE", 0 for every other text: "yes", "1" and "on" too. `def` as
  *         g_conf_read_string().
  */
-G_API int g_conf_read_boolean(GConf *conf, const char *section, const char *key, int def);
+G_API int g_conf_read_boolean(GConf* conf, const char* section, const char* key, int def);
 
 /**
  * Reads a value as a float: as strtod(), which follows the locale's decimal point, narrowed.
@@ -240,13 +240,14 @@ G_API int g_conf_read_boolean(GConf *conf, const char *section, const char *key,
  * @param def      the answer when there is no value.
  * @return the number; 0 for a text that is none. `def` as g_conf_read_string().
  */
-G_API float g_conf_read_float(GConf *conf, const char *section, const char *key, float def);
+G_API float g_conf_read_float(GConf* conf, const char* section, const char* key, float def);
 
 /** Reads a value as a double, as g_conf_read_float() without the narrowing.
  *  @param conf    as g_conf_read_string(). @param section as g_conf_read_string().
  *  @param key     as g_conf_read_string(). @param def the answer when there is no value.
  *  @return the number, 0 or `def`, as g_conf_read_float(). */
-G_API double g_conf_read_double(GConf *conf, const char *section, const char *key, double def);
+G_API double g_conf_read_double(GConf* conf, const char* section, const char* key,
+                                double def);
 
 /**
  * Writes a value of a configuration, in memory. Nothing happens when the stored text equals `value`
@@ -263,30 +264,32 @@ G_API double g_conf_read_double(GConf *conf, const char *section, const char *ke
  * @param key      name, compared ignoring case.
  * @param value    copied. It may be a string read from the conf, of this key too.
  */
-G_API void g_conf_write_string(GConf *conf, const char *section, const char *key,
-                               const char *value);
+G_API void g_conf_write_string(GConf* conf, const char* section, const char* key,
+                               const char* value);
 
 /** Writes an integer, as "%d", as g_conf_write_string() does.
  *  @param conf  as g_conf_write_string(). @param section as g_conf_write_string().
  *  @param key   as g_conf_write_string(). @param value the number. */
-G_API void g_conf_write_int(GConf *conf, const char *section, const char *key, int value);
+G_API void g_conf_write_int(GConf* conf, const char* section, const char* key, int value);
 
 /** Writes a truth value: "TRUE" for any but 0, "FALSE" for 0, as g_conf_write_string() does.
  *  @param conf  as g_conf_write_string(). @param section as g_conf_write_string().
  *  @param key   as g_conf_write_string(). @param value the truth value. */
-G_API void g_conf_write_boolean(GConf *conf, const char *section, const char *key, int value);
+G_API void g_conf_write_boolean(GConf* conf, const char* section, const char* key,
+                                int value);
 
 /** Writes a number as "%g", as g_conf_write_string() does.
  *  @warning "%g" keeps six significant digits: 1234567 is stored as "1.23457e+06".
  *  @param conf  as g_conf_write_string(). @param section as g_conf_write_string().
  *  @param key   as g_conf_write_string(). @param value the number. */
-G_API void g_conf_write_float(GConf *conf, const char *section, const char *key, float value);
+G_API void g_conf_write_float(GConf* conf, const char* section, const char* key,
+                              float value);
 
 /** Writes a number as "%g", as g_conf_write_string() does.
  *  @warning "%g" keeps six significant digits: 3.14159265 is stored as "3.14159".
  *  @param conf  as g_conf_write_string(). @param section as g_conf_write_string().
  *  @param key   as g_conf_write_string(). @param value the number. */
-G_API void g_conf_write_double(GConf *conf, const char *section, const char *key,
+G_API void g_conf_write_double(GConf* conf, const char* section, const char* key,
                                double value);
 
 /**
@@ -297,7 +300,7 @@ G_API void g_conf_write_double(GConf *conf, const char *section, const char *key
  * @param section  name, compared ignoring case.
  * @param key      name, compared ignoring case.
  */
-G_API void g_conf_remove_key(GConf *conf, const char *section, const char *key);
+G_API void g_conf_remove_key(GConf* conf, const char* section, const char* key);
 
 /**
  * Removes a section from a configuration with all its entries; runs no callback. A missing section
@@ -306,7 +309,7 @@ G_API void g_conf_remove_key(GConf *conf, const char *section, const char *key);
  * @param conf     from g_conf_open(). A null argument is logged as critical.
  * @param section  name, compared ignoring case.
  */
-G_API void g_conf_remove_section(GConf *conf, const char *section);
+G_API void g_conf_remove_section(GConf* conf, const char* section);
 
 /**
  * Registers a callback for changes of one key; there is no way back but g_conf_close(). Callbacks
@@ -326,8 +329,8 @@ G_API void g_conf_remove_section(GConf *conf, const char *section);
  *
  * Threads: takes no lock. Register before other threads write to the conf.
  */
-G_API int g_conf_register_callback(GConf *conf, const char *section, const char *key,
-                                   GConfCallback func, void *data);
+G_API int g_conf_register_callback(GConf* conf, const char* section, const char* key,
+                                   GConfCallback func, void* data);
 
 /** @} */
 

@@ -60,7 +60,7 @@ extern "C" {
  * @param key     8 bytes, not null; the low bit of each (parity) is ignored.
  * @return 0; -1 with nothing written when an argument is null (logged as critical).
  */
-G_API int g_crypt_des_encrypt(const void *input, void *output, const void *key);
+G_API int g_crypt_des_encrypt(const void* input, void* output, const void* key);
 
 /**
  * Undoes g_crypt_des_encrypt() under the same key.
@@ -70,7 +70,7 @@ G_API int g_crypt_des_encrypt(const void *input, void *output, const void *key);
  * @param key     8 bytes, not null.
  * @return as g_crypt_des_encrypt().
  */
-G_API int g_crypt_des_decrypt(const void *input, void *output, const void *key);
+G_API int g_crypt_des_decrypt(const void* input, void* output, const void* key);
 
 /**
  * Encrypts a block with single DES (FIPS 46-3); there is no triple encryption despite the
@@ -85,7 +85,7 @@ G_API int g_crypt_des_decrypt(const void *input, void *output, const void *key);
  * @param key     8 bytes, not null.
  * @return 0; -1 with nothing written when an argument is null (logged as critical).
  */
-G_API int g_crypt_d3des_encrypt(const void *input, void *output, const void *key);
+G_API int g_crypt_d3des_encrypt(const void* input, void* output, const void* key);
 
 /**
  * Undoes g_crypt_d3des_encrypt() under the same key.
@@ -95,7 +95,7 @@ G_API int g_crypt_d3des_encrypt(const void *input, void *output, const void *key
  * @param key     8 bytes, not null.
  * @return as g_crypt_d3des_encrypt().
  */
-G_API int g_crypt_d3des_decrypt(const void *input, void *output, const void *key);
+G_API int g_crypt_d3des_decrypt(const void* input, void* output, const void* key);
 
 /**
  * Encodes bytes as Base64 (RFC 4648: standard alphabet, "=" as padding, no line breaks).
@@ -114,7 +114,7 @@ G_API int g_crypt_d3des_decrypt(const void *input, void *output, const void *key
  *         argument is null (logged as critical), or when the number would exceed an int:
  *         for more than 1,610,612,733 bytes (not logged).
  */
-G_API int g_crypt_base64_encode(const void *src, char *dest, int length);
+G_API int g_crypt_base64_encode(const void* src, char* dest, int length);
 
 /**
  * Decodes Base64 text (RFC 4648: standard alphabet, no line breaks or blanks).
@@ -134,7 +134,7 @@ G_API int g_crypt_base64_encode(const void *src, char *dest, int length);
  *         critical, nothing written); -1 for a character or a "=" that may not be there
  *         (not logged): the bytes of the groups before it are then in `dest`, without a NUL.
  */
-G_API int g_crypt_base64_decode(const char *str, void *dest);
+G_API int g_crypt_base64_decode(const char* str, void* dest);
 
 /** @} */
 

@@ -55,7 +55,7 @@ struct stat64;
 
 /** Tells whether a path is a directory. @param path not null. @return 1 if it is one or a
  *  link to one; 0 for anything else, for a missing path and on a failed check. */
-G_API int g_dir_exist(const char *path);
+G_API int g_dir_exist(const char* path);
 
 /**
  * Lists a directory, sorted as alphasort() does: by strcoll() in the current locale.
@@ -72,10 +72,10 @@ G_API int g_dir_exist(const char *path);
  *         logged but the check, on a failed check, when the directory cannot be read, or
  *         when memory is exhausted.
  */
-G_API char **g_dir_list(const char *path, int filter, int *count);
+G_API char** g_dir_list(const char* path, int filter, int* count);
 
 /** Frees a list with its names. @param dir_list from g_dir_list(), not null. */
-G_API void g_dir_list_free(char **dir_list);
+G_API void g_dir_list_free(char** dir_list);
 
 /**
  * Creates a directory with permissions 0755 (less the umask), or else its parents.
@@ -89,7 +89,7 @@ G_API void g_dir_list_free(char **dir_list);
  *         when a parent cannot be created ("%s - %s(%d).", a warning with the system's
  *         text, the parent and the error number).
  */
-G_API int g_mkdir(char *path);
+G_API int g_mkdir(char* path);
 
 /**
  * Removes a tree: a directory with all it holds, or a single file.
@@ -111,7 +111,7 @@ G_API int g_mkdir(char *path);
  * @return 0 when the directory `path` is gone, or was none; else rmdir()'s -1 (`errno` not
  *         meaningful), also when memory is exhausted at the start. Ask g_dir_exist().
  */
-G_API int g_rmdir(const char *path);
+G_API int g_rmdir(const char* path);
 
 /**
  * Called by g_scandir() for each file.
@@ -121,7 +121,7 @@ G_API int g_rmdir(const char *path);
  * @param data    as given to g_scandir().
  * @return added to the result, for files directly in the top directory.
  */
-typedef int (*GScandirFunc)(const char *path, const struct stat64 *status, void *data);
+typedef int (*GScandirFunc)(const char* path, const struct stat64* status, void* data);
 
 /**
  * Walks a tree and calls a function for everything in it but directories, each directory
@@ -153,10 +153,10 @@ typedef int (*GScandirFunc)(const char *path, const struct stat64 *status, void 
  *         deeper files are not counted. 0 when `path` cannot be read.
  */
 #if defined(__USE_TIME_BITS64) && defined(__TIMESIZE) && __TIMESIZE == 32
-G_API int g_scandir(const char *path, GScandirFunc func, void *data)
-    __asm__("g_scandir_time64");
+G_API int g_scandir(const char* path, GScandirFunc func,
+                    void* data) __asm__("g_scandir_time64");
 #else
-G_API int g_scandir(const char *path, GScandirFunc func, void *data);
+G_API int g_scandir(const char* path, GScandirFunc func, void* data);
 #endif
 
 /** @} */

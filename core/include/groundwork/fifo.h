@@ -55,19 +55,19 @@ typedef struct GFifo GFifo;
  * @return a ring to be released with g_fifo_free(); null on a failed check, or, with nothing
  *         logged, when memory is exhausted.
  */
-G_API GFifo *g_fifo_new(int max_buf);
+G_API GFifo* g_fifo_new(int max_buf);
 
 /** Frees a ring buffer. Elements that are still held are NOT freed: call g_fifo_flush() first.
  *  @param fifo not null (logged as critical). */
-G_API void g_fifo_free(GFifo *fifo);
+G_API void g_fifo_free(GFifo* fifo);
 
 /** Tells whether a ring buffer is empty. @param fifo not null (logged as critical).
  *  @return 1 when nothing is held, else 0; 1 on a failed check. */
-G_API int g_fifo_empty(GFifo *fifo);
+G_API int g_fifo_empty(GFifo* fifo);
 
 /** Tells whether a ring buffer is full. @param fifo not null (logged as critical).
  *  @return 1 when no slot is free, else 0; 1 on a failed check. */
-G_API int g_fifo_full(GFifo *fifo);
+G_API int g_fifo_full(GFifo* fifo);
 
 /**
  * Puts an element into a ring buffer. Never blocks, never overwrites.
@@ -77,7 +77,7 @@ G_API int g_fifo_full(GFifo *fifo);
  * @return 0; -1 when the ring is full ("fifo(%p) is full, failed to put.", a warning) or an
  *         argument is null (logged as critical). The ring is then unchanged.
  */
-G_API int g_fifo_put(GFifo *fifo, void *_data);
+G_API int g_fifo_put(GFifo* fifo, void* _data);
 
 /**
  * Takes the oldest element out of a ring buffer.
@@ -86,7 +86,7 @@ G_API int g_fifo_put(GFifo *fifo, void *_data);
  * @return the element, now the caller's; null when the ring is empty ("fifo(%p) is empty,
  *         failed to get.", a warning) or on a failed check.
  */
-G_API void *g_fifo_get(GFifo *fifo);
+G_API void* g_fifo_get(GFifo* fifo);
 
 /**
  * Empties a ring buffer: takes the elements one by one and frees each with free(). What a
@@ -95,19 +95,19 @@ G_API void *g_fifo_get(GFifo *fifo);
  * @param fifo  not null (logged as critical).
  * @return 0; -1 on a failed check.
  */
-G_API int g_fifo_flush(GFifo *fifo);
+G_API int g_fifo_flush(GFifo* fifo);
 
 /** Counts the elements in a ring buffer. @param fifo not null (logged as critical).
  *  @return the number of elements held; -1 on a failed check. */
-G_API int g_fifo_count(GFifo *fifo);
+G_API int g_fifo_count(GFifo* fifo);
 
 /** Counts the free slots of a ring buffer. @param fifo not null (logged as critical).
  *  @return the number of free slots; -1 on a failed check. */
-G_API int g_fifo_avail(GFifo *fifo);
+G_API int g_fifo_avail(GFifo* fifo);
 
 /** Tells the capacity of a ring buffer. @param fifo not null (logged as critical).
  *  @return the capacity; -1 on a failed check. */
-G_API int g_fifo_size(GFifo *fifo);
+G_API int g_fifo_size(GFifo* fifo);
 
 /** @} */
 

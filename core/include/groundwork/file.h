@@ -63,11 +63,11 @@ typedef struct GFile GFile;
  *         ("can't open file '%s' - %s", a warning with the name and the system's text);
  *         or when memory is exhausted ("failed to allocate %u bytes.", a warning).
  */
-G_API GFile *g_file_open(const char *filename, int mode);
+G_API GFile* g_file_open(const char* filename, int mode);
 
 /** Closes a file and frees the handle. Drops every lock that this process holds on the
  *  same file, whichever handle took it. @param file from g_file_open(). */
-G_API void g_file_close(GFile *file);
+G_API void g_file_close(GFile* file);
 
 /**
  * Reads from a file once.
@@ -78,7 +78,7 @@ G_API void g_file_close(GFile *file);
  * @return bytes read, which may be fewer; 0 at the end of the file; -1 on a failed check
  *         or a read error (`errno` set, nothing logged).
  */
-G_API int64_t g_file_read(GFile *file, void *buf, int64_t len);
+G_API int64_t g_file_read(GFile* file, void* buf, int64_t len);
 
 /**
  * Writes to a file once.
@@ -92,7 +92,7 @@ G_API int64_t g_file_read(GFile *file, void *buf, int64_t len);
  * @return bytes written, which may be fewer; -1 on a failed check or a write error
  *         ("%s - %d.", a warning with the system's text and the error number; `errno` set).
  */
-G_API int64_t g_file_write(GFile *file, const void *buf, int64_t len);
+G_API int64_t g_file_write(GFile* file, const void* buf, int64_t len);
 
 /**
  * Moves the file offset, as lseek() does.
@@ -103,19 +103,19 @@ G_API int64_t g_file_write(GFile *file, const void *buf, int64_t len);
  * @return the new offset from the start; -1 on a failed check or an error (`errno` set,
  *         nothing logged).
  */
-G_API int64_t g_file_seek(GFile *file, int64_t offset, int whence);
+G_API int64_t g_file_seek(GFile* file, int64_t offset, int whence);
 
 /** Cuts a file, or extends it with zeros, at its current offset. @param file open for
  *  writing. @return 0; -1 on a failed check or an error (`errno` set, nothing logged). */
-G_API int g_file_truncate(GFile *file);
+G_API int g_file_truncate(GFile* file);
 
 /** Tells the size of a file. @param filename not null; any type of file. @return its size
  *  in bytes; -1 on a failed check or when there is no such file (nothing logged). */
-G_API int64_t g_file_size(const char *filename);
+G_API int64_t g_file_size(const char* filename);
 
 /** Tells whether a path is a regular file. @param filename not null. @return 1 if it is one
  *  or a link to one; 0 for anything else, for a missing file and on a failed check. */
-G_API int g_file_exist(const char *filename);
+G_API int g_file_exist(const char* filename);
 
 /**
  * Joins a directory and a file name, if that gives an existing regular file.
@@ -126,7 +126,7 @@ G_API int g_file_exist(const char *filename);
  * @return the path, to be freed with free(); null if it is no regular file, on a failed
  *         check, or when memory is exhausted.
  */
-G_API char *g_file_exist_path(const char *dir, const char *filename);
+G_API char* g_file_exist_path(const char* dir, const char* filename);
 
 /**
  * Reads a whole file of less than 2 GiB with one read.
@@ -140,7 +140,7 @@ G_API char *g_file_exist_path(const char *dir, const char *filename);
  *         than the size ("can't read file '%s'.", a warning); when memory is exhausted
  *         ("failed to allocate %u bytes.", a warning).
  */
-G_API char *g_file_read_buf(const char *filename, int64_t *len);
+G_API char* g_file_read_buf(const char* filename, int64_t* len);
 
 /**
  * Overwrites the start of an existing file with one write.
@@ -156,7 +156,7 @@ G_API char *g_file_read_buf(const char *filename, int64_t *len);
  *         g_file_open()), or when not all was written ("failed to write file '%s'.", a
  *         warning, after the one of g_file_write()).
  */
-G_API int g_file_write_buf(const char *filename, const void *buf, int64_t len);
+G_API int g_file_write_buf(const char* filename, const void* buf, int64_t len);
 
 /**
  * @name Locks
@@ -171,27 +171,27 @@ G_API int g_file_write_buf(const char *filename, const void *buf, int64_t len);
 /** Takes a shared lock on the whole file. @param file open for reading. @return 0; -1 on a
  *  failed check, or at once when another process holds an exclusive lock (`errno`
  *  `EAGAIN` or `EACCES`). */
-G_API int g_file_lock_read(GFile *file);
+G_API int g_file_lock_read(GFile* file);
 
 /** Takes an exclusive lock on the whole file. @param file open for writing. @return 0; -1
  *  on a failed check, or at once when another process holds any lock (`errno` `EAGAIN` or
  *  `EACCES`). */
-G_API int g_file_lock_write(GFile *file);
+G_API int g_file_lock_write(GFile* file);
 
 /** Releases this process's lock on the whole file. @param file from g_file_open().
  *  @return 0; -1 on a failed check or an error. */
-G_API int g_file_unlock(GFile *file);
+G_API int g_file_unlock(GFile* file);
 
 /** @} */
 
 /** Removes a file or a link (not a directory). @param path unchecked. @return 0; -1 on an
  *  error ("%s - %s.", a warning with the system's text and the path). */
-G_API int g_file_remove(const char *path);
+G_API int g_file_remove(const char* path);
 
 /** Renames a file, replacing an existing one, as rename() does. @param old_path unchecked.
  *  @param new_path unchecked. @return 0; -1 on an error ("%s - (%s -> %s).", a warning with
  *  the system's text and both paths). */
-G_API int g_file_rename(const char *old_path, const char *new_path);
+G_API int g_file_rename(const char* old_path, const char* new_path);
 
 /**
  * Creates an empty file with permissions 0644 (less the umask) if there is none. The times
@@ -205,7 +205,7 @@ G_API int g_file_rename(const char *old_path, const char *new_path);
  *         a process with standard input closed (the file then exists all the same).
  *         Nothing is logged but the check.
  */
-G_API int g_file_touch(const char *filename);
+G_API int g_file_touch(const char* filename);
 
 /**
  * Copies the content of a file. The copy has permissions 0644 (less the umask) and its own
@@ -220,7 +220,7 @@ G_API int g_file_touch(const char *filename);
  *         or when not all could be written ("failed to write file from '%s' to '%s'.", a
  *         warning); the destination is then left as far as it came.
  */
-G_API int g_file_copy(const char *old_path, const char *new_path);
+G_API int g_file_copy(const char* old_path, const char* new_path);
 
 /** @} */
 

@@ -72,8 +72,8 @@ typedef struct GFileMap GFileMap;
  *         opened (logged by g_file_open(), then "can't open '%s' for file map.", a
  *         warning); or when g_file_remap() fails (logged there).
  */
-G_API GFileMap *g_file_map(const char *filename, int64_t offset, int64_t length, int mode,
-                           void **addr);
+G_API GFileMap* g_file_map(const char* filename, int64_t offset, int64_t length, int mode,
+                           void** addr);
 
 /**
  * Maps a region of an open file, or moves a map to another region of its own file.
@@ -100,19 +100,19 @@ G_API GFileMap *g_file_map(const char *filename, int64_t offset, int64_t length,
  *         refuses ("can't map file - %s", a warning); or when memory is exhausted
  *         ("failed to allocate %u bytes.", a warning).
  */
-G_API GFileMap *g_file_remap(GFileMap *map, GFile *file, int64_t offset, int64_t length,
-                             int mode, void **addr);
+G_API GFileMap* g_file_remap(GFileMap* map, GFile* file, int64_t offset, int64_t length,
+                             int mode, void** addr);
 
 /** Unmaps a file and frees the map. Releases the mapping (see the warning above; "can't unmap
  *  file - %s", a warning, if the system refuses), closes the file if the map owns it, and frees the
  *  map.
  *  @param map not null. */
-G_API void g_file_unmap(GFileMap *map);
+G_API void g_file_unmap(GFileMap* map);
 
 /** Tells where a file map lies. @param map not null. @param length receives the region's length
  *  in bytes, all 64 bits as asked for; may be null. @return the region's address; null on a
  *  failed check. */
-G_API void *g_file_map_get_addr(GFileMap *map, int64_t *length);
+G_API void* g_file_map_get_addr(GFileMap* map, int64_t* length);
 
 /** Tells the page size, the unit of the offsets of file maps. @return the system's page size in
  *  bytes. */
@@ -126,7 +126,7 @@ G_API int64_t g_file_map_page_size(void);
  * @return 0; -1 on an error (`errno` set, nothing logged). On a failed check what g_log()
  *         returned: the log handler's result, usually not negative.
  */
-G_API int g_file_map_sync(GFileMap *map);
+G_API int g_file_map_sync(GFileMap* map);
 
 /** @} */
 

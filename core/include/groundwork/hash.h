@@ -80,15 +80,15 @@ typedef struct GHash GHash;
 
 /** Hashes a key. Keys that are equal must have equal hashes. @param key as inserted or looked
  *  for. @return the hash. */
-typedef uint32_t (*GHashFunc)(const void *key);
+typedef uint32_t (*GHashFunc)(const void* key);
 
 /** Compares two keys. @param stored the one in the table. @param probe the one looked for.
  *  @return non-zero when they are equal. */
-typedef int (*GEqualFunc)(const void *stored, const void *probe);
+typedef int (*GEqualFunc)(const void* stored, const void* probe);
 
 /** Releases a key and its value, which are still in the table while it runs.
  *  @param key as stored. @param value as stored. */
-typedef void (*GHashDestroyFunc)(void *key, void *value);
+typedef void (*GHashDestroyFunc)(void* key, void* value);
 
 /**
  * Makes an empty hash table.
@@ -102,7 +102,7 @@ typedef void (*GHashDestroyFunc)(void *key, void *value);
  * @return a table to be released with g_hash_free(); null when memory is exhausted (nothing
  *         is logged).
  */
-G_API GHash *g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equal_func,
+G_API GHash* g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equal_func,
                         GHashDestroyFunc destroy_func);
 
 /**
@@ -110,7 +110,7 @@ G_API GHash *g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equal_fun
  *
  * @param hash  not null (logged as critical).
  */
-G_API void g_hash_free(GHash *hash);
+G_API void g_hash_free(GHash* hash);
 
 /**
  * Stores a key and its value in a hash table. A key that is already there has both its stored key
@@ -123,7 +123,7 @@ G_API void g_hash_free(GHash *hash);
  * @return 0; -1 on a failed check, when memory is exhausted, or when a table that is being freed
  *         takes no more keys (nothing is logged; the table is unchanged).
  */
-G_API int g_hash_insert(GHash *hash, void *key, void *value);
+G_API int g_hash_insert(GHash* hash, void* key, void* value);
 
 /**
  * Looks up a key in a hash table.
@@ -132,7 +132,7 @@ G_API int g_hash_insert(GHash *hash, void *key, void *value);
  * @param key   the key to look for.
  * @return its value; null when it is absent or on a failed check.
  */
-G_API void *g_hash_find(GHash *hash, const void *key);
+G_API void* g_hash_find(GHash* hash, const void* key);
 
 /**
  * Removes a key from a hash table: the entry that g_hash_find() would find, calling the destroy
@@ -143,27 +143,27 @@ G_API void *g_hash_find(GHash *hash, const void *key);
  *              function frees.
  * @return 0; -1 when the key is absent or on a failed check.
  */
-G_API int g_hash_remove(GHash *hash, const void *key);
+G_API int g_hash_remove(GHash* hash, const void* key);
 
 /** Counts the entries of a hash table. @param hash not null (logged as critical).
  *  @return the number of entries, second copies included; 0 on a failed check. */
-G_API unsigned g_hash_count(GHash *hash);
+G_API unsigned g_hash_count(GHash* hash);
 
 /** Hashes a key that is a plain pointer or an integer cast to one. @param key any value.
  *  @return the pointer's value (its low 32 bits). */
-G_API uint32_t g_hash_direct(const void *key);
+G_API uint32_t g_hash_direct(const void* key);
 
 /** Compares keys as pointers. @param a any value. @param b any value.
  *  @return 1 when both are the same, else 0. */
-G_API int g_hash_direct_equal(const void *a, const void *b);
+G_API int g_hash_direct_equal(const void* a, const void* b);
 
 /** Hashes an integer by reference. @param key points to an int32_t, not null.
  *  @return the integer. */
-G_API uint32_t g_hash_int(const void *key);
+G_API uint32_t g_hash_int(const void* key);
 
 /** Compares integers by reference. @param a points to an int32_t, not null.
  *  @param b points to an int32_t, not null. @return 1 when both are equal, else 0. */
-G_API int g_hash_int_equal(const void *a, const void *b);
+G_API int g_hash_int_equal(const void* a, const void* b);
 
 /**
  * Hashes a string: h = h * 31 + c for each byte, modulo 2^32, where c is a signed byte:
@@ -172,11 +172,11 @@ G_API int g_hash_int_equal(const void *a, const void *b);
  * @param key  NUL-terminated, not null.
  * @return the hash; 0 for the empty string.
  */
-G_API uint32_t g_hash_str(const void *key);
+G_API uint32_t g_hash_str(const void* key);
 
 /** Compares strings. @param a NUL-terminated, not null. @param b NUL-terminated, not null.
  *  @return 1 when strcmp() finds them equal, else 0. */
-G_API int g_hash_str_equal(const void *a, const void *b);
+G_API int g_hash_str_equal(const void* a, const void* b);
 
 /** @} */
 

@@ -62,7 +62,7 @@ enum {
  * @param arg   as given to g_debug_set_handler().
  * @return passed back by g_log() and g_logv().
  */
-typedef int (*GLogHandler)(const char *text, void *arg);
+typedef int (*GLogHandler)(const char* text, void* arg);
 
 /**
  * Chooses the threshold of the log from marker files: the first of "/tmp/vk_debug" (0),
@@ -88,13 +88,13 @@ G_API int g_debug_get_level(void);
 /**
  * Redirects all output of g_log(), g_logv() and g_print().
  *
- * @warning A handler that logs, directly or by a call that fails, is called for its own line, without
- * end.
+ * @warning A handler that logs, directly or by a call that fails, is called for its own line,
+ * without end.
  *
  * @param handler  receives each text; null sends output to standard error again.
  * @param arg      passed unchanged to the handler; not owned.
  */
-G_API void g_debug_set_handler(GLogHandler handler, void *arg);
+G_API void g_debug_set_handler(GLogHandler handler, void* arg);
 
 /**
  * Logs one line. Allocates nothing. Below the threshold it costs one comparison and
@@ -108,7 +108,7 @@ G_API void g_debug_set_handler(GLogHandler handler, void *arg);
  * @return 1 when the level is below the threshold; else what the handler returned, or
  *         what fputs() returned for standard error.
  */
-G_API int g_log(int level, const char *file, int line, const char *fmt, ...) G_PRINTF(4, 5);
+G_API int g_log(int level, const char* file, int line, const char* fmt, ...) G_PRINTF(4, 5);
 
 /**
  * Logs one line, as g_log(), with an argument list.
@@ -120,7 +120,7 @@ G_API int g_log(int level, const char *file, int line, const char *fmt, ...) G_P
  * @param ap     consumed; undefined afterwards.
  * @return as g_log().
  */
-G_API int g_logv(int level, const char *file, int line, const char *fmt, va_list ap)
+G_API int g_logv(int level, const char* file, int line, const char* fmt, va_list ap)
     G_PRINTF(4, 0);
 
 /**
@@ -128,7 +128,7 @@ G_API int g_logv(int level, const char *file, int line, const char *fmt, va_list
  *
  * @param fmt  printf format, not null. At most 1019 bytes are emitted.
  */
-G_API void g_print(const char *fmt, ...) G_PRINTF(1, 2);
+G_API void g_print(const char* fmt, ...) G_PRINTF(1, 2);
 
 /** Does nothing; kept as part of the interface. */
 G_API void test_out(void);

@@ -40,11 +40,11 @@ extern "C" {
  * @return the block; null on a failed check (logged as critical) or when memory is
  *         exhausted ("failed to allocate %u bytes.", logged as a warning).
  */
-G_API void *g_malloc(unsigned n_bytes);
+G_API void* g_malloc(unsigned n_bytes);
 
 /** Allocates a block filled with zeros, as g_malloc(). @param n_bytes size. @return the block,
  *  or null. */
-G_API void *g_malloc0(unsigned n_bytes);
+G_API void* g_malloc0(unsigned n_bytes);
 
 /**
  * Resizes a block, moving it if need be.
@@ -55,11 +55,11 @@ G_API void *g_malloc0(unsigned n_bytes);
  *         exhausted ("failed to reallocate %u bytes.", a warning); `mem` is then untouched
  *         and still owned by the caller.
  */
-G_API void *g_realloc(void *mem, unsigned n_bytes);
+G_API void* g_realloc(void* mem, unsigned n_bytes);
 
 /** Frees a block and clears its pointer: `*ptr`, unless it is null. @param ptr not null; unchecked.
  *  */
-G_API void g_freep(void **ptr);
+G_API void g_freep(void** ptr);
 
 /**
  * Copies a block.
@@ -68,7 +68,7 @@ G_API void g_freep(void **ptr);
  * @param n_bytes  bytes to copy; 0 is reported as by g_malloc().
  * @return a new block, or null as g_malloc() gives it.
  */
-G_API void *g_memdup(const void *mem, unsigned n_bytes);
+G_API void* g_memdup(const void* mem, unsigned n_bytes);
 
 /**
  * Logs the allocator's statistics, eight lines at level 0.

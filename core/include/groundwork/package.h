@@ -38,7 +38,7 @@ G_API extern char g_package_name[21];
  * @return g_package_name; null, with nothing changed, when `name` is null (logged as
  *         critical).
  */
-G_API const char *g_package_set_name(const char *name);
+G_API const char* g_package_set_name(const char* name);
 
 /** @} */
 

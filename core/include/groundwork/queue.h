@@ -58,11 +58,11 @@ extern "C" {
 typedef struct GQueue GQueue;
 
 /** Takes or gives up a hold on an element. @param data the element. */
-typedef void (*GQueueHoldFunc)(void *data);
+typedef void (*GQueueHoldFunc)(void* data);
 
 /** Visits an element. @param data the element. @param user_data the caller's.
  *  @return 0 to go on, anything else to stop. */
-typedef int (*GQueueFunc)(void *data, void *user_data);
+typedef int (*GQueueFunc)(void* data, void* user_data);
 
 /**
  * Makes an empty queue.
@@ -72,15 +72,15 @@ typedef int (*GQueueFunc)(void *data, void *user_data);
  * @return a queue to be released with g_queue_free(); null, with nothing logged, when memory
  *         is exhausted.
  */
-G_API GQueue *g_queue_new(GQueueHoldFunc add_func, GQueueHoldFunc release_func);
+G_API GQueue* g_queue_new(GQueueHoldFunc add_func, GQueueHoldFunc release_func);
 
 /** Clears a queue as g_queue_clear() does and frees it. No other thread may use it any
  *  more. @param queue not null (logged as critical). */
-G_API void g_queue_free(GQueue *queue);
+G_API void g_queue_free(GQueue* queue);
 
 /** Tells whether a queue is empty. @param queue not null (logged as critical).
  *  @return 1 when the queue is empty, 0 when not; -1 on a failed check. */
-G_API int g_queue_empty(GQueue *queue);
+G_API int g_queue_empty(GQueue* queue);
 
 /**
  * Adds an element at the tail of a queue, calling add_func first.
@@ -91,7 +91,7 @@ G_API int g_queue_empty(GQueue *queue);
  * @param queue  not null (logged as critical).
  * @param data   the element; null is accepted but looks like "nothing" when it comes out.
  */
-G_API void g_queue_enqueue(GQueue *queue, void *data);
+G_API void g_queue_enqueue(GQueue* queue, void* data);
 
 /**
  * Takes the head element of a queue, or only that one element if it is the head.
@@ -104,19 +104,19 @@ G_API void g_queue_enqueue(GQueue *queue, void *data);
  * @return the element; null, with the queue unchanged, when the queue is empty, its head is
  *         not `expected`, or a check failed.
  */
-G_API void *g_queue_dequeue(GQueue *queue, const void *expected);
+G_API void* g_queue_dequeue(GQueue* queue, const void* expected);
 
 /** Looks at the head of a queue. @param queue not null (logged as critical).
  *  @return the head element, which stays; null when the queue is empty. */
-G_API void *g_queue_first(GQueue *queue);
+G_API void* g_queue_first(GQueue* queue);
 
 /** Looks at the tail of a queue. @param queue not null (logged as critical).
  *  @return the tail element, which stays; null when the queue is empty. */
-G_API void *g_queue_last(GQueue *queue);
+G_API void* g_queue_last(GQueue* queue);
 
 /** Removes all elements of a queue, calling release_func on each from head to tail with the
  *  queue locked. @param queue not null (logged as critical). */
-G_API void g_queue_clear(GQueue *queue);
+G_API void g_queue_clear(GQueue* queue);
 
 /**
  * Adds an element to a queue directly after the first one that is `sibling`; at the tail when there
@@ -131,7 +131,7 @@ G_API void g_queue_clear(GQueue *queue);
  * @param sibling  the element to follow, or null.
  * @param data     the new element; not null (logged as critical).
  */
-G_API void g_queue_insert(GQueue *queue, const void *sibling, void *data);
+G_API void g_queue_insert(GQueue* queue, const void* sibling, void* data);
 
 /**
  * Removes an element from a queue WITHOUT LOCKING, the first occurrence, then calls release_func
@@ -142,28 +142,28 @@ G_API void g_queue_insert(GQueue *queue, const void *sibling, void *data);
  * @param queue  not null (logged as critical).
  * @param data   the element; nothing happens when it is not there.
  */
-G_API void g_queue_delete(GQueue *queue, const void *data);
+G_API void g_queue_delete(GQueue* queue, const void* data);
 
 /** Removes an element from a queue, the first occurrence, calling release_func with the queue
  *  locked.
  *  @param queue not null (logged as critical).
  *  @param data the element; nothing happens when it is not there. */
-G_API void g_queue_remove(GQueue *queue, const void *data);
+G_API void g_queue_remove(GQueue* queue, const void* data);
 
 /** Visits the elements of a queue: calls `func(element, user_data)` from head to tail with the
  *  queue locked, until one call returns non-zero.
  *  @param queue not null (logged as critical). @param func not null (logged as critical).
  *  @param user_data passed on. */
-G_API void g_queue_foreach(GQueue *queue, GQueueFunc func, void *user_data);
+G_API void g_queue_foreach(GQueue* queue, GQueueFunc func, void* user_data);
 
 /** Visits the elements of a queue from tail to head, otherwise as g_queue_foreach().
  *  @param queue not null (logged as critical). @param func not null (logged as critical).
  *  @param user_data passed on. */
-G_API void g_queue_foreach_reverse(GQueue *queue, GQueueFunc func, void *user_data);
+G_API void g_queue_foreach_reverse(GQueue* queue, GQueueFunc func, void* user_data);
 
 /** Counts the elements of a queue. @param queue not null; UNCHECKED. @return the number, read
  *  without the lock and so perhaps out of date. */
-G_API uint32_t g_queue_count(GQueue *queue);
+G_API uint32_t g_queue_count(GQueue* queue);
 
 /** @} */
 

@@ -50,7 +50,7 @@ extern "C" {
  * @param str  null fails the check "str != NULL".
  * @return a new string; null on the failed check, or, unreported, when memory is exhausted.
  */
-G_API char *g_strdup(const char *str);
+G_API char* g_strdup(const char* str);
 
 /**
  * Removes leading whitespace in place; the rest moves to the front.
@@ -58,7 +58,7 @@ G_API char *g_strdup(const char *str);
  * @param str  null fails the check "str != NULL".
  * @return `str`; null on the failed check.
  */
-G_API char *g_strchug(char *str);
+G_API char* g_strchug(char* str);
 
 /**
  * Removes trailing whitespace in place: every byte of it is overwritten with NUL.
@@ -66,7 +66,7 @@ G_API char *g_strchug(char *str);
  * @param str  null fails the check "str != NULL".
  * @return `str`; null on the failed check.
  */
-G_API char *g_strchomp(char *str);
+G_API char* g_strchomp(char* str);
 
 /**
  * Splits a string at each occurrence of a delimiter, from the left. Pieces may be empty:
@@ -80,7 +80,7 @@ G_API char *g_strchomp(char *str);
  * @return a new vector, ended by a null pointer, for g_strfreev(). Null on a failed check,
  *         or, unreported, when memory is exhausted.
  */
-G_API char **g_strsplit(const char *str, const char *delim, int max_tokens);
+G_API char** g_strsplit(const char* str, const char* delim, int max_tokens);
 
 /**
  * Frees a vector and all its strings.
@@ -88,7 +88,7 @@ G_API char **g_strsplit(const char *str, const char *delim, int max_tokens);
  * @param str_array  heap array of heap strings, ended by a null pointer; null fails the
  *                   check "str_array != NULL".
  */
-G_API void g_strfreev(char **str_array);
+G_API void g_strfreev(char** str_array);
 
 /**
  * Tells whether a string ends with another.
@@ -97,7 +97,7 @@ G_API void g_strfreev(char **str_array);
  * @param suffix  null fails the check "suffix != NULL"; the empty string always matches.
  * @return 1 when `str` ends with `suffix`, exactly; else 0, also on a failed check.
  */
-G_API int g_str_has_suffix(const char *str, const char *suffix);
+G_API int g_str_has_suffix(const char* str, const char* suffix);
 
 /**
  * Tells whether a string begins with another.
@@ -106,7 +106,7 @@ G_API int g_str_has_suffix(const char *str, const char *suffix);
  * @param prefix  null fails the check "prefix != NULL"; the empty string always matches.
  * @return 1 when `str` begins with `prefix`, exactly; else 0, also on a failed check.
  */
-G_API int g_str_has_prefix(const char *str, const char *prefix);
+G_API int g_str_has_prefix(const char* str, const char* prefix);
 
 /**
  * Removes every space character in place. Other whitespace stays.
@@ -114,7 +114,7 @@ G_API int g_str_has_prefix(const char *str, const char *prefix);
  * @param str  not null; unchecked.
  * @return how many spaces were removed.
  */
-G_API int g_strpack(char *str);
+G_API int g_strpack(char* str);
 
 /**
  * Copies at most `len` bytes as strncpy() does, filling up with NULs when `src` is shorter,
@@ -127,7 +127,7 @@ G_API int g_strpack(char *str);
  * @param len  bytes to copy or fill, not counting the final NUL.
  * @return `dst`.
  */
-G_API char *g_strncpy(char *dst, const char *src, unsigned len);
+G_API char* g_strncpy(char* dst, const char* src, unsigned len);
 
 /**
  * Formats into a new string.
@@ -150,11 +150,11 @@ G_API char *g_strncpy(char *dst, const char *src, unsigned len);
  * @return a new string; null, unreported, when memory is exhausted. When the system
  *         formatter fails, the text that it made before it failed.
  */
-G_API char *g_strdup_printf(const char *fmt, ...) G_PRINTF(1, 2);
+G_API char* g_strdup_printf(const char* fmt, ...) G_PRINTF(1, 2);
 
 /** Formats into a new string, as g_strdup_printf(), with an argument list.
  *  @param fmt as there. @param args consumed; undefined afterwards. @return as there. */
-G_API char *g_strdup_vprintf(const char *fmt, va_list args) G_PRINTF(1, 0);
+G_API char* g_strdup_vprintf(const char* fmt, va_list args) G_PRINTF(1, 0);
 
 /** @} */
 

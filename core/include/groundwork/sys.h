@@ -60,7 +60,8 @@ G_API int g_sys_unlock_memory(void);
  *         asked (logged as a warning), and, without a message, when it has no blocks
  *         or none is available.
  */
-G_API int g_sys_get_filesystem_usage(const char *path, uint32_t *total_kb, uint32_t *avail_kb);
+G_API int g_sys_get_filesystem_usage(const char* path, uint32_t* total_kb,
+                                     uint32_t* avail_kb);
 
 /**
  * Tells the average load of a processor since the system started, from "/proc/stat". Not the load

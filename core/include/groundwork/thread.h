@@ -72,7 +72,7 @@ typedef struct GMutex GMutex;
 typedef struct GThreadEvent GThreadEvent;
 
 /** What a thread runs. @param arg as given to g_thread_create(). @return ignored. */
-typedef void *(*GThreadFunc)(void *arg);
+typedef void* (*GThreadFunc)(void* arg);
 
 /** @name Threads */
 /** @{ */
@@ -89,7 +89,7 @@ typedef void *(*GThreadFunc)(void *arg);
  * @return a handle that the caller gives to g_thread_wait() or g_thread_free(). Null when
  *         `func` is null (logged) or memory is exhausted.
  */
-G_API GThread *g_thread_create(GThreadFunc func, void *arg, const char *name);
+G_API GThread* g_thread_create(GThreadFunc func, void* arg, const char* name);
 
 /**
  * Waits for the end of a thread and frees the handle. A cancellation point.
@@ -97,7 +97,7 @@ G_API GThread *g_thread_create(GThreadFunc func, void *arg, const char *name);
  * @param thread  not null; invalid afterwards.
  * @return 0, also when there was nothing to wait for; -1 when `thread` is null (logged).
  */
-G_API int g_thread_wait(GThread *thread);
+G_API int g_thread_wait(GThread* thread);
 
 /**
  * Asks a thread to stop at its next cancellation point. The handle stays valid and must
@@ -106,7 +106,7 @@ G_API int g_thread_wait(GThread *thread);
  * @param thread  not null.
  * @return 0, whether or not the thread still ran; -1 when `thread` is null (logged).
  */
-G_API int g_thread_cancel(GThread *thread);
+G_API int g_thread_cancel(GThread* thread);
 
 /**
  * Frees the handle of a thread and leaves the thread alone: it is neither joined nor detached, so
@@ -114,14 +114,14 @@ G_API int g_thread_cancel(GThread *thread);
  *
  * @param thread  may be null.
  */
-G_API void g_thread_free(GThread *thread);
+G_API void g_thread_free(GThread* thread);
 
 /**
  * Makes a handle of the calling thread.
  *
  * @return the handle, for g_thread_free(); null when memory is exhausted.
  */
-G_API GThread *g_thread_self(void);
+G_API GThread* g_thread_self(void);
 
 /**
  * Compares the threads of two handles.
@@ -130,7 +130,7 @@ G_API GThread *g_thread_self(void);
  * @param thread2  not null.
  * @return 1 when both are of the same thread, else 0; 0 when one is null (logged).
  */
-G_API int g_thread_check_same(GThread *thread1, GThread *thread2);
+G_API int g_thread_check_same(GThread* thread1, GThread* thread2);
 
 /**
  * Sets scheduling class and priority of a thread.
@@ -147,7 +147,7 @@ G_API int g_thread_check_same(GThread *thread1, GThread *thread2);
  *         ("unknown priority %d", a warning) or the system refuses ("can't set priority to
  *         %d. - %s.", a warning).
  */
-G_API int g_thread_set_priority(GThread *thread, int priority);
+G_API int g_thread_set_priority(GThread* thread, int priority);
 
 /** @} */
 
@@ -160,7 +160,7 @@ G_API int g_thread_set_priority(GThread *thread, int priority);
  * @return the mutex, for g_thread_mutex_free(); null, with nothing logged, when memory is
  *         exhausted.
  */
-G_API GMutex *g_thread_mutex_new(void);
+G_API GMutex* g_thread_mutex_new(void);
 
 /**
  * Unlocks a mutex, whoever holds it, and frees it. Waits for nobody: no thread may be using
@@ -168,7 +168,7 @@ G_API GMutex *g_thread_mutex_new(void);
  *
  * @param mutex  not null (else logged).
  */
-G_API void g_thread_mutex_free(GMutex *mutex);
+G_API void g_thread_mutex_free(GMutex* mutex);
 
 /**
  * Locks a mutex. The owner must not lock again: it would wait for itself.
@@ -176,7 +176,7 @@ G_API void g_thread_mutex_free(GMutex *mutex);
  * @param mutex  not null.
  * @return 0; -1 when `mutex` is null (logged as critical).
  */
-G_API int g_thread_mutex_lock(GMutex *mutex);
+G_API int g_thread_mutex_lock(GMutex* mutex);
 
 /**
  * Locks a mutex if that is possible at once.
@@ -187,7 +187,7 @@ G_API int g_thread_mutex_lock(GMutex *mutex);
  * @param mutex  not null.
  * @return 0; -1 when `mutex` is null (logged as critical).
  */
-G_API int g_thread_mutex_trylock(GMutex *mutex);
+G_API int g_thread_mutex_trylock(GMutex* mutex);
 
 /**
  * Unlocks a mutex.
@@ -195,7 +195,7 @@ G_API int g_thread_mutex_trylock(GMutex *mutex);
  * @param mutex  not null; held by the caller.
  * @return 0; -1 when `mutex` is null (logged as critical).
  */
-G_API int g_thread_mutex_unlock(GMutex *mutex);
+G_API int g_thread_mutex_unlock(GMutex* mutex);
 
 /** @} */
 
@@ -208,7 +208,7 @@ G_API int g_thread_mutex_unlock(GMutex *mutex);
  * @return the event, for g_thread_event_free(); null, with nothing logged, when memory is
  *         exhausted.
  */
-G_API GThreadEvent *g_thread_event_new(void);
+G_API GThreadEvent* g_thread_event_new(void);
 
 /**
  * Frees an event and wakes one waiter. Returns without waiting for it; other calls must
@@ -216,7 +216,7 @@ G_API GThreadEvent *g_thread_event_new(void);
  *
  * @param event  not null (else logged).
  */
-G_API void g_thread_event_free(GThreadEvent *event);
+G_API void g_thread_event_free(GThreadEvent* event);
 
 /**
  * Waits for an event without limit: for a signal or broadcast made after the call began. As with
@@ -225,7 +225,7 @@ G_API void g_thread_event_free(GThreadEvent *event);
  * @param event  not null.
  * @return 0 when woken; -1 when `event` is null (logged).
  */
-G_API int g_thread_event_wait(GThreadEvent *event);
+G_API int g_thread_event_wait(GThreadEvent* event);
 
 /**
  * Waits for an event for `timeout` milliseconds by the wall clock, then waits AGAIN,
@@ -243,7 +243,7 @@ G_API int g_thread_event_wait(GThreadEvent *event);
  * @param timeout  length of the first wait in milliseconds.
  * @return 0 when woken from the second wait; -1 when `event` is null (logged).
  */
-G_API int g_thread_event_wait_timeout(GThreadEvent *event, int timeout);
+G_API int g_thread_event_wait_timeout(GThreadEvent* event, int timeout);
 
 /**
  * Wakes one thread that waits for an event, if there is any.
@@ -251,7 +251,7 @@ G_API int g_thread_event_wait_timeout(GThreadEvent *event, int timeout);
  * @param event  not null.
  * @return 0; -1 when `event` is null (logged).
  */
-G_API int g_thread_event_signal(GThreadEvent *event);
+G_API int g_thread_event_signal(GThreadEvent* event);
 
 /**
  * Wakes all threads that wait for an event.
@@ -259,7 +259,7 @@ G_API int g_thread_event_signal(GThreadEvent *event);
  * @param event  not null.
  * @return 0; -1 when `event` is null (logged).
  */
-G_API int g_thread_event_broadcast(GThreadEvent *event);
+G_API int g_thread_event_broadcast(GThreadEvent* event);
 
 /** @} */
 

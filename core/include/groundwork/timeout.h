@@ -55,7 +55,7 @@ typedef struct GTimeout GTimeout;
  * @param data  as given to g_timeout_new().
  * @return other than 0 to be called again; 0 to end, which frees the timeout.
  */
-typedef int (*GTimeoutFunc)(void *data);
+typedef int (*GTimeoutFunc)(void* data);
 
 /**
  * Starts a timeout. Its first call comes at once.
@@ -71,7 +71,8 @@ typedef int (*GTimeoutFunc)(void *data);
  *         critical) or memory is exhausted ("can't allocate space for a new timeout.", a
  *         warning).
  */
-G_API GTimeout *g_timeout_new(const char *name, int interval, GTimeoutFunc func, void *data);
+G_API GTimeout* g_timeout_new(const char* name, int interval, GTimeoutFunc func,
+                              void* data);
 
 /**
  * Ends a timeout: cancels its thread (POSIX, deferred), waits for it and frees all. The
@@ -84,7 +85,7 @@ G_API GTimeout *g_timeout_new(const char *name, int interval, GTimeoutFunc func,
  *
  * @param timeout  not null (else logged).
  */
-G_API void g_timeout_free(GTimeout *timeout);
+G_API void g_timeout_free(GTimeout* timeout);
 
 /**
  * Sets the scheduling of the timeout's thread, as g_thread_set_priority().
@@ -96,7 +97,7 @@ G_API void g_timeout_free(GTimeout *timeout);
  * @param priority  0 lowest to 6 highest.
  * @return as g_thread_set_priority(), or that of g_log() when `timeout` is null.
  */
-G_API int g_timeout_set_priority(GTimeout *timeout, int priority);
+G_API int g_timeout_set_priority(GTimeout* timeout, int priority);
 
 /** @} */
 

@@ -10,9 +10,10 @@
  * it, and a timer may fire up to 10 ms early. A slow callback delays all others; periods
  * missed meanwhile are dropped.
  *
- * @warning A callback that adds or removes timers ends that scan of the list: the timers after its own
- * wait for the next one. Where a callback does so in each scan, they are never called. When the
- * system has no thread left, g_timer_init() and g_timer_enable() still return 0, and no timer fires.
+ * @warning A callback that adds or removes timers ends that scan of the list: the timers after its
+ * own wait for the next one. Where a callback does so in each scan, they are never called. When
+ * the system has no thread left, g_timer_init() and g_timer_enable() still return 0, and no timer
+ * fires.
  *
  * Signal handlers may run on the service's thread, which has the signal mask of the thread that
  * started it. A callback must return: not by an exception or longjmp().
@@ -77,7 +78,7 @@ typedef struct GTimerEntry GTimerEntry;
  * @return the next interval in milliseconds, rounded up to a multiple of 10; 0 removes the
  *         timer, unless its interval is 0 already.
  */
-typedef uint32_t (*GTimerCallback)(uint32_t interval, void *param);
+typedef uint32_t (*GTimerCallback)(uint32_t interval, void* param);
 
 /** The process id as the service's thread sees it while it runs, else 0. */
 G_API extern int g_timer_pid;
@@ -120,12 +121,12 @@ G_API int g_timer_enable(int on);
  * @return the timer's id; null before g_timer_init() (printed) or when memory is exhausted.
  *         The id is invalid once the callback has returned 0.
  */
-G_API GTimerEntry *g_add_timer(int interval, GTimerCallback callback, void *param);
+G_API GTimerEntry* g_add_timer(int interval, GTimerCallback callback, void* param);
 
 /** Registers a timer: the same as g_add_timer().
  *  @param interval as there. @param callback as there. @param param as there.
  *  @return as there. */
-G_API GTimerEntry *g_add_timer_ex(int interval, GTimerCallback callback, void *param);
+G_API GTimerEntry* g_add_timer_ex(int interval, GTimerCallback callback, void* param);
 
 /**
  * Removes a timer. On another thread than the service's, its callback may just be running.
@@ -133,7 +134,7 @@ G_API GTimerEntry *g_add_timer_ex(int interval, GTimerCallback callback, void *p
  * @param id  any value; it is only compared.
  * @return 1; 0 when there is no such timer (printed).
  */
-G_API int g_remove_timer(GTimerEntry *id);
+G_API int g_remove_timer(GTimerEntry* id);
 
 /**
  * Replaces ALL timers, also those made by g_add_timer(), by one.

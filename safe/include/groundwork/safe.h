@@ -87,7 +87,7 @@ extern "C" {
  *
  * Threads: no shared state; any number at once. Cancellation waits until it returns.
  */
-G_API int g_file_duplicate(const char *from, const char *to);
+G_API int g_file_duplicate(const char* from, const char* to);
 
 /**
  * Replaces what a file holds, or makes the file, so that a power cut leaves the old content or
@@ -114,7 +114,7 @@ G_API int g_file_duplicate(const char *from, const char *to);
  *
  * Threads: no shared state; any number at once. Cancellation waits until it returns.
  */
-G_API int g_file_replace(const char *path, const void *buf, int64_t len);
+G_API int g_file_replace(const char* path, const void* buf, int64_t len);
 /** @} */
 
 /**
@@ -146,7 +146,7 @@ G_API int g_file_replace(const char *path, const void *buf, int64_t len);
  *
  * Threads: no shared state; any number at once, for the same directory, too.
  */
-G_API int g_dir_make(const char *path, unsigned mode);
+G_API int g_dir_make(const char* path, unsigned mode);
 
 /**
  * Removes a tree or a file, and nothing outside it.
@@ -177,7 +177,7 @@ G_API int g_dir_make(const char *path, unsigned mode);
  *
  * Threads: no shared state; any number at once. Cancellation waits until it returns.
  */
-G_API int g_dir_remove(const char *path);
+G_API int g_dir_remove(const char* path);
 /** @} */
 
 /** @name Configuration
@@ -226,7 +226,7 @@ G_API int g_dir_remove(const char *path);
  * wait for each other. Cancellation waits until the callbacks have returned; one that ends its
  * thread ends the later ones, too.
  */
-G_API int g_conf_reload(GConf *conf);
+G_API int g_conf_reload(GConf* conf);
 
 /**
  * Saves the changes of a configuration, so that a power cut leaves the old file or the new
@@ -286,7 +286,7 @@ G_API int g_conf_reload(GConf *conf);
  * dirty. Saves and reloads of one conf wait for each other. Cancellation waits until it
  * returns. No callback runs.
  */
-G_API int g_conf_save(GConf *conf, int force);
+G_API int g_conf_save(GConf* conf, int force);
 /** @} */
 
 /** @name Threads and time */
@@ -312,7 +312,7 @@ G_API int g_conf_save(GConf *conf, int force);
  *
  * Threads: any thread, until the event is freed.
  */
-G_API uint32_t g_thread_event_ticket(GThreadEvent *event);
+G_API uint32_t g_thread_event_ticket(GThreadEvent* event);
 
 /**
  * Waits until an event is signalled for the first time since a ticket was taken, at most for
@@ -335,7 +335,7 @@ G_API uint32_t g_thread_event_ticket(GThreadEvent *event);
  * Threads: any number at a time; also while another one frees the event, as long as the wait
  * began before.
  */
-G_API int g_thread_event_wait_for(GThreadEvent *event, uint32_t ticket, int timeout);
+G_API int g_thread_event_wait_for(GThreadEvent* event, uint32_t ticket, int timeout);
 
 /**
  * Locks a mutex if that is possible without waiting, and tells whether it was:
@@ -348,7 +348,7 @@ G_API int g_thread_event_wait_for(GThreadEvent *event, uint32_t ticket, int time
  *
  * Threads: any thread at any time.
  */
-G_API int g_thread_mutex_try(GMutex *mutex);
+G_API int g_thread_mutex_try(GMutex* mutex);
 
 /**
  * Reads the monotonic clock, CLOCK_MONOTONIC of POSIX.
@@ -413,8 +413,8 @@ G_API int g_timer_save_power(int on);
  * Threads: nothing is locked, as with every function of a hash table. A thread may end inside
  * the function, or leave it with longjmp().
  */
-G_API int g_hash_foreach(GHash *hash, int (*func)(void *key, void *value, void *data),
-                         void *data);
+G_API int g_hash_foreach(GHash* hash, int (*func)(void* key, void* value, void* data),
+                         void* data);
 /** @} */
 
 /** @name HTTP */

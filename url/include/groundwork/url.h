@@ -85,15 +85,15 @@ struct URL_record;
 
 /** A stream: a pointer to its record, of which every module's begins with the fields of
  *  URL_record. */
-typedef struct URL_record *URL;
+typedef struct URL_record* URL;
 
 /** Reads bytes. @param url the stream. @param buf room for them. @param n how many at most.
  *  @return the number read, 0 at the end, -1 on error. */
-typedef int32_t (*URL_read_operation)(URL url, void *buf, int32_t n);
+typedef int32_t (*URL_read_operation)(URL url, void* buf, int32_t n);
 /** Reads one line, its end included, as NUL-terminated text.
  *  @param url the stream. @param buf room for it. @param n size of `buf`.
  *  @return `buf`; null at the end. */
-typedef char *(*URL_gets_operation)(URL url, char *buf, int32_t n);
+typedef char* (*URL_gets_operation)(URL url, char* buf, int32_t n);
 /** Reads one byte. @param url the stream. @return 0 to 255, or -1. */
 typedef int32_t (*URL_fgetc_operation)(URL url);
 /** Moves as lseek() does. @param url the stream. @param offset bytes. @param whence SEEK_SET,
@@ -123,13 +123,13 @@ struct URL_record {
 /** One scheme module. Its record stays registered to the end of the process. */
 typedef struct URL_module {
   int32_t type;                           /**< type of its streams; 0 disables the module */
-  int32_t (*name_check)(const char *url); /**< non-zero when the module takes the URL; a
+  int32_t (*name_check)(const char* url); /**< non-zero when the module takes the URL; a
                                                module without it takes none */
   int32_t (*init)(void);                  /**< one-time initialisation, negative on failure,
                                                or null. Once it succeeded the core stores a
                                                marker function, which returns 1, here. */
-  URL (*open)(const char *url);           /**< opens a stream; null on failure */
-  struct URL_module *next;                /**< link, written by url_add_module() */
+  URL (*open)(const char* url);           /**< opens a stream; null on failure */
+  struct URL_module* next;                /**< link, written by url_add_module() */
 } URL_module;
 
 /**
@@ -142,7 +142,7 @@ typedef struct URL_module {
  */
 typedef struct URL_file {
   struct URL_record common; /**< type URL_FILE */
-  const uint8_t *data;      /**< the view in memory; null to read the descriptor */
+  const uint8_t* data;      /**< the view in memory; null to read the descriptor */
   uint32_t size;            /**< bytes in the view */
   int64_t position;         /**< read position in the view */
   int32_t fd;               /**< the descriptor; 0 for standard input, -1 for none */
@@ -153,7 +153,7 @@ typedef struct URL_http {
   struct URL_record common; /**< type URL_HTTP; no `seek`, no `tell` */
   uint32_t peer_address;    /**< IPv4 address of the server in network byte order; 0 for an
                                  IPv6 server */
-  FILE *stream;             /**< buffered stream over the socket; owns its descriptor */
+  FILE* stream;             /**< buffered stream over the socket; owns its descriptor */
 } URL_http;
 
 /** @name Settings and state */
@@ -167,13 +167,13 @@ G_API extern int32_t url_errno;
 G_API extern int32_t url_newline_code;
 
 /** Version of the layer: "1.9.5". */
-G_API extern const char *url_lib_version;
+G_API extern const char* url_lib_version;
 
 /** A setting that programs share; 0 at start. The layer does not read it. */
 G_API extern int32_t uudecode_unquote_html;
 
 /** A setting that programs share; null at start. The layer does not read it. */
-G_API extern char *user_mailaddr;
+G_API extern char* user_mailaddr;
 
 /** @} */
 
@@ -186,7 +186,7 @@ G_API extern char *user_mailaddr;
  * @param m  not owned; must live as long as the process. Registering a module twice makes
  *           the list a ring in which look-ups may never end.
  */
-G_API void url_add_module(URL_module *m);
+G_API void url_add_module(URL_module* m);
 
 /**
  * Registers modules for streams in the order given, so that the last is asked first.
@@ -195,7 +195,7 @@ G_API void url_add_module(URL_module *m);
  * @param ...    further `URL_module *`, up to a null pointer (write `(URL_module *)NULL`
  *               where NULL may be an int).
  */
-G_API void url_add_modules(URL_module *first, ...);
+G_API void url_add_modules(URL_module* first, ...);
 
 /**
  * Tells which module would open a URL. Leaves `url_errno` and `errno` alone.
@@ -203,7 +203,7 @@ G_API void url_add_modules(URL_module *first, ...);
  * @param url  the text that the modules' name checks are given.
  * @return the module's type; -1 when none takes the URL.
  */
-G_API int32_t url_check_type(const char *url);
+G_API int32_t url_check_type(const char* url);
 
 /** @} */
 
@@ -219,7 +219,7 @@ G_API int32_t url_check_type(const char *url);
  *         module's initialisation fails both are left alone, and the next url_open()
  *         tries it again; else both are as the module's open function set them.
  */
-G_API URL url_open(const char *url);
+G_API URL url_open(const char* url);
 
 /**
  * Reads bytes from a stream.
@@ -231,13 +231,13 @@ G_API URL url_open(const char *url);
  *         a null argument or an `n` below 1, which changes nothing, not even `url_errno`.
  *         -1 on error.
  */
-G_API int32_t url_read(URL url, void *buf, int32_t n);
+G_API int32_t url_read(URL url, void* buf, int32_t n);
 
 /** Reads bytes from a stream, as url_read(), repeated while a signal interrupts it (-1 with
  *  EINTR).
  *  @param url a stream, or null. @param buf at least `n` bytes, or null.
  *  @param n how many at most. @return as url_read(). */
-G_API int32_t url_safe_read(URL url, void *buf, int32_t n);
+G_API int32_t url_safe_read(URL url, void* buf, int32_t n);
 
 /**
  * Reads exactly `n` bytes from a stream unless it ends or fails before.
@@ -247,7 +247,7 @@ G_API int32_t url_safe_read(URL url, void *buf, int32_t n);
  * @param n    how many.
  * @return the number read, `n` when complete; 0 or -1 when the first read gave that.
  */
-G_API int32_t url_nread(URL url, void *buf, int32_t n);
+G_API int32_t url_nread(URL url, void* buf, int32_t n);
 
 /**
  * Reads one line from a stream and keeps its end.
@@ -268,7 +268,7 @@ G_API int32_t url_nread(URL url, void *buf, int32_t n);
  *         as they are. (`eof` is set when the limit is met inside a line read byte by
  *         byte.)
  */
-G_API char *url_gets(URL url, char *buf, int32_t n);
+G_API char* url_gets(URL url, char* buf, int32_t n);
 
 /**
  * Reads the next line of a stream that is not empty and strips its end: a carriage return or a
@@ -280,7 +280,7 @@ G_API char *url_gets(URL url, char *buf, int32_t n);
  * @param n    size of `buf`. 1 gives an empty text; below 1 `buf` is left alone.
  * @return the length of the text; 0 at the end, and for an `n` below 2.
  */
-G_API int32_t url_readline(URL url, char *buf, int32_t n);
+G_API int32_t url_readline(URL url, char* buf, int32_t n);
 
 /**
  * Reads one byte from a stream.
@@ -362,7 +362,7 @@ G_API void url_close(URL url);
 /** Describes an error of streams. @param code a value of `url_errno`.
  *  @return its text, not owned by the caller; the system's below 10001 (valid until the
  *  thread's next strerror()), "Internal error" from 10007 on. */
-G_API const char *url_strerror(int32_t code);
+G_API const char* url_strerror(int32_t code);
 
 /**
  * Reads a stream into memory.
@@ -376,7 +376,7 @@ G_API const char *url_strerror(int32_t code);
  *         When the first read fails the buffer is returned, with undefined content and -1
  *         in `*len_out`.
  */
-G_API void *url_dump(URL url, int32_t size, int32_t *len_out);
+G_API void* url_dump(URL url, int32_t size, int32_t* len_out);
 
 /** @} */
 
@@ -421,12 +421,12 @@ G_API void *url_dump(URL url, int32_t size, int32_t *len_out);
  *         standard error, "Connect error : %s\n", as is a failed look for it, "getsockopt
  *         failed : %s\n".
  */
-G_API int32_t open_socket(const char *host, int32_t port, uint32_t *addr_out);
+G_API int32_t open_socket(const char* host, int32_t port, uint32_t* addr_out);
 
 /** Writes to a socket, as write(2).
  *  @param fd a socket. @param buf at least `len` bytes. @param len bytes to write.
  *  @return bytes written, or -1 with `errno` set. A peer that is gone raises no SIGPIPE. */
-G_API int64_t socket_write(int fd, const void *buf, int64_t len);
+G_API int64_t socket_write(int fd, const void* buf, int64_t len);
 
 /** Ends one or both directions, as shutdown(2).
  *  @param fd a socket. @param how SHUT_RD, SHUT_WR or SHUT_RDWR.
@@ -436,34 +436,34 @@ G_API int socket_shutdown(int fd, int how);
 /** Puts a buffered stream over a socket, as fdopen(3).
  *  @param fd a socket, owned by the stream on success. @param mode as "rb".
  *  @return the stream, or null with `errno` set. */
-G_API FILE *socket_fdopen(int fd, const char *mode);
+G_API FILE* socket_fdopen(int fd, const char* mode);
 
 /** Reads a line, as fgets(3).
  *  @param buf at least `n` bytes. @param n size of `buf`. @param stream not null.
  *  @return `buf`, or null. */
-G_API char *socket_fgets(char *buf, int n, FILE *stream);
+G_API char* socket_fgets(char* buf, int n, FILE* stream);
 
 /** Reads a byte, as getc(3).
  *  @param stream not null. @return 0 to 255, or EOF. */
-G_API int socket_fgetc(FILE *stream);
+G_API int socket_fgetc(FILE* stream);
 
 /** Reads bytes, as fread(3).
  *  @param buf at least `n` bytes. @param n how many at most.
  *  @param stream not null. @return the number of bytes read. */
-G_API int64_t socket_fread(void *buf, int64_t n, FILE *stream);
+G_API int64_t socket_fread(void* buf, int64_t n, FILE* stream);
 
 /** Writes bytes, as fwrite(3).
  *  @param buf at least `n` bytes. @param n how many.
  *  @param stream not null. @return the number of bytes written. */
-G_API int64_t socket_fwrite(const void *buf, int64_t n, FILE *stream);
+G_API int64_t socket_fwrite(const void* buf, int64_t n, FILE* stream);
 
 /** Closes a stream and its descriptor, as fclose(3).
  *  @param stream not null; invalid afterwards. @return 0, or EOF. */
-G_API int socket_fclose(FILE *stream);
+G_API int socket_fclose(FILE* stream);
 
 /** Writes out what is buffered, as fflush(3).
  *  @param stream not null. @return 0, or EOF. */
-G_API int socket_fflush(FILE *stream);
+G_API int socket_fflush(FILE* stream);
 
 /** @} */
 
@@ -495,14 +495,14 @@ G_API int socket_fflush(FILE *stream);
  */
 
 /** Host that every HTTP request goes to; null, as at start, for none. Not owned. */
-G_API extern const char *url_http_proxy_host;
+G_API extern const char* url_http_proxy_host;
 
 /** Port of the proxy; 0 at start. */
 G_API extern uint16_t url_http_proxy_port;
 
 /** Text of the "User-Agent:" header; null, as at start, sends none. Not owned.
  *  url_http_open_with_offset() overwrites it. */
-G_API extern const char *url_user_agent;
+G_API extern const char* url_user_agent;
 
 /** The HTTP module, which takes URLs that begin with exactly "http://". */
 G_API extern URL_module URL_module_http;
@@ -514,9 +514,10 @@ G_API extern URL_module URL_module_http;
  * with the bytes before it, if only 0, and leaves the reason in `errno`; the next finds an
  * end.
  *
- * @warning Only connecting has a limit in time, 5 seconds. Looking up the name, the status, the headers
- * and the body have none unless url_http_set_timeout() of <groundwork/safe.h> sets one: a server that
- * stays silent holds the thread. Line ends in the URL go into the request and can write headers.
+ * @warning Only connecting has a limit in time, 5 seconds. Looking up the name, the status, the
+ * headers and the body have none unless url_http_set_timeout() of <groundwork/safe.h> sets one: a
+ * server that stays silent holds the thread. Line ends in the URL go into the request and can
+ * write headers.
  * "Content-Length:" is seen in this spelling alone, and after a header line of exactly 8191 bytes
  * its line end is taken for the end of the headers.
  *
@@ -530,7 +531,7 @@ G_API extern URL_module URL_module_http;
  *
  * Standard: the request and status line of RFC 1945.
  */
-G_API URL url_http_open(const char *url);
+G_API URL url_http_open(const char* url);
 
 /**
  * Requests a resource from a byte on: as url_http_open(), with HTTP/1.1.
@@ -546,7 +547,7 @@ G_API URL url_http_open(const char *url);
  *
  * Standard: the request and status line of RFC 9112, the range of RFC 9110.
  */
-G_API URL url_http_open_with_offset(const char *url, int64_t offset);
+G_API URL url_http_open_with_offset(const char* url, int64_t offset);
 
 /** Tells the socket of an HTTP stream; prints "g_url_http:361 socket=%d\n" to standard output.
  *  @param url an HTTP stream.
@@ -603,7 +604,7 @@ G_API extern URL_module URL_module_file;
  *         `url_errno` as `errno`: ENOENT for an empty name, else that of open() or of
  *         the allocation. Descriptors are close-on-exec.
  */
-G_API URL url_file_open(const char *name);
+G_API URL url_file_open(const char* name);
 
 /** @} */
 
@@ -639,7 +640,7 @@ G_API URL url_file_open(const char *name);
  *         set; else a static buffer, valid until the next call, with at most 8191
  *         characters, cut silently.
  */
-G_API const char *url_expand_home_dir(const char *path);
+G_API const char* url_expand_home_dir(const char* path);
 
 /**
  * Shortens a path: replaces the home directory (from the environment: HOME, else "home") at its
@@ -651,7 +652,7 @@ G_API const char *url_expand_home_dir(const char *path);
  *         '/' behind it is not, either), when neither variable is set, when the directory
  *         is empty or has 8190 characters or more, or when 8189 or more would follow "~/".
  */
-G_API const char *url_unexpand_home_dir(const char *path);
+G_API const char* url_unexpand_home_dir(const char* path);
 
 /** @} */
 

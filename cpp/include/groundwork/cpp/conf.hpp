@@ -3,10 +3,10 @@
 #define GROUNDWORK_CPP_CONF_HPP
 
 #include <groundwork/conf.h>
+#include <groundwork/safe.h>
 #include <groundwork/cpp/containers.hpp>
 #include <groundwork/cpp/result.hpp>
 #include <groundwork/cpp/text.hpp>
-#include <groundwork/safe.h>
 
 #include <optional>
 
@@ -30,7 +30,7 @@ class Conf {
   /** No configuration. */
   Conf() = default;
   /** Opens a file, as g_conf_open(). @param filename not null. */
-  explicit Conf(const Text &filename) : conf_(g_conf_open(filename)) {}
+  explicit Conf(const Text& filename) : conf_(g_conf_open(filename)) {}
   /** Opens the default file of the package, as g_conf_open(). @return it; null on failure. */
   static Conf default_file() {
     Conf conf;
@@ -38,9 +38,9 @@ class Conf {
     return conf;
   }
   /** Takes over what another owns. @param other empty afterwards. */
-  Conf(Conf &&other) = default;
+  Conf(Conf&& other) = default;
   /** Closes the present one first. @param other empty afterwards. @return this. */
-  Conf &operator=(Conf &&other) noexcept {
+  Conf& operator=(Conf&& other) noexcept {
     close();
     conf_ = std::move(other.conf_);
     callbacks_ = std::move(other.callbacks_);
@@ -51,69 +51,73 @@ class Conf {
   /** @return whether one is open. */
   explicit operator bool() const { return conf_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GConf *get() const { return conf_.get(); }
+  [[nodiscard]] GConf* get() const { return conf_.get(); }
 
   /** Finds a value.
    *  @param section its name. @param key its name.
    *  @return the value, valid until the entry changes; none when it is absent or empty. */
-  [[nodiscard]] std::optional<std::string_view> find(const Text &section, const Text &key) const {
-    const char *const value = g_conf_read_string(get(), section, key, nullptr);
+  [[nodiscard]] std::optional<std::string_view> find(const Text& section,
+                                                     const Text& key) const {
+    const char* const value = g_conf_read_string(get(), section, key, nullptr);
     if (value == nullptr) return std::nullopt;
     return std::string_view(value);
   }
   /** Reads a text. @param section its name. @param key its name.
    *  @param fallback the result when there is no value.
    *  @return the value, valid until the entry changes, or `fallback`. */
-  [[nodiscard]] std::string_view read_string(const Text &section, const Text &key,
-                               std::string_view fallback) const {
-    const char *const value = g_conf_read_string(get(), section, key, nullptr);
+  [[nodiscard]] std::string_view read_string(const Text& section, const Text& key,
+                                             std::string_view fallback) const {
+    const char* const value = g_conf_read_string(get(), section, key, nullptr);
     return value == nullptr ? fallback : std::string_view(value);
   }
   /** Reads a number, as g_conf_read_int(). @param section its name. @param key its name.
    *  @param fallback the result when there is no value.
    *  @return the number; `fallback` when there is no value. A text without digits is 0. */
-  [[nodiscard]] int read_int(const Text &section, const Text &key, int fallback) const {
+  [[nodiscard]] int read_int(const Text& section, const Text& key, int fallback) const {
     return g_conf_read_int(get(), section, key, fallback);
   }
   /** Reads a truth value, as g_conf_read_boolean(). @param section its name. @param key its name.
    *  @param fallback the result when there is no value.
-   *  @return true for "TRUE" in any case, false for any other value; `fallback` when there is none. */
-  [[nodiscard]] bool read_boolean(const Text &section, const Text &key, bool fallback) const {
+   *  @return true for "TRUE" in any case, false for any other value; `fallback` when there is
+   *  none. */
+  [[nodiscard]] bool read_boolean(const Text& section, const Text& key,
+                                  bool fallback) const {
     return g_conf_read_boolean(get(), section, key, fallback) != 0;
   }
   /** Reads a number, as g_conf_read_double(). @param section its name. @param key its name.
    *  @param fallback the result when there is no value.
    *  @return the number; `fallback` when there is no value. A text without digits is 0. */
-  [[nodiscard]] double read_double(const Text &section, const Text &key, double fallback) const {
+  [[nodiscard]] double read_double(const Text& section, const Text& key,
+                                   double fallback) const {
     return g_conf_read_double(get(), section, key, fallback);
   }
 
   /** Writes a text, as g_conf_write_string(). @param section its name, made when it is
    *  missing. @param key its name. @param value what the key gets. */
-  void write_string(const Text &section, const Text &key, const Text &value) {
+  void write_string(const Text& section, const Text& key, const Text& value) {
     g_conf_write_string(get(), section, key, value);
   }
   /** Writes a number, as g_conf_write_int(). @param section its name, made when it is
    *  missing. @param key its name. @param value what the key gets. */
-  void write_int(const Text &section, const Text &key, int value) {
+  void write_int(const Text& section, const Text& key, int value) {
     g_conf_write_int(get(), section, key, value);
   }
   /** Writes "TRUE" or "FALSE", as g_conf_write_boolean(). @param section its name, made when it is
    *  missing. @param key its name. @param value what the key gets. */
-  void write_boolean(const Text &section, const Text &key, bool value) {
+  void write_boolean(const Text& section, const Text& key, bool value) {
     g_conf_write_boolean(get(), section, key, value ? 1 : 0);
   }
-  /** Writes a number, with six significant digits, as g_conf_write_double(). @param section its name, made when it is
-   *  missing. @param key its name. @param value what the key gets. */
-  void write_double(const Text &section, const Text &key, double value) {
+  /** Writes a number, with six significant digits, as g_conf_write_double(). @param section its
+   *  name, made when it is missing. @param key its name. @param value what the key gets. */
+  void write_double(const Text& section, const Text& key, double value) {
     g_conf_write_double(get(), section, key, value);
   }
   /** Removes a key, as g_conf_remove_key(). @param section its name. @param key its name. */
-  void remove_key(const Text &section, const Text &key) {
+  void remove_key(const Text& section, const Text& key) {
     g_conf_remove_key(get(), section, key);
   }
   /** Removes a section, as g_conf_remove_section(). @param section its name. */
-  void remove_section(const Text &section) { g_conf_remove_section(get(), section); }
+  void remove_section(const Text& section) { g_conf_remove_section(get(), section); }
 
   /** Has a function called after each write that changed a key, with the change. It is kept
    *  until the configuration is closed.
@@ -122,10 +126,11 @@ class Conf {
    *                  to let the next function of the key run.
    *  @return whether it is registered. */
   template <typename Function>
-  bool on_change(const Text &section, const Text &key, Function &&function) {
-    detail::require_noexcept<std::decay_t<Function>, const GConfChange &>();
+  bool on_change(const Text& section, const Text& key, Function&& function) {
+    detail::require_noexcept<std::decay_t<Function>, const GConfChange&>();
     using Kept = Callback<std::decay_t<Function>>;
-    std::unique_ptr<AnyCallback> kept(new (std::nothrow) Kept(std::forward<Function>(function)));
+    std::unique_ptr<AnyCallback> kept(new (std::nothrow)
+                                          Kept(std::forward<Function>(function)));
     if (kept == nullptr ||
         g_conf_register_callback(get(), section, key, Kept::call, kept.get()) != 0) {
       return false;
@@ -175,10 +180,10 @@ class Conf {
   template <typename Function>
   struct Callback final : AnyCallback {
     template <typename Given>
-    explicit Callback(Given &&given) : function(std::forward<Given>(given)) {}
-    static int call(const GConfChange *change, void *data) {
-      return detail::stops(static_cast<Callback *>(static_cast<AnyCallback *>(data))->function,
-                           *change);
+    explicit Callback(Given&& given) : function(std::forward<Given>(given)) {}
+    static int call(const GConfChange* change, void* data) {
+      return detail::stops(
+          static_cast<Callback*>(static_cast<AnyCallback*>(data))->function, *change);
     }
     Function function;
   };

@@ -3,13 +3,13 @@
 #define GROUNDWORK_CPP_CONTAINERS_HPP
 
 #include <groundwork/callback.h>
-#include <groundwork/cpp/mutex.hpp>
-#include <groundwork/cpp/owner.hpp>
 #include <groundwork/fifo.h>
 #include <groundwork/hash.h>
 #include <groundwork/list.h>
 #include <groundwork/queue.h>
 #include <groundwork/safe.h>
+#include <groundwork/cpp/mutex.hpp>
+#include <groundwork/cpp/owner.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -40,21 +40,21 @@ class ListView {
     /** Kind of iterator. */
     using iterator_category = std::forward_iterator_tag;
     /** What it yields. */
-    using value_type = T *;
+    using value_type = T*;
     /** Distance of two. */
-    using difference_type = std::ptrdiff_t;
+    using difference_type = ptrdiff_t;
     /** Not used. */
-    using pointer = T *const *;
+    using pointer = T* const*;
     /** What it yields. */
-    using reference = T *;
+    using reference = T*;
 
     iterator() = default;
     /** @param node the one it points to; null at the end. */
-    explicit iterator(GList *node) : node_(node) {}
+    explicit iterator(GList* node) : node_(node) {}
     /** @return the element. */
-    T *operator*() const { return static_cast<T *>(node_->data); }
+    T* operator*() const { return static_cast<T*>(node_->data); }
     /** @return this, one further. */
-    iterator &operator++() {
+    iterator& operator++() {
       node_ = node_->next;
       return *this;
     }
@@ -65,23 +65,23 @@ class ListView {
       return before;
     }
     /** @param other of the same list. @return whether both are at one node. */
-    bool operator==(const iterator &other) const { return node_ == other.node_; }
+    bool operator==(const iterator& other) const { return node_ == other.node_; }
     /** @param other of the same list. @return whether they are not. */
-    bool operator!=(const iterator &other) const { return node_ != other.node_; }
+    bool operator!=(const iterator& other) const { return node_ != other.node_; }
 
    private:
-    GList *node_ = nullptr;
+    GList* node_ = nullptr;
   };
 
   /** @param list its first node, or null. */
-  explicit ListView(GList *list) : list_(list) {}
+  explicit ListView(GList* list) : list_(list) {}
   /** @return the first element. */
   [[nodiscard]] iterator begin() const { return iterator(list_); }
   /** @return past the last. */
   [[nodiscard]] iterator end() const { return iterator(); }
 
  private:
-  GList *list_;
+  GList* list_;
 };
 
 /**
@@ -101,11 +101,11 @@ class List {
  public:
   List() = default;
   /** Takes a list over. @param list its first node, or null. */
-  explicit List(GList *list) : list_(list) {}
+  explicit List(GList* list) : list_(list) {}
   /** Takes over what another owns. @param other empty afterwards. */
-  List(List &&other) noexcept : list_(other.release()) {}
+  List(List&& other) noexcept : list_(other.release()) {}
   /** @param other empty afterwards. @return this. */
-  List &operator=(List &&other) noexcept {
+  List& operator=(List&& other) noexcept {
     if (this != &other) {
       g_list_free(list_);
       list_ = other.release();
@@ -115,30 +115,36 @@ class List {
   ~List() { g_list_free(list_); }
 
   /** @return the first node, still owned here. */
-  [[nodiscard]] GList *get() const { return list_; }
+  [[nodiscard]] GList* get() const { return list_; }
   /** Gives the nodes up. @return the first. */
-  GList *release() { return std::exchange(list_, nullptr); }
+  GList* release() { return std::exchange(list_, nullptr); }
   /** @return whether there is no element. */
   [[nodiscard]] bool empty() const { return list_ == nullptr; }
   /** @return the number of elements, counted. */
   [[nodiscard]] unsigned size() const { return g_list_length(list_); }
   /** Adds at the end, walking there. @param element not owned. */
-  void append(T *element) { list_ = g_list_append(list_, detail::untyped(element)); }
+  void append(T* element) { list_ = g_list_append(list_, detail::untyped(element)); }
   /** Adds at the start. @param element not owned. */
-  void prepend(T *element) { list_ = g_list_prepend(list_, detail::untyped(element)); }
+  void prepend(T* element) { list_ = g_list_prepend(list_, detail::untyped(element)); }
   /** Removes the first occurrence. @param element what is looked for. */
-  void remove(const T *element) { list_ = g_list_remove(list_, element); }
+  void remove(const T* element) { list_ = g_list_remove(list_, element); }
   /** @param element what is looked for. @return whether it is there. */
-  [[nodiscard]] bool contains(const T *element) const { return g_list_find(list_, element) != nullptr; }
+  [[nodiscard]] bool contains(const T* element) const {
+    return g_list_find(list_, element) != nullptr;
+  }
   /** Reverses the order. */
   void reverse() { list_ = g_list_reverse(list_); }
   /** @return the first element. */
-  [[nodiscard]] typename ListView<T>::iterator begin() const { return ListView<T>(list_).begin(); }
+  [[nodiscard]] typename ListView<T>::iterator begin() const {
+    return ListView<T>(list_).begin();
+  }
   /** @return past the last. */
-  [[nodiscard]] typename ListView<T>::iterator end() const { return ListView<T>(list_).end(); }
+  [[nodiscard]] typename ListView<T>::iterator end() const {
+    return ListView<T>(list_).end();
+  }
 
  private:
-  GList *list_ = nullptr;
+  GList* list_ = nullptr;
 };
 
 /**
@@ -164,53 +170,53 @@ class PointerQueue {
   /** @return whether there is one. */
   explicit operator bool() const { return queue_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GQueue *get() const { return queue_.get(); }
+  [[nodiscard]] GQueue* get() const { return queue_.get(); }
   /** Adds at the tail. @param element not owned. */
-  void enqueue(T *element) { g_queue_enqueue(get(), detail::untyped(element)); }
+  void enqueue(T* element) { g_queue_enqueue(get(), detail::untyped(element)); }
   /** Takes the head, as g_queue_dequeue(). @param expected null for any element.
    *  @return it, or null. */
-  T *dequeue(const T *expected = nullptr) {
-    return static_cast<T *>(g_queue_dequeue(get(), expected));
+  T* dequeue(const T* expected = nullptr) {
+    return static_cast<T*>(g_queue_dequeue(get(), expected));
   }
   /** @return the head, which stays; or null. */
-  [[nodiscard]] T *first() const { return static_cast<T *>(g_queue_first(get())); }
+  [[nodiscard]] T* first() const { return static_cast<T*>(g_queue_first(get())); }
   /** @return the tail, which stays; or null. */
-  [[nodiscard]] T *last() const { return static_cast<T *>(g_queue_last(get())); }
+  [[nodiscard]] T* last() const { return static_cast<T*>(g_queue_last(get())); }
   /** Adds after an element, as g_queue_insert(). @param sibling what is looked for; when it is
    *  missing the element goes to the tail. @param element not owned. */
-  void insert_after(const T *sibling, T *element) {
+  void insert_after(const T* sibling, T* element) {
     g_queue_insert(get(), sibling, detail::untyped(element));
   }
   /** Removes the first occurrence. @param element what is looked for. */
-  void remove(const T *element) { g_queue_remove(get(), element); }
+  void remove(const T* element) { g_queue_remove(get(), element); }
   /** Removes all. */
   void clear() { g_queue_clear(get()); }
   /** @return the number of elements, perhaps out of date. */
-  [[nodiscard]] std::uint32_t size() const { return g_queue_count(get()); }
+  [[nodiscard]] uint32_t size() const { return g_queue_count(get()); }
   /** @return whether there is no element. */
   [[nodiscard]] bool empty() const { return g_queue_empty(get()) != 0; }
   /** Calls a function from head to tail with the queue locked.
    *  @param function takes a `T *`, and is noexcept; returns nothing, or true to go on. It must
    *                  not use this queue. */
   template <typename Function>
-  void for_each(Function &&function) const {
-    detail::require_noexcept<std::remove_reference_t<Function>, T *>();
+  void for_each(Function&& function) const {
+    detail::require_noexcept<std::remove_reference_t<Function>, T*>();
     g_queue_foreach(get(), visit<std::remove_reference_t<Function>>,
                     detail::untyped(std::addressof(function)));
   }
   /** Calls a function from tail to head with the queue locked. @param function takes a `T *`,
    *  and is noexcept; returns nothing, or true to go on. It must not use this queue. */
   template <typename Function>
-  void for_each_reverse(Function &&function) const {
-    detail::require_noexcept<std::remove_reference_t<Function>, T *>();
+  void for_each_reverse(Function&& function) const {
+    detail::require_noexcept<std::remove_reference_t<Function>, T*>();
     g_queue_foreach_reverse(get(), visit<std::remove_reference_t<Function>>,
                             detail::untyped(std::addressof(function)));
   }
 
  private:
   template <typename Function>
-  static int visit(void *element, void *function) {
-    return detail::stops(*static_cast<Function *>(function), static_cast<T *>(element));
+  static int visit(void* element, void* function) {
+    return detail::stops(*static_cast<Function*>(function), static_cast<T*>(element));
   }
 
   Owner<GQueue, g_queue_free> queue_;
@@ -233,13 +239,13 @@ class Queue {
   /** Makes one; null when memory is exhausted. */
   Queue() = default;
   /** Takes over what another owns. @param other empty afterwards. */
-  Queue(Queue &&other) noexcept
+  Queue(Queue&& other) noexcept
       : mutex_(std::move(other.mutex_)),
         head_(std::exchange(other.head_, nullptr)),
         tail_(std::exchange(other.tail_, nullptr)),
         size_(std::exchange(other.size_, 0)) {}
   /** Destroys its own objects first. @param other empty afterwards. @return this. */
-  Queue &operator=(Queue &&other) noexcept {
+  Queue& operator=(Queue&& other) noexcept {
     if (this != &other) {
       destroy(std::exchange(head_, std::exchange(other.head_, nullptr)));
       mutex_ = std::move(other.mutex_);
@@ -255,9 +261,9 @@ class Queue {
   /** Adds an object at the tail. @param object moved or copied in.
    *  @return whether it is there; not when memory is exhausted, and `object` stays as it is. */
   template <typename Given>
-  bool push(Given &&object) {
+  bool push(Given&& object) {
     if (!mutex_) return false;
-    auto *const node = static_cast<Node *>(::operator new(sizeof(Node), std::nothrow));
+    auto* const node = static_cast<Node*>(::operator new(sizeof(Node), std::nothrow));
     if (node == nullptr) return false;
     new (node) Node{std::forward<Given>(object), nullptr};
     const Lock lock(mutex_);
@@ -274,10 +280,10 @@ class Queue {
   }
   /** Destroys all objects. */
   void clear() {
-    while (Node *const node = take()) delete node;
+    while (Node* const node = take()) delete node;
   }
   /** @return the number of objects, perhaps out of date. */
-  [[nodiscard]] std::size_t size() const {
+  [[nodiscard]] size_t size() const {
     if (!mutex_) return 0;
     const Lock lock(mutex_);
     return size_;
@@ -288,34 +294,34 @@ class Queue {
  private:
   struct Node {
     T object;
-    Node *next;
+    Node* next;
   };
 
   // The head's node, the caller's from now on; or null.
-  Node *take() {
+  Node* take() {
     if (!mutex_) return nullptr;
     const Lock lock(mutex_);
-    Node *const node = head_;
+    Node* const node = head_;
     if (node == nullptr) return nullptr;
     head_ = node->next;
     --size_;
     return node;
   }
-  static void destroy(Node *node) {
+  static void destroy(Node* node) {
     while (node != nullptr) delete std::exchange(node, node->next);
   }
 
   mutable Mutex mutex_;
-  Node *head_ = nullptr;
-  Node *tail_ = nullptr;  // the last one, while there is a head
-  std::size_t size_ = 0;
+  Node* head_ = nullptr;
+  Node* tail_ = nullptr;  // the last one, while there is a head
+  size_t size_ = 0;
 };
 
 /**
  * A hash table of pointers; it owns neither keys nor values.
  *
  * Keys are compared by what they point to where that is text (`const char`) or a number
- * (`const std::int32_t`), else as pointers.
+ * (`const int32_t`), else as pointers.
  *
  * @code{.cpp}
  * int ports[] = {80, 22};
@@ -339,48 +345,50 @@ class Hash {
   /** @return whether there is one. */
   explicit operator bool() const { return hash_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GHash *get() const { return hash_.get(); }
+  [[nodiscard]] GHash* get() const { return hash_.get(); }
   /** Stores a pair, as g_hash_insert(). @param key valid as long as it is stored.
    *  @param value not owned. @return whether it is stored. */
-  bool insert(Key *key, Value *value) {
+  bool insert(Key* key, Value* value) {
     return g_hash_insert(get(), detail::untyped(key), detail::untyped(value)) == 0;
   }
   /** @param key what is looked for. @return its value, or null. */
-  [[nodiscard]] Value *find(const Key *key) const { return static_cast<Value *>(g_hash_find(get(), key)); }
+  [[nodiscard]] Value* find(const Key* key) const {
+    return static_cast<Value*>(g_hash_find(get(), key));
+  }
   /** Removes the entry that find() would find. @param key what is looked for.
    *  @return whether there was one. */
-  bool remove(const Key *key) { return g_hash_remove(get(), key) == 0; }
+  bool remove(const Key* key) { return g_hash_remove(get(), key) == 0; }
   /** @return the number of entries. */
   [[nodiscard]] unsigned size() const { return g_hash_count(get()); }
   /** Calls a function for each entry, as g_hash_foreach().
    *  @param function takes a `Key *` and a `Value *`, and is noexcept; returns nothing, or true
    *                  to go on. It may remove any entry, and must not insert. */
   template <typename Function>
-  void for_each(Function &&function) const {
-    detail::require_noexcept<std::remove_reference_t<Function>, Key *, Value *>();
+  void for_each(Function&& function) const {
+    detail::require_noexcept<std::remove_reference_t<Function>, Key*, Value*>();
     g_hash_foreach(get(), visit<std::remove_reference_t<Function>>,
                    detail::untyped(std::addressof(function)));
   }
 
   /** An entry. */
   struct Entry {
-    Key *key;     /**< as inserted */
-    Value *value; /**< as inserted */
+    Key* key;     /**< as inserted */
+    Value* value; /**< as inserted */
   };
   /** The entries that there were when it was made: the table may change meanwhile. */
   class Entries {
    public:
     /** @param hash a table; null for none. */
-    explicit Entries(GHash *hash) {
+    explicit Entries(GHash* hash) {
       if (hash == nullptr) return;
       const unsigned count = g_hash_count(hash);
-      entries_.reset(static_cast<Entry *>(std::malloc((count + 1) * sizeof(Entry))));
+      entries_.reset(static_cast<Entry*>(std::malloc((count + 1) * sizeof(Entry))));
       if (entries_ != nullptr) g_hash_foreach(hash, collect, this);
     }
     /** @return the entry. */
-    const Entry &operator*() const { return entries_.get()[index_]; }
+    const Entry& operator*() const { return entries_.get()[index_]; }
     /** @return this, one further. */
-    Entries &operator++() {
+    Entries& operator++() {
       ++index_;
       return *this;
     }
@@ -388,15 +396,16 @@ class Hash {
     bool operator!=(std::nullptr_t) const { return index_ < count_; }
 
    private:
-    static int collect(void *key, void *value, void *data) {
-      auto &all = *static_cast<Entries *>(data);
-      all.entries_.get()[all.count_++] = {static_cast<Key *>(key), static_cast<Value *>(value)};
+    static int collect(void* key, void* value, void* data) {
+      auto& all = *static_cast<Entries*>(data);
+      all.entries_.get()[all.count_++] = {static_cast<Key*>(key),
+                                          static_cast<Value*>(value)};
       return 0;
     }
 
     Owner<Entry, std::free> entries_;
-    std::size_t count_ = 0;
-    std::size_t index_ = 0;
+    size_t count_ = 0;
+    size_t index_ = 0;
   };
   /** For `for`: the entries in the order of their slots, each a `key` and a `value`. They are
    *  collected first, so the loop may change the table; when memory is exhausted there are
@@ -407,19 +416,19 @@ class Hash {
 
  private:
   template <typename Function>
-  static int visit(void *key, void *value, void *function) {
-    return detail::stops(*static_cast<Function *>(function), static_cast<Key *>(key),
-                         static_cast<Value *>(value));
+  static int visit(void* key, void* value, void* function) {
+    return detail::stops(*static_cast<Function*>(function), static_cast<Key*>(key),
+                         static_cast<Value*>(value));
   }
   using Plain = std::remove_const_t<Key>;
   static GHashFunc hash_func() {
     if constexpr (std::is_same_v<Plain, char>) return g_hash_str;
-    if constexpr (std::is_same_v<Plain, std::int32_t>) return g_hash_int;
+    if constexpr (std::is_same_v<Plain, int32_t>) return g_hash_int;
     return g_hash_direct;
   }
   static GEqualFunc equal_func() {
     if constexpr (std::is_same_v<Plain, char>) return g_hash_str_equal;
-    if constexpr (std::is_same_v<Plain, std::int32_t>) return g_hash_int_equal;
+    if constexpr (std::is_same_v<Plain, int32_t>) return g_hash_int_equal;
     return g_hash_direct_equal;
   }
 
@@ -445,11 +454,11 @@ class Fifo {
   /** @return whether there is one. */
   explicit operator bool() const { return fifo_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GFifo *get() const { return fifo_.get(); }
+  [[nodiscard]] GFifo* get() const { return fifo_.get(); }
   /** Appends. @param element not null. @return false when the ring is full. */
-  bool put(T *element) { return g_fifo_put(get(), detail::untyped(element)) == 0; }
+  bool put(T* element) { return g_fifo_put(get(), detail::untyped(element)) == 0; }
   /** Takes the oldest. @return it; null when there is none. */
-  T *take() { return static_cast<T *>(g_fifo_get(get())); }
+  T* take() { return static_cast<T*>(g_fifo_get(get())); }
   /** @return the number of elements held. */
   [[nodiscard]] int size() const { return g_fifo_count(get()); }
   /** @return whether nothing is held. */
@@ -484,30 +493,31 @@ class Callbacks {
   /** @return whether there is one. */
   explicit operator bool() const { return callbacks_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GCallback *get() const { return callbacks_.get(); }
+  [[nodiscard]] GCallback* get() const { return callbacks_.get(); }
   /** Adds a function, which is not copied: it must live as long as it is here.
    *  @param function takes an `Argument &`, and is noexcept; returns nothing, or true to go on.
    *  @param priority smaller runs earlier. @return whether it was added. */
   template <typename Function>
-  bool add(Function &function, int priority = 0) {
-    detail::require_noexcept<Function, Argument &>();
+  bool add(Function& function, int priority = 0) {
+    detail::require_noexcept<Function, Argument&>();
     return g_callback_add(get(), call<Function>, detail::untyped(&function), priority) == 0;
   }
   /** Removes a function. @param function as added. */
   template <typename Function>
-  void remove(Function &function) {
+  void remove(Function& function) {
     g_callback_remove(get(), call<Function>, detail::untyped(&function));
   }
   /** Calls the functions in order. @param argument passed to each.
    *  @return whether all ran. */
-  bool execute(Argument &argument) {
+  bool execute(Argument& argument) {
     return g_callback_execute(get(), detail::untyped(&argument)) == 0;
   }
 
  private:
   template <typename Function>
-  static int call(void *argument, void *function) {
-    return detail::stops(*static_cast<Function *>(function), *static_cast<Argument *>(argument));
+  static int call(void* argument, void* function) {
+    return detail::stops(*static_cast<Function*>(function),
+                         *static_cast<Argument*>(argument));
   }
 
   Owner<GCallback, g_callback_free> callbacks_;

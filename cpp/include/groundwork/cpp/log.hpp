@@ -2,8 +2,8 @@
 #ifndef GROUNDWORK_CPP_LOG_HPP
 #define GROUNDWORK_CPP_LOG_HPP
 
-#include <groundwork/cpp/owner.hpp>
 #include <groundwork/log.h>
+#include <groundwork/cpp/owner.hpp>
 
 #include <cstdarg>
 
@@ -23,38 +23,38 @@ namespace gw {
 class Log {
  public:
   /** @param name shown in each line; must live as long as this object. */
-  explicit constexpr Log(const char *name) : name_(name) {}
+  explicit constexpr Log(const char* name) : name_(name) {}
 
   /** Logs at level 0. @param line of the source. @param format as for printf(). */
-  void debug(int line, const char *format, ...) const G_PRINTF(3, 4) {
+  void debug(int line, const char* format, ...) const G_PRINTF(3, 4) {
     va_list arguments;
     va_start(arguments, format);
     g_logv(G_LOG_DEBUG, name_, line, format, arguments);
     va_end(arguments);
   }
   /** Logs at level 1. @param line of the source. @param format as for printf(). */
-  void message(int line, const char *format, ...) const G_PRINTF(3, 4) {
+  void message(int line, const char* format, ...) const G_PRINTF(3, 4) {
     va_list arguments;
     va_start(arguments, format);
     g_logv(G_LOG_MESSAGE, name_, line, format, arguments);
     va_end(arguments);
   }
   /** Logs at level 2. @param line of the source. @param format as for printf(). */
-  void information(int line, const char *format, ...) const G_PRINTF(3, 4) {
+  void information(int line, const char* format, ...) const G_PRINTF(3, 4) {
     va_list arguments;
     va_start(arguments, format);
     g_logv(G_LOG_INFORMATION, name_, line, format, arguments);
     va_end(arguments);
   }
   /** Logs at level 3. @param line of the source. @param format as for printf(). */
-  void warning(int line, const char *format, ...) const G_PRINTF(3, 4) {
+  void warning(int line, const char* format, ...) const G_PRINTF(3, 4) {
     va_list arguments;
     va_start(arguments, format);
     g_logv(G_LOG_WARNING, name_, line, format, arguments);
     va_end(arguments);
   }
   /** Logs at level 4. @param line of the source. @param format as for printf(). */
-  void error(int line, const char *format, ...) const G_PRINTF(3, 4) {
+  void error(int line, const char* format, ...) const G_PRINTF(3, 4) {
     va_list arguments;
     va_start(arguments, format);
     g_logv(G_LOG_ERROR, name_, line, format, arguments);
@@ -62,7 +62,7 @@ class Log {
   }
 
  private:
-  const char *name_;
+  const char* name_;
 };
 
 /**
@@ -80,15 +80,15 @@ class LogHandler {
   /** @param function takes a `const char *`, a finished line without its newline; may run on
    *                  any thread, and must neither throw nor log. */
   template <typename Function>
-  explicit LogHandler(Function &&function) {
+  explicit LogHandler(Function&& function) {
     using Kept = Handler<std::decay_t<Function>>;
-    detail::require_noexcept<std::decay_t<Function>, const char *>();
+    detail::require_noexcept<std::decay_t<Function>, const char*>();
     handler_.reset(new (std::nothrow) Kept(std::forward<Function>(function)));
     if (handler_ == nullptr) return;
     g_debug_set_handler(Kept::call, handler_.get());
   }
-  LogHandler(const LogHandler &) = delete;
-  LogHandler &operator=(const LogHandler &) = delete;
+  LogHandler(const LogHandler&) = delete;
+  LogHandler& operator=(const LogHandler&) = delete;
   ~LogHandler() {
     if (handler_ != nullptr) g_debug_set_handler(nullptr, nullptr);
   }
@@ -103,9 +103,9 @@ class LogHandler {
   template <typename Function>
   struct Handler final : AnyHandler {
     template <typename Given>
-    explicit Handler(Given &&given) : function(std::forward<Given>(given)) {}
-    static int call(const char *text, void *handler) {
-      static_cast<Handler *>(static_cast<AnyHandler *>(handler))->function(text);
+    explicit Handler(Given&& given) : function(std::forward<Given>(given)) {}
+    static int call(const char* text, void* handler) {
+      static_cast<Handler*>(static_cast<AnyHandler*>(handler))->function(text);
       return 0;
     }
     Function function;

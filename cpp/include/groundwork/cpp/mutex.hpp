@@ -2,9 +2,9 @@
 #ifndef GROUNDWORK_CPP_MUTEX_HPP
 #define GROUNDWORK_CPP_MUTEX_HPP
 
-#include <groundwork/cpp/owner.hpp>
 #include <groundwork/safe.h>
 #include <groundwork/thread.h>
+#include <groundwork/cpp/owner.hpp>
 
 namespace gw {
 
@@ -28,7 +28,7 @@ class Mutex {
   /** @return whether there is one. */
   explicit operator bool() const { return mutex_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GMutex *get() const { return mutex_.get(); }
+  [[nodiscard]] GMutex* get() const { return mutex_.get(); }
   /** Locks; the owner must not lock again. */
   void lock() { g_thread_mutex_lock(get()); }
   /** Locks if nobody holds it, as g_thread_mutex_try(). @return whether it locked. */
@@ -58,13 +58,13 @@ class Mutex {
 class [[nodiscard]] Lock {
  public:
   /** @param mutex locked until the end of the block. */
-  explicit Lock(Mutex &mutex) : mutex_(mutex) { mutex_.lock(); }
-  Lock(const Lock &) = delete;
-  Lock &operator=(const Lock &) = delete;
+  explicit Lock(Mutex& mutex) : mutex_(mutex) { mutex_.lock(); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
   ~Lock() { mutex_.unlock(); }
 
  private:
-  Mutex &mutex_;
+  Mutex& mutex_;
 };
 
 }  // namespace gw

@@ -53,7 +53,7 @@ template <auto Release>
 struct Releaser {
   /** @param handle what is released. */
   template <typename T>
-  void operator()(T *handle) const {
+  void operator()(T* handle) const {
     static_cast<void>(Release(handle));
   }
 };
@@ -66,8 +66,8 @@ using Owner = std::unique_ptr<T, Releaser<Release>>;
 class CancellationHeld {
  public:
   CancellationHeld() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-  CancellationHeld(const CancellationHeld &) = delete;
-  CancellationHeld &operator=(const CancellationHeld &) = delete;
+  CancellationHeld(const CancellationHeld&) = delete;
+  CancellationHeld& operator=(const CancellationHeld&) = delete;
   ~CancellationHeld() { pthread_setcancelstate(before_, nullptr); }
 
  private:
@@ -80,7 +80,7 @@ template <auto Release>
 struct SystemReleaser {
   /** @param handle what is released. */
   template <typename T>
-  void operator()(T *handle) const {
+  void operator()(T* handle) const {
     const CancellationHeld held;
     static_cast<void>(Release(handle));
   }
@@ -95,8 +95,8 @@ namespace detail {
 
 // Elements travel as void *, of const objects too: the library only hands them back.
 template <typename T>
-void *untyped(T *pointer) {
-  return const_cast<void *>(static_cast<const void *>(pointer));
+void* untyped(T* pointer) {
+  return const_cast<void*>(static_cast<const void*>(pointer));
 }
 
 // A function that the library calls, with its own frames between: an exception would pass
@@ -106,15 +106,15 @@ void *untyped(T *pointer) {
 template <typename Function, typename... Arguments>
 constexpr void require_noexcept() {
 #ifdef __cpp_exceptions
-  static_assert(std::is_nothrow_invocable_v<Function &, Arguments...>,
+  static_assert(std::is_nothrow_invocable_v<Function&, Arguments...>,
                 "a callback must not throw: write noexcept after its parameters");
 #endif
 }
 
 // What a visitor returned, in the words of C: nothing or true goes on.
 template <typename Function, typename... Arguments>
-int stops(Function &function, Arguments &&...arguments) {
-  using Result = std::invoke_result_t<Function &, Arguments...>;
+int stops(Function& function, Arguments&&... arguments) {
+  using Result = std::invoke_result_t<Function&, Arguments...>;
   static_assert(std::is_void_v<Result> || std::is_same_v<Result, bool>,
                 "a callback returns nothing, or true to go on");
   if constexpr (std::is_void_v<Result>) {

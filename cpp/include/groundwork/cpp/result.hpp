@@ -18,7 +18,7 @@ class Error {
   /** @return the number; 0 for none. */
   [[nodiscard]] int number() const { return number_; }
   /** @return the system's text for it, as strerror(); valid until the thread asks again. */
-  [[nodiscard]] const char *text() const { return std::strerror(number_); }
+  [[nodiscard]] const char* text() const { return std::strerror(number_); }
   /** @param number of `<errno.h>`. @return whether this is that error. */
   bool operator==(int number) const { return number_ == number; }
   /** @param number of `<errno.h>`. @return whether this is another. */
@@ -45,16 +45,16 @@ template <typename T>
 class [[nodiscard]] Result {
  public:
   /** @param value of a success. */
-  Result(T value) : value_(static_cast<T &&>(value)) {}
+  Result(T value) : value_(static_cast<T&&>(value)) {}
   /** @param error of a failure. */
   Result(Error error) : error_(error), has_value_(false) {}
 
   /** @return whether there is a value. */
   explicit operator bool() const { return has_value_; }
   /** @return the value; a default one after a failure. */
-  const T &operator*() const { return value_; }
+  const T& operator*() const { return value_; }
   /** @return the value; a default one after a failure. */
-  T &operator*() { return value_; }
+  T& operator*() { return value_; }
   /** @param fallback for a failure. @return the value, or `fallback`. */
   [[nodiscard]] T value_or(T fallback) const { return has_value_ ? value_ : fallback; }
   /** @return the reason of a failure. */

@@ -2,10 +2,10 @@
 #ifndef GROUNDWORK_CPP_SAFE_HPP
 #define GROUNDWORK_CPP_SAFE_HPP
 
+#include <groundwork/safe.h>
 #include <groundwork/cpp/result.hpp>
 #include <groundwork/cpp/text.hpp>
 #include <groundwork/cpp/time.hpp>
-#include <groundwork/safe.h>
 
 #include <cstdint>
 #include <utility>
@@ -14,27 +14,29 @@ namespace gw {
 
 /** Replaces what a file holds, or makes the file, as g_file_replace(): all of it or nothing,
  *  durable. @param path not null. @param bytes the new content. @return what came of it. */
-inline Saved replace_file(const Text &path, std::string_view bytes) {
+inline Saved replace_file(const Text& path, std::string_view bytes) {
   // A view of nothing may have no address; the content is then empty all the same.
-  const char *const content = bytes.empty() ? "" : bytes.data();
-  return Saved(g_file_replace(path, content, static_cast<std::int64_t>(bytes.size())));
+  const char* const content = bytes.empty() ? "" : bytes.data();
+  return Saved(g_file_replace(path, content, static_cast<int64_t>(bytes.size())));
 }
 
 /** Copies a file with its mode and times, as g_file_duplicate(). @param from not null.
  *  @param to not null. @return what came of it. */
-inline Saved duplicate_file(const Text &from, const Text &to) {
+inline Saved duplicate_file(const Text& from, const Text& to) {
   return Saved(g_file_duplicate(from, to));
 }
 
 /** Makes a directory and all missing parents, as g_dir_make(). @param path not null.
  *  @param mode of new directories, less the umask. @return whether it is there. */
-inline Result<void> make_directory(const Text &path, unsigned mode = 0755) {
+inline Result<void> make_directory(const Text& path, unsigned mode = 0755) {
   return detail::done(g_dir_make(path, mode));
 }
 
 /** Removes a tree or a file and nothing outside it, as g_dir_remove(). @param path not null.
  *  @return whether all of it is gone. */
-inline Result<void> remove_tree(const Text &path) { return detail::done(g_dir_remove(path)); }
+inline Result<void> remove_tree(const Text& path) {
+  return detail::done(g_dir_remove(path));
+}
 
 /**
  * Lets the timer service sleep until the next timer is due, as g_timer_save_power(), for the
@@ -51,8 +53,8 @@ inline Result<void> remove_tree(const Text &path) { return detail::done(g_dir_re
 class PowerSaving {
  public:
   PowerSaving() : before_(g_timer_save_power(1)) {}
-  PowerSaving(const PowerSaving &) = delete;
-  PowerSaving &operator=(const PowerSaving &) = delete;
+  PowerSaving(const PowerSaving&) = delete;
+  PowerSaving& operator=(const PowerSaving&) = delete;
   ~PowerSaving() { g_timer_save_power(before_); }
 
  private:
@@ -74,8 +76,8 @@ class HttpTimeout {
  public:
   /** @param time for opening, and for each wait afterwards; 0 for no limit. */
   explicit HttpTimeout(Milliseconds time) : before_(url_http_set_timeout(time.count())) {}
-  HttpTimeout(const HttpTimeout &) = delete;
-  HttpTimeout &operator=(const HttpTimeout &) = delete;
+  HttpTimeout(const HttpTimeout&) = delete;
+  HttpTimeout& operator=(const HttpTimeout&) = delete;
   ~HttpTimeout() { url_http_set_timeout(before_); }
 
  private:

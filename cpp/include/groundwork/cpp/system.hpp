@@ -2,12 +2,12 @@
 #ifndef GROUNDWORK_CPP_SYSTEM_HPP
 #define GROUNDWORK_CPP_SYSTEM_HPP
 
-#include <groundwork/cpp/result.hpp>
-#include <groundwork/cpp/text.hpp>
 #include <groundwork/dir.h>
 #include <groundwork/file.h>
 #include <groundwork/file_map.h>
 #include <groundwork/sys.h>
+#include <groundwork/cpp/result.hpp>
+#include <groundwork/cpp/text.hpp>
 
 #include <cerrno>
 #include <cstddef>
@@ -40,24 +40,25 @@ class File {
 
   File() = default;
   /** Opens a file, as g_file_open(). @param filename not null. @param mode what for. */
-  explicit File(const Text &filename, Mode mode = kRead) : file_(g_file_open(filename, mode)) {}
+  explicit File(const Text& filename, Mode mode = kRead)
+      : file_(g_file_open(filename, mode)) {}
 
   /** @return whether it is open. */
   explicit operator bool() const { return file_ != nullptr; }
   /** @return the handle, still owned here. */
-  GFile *get() const { return file_.get(); }
+  GFile* get() const { return file_.get(); }
   /** Reads once, as g_file_read(). @param buffer room for `size` bytes. @param size the most
    *  that are read. @return how many were; 0 at the end, -1 on failure. */
-  std::int64_t read(void *buffer, std::int64_t size) { return g_file_read(get(), buffer, size); }
+  int64_t read(void* buffer, int64_t size) { return g_file_read(get(), buffer, size); }
   /** Writes once, as g_file_write(). @param bytes what. @return how many were written, which
    *  may be fewer; -1 on failure. */
-  std::int64_t write(std::string_view bytes) {
-    return g_file_write(get(), bytes.data(), static_cast<std::int64_t>(bytes.size()));
+  int64_t write(std::string_view bytes) {
+    return g_file_write(get(), bytes.data(), static_cast<int64_t>(bytes.size()));
   }
   /** Moves the offset, as g_file_seek(). @param offset in bytes, relative to what `whence`
    *  says. @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new offset; -1 on
    *  failure. */
-  std::int64_t seek(std::int64_t offset, int whence = SEEK_SET) {
+  int64_t seek(int64_t offset, int whence = SEEK_SET) {
     return g_file_seek(get(), offset, whence);
   }
   /** Cuts the file at its offset. @return whether that worked. */
@@ -90,19 +91,19 @@ class FileMap {
   FileMap() = default;
   /** Maps a region, as g_file_map() with mode 0. @param filename not null.
    *  @param offset in bytes, a multiple of g_file_map_page_size(). @param length in bytes. */
-  FileMap(const Text &filename, std::int64_t offset, std::int64_t length)
+  FileMap(const Text& filename, int64_t offset, int64_t length)
       : map_(g_file_map(filename, offset, length, 0, nullptr)) {}
 
   /** @return whether there is a region. */
   explicit operator bool() const { return map_ != nullptr; }
   /** @return the handle, still owned here. */
-  GFileMap *get() const { return map_.get(); }
+  GFileMap* get() const { return map_.get(); }
   /** @return the mapped bytes. */
   std::string_view bytes() const {
-    std::int64_t length = 0;
+    int64_t length = 0;
     if (map_ == nullptr) return {};
-    const void *const address = g_file_map_get_addr(get(), &length);
-    return {static_cast<const char *>(address), static_cast<std::size_t>(length)};
+    const void* const address = g_file_map_get_addr(get(), &length);
+    return {static_cast<const char*>(address), static_cast<size_t>(length)};
   }
 
  private:
@@ -111,23 +112,23 @@ class FileMap {
 
 /** Reads a whole file, as g_file_read_buf(). @param filename not null.
  *  @return the content; none on failure. */
-[[nodiscard]] inline Bytes read_file(const Text &filename) {
-  std::int64_t size = 0;
-  char *const content = g_file_read_buf(filename, &size);
-  return Bytes(content, static_cast<std::size_t>(size));
+[[nodiscard]] inline Bytes read_file(const Text& filename) {
+  int64_t size = 0;
+  char* const content = g_file_read_buf(filename, &size);
+  return Bytes(content, static_cast<size_t>(size));
 }
 
 /** Writes a whole file, made or emptied before. A failure may leave a part of it: replace_file()
  *  leaves the old file. @param filename not null. @param bytes the content.
  *  @return whether all is written. */
-inline Result<void> write_file(const Text &filename, std::string_view bytes) {
+inline Result<void> write_file(const Text& filename, std::string_view bytes) {
   errno = 0;
   File file(filename, File::kCreate);
   if (!file) return Error(errno == 0 ? EINVAL : errno);
   while (!bytes.empty()) {
-    const std::int64_t count = file.write(bytes);
+    const int64_t count = file.write(bytes);
     if (count < 0) return Error(errno);
-    bytes.remove_prefix(static_cast<std::size_t>(count));
+    bytes.remove_prefix(static_cast<size_t>(count));
   }
   return {};
 }
@@ -154,9 +155,9 @@ class Lines {
     /** What it yields. */
     using value_type = std::string_view;
     /** Distance of two. */
-    using difference_type = std::ptrdiff_t;
+    using difference_type = ptrdiff_t;
     /** Not used. */
-    using pointer = const std::string_view *;
+    using pointer = const std::string_view*;
     /** What it yields. */
     using reference = std::string_view;
 
@@ -169,8 +170,8 @@ class Lines {
       return line;
     }
     /** @return this, one further. */
-    iterator &operator++() {
-      const std::size_t end = rest_.find('\n');
+    iterator& operator++() {
+      const size_t end = rest_.find('\n');
       rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
       return *this;
     }
@@ -181,23 +182,27 @@ class Lines {
       return before;
     }
     /** @param other of the same lines. @return whether both are at one line. */
-    bool operator==(const iterator &other) const { return rest_.size() == other.rest_.size(); }
+    bool operator==(const iterator& other) const {
+      return rest_.size() == other.rest_.size();
+    }
     /** @param other of the same lines. @return whether they are not. */
-    bool operator!=(const iterator &other) const { return !(*this == other); }
+    bool operator!=(const iterator& other) const { return !(*this == other); }
 
    private:
     std::string_view rest_;
   };
 
   /** Reads a file, as g_file_read_buf(). @param filename not null. */
-  explicit Lines(const Text &filename) : content_(read_file(filename)) {}
+  explicit Lines(const Text& filename) : content_(read_file(filename)) {}
 
   /** @return whether the file could be read. */
   explicit operator bool() const { return static_cast<bool>(content_); }
   /** @return the first line. */
   [[nodiscard]] iterator begin() const { return iterator(content_.view()); }
   /** @return past the last. */
-  [[nodiscard]] iterator end() const { return iterator(content_.view().substr(content_.size())); }
+  [[nodiscard]] iterator end() const {
+    return iterator(content_.view().substr(content_.size()));
+  }
 
  private:
   Bytes content_;
@@ -215,7 +220,7 @@ enum class Entries {
 
 /** Lists a directory, as g_dir_list(), for `for`: sorted names, without "." and "..".
  *  @param path not null. @param kind what is listed. @return the names; none on failure. */
-[[nodiscard]] inline Names list_directory(const Text &path, Entries kind = Entries::kAll) {
+[[nodiscard]] inline Names list_directory(const Text& path, Entries kind = Entries::kAll) {
   return Names(g_dir_list(path, static_cast<int>(kind), nullptr));
 }
 
@@ -225,36 +230,40 @@ enum class Entries {
  *                  what stat() says of it; returns an int, and is noexcept.
  *  @return the sum of the results for files directly in `path`. */
 template <typename Function>
-int scan_directory(const Text &path, Function &&function) {
+int scan_directory(const Text& path, Function&& function) {
   using Given = std::remove_reference_t<Function>;
-  detail::require_noexcept<Given, const char *, const struct stat64 *>();
+  detail::require_noexcept<Given, const char*, const struct stat64*>();
   return g_scandir(
       path,
-      [](const char *name, const struct stat64 *status, void *given) -> int {
-        return (*static_cast<Given *>(given))(name, status);
+      [](const char* name, const struct stat64* status, void* given) -> int {
+        return (*static_cast<Given*>(given))(name, status);
       },
       detail::untyped(std::addressof(function)));
 }
 
 /** @param filename not null. @return whether it is a regular file. */
-[[nodiscard]] inline bool file_exists(const Text &filename) { return g_file_exist(filename) != 0; }
+[[nodiscard]] inline bool file_exists(const Text& filename) {
+  return g_file_exist(filename) != 0;
+}
 /** @param path not null. @return whether it is a directory. */
-[[nodiscard]] inline bool directory_exists(const Text &path) { return g_dir_exist(path) != 0; }
+[[nodiscard]] inline bool directory_exists(const Text& path) {
+  return g_dir_exist(path) != 0;
+}
 /** @param filename not null. @return its size in bytes; none when there is no such file. */
-[[nodiscard]] inline std::optional<std::int64_t> file_size(const Text &filename) {
-  const std::int64_t size = g_file_size(filename);
+[[nodiscard]] inline std::optional<int64_t> file_size(const Text& filename) {
+  const int64_t size = g_file_size(filename);
   if (size < 0) return std::nullopt;
   return size;
 }
 /** Size and free space of a filesystem. */
 struct FilesystemUsage {
-  std::uint32_t total_kb;     /**< size in units of 1024 bytes */
-  std::uint32_t available_kb; /**< what unprivileged users may have of it */
+  uint32_t total_kb;     /**< size in units of 1024 bytes */
+  uint32_t available_kb; /**< what unprivileged users may have of it */
 };
 
 /** @param path on the filesystem. @return its figures; none as g_sys_get_filesystem_usage()
  *  says, so also when it is full. */
-[[nodiscard]] inline std::optional<FilesystemUsage> filesystem_usage(const Text &path) {
+[[nodiscard]] inline std::optional<FilesystemUsage> filesystem_usage(const Text& path) {
   FilesystemUsage usage{};
   if (g_sys_get_filesystem_usage(path, &usage.total_kb, &usage.available_kb) != 0) {
     return std::nullopt;

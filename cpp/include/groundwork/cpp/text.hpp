@@ -2,8 +2,8 @@
 #ifndef GROUNDWORK_CPP_TEXT_HPP
 #define GROUNDWORK_CPP_TEXT_HPP
 
-#include <groundwork/cpp/owner.hpp>
 #include <groundwork/str.h>
+#include <groundwork/cpp/owner.hpp>
 
 #include <cstdarg>
 #include <cstddef>
@@ -29,23 +29,23 @@ namespace gw {
 class Text {
  public:
   /** @param text NUL-terminated, or null. */
-  Text(const char *text) : text_(text) {}
+  Text(const char* text) : text_(text) {}
   /** @param text any. */
-  Text(const std::string &text) : text_(text.c_str()) {}
+  Text(const std::string& text) : text_(text.c_str()) {}
   /** @param text any, copied. */
   Text(std::string_view text) : text_(copy(text)) {}
-  Text(const Text &) = delete;
-  Text &operator=(const Text &) = delete;
+  Text(const Text&) = delete;
+  Text& operator=(const Text&) = delete;
 
   /** @return the text, NUL-terminated. */
-  operator const char *() const { return text_; }
+  operator const char*() const { return text_; }
 
  private:
-  const char *copy(std::string_view text) {
+  const char* copy(std::string_view text) {
     if (text.data() == nullptr) return nullptr;
-    char *place = short_;
+    char* place = short_;
     if (text.size() >= sizeof short_) {
-      long_.reset(static_cast<char *>(std::malloc(text.size() + 1)));
+      long_.reset(static_cast<char*>(std::malloc(text.size() + 1)));
       place = long_.get();
       if (place == nullptr) return nullptr;
     }
@@ -56,7 +56,7 @@ class Text {
 
   char short_[64];
   Owner<char, std::free> long_;
-  const char *text_;  // last, as it may be in one of the others
+  const char* text_;  // last, as it may be in one of the others
 };
 
 /**
@@ -71,12 +71,12 @@ class String {
  public:
   String() = default;
   /** @param text from the heap, or null. */
-  explicit String(char *text) : text_(text) {}
+  explicit String(char* text) : text_(text) {}
 
   /** @return whether there is a text. */
   explicit operator bool() const { return text_ != nullptr; }
   /** @return the text, or null. */
-  [[nodiscard]] const char *c_str() const { return text_.get(); }
+  [[nodiscard]] const char* c_str() const { return text_.get(); }
   /** @return the text; an empty one when there is none. */
   [[nodiscard]] std::string_view view() const {
     return text_ == nullptr ? std::string_view() : std::string_view(text_.get());
@@ -84,7 +84,7 @@ class String {
   /** @return as view(). */
   operator std::string_view() const { return view(); }
   /** Gives the text up. @return it, to be freed with free(). */
-  char *release() { return text_.release(); }
+  char* release() { return text_.release(); }
 
  private:
   Owner<char, std::free> text_;
@@ -102,20 +102,20 @@ class Bytes {
  public:
   Bytes() = default;
   /** @param data from the heap, or null. @param size in bytes. */
-  Bytes(char *data, std::size_t size) : data_(data), size_(data == nullptr ? 0 : size) {}
+  Bytes(char* data, size_t size) : data_(data), size_(data == nullptr ? 0 : size) {}
 
   /** @return whether there is a block, be it empty. */
   explicit operator bool() const { return data_ != nullptr; }
   /** @return the first byte, or null. */
-  [[nodiscard]] const char *data() const { return data_.get(); }
+  [[nodiscard]] const char* data() const { return data_.get(); }
   /** @return how many there are. */
-  [[nodiscard]] std::size_t size() const { return size_; }
+  [[nodiscard]] size_t size() const { return size_; }
   /** @return all of them. */
   [[nodiscard]] std::string_view view() const { return {data_.get(), size_}; }
 
  private:
   Owner<char, std::free> data_;
-  std::size_t size_ = 0;
+  size_t size_ = 0;
 };
 
 /**
@@ -134,24 +134,24 @@ class StringArray {
  public:
   StringArray() = default;
   /** @param texts from the library, or null. */
-  explicit StringArray(char **texts) : texts_(texts) {
+  explicit StringArray(char** texts) : texts_(texts) {
     while (texts != nullptr && texts[size_] != nullptr) ++size_;
   }
 
   /** @return whether there is an array, be it empty. */
   explicit operator bool() const { return texts_ != nullptr; }
   /** @return how many texts there are. */
-  [[nodiscard]] std::size_t size() const { return size_; }
+  [[nodiscard]] size_t size() const { return size_; }
   /** @param index below size(). @return that text. */
-  const char *operator[](std::size_t index) const { return texts_.get()[index]; }
+  const char* operator[](size_t index) const { return texts_.get()[index]; }
   /** @return the first. */
-  [[nodiscard]] const char *const *begin() const { return texts_.get(); }
+  [[nodiscard]] const char* const* begin() const { return texts_.get(); }
   /** @return past the last. */
-  [[nodiscard]] const char *const *end() const { return texts_.get() + size_; }
+  [[nodiscard]] const char* const* end() const { return texts_.get() + size_; }
 
  private:
-  Owner<char *, Release> texts_;
-  std::size_t size_ = 0;
+  Owner<char*, Release> texts_;
+  size_t size_ = 0;
 };
 
 /** Pieces of a text. */
@@ -162,14 +162,15 @@ using Pieces = StringArray<g_strfreev>;
  *  @param delimiter  not empty; taken as one whole text.
  *  @param max_tokens the most pieces, the last of which is the rest; 0 for all.
  *  @return the pieces; none on failure. */
-[[nodiscard]] inline Pieces split(const Text &text, const Text &delimiter, int max_tokens = 0) {
+[[nodiscard]] inline Pieces split(const Text& text, const Text& delimiter,
+                                  int max_tokens = 0) {
   return Pieces(g_strsplit(text, delimiter, max_tokens));
 }
 
 /** Formats a text, as g_strdup_printf().
  *  @param format as for printf(). @return the text; null on failure. */
-[[nodiscard]] inline String format(const char *format, ...) G_PRINTF(1, 2);
-inline String format(const char *format, ...) {
+[[nodiscard]] inline String format(const char* format, ...) G_PRINTF(1, 2);
+inline String format(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
   String text(g_strdup_vprintf(format, arguments));

@@ -2,13 +2,13 @@
 #ifndef GROUNDWORK_CPP_THREAD_HPP
 #define GROUNDWORK_CPP_THREAD_HPP
 
-#include <groundwork/cpp/mutex.hpp>
-#include <groundwork/cpp/text.hpp>
-#include <groundwork/cpp/time.hpp>
 #include <groundwork/safe.h>
 #include <groundwork/thread.h>
 #include <groundwork/timeout.h>
 #include <groundwork/timer.h>
+#include <groundwork/cpp/mutex.hpp>
+#include <groundwork/cpp/text.hpp>
+#include <groundwork/cpp/time.hpp>
 
 #include <atomic>
 #include <cstdint>
@@ -32,7 +32,7 @@ namespace gw {
 class Event {
  public:
   /** The number of signals so far. */
-  using Ticket = std::uint32_t;
+  using Ticket = uint32_t;
 
   /** Makes one; null when memory is exhausted. */
   Event() : event_(g_thread_event_new()) {}
@@ -40,7 +40,7 @@ class Event {
   /** @return whether there is one. */
   explicit operator bool() const { return event_ != nullptr; }
   /** @return the handle, still owned here. */
-  [[nodiscard]] GThreadEvent *get() const { return event_.get(); }
+  [[nodiscard]] GThreadEvent* get() const { return event_.get(); }
   /** @return a ticket: wait_for() returns for signals that come after it. */
   [[nodiscard]] Ticket ticket() const { return g_thread_event_ticket(get()); }
   /** Waits for a signal that came, or comes, after a ticket. A cancellation point.
@@ -81,7 +81,7 @@ struct SharedFunction {
 };
 
 struct Drop {
-  void operator()(SharedFunction *function) const { function->drop(); }
+  void operator()(SharedFunction* function) const { function->drop(); }
 };
 
 }  // namespace detail
@@ -102,11 +102,11 @@ class Thread {
   /** Starts one; there is none when memory is exhausted. When the system cannot start a thread
    *  `function` never runs, and nothing tells (see g_thread_create()).
    *  @param function called without arguments, on an own copy. Must not throw. */
-  template <typename Function, typename = std::enable_if_t<!std::is_same_v<
-                                   std::decay_t<Function>, Thread>>>
-  explicit Thread(Function &&function) {
+  template <typename Function,
+            typename = std::enable_if_t<!std::is_same_v<std::decay_t<Function>, Thread>>>
+  explicit Thread(Function&& function) {
     using Kept = Run<std::decay_t<Function>>;
-    auto *const run = new (std::nothrow) Kept(std::forward<Function>(function));
+    auto* const run = new (std::nothrow) Kept(std::forward<Function>(function));
     function_.reset(run);
     if (run == nullptr) return;
     run->holders.store(2, std::memory_order_relaxed);
@@ -114,9 +114,9 @@ class Thread {
     if (thread_ == nullptr) run->drop();
   }
   /** Takes over what another owns. @param other empty afterwards. */
-  Thread(Thread &&other) = default;
+  Thread(Thread&& other) = default;
   /** Waits for the present one first. @param other empty afterwards. @return this. */
-  Thread &operator=(Thread &&other) {
+  Thread& operator=(Thread&& other) {
     join();
     thread_ = std::move(other.thread_);
     function_ = std::move(other.function_);
@@ -130,7 +130,7 @@ class Thread {
   /** @return whether there is one to wait for. */
   explicit operator bool() const { return thread_ != nullptr; }
   /** @return the handle, still owned here. */
-  GThread *get() const { return thread_.get(); }
+  GThread* get() const { return thread_.get(); }
   /** Waits for its end. A cancellation point. */
   void join() {
     if (thread_ != nullptr) g_thread_wait(thread_.release());
@@ -146,11 +146,11 @@ class Thread {
   template <typename Function>
   struct Run final : detail::SharedFunction {
     template <typename Given>
-    explicit Run(Given &&given) : function(std::forward<Given>(given)) {}
+    explicit Run(Given&& given) : function(std::forward<Given>(given)) {}
     // Not noexcept: cancelling the thread unwinds through here.
-    static void *call(void *data) {
-      const std::unique_ptr<SharedFunction, detail::Drop> held(static_cast<Run *>(data));
-      static_cast<Run *>(data)->function();
+    static void* call(void* data) {
+      const std::unique_ptr<SharedFunction, detail::Drop> held(static_cast<Run*>(data));
+      static_cast<Run*>(data)->function();
       return nullptr;
     }
     Function function;
@@ -185,18 +185,19 @@ class Timeout {
    *                  false for that. It may be stopped at any cancellation point in it, so it
    *                  is not noexcept. */
   template <typename Function>
-  Timeout(Milliseconds period, Function &&function) {
+  Timeout(Milliseconds period, Function&& function) {
     using Kept = Run<std::decay_t<Function>>;
     run_.reset(new (std::nothrow) Kept(std::forward<Function>(function)));
     if (run_ == nullptr) return;
-    timeout_ = g_timeout_new(nullptr, period.count(), Kept::call, static_cast<Kept *>(run_.get()));
+    timeout_ =
+        g_timeout_new(nullptr, period.count(), Kept::call, static_cast<Kept*>(run_.get()));
     if (timeout_ == nullptr) run_.reset();
   }
   /** Takes over what another owns. @param other empty afterwards. */
-  Timeout(Timeout &&other) noexcept
+  Timeout(Timeout&& other) noexcept
       : timeout_(std::exchange(other.timeout_, nullptr)), run_(std::move(other.run_)) {}
   /** Ends the present one first. @param other empty afterwards. @return this. */
-  Timeout &operator=(Timeout &&other) noexcept {
+  Timeout& operator=(Timeout&& other) noexcept {
     end();
     timeout_ = std::exchange(other.timeout_, nullptr);
     run_ = std::move(other.run_);
@@ -227,16 +228,16 @@ class Timeout {
   template <typename Function>
   struct Run final : AnyRun {
     template <typename Given>
-    explicit Run(Given &&given) : function(std::forward<Given>(given)) {}
-    static int call(void *data) {
-      Run &run = *static_cast<Run *>(data);
+    explicit Run(Given&& given) : function(std::forward<Given>(given)) {}
+    static int call(void* data) {
+      Run& run = *static_cast<Run*>(data);
       if (detail::stops(run.function) == 0) return 1;
       return run.ending.exchange(true, std::memory_order_acq_rel) ? 1 : 0;
     }
     Function function;
   };
 
-  GTimeout *timeout_ = nullptr;
+  GTimeout* timeout_ = nullptr;
   std::unique_ptr<AnyRun> run_;
 };
 
@@ -247,41 +248,41 @@ namespace detail {
 // because the owner may end inside the function.
 struct TimerState {
   virtual ~TimerState() = default;
-  virtual std::uint32_t call(std::uint32_t interval) = 0;
+  virtual uint32_t call(uint32_t interval) = 0;
   virtual void drop_function() = 0;
 
   std::recursive_mutex mutex;
   bool is_running = false;
   bool has_owner = true;
   bool has_entry = true;
-  TimerState *next = nullptr;
+  TimerState* next = nullptr;
 };
 
 // States whose entry the service still has, for its end: then no callback tells them.
 struct TimerStates {
   std::mutex mutex;
-  TimerState *first = nullptr;
+  TimerState* first = nullptr;
 
-  void add(TimerState *state) {
+  void add(TimerState* state) {
     const std::lock_guard<std::mutex> lock(mutex);
     state->next = first;
     first = state;
   }
-  void remove(TimerState *state) {
+  void remove(TimerState* state) {
     const std::lock_guard<std::mutex> lock(mutex);
-    TimerState **link = &first;
+    TimerState** link = &first;
     while (*link != nullptr && *link != state) link = &(*link)->next;
     if (*link != nullptr) *link = state->next;
   }
   // The service has ended: its thread runs no more, and it has freed all entries.
   void forget_entries() {
-    TimerState *state;
+    TimerState* state;
     {
       const std::lock_guard<std::mutex> lock(mutex);
       state = std::exchange(first, nullptr);
     }
     while (state != nullptr) {
-      TimerState *const next = state->next;
+      TimerState* const next = state->next;
       bool has_owner;
       {
         const std::lock_guard<std::recursive_mutex> lock(state->mutex);
@@ -298,17 +299,17 @@ inline TimerStates timer_states;
 
 // What a timer's function returned, in milliseconds.
 template <typename Rep, typename Period>
-std::uint32_t interval_of(std::chrono::duration<Rep, Period> interval) {
-  return static_cast<std::uint32_t>(Milliseconds(interval).count());
+uint32_t interval_of(std::chrono::duration<Rep, Period> interval) {
+  return static_cast<uint32_t>(Milliseconds(interval).count());
 }
 template <typename Number>
-std::uint32_t interval_of(Number milliseconds) {
-  return static_cast<std::uint32_t>(milliseconds);
+uint32_t interval_of(Number milliseconds) {
+  return static_cast<uint32_t>(milliseconds);
 }
 
-inline std::uint32_t run_timer(std::uint32_t interval, void *param) {
-  auto *const state = static_cast<TimerState *>(param);
-  std::uint32_t next = 0;
+inline uint32_t run_timer(uint32_t interval, void* param) {
+  auto* const state = static_cast<TimerState*>(param);
+  uint32_t next = 0;
   bool has_owner;
   {
     const std::lock_guard<std::recursive_mutex> lock(state->mutex);
@@ -342,8 +343,8 @@ class TimerService {
  public:
   /** Starts it, as g_timer_init(). */
   TimerService() : is_running_(g_timer_init() == 0) {}
-  TimerService(const TimerService &) = delete;
-  TimerService &operator=(const TimerService &) = delete;
+  TimerService(const TimerService&) = delete;
+  TimerService& operator=(const TimerService&) = delete;
   ~TimerService() {
     if (!is_running_) return;
     const CancellationHeld held;
@@ -382,13 +383,13 @@ class Timer {
    *                  again after the same interval, or the next interval, 0 to end. Must not
    *                  throw. */
   template <typename Function>
-  Timer(Milliseconds interval, Function &&function) {
+  Timer(Milliseconds interval, Function&& function) {
     using Kept = State<std::decay_t<Function>>;
-    auto *const state = new (std::nothrow) Kept(std::forward<Function>(function));
+    auto* const state = new (std::nothrow) Kept(std::forward<Function>(function));
     if (state == nullptr) return;
     detail::timer_states.add(state);
-    if (g_add_timer(interval.count(), detail::run_timer, static_cast<detail::TimerState *>(state)) ==
-        nullptr) {
+    if (g_add_timer(interval.count(), detail::run_timer,
+                    static_cast<detail::TimerState*>(state)) == nullptr) {
       detail::timer_states.remove(state);
       delete state;
       return;
@@ -396,9 +397,9 @@ class Timer {
     state_ = state;
   }
   /** Takes over what another owns. @param other empty afterwards. */
-  Timer(Timer &&other) noexcept : state_(std::exchange(other.state_, nullptr)) {}
+  Timer(Timer&& other) noexcept : state_(std::exchange(other.state_, nullptr)) {}
   /** Ends the present one first. @param other empty afterwards. @return this. */
-  Timer &operator=(Timer &&other) noexcept {
+  Timer& operator=(Timer&& other) noexcept {
     if (this != &other) {
       end();
       state_ = std::exchange(other.state_, nullptr);
@@ -411,7 +412,7 @@ class Timer {
   explicit operator bool() const { return state_ != nullptr; }
   /** Ends it. The service keeps an empty entry until the interval is over. */
   void end() {
-    detail::TimerState *const state = std::exchange(state_, nullptr);
+    detail::TimerState* const state = std::exchange(state_, nullptr);
     if (state == nullptr) return;
     bool has_entry;
     {
@@ -427,9 +428,9 @@ class Timer {
   template <typename Function>
   struct State final : detail::TimerState {
     template <typename Given>
-    explicit State(Given &&given)
+    explicit State(Given&& given)
         : function(new (std::nothrow) Function(std::forward<Given>(given))) {}
-    std::uint32_t call(std::uint32_t interval) override {
+    uint32_t call(uint32_t interval) override {
       if (function == nullptr) return 0;
       if constexpr (std::is_void_v<decltype((*function)())>) {
         (*function)();
@@ -442,7 +443,7 @@ class Timer {
     std::unique_ptr<Function> function;
   };
 
-  detail::TimerState *state_ = nullptr;
+  detail::TimerState* state_ = nullptr;
 };
 
 }  // namespace gw

@@ -48,7 +48,9 @@ class Milliseconds {
 };
 
 /** Sleeps, as g_delay(). @param time how long. */
-inline void delay(Milliseconds time) { g_delay(time.count()); }
+inline void delay(Milliseconds time) {
+  g_delay(time.count());
+}
 
 /**
  * The clock of g_monotonic_ms(), for `std::chrono`: nobody sets it.

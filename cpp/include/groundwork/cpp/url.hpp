@@ -2,8 +2,8 @@
 #ifndef GROUNDWORK_CPP_URL_HPP
 #define GROUNDWORK_CPP_URL_HPP
 
-#include <groundwork/cpp/text.hpp>
 #include <groundwork/url.h>
+#include <groundwork/cpp/text.hpp>
 
 #include <cstdint>
 #include <cstdio>
@@ -16,7 +16,7 @@ namespace gw {
 inline void use_files_and_http() {
   static bool done = false;
   if (!std::exchange(done, true)) {
-    url_add_modules(&URL_module_file, &URL_module_http, static_cast<URL_module *>(nullptr));
+    url_add_modules(&URL_module_file, &URL_module_http, static_cast<URL_module*>(nullptr));
   }
 }
 
@@ -37,7 +37,7 @@ class Url {
  public:
   Url() = default;
   /** Opens a stream, as url_open(). @param url not null. */
-  explicit Url(const Text &url) : url_(url_open(url)) {}
+  explicit Url(const Text& url) : url_(url_open(url)) {}
 
   /** @return whether it is open. */
   explicit operator bool() const { return url_ != nullptr; }
@@ -45,34 +45,34 @@ class Url {
   [[nodiscard]] URL get() const { return url_.get(); }
   /** Reads bytes, as url_read(). @param buffer room for `size` bytes. @param size the most
    *  that are read. @return how many were; 0 at the end, and -1 on error. */
-  std::int32_t read(void *buffer, std::int32_t size) { return url_read(get(), buffer, size); }
+  int32_t read(void* buffer, int32_t size) { return url_read(get(), buffer, size); }
   /** Reads the next line that is not empty, without its end, as url_readline().
    *  @param buffer takes the line; of a longer one the rest is the next line.
    *  @return the line, in `buffer`; none at the end. */
-  template <std::size_t Size>
+  template <size_t Size>
   [[nodiscard]] std::optional<std::string_view> line(char (&buffer)[Size]) {
-    const std::int32_t length = url_readline(get(), buffer, static_cast<std::int32_t>(Size));
+    const int32_t length = url_readline(get(), buffer, static_cast<int32_t>(Size));
     if (length <= 0) return std::nullopt;
-    return std::string_view(buffer, static_cast<std::size_t>(length));
+    return std::string_view(buffer, static_cast<size_t>(length));
   }
   /** Reads a byte, as url_fgetc(). @return 0 to 255, or -1. */
   int byte() { return url_fgetc(get()); }
   /** Reads as url_dump(). @param size at most. @return the bytes; none at the end, and when
    *  the first read fails. */
-  Bytes dump(std::int32_t size) {
-    std::int32_t length = 0;
-    Owner<char, std::free> bytes(static_cast<char *>(url_dump(get(), size, &length)));
+  Bytes dump(int32_t size) {
+    int32_t length = 0;
+    Owner<char, std::free> bytes(static_cast<char*>(url_dump(get(), size, &length)));
     if (bytes == nullptr || length < 0) return {};
-    return Bytes(bytes.release(), static_cast<std::size_t>(length));
+    return Bytes(bytes.release(), static_cast<size_t>(length));
   }
   /** Moves the stream, as url_seek(). @param offset bytes, relative to what `whence` says.
    *  @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new position; of a stream that
    *  can only go forward, the one before the move; -1 on failure. */
-  std::int64_t seek(std::int64_t offset, int whence = SEEK_SET) {
+  int64_t seek(int64_t offset, int whence = SEEK_SET) {
     return url_seek(get(), offset, whence);
   }
   /** @return the position in bytes, as url_tell(). */
-  std::int64_t tell() { return url_tell(get()); }
+  int64_t tell() { return url_tell(get()); }
   /** Closes it. */
   void close() { url_.reset(); }
 
