@@ -4,10 +4,9 @@ lines of the documents.
 
   examples_test.py SOURCE_DIR BUILD_DIR C_COMPILER C++_COMPILER FLAGS [EMULATOR...] -- FILE... [-k TEST]
 
-Every block marked c or cpp (in a header, @code{.c} or @code{.cpp}) is an example:
+Every block marked c or cpp (in a header, @code or @code{.cpp}) is an example:
 
-- One with a main() is a program. Any other is a fragment: its static functions, structs and
-  #include lines come first and stand outside, the rest is the body of main().
+- One with a main() is a program. Any other is a fragment of one (scripts/examples.py).
 - "// prints: TEXT" announces a line of standard output; with one such line in it, an example
   must print all that it announces, in this order, and nothing else (the timer service's own lines
   aside). It must end with status 0.
@@ -34,6 +33,7 @@ import threading
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from examples import is_program, outside
 from project import PUBLIC_INCLUDES
 
 SOURCE = pathlib.Path()
@@ -59,17 +59,7 @@ class Block:
         return f"{self.file.relative_to(SOURCE)}:{self.number}"
 
     def is_program(self):
-        return any(re.match(r"int main\(", line) for line in self.lines)
-
-    def outside(self):
-        """How many lines of a fragment stand outside main()."""
-        outside, defines = 0, False
-        for index, line in enumerate(self.lines, 1):
-            if re.match(r"\w.*\{$", line):
-                defines = line.startswith(("static ", "struct "))
-            if line.startswith("#include") or defines and line in ("}", "};"):
-                outside = index
-        return outside
+        return is_program(self.lines)
 
     def program(self):
         def lines(begin, end):
@@ -78,7 +68,7 @@ class Block:
 
         if self.is_program():
             return "\n".join(lines(0, None)) + "\n"
-        cut = self.outside()
+        cut = outside(self.lines)
         return "\n".join([*(f"#include <{header}>" for header in HEADERS[self.language]),
                           *lines(0, cut),
                           "int main(void) {", *lines(cut, None), "return 0;", "}"]) + "\n"
@@ -90,13 +80,13 @@ class Block:
 def blocks(file):
     """The blocks of a document or a header that are marked with a language."""
     comment = " * " if file.suffix in (".h", ".hpp") else ""
-    begin = r" \* @code\{\.(\w+)\}$" if comment else r"```(\w+)$"
+    begin = r" \* @code(?:\{\.(\w+)\})?$" if comment else r"```(\w+)$"
     end = " * @endcode" if comment else "```"
     language, number, found = None, 0, []
     for index, line in enumerate(file.read_text(encoding="utf-8").splitlines(), 1):
         if language is None:
             if match := re.match(begin, line):
-                language, number, found = match[1], index, []
+                language, number, found = match[1] or "c", index, []
         elif line == end:
             yield Block(file, number, language, found)
             language = None

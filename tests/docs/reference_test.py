@@ -1,25 +1,35 @@
 #!/usr/bin/env python3
 """Builds the reference and looks at what came of it: nothing public without its description, a
-manual page for each exported function, links that lead somewhere.
+manual page for each exported function that can be read alone and whose examples compile as they are
+printed, links that lead somewhere.
 
-  reference_test.py SOURCE_DIR EXPORTS
+  reference_test.py SOURCE_DIR BUILD_DIR C_COMPILER FLAGS
 
 SPDX-License-Identifier: MIT
 """
 
 import html.parser
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import textwrap
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
-from project import PUBLIC_FOLDERS
+from project import PUBLIC_FOLDERS, PUBLIC_INCLUDES
 
 SOURCE = pathlib.Path()
-EXPORTS = pathlib.Path()
+BUILD = pathlib.Path()
+COMPILER = []
+
+# The order of man-pages(7).
+SECTIONS = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "PARAMETERS", "RETURN VALUE", "ERRORS", "FILES",
+            "ENVIRONMENT", "ATTRIBUTES", "STANDARDS", "HISTORY", "NOTES", "EXAMPLES", "SEE ALSO"]
+OF_A_FUNCTION = {"NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "RETURN VALUE", "ATTRIBUTES", "HISTORY",
+                 "SEE ALSO"}
 
 
 def run(*command):
@@ -50,7 +60,7 @@ class Reference(unittest.TestCase):
         cls.addClassCleanup(folder.cleanup)
         cls.folder = pathlib.Path(folder.name) / "reference"
         cls.built = run(SOURCE / "scripts/docs", "--no-setup", cls.folder)
-        lines = EXPORTS.read_text(encoding="ascii").splitlines()
+        lines = (BUILD / "exports.txt").read_text(encoding="ascii").splitlines()
         cls.functions = [line.split()[0] for line in lines if line.split()[1] == "function"]
         cls.data = [line.split()[0] for line in lines if line.split()[1] == "data"]
         cls.pages = sorted((cls.folder / "man/man3").glob("*.3"))
@@ -80,8 +90,67 @@ class Reference(unittest.TestCase):
     def test_manual_pages_say_what_programs_must_know(self):
         text = run("man", "-M", self.folder / "man", "-P", "cat", "g_conf_register_callback").stdout
         for part in ("#include <groundwork/conf.h>", "-lgroundwork", "int (*GConfCallback)(",
-                     "PARAMETERS", "RETURN VALUE", "THREADS", "groundwork_conf(3)"):
+                     "PARAMETERS", "RETURN VALUE", "Thread safety", "groundwork_conf(3)"):
             self.assertIn(part, text)
+
+    def source(self, page):
+        return page.read_text(encoding="ascii")
+
+    def pages_of_functions(self):
+        return [page for name in self.functions if not (page := self.page(name)).is_symlink()]
+
+    def test_pages_of_functions_have_the_sections_of_the_systems_pages_in_their_order(self):
+        for page in self.pages_of_functions():
+            with self.subTest(page.stem):
+                found = re.findall(r"^\.SH (.*)$", self.source(page), re.M)
+                self.assertLessEqual(OF_A_FUNCTION, set(found))
+                self.assertEqual(found, sorted(found, key=SECTIONS.index))
+
+    def test_examples_compile_as_they_are_printed(self):
+        printed = {}  # the pages of each program
+        for page in [*self.pages_of_functions(), self.page("groundwork"),
+                     *(self.folder / "man/man3").glob("groundwork_*.3")]:
+            text = run("mandoc", "-T", "ascii", "-O", "width=160", page).stdout
+            part = re.search(r"^EXAMPLES\n(.*?)^SEE ALSO", re.sub(".\b", "", text), re.M | re.S)
+            programs = part and re.findall(r"^#include <groundwork/.*?^int main\(.*?^}$",
+                                           textwrap.dedent(part[1]), re.M | re.S)
+            for program in programs or []:
+                printed.setdefault(program, []).append(page.stem)
+        self.assertGreater(len(printed), 20)
+        for program, names in printed.items():
+            with self.subTest(pages=names):
+                source = self.folder / "example.c"
+                source.write_text(program + "\n", encoding="ascii")
+                built = run(*COMPILER, "-Wall", "-Wextra", "-Wpedantic", "-Werror",
+                            *(f"-I{folder}" for folder in PUBLIC_INCLUDES), source, "-o",
+                            self.folder / "example", f"-L{BUILD}", "-lgroundwork")
+                self.assertEqual((built.returncode, built.stdout), (0, ""), program)
+
+    def references(self, page):
+        part = re.search(r"^\.SH SEE ALSO\n(.*)", self.source(page), re.M | re.S)
+        text = part[1].replace("\\%", "").replace("\\-", "-") if part else ""
+        return set(re.findall(r"^\.BR (\S+) \((\d)\)", text, re.M))
+
+    def test_references_lead_both_ways_those_of_the_tools_too(self):
+        own = {page.stem: page for page in self.pages if not page.is_symlink()}
+        tools = {tool.stem: tool for tool in (SOURCE / "tools").glob("*.1")}
+        for name in self.functions:
+            if name in own:
+                for other, section in self.references(own[name]):
+                    if other in tools:
+                        with self.subTest(name=name, other=other):
+                            self.assertEqual(section, "1")
+                            self.assertIn((name, "3"), self.references(tools[other]))
+                    elif other in own and other in self.functions:
+                        with self.subTest(name=name, other=other):
+                            self.assertIn((name, "3"), self.references(own[other]))
+        for name, tool in tools.items():
+            for other, section in self.references(tool):
+                with self.subTest(name=name, other=other):
+                    if section == "3":
+                        self.assertIn((name, "1"), self.references(own[other]))
+                    elif other in tools:
+                        self.assertIn((name, "1"), self.references(tools[other]))
 
     def test_manual_pages_please_the_formatters(self):
         lint = run("mandoc", "-T", "lint", *self.pages)
@@ -91,7 +160,7 @@ class Reference(unittest.TestCase):
         self.assertIn('g_timer_init.3: "g_timer_init - ', names.stdout)
         for name in ("groundwork", "groundwork_queue", "groundwork_url", "g_scandir"):
             formatted = run("man", "--warnings=w", "-P", "cat", "-l", self.page(name))
-            self.assertNotIn("warning", formatted.stdout)
+            self.assertNotIn("warning: ", formatted.stdout)
 
     def test_links_lead_somewhere_and_nothing_needs_a_script(self):
         folder = self.folder / "html"
@@ -134,7 +203,7 @@ class Reference(unittest.TestCase):
 
     def test_a_missing_description_fails_the_build(self):
         copy = self.folder / "copy"
-        for part in ("cmake", "docs", "scripts", *PUBLIC_FOLDERS):
+        for part in ("cmake", "docs", "scripts", "tools", *PUBLIC_FOLDERS):
             shutil.copytree(SOURCE / part, copy / part)
         shutil.copy(SOURCE / "CMakeLists.txt", copy)
         header = copy / "core/include/groundwork/fifo.h"
@@ -152,5 +221,6 @@ class Reference(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    SOURCE, EXPORTS = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
-    unittest.main(argv=sys.argv[:1])
+    SOURCE, BUILD = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+    COMPILER = [sys.argv[3], *sys.argv[4].split()]
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:])

@@ -11,7 +11,7 @@ endif()
 if(PLAIN_I386)
   add_test(NAME docs/reference_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/docs/reference_test.py" "${PROJECT_SOURCE_DIR}"
-      "${PROJECT_BINARY_DIR}/exports.txt")
+      "${PROJECT_BINARY_DIR}" "${CMAKE_C_COMPILER}" "${CMAKE_C_FLAGS} ${CMAKE_C_FLAGS_RELWITHDEBINFO}")
   file(GLOB documents CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
     "${PROJECT_SOURCE_DIR}/docs/*.md")
   file(GLOB classes CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/cpp/include/groundwork/cpp/*.hpp")
