@@ -4,7 +4,7 @@
  *
  *   power_cut_program save FILE    changes all keys and saves, without end, with
  * g_conf_save() power_cut_program sync FILE    the same with g_conf_sync()
- *   power_cut_program check FILE   tells what is left
+ *   power_cut_program check FILE   reports what is left
  *
  * All keys hold the number of the round. "done N" is written when the call of round N has
  * returned; "whole N" when a file holds round N in all keys, else "empty" or "torn".

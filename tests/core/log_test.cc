@@ -25,7 +25,7 @@ constexpr const char* kMarkers[] = {"/tmp/vk_debug", "/tmp/vk_message",
                                     "/tmp/vk_information", "/tmp/vk_warning",
                                     "/tmp/vk_error"};
 
-// Everything a test may leave behind is put back.
+// Puts back everything that a test may change.
 class Log : public ::testing::Test {
  protected:
   ~Log() override {

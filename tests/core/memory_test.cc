@@ -226,7 +226,7 @@ auto heap_figures() {
 #endif
 }
 
-TEST(MemProfile, TellsEachFigureOfTheHeapAndTheLastResult) {
+TEST(MemProfile, LogsEachFigureOfTheHeapAndReturnsTheLastResult) {
   LogCapture log(0);
   g_debug_set_handler(keep_line, nullptr);
   std::free(std::malloc(100));               // a free chunk

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Pairs of functions that do the same by the C interface and by the wrapper. At -O2 both of
-// a pair are the same instructions.
+// Pairs of functions that do the same through the C interface and through the wrapper. At
+// -O2 both of a pair compile to the same instructions.
 
 #include <groundwork/groundwork.hpp>
 

@@ -477,7 +477,7 @@ TEST(CppSafe, TimesAreRoundedUpAndBounded) {
   EXPECT_GE(gw::MonotonicClock::now() - begin, 19ms);
 }
 
-TEST(CppSafe, ATryTellsWhetherItLocked) {
+TEST(CppSafe, ATryReturnsWhetherItLocked) {
   gw::Mutex mutex;
   gw::Mutex second;
   {

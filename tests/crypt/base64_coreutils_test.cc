@@ -1,4 +1,4 @@
-// Base64 side by side with the base64 command: every length up to 4096 in a few runs of it,
+// Compares Base64 with the base64 command: every length up to 4096 in a few runs of it,
 // since starting a process for each takes half a minute on a loaded machine.
 //
 // SPDX-License-Identifier: MIT

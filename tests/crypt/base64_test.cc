@@ -22,8 +22,8 @@ namespace {
 const std::string kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Encodes into a block of exactly the size that is needed, so that a sanitizer sees any
-// access beyond it, from a block of exactly the size given.
+// Encodes from a block of exactly the size given into one of exactly the size needed, so
+// that a sanitizer reports any access beyond either.
 std::string encode(const std::string& bytes) {
   const size_t size = (bytes.size() + 2) / 3 * 4;
   const std::unique_ptr<char[]> source(new char[bytes.size()]);
@@ -251,7 +251,7 @@ TEST(Base64DecodeDeathTest, NullTextFaultsInsteadOfBeingReported) {
   EXPECT_DEATH(g_crypt_base64_decode(nullptr, nullptr), "");
 }
 
-TEST(Base64Decode, PaddingMayOnlyStandInTheLastTwoPlacesOfTheText) {
+TEST(Base64Decode, PaddingIsValidOnlyInTheLastTwoPlacesOfTheText) {
   for (const char* const text : {"TQ==TQ==", "TWE=TWFu", "TWFuTQ==TWFu", "====", "T===",
                                  "=QQQ", "T=QQ", "=Q==", "T=Q=", "TWFu====", "TWFuT==="}) {
     LogCapture log(0);
@@ -277,7 +277,7 @@ TEST(Base64Decode, AnyOtherCharacterAfterThatPadIsAnError) {
   }
 }
 
-TEST(Base64Decode, BitsBehindTheLastByteAreIgnored) {
+TEST(Base64Decode, BitsAfterTheLastByteAreIgnored) {
   EXPECT_EQ(decode("TR==").bytes, with_nul("M"));
   EXPECT_EQ(decode("Tf==").bytes, with_nul("M"));
   EXPECT_EQ(decode("TWH=").bytes, with_nul("Ma"));

@@ -1,5 +1,4 @@
-// What both block ciphers have in common, and where they differ from each other only in the
-// answers.
+// What both block ciphers have in common, tested with the expected values of each.
 //
 // SPDX-License-Identifier: MIT
 
@@ -33,7 +32,7 @@ struct Cipher {
   int (*encrypt)(const void* input, void* output, const void* key);
   int (*decrypt)(const void* input, void* output, const void* key);
   Bytes8 (*model)(const Bytes8& block, const Bytes8& key, Direction direction);
-  uint64_t test::KnownAnswer::*answer;
+  uint64_t test::KnownAnswer::*ciphertext;
   int ignored_bit;  // of each key byte, counted from the lowest
 
   Bytes8 encrypted(const Bytes8& block, const Bytes8& key) const {
@@ -89,7 +88,7 @@ TEST_P(BlockCipher, GivesTheKnownAnswers) {
   for (const test::KnownAnswer& known : test::kKnownAnswers) {
     const Bytes8 key = bytes_of(known.key);
     const Bytes8 plain = bytes_of(known.block);
-    const Bytes8 secret = bytes_of(known.*cipher().answer);
+    const Bytes8 secret = bytes_of(known.*cipher().ciphertext);
     EXPECT_EQ(cipher().encrypted(plain, key), secret) << std::hex << known.key;
     EXPECT_EQ(cipher().decrypted(secret, key), plain) << std::hex << known.key;
   }

@@ -1,5 +1,5 @@
-// d3des side by side with OpenSSL's DES, where the target has OpenSSL; elsewhere the known
-// answers, which OpenSSL gave, stand for it.
+// Compares d3des with OpenSSL's DES where the target has OpenSSL. Elsewhere the known
+// answers, which OpenSSL computed, replace it.
 //
 // SPDX-License-Identifier: MIT
 

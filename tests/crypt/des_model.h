@@ -1,5 +1,5 @@
-// DES bit by bit, in the plainest way, with tables of its own: the standard cipher, and the
-// variant that the library has beside it.
+// DES bit by bit, written as plainly as possible, with its own tables: the standard cipher,
+// and the variant that the library also has.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_CRYPT_DES_MODEL_H

@@ -36,7 +36,7 @@ TEST(DesTables, HoldWhatTheStandardPrints) {
   EXPECT_EQ(values(p32), test::kModelP);
 }
 
-TEST(DesTables, SBoxesStandBoxAfterBoxRowAfterRowOneByteEach) {
+TEST(DesTables, HoldTheSBoxesRowByRowOneByteForEachEntry) {
   for (int box = 0; box < 8; ++box) {
     for (int at = 0; at < 64; ++at) {
       const char digit = test::kModelSBoxes[box][at];

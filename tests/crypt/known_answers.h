@@ -1,6 +1,6 @@
-// Answers written down once, so that every target is held to the same bytes: those of the
-// variant from the bit-by-bit model in des_model.cc, those of d3des from OpenSSL's DES
-// under the mirrored key.
+// Known answers, recorded so that every target is checked against the same bytes: for the
+// variant from the bit-by-bit model in des_model.cc, for d3des from OpenSSL's DES under the
+// mirrored key.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_CRYPT_KNOWN_ANSWERS_H

@@ -1,6 +1,6 @@
-// What keeps no state may be used by any number of threads at once: each module's functions
-// run on several threads, each with data of its own. Under the thread sanitizer a state
-// that they share all the same shows.
+// Functions that keep no state may run on any number of threads simultaneously: here those
+// of each module run on several threads, each with its own data. The thread sanitizer
+// reports any state that they share after all.
 //
 // SPDX-License-Identifier: MIT
 

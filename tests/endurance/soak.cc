@@ -1,11 +1,11 @@
-// Soak: everything at once, for as long as is asked for.
+// Soak test: runs all services side by side, for as long as requested.
 //
 //   soak SECONDS
 //
-// Works in rounds. In each one all services are started, used side by side by a thread for
-// each, and ended; then memory, descriptors and threads are counted. The first rounds fill
-// what the C library keeps; behind them nothing may grow. Prints one line and exits with 1
-// when something grew or a promise was not kept.
+// Works in rounds. Each one starts all services, uses each on a thread of its own, and
+// stops them; then it counts memory, descriptors and threads. The first rounds fill the C
+// library's caches; after them nothing may grow. Prints one line, and exits with 1 if
+// something grew or a check failed.
 //
 // SPDX-License-Identifier: MIT
 
@@ -37,9 +37,9 @@ constexpr bool kSanitized = false;
 namespace {
 
 constexpr int kWarmUpRounds = 2;
-// The sanitizers count each block. The C library also counts what lies in its own caches.
+// The sanitizers count each block. The C library also counts the blocks in its own caches.
 constexpr long kHeapSlack = kSanitized ? 1024 : 16 * 1024;
-// Pages of a heap that is as full as before: blocks come to lie differently each time.
+// Allows for fragmentation: an equally full heap may use more pages.
 constexpr long kResidentSlackKib = 2048;
 
 struct Counts {

@@ -1,5 +1,5 @@
-// A web server on loopback, inside the program that is watched: it keeps nothing of what it
-// was asked, so that whatever grows is not its.
+// A web server on loopback, inside the program under observation. It keeps nothing of the
+// requests, so any growth is not its own.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_ENDURANCE_SOAK_SERVER_H
@@ -12,7 +12,7 @@
 
 namespace test {
 
-// Answers every request with the same body, one connection after the other.
+// Serves the same body for every request, one connection after the other.
 class SoakServer {
  public:
   explicit SoakServer(const std::string& body);

@@ -17,7 +17,7 @@ namespace test {
 struct SoakRound {
   std::string directory;  // of the soak's own
   std::string url;        // of the server inside this process
-  std::string body;       // what that answers, and what the file `directory`/body holds
+  std::string body;       // what that serves, and what the file `directory`/body holds
 
   std::atomic<bool> stopping{false};
   GQueue* queue = nullptr;

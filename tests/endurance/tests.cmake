@@ -4,7 +4,7 @@ if(GROUNDWORK_CRYPT)
   target_compile_definitions(endurance_side_by_side_test PRIVATE GROUNDWORK_TESTS_CRYPT)
 endif()
 
-# All services at once, for a while: nothing may grow. tests/soak SECONDS runs it longer.
+# Runs all services side by side for a while: nothing may grow. tests/soak SECONDS runs longer.
 if(GROUNDWORK_CONF AND GROUNDWORK_CRYPT AND GROUNDWORK_URL)
   add_executable(endurance_soak
     endurance/soak.cc endurance/soak_server.cc endurance/soak_workers.cc)

@@ -22,7 +22,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         done = subprocess.run(command, cwd=folder, capture_output=True, text=True, timeout=PATIENCE,
                               check=False)
-    # The timer service tells of its own end.
+    # The timer service reports its own end.
     printed = [line for line in done.stdout.splitlines() if not line.startswith("g_timer:")]
     if done.returncode != 0 or done.stderr or printed != announced:
         sys.exit(f"status {done.returncode}\n{done.stderr}printed:   {printed}\nannounced: {announced}")

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the example of a subsystem and looks at all that it prints.
 
-  examples_test.py NAME COMMAND...   the example, and its program, behind an emulator if it
+  examples_test.py NAME COMMAND...   the example, and its program, run by an emulator if it
                                      needs one
 
 SPDX-License-Identifier: MIT
@@ -231,7 +231,7 @@ class Ciphers(Case):
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
-    """Answers with the user agent that it was told."""
+    """Replies with the user agent of the request."""
 
     def do_GET(self):
         if self.path != "/page":

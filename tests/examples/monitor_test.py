@@ -2,7 +2,7 @@
 """Runs the device monitor as its users do: settings changed while it runs, stopped by the
 clock and by signals, started again.
 
-  monitor_test.py CONF COMMAND...   its sample configuration, and the program, behind an
+  monitor_test.py CONF COMMAND...   its sample configuration, and the program, run by an
                                     emulator if it needs one
 
 SPDX-License-Identifier: MIT

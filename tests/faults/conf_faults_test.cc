@@ -37,8 +37,8 @@ void close_clean(GConf* conf) {
   g_conf_close(conf);
 }
 
-// A load that fails names the path last; a table or an index that can be done without is
-// no failure.
+// A load that fails logs the path last. Without memory for a hash table or an index it
+// succeeds all the same: look-ups walk the list.
 void expect_loaded(const Pass& pass, GConf* conf, const std::string& path) {
   if (conf == nullptr) {
     EXPECT_TRUE(pass.struck());
@@ -60,7 +60,8 @@ void open_existing(Pass& pass) {
   directory.write("conf", kText);
   GConf* const conf = faulty(pass, [] { return g_conf_open("conf"); });
   if (pass.struck(Call::kStat)) {
-    // Not seen, it is a new one; seen and then not measured, it is not loaded.
+    // If the file is not found, the configuration is new; if its size cannot be read, it is
+    // not loaded.
     if (conf != nullptr) {
       EXPECT_EQ(conf->sections, nullptr);
     }
@@ -129,14 +130,14 @@ bool is_cut_from(const std::string& part, const std::string& whole) {
   return at == part.size();
 }
 
-// Of a write of the whole file that began with `former`.
-void expect_file(const Pass& pass, const std::string& former) {
+// After a write of the whole file, which held `previous` before.
+void expect_file(const Pass& pass, const std::string& previous) {
   const std::string text = read_file("conf");
   if (pass.struck(Call::kOpen)) {
-    EXPECT_EQ(text, former);
+    EXPECT_EQ(text, previous);
   } else if (pass.struck(Call::kAllocation)) {
     // Without a handle nothing is touched; without a buffer all is written.
-    EXPECT_TRUE(text == former || text == kChanged);
+    EXPECT_TRUE(text == previous || text == kChanged);
   } else if (pass.struck_only(Call::kFcntl)) {
     EXPECT_TRUE(text.empty() || text == kChanged);  // emptied before it was to be locked
   } else if (pass.struck(Call::kWrite)) {

@@ -64,7 +64,7 @@ void duplicate(Pass& pass) {
 }
 
 void profile(Pass& pass) {
-  // What the handler answers.
+  // The result that the handler returns.
   EXPECT_EQ(faulty(pass, [] { return g_mem_profile(); }), 0);
 }
 
@@ -105,7 +105,7 @@ void log_to_stderr(Pass& pass) {
     result = g_log(G_LOG_ERROR, "here", 1, "%s", "text");
     g_print("%s", "text");
   }
-  // What the stream answered.
+  // The result of the stream.
   if (pass.struck(Call::kFputs) == 0) {
     EXPECT_GE(result, 0);
   } else if (pass.and_all_later() && pass.struck(Call::kFputs) == 2) {

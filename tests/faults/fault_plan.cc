@@ -214,7 +214,7 @@ bool asks_for_another_try(const Effect& effect) {
   return effect.kind == Effect::kError && (effect.error == EINTR || effect.error == EAGAIN);
 }
 
-// The errors stand first among the effects.
+// The errors come first among the effects.
 const Effect& nth_error(const Faultable& function, int n) {
   size_t errors = 0;
   while (errors < function.effects.size() &&

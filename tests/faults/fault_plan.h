@@ -123,8 +123,8 @@ struct Fault {
 };
 
 // A function: the symbol that the library imports, what can become of a call, and the
-// symbol of the form that is told the size of the caller's buffer, or how to check the
-// format; null where the library does not call one.
+// symbol of the checking form, which also takes the size of the caller's buffer or a flag
+// for the format; null where the library does not call one.
 struct Faultable {
   Call call;
   const char* symbol;

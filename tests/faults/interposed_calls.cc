@@ -129,7 +129,7 @@ int openat(int directory, const char* path, int flags, ...) {
   return NEXT(kOpenat, openat)(directory, path, flags, mode);
 }
 
-// A descriptor is gone whatever close() answers.
+// A descriptor is gone whatever close() returns.
 int close(int fd) {
   const Effect* const effect = strike(Call::kClose);
   const int result = NEXT(kClose, close)(fd);
@@ -337,7 +337,7 @@ int msync(void* address, size_t length, int flags) {
 }
 
 // The library's request goes no further: a limit of the system, and the sanitizers' own
-// memory, would make the answer depend on the machine.
+// memory, would make the result depend on the machine.
 int mlockall(int flags) noexcept {
   if (const Effect* const effect = strike(Call::kMlockall)) return failed(*effect, -1);
   return is_library() ? 0 : NEXT(kMlockall, mlockall)(flags);
@@ -364,7 +364,7 @@ FILE* fdopen(int fd, const char* mode) noexcept {
   return NEXT(kFdopen, fdopen)(fd, mode);
 }
 
-// A stream is gone whatever fclose() answers.
+// A stream is gone whatever fclose() returns.
 int fclose(FILE* stream) {
   const Effect* const effect = strike(Call::kFclose);
   const int result = NEXT(kFclose, fclose)(stream);

@@ -68,7 +68,7 @@ void expect_promise(const Pass& pass, const Result& result, const std::string& o
     EXPECT_TRUE(result.value != 1 || pass.struck(Call::kFsync) != 0);
     int error = pass.is_of_memory() ? ENOMEM : pass.error();
     if (pass.struck(Call::kFchown) != 0 && error == EINVAL) error = EPERM;
-    // What stands in the way, and is not there when it is to be removed.
+    // A leftover file is in the way, yet is missing when it is to be removed.
     if (pass.struck(Call::kUnlinkat) != 0 && error == ENOENT) error = EEXIST;
     if (error != -1) {
       EXPECT_EQ(result.error, error);
@@ -171,13 +171,13 @@ void duplicate_file(Pass& pass) {
 
 void make_directory_with_parents(Pass& pass) {
   const WorkingDirectory directory;
-  const mode_t former = umask(0300);  // so that parents need more than was asked for
+  const mode_t previous = umask(0300);  // so that parents need more than was asked for
   const Result result = faulty(pass, [] {
     errno = 0;
     const int value = g_dir_make("a/b/c", 0755);
     return Result{value, errno};
   });
-  umask(former);
+  umask(previous);
   EXPECT_EQ(pass.reports(), 0);
   if (result.value == 0) {
     struct stat status;
@@ -290,19 +290,19 @@ void save_conf(Pass& pass) {
   close_clean(conf);
 }
 
-// Taken in or not at all, and told in the same way.
+// All changes are taken in and reported, or none.
 void reload_conf(Pass& pass) {
   const WorkingDirectory directory;
   GConf* const conf = open_conf(directory);
   ASSERT_NE(conf, nullptr);
-  std::string told;
-  const auto tell = [](const GConfChange* change, void* data) {
+  std::string reported;
+  const auto report = [](const GConfChange* change, void* data) {
     // Short enough to need no memory, which may fail.
     static_cast<std::string*>(data)->push_back(change->value[0]);
     return 0;
   };
-  EXPECT_EQ(g_conf_register_callback(conf, "net", "host", tell, &told), 0);
-  EXPECT_EQ(g_conf_register_callback(conf, "net", "mtu", tell, &told), 0);
+  EXPECT_EQ(g_conf_register_callback(conf, "net", "host", report, &reported), 0);
+  EXPECT_EQ(g_conf_register_callback(conf, "net", "mtu", report, &reported), 0);
   directory.write("file", kConfEdited);
   const Result result = faulty(pass, [conf] {
     errno = 0;
@@ -322,7 +322,7 @@ void reload_conf(Pass& pass) {
   if (is_refused(pass) && pass.error() != -1) {
     EXPECT_FALSE(is_new);
   }
-  EXPECT_EQ(told, is_new ? "t9" : "");
+  EXPECT_EQ(reported, is_new ? "t9" : "");
   EXPECT_EQ(value_of(conf, "net", "host"), is_new ? "there" : "here");
   EXPECT_EQ(value_of(conf, "net", "port"), is_new ? "" : "80");
   EXPECT_EQ(value_of(conf, "net", "mtu"), is_new ? "9" : "");

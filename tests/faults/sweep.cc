@@ -87,7 +87,7 @@ int count_descriptors() {
   return count;
 }
 
-// Once it stands still.
+// Waits until the count is stable.
 int settled_descriptors() {
   int count = count_descriptors();
   for (int still = 0; still < 20; ++still) {
@@ -312,8 +312,8 @@ constexpr struct {
     {" _pthread_cleanup_pop _pthread_cleanup_push alphasort htons pthread_equal ",
      "work on memory alone, with musl"},
     {" getc_unlocked __freadahead ",
-     "with musl tell of the stream's buffer, which most bytes come out of"},
-    {" syscall ", "with musl stands for statx(), which that lacks"},
+     "with musl examine the stream's buffer, which most bytes come out of"},
+    {" syscall ", "musl calls it for statx(), which it lacks"},
     {" pthread_mutex_lock pthread_mutex_unlock pthread_mutex_trylock ",
      "cannot fail on a mutex of the plain kind, or fail when it is held: tests/thread"
      " holds one"},

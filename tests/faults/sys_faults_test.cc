@@ -78,8 +78,8 @@ void read_handle(Pass& pass) {
           0);
       position += count;
     }
-    const int64_t told = faulty(pass, [&] { return g_file_seek(file, 0, SEEK_CUR); });
-    EXPECT_EQ(told, since.struck(Call::kLseek) ? -1 : position);
+    const int64_t offset = faulty(pass, [&] { return g_file_seek(file, 0, SEEK_CUR); });
+    EXPECT_EQ(offset, since.struck(Call::kLseek) ? -1 : position);
   }
   close_file(pass, file);
 }
@@ -439,7 +439,7 @@ void expect_figure(Pass& pass, Function figure) {
   if (pass.struck(Call::kFopen, Call::kFgets)) {
     EXPECT_EQ(result, -1);
   } else if (result != -1 || pass.struck(Call::kAllocation) == 0) {
-    // The stream can do without its buffer.
+    // Without memory for its buffer the stream reads all the same.
     EXPECT_EQ(result == -1, figure() == -1);
     EXPECT_LE(result, 100);
   }

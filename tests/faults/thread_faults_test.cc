@@ -161,8 +161,8 @@ void* wait_for_event(void* data) {
   return nullptr;
 }
 
-// A waiter returns after a signal, or at once with the wait's error. Signals are repeated:
-// one that comes before the wait is lost, and one may fail.
+// A waiter returns after a signal, or immediately with the wait's error. Signals are
+// repeated: one that comes before the wait is lost, and one may fail.
 void wait_in_thread(Pass& pass, int timeout, int (*signal)(GThreadEvent*)) {
   GThreadEvent* const event = g_thread_event_new();
   Waiter waiter;
@@ -217,7 +217,7 @@ void use_callbacks(Pass& pass) {
   EXPECT_EQ(list == nullptr, pass.struck());
   if (list == nullptr) return;
   int added = 0;
-  for (const int priority : {5, 3, 9}) {  // the first, before it, behind it
+  for (const int priority : {5, 3, 9}) {  // the first, before it, after it
     const Since since(pass);
     const int result =
         faulty(pass, [&] { return g_callback_add(list, count_run, nullptr, priority); });

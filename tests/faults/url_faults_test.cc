@@ -43,7 +43,7 @@ void close_stream(Pass& pass, URL url) {
 // --- Files.
 
 // Null, with both error variables set, exactly when there was no memory or no descriptor.
-// The limit is lifted where the size could not be told.
+// The stream has no limit if its size could not be determined.
 URL open_file(Pass& pass, const WorkingDirectory& directory, URL (*open)(const char*)) {
   directory.write("file", kText);
   const Since since(pass);
@@ -162,8 +162,8 @@ void move_in_file(Pass& pass) {
   const int64_t moved = faulty(pass, [&] { return url_seek(url, 6, SEEK_SET); });
   EXPECT_EQ(moved, since.struck(Call::kLseek) ? -1 : 6);
   const Since telling(pass);
-  const int64_t told = faulty(pass, [&] { return url_tell(url); });
-  EXPECT_EQ(told, telling.struck(Call::kLseek) ? -1 : moved == -1 ? 0 : 6);
+  const int64_t position = faulty(pass, [&] { return url_tell(url); });
+  EXPECT_EQ(position, telling.struck(Call::kLseek) ? -1 : moved == -1 ? 0 : 6);
   // Where it cannot move, it reads.
   const Since skipping(pass);
   faulty(pass, [&] {
@@ -262,8 +262,8 @@ void expand_home(Pass& pass) {
 
 // --- Sockets.
 
-// Waits for something to read. False when nothing comes: at once where a fault has kept
-// the client from sending a whole request, which then waits for an answer.
+// Waits for something to read. False if nothing comes, immediately if a fault has kept the
+// client from sending a whole request: it then waits for a response.
 bool is_readable(int fd) {
   pollfd wait{fd, POLLIN, 0};
   for (int tries = 0; tries < 4000; ++tries) {
@@ -274,7 +274,7 @@ bool is_readable(int fd) {
   return false;
 }
 
-// Answers a whole request, and closes on one that does not come whole.
+// Responds to a complete request, and closes the connection of an incomplete one.
 void serve(test::Connection& connection, const std::string& reply) {
   std::string request;
   char part[1024];
@@ -375,7 +375,8 @@ void write_to_stream(Pass& pass) {
 
 // --- HTTP.
 
-// Whether the answer's headers may have been cut short, so that the body begins elsewhere.
+// Whether the response's headers may have been cut short, so that the body begins
+// elsewhere.
 bool is_cut_short(const Pass& pass) {
   return pass.struck(Call::kFgets) != 0;
 }

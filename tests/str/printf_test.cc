@@ -178,7 +178,7 @@ TEST(StrdupPrintf, AllocatesOnceAndExactlyTheEstimate) {
   EXPECT_EQ(formatted("%5.2f", 1e10).allocations, Sizes{46});
 }
 
-TEST(StrdupPrintf, LeavesZerosBehindTheText) {
+TEST(StrdupPrintf, LeavesZerosAfterTheText) {
   char* const text = g_strdup_printf("%d|%5.1f", 7, 2.5);
   const size_t size = 1 + 16 + 1 + 35 + 1;
   const std::string expected = "7|  2.5" + std::string(size - 7, '\0');
@@ -492,7 +492,7 @@ TEST(Estimate, OfALongDoubleWarnsAndMeasuresItsFirstEightBytes) {
   EXPECT_EQ(estimate("%Lf", one), is_double_one ? 37u : 36u);
 }
 
-TEST(Estimate, OfALongDoubleKeepsTheArgumentsInStep) {
+TEST(Estimate, OfALongDoubleKeepsTheArgumentsInSync) {
   estimate("%Lf|%s|%Lg|%d|%s", 1.5L, "abc", -2.5L, 7, "def");
 }
 
@@ -529,7 +529,7 @@ TEST(Estimate, OfAnUpperCaseFixedPointFloatIsThatOfAnUnknownCharacter) {
   EXPECT_EQ(estimate("%F", 1.5), 3u);        // its characters, the terminator counted
   EXPECT_EQ(estimate("%F|%d", 1.5, 5), 3u);  // "%F|%" is one conversion, "d" is text
   EXPECT_EQ(warnings("%F|%d", 1.5, 5), (Lines{unknown_line('F'), unknown_line('|')}));
-  // "d" takes a part of the double: nothing behind it is followed as a pointer or a width.
+  // "d" takes a part of the double: nothing after it is followed as a pointer or a width.
   EXPECT_EQ(estimate("%Fd|%s", 1.5, "abc"), 1u + 16 + 1);
   EXPECT_EQ(estimate("%Fd|%*d", 1.5, 3, 5), 1u + 16 + 1 + 16);
 }
@@ -543,18 +543,18 @@ TEST(Estimate, OfBinaryNumbersIsThatOfAnUnknownCharacter) {
   }
 }
 
-TEST(Estimate, FollowsNoPointerBehindAConversionThatTheSystemFormatterLeavesAsText) {
+TEST(Estimate, FollowsNoPointerAfterAConversionThatTheSystemFormatterLeavesAsText) {
   for (const char* odd : {"%D", "%O", "%U", "%P", "%5D", "%5Id", "%yd", "%5-d", "%l5d",
                           "%zld", "%.5 d", "%5.3.1d", "%lhd", "%-.5-s"}) {
     const std::string fmt = std::string("%d|") + odd + "|%s";
     estimate(fmt.c_str(), 1, "abc", 3, 4, 5, 6);
   }
-  estimate("%D|%5d|%s", 1, "abc", 3, 4);  // once out of step, always
+  estimate("%D|%5d|%s", 1, "abc", 3, 4);  // once out of sync, always
   estimate("%*5d|%s", 1, "abc", 3, 4);    // to the formatter, a width and then text
   estimate("%y%d|%s", 1, "abc");          // to the walk, "%y%" and then text
 }
 
-TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
+TEST(Estimate, FollowsNoPointerAfterAConversionThatTakesMoreThanTheWalk) {
   estimate("%If|%s", 1.5, "abc");
   estimate("%Illd|%s", 5LL, "abc");
   // A width and a precision are taken in turn although the number itself is not.
@@ -570,13 +570,13 @@ TEST(Estimate, FollowsNoPointerBehindAConversionThatTakesMoreThanTheWalk) {
 #endif
 }
 
-TEST(Estimate, OfLocaleDigitsKeepsTheArgumentsInStep) {
+TEST(Estimate, OfLocaleDigitsKeepsTheArgumentsInSync) {
   // "%I" is a conversion, "d" is text.
   const size_t number = (kLongIs64Bit ? 34 : 17) + 1 + 1;
   EXPECT_EQ(estimate("%Id|%s", 5, "abc"), 1 + number + 1 + 3);
 }
 
-TEST(Estimate, StaysInStepWithEveryWellFormedConversion) {
+TEST(Estimate, StaysInSyncWithEveryWellFormedConversion) {
   const size_t expected = 1 + 3;
   EXPECT_EQ(estimate("%-+ #0'5.3hhd|%s", 5, "abc"), expected + 15 + 2 + 1 + 1);
   EXPECT_EQ(estimate("%*.*lld|%s", 5, 3, 5LL, "abc"), expected + 30 + 1 + 1);
@@ -741,7 +741,7 @@ TEST(StrdupPrintf, SpellsANumberWhereThereIsRoomForTheLongest) {
   EXPECT_EQ(calls("%c%llu", 'm', kMost), 1);
 }
 
-// What is compared is the text; `spelled` tells whether the system formatter was spared.
+// What is compared is the text; `spelled` is true if the system formatter was not called.
 void expect_double(const char* fmt, double value, bool* spelled = nullptr) {
   char expected[600];
   std::snprintf(expected, sizeof expected, fmt, value);
@@ -823,7 +823,7 @@ TEST(StrdupPrintf, FormatsRandomDoubles) {
   }
 }
 
-TEST(StrdupPrintf, RoundsDoublesAsTheProcessorIsToldTo) {
+TEST(StrdupPrintf, RoundsDoublesAsTheProcessorIsSetTo) {
   for (const int mode : {FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO, FE_TONEAREST}) {
     ASSERT_EQ(std::fesetround(mode), 0);
     for (const double value : {0.15, -0.15, 2.5, 1.005}) {
@@ -1027,7 +1027,7 @@ TEST(StrdupPrintf, AgreesWithTheSystemFormatterAndASimpleModelOnRandomFormats) {
   }
 }
 
-TEST(StrdupPrintf, AgreesWithTheSystemFormatterOnRandomBytesBehindThePercentSign) {
+TEST(StrdupPrintf, AgreesWithTheSystemFormatterOnRandomBytesAfterThePercentSign) {
   // Whatever the conversions are made of, the arguments are good for any of them: small
   // numbers, which no string conversion may take.
   LogCapture silent(99);

@@ -57,7 +57,7 @@ TEST(Strdup, ExhaustedHeapGivesNullWithoutAReport) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
-// A writable copy, with the bytes behind the terminator in view.
+// A writable copy that keeps the bytes after the terminator visible.
 class Buffer {
  public:
   explicit Buffer(const std::string& text) : bytes_(text) { bytes_.push_back('\0'); }
@@ -124,8 +124,8 @@ TEST(Strchomp, NullReportsTheCheck) {
 }
 
 TEST(Trimming, TakesNoByteAbove127ForWhitespaceInAnyLocale) {
-  // Blank in some 8-bit locales; where none is installed the test says less.
-  const std::string former = std::setlocale(LC_ALL, nullptr);
+  // Blank in some 8-bit locales; where none is installed the test checks less.
+  const std::string previous = std::setlocale(LC_ALL, nullptr);
   for (const char* name : {"C", "en_US.ISO-8859-1", "de_DE", ""}) {
     if (std::setlocale(LC_ALL, name) == nullptr) continue;
     for (int byte = 128; byte < 256; ++byte) {
@@ -135,7 +135,7 @@ TEST(Trimming, TakesNoByteAbove127ForWhitespaceInAnyLocale) {
       EXPECT_EQ(buffer.bytes(), text);
     }
   }
-  std::setlocale(LC_ALL, former.c_str());
+  std::setlocale(LC_ALL, previous.c_str());
 }
 
 // Takes the strings of a vector and frees it.
@@ -386,13 +386,13 @@ TEST(Strncpy, CutsALongSourceAndAlwaysTerminates) {
   EXPECT_EQ(std::memcmp(dst, "abc\0##", 6), 0);
 }
 
-TEST(Strncpy, FillsUpWithNulsBehindAShortSource) {
+TEST(Strncpy, PadsWithNulsAfterAShortSource) {
   char dst[7] = {'#', '#', '#', '#', '#', '#', '#'};
   EXPECT_EQ(g_strncpy(dst, "ab", 5), dst);
   EXPECT_EQ(std::memcmp(dst, "ab\0\0\0\0#", 7), 0);
 }
 
-TEST(Strncpy, TerminatesBehindASourceOfJustTheLength) {
+TEST(Strncpy, TerminatesASourceOfExactlyTheLength) {
   char dst[5] = {'#', '#', '#', '#', '#'};
   g_strncpy(dst, "abc", 3);
   EXPECT_EQ(std::memcmp(dst, "abc\0#", 5), 0);

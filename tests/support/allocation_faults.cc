@@ -14,7 +14,7 @@
 #include "support/uncounted_allocations.h"
 
 #if defined(GROUNDWORK_SANITIZED_HEAP)
-// The sanitizers' own allocators stand behind these names.
+// The sanitizers' own allocators under these names.
 extern "C" void* __interceptor_malloc(size_t);
 extern "C" void* __interceptor_calloc(size_t, size_t);
 extern "C" void* __interceptor_realloc(void*, size_t);

@@ -41,7 +41,7 @@ Reading read_clock() {
 }
 
 template <typename TimeValue>
-int tell(TimeValue* time) {
+int read_fake_clock(TimeValue* time) {
   const Reading reading = read_clock();
   if (reading.result != 0 || time == nullptr) return reading.result;
   time->tv_sec = static_cast<decltype(time->tv_sec)>(reading.seconds);
@@ -52,7 +52,7 @@ int tell(TimeValue* time) {
 }  // namespace
 
 extern "C" int gettimeofday(timeval* time, void*) noexcept {
-  return tell(time);
+  return read_fake_clock(time);
 }
 
 // What callers with a 64-bit time_t use on 32-bit targets.
@@ -62,7 +62,7 @@ struct TimeValue64 {
 };
 extern "C" int __gettimeofday64(TimeValue64* time, void*) noexcept;
 extern "C" int __gettimeofday64(TimeValue64* time, void*) noexcept {
-  return tell(time);
+  return read_fake_clock(time);
 }
 
 namespace test {

@@ -11,8 +11,8 @@
 
 namespace test {
 
-// While alive, gettimeofday() tells the time set here, on every thread. It stands still
-// unless it is moved.
+// While alive, gettimeofday() returns the time set here, on every thread. The clock does
+// not move by itself.
 class FakeClock {
  public:
   explicit FakeClock(int64_t seconds, int64_t microseconds = 0);
@@ -23,13 +23,13 @@ class FakeClock {
   void set(int64_t seconds, int64_t microseconds = 0);
   // Moves the clock forward, or back.
   void advance(int64_t milliseconds);
-  // From now on readings fail with -1 and tell nothing.
+  // From now on readings fail with -1 and store nothing.
   void fail();
   // How often the clock was read while this object lived.
   int readings() const;
 };
 
-// 2038-01-19 03:14:07 UTC, the last second that a 32-bit time tells.
+// 2038-01-19 03:14:07 UTC, the last second that a 32-bit time can hold.
 constexpr int64_t kLastSecondOf32Bits = 2147483647;
 
 }  // namespace test

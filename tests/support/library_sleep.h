@@ -48,7 +48,7 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
                                           const LibraryTimespec*);
 #endif
 
-// The C library's own function behind a name that the test program defines too.
+// The C library's own function of a name that the test program also defines.
 #define NEXT_OF(function) \
   reinterpret_cast<decltype(function)*>(dlsym(RTLD_NEXT, LIBRARY_NAME(function)))
 

@@ -51,7 +51,7 @@ TemporaryDirectory::TemporaryDirectory() {
 
 TemporaryDirectory::~TemporaryDirectory() {
   const int result = nftw(path_.c_str(), remove_entry, 64, FTW_DEPTH | FTW_PHYS);
-  EXPECT_EQ(result, 0) << "left behind: " << path_ << ": " << std::strerror(errno);
+  EXPECT_EQ(result, 0) << "not removed: " << path_ << ": " << std::strerror(errno);
 }
 
 std::string TemporaryDirectory::operator/(std::string_view name) const {

@@ -96,7 +96,7 @@ bool exists(const std::string& path) {
   return lstat64(path.c_str(), &status) == 0;
 }
 
-// g_dir_list() as C++ has it; fails the test where it answers null.
+// The result of g_dir_list() as a vector; fails the test if it is null.
 std::vector<std::string> list(const std::string& path, int filter) {
   int count = -1;
   char** const names = g_dir_list(path.c_str(), filter, &count);
@@ -111,7 +111,7 @@ std::vector<std::string> list(const std::string& path, int filter) {
   return result;
 }
 
-// Runs `work` in a child without the privileges of root; what it returns is the answer.
+// Runs `work` in a child without the privileges of root; returns what `work` returned.
 template <typename Work>
 int unprivileged(Work work) {
   const pid_t child = fork();
@@ -297,9 +297,9 @@ TEST(Mkdir, NullReportsTheCheck) {
 TEST(Mkdir, CreatesADirectoryForItsOwnerToWriteAndOthersToRead) {
   TemporaryDirectory dir;
   std::string path = dir / "new";
-  const mode_t former = umask(0);
+  const mode_t previous = umask(0);
   EXPECT_EQ(g_mkdir(path.data()), 0);
-  umask(former);
+  umask(previous);
   struct stat64 status;
   ASSERT_EQ(stat64(path.c_str(), &status), 0);
   EXPECT_TRUE(S_ISDIR(status.st_mode));
@@ -311,9 +311,9 @@ TEST(Mkdir, CreatesMissingParentsButNotTheLastComponent) {
   std::string path = dir / "a/b/c";
   const std::string before = path;
   LogCapture log;
-  const mode_t former = umask(0);
+  const mode_t previous = umask(0);
   EXPECT_EQ(g_mkdir(path.data()), 0);
-  umask(former);
+  umask(previous);
   EXPECT_EQ(path, before);
   struct stat64 status;
   ASSERT_EQ(stat64((dir / "a/b").c_str(), &status), 0);
@@ -335,12 +335,12 @@ TEST(Mkdir, ASlashAtTheEndCreatesTheLastComponentToo) {
 
 TEST(Mkdir, WorksOnRelativePathsAndDoubledSlashes) {
   TemporaryDirectory dir;
-  char former[PATH_MAX];
-  ASSERT_NE(getcwd(former, sizeof former), nullptr);
+  char previous[PATH_MAX];
+  ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
   ASSERT_EQ(chdir(dir.path().c_str()), 0);
   char relative[] = "p//q///r/";
   const int result = g_mkdir(relative);
-  ASSERT_EQ(chdir(former), 0);
+  ASSERT_EQ(chdir(previous), 0);
   EXPECT_EQ(result, 0);
   EXPECT_STREQ(relative, "p//q///r/");
   EXPECT_TRUE(exists(dir / "p/q/r"));
@@ -362,8 +362,8 @@ TEST(Mkdir, WhatExistsIsSuccess) {
 
 TEST(Mkdir, TriesTheWholePathFirstAndThenEachParentWhateverTheErrorWas) {
   TemporaryDirectory dir;
-  char former[PATH_MAX];
-  ASSERT_NE(getcwd(former, sizeof former), nullptr);
+  char previous[PATH_MAX];
+  ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
   ASSERT_EQ(chdir(dir.path().c_str()), 0);
   char relative[] = "a/b/c";
   const Lines whole{"a/b/c"};
@@ -376,7 +376,7 @@ TEST(Mkdir, TriesTheWholePathFirstAndThenEachParentWhateverTheErrorWas) {
     watch_mkdir = false;
     EXPECT_EQ(made, expected);
   }
-  ASSERT_EQ(chdir(former), 0);
+  ASSERT_EQ(chdir(previous), 0);
 }
 
 TEST(Mkdir, AParentThatCannotBeCreatedIsReportedAndThePathRestored) {
@@ -468,10 +468,10 @@ TEST(Rmdir, TheWalkOverTheComponentsStopsAtTheFirstThatCannotBeOpened) {
   EXPECT_TRUE(exists(dir.path()));
 }
 
-TEST(Rmdir, BehindAComponentThatMayNotBeReadNothingIsRemoved) {
+TEST(Rmdir, NothingIsRemovedBelowAComponentThatMayNotBeRead) {
   TemporaryDirectory dir;
   ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
-  const int answer = unprivileged([&] {
+  const int result = unprivileged([&] {
     make_directory(dir / "closed");
     dir.write("closed/file", "");
     if (chmod((dir / "closed").c_str(), 0300) != 0) return 1;
@@ -480,7 +480,7 @@ TEST(Rmdir, BehindAComponentThatMayNotBeReadNothingIsRemoved) {
     if (chmod((dir / "closed").c_str(), 0700) != 0) return 3;
     return exists(dir / "closed/file") ? 0 : 4;
   });
-  EXPECT_EQ(answer, 0);
+  EXPECT_EQ(result, 0);
 }
 
 TEST(Rmdir, ALinkToADirectoryIsFollowedAndItsTargetEmptied) {
@@ -556,7 +556,7 @@ TEST(Rmdir, LinksToTheDirectoryItselfEndSoonAndAreRemoved) {
 TEST(Rmdir, WhatCannotBeReadIsReportedAndLeft) {
   TemporaryDirectory dir;
   ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
-  const int answer = unprivileged([&] {
+  const int result = unprivileged([&] {
     make_directory(dir / "tree");
     dir.write("tree/file", "");
     make_directory(dir / "tree/closed");
@@ -578,7 +578,7 @@ TEST(Rmdir, WhatCannotBeReadIsReportedAndLeft) {
     if (chmod(closed.c_str(), 0700) != 0 || !exists(closed + "/kept")) return 8;
     return g_rmdir((dir / "tree").c_str()) == 0 ? 0 : 9;
   });
-  EXPECT_EQ(answer, 0);
+  EXPECT_EQ(result, 0);
 }
 
 TEST(Rmdir, RunningOutOfDescriptorsRemovesNoLinkOnTheWay) {
@@ -588,15 +588,15 @@ TEST(Rmdir, RunningOutOfDescriptorsRemovesNoLinkOnTheWay) {
   make_link("real", dir / "way");
   char former_directory[PATH_MAX];
   ASSERT_NE(getcwd(former_directory, sizeof former_directory), nullptr);
-  struct rlimit former;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-  struct rlimit none = former;
+  struct rlimit previous;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &previous), 0);
+  struct rlimit none = previous;
   none.rlim_cur = static_cast<rlim_t>(lowest_free_descriptor());
   LogCapture log;
   ASSERT_EQ(chdir(dir.path().c_str()), 0);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   const int result = g_rmdir("way/tree");
-  setrlimit(RLIMIT_NOFILE, &former);
+  setrlimit(RLIMIT_NOFILE, &previous);
   ASSERT_EQ(chdir(former_directory), 0);
   EXPECT_EQ(result, 0);
   EXPECT_EQ(log.take(), Lines{warning_line("g_dir", error_text(EMFILE) + " - way/tree")});
@@ -650,9 +650,9 @@ TEST(Rmdir, DepthCostsNeitherDescriptorsNorStack) {
   make_directory(dir / "tree");
   std::string tree = dir / "tree";
   test::make_deep_tree(tree, 2000, "d", "file");
-  struct rlimit former;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-  struct rlimit few = former;
+  struct rlimit previous;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &previous), 0);
+  struct rlimit few = previous;
   few.rlim_cur = 256;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   pthread_attr_t attributes;
@@ -669,7 +669,7 @@ TEST(Rmdir, DepthCostsNeitherDescriptorsNorStack) {
   ASSERT_EQ(pthread_create(&thread, &attributes, remove, tree.data()), 0);
   ASSERT_EQ(pthread_join(thread, nullptr), 0);
   pthread_attr_destroy(&attributes);
-  setrlimit(RLIMIT_NOFILE, &former);
+  setrlimit(RLIMIT_NOFILE, &previous);
   EXPECT_EQ(removed_in_thread, 0);
   EXPECT_EQ(log.take(), Lines{});
   EXPECT_FALSE(exists(tree));
@@ -755,7 +755,7 @@ TEST(Rmdir, SurvivesAnExhaustedHeap) {
   });
 }
 
-TEST(Rmdir, AShortageBeforeAnyNameIsReadIsReportedAndAnswersMinusOne) {
+TEST(Rmdir, AShortageBeforeAnyNameIsReadIsReportedAndReturnsMinusOne) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";
   make_directory(tree);

@@ -25,8 +25,8 @@ namespace {
 
 using Lock = int (*)(GFile*);
 
-// What `lock` answers in another process, on a file that it opens with `mode`: 0, the
-// errno of a refusal, or 255 when the result is neither 0 nor -1.
+// The result of `lock` in another process, on a file that it opens with `mode`: 0, the
+// errno of a refusal, or 255 if it returned neither 0 nor -1.
 int ask_elsewhere(const std::string& path, int mode, Lock lock) {
   const pid_t child = fork();
   if (child == 0) {
@@ -40,8 +40,8 @@ int ask_elsewhere(const std::string& path, int mode, Lock lock) {
   return WEXITSTATUS(status);
 }
 
-bool refused(int answer) {
-  return answer == EAGAIN || answer == EACCES;
+bool refused(int error) {
+  return error == EAGAIN || error == EACCES;
 }
 
 class FileLock : public ::testing::Test {
@@ -71,7 +71,7 @@ TEST_F(FileLock, NullReportsTheCheck) {
   }
 }
 
-TEST_F(FileLock, AWriteLockRefusesEveryOtherProcessAtOnceAndSilently) {
+TEST_F(FileLock, AWriteLockRefusesEveryOtherProcessImmediatelyAndSilently) {
   LogCapture log;
   ASSERT_EQ(g_file_lock_write(writer_), 0);
   EXPECT_TRUE(refused(ask_elsewhere(path_, 1, g_file_lock_write)));

@@ -55,7 +55,7 @@ namespace {
 
 const int64_t kPage = g_file_map_page_size();
 
-// Whether the byte can be read; the kernel answers instead of a signal.
+// Whether the byte can be read; asks the kernel, so that no signal is raised.
 bool is_mapped(const void* address) {
   int ends[2];
   if (pipe(ends) != 0) return false;
@@ -487,7 +487,7 @@ TEST_F(FileMap, SyncCoversTheLowHalfOfTheLengthWithoutWaiting) {
   g_file_unmap(map);
 }
 
-int answer(const char*, void* result) {
+int return_stored_result(const char*, void* result) {
   return *static_cast<int*>(result);
 }
 
@@ -498,7 +498,7 @@ TEST_F(FileMap, SyncOfNullReturnsTheResultOfItsReport) {
     EXPECT_EQ(log.take(), Lines{check_line("g_file", "map != NULL")});
   }
   int result = 42;
-  g_debug_set_handler(answer, &result);
+  g_debug_set_handler(return_stored_result, &result);
   EXPECT_EQ(g_file_map_sync(nullptr), 42);
   g_debug_set_handler(nullptr, nullptr);
   LogCapture silent(G_LOG_SILENT);

@@ -154,9 +154,9 @@ TEST(FileOpen, ModeOneCreatesNothing) {
 
 TEST(FileOpen, ModeTwoCreatesAFileForItsOwnerToWriteAndOthersToRead) {
   TemporaryDirectory dir;
-  const mode_t former = umask(0);
+  const mode_t previous = umask(0);
   const File file = open_file(dir / "new", 2);
-  umask(former);
+  umask(previous);
   ASSERT_NE(file, nullptr);
   EXPECT_EQ(fcntl(descriptor_of(file), F_GETFL) & O_ACCMODE, O_WRONLY);
   struct stat64 status;
@@ -456,7 +456,7 @@ TEST(FileExistPath, AnEmptyDirectoryIsTheRoot) {
   EXPECT_EQ(found.get(), path);
 }
 
-TEST(FileExistPath, AnAbsoluteNameOrANullDirectoryStandsForItself) {
+TEST(FileExistPath, AnAbsoluteNameOrOneWithoutADirectoryIsUsedAsItIs) {
   TemporaryDirectory dir;
   const std::string path = dir.write("f", "");
   const Text ignoring(g_file_exist_path("/x", path.c_str()));
@@ -567,7 +567,7 @@ TEST(FileReadBuf, AReadThatGivesAnotherCountIsReportedAndLeavesNothingOpen) {
   EXPECT_EQ(lowest_free_descriptor(), expected);
 }
 
-TEST(FileReadBuf, AShortReadIsReportedAndLeavesNothingBehind) {
+TEST(FileReadBuf, AShortReadIsReportedAndLeaksNothing) {
   TemporaryDirectory dir;
   const std::string path = dir.write("f", "abc");
   const int expected = lowest_free_descriptor();
@@ -634,7 +634,7 @@ TEST(FileWriteBuf, AMissingFileIsReportedAndNotCreated) {
   EXPECT_EQ(access(path.c_str(), F_OK), -1);
 }
 
-TEST(FileWriteBuf, LeavesTheOldTailBehindAShorterBuffer) {
+TEST(FileWriteBuf, LeavesTheOldTailAfterAShorterBuffer) {
   TemporaryDirectory dir;
   const std::string path = dir.write("f", "xyz");
   EXPECT_EQ(g_file_write_buf(path.c_str(), "ab", 2), 0);
@@ -697,14 +697,14 @@ TEST(LargeFile, SizesOffsetsAndCutsAreSixtyFourBits) {
 TEST(FileDescriptors, RunningOutIsReported) {
   TemporaryDirectory dir;
   const std::string path = dir.write("f", "abc");
-  struct rlimit former;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-  struct rlimit none = former;
+  struct rlimit previous;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &previous), 0);
+  struct rlimit none = previous;
   none.rlim_cur = static_cast<rlim_t>(lowest_free_descriptor());
   LogCapture log;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   GFile* const file = g_file_open(path.c_str(), 0);
-  setrlimit(RLIMIT_NOFILE, &former);
+  setrlimit(RLIMIT_NOFILE, &previous);
   EXPECT_EQ(file, nullptr);
   EXPECT_EQ(log.take(), Lines{warning_line("g_file", "can't open file '" + path + "' - " +
                                                          std::strerror(EMFILE))});
@@ -725,7 +725,7 @@ void* run_leaver(void* data) {
   return data;
 }
 
-// Runs the call in a thread, which `end` makes end, and expects nothing left behind.
+// Runs the call in a thread, which `end` makes end, and expects that nothing leaks.
 template <typename End>
 void expect_nothing_lost(Leaver leaver, void* wanted, End end) {
   const int expected = lowest_free_descriptor();

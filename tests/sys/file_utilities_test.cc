@@ -128,9 +128,9 @@ TEST(FileTouch, CreatesAnEmptyFile) {
   TemporaryDirectory dir;
   const std::string path = dir / "new";
   const int expected = lowest_free_descriptor();
-  const mode_t former = umask(0);
+  const mode_t previous = umask(0);
   EXPECT_EQ(g_file_touch(path.c_str()), 0);
-  umask(former);
+  umask(previous);
   struct stat64 status;
   ASSERT_EQ(stat64(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_size, 0);
@@ -225,9 +225,9 @@ TEST(FileCopy, TheCopyHasPermissionsOfItsOwn) {
   TemporaryDirectory dir;
   const std::string from = dir.write("from", "abc");
   ASSERT_EQ(chmod(from.c_str(), 0700), 0);
-  const mode_t former = umask(0);
+  const mode_t previous = umask(0);
   EXPECT_EQ(g_file_copy(from.c_str(), (dir / "to").c_str()), 0);
-  umask(former);
+  umask(previous);
   struct stat64 status;
   ASSERT_EQ(stat64((dir / "to").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777u, 0644u);

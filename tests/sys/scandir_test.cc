@@ -146,7 +146,7 @@ TEST(Scandir, VisitsEverythingButDirectoriesAndTheDots) {
                     dir / "link", dir / "fifo"}));
 }
 
-// Names and order as readdir() gives them, each directory walked where it stands.
+// Names and order as readdir() gives them; each directory is walked where it is found.
 void expect_order(const std::string& path, std::vector<std::string>& expected) {
   DIR* const directory = opendir(path.c_str());
   ASSERT_NE(directory, nullptr);
@@ -304,13 +304,13 @@ TEST(Scandir, DepthCostsNoDescriptors) {
   TemporaryDirectory dir;
   make_directory(dir / "tree");
   test::make_deep_tree(dir / "tree", 2000, "d", "file");
-  struct rlimit former;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-  struct rlimit few = former;
+  struct rlimit previous;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &previous), 0);
+  struct rlimit few = previous;
   few.rlim_cur = 256;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   const std::vector<std::string> paths = visited(dir / "tree");
-  setrlimit(RLIMIT_NOFILE, &former);
+  setrlimit(RLIMIT_NOFILE, &previous);
   std::string expected = dir / "tree";
   for (int i = 0; i < 2000; ++i) expected += "/d";
   EXPECT_EQ(paths, std::vector<std::string>{expected + "/file"});
@@ -372,7 +372,7 @@ TEST(Scandir, AtTheEndOfThePathsRoomNothingIsVisitedThatDoesNotFit) {
 
 // At the bottom of a chain whose path leaves room for names of 5 bytes, "abcdefgh" cut is
 // "abcde".
-TEST(Scandir, ANameThatDoesNotFitIsCutAndStandsForTheFileOfThatName) {
+TEST(Scandir, ANameThatDoesNotFitIsCutAndVisitsTheFileOfTheCutName) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";
   make_directory(tree);

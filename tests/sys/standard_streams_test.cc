@@ -185,7 +185,7 @@ TEST(WithoutStandardStreams, AFileStillTakesThePlaceOfStandardInput) {
             "0");
 }
 
-TEST(WithoutStandardStreams, WhatMovesIsClosedByExecAndLeavesNothingBehind) {
+TEST(WithoutStandardStreams, WhatMovesIsClosedByExecAndLeaksNothing) {
   TemporaryDirectory dir;
   const std::string path = dir.write("file", "text");
   EXPECT_EQ(run_without({2},

@@ -32,8 +32,8 @@ using test::TemporaryDirectory;
 using test::warning_line;
 using Lines = std::vector<std::string>;
 
-// The library's calls of the system come through the functions below, which answer what a
-// test has laid down.
+// The library's system calls come through the functions below, which return what a test has
+// set up.
 namespace {
 
 // Opened in place of "/proc/stat" and "/proc/meminfo".
@@ -369,7 +369,7 @@ TEST_F(SystemTest, MemUseIsTheShareThatIsNotUsed) {
 TEST_F(SystemTest, MemUseOfTheNewerFormIsAlwaysAHundred) {
   EXPECT_EQ(mem_use_of("MemTotal:  1000 kB\nMemFree:    250 kB\n"), 100);
   EXPECT_EQ(mem_use_of("\nMemFree:    250 kB 100\n"),
-            100);  // nothing right behind the first
+            100);  // nothing directly after the first
 }
 
 TEST_F(SystemTest, MemUseReadsTheMemoryFileOfTheKernelForReading) {
@@ -406,7 +406,7 @@ TEST_F(SystemTest, MemUseCountsIn64Bits) {
   EXPECT_EQ(mem_use_of("\nMem: 100 101\n"), static_cast<int>(product / 100));
 }
 
-TEST_F(SystemTest, MemUseOfTheRealSystemAnswers) {
+TEST_F(SystemTest, MemUseOfTheRealSystemSucceeds) {
   const int use = g_sys_mem_use();
   EXPECT_GE(use, -1);
   EXPECT_LE(use, 100);
@@ -456,7 +456,7 @@ TEST_F(SystemTest, ExhaustedHeapFailsAndLeaksNothing) {
     const int load = g_sys_cpu_load(0);
     const int use = g_sys_mem_use();
     faults.disarm();
-    // Standard input and output may do without a buffer.
+    // Standard input and output work without a buffer.
     EXPECT_TRUE(load == 20 || (load == -1 && faults.failures() != 0)) << load;
     EXPECT_TRUE(use == 75 || (use == -1 && faults.failures() != 0)) << use;
   });

@@ -32,7 +32,7 @@ int note(void* arg, void* data) {
 }
 
 template <int kResult>
-int answer(void* arg, void*) {
+int return_number(void* arg, void*) {
   static_cast<Calls*>(arg)->push_back("stop");
   return kResult;
 }
@@ -83,7 +83,8 @@ TEST_F(CallbackList, PassesTheArgumentAndTheData) {
 TEST_F(CallbackList, AnyNonZeroResultStopsTheExecution) {
   g_callback_add(list, note<'1'>, nullptr, 1);
   g_callback_add(list, note<'3'>, nullptr, 3);
-  for (const GCallbackFunc stop : {answer<1>, answer<-7>, answer<INT_MIN>}) {
+  for (const GCallbackFunc stop :
+       {return_number<1>, return_number<-7>, return_number<INT_MIN>}) {
     g_callback_add(list, stop, nullptr, 2);
     EXPECT_EQ(execute(-1), (Calls{"1", "stop"}));
     g_callback_remove(list, stop, nullptr);
@@ -102,7 +103,7 @@ TEST_F(CallbackList, RemovesTheFirstEntryThatMatchesInBothFunctionAndData) {
   EXPECT_EQ(execute(), (Calls{"1y", "2x"}));
 }
 
-TEST_F(CallbackList, RemovingAPairThatWasNeverAddedAnswersZero) {
+TEST_F(CallbackList, RemovingAPairThatWasNeverAddedReturnsZero) {
   EXPECT_EQ(g_callback_remove(list, note<'1'>, kX), 0);
   g_callback_add(list, note<'1'>, kX, 0);
   EXPECT_EQ(g_callback_remove(list, note<'1'>, kY), 0);
@@ -208,7 +209,7 @@ TEST(Callback, FailedAllocationsLeaveTheListUnchanged) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
-TEST(Callback, AddingWithoutMemoryAnswersMinusOne) {
+TEST(Callback, AddingWithoutMemoryReturnsMinusOne) {
   GCallback* const list = g_callback_new();
   for (const int failing : {1, 2}) {
     AllocationFaults faults(failing);

@@ -30,13 +30,13 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// What the library asked of the timed wait, and what it is told.
+// The arguments of the library's timed wait, and the result that a test gives it.
 struct TimedWait {
   std::atomic<int> calls{0};
   int64_t seconds = 0;  // read when the waiter has ended
   int64_t nanoseconds = 0;
-  std::atomic<int> interruptions{0};  // so many calls answer EINTR at once
-  std::atomic<int> answer{-1};        // instead of waiting; -1 waits
+  std::atomic<int> interruptions{0};  // so many calls return EINTR immediately
+  std::atomic<int> result{-1};        // instead of waiting; -1 waits
 } timed_wait;
 
 // A thread that sets this counts here before it locks a mutex.
@@ -47,8 +47,8 @@ std::atomic<int> untimed_waits{0};
 std::atomic<int> wait_result{0};  // of the untimed wait, which then does not wait
 std::atomic<int> cond_result{0};  // of init, destroy, signal and broadcast
 
-// Records a timed wait; the answer for it, or -1 to wait.
-int answer_for(int64_t seconds, int64_t nanoseconds) {
+// Records a timed wait and returns its result, or -1 to wait.
+int result_for(int64_t seconds, int64_t nanoseconds) {
   ++timed_wait.calls;
   timed_wait.seconds = seconds;
   timed_wait.nanoseconds = nanoseconds;
@@ -56,7 +56,7 @@ int answer_for(int64_t seconds, int64_t nanoseconds) {
     --timed_wait.interruptions;
     return EINTR;
   }
-  return timed_wait.answer;
+  return timed_wait.result;
 }
 
 template <typename Function>
@@ -85,8 +85,8 @@ int forced_or(int result) {
 #if __SIZEOF_LONG__ == 8 || !defined(__GLIBC__)
 extern "C" int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                       const timespec* deadline) {
-  const int answer = answer_for(deadline->tv_sec, deadline->tv_nsec);
-  if (answer >= 0) return answer;
+  const int result = result_for(deadline->tv_sec, deadline->tv_nsec);
+  if (result >= 0) return result;
   static auto* const function =
       real<decltype(pthread_cond_timedwait)>(LIBRARY_NAME(pthread_cond_timedwait));
   return function(cond, mutex, deadline);
@@ -96,8 +96,8 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
                                           const LibraryTimespec*);
 extern "C" int __pthread_cond_timedwait64(pthread_cond_t* cond, pthread_mutex_t* mutex,
                                           const LibraryTimespec* deadline) {
-  const int answer = answer_for(deadline->tv_sec, deadline->tv_nsec);
-  if (answer >= 0) return answer;
+  const int result = result_for(deadline->tv_sec, deadline->tv_nsec);
+  if (result >= 0) return result;
   static auto* const function = reinterpret_cast<decltype(__pthread_cond_timedwait64)*>(
       dlsym(RTLD_NEXT, "__pthread_cond_timedwait64"));
   return function(cond, mutex, deadline);
@@ -145,13 +145,13 @@ using namespace std::chrono_literals;
 void reset() {
   timed_wait.calls = 0;
   timed_wait.interruptions = 0;
-  timed_wait.answer = -1;
+  timed_wait.result = -1;
   untimed_waits = 0;
   wait_result = 0;
   cond_result = 0;
 }
 
-// The mutex of an event, behind its condition.
+// The mutex of an event, which follows its condition.
 GMutex* mutex_of(const GThreadEvent* event) {
   GMutex* mutex;
   std::memcpy(&mutex, reinterpret_cast<const char*>(event) + sizeof(pthread_cond_t),
@@ -265,7 +265,7 @@ TEST_F(Event, FailedWaitIsLoggedWithTheTextOfErrnoAndItsResultReturned) {
 
 TEST_F(Event, FailedSecondWaitOfATimedOneIsReturnedAndNotLogged) {
   LogCapture log;
-  timed_wait.answer = ETIMEDOUT;
+  timed_wait.result = ETIMEDOUT;
   wait_result = EINVAL;
   EXPECT_EQ(g_thread_event_wait_timeout(event, 1), EINVAL);
   EXPECT_EQ(log.take(), Lines{});
@@ -289,7 +289,7 @@ TEST_F(Event, SignalAndBroadcastWaitForTheMutex) {
   }
 }
 
-TEST(EventNew, SurvivesFailedAllocationsWithoutAWord) {
+TEST(EventNew, SurvivesFailedAllocationsSilently) {
   LogCapture log;
   test::for_each_failed_allocation([](AllocationFaults& faults) {
     GThreadEvent* const event = g_thread_event_new();
@@ -356,7 +356,7 @@ TEST_F(Event, TimedOutWaitGoesOnUntilTheNextSignal) {
 
 TEST_F(Event, SignalDuringTheTimedWaitIsNotEnough) {
   LogCapture log;
-  timed_wait.answer = 0;
+  timed_wait.result = 0;
   std::atomic<bool> returned{false};
   std::thread waiter([&] {
     EXPECT_EQ(g_thread_event_wait_timeout(event, 100000), 0);
@@ -402,7 +402,7 @@ TEST_F(Event, InterruptedTimedWaitIsResumedWithTheSameDeadline) {
 
 TEST_F(Event, FailedTimedWaitIsLoggedAsCriticalAndTheWaitGoesOn) {
   LogCapture log;
-  timed_wait.answer = EPERM;
+  timed_wait.result = EPERM;
   EXPECT_EQ(wait_and_wake(event, 1), 0);
   EXPECT_EQ(log.take(),
             Lines{"g_thread:#: [CRITICAL] g_thread_event_wait_timeout() failed"});
@@ -423,7 +423,7 @@ TEST_P(EventDeadline, IsTheWallClockPlusTheTimeout) {
   LogCapture log;
   FakeClock clock(row.seconds, row.microseconds);
   GThreadEvent* const event = g_thread_event_new();
-  timed_wait.answer = ETIMEDOUT;
+  timed_wait.result = ETIMEDOUT;
   EXPECT_EQ(wait_and_wake(event, row.timeout), 0);
   EXPECT_EQ(timed_wait.seconds, row.deadline_seconds);
   EXPECT_EQ(timed_wait.nanoseconds, row.deadline_nanoseconds);
@@ -493,7 +493,7 @@ TEST_F(Event, CancelledWaiterLeavesTheEventUsable) {
     until_waiting(1);
     g_thread_cancel(thread);
     g_thread_wait(thread);
-    EXPECT_EQ(g_thread_event_signal(event), 0);  // would hang on a lock left behind
+    EXPECT_EQ(g_thread_event_signal(event), 0);  // would hang if the lock were still held
   }
 }
 

@@ -260,9 +260,9 @@ TEST(Fork, TimersOfADaemonRunOnceTheyAreEnabledAgain) {
               }),
               0);
     close(ends[1]);
-    char told = '-';
-    EXPECT_EQ(read(ends[0], &told, 1), 1);  // the end of the pipe if the daemon is gone
-    EXPECT_EQ(told, '3');
+    char message = '-';
+    EXPECT_EQ(read(ends[0], &message, 1), 1);  // the end of the pipe if the daemon is gone
+    EXPECT_EQ(message, '3');
     close(ends[0]);
   }
 }

@@ -43,7 +43,7 @@ class Module : public ::testing::Test {
   ~Module() override { g_module_cleanup(); }
 };
 
-TEST(ModuleWithoutRegistry, RegisterFailsExecuteIsEmptyAndCancelAnswersTheId) {
+TEST(ModuleWithoutRegistry, RegisterFailsExecuteIsEmptyAndCancelReturnsTheId) {
   LogCapture log;
   Calls calls;
   EXPECT_EQ(g_module_callback_register(3, note, &values[0], 0), -1);
@@ -76,7 +76,7 @@ TEST_F(Module, AnyIntIsAnIdAndManyFit) {
   for (const int id : ids) EXPECT_EQ(execute(id), Calls{id});
 }
 
-TEST_F(Module, ModuleWithoutRegistrationsAnswersZero) {
+TEST_F(Module, ModuleWithoutRegistrationsReturnsZero) {
   LogCapture log;
   EXPECT_EQ(execute(5), Calls{});
   EXPECT_EQ(g_module_callback_cancel(5, note, nullptr), 0);
@@ -85,7 +85,7 @@ TEST_F(Module, ModuleWithoutRegistrationsAnswersZero) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
-TEST_F(Module, StoppedExecutionAnswersMinusOne) {
+TEST_F(Module, StoppedExecutionReturnsMinusOne) {
   g_module_callback_register(1, note, &values[1], 0);
   g_module_callback_register(1, refuse, nullptr, 1);
   g_module_callback_register(1, note, &values[2], 2);

@@ -25,7 +25,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// What the POSIX calls of this thread answer instead of the truth; 0 leaves them alone.
+// What the POSIX calls of this thread return instead of their result; 0 leaves them alone.
 thread_local int forced_result = 0;
 thread_local bool destroy_fails = false;
 
@@ -69,7 +69,8 @@ extern "C" int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
 
 namespace {
 
-// Whether another thread could lock the mutex at once: the handle is a pthread_mutex_t.
+// Whether another thread could lock the mutex without waiting: the handle is a
+// pthread_mutex_t.
 bool is_free(GMutex* mutex) {
   bool free = false;
   std::thread([&] {
@@ -91,7 +92,7 @@ TEST(Mutex, IsAZeroedPthreadMutexOnTheHeap) {
   EXPECT_EQ(faults.outstanding(), 0);
 }
 
-TEST(Mutex, ExhaustedHeapGivesNullWithoutAWord) {
+TEST(Mutex, ExhaustedHeapGivesNullSilently) {
   LogCapture log;
   AllocationFaults faults(1);
   GMutex* const mutex = g_thread_mutex_new();
@@ -144,7 +145,7 @@ TEST(Mutex, TrylockTakesAFreeMutex) {
   g_thread_mutex_free(mutex);
 }
 
-TEST(Mutex, TrylockOfABusyMutexAnswersZeroToo) {
+TEST(Mutex, TrylockOfABusyMutexReturnsZeroToo) {
   LogCapture log;
   GMutex* const mutex = g_thread_mutex_new();
   g_thread_mutex_lock(mutex);
@@ -211,7 +212,7 @@ TEST(Mutex, NullReportsTheCheck) {
   EXPECT_EQ(log.take(), line);
 }
 
-// It is locked first: the C library would count an unlocking too many as a user.
+// It is locked first: the C library would count one unlock too many as a user.
 TEST(MutexFree, OfAnUnlockedMutexLogsNothing) {
   LogCapture log;
   g_thread_mutex_free(g_thread_mutex_new());

@@ -29,7 +29,7 @@ namespace {
 std::atomic<bool> creation_fails{false};
 std::atomic<bool> scheduling_is_refused{false};
 std::atomic<bool> asked_for_attributes{false};
-std::atomic<bool> ends_badly{false};  // joining and cancelling answer an error
+std::atomic<bool> ends_badly{false};  // joining and cancelling return an error
 std::atomic<int> joins{0};
 std::atomic<int> cancellations{0};
 std::atomic<pthread_t> asked_thread{};
@@ -150,7 +150,7 @@ TEST(ThreadCreate, AsksForNoAttributes) {
   EXPECT_FALSE(asked_for_attributes);
 }
 
-TEST(ThreadCreate, ResultOfTheFunctionIsNotThatOfTheThread) {
+TEST(ThreadCreate, ResultOfTheFunctionIsDropped) {
   std::atomic<int> seen{0};
   GThread* const thread = g_thread_create(store_one, &seen, "worker");
   void* result = &seen;
@@ -302,7 +302,7 @@ TEST(ThreadCancel, RunsTheCleanupHandlersOfTheThread) {
   EXPECT_TRUE(cleaned);
 }
 
-TEST(ThreadCancel, OfAnEndedThreadAnswersZero) {
+TEST(ThreadCancel, OfAnEndedThreadReturnsZero) {
   std::atomic<int> seen{0};
   GThread* const thread = g_thread_create(store_one, &seen, "worker");
   while (seen == 0) sched_yield();
@@ -310,7 +310,7 @@ TEST(ThreadCancel, OfAnEndedThreadAnswersZero) {
   EXPECT_EQ(g_thread_wait(thread), 0);
 }
 
-TEST(Thread, FailuresToCancelAndToJoinAreNotLookedAt) {
+TEST(Thread, FailuresToCancelAndToJoinAreIgnored) {
   LogCapture log;
   std::atomic<int> seen{0};
   GThread* const thread = g_thread_create(store_one, &seen, "worker");

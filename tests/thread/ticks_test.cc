@@ -33,19 +33,20 @@ struct Sleep {
   int64_t microseconds;
 };
 
-// The sleeps asked for; while `answers` is not empty they end at once with an errno each.
+// The sleeps requested. While `results` is not empty, each ends immediately with the next
+// errno of it.
 std::vector<Sleep> sleeps;
-std::vector<int> answers;
+std::vector<int> results;
 bool is_recording = false;
 
 template <typename TimeValue>
-bool answer(TimeValue* time, int* result) {
+bool simulate_sleep(TimeValue* time, int* result) {
   if (!is_recording) return false;
   sleeps.push_back({time->tv_sec, time->tv_usec});
-  if (answers.empty()) return false;
-  errno = answers.front();
+  if (results.empty()) return false;
+  errno = results.front();
   *result = errno == 0 ? 0 : -1;
-  answers.erase(answers.begin());
+  results.erase(results.begin());
   time->tv_usec -= 1000;  // what the kernel does: the rest is left in it
   return true;
 }
@@ -55,7 +56,7 @@ bool answer(TimeValue* time, int* result) {
 extern "C" int LIBRARY_SELECT(int count, fd_set* read, fd_set* write, fd_set* except,
                               LibraryTimeval* time) {
   int result;
-  if (answer(time, &result)) return result;
+  if (simulate_sleep(time, &result)) return result;
   static auto* const function = NEXT_OF(LIBRARY_SELECT);
   return function(count, read, write, except, time);
 }
@@ -105,7 +106,7 @@ class Ticks : public ::testing::Test {
     model.start(seconds, microseconds);
   }
 
-  // Starts the ticks and takes the jump to the former ones, if it is one.
+  // Starts the ticks, then reads past the step that this may be.
   uint32_t settle_at(int64_t seconds) {
     start_at(seconds);
     read_at(seconds);
@@ -128,7 +129,7 @@ class Ticks : public ::testing::Test {
 };
 
 // Must run first: a process has one start.
-TEST_F(Ticks, AFirstReadingOfTheEpochsMillisecondsIsTakenForAStepAndAnswersTen) {
+TEST_F(Ticks, AFirstReadingOfTheEpochsMillisecondsIsTakenForAStepAndReturnsTen) {
   if (model.last != 0 || model.base_seconds != 0) GTEST_SKIP() << "ticks were read before";
   EXPECT_EQ(read_at(1700000000, 123456), 10u);
   // Anchored to the ticks before the step.
@@ -289,7 +290,7 @@ TEST(TicksThreads, AnyThreadMayReadWhileTheClockSteps) {
   g_start_ticks();
   done = true;
   for (std::thread& reader : readers) reader.join();
-  // Back in step with the model, wherever the threads have left the state.
+  // Back in sync with the model, wherever the threads have left the state.
   clock.set(1700000000);
   g_start_ticks();
   model.start(1700000000, 0);
@@ -305,7 +306,7 @@ class Delay : public ::testing::Test {
  protected:
   Delay() {
     sleeps.clear();
-    answers.clear();
+    results.clear();
     is_recording = true;
   }
   ~Delay() override { is_recording = false; }
@@ -318,7 +319,7 @@ TEST_F(Delay, SleepsAtLeastThatLong) {
 }
 
 TEST_F(Delay, SplitsIntoSecondsAndMicroseconds) {
-  answers = {0};
+  results = {0};
   g_delay(2345);
   ASSERT_EQ(sleeps.size(), 1u);
   EXPECT_EQ(sleeps[0].seconds, 2);
@@ -326,7 +327,7 @@ TEST_F(Delay, SplitsIntoSecondsAndMicroseconds) {
 }
 
 TEST_F(Delay, InterruptedSleepGoesOnForTheRest) {
-  answers = {EINTR, EINTR, 0};
+  results = {EINTR, EINTR, 0};
   g_delay(50);
   ASSERT_EQ(sleeps.size(), 3u);
   EXPECT_EQ(sleeps[0].microseconds, 50000);
@@ -335,12 +336,12 @@ TEST_F(Delay, InterruptedSleepGoesOnForTheRest) {
 }
 
 TEST_F(Delay, AnyOtherFailureEndsIt) {
-  answers = {EINVAL};
+  results = {EINVAL};
   g_delay(50);
   EXPECT_EQ(sleeps.size(), 1u);
 }
 
-TEST_F(Delay, LeavesNoFormerErrorBehind) {
+TEST_F(Delay, ClearsAPreviousError) {
   errno = EINTR;
   g_delay(0);
   EXPECT_EQ(errno, 0);
@@ -357,7 +358,7 @@ TEST(DelayThreads, IsACancellationPoint) {
   EXPECT_EQ(g_thread_wait(thread), 0);
 }
 
-TEST_F(Delay, NegativeAndZeroReturnAtOnce) {
+TEST_F(Delay, NegativeAndZeroReturnImmediately) {
   const auto begin = std::chrono::steady_clock::now();
   for (const int ms : {0, -1, -1000, -2147483647 - 1}) g_delay(ms);
   EXPECT_EQ(sleeps.size(), 4u);

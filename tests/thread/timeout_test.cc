@@ -36,7 +36,8 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// While a test has it, sleeps end at once: they are noted and pass on the fake clock.
+// While a test has one, sleeps end immediately: each is recorded and advances the fake
+// clock.
 struct Sleeps {
   std::mutex mutex;
   FakeClock* clock = nullptr;
@@ -193,15 +194,15 @@ class TimeoutRate : public ::testing::Test {
   FakeClock clock{1'700'000'000};
 };
 
-TEST_F(TimeoutRate, FirstCallComesAtOnceAndCallsEndWithZero) {
+TEST_F(TimeoutRate, FirstCallComesImmediatelyAndCallsEndWithZero) {
   EXPECT_EQ(run(100, 1, {0}), std::vector<int64_t>{});
 }
 
-TEST_F(TimeoutRate, ThirdCallThatAnswersZeroIsTheLast) {
+TEST_F(TimeoutRate, ThirdCallThatReturnsZeroIsTheLast) {
   EXPECT_EQ(run(100, 3, {0}), (std::vector<int64_t>{100, 100}));
 }
 
-TEST_F(TimeoutRate, AnyAnswerButZeroGoesOn) {
+TEST_F(TimeoutRate, AnyResultButZeroGoesOn) {
   const int threads = live_threads;
   static std::atomic<int> calls;
   calls = 0;
@@ -215,7 +216,7 @@ TEST_F(TimeoutRate, ShortCallsSleepForTheRestOfTheInterval) {
   EXPECT_EQ(run(100, 4, {30}), (std::vector<int64_t>{70, 70, 70}));
 }
 
-TEST_F(TimeoutRate, LongCallsFollowAtOnce) {
+TEST_F(TimeoutRate, LongCallsFollowImmediately) {
   EXPECT_EQ(run(100, 4, {150}), std::vector<int64_t>{});
   EXPECT_EQ(run(100, 4, {100}), std::vector<int64_t>{});
 }
@@ -367,7 +368,7 @@ TEST(TimeoutNew, RecordBeginsWithThreadFunctionDataAndInterval) {
   g_timeout_free(timeout);
 }
 
-TEST(TimeoutRelease, FunctionThatAnswersZeroLeavesNothingBehind) {
+TEST(TimeoutRelease, FunctionThatReturnsZeroLeaksNothing) {
   test::warm_up_threads();
   const int threads = live_threads;
   AllocationFaults faults(0);
@@ -440,7 +441,7 @@ TEST(TimeoutFree, WaitsForACallWithoutCancellationPoint) {
   EXPECT_EQ(stage.load(), 2);
 }
 
-TEST(TimeoutFree, AtOnceAfterCreationThousandsOfTimes) {
+TEST(TimeoutFree, ImmediatelyAfterCreationThousandsOfTimes) {
   test::warm_up_threads();
   const int threads = live_threads;
   AllocationFaults faults(0);
@@ -475,9 +476,9 @@ TEST(TimeoutFree, SetsTheIntervalToZeroWhichTheThreadLooksAtFirst) {
   EXPECT_EQ(work.calls.load(), 0);
 }
 
-// The function is told to answer 0 just when the application frees the timeout: exactly one
-// of them releases it.
-TEST(TimeoutFree, WhileTheFunctionAnswersZeroThousandsOfTimes) {
+// The function returns 0 just when the application frees the timeout: exactly one of the
+// two releases it.
+TEST(TimeoutFree, WhileTheFunctionReturnsZeroThousandsOfTimes) {
   test::warm_up_threads();
   const int threads = live_threads;
   AllocationFaults faults(0);
@@ -611,9 +612,9 @@ TEST(TimeoutSetPriority, PassesTheThreadOn) {
   g_timeout_free(timeout);
 }
 
-TEST(TimeoutSetPriority, OfNullAnswersWhatTheLogAnswers) {
+TEST(TimeoutSetPriority, OfNullReturnsWhatTheLogReturns) {
   {
-    LogCapture log;  // its handler answers 0
+    LogCapture log;  // its handler returns 0
     EXPECT_EQ(g_timeout_set_priority(nullptr, 3), 0);
     EXPECT_EQ(log.take(), Lines{check_line("g_timeout", "timeout != NULL")});
     g_debug_set_handler([](const char*, void*) { return 77; }, nullptr);

@@ -1,5 +1,5 @@
-// The timer service, pass by pass: the program answers the sleep between two passes itself,
-// so a test lets the service scan exactly as often as it wants, at the time it sets.
+// The timer service, pass by pass: the program replaces the sleep between two passes, so a
+// test lets the service scan exactly as often as it wants, at the time it sets.
 //
 // SPDX-License-Identifier: MIT
 
@@ -70,7 +70,7 @@ class Gate {
   }
 
   // Lets one thread through that will not come back.
-  void let_go() {
+  void release() {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++permits_;
     changed_.notify_all();
@@ -230,9 +230,9 @@ class Timer : public ::testing::Test {
   FakeClock clock{kStart};
 };
 
-// A timer's callback with a plan: what to answer to each call, and what to do in it.
+// A timer's callback with a plan: what each call returns, and what it does.
 struct Plan {
-  std::vector<uint32_t> answers;  // the last one is repeated
+  std::vector<uint32_t> results;  // the last one is repeated
   std::function<void()> action = {};
   std::atomic<int> calls{0};
   std::atomic<uint32_t> interval{0};
@@ -242,7 +242,7 @@ struct Plan {
     const auto call = static_cast<size_t>(plan->calls++);
     plan->interval = interval;
     if (plan->action) plan->action();
-    return plan->answers[std::min(call, plan->answers.size() - 1)];
+    return plan->results[std::min(call, plan->results.size() - 1)];
   }
 };
 
@@ -670,7 +670,7 @@ TEST_F(Timer, NullCallbackNeverFires) {
   EXPECT_EQ(output.take(), Lines{});
 }
 
-TEST_F(Timer, CallbackThatAnswersZeroIsCalledOnceAndFreed) {
+TEST_F(Timer, CallbackThatReturnsZeroIsCalledOnceAndFreed) {
   Plan plan{{0}};
   AllocationFaults faults(0);
   GTimerEntry* const id = g_add_timer(10, Plan::run, &plan);
@@ -710,7 +710,7 @@ TEST_F(Timer, NewestTimerIsCalledFirst) {
   EXPECT_EQ(order, "cba");
 }
 
-TEST_F(Timer, RemovalByAnswerDoesNotEndThePass) {
+TEST_F(Timer, RemovalByResultDoesNotEndThePass) {
   std::string order;
   Plan a{{100}, [&] { order += 'a'; }};
   Plan b{{0}, [&] { order += 'b'; }};
@@ -739,7 +739,7 @@ TEST_F(Timer, AddingInACallbackEndsThePass) {
   EXPECT_EQ(order, "ba");
 }
 
-TEST_F(Timer, AnswerOfACallbackThatChangedTheListIsIgnored) {
+TEST_F(Timer, ResultOfACallbackThatChangedTheListIsIgnored) {
   Plan plan{{0, 0}, [&] { g_add_timer(5000, nullptr, nullptr); }};
   const GTimerEntry* const id = g_add_timer(100, Plan::run, &plan);
   pass_at(100);
@@ -882,7 +882,7 @@ TEST_F(Timer, IdsThatAreNoneAreOnlyCompared) {
 }
 
 // A table finds the ids of many; it goes when they are gone.
-TEST_F(Timer, ManyNeedAFewBlocksMoreAndLeaveNothingBehind) {
+TEST_F(Timer, ManyNeedAFewBlocksMoreAndLeakNothing) {
   for (const bool at_once : {false, true}) {
     AllocationFaults faults(0);
     std::vector<GTimerEntry*> timers;
@@ -923,10 +923,10 @@ TEST_F(Timer, WithoutMemoryForTheTableManyAreFoundAllTheSame) {
 }
 
 // Its own id and those around it, while the pass goes on.
-TEST_F(Timer, OneOfManyThatAnswersZeroGoesAndThePassGoesOn) {
+TEST_F(Timer, OneOfManyThatReturnsZeroIsRemovedAndThePassGoesOn) {
   std::vector<Plan> plans(200);
   for (size_t i = 0; i < plans.size(); ++i) {
-    plans[i].answers = {i % 3 == 0 ? 0u : 100u};
+    plans[i].results = {i % 3 == 0 ? 0u : 100u};
   }
   std::vector<GTimerEntry*> ids;
   for (Plan& plan : plans) ids.push_back(g_add_timer(100, Plan::run, &plan));
@@ -981,7 +981,7 @@ TEST_F(Timer, SetTimerWithZeroLeavesNone) {
   EXPECT_EQ(plan.calls.load(), 0);
 }
 
-TEST_F(Timer, SetTimerWithoutMemoryAnswersMinusOneWithTheFormerTimersGone) {
+TEST_F(Timer, SetTimerWithoutMemoryReturnsMinusOneWithThePreviousTimersGone) {
   Plan plan{{100}};
   g_add_timer(100, Plan::run, &plan);
   AllocationFaults faults(1);
@@ -1047,7 +1047,7 @@ TEST_F(Timer, CallbackMayStopTheService) {
   const int detached = detached_threads;
   gate.pass();
   EXPECT_EQ(detached_threads.load(), detached + 1);  // nobody can wait for the thread
-  gate.let_go();
+  gate.release();
   while (service_pid() != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   EXPECT_EQ(output.take(), (Lines{"g_timer_enable(0)", quit_line()}));
   EXPECT_EQ(g_timer_enable(1), 0);
@@ -1063,7 +1063,7 @@ TEST_F(Timer, CallbackMayCleanUpTheService) {
   faults.disarm();
   clock.advance(100);
   gate.pass();
-  gate.let_go();
+  gate.release();
   while (service_pid() != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   EXPECT_EQ(after.calls.load(), 0);
   EXPECT_EQ(faults.outstanding(), 0);
@@ -1100,7 +1100,7 @@ TEST_F(Timer, CallbackMayEndTheThread) {
             }};
   g_add_timer(100, Plan::run, &plan);
   clock.advance(100);
-  gate.let_go();
+  gate.release();
   while (plan.calls == 0) std::this_thread::yield();
   // The lock is free, and the service can be restarted.
   EXPECT_NE(g_add_timer(5000, nullptr, nullptr), nullptr);
@@ -1133,9 +1133,9 @@ class ModelService {
     std::erase_if(entries, [&](const Entry& entry) { return entry.id == id; });
   }
 
-  // The calls of one pass; answer(id) tells each callback's result.
-  template <typename Answer>
-  std::vector<int> scan(Answer answer) {
+  // The calls of one pass; result_of(id) is each callback's result.
+  template <typename ResultOf>
+  std::vector<int> scan(ResultOf result_of) {
     std::vector<int> calls;
     for (size_t i = 0; i < entries.size();) {
       Entry& entry = entries[i];
@@ -1146,7 +1146,7 @@ class ModelService {
       }
       entry.last = elapsed < entry.interval ? entry.last + entry.interval : now;
       calls.push_back(entry.id);
-      const uint32_t result = answer(entry.id);
+      const uint32_t result = result_of(entry.id);
       if (result == 0) {
         entries.erase(entries.begin() + static_cast<ptrdiff_t>(i));
         continue;
@@ -1160,7 +1160,7 @@ class ModelService {
 
 struct RandomTimer {
   int id;
-  uint32_t answer;
+  uint32_t result;
   GTimerEntry* entry;
 };
 std::vector<int> random_calls;
@@ -1168,7 +1168,7 @@ std::vector<int> random_calls;
 uint32_t run_random(uint32_t, void* param) {
   const auto* const timer = static_cast<RandomTimer*>(param);
   random_calls.push_back(timer->id);
-  return timer->answer;
+  return timer->result;
 }
 
 TEST_F(Timer, RandomOperationsMatchTheModel) {
@@ -1191,14 +1191,14 @@ TEST_F(Timer, RandomOperationsMatchTheModel) {
       model.remove(id);
     } else {
       for (auto& [id, timer] : timers) {
-        if (random() % 8 == 0) timer.answer = random() % 4 == 0 ? 0 : random() % 300;
+        if (random() % 8 == 0) timer.result = random() % 4 == 0 ? 0 : random() % 300;
       }
       const uint32_t advance = random() % 60;
       clock.advance(advance);
       model.now += advance;
       random_calls.clear();
       gate.pass();
-      ASSERT_EQ(random_calls, model.scan([&](int id) { return timers[id].answer; }));
+      ASSERT_EQ(random_calls, model.scan([&](int id) { return timers[id].result; }));
     }
   }
   EXPECT_EQ(output.take(), Lines{});

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Asks bash what it offers behind the beginning of a command line.
+"""Asks bash how it completes the beginning of a command line.
 
-  completion_test.py FOLDER [COMMAND...]   the completion files, and gw-conf, behind an
+  completion_test.py FOLDER [COMMAND...]   the completion files, and gw-conf, run by an
                                            emulator if it needs one, when it was built
 
 SPDX-License-Identifier: MIT

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs gw-cat as users do, against files, pipes, a terminal and servers of its own.
 
-  gw_cat_test.py COMMAND...   the program, behind an emulator if it needs one
+  gw_cat_test.py COMMAND...   the program, run by an emulator if it needs one
 
 SPDX-License-Identifier: MIT
 """
@@ -34,7 +34,7 @@ def run(*arguments, stdin=b"", stdout=subprocess.PIPE):
 
 
 class Server:
-    """Answers each connection on loopback with the reply, and keeps the requests."""
+    """Sends the reply on each loopback connection, and keeps the requests."""
 
     def __init__(self, reply, pace=0, reset=False):
         self.reset = reset  # cuts the connection off instead of closing it
@@ -122,7 +122,7 @@ class Files(Case):
     def test_output_option_writes_the_file_and_nothing_else(self):
         path, out = self.file("a", self.DATA), self.path("out")
         for option in (["-o", out], ["--output", out], [f"--output={out}"]):
-            self.file("out", b"former, longer content" * 20000)
+            self.file("out", b"previous, longer content" * 20000)
             self.assertEqual(run(*option, path), (0, b"", ""))
             self.assertEqual(self.content(out), self.DATA)
 
@@ -438,7 +438,7 @@ class Terminal(Case):
                          r"0:\d\d *\Z")
         self.assertTrue(drawn.endswith("\n"))
         for line in lines[1:]:
-            self.assertEqual(len(line), 79, "overwrites the former line and never wraps")
+            self.assertEqual(len(line), 79, "overwrites the previous line and never wraps")
         self.assertEqual(self.content(self.path("out")), body * 4)
 
     def test_an_unknown_length_draws_a_counter(self):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs gw-conf as scripts do.
 
-  gw_conf_test.py COMMAND...   the program, behind an emulator if it needs one
+  gw_conf_test.py COMMAND...   the program, run by an emulator if it needs one
 
 SPDX-License-Identifier: MIT
 """
@@ -141,7 +141,7 @@ class Meanwhile(Case):
         program = subprocess.Popen(PROGRAM + list(arguments), stdout=subprocess.PIPE,
                                    stderr=subprocess.PIPE, text=True)
         self.addCleanup(program.communicate)
-        # Some file systems do not tell when a file is read.
+        # Some file systems do not record when a file is read.
         end = time.monotonic() + 3
         while os.stat(self.conf).st_atime == 0 and time.monotonic() < end:
             time.sleep(0.01)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs gw-log against the machine's marker files, which are put back.
 
-  gw_log_test.py COMMAND...   the program, behind an emulator if it needs one
+  gw_log_test.py COMMAND...   the program, run by an emulator if it needs one
 
 SPDX-License-Identifier: MIT
 """

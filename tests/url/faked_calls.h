@@ -12,8 +12,8 @@
 
 namespace test {
 
-// While alive, those of these calls that are set stand for the system's on this thread,
-// which real_*() still reach. One at a time.
+// While alive, the calls that are set here replace the system's on this thread; real_*()
+// still reach those. One object at a time.
 struct FakedCalls {
   FakedCalls();
   ~FakedCalls();
@@ -39,8 +39,8 @@ ssize_t real_send(int fd, const void* buf, size_t n, int flags);
 // system about all others.
 hostent* with_ipv6_only_host(const char* name, int family);
 
-// How many descriptors the process has open, once that stands still: a server's thread of
-// the same program may take a moment to close its own.
+// How many descriptors the process has open, once that number is stable: the thread of a
+// server in the same program may take a moment to close its own.
 int open_descriptors();
 
 // True once the process has this many open.

@@ -1,5 +1,5 @@
-// The file module. read(), lseek64() and close() of this program stand before the C
-// library's, so that the tests can count the library's calls and make reads fail.
+// The file module. This program defines read(), lseek64() and close(), which come before
+// the C library's, so that the tests can count the library's calls and make reads fail.
 //
 // SPDX-License-Identifier: MIT
 
@@ -171,7 +171,7 @@ int open_descriptors() {
 
 // ---- The record and the module ------------------------------------------------------
 
-TEST(UrlFile, HasViewPositionAndDescriptorBehindTheCommonPart) {
+TEST(UrlFile, HasViewPositionAndDescriptorAfterTheCommonPart) {
   EXPECT_EQ(offsetof(URL_file, data), sizeof(URL_record));
   EXPECT_EQ(offsetof(URL_file, size), offsetof(URL_file, data) + sizeof(void*));
   EXPECT_EQ(offsetof(URL_file, position), (offsetof(URL_file, size) + 4 + 7) / 8 * 8);
@@ -330,7 +330,7 @@ TEST_F(FileStream, WithoutMemoryFailsAndLeavesNoDescriptor) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(FileStream, WithoutMemoryTellsThatWhateverClosingTheDescriptorSays) {
+TEST_F(FileStream, WithoutMemoryReportsThatWhateverClosingTheDescriptorReturns) {
   const std::string path = directory_.write("file", "text");
   set_errors();
   traffic.closing_error = EIO;
@@ -411,7 +411,7 @@ TEST_F(FileStream, OnDescriptorZeroIsStandardInputWhateverItsName) {
   EXPECT_NE(fcntl(0, F_GETFD), -1);
 }
 
-TEST_F(FileStream, NamedDashAndMoreIsAFile) {
+TEST_F(FileStream, WhoseNameOnlyBeginsWithDashIsAFile) {
   for (const char* const name : {"-nosuchfile", "--"}) {
     EXPECT_EQ(url_file_open(name), nullptr);
     EXPECT_ERRORS(ENOENT, ENOENT);
@@ -667,7 +667,7 @@ TEST_F(FileStream, LinesOfAFileCostTwoSystemCallsEach) {
     if (status.st_blocks == 0) GTEST_SKIP() << "files without blocks here";
     std::vector<char> buf(4096);
     for (int i = 0; i < kLines; ++i) {
-      if (i == 1) reset_traffic();  // the first line tells how long they are
+      if (i == 1) reset_traffic();  // the stream learns the length from the first line
       ASSERT_EQ(url_gets(url, buf.data(), 4096), buf.data());
       ASSERT_EQ(std::strlen(buf.data()), length);
     }
@@ -746,7 +746,7 @@ TEST_F(FileStream, StrippedLinesOfAFileCostTwoSystemCallsEach) {
       if (!has_blocks(url)) GTEST_SKIP() << "files without blocks here";
       std::vector<char> buf(4096);
       for (int i = 0; i < kLines; ++i) {
-        if (i == 1) reset_traffic();  // the first line tells how long they are
+        if (i == 1) reset_traffic();  // the stream learns the length from the first line
         ASSERT_EQ(url_readline(url, buf.data(), 4096), static_cast<int>(length) - i % 3);
       }
       EXPECT_LE(traffic.reads, kLines + 2) << length;
@@ -790,21 +790,21 @@ TEST_F(FileStream, AtTheEndTheLastEmptyLineIsLeftInTheBuffer) {
   }
 }
 
-// A program's own byte reader is asked for every byte, whatever else is the module's.
+// A byte reader that the program has put in is called for every byte.
 TEST_F(FileStream, AReplacedByteReaderIsAskedForStrippedLines) {
   const URL url = over("one\ntwo\n");
-  static int32_t (*former)(URL) = nullptr;
+  static int32_t (*previous)(URL) = nullptr;
   static int calls = 0;
-  former = std::exchange(url->fgetc, [](URL stream) -> int32_t {
+  previous = std::exchange(url->fgetc, [](URL stream) -> int32_t {
     ++calls;
-    const int32_t byte = former(stream);
+    const int32_t byte = previous(stream);
     return byte == 'o' ? '0' : byte;
   });
   char buf[16];
   EXPECT_EQ(url_readline(url, buf, 16), 3);
   EXPECT_STREQ(buf, "0ne");
   EXPECT_EQ(calls, 4);
-  url->fgetc = former;
+  url->fgetc = previous;
   EXPECT_EQ(url_readline(url, buf, 16), 3);
   EXPECT_STREQ(buf, "two");
 }
@@ -1004,103 +1004,121 @@ std::string random_content(Random& random) {
   return content;
 }
 
+constexpr size_t kBufferSize = 10000;
+
+// A stream over a file and the reference over the same file. Every operation runs on both,
+// and must give the same result, errors, buffer and state.
+class StreamAndReference {
+ public:
+  StreamAndReference(URL url, const std::string& path)
+      : url_(url), fd_(::open(path.c_str(), O_RDONLY)), reference_(fd_, url->readlimit) {}
+  ~StreamAndReference() { close(fd_); }
+  StreamAndReference(const StreamAndReference&) = delete;
+  StreamAndReference& operator=(const StreamAndReference&) = delete;
+
+  // `before` is what the buffers hold beforehand, `size` that of the file.
+  void run_random_operation(Random& random, const char* before, size_t size) {
+    ours_.assign(before, before + kBufferSize);
+    theirs_ = ours_;
+    const auto n = static_cast<int32_t>(random() % 8 == 0 ? random() % 5
+                                                          : random() % (kBufferSize - 2));
+    const auto offset = static_cast<int64_t>(random() % (size + 20)) -
+                        (random() % 4 == 0 ? static_cast<int32_t>(size) : 0);
+    const unsigned operation = random() % 14;
+    SCOPED_TRACE(testing::Message() << "operation " << operation << " n " << n);
+    interruptions_ = random() % 16 == 0 ? static_cast<int>(random() % 4) : 0;
+    run_operation(operation, n, offset, random);
+    ASSERT_EQ(ours_, theirs_);
+    ASSERT_EQ(position_of(url_), lseek64(fd_, 0, SEEK_CUR));
+    ASSERT_EQ(url_->nread, reference_.nread);
+    ASSERT_EQ(url_->eof, reference_.eof);
+  }
+
+ private:
+  void run_operation(unsigned operation, int32_t n, int64_t offset, Random& random) {
+    char* const buf = ours_.data();
+    char* const their_buf = theirs_.data();
+    switch (operation) {
+      case 0:
+        return both([&] { return url_read(url_, buf, n); },
+                    [&] { return reference_.read_some(their_buf, n); });
+      case 1:
+        return both([&] { return url_fgetc(url_); }, [&] { return reference_.fgetc(); });
+      case 2:
+      case 8:
+      case 9:
+        return both([&] { return url_readline(url_, buf, n); },
+                    [&] { return reference_.readline(their_buf, n); });
+      case 3: {
+        const auto whence = static_cast<int32_t>(random() % 3);
+        return both([&] { return url_seek(url_, offset, whence); },
+                    [&] { return reference_.seek(offset, whence); });
+      }
+      case 4:
+        return both([&] { return url_skip(url_, offset / 4), 0; },
+                    [&] { return reference_.skip(offset / 4), 0; });
+      case 5: {
+        const auto limit = static_cast<int32_t>(random() % 2 == 0 ? -1 : offset);
+        return both([&] { return url_set_readlimit(url_, limit), 0; },
+                    [&] { return reference_.set_readlimit(limit), 0; });
+      }
+      case 6:
+        return both([&] { return url_tell(url_); }, [&] { return reference_.tell(); });
+      case 7:
+        return both([&] { return url_->gets(url_, buf, n) == buf; },
+                    [&] { return reference_.gets_slot(their_buf, n); });
+      default:
+        return both([&] { return url_gets(url_, buf, n) == buf; },
+                    [&] { return reference_.gets(their_buf, n); });
+    }
+  }
+
+  template <typename OnUrl, typename OnReference>
+  void both(OnUrl on_url, OnReference on_reference) {
+    traffic.interruptions = interruptions_;
+    set_errors();
+    const auto result = on_url();
+    const int our_errno = errno;
+    const int32_t our_error = url_errno;
+    traffic.interruptions = interruptions_;
+    errno = kOtherErrno;
+    reference_.error = kOtherError;
+    const auto expected = on_reference();
+    const int their_errno = errno;
+    traffic.interruptions = 0;
+    EXPECT_EQ(result, expected);
+    EXPECT_EQ(our_errno, their_errno);
+    EXPECT_EQ(our_error, reference_.error);
+  }
+
+  const URL url_;
+  const int fd_;
+  Reference reference_;
+  std::vector<char> ours_;
+  std::vector<char> theirs_;
+  int interruptions_ = 0;  // so many reads of each fail first
+};
+
 TEST_F(FileStream, AgreesWithAReaderOfSingleBytesOverRandomOperations) {
-  constexpr size_t kBufferSize = 10000;
   Random random;
-  // What buffers hold before each step: another part of this each time.
+  // Buffers hold another part of this before each step.
   std::vector<char> noise(2 * kBufferSize);
   for (char& c : noise) c = random() % 64 == 0 ? '\n' : static_cast<char>(random());
-  std::vector<char> ours(kBufferSize);
   for (int round = 0; round < 120; ++round) {
     const std::string content = random_content(random);
     const URL url = over(content);
-    const int fd = ::open((directory_ / "file").c_str(), O_RDONLY);
     ASSERT_EQ(url->readlimit, content.size());
-    Reference reference(fd, url->readlimit);
+    StreamAndReference stream(url, directory_ / "file");
     if (round % 4 == 0) {
       traffic.error = EIO;
       traffic.bad_from = static_cast<int64_t>(random() % (content.size() + 1));
       traffic.bad_to = traffic.bad_from + static_cast<int64_t>(random() % 200);
     }
     for (int step = 0; step < 60; ++step) {
-      std::copy_n(&noise[random() % kBufferSize], kBufferSize, ours.begin());
-      std::vector<char> theirs = ours;
-      const auto size = static_cast<int32_t>(content.size());
-      const auto n = static_cast<int32_t>(random() % 8 == 0 ? random() % 5
-                                                            : random() % (kBufferSize - 2));
-      const auto offset = static_cast<int64_t>(random() % (content.size() + 20)) -
-                          (random() % 4 == 0 ? size : 0);
-      const unsigned operation = random() % 14;
-      SCOPED_TRACE(testing::Message() << "round " << round << " step " << step
-                                      << " operation " << operation << " n " << n);
-      const int interruptions = random() % 16 == 0 ? static_cast<int>(random() % 4) : 0;
-      const auto run = [&](auto&& on_url, auto&& on_reference) {
-        traffic.interruptions = interruptions;
-        set_errors();
-        const auto result = on_url();
-        const int our_errno = errno;
-        const int32_t our_error = url_errno;
-        traffic.interruptions = interruptions;
-        errno = kOtherErrno;
-        reference.error = kOtherError;
-        const auto expected = on_reference();
-        const int their_errno = errno;
-        traffic.interruptions = 0;
-        EXPECT_EQ(result, expected);
-        EXPECT_EQ(our_errno, their_errno);
-        EXPECT_EQ(our_error, reference.error);
-      };
-      char* const buf = ours.data();
-      char* const their_buf = theirs.data();
-      switch (operation) {
-        case 0:
-          run([&] { return url_read(url, buf, n); },
-              [&] { return reference.read_some(their_buf, n); });
-          break;
-        case 1:
-          run([&] { return url_fgetc(url); }, [&] { return reference.fgetc(); });
-          break;
-        case 2:
-        case 8:
-        case 9:
-          run([&] { return url_readline(url, buf, n); },
-              [&] { return reference.readline(their_buf, n); });
-          break;
-        case 3: {
-          const auto whence = static_cast<int32_t>(random() % 3);
-          run([&] { return url_seek(url, offset, whence); },
-              [&] { return reference.seek(offset, whence); });
-          break;
-        }
-        case 4:
-          run([&] { return url_skip(url, offset / 4), 0; },
-              [&] { return reference.skip(offset / 4), 0; });
-          break;
-        case 5: {
-          const auto limit = static_cast<int32_t>(random() % 2 == 0 ? -1 : offset);
-          run([&] { return url_set_readlimit(url, limit), 0; },
-              [&] { return reference.set_readlimit(limit), 0; });
-          break;
-        }
-        case 6:
-          run([&] { return url_tell(url); }, [&] { return reference.tell(); });
-          break;
-        case 7:
-          run([&] { return url->gets(url, buf, n) == buf; },
-              [&] { return reference.gets_slot(their_buf, n); });
-          break;
-        default:
-          run([&] { return url_gets(url, buf, n) == buf; },
-              [&] { return reference.gets(their_buf, n); });
-          break;
-      }
-      ASSERT_EQ(ours, theirs);
-      ASSERT_EQ(position_of(url), lseek64(fd, 0, SEEK_CUR));
-      ASSERT_EQ(url->nread, reference.nread);
-      ASSERT_EQ(url->eof, reference.eof);
+      SCOPED_TRACE(testing::Message() << "round " << round << " step " << step);
+      stream.run_random_operation(random, &noise[random() % kBufferSize], content.size());
       ASSERT_FALSE(HasFailure());
     }
-    close(fd);
     close_all();
     reset_traffic();
   }

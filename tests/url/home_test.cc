@@ -118,7 +118,7 @@ TEST_F(UnexpandHome, ReturnsRelativePathsThemselvesBelowARelativeHomeToo) {
   EXPECT_EQ(url_unexpand_home_dir(path), path);
 }
 
-TEST_F(UnexpandHome, ContractsWhatLiesBelow) {
+TEST_F(UnexpandHome, ContractsPathsBelowHome) {
   set("HOME", "/home/u");
   set("home", "/other");
   EXPECT_STREQ(url_unexpand_home_dir("/home/u/a"), "~/a");

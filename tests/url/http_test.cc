@@ -56,8 +56,8 @@ class HttpHeaders : public Http {};
 class HttpBody : public Http {};
 class HttpFailure : public Http {};
 
-// What a server gets to read for a URL with this behind its host and port. The reply goes
-// out at the empty line, so all that comes later is in the record, too.
+// What a server receives for a URL with this after its host and port. The reply is sent at
+// the empty line, so the record also has whatever comes later.
 std::string request_for(const std::string& path) {
   ScriptedServer server(kOk);
   const URL url = url_http_open(server.url(path).c_str());
@@ -294,11 +294,11 @@ TEST_F(HttpRequest, WithoutAPathTheRootIsAskedFor) {
   EXPECT_EQ(request_for(""), "GET / HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n");
 }
 
-TEST_F(HttpRequest, AQueryWithoutAPathIsDroppedBehindAPort) {
+TEST_F(HttpRequest, AQueryWithoutAPathIsDroppedAfterAPort) {
   EXPECT_EQ(request_for("?q=1"), "GET / HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n");
 }
 
-TEST_F(HttpRequest, TextBehindThePortNumberIsSkippedUpToTheNextSlash) {
+TEST_F(HttpRequest, TextAfterThePortNumberIsSkippedUpToTheNextSlash) {
   EXPECT_EQ(request_for("abc:12/x:y"), "GET /x:y HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n");
 }
 
@@ -363,14 +363,14 @@ TEST_F(HttpRequest, ThePortIsParsedAsADecimalNumberModulo65536) {
 
 // The name that is looked up for a URL.
 std::string name_of(const std::string& url) {
-  std::string looked_up;
+  std::string host_name;
   FakedCalls faked;
   faked.gethostbyname2 = [&](const char* name, int) -> hostent* {
-    looked_up = name;
+    host_name = name;
     return nullptr;
   };
   EXPECT_EQ(url_http_open(url.c_str()), nullptr);
-  return looked_up;
+  return host_name;
 }
 
 TEST_F(HttpRequest, TheHostRunsToTheFirstColonOrSlashOrTheEnd) {
@@ -419,7 +419,7 @@ TEST_F(HttpRequest, TheLongestUrlIsSentWhole) {
   EXPECT_EQ(server.request(), "GET " + path + " HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n");
 }
 
-TEST_F(HttpRequest, AUrlOf8176CharactersBehindTheSchemeIsTooLong) {
+TEST_F(HttpRequest, AUrlOf8176CharactersAfterTheSchemeIsTooLong) {
   FakedCalls faked;
   faked.gethostbyname2 = [](const char*, int) -> hostent* { return nullptr; };
   for (const char* const scheme : {"", "http://"}) {
@@ -552,7 +552,7 @@ TEST_F(HttpProxy, AHostOf255CharactersIsReplacedByLocalhost) {
   }
 }
 
-TEST_F(HttpProxy, AShortHostAfterALongOneLeavesNothingBehind) {
+TEST_F(HttpProxy, AShortHostAfterALongOneIsSentAlone) {
   proxied("http://" + repeated(250, 'h') + "/");
   EXPECT_EQ(proxied("http://a/"), "GET http://a/ HTTP/1.0\r\nHost: a\r\n\r\n");
 }
@@ -574,7 +574,7 @@ TEST_F(HttpProxy, TheLongestTargetIsSentWholeAndALongerOneFailsUnconnected) {
   EXPECT_EQ(proxy.connections(), 0u);
 }
 
-TEST_F(HttpProxy, ThatDoesNotAnswerIsATimeOut) {
+TEST_F(HttpProxy, ThatDoesNotRespondIsATimeOut) {
   url_http_proxy_host = "127.0.0.1";
   url_http_proxy_port = test::unused_port();
   testing::internal::CaptureStderr();
@@ -622,7 +622,7 @@ TEST_F(HttpStatus, EveryOtherStatusIsENOENT) {
   }
 }
 
-TEST_F(HttpStatus, AServerThatClosesWithoutAWordCannotBeOpened) {
+TEST_F(HttpStatus, AServerThatClosesWithoutAReplyCannotBeOpened) {
   Reply reply("");
   EXPECT_EQ(reply.url, nullptr);
   EXPECT_EQ(url_errno, URLERR_CANT_OPEN);
@@ -640,7 +640,7 @@ TEST_F(HttpStatus, AResetBeforeTheStatusLineIsTheSystemsError) {
 }
 
 TEST_F(HttpStatus, AFailedWriteIsNoFailureOfItsOwn) {
-  // The connection works, only the request does not leave: the missing answer tells.
+  // The connection works, only the request is not sent: the missing response shows it.
   ScriptedServer server([](Connection&) {});
   FakedCalls faked;
   faked.send = [](int, const void*, size_t, int) -> ssize_t { return errno = EPIPE, -1; };
@@ -650,11 +650,11 @@ TEST_F(HttpStatus, AFailedWriteIsNoFailureOfItsOwn) {
 }
 
 TEST_F(HttpStatus, AServerThatIsGoneRaisesNoSignal) {
-  struct sigaction former {};
+  struct sigaction previous {};
   struct sigaction fatal {};
   fatal.sa_handler = SIG_DFL;
-  sigaction(SIGPIPE, &fatal, &former);
-  // Resets at once: the request meets a closed connection.
+  sigaction(SIGPIPE, &fatal, &previous);
+  // Resets immediately: the request meets a closed connection.
   ScriptedServer server([](Connection& connection) { connection.reset(); });
   for (int i = 0; i < 20; ++i) {
     testing::internal::CaptureStderr();
@@ -662,7 +662,7 @@ TEST_F(HttpStatus, AServerThatIsGoneRaisesNoSignal) {
               nullptr);
     testing::internal::GetCapturedStderr();
   }
-  sigaction(SIGPIPE, &former, nullptr);
+  sigaction(SIGPIPE, &previous, nullptr);
 }
 
 TEST_F(HttpStatus, AStatusLineLongerThanTheBufferGoesOnAsAHeaderLine) {
@@ -1059,7 +1059,7 @@ TEST_F(HttpBody, AResetGivesZeroFromReadAndItsErrorFromTheByteReader) {
   }
 }
 
-TEST_F(HttpBody, ForwardSeeksReadAndReturnTheFormerPosition) {
+TEST_F(HttpBody, ForwardSeeksReadAndReturnThePreviousPosition) {
   std::string body;
   for (int i = 0; i < 20000; ++i) body += static_cast<char>('a' + i % 26);
   Reply reply("HTTP/1.0 200 OK\r\nContent-Length: 20000\r\n\r\n" + body);

@@ -1,4 +1,4 @@
-// A server on loopback that answers as a test says, and records what it was asked.
+// A server on loopback that follows a test's script and records the requests.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_URL_SCRIPTED_SERVER_H

@@ -138,7 +138,7 @@ TEST_P(RealServer, AMissingFileIsNotFound) {
 }
 
 TEST_P(RealServer, ARedirectIsNotFollowed) {
-  // A folder without its slash is answered with 301.
+  // A folder without its slash gets a 301.
   EXPECT_EQ(open_whole(url("/folder")), nullptr);
   EXPECT_EQ(url_errno, ENOENT);
   EXPECT_EQ(errno, ENOENT);
@@ -182,7 +182,7 @@ TEST_P(RangeServer, AnOffsetGivesTheRestOfTheFile) {
   }
 }
 
-TEST_P(RangeServer, AnOffsetBehindTheEndIsRefused) {
+TEST_P(RangeServer, AnOffsetPastTheEndIsRefused) {
   EXPECT_EQ(open_from(url("/page.txt"), int64_t{1} << 40), nullptr);  // 416
   EXPECT_EQ(url_errno, ENOENT);
 }

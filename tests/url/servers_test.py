@@ -20,7 +20,7 @@ import sys
 import tempfile
 import time
 
-PATIENCE = 30  # seconds until a server must answer
+PATIENCE = 30  # seconds until a server must respond
 
 PACKAGES = {"nginx": "nginx-light", "lighttpd": "lighttpd", "tinyproxy": "tinyproxy"}
 
@@ -120,7 +120,7 @@ class Servers:
         self.running = []
 
     def start(self, name, template, command):
-        """The port on which the server answers, after up to three tries: another program
+        """The port on which the server responds, after up to three tries: another program
         may take a port between the look for a free one and the server's start."""
         for _ in range(3):
             port = free_port()
@@ -132,11 +132,11 @@ class Servers:
                 process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=output,
                                            stderr=output)
             self.running.append(process)
-            if self.answers(process, port):
+            if self.responds(process, port):
                 return port
         self.fail(name)
 
-    def answers(self, process, port):
+    def responds(self, process, port):
         end = time.monotonic() + PATIENCE
         while time.monotonic() < end and process.poll() is None:
             try:

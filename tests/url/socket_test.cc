@@ -64,7 +64,7 @@ TEST(OpenSocket, ResolvesAName) {
   close(fd);
 }
 
-TEST(OpenSocket, ToleratesThatNobodyWantsTheAddress) {
+TEST(OpenSocket, AcceptsANullAddress) {
   ScriptedServer server(kJustClose);
   const int fd = open_socket(kLocal, server.port(), nullptr);
   ASSERT_NE(fd, -1);
@@ -214,18 +214,19 @@ TEST(OpenSocket, WithoutASocketFailsWithTheSystemsError) {
   EXPECT_EQ(address, htonl(INADDR_LOOPBACK));  // stored as soon as it is known
 }
 
-TEST(OpenSocket, ARefusedConnectionFailsAndIsToldIfItShowsAfterTheWait) {
+TEST(OpenSocket, ARefusedConnectionFailsAndIsReportedIfItShowsAfterTheWait) {
   const uint16_t port = test::unused_port();
   const int before = open_descriptors();
   uint32_t address = 0;
-  const std::string told =
+  const std::string printed =
       standard_error_of([&] { EXPECT_EQ(open_socket(kLocal, port, &address), -1); });
   // Under qemu the pending error keeps the host's number, 111.
   const auto message = [](int error) {
     return std::string("Connect error : ") + strerror(error) + "\n";
   };
-  EXPECT_TRUE(told.empty() || told == message(ECONNREFUSED) || told == message(111))
-      << told;
+  EXPECT_TRUE(printed.empty() || printed == message(ECONNREFUSED) ||
+              printed == message(111))
+      << printed;
   EXPECT_TRUE(descriptors_return_to(before));
 }
 
@@ -267,7 +268,7 @@ TEST(OpenSocket, WaitsFiveSecondsForTheNonBlockingSocketToBecomeWritable) {
   close(fd);
 }
 
-TEST(OpenSocket, AConnectionMadeAtOnceIsWaitedForAndCheckedLikeAnyOther) {
+TEST(OpenSocket, AConnectionMadeImmediatelyIsWaitedForAndCheckedLikeAnyOther) {
   ScriptedServer server(kJustClose);
   FakedCalls faked;
   int waits = 0;
@@ -327,7 +328,7 @@ TEST(OpenSocket, ASignalDuringTheWaitEndsTheAttemptWithoutAMessage) {
   EXPECT_TRUE(descriptors_return_to(before));
 }
 
-TEST(OpenSocket, APeerThatNeverAnswersIsGivenUpAfterFiveSeconds) {
+TEST(OpenSocket, APeerThatNeverRespondsIsGivenUpAfterFiveSeconds) {
   DeafServer server;
   const int before = open_descriptors();
   const auto start = std::chrono::steady_clock::now();
@@ -344,8 +345,8 @@ TEST(OpenSocket, ARealSignalEndsTheWaitEarly) {
   DeafServer server;
   struct sigaction act {};
   act.sa_handler = [](int) {};
-  struct sigaction former {};
-  sigaction(SIGALRM, &act, &former);
+  struct sigaction previous {};
+  sigaction(SIGALRM, &act, &previous);
   const itimerval every_fifty_ms{{0, 50000}, {0, 50000}};
   const auto start = std::chrono::steady_clock::now();
   setitimer(ITIMER_REAL, &every_fifty_ms, nullptr);
@@ -354,13 +355,13 @@ TEST(OpenSocket, ARealSignalEndsTheWaitEarly) {
   const int error = errno;
   const itimerval off{};
   setitimer(ITIMER_REAL, &off, nullptr);
-  sigaction(SIGALRM, &former, nullptr);
+  sigaction(SIGALRM, &previous, nullptr);
   EXPECT_EQ(fd, -1);
   EXPECT_EQ(error, EINTR);
   EXPECT_LT(seconds_since(start), 4.5);
 }
 
-TEST(OpenSocket, AnErrorFoundAfterTheWaitIsToldOnStandardError) {
+TEST(OpenSocket, AnErrorFoundAfterTheWaitIsReportedOnStandardError) {
   ScriptedServer server(kJustClose);
   const int before = open_descriptors();
   {
@@ -378,7 +379,7 @@ TEST(OpenSocket, AnErrorFoundAfterTheWaitIsToldOnStandardError) {
   EXPECT_TRUE(descriptors_return_to(before));
 }
 
-TEST(OpenSocket, ASocketThatCannotBeAskedIsToldOnStandardError) {
+TEST(OpenSocket, ASocketThatCannotBeQueriedIsReportedOnStandardError) {
   ScriptedServer server(kJustClose);
   const int before = open_descriptors();
   {
@@ -424,7 +425,7 @@ TEST(OpenSocket, BothMessagesComeWhenBothChecksFail) {
 TEST(OpenSocket, WorksWithADescriptorAbove1023) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit former = limit;
+  const rlimit previous = limit;
   if (limit.rlim_cur < 1100) {
     if (limit.rlim_max < 1100)
       GTEST_SKIP() << "at most " << limit.rlim_max << " descriptors";
@@ -445,7 +446,7 @@ TEST(OpenSocket, WorksWithADescriptorAbove1023) {
   char text[4] = "";
   EXPECT_EQ(recv(fd, text, 3, MSG_WAITALL), 3);
   close(fd);
-  setrlimit(RLIMIT_NOFILE, &former);
+  setrlimit(RLIMIT_NOFILE, &previous);
 }
 
 // --- The wrappers.
@@ -483,14 +484,14 @@ TEST_F(SocketWrappers, WriteReturnsTheBytesWritten) {
 
 TEST_F(SocketWrappers, WriteToAPeerThatIsGoneFailsAndRaisesNoSignal) {
   close_end(1);
-  struct sigaction former {};
+  struct sigaction previous {};
   struct sigaction fatal {};
   fatal.sa_handler = SIG_DFL;
-  sigaction(SIGPIPE, &fatal, &former);
+  sigaction(SIGPIPE, &fatal, &previous);
   errno = 0;
   EXPECT_EQ(socket_write(ends_[0], "abc", 3), -1);
   EXPECT_EQ(errno, EPIPE);
-  sigaction(SIGPIPE, &former, nullptr);
+  sigaction(SIGPIPE, &previous, nullptr);
 }
 
 TEST(SocketWrite, ServesADescriptorThatIsNoSocket) {

@@ -893,7 +893,7 @@ TEST(UrlFgetc, WithoutASlotCountsTwiceAndRefusesTheLastByte) {
   EXPECT_EQ(url->eof, 0);
   EXPECT_EQ(url_fgetc(url), -1);
   EXPECT_EQ(url->nread, 5u);
-  EXPECT_EQ(url->eof, 1);  // by the read behind it
+  EXPECT_EQ(url->eof, 1);  // set by the read underneath
   EXPECT_EQ(url.take_calls(), (Calls{"read 1", "read 1"}));
 }
 
@@ -957,7 +957,7 @@ TEST(UrlSeekByReading, ComparesPositionsIn64Bits) {
   EXPECT_ERRORS(EPERM, EPERM);
 }
 
-TEST(UrlSeekByReading, ToWhereItStandsReadsNothing) {
+TEST(UrlSeekByReading, ToTheCurrentPositionReadsNothing) {
   Stream url("abcdef");
   url->nread = 4;
   EXPECT_EQ(url_seek(url, 4, SEEK_SET), 4);
