@@ -27,15 +27,15 @@ Ours and the peers take turns, each in a process of its own, for several rounds;
 figure counts, all must have computed the same. *ratio* is ours / peer: the median over the
 rounds of the two figures of one round, below 1 where ours is faster. The peers are Debian's
 packages of the same word size. Times are nanoseconds for one operation, processor time where
-nothing else is said. The middle half of the rounds lay within {spread:.0%} of the ratio in the
+nothing else is said. The middle half of the rounds was within {spread:.0%} of the ratio in the
 median row; rows marked ~ were less steady than 10 %.
 
 Aims are for the 32-bit build. The *floor* of a job is the least that any implementation of its
-behaviour must do; where it was measured, its nanoseconds stand beside ours.
+behaviour must do; where it was measured, its nanoseconds are shown next to ours.
 """
 
 UNSTEADY = 0.10
-COLOURS = ("#0072b2", "#d55e00", "#009e73", "#cc79a7")  # told apart by everybody
+COLOURS = ("#0072b2", "#d55e00", "#009e73", "#cc79a7")  # distinct for the colour-blind, too
 
 
 def described():
@@ -157,7 +157,7 @@ def missed_text(lines):
     if not missed:
         yield ""
         return
-    yield "These do not; the size stands behind the ratio:"
+    yield "These do not; the size follows the ratio:"
     yield ""
     together = {}
     for line in missed:

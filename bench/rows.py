@@ -226,17 +226,17 @@ ROWS = {
     ],
     "Streams": [
         Row("lines.records", "lines of one length, each", size_is="bytes in a line",
-            floor="one read, as the descriptor stands behind each line",
+            floor="one read, as the descriptor is left at the end of each line",
             aims={"pread+lseek": 1.1},
-            note="fgets and getline read ahead: their descriptor stands elsewhere."),
+            note="fgets and getline read ahead: they leave the descriptor elsewhere."),
         Row("lines", "lines of half to one and a half times the length, each",
             size_is="bytes in a line on average",
             floor="one read and one step back",
             aims={"pread+lseek": 1.1},
-            note="The peer is told the length of each line. The library cannot know where the "
+            note="The peer knows the length of each line. The library cannot know where the "
                  "descriptor was moved in between, so it steps back relatively, which the "
-                 "kernel does under a lock; what is read lies aside first, as the caller's "
-                 "buffer stays as it was behind the line."),
+                 "kernel does under a lock; the bytes are read into a buffer aside first, as "
+                 "the caller's buffer stays unchanged after the line."),
         Row("http.get", "HTTP get", size_is="bytes", clock="real",
             floor="a connection, one segment out, reading to the end, close",
             aims={"curl, reused": 0.95},

@@ -5,9 +5,9 @@
 # library. A node never gets another symbol once it was released: safe/ has the next one.
 #
 # Inside the library a call of an exported function goes straight to it: no entry of the
-# procedure linkage table, no relocation. What is left to the loader stands in the dynamic
-# list: data, which a program without position independent code keeps in itself, and
-# functions that the library knows by their address, which for such a program lies in it.
+# procedure linkage table, no relocation. What is left to the loader is in the dynamic list:
+# data, which a program without position independent code copies into itself, and functions
+# whose address the library takes, which for such a program is an address in the program.
 set(GROUNDWORK_FUNCTIONS_KNOWN_BY_ADDRESS
   g_hash_direct g_hash_direct_equal g_hash_int g_hash_int_equal g_hash_str g_hash_str_equal)
 

@@ -11,7 +11,7 @@ function(groundwork_hardening target)
   if(flags MATCHES "-O[1-3sz]" AND NOT flags MATCHES "-O0|--coverage" AND NOT GROUNDWORK_SANITIZE)
     target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
     # Without it: formats of callers (checked formatting ends a program that writes through
-    # %n), and reads of a stream (a program that stands in for read() is to see each one).
+    # %n), and reads of a stream (a program that replaces read() is to see each one).
     set_property(SOURCE core/log.cc str/printf.cc url/file.cc
       APPEND PROPERTY COMPILE_OPTIONS -U_FORTIFY_SOURCE)
   endif()

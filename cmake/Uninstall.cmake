@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# Removes the files that installations from BUILD_DIR listed, all at once or by component, and
+# Removes the files that installations from BUILD_DIR listed, all together or by component, and
 # then those folders of ours that are empty; DESTDIR as at installation.
 file(GLOB manifests "${BUILD_DIR}/install_manifest*.txt")
 if(NOT manifests)

@@ -186,7 +186,7 @@ void files() {
   });
 }
 
-// Answers one request with 100,000 bytes.
+// Serves one request with 100,000 bytes.
 void* serve(void* listener) {
   const int connection =
       accept(static_cast<int>(reinterpret_cast<intptr_t>(listener)), nullptr, nullptr);

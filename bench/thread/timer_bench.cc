@@ -39,7 +39,7 @@ void sleep_ms(int ms) {
   select(0, nullptr, nullptr, nullptr, &time);
 }
 
-// The service says on standard output that it ends, where the figures are to stand alone.
+// The service reports its end on standard output, which must hold nothing but the figures.
 void stop_quietly() {
   std::fflush(stdout);
   const int kept = dup(STDOUT_FILENO);

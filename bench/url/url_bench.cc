@@ -78,7 +78,7 @@ void lines_ours(State& state) {
   report(state, kLines, bytes);
 }
 
-// Told beforehand how long each line is.
+// Knows beforehand how long each line is.
 template <bool records>
 void lines_bare(State& state) {
   const LineFile file(static_cast<size_t>(state.range(0)), records);

@@ -1,8 +1,8 @@
 // Loads a configuration, changes it, writes it back and loads it again, against a model of
 // the file's format.
 //
-// An input is the file's text up to the first byte 1e, "-" for a file that does not exist,
-// and behind it operations between 1e bytes: a letter, then fields between 1f bytes.
+// An input is the file's text up to the first byte 1e ("-" for a file that does not exist),
+// then operations separated by 1e bytes: a letter, then fields separated by 1f bytes.
 //
 // SPDX-License-Identifier: MIT
 

@@ -1,7 +1,8 @@
 // Operations on a hash table against a model of its rule of placement: which slot each
 // entry is in, and which of two copies of a key an operation meets. The destroy function
 // may use the table, as the input says; the model's then does the same. Hash and equality
-// functions may use it, too: then no model runs along, but the table must hold together.
+// functions may use it, too: there is no model for that, but the table must stay
+// consistent.
 //
 // SPDX-License-Identifier: MIT
 
@@ -118,9 +119,9 @@ class Model {
     slots_[slot] = content;
   }
   void grow() {
-    std::vector<Slot> former(slots_.size() * 2);
-    former.swap(slots_);
-    for (const Slot& slot : former) {
+    std::vector<Slot> old_slots(slots_.size() * 2);
+    old_slots.swap(slots_);
+    for (const Slot& slot : old_slots) {
       if (slot.value != nullptr) place(slot);
     }
   }

@@ -63,7 +63,8 @@ void insert_model(std::vector<Node>& model, size_t position, void* data) {
   model.insert(model.begin() + static_cast<ptrdiff_t>(position), Node{nullptr, data});
 }
 
-// The operations that look. `from` is a position in the list, or its end for a null list.
+// The operations that only read. `from` is a position in the list, or its end for a null
+// list.
 void look(const Lists& lists, size_t from, void* data, int n) {
   const std::vector<Node>& model = lists.model;
   GList* const start = node_at(model, from);
@@ -127,7 +128,7 @@ void add(Lists& lists, unsigned how, size_t from, void* data, int position) {
   }
   insert_model(model, at, data);
   if (at == from) {
-    // The new node is the result, wherever it lies.
+    // The result is the new node, wherever it is in memory.
     REQUIRE(result != nullptr);
     model[at].at = result;
   } else {

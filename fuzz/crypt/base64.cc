@@ -86,7 +86,7 @@ void check_decoding(const std::string& text) {
   fuzz::Buffer dest(3 * (text.size() / 4) + 1);
   const Decoded model = model_bytes(text);
   REQUIRE_EQUAL(g_crypt_base64_decode(fuzz::Text(text).data(), dest.data()), model.result);
-  // Behind what was written nothing changed.
+  // Nothing changed past the end of the output.
   const std::string untouched(dest.size() - model.written.size(), fuzz::kUntouched);
   REQUIRE_EQUAL(dest.content(), model.written + untouched);
 }

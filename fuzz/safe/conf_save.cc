@@ -1,9 +1,9 @@
-// Changes, saves and reloads configurations against a model that goes about it in another
-// way: line by line, without any index.
+// Changes, saves and reloads configurations against a model that works differently: line by
+// line, without any index.
 //
-// Bytes stand for pieces of text and names of few letters, so that most inputs mean
-// something: pieces of the file's text up to a byte ff, then operations, each with the
-// bytes that it needs.
+// A byte selects a piece of text or a short name, so that most inputs are meaningful:
+// pieces of the file's text up to a byte ff, then operations, each with the bytes that it
+// needs.
 //
 // SPDX-License-Identifier: MIT
 
@@ -252,8 +252,8 @@ std::string edited(const std::string& text, Model model) {
   return result;
 }
 
-// The lines that are no business of a save, without carriage returns at their ends: which
-// of them belong to the kind of line end changes when a last line gets one.
+// The lines that a save must keep, without carriage returns at their ends: whether one of
+// those belongs to the line end changes when a last line gets one.
 Texts others(const std::string& text) {
   Texts kept;
   for (const Line& line : lines_of(text)) {
@@ -263,12 +263,13 @@ Texts others(const std::string& text) {
   return kept;
 }
 
-// --- The library beside it.
+// --- The library, compared with the model.
 
-Texts told;
+Texts reported;
 
-int tell(const GConfChange* change, void*) {
-  told.push_back(std::string(change->section) + "." + change->key + "=" + change->value);
+int report(const GConfChange* change, void*) {
+  reported.push_back(std::string(change->section) + "." + change->key + "=" +
+                     change->value);
   return 0;
 }
 
@@ -283,7 +284,7 @@ class Session {
     for (const std::string_view section : kSections) {
       for (const std::string_view key : kKeys) {
         REQUIRE(g_conf_register_callback(conf_, std::string(section).c_str(),
-                                         std::string(key).c_str(), tell, nullptr) == 0);
+                                         std::string(key).c_str(), report, nullptr) == 0);
       }
     }
     compare();
@@ -416,7 +417,7 @@ class Session {
     known_ = file_;
   }
 
-  // Makes the model that of the file's keys; how many differ.
+  // Makes the model equal to the keys of the file; returns how many differed.
   int take_in(const std::string& bytes) {
     Model file = loaded(bytes);
     int count = 0;
@@ -481,8 +482,8 @@ class Session {
       section_node = section_node->next;
     }
     REQUIRE(section_node == nullptr);
-    REQUIRE(told == expected_);
-    told.clear();
+    REQUIRE(reported == expected_);
+    reported.clear();
     expected_.clear();
   }
 
@@ -500,7 +501,7 @@ class Session {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const fuzz::Directory directory;
   g_debug_set_level2(99);
-  told.clear();
+  reported.clear();
   fuzz::Input input(data, size);
   const bool has_file = input.byte() % 8 != 0;
   const std::string text = pick_text(input);

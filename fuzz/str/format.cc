@@ -151,7 +151,7 @@ class Case {
     return size;
   }
 
-  // Any letter stands for one that there is.
+  // Any letter is mapped to a conversion that exists.
   void add_letter(char c, const std::string& size, Conversion& spec) {
     constexpr std::string_view kLetters = "diouxXeEfgGaAcspnm%";
     if (c == '\0' || kLetters.find(c) == kLetters.npos) {
@@ -305,7 +305,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                "another size than " + std::to_string(made.estimate()) + " for " +
                    fuzz::shown(std::string(made.format())));
   }
-  // Zero-filled behind the text.
+  // Zero-filled after the text.
   for (size_t i = needed; i < made.estimate(); ++i) REQUIRE(text[i] == '\0');
   std::free(text);
   return 0;

@@ -27,8 +27,8 @@
 
 namespace {
 
-// The arguments, one after the other, point to texts that lie as low as the system lets
-// memory begin: the addresses serve as widths and precisions too.
+// The arguments, one after the other, point to texts at the lowest addresses that the
+// system allows: the addresses also serve as widths and precisions.
 constexpr uintptr_t kLowest = 0x10000;
 constexpr size_t kTexts = 400;
 constexpr size_t kTextSize = 32;

@@ -1,4 +1,4 @@
-// The string functions against models. Texts lie in blocks of their own length.
+// The string functions against models. Each text is in a block of exactly its length.
 //
 // SPDX-License-Identifier: MIT
 

@@ -1,4 +1,4 @@
-// What the address sanitizer's heap knows. Without it these tell less.
+// Queries of the address sanitizer's heap. Without it they check less.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_FUZZ_SUPPORT_HEAP_H

@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "cannot read %s\n", file.c_str());
       return 1;
     }
-    // A block of its own, so that a read behind the input is seen.
+    // In a block of its own, so that a read past the end is detected.
     const std::vector<uint8_t> input(bytes.begin(), bytes.end());
     LLVMFuzzerTestOneInput(input.data(), input.size());
   }

@@ -213,6 +213,34 @@ int plain_write(const std::string& path, const std::string& content) {
   return 0;
 }
 
+bool is_regular_file(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+int64_t plain_size(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+int plain_unlink(const std::string& path) {
+  if (unlink(path.c_str()) == 0) return 0;
+  log_plainly(error_text() + " - " + path + ".");
+  return -1;
+}
+
+int plain_rename(const std::string& from, const std::string& to) {
+  if (rename(from.c_str(), to.c_str()) == 0) return 0;
+  log_plainly(error_text() + " - (" + from + " -> " + to + ").");
+  return -1;
+}
+
+int plain_touch(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (fd != -1) close(fd);
+  return 0;
+}
+
 // --- The two trees.
 
 std::string joined(const Lines& lines) {
@@ -374,9 +402,8 @@ void make_something(fuzz::Input& input, const std::string& path, unsigned kind) 
   }
 }
 
-void run_operation(fuzz::Input& input, Trees& trees) {
-  const unsigned operation = input.byte();
-  const std::string path = path_from(input);
+// Operations 0 to 6, in steps of 20.
+void use_directory(unsigned operation, const std::string& path, Trees& trees) {
   const char* const text = path.c_str();
   switch (operation % 20) {
     case 0:
@@ -407,26 +434,27 @@ void run_operation(fuzz::Input& input, Trees& trees) {
     case 5:
       return trees.both([&] { return g_dir_make(text, 0750); },
                         [&] { return plain_make(path); });
-    case 6: {
+    default: {
       // With a slash at the end only a directory itself is one.
       std::string bare = path;
       while (bare.back() == '/') bare.pop_back();
       return trees.both([&] { return g_dir_remove(bare.c_str()); },
                         [&] { return plain_remove(bare); });
     }
+  }
+}
+
+// Operations 7 to 14, in steps of 20.
+void use_file(fuzz::Input& input, unsigned operation, const std::string& path,
+              Trees& trees) {
+  const char* const text = path.c_str();
+  switch (operation % 20) {
     case 7:
       return trees.both([&] { return g_file_exist(text); },
-                        [&] {
-                          struct stat status;
-                          return stat(text, &status) == 0 && S_ISREG(status.st_mode) ? 1
-                                                                                     : 0;
-                        });
+                        [&] { return is_regular_file(path) ? 1 : 0; });
     case 8:
       return trees.both([&] { return g_file_size(text); },
-                        [&]() -> int64_t {
-                          struct stat status;
-                          return stat(text, &status) == 0 ? status.st_size : -1;
-                        });
+                        [&] { return plain_size(path); });
     case 9:
       return trees.both([&] { return whole_file(path); },
                         [&] { return plain_whole(path); });
@@ -446,33 +474,26 @@ void run_operation(fuzz::Input& input, Trees& trees) {
     }
     case 12:
       return trees.both([&] { return g_file_remove(text); },
-                        [&] {
-                          if (unlink(text) == 0) return 0;
-                          log_plainly(error_text() + " - " + path + ".");
-                          return -1;
-                        });
+                        [&] { return plain_unlink(path); });
     case 13: {
       const std::string to = path_from(input);
       return trees.both([&] { return g_file_rename(text, to.c_str()); },
-                        [&] {
-                          if (rename(text, to.c_str()) == 0) return 0;
-                          log_plainly(error_text() + " - (" + path + " -> " + to + ").");
-                          return -1;
-                        });
+                        [&] { return plain_rename(path, to); });
     }
-    case 14:
+    default:
       return trees.both([&] { return g_file_touch(text); },
-                        [&] {
-                          const int fd = open(text, O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
-                          if (fd != -1) close(fd);
-                          return 0;
-                        });
-    default: {
-      fuzz::Input twin_input = input;
-      trees.both([&] { return make_something(input, path, operation % 3), 0; },
-                 [&] { return make_something(twin_input, path, operation % 3), 0; });
-    }
+                        [&] { return plain_touch(path); });
   }
+}
+
+void run_operation(fuzz::Input& input, Trees& trees) {
+  const unsigned operation = input.byte();
+  const std::string path = path_from(input);
+  if (operation % 20 < 7) return use_directory(operation, path, trees);
+  if (operation % 20 < 15) return use_file(input, operation, path, trees);
+  fuzz::Input twin_input = input;
+  trees.both([&] { return make_something(input, path, operation % 3), 0; },
+             [&] { return make_something(twin_input, path, operation % 3), 0; });
 }
 
 // An ordinary user for the time of an input.
@@ -492,9 +513,9 @@ class OrdinaryUser {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Trees trees;
-  static char former[4096];
+  static char original_directory[4096];
   static FILE* const nowhere = std::fopen("/dev/null", "we");
-  REQUIRE(getcwd(former, sizeof former) != nullptr);
+  REQUIRE(getcwd(original_directory, sizeof original_directory) != nullptr);
   FILE* const output = stdout;
   stdout = nowhere;  // where the library prints what it cannot open
   g_debug_set_level2(G_LOG_WARNING);
@@ -509,6 +530,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   g_debug_set_handler(nullptr, nullptr);
   stdout = output;
-  REQUIRE(chdir(former) == 0);
+  REQUIRE(chdir(original_directory) == 0);
   return 0;
 }

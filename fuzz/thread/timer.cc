@@ -420,100 +420,110 @@ void before_stop() {
   world->is_running = false;
 }
 
+void add_random_timer(fuzz::Input& input, bool is_any_interval) {
+  if (world->plans.size() >= 400) return;
+  Plan* const plan = new_plan(input);
+  const uint16_t interval = input.word();
+  add_timer(is_any_interval ? input.int32() : interval % 500, plan);
+}
+
+// So many that the library makes an index of them.
+void add_many_timers() {
+  if (world->plans.size() >= 200 || !world->is_set_up) return;
+  for (int i = 0; i < 90; ++i) {
+    auto plan = std::make_unique<Plan>();
+    plan->number = static_cast<int>(world->plans.size());
+    plan->result = 1;
+    plan->action = Plan::kNothing;
+    world->plans.push_back(std::move(plan));
+    add_timer(1000 + i, world->plans.back().get());
+  }
+}
+
+void remove_some_timer(fuzz::Input& input) {
+  const uint16_t index = input.word();
+  if (world->plans.empty() || !world->is_set_up) return;
+  remove_timer(world->plans[index % world->plans.size()]->id);
+}
+
+// g_set_timer(): one timer instead of all, or none.
+void set_timer(fuzz::Input& input, bool is_none) {
+  if (!world->is_set_up) return;
+  const uint16_t interval = input.word();
+  world->entries.clear();
+  // The new timer, whose address is unknown, may get the address of one of these.
+  for (const auto& plan : world->plans) plan->id = nullptr;
+  if (is_none || world->plans.size() >= 400) {
+    REQUIRE_EQUAL(g_set_timer(0, nullptr), 0);
+    return;
+  }
+  Plan* const plan = new_plan(input);
+  if (plan->action == Plan::kRemoveItself) plan->action = Plan::kNothing;  // has no id
+  world->single = plan;
+  REQUIRE_EQUAL(g_set_timer(interval, run_single), 0);
+  if (interval != 0) {
+    world->entries.push_back({nullptr, plan, rounded(interval), ticks.read()});
+  }
+}
+
+void start_or_fail(bool by_init) {
+  if (!world->is_running) return start(by_init || !world->is_set_up);
+  REQUIRE_EQUAL(g_timer_enable(1), 0);
+  REQUIRE_EQUAL(g_timer_init(), -1);
+  world->expected_lines += "*ERR* g_timer_init fail: thread runnin\n";
+}
+
+void clean_up() {
+  if (!world->is_set_up) return;
+  before_stop();
+  g_timer_cleanup();
+  world->entries.clear();
+  world->is_set_up = false;
+}
+
 void operate(fuzz::Input& input) {
   const uint8_t operation = input.byte();
+  const bool is_variant = (operation & 0x80) != 0;
   switch (operation % 16) {
     case 0:
     case 1:
-    case 2: {
-      if (world->plans.size() >= 400) break;
-      Plan* const plan = new_plan(input);
-      const uint16_t interval = input.word();
-      add_timer((operation & 0x80) != 0 ? input.int32() : interval % 500, plan);
-      break;
-    }
-    case 3: {
-      // Many, so that they are found in another way.
-      if (world->plans.size() >= 200 || !world->is_set_up) break;
-      for (int i = 0; i < 90; ++i) {
-        auto plan = std::make_unique<Plan>();
-        plan->number = static_cast<int>(world->plans.size());
-        plan->result = 1;
-        plan->action = Plan::kNothing;
-        world->plans.push_back(std::move(plan));
-        add_timer(1000 + i, world->plans.back().get());
-      }
-      break;
-    }
+    case 2:
+      return add_random_timer(input, is_variant);
+    case 3:
+      return add_many_timers();
     case 4:
-    case 5: {
-      const uint16_t index = input.word();
-      if (world->plans.empty()) break;
-      if (world->is_set_up) remove_timer(world->plans[index % world->plans.size()]->id);
-      break;
-    }
+    case 5:
+      return remove_some_timer(input);
     case 6:
-      if (world->is_set_up) {
-        // No timer of ours has such an address.
-        remove_timer(reinterpret_cast<GTimerEntry*>(uintptr_t{input.byte()} * 4));
-      }
-      break;
-    case 7: {
-      if (!world->is_set_up) break;
-      const uint16_t interval = input.word();
-      world->entries.clear();
-      // The address of the timer to come is not told: it must not be one of theirs.
-      for (const auto& plan : world->plans) plan->id = nullptr;
-      if ((operation & 0x80) != 0 || world->plans.size() >= 400) {
-        REQUIRE_EQUAL(g_set_timer(0, nullptr), 0);
-        break;
-      }
-      Plan* const plan = new_plan(input);
-      if (plan->action == Plan::kRemoveItself) plan->action = Plan::kNothing;  // has no id
-      world->single = plan;
-      REQUIRE_EQUAL(g_set_timer(interval, run_single), 0);
-      if (interval != 0) {
-        world->entries.push_back({nullptr, plan, rounded(interval), ticks.read()});
-      }
-      break;
-    }
+      if (!world->is_set_up) return;
+      // No timer of ours has such an address.
+      return remove_timer(reinterpret_cast<GTimerEntry*>(uintptr_t{input.byte()} * 4));
+    case 7:
+      return set_timer(input, is_variant);
     case 8:
-      if (world->is_running) {
-        REQUIRE_EQUAL(g_timer_enable(1), 0);
-        REQUIRE_EQUAL(g_timer_init(), -1);
-        world->expected_lines += "*ERR* g_timer_init fail: thread runnin\n";
-      } else {
-        start(!world->is_set_up || (operation & 0x80) != 0);
-      }
-      break;
+      return start_or_fail(is_variant);
     case 9:
       before_stop();
       REQUIRE_EQUAL(g_timer_enable(0), 0);
-      break;
+      return;
     case 10:
-      if ((operation & 0x80) != 0 && world->is_set_up) {
-        before_stop();
-        g_timer_cleanup();
-        world->entries.clear();
-        world->is_set_up = false;
-      }
-      break;
+      if (is_variant) clean_up();
+      return;
     case 11:
       now += int64_t{input.int32()} * 100;  // steps, either way
       now = std::clamp(now, int64_t{0}, int64_t{8'000'000'000'000'000});
-      break;
+      return;
     case 12:
       REQUIRE_EQUAL(g_get_ticks(), ticks.read());
-      break;
+      return;
     case 13:
       REQUIRE_EQUAL(g_start_ticks(), 0);
       ticks.start();
-      break;
+      return;
     default:
       now += int64_t{input.byte()} * 1000;
-      if ((operation & 0x80) != 0) now -= 20'000;
+      if (is_variant) now -= 20'000;
       if (world->is_running) pass();
-      break;
   }
 }
 

@@ -1,6 +1,6 @@
-// Opens HTTP resources of any URL, gets any answer and reads the rest of it, against a
-// model of the request's bytes, of the answer's parts and of the stream. The network is
-// played here: a connection is a file that holds the answer.
+// Opens HTTP resources of any URL, receives any response and reads the rest of it, against
+// a model of the request's bytes, of the response's parts and of the stream. The network is
+// simulated: a connection is a file that holds the response.
 //
 // SPDX-License-Identifier: MIT
 
@@ -44,7 +44,7 @@ struct Network {
   bool knows_ipv4 = true;
   bool knows_ipv6 = true;
   bool accepts = true;
-  bool breaks = false;      // instead of the answer's first byte
+  bool breaks = false;      // instead of the response's first byte
   size_t longest_send = 1;  // of one call
   size_t longest_receive = 1;
   // What was seen.
@@ -57,21 +57,22 @@ struct Network {
 
 Network network;
 
-int answer_file() {
-  static const int file = memfd_create("answer", MFD_CLOEXEC);
+int response_file() {
+  static const int file = memfd_create("response", MFD_CLOEXEC);
   return file;
 }
 
-void set_answer(const std::string& answer) {
-  REQUIRE(ftruncate(answer_file(), 0) == 0);
-  REQUIRE(pwrite(answer_file(), answer.data(), answer.size(), 0) ==
-          static_cast<ssize_t>(answer.size()));
+void set_response(const std::string& response) {
+  REQUIRE(ftruncate(response_file(), 0) == 0);
+  REQUIRE(pwrite(response_file(), response.data(), response.size(), 0) ==
+          static_cast<ssize_t>(response.size()));
 }
 
 // --- The request.
 
 struct Expected {
-  int error = 0;  // url_errno of a failure before or after connecting
+  int error = 0;              // url_errno of a failure before or after connecting
+  int system_error = ENOENT;  // errno of the failure
   std::string connect_to;
   int port = 80;
   std::string request;
@@ -132,31 +133,31 @@ Expected model_request(const Question& question) {
   return expected;
 }
 
-// --- The answer.
+// --- The response.
 
 // As fgets() with a buffer of 8192 bytes; empty at the end.
-std::string take_line(const std::string& answer, size_t& at) {
-  const size_t end = std::min(answer.find('\n', at), answer.size());
-  const size_t length = std::min({end + 1 - at, answer.size() - at, size_t{8191}});
-  const std::string line = answer.substr(at, length);
+std::string take_line(const std::string& response, size_t& at) {
+  const size_t end = std::min(response.find('\n', at), response.size());
+  const size_t length = std::min({end + 1 - at, response.size() - at, size_t{8191}});
+  const std::string line = response.substr(at, length);
   at += length;
   return line;
 }
 
 // Returns url_errno, 0 for success; then `model` is the stream.
-int model_answer(const std::string& answer, std::optional<int64_t> offset,
-                 StreamModel& model) {
+int model_response(const std::string& response, std::optional<int64_t> offset,
+                   StreamModel& model) {
   size_t at = 0;
-  if (answer.empty()) return URLERR_CANT_OPEN;
-  std::string status = take_line(answer, at).c_str();
+  if (response.empty()) return URLERR_CANT_OPEN;
+  std::string status = take_line(response, at).c_str();
   if (status.starts_with("HTTP/1.0 ") || status.starts_with("HTTP/1.1 ")) {
     status = status.substr(9);
   }
   if (!status.starts_with("200") && !status.starts_with("206")) {
     return status.starts_with("404") ? static_cast<int>(URLERR_HTTP_NOT_FOUND) : ENOENT;
   }
-  while (at < answer.size()) {
-    const std::string line = take_line(answer, at).c_str();
+  while (at < response.size()) {
+    const std::string line = take_line(response, at).c_str();
     if (line.starts_with("\n") || line.starts_with("\r\n")) break;
     const std::string name = "Content-Length:";
     if (!line.starts_with(name)) continue;
@@ -172,7 +173,7 @@ int model_answer(const std::string& answer, std::optional<int64_t> offset,
     }
     model.set_limit(limit);
   }
-  model.bytes = answer.substr(at);
+  model.bytes = response.substr(at);
   return 0;
 }
 
@@ -185,6 +186,64 @@ void compare_connection(const Expected& expected) {
 
 const char* or_null(const std::optional<std::string>& text) {
   return text.has_value() ? text->c_str() : nullptr;
+}
+
+Network network_from(uint8_t faults) {
+  Network result;
+  result.knows_ipv4 = (faults & 1) == 0;
+  result.knows_ipv6 = (faults & 2) == 0;
+  result.accepts = (faults & 4) == 0;
+  result.breaks = (faults & 8) != 0;
+  result.longest_send = (faults & 16) != 0 ? 7 : 100000;
+  result.longest_receive = (faults & 32) != 0 ? 33 : 100000;
+  return result;
+}
+
+Question question_from(fuzz::Input& input, uint8_t options) {
+  Question question;
+  if ((options & 1) != 0) question.offset = input.int64();
+  if ((options & 2) != 0) question.proxy_port = input.word();
+  if ((options & 2) != 0) question.proxy = input.field('\0');
+  if ((options & 4) != 0) question.agent = input.field('\0');
+  question.url = input.field('\0');
+  // Longer ones than fit, from short inputs.
+  if ((options & 8) != 0) question.url.append(32U * input.byte() + input.byte() % 64, 'x');
+  return question;
+}
+
+URL open_url(const Question& question) {
+  url_http_proxy_host = or_null(question.proxy);
+  url_http_proxy_port = question.proxy_port;
+  url_user_agent = or_null(question.agent);
+  url_errno = 0;
+  const fuzz::Text text(question.url);
+  return question.offset.has_value()
+             ? url_http_open_with_offset(text.data(), *question.offset)
+             : url_http_open(text.data());
+}
+
+// Compares what the network saw with what the question should have sent. The result has the
+// errors that the opening should have; without one, `model` becomes the stream.
+Expected check_request(const Question& question, const std::string& response,
+                       StreamModel& model) {
+  model.kind = StreamModel::kHttp;
+  model.has_seek = model.has_tell = false;
+  url_newline_code = model.newline;
+  Expected expected = model_request(question);
+  if (expected.error != 0) return expected;
+  compare_connection(expected);
+  if (!network.accepts || (!network.knows_ipv4 && !network.knows_ipv6)) {
+    expected.error = expected.system_error = ETIMEDOUT;
+    return expected;
+  }
+  REQUIRE_EQUAL(network.request, expected.request);
+  REQUIRE_EQUAL(network.sending_ended, question.offset.has_value());
+  if (network.breaks) {
+    expected.error = expected.system_error = EISDIR;
+  } else {
+    expected.error = model_response(response, question.offset, model);
+  }
+  return expected;
 }
 
 }  // namespace
@@ -210,13 +269,13 @@ hostent* gethostbyname2(const char* name, int family) {
 int socket(int family, int, int) noexcept {
   network.family = family;
   if (network.breaks) return open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const int copy = fcntl(answer_file(), F_DUPFD_CLOEXEC, 3);
+  const int copy = fcntl(response_file(), F_DUPFD_CLOEXEC, 3);
   lseek(copy, 0, SEEK_SET);
   return copy;
 }
 
 int connect(int, const sockaddr* address, socklen_t length) {
-  // The port lies at the same place in both families' addresses.
+  // The port is at the same offset in the addresses of both families.
   sockaddr_in to{};
   std::memcpy(&to, address, std::min<size_t>(length, sizeof to));
   network.port = ntohs(to.sin_port);
@@ -240,7 +299,7 @@ ssize_t send(int, const void* bytes, size_t size, int) {
   return static_cast<ssize_t>(size);
 }
 
-// Large reads pass by the stream's buffer.
+// Large reads bypass the stream's buffer.
 ssize_t recv(int fd, void* bytes, size_t size, int) {
   return read(fd, bytes, std::min(size, network.longest_receive));
 }
@@ -256,62 +315,22 @@ int shutdown(int, int how) noexcept {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   const uint8_t options = input.byte();
-  const uint8_t faults = input.byte();
-  network = {};
-  network.knows_ipv4 = (faults & 1) == 0;
-  network.knows_ipv6 = (faults & 2) == 0;
-  network.accepts = (faults & 4) == 0;
-  network.breaks = (faults & 8) != 0;
-  network.longest_send = (faults & 16) != 0 ? 7 : 100000;
-  network.longest_receive = (faults & 32) != 0 ? 33 : 100000;
-  Question question;
-  if ((options & 1) != 0) question.offset = input.int64();
-  if ((options & 2) != 0) question.proxy_port = input.word();
-  if ((options & 2) != 0) question.proxy = input.field('\0');
-  if ((options & 4) != 0) question.agent = input.field('\0');
-  question.url = input.field('\0');
-  // Longer ones than fit, from short inputs.
-  if ((options & 8) != 0) question.url.append(32U * input.byte() + input.byte() % 64, 'x');
-  std::string operation_bytes = input.bytes(input.byte());
+  network = network_from(input.byte());
+  const Question question = question_from(input, options);
+  const std::string operation_bytes = input.bytes(input.byte());
   fuzz::Input operations(reinterpret_cast<const uint8_t*>(operation_bytes.data()),
                          operation_bytes.size());
-  const std::string answer = input.rest();
-  set_answer(answer);
+  const std::string response = input.rest();
+  set_response(response);
 
-  url_http_proxy_host = or_null(question.proxy);
-  url_http_proxy_port = question.proxy_port;
-  url_user_agent = or_null(question.agent);
-  url_errno = 0;
-  const fuzz::Text url_text(question.url);
-  const URL url = question.offset.has_value()
-                      ? url_http_open_with_offset(url_text.data(), *question.offset)
-                      : url_http_open(url_text.data());
+  const URL url = open_url(question);
   const int error = errno;
-
   StreamModel model;
-  model.kind = StreamModel::kHttp;
-  model.has_seek = model.has_tell = false;
-  url_newline_code = model.newline;
-  Expected expected = model_request(question);
-  int expected_errno = ENOENT;
-  if (expected.error == 0) {
-    compare_connection(expected);
-    if (!network.accepts || (!network.knows_ipv4 && !network.knows_ipv6)) {
-      expected.error = expected_errno = ETIMEDOUT;
-    } else {
-      REQUIRE_EQUAL(network.request, expected.request);
-      REQUIRE_EQUAL(network.sending_ended, question.offset.has_value());
-      if (network.breaks) {
-        expected.error = expected_errno = EISDIR;
-      } else {
-        expected.error = model_answer(answer, question.offset, model);
-      }
-    }
-  }
+  const Expected expected = check_request(question, response, model);
   REQUIRE_EQUAL(url != nullptr, expected.error == 0);
   if (url == nullptr) {
     REQUIRE_EQUAL(url_errno, expected.error);
-    REQUIRE_EQUAL(error, expected_errno);
+    REQUIRE_EQUAL(error, expected.system_error);
     return 0;
   }
   REQUIRE_EQUAL(url->type, static_cast<int>(URL_HTTP));

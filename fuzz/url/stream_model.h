@@ -19,7 +19,7 @@ inline std::string c_string(const std::string& bytes) {
   return bytes.c_str();
 }
 
-// One stream: its bytes, where it stands, and the operations that its module has.
+// One stream: its bytes, its position, and the operations that its module has.
 class StreamModel {
  public:
   enum Kind { kFile, kView, kHttp, kOwn };
@@ -31,7 +31,7 @@ class StreamModel {
   bool has_fgetc = true;
   bool has_seek = true;
   bool has_tell = true;
-  int32_t longest_read = INT32_MAX;  // our own module gives no more at once
+  int32_t longest_read = INT32_MAX;  // our own module gives no more in one call
   int interrupted_every = 0;         // and is interrupted now and then
 
   uint32_t nread = 0;
@@ -277,7 +277,7 @@ class StreamModel {
   }
 
   // Byte by byte. Where the file ends within a line the terminator goes one byte too far,
-  // and what the buffer held before stands in the gap.
+  // and the gap keeps what the buffer held before.
   bool file_gets(std::string& buffer, int32_t n) {
     if (n < 2) {
       buffer[0] = '\0';

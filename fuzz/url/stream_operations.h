@@ -39,7 +39,7 @@ inline void dump_both(URL url, StreamModel& model, int32_t n) {
   std::free(content);
 }
 
-// The reads. Every byte of the buffer is compared, also those behind what was read.
+// The reads. Every byte of the buffer is compared, including those after the bytes read.
 inline void read_both(URL url, StreamModel& model, unsigned operation, int32_t n) {
   Buffer buffer(static_cast<size_t>(n));
   std::string expected(static_cast<size_t>(n), kUntouched);
