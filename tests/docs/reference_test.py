@@ -208,10 +208,10 @@ class Reference(unittest.TestCase):
         shutil.copy(SOURCE / "CMakeLists.txt", copy)
         header = copy / "core/include/groundwork/fifo.h"
         whole = header.read_text(encoding="ascii")
-        for missing in (" * @param max_buf  capacity in elements; at least 1 (logged as critical).\n",
+        for missing in (" * @param max_buf  capacity in elements; at least 1.\n",
                         "/** A ring; made by g_fifo_new(). */\n",
-                        "Tells the capacity of a ring buffer. ",
-                        " * @return 0; -1 on a failed check.\n"):
+                        " * Returns the capacity of a ring buffer.\n",
+                        " * @return 0; -1 when `fifo` is null.\n"):
             with self.subTest(missing):
                 self.assertIn(missing, whole)
                 header.write_text(whole.replace(missing, ""), encoding="ascii")

@@ -5,25 +5,27 @@
  *
  * Thread-safe first-in first-out queue of untyped pointers.
  *
- * Nothing blocks waiting for data: taking from an empty queue answers null at once. A
- * consumer that wants to wait pairs the queue with a GThreadEvent.
+ * No function waits for data: taking from an empty queue returns null immediately. A consumer that
+ * wants to wait combines the queue with a GThreadEvent.
  *
- * Elements are compared as pointers and never freed by the queue; the two optional
- * callbacks are the caller's hooks. They run on the calling thread:
+ * Elements are compared as pointers and never freed by the queue. Two optional functions, which the
+ * caller supplies, acquire and release them, for example by counting references. They run on the
+ * calling thread:
  *
- * | callback     | called by                                    | the queue is then |
+ * | function     | called by                                    | the queue is then |
  * |--------------|----------------------------------------------|-------------------|
  * | add_func     | g_queue_enqueue(), g_queue_insert()          | not locked        |
  * | release_func | g_queue_dequeue()                            | not locked        |
  * | release_func | g_queue_clear(), g_queue_free(), g_queue_remove() | locked       |
  *
- * A function called while the queue is locked must not use that queue, or it waits for
- * itself; only g_queue_count(), and g_queue_delete() as said there, are allowed. A thread
- * that is cancelled or exits inside such a function leaves the queue unlocked and whole;
- * the element that was being released is then out of it. longjmp() out of such a function is
- * not allowed; out of an add function it is, and the element does not enter.
+ * A function that is called while the queue is locked must not use that queue, or the thread waits
+ * for itself forever. Only g_queue_count() is allowed, and inside a visit g_queue_delete(). A
+ * thread that is cancelled or exits inside such a function leaves the queue unlocked and
+ * consistent; the element that was being released is then no longer in it. Do not leave such a
+ * function by longjmp(). An add function may be left by longjmp(); the element is then not added.
  *
- * Threads: every function but g_queue_delete() and g_queue_free() may be called at any time.
+ * Threads: every function but g_queue_delete() and g_queue_free() may be called on any thread at
+ * any time.
  *
  * @par Example
  * @code{.c}
@@ -57,7 +59,8 @@ extern "C" {
 /** A queue; made by g_queue_new(). */
 typedef struct GQueue GQueue;
 
-/** Takes or gives up a hold on an element. @param data the element. */
+/** Acquires or releases an element, for example by counting references. @param data the
+ *  element. */
 typedef void (*GQueueHoldFunc)(void* data);
 
 /** Visits an element. @param data the element. @param user_data the caller's.
@@ -67,102 +70,437 @@ typedef int (*GQueueFunc)(void* data, void* user_data);
 /**
  * Makes an empty queue.
  *
- * @param add_func      called with each element as it enters; may be null.
- * @param release_func  called with each element as it leaves; may be null.
- * @return a queue to be released with g_queue_free(); null, with nothing logged, when memory
- *         is exhausted.
+ * @param add_func      called with each element when it is added, without a lock; may be null.
+ * @param release_func  called with each element when it leaves the queue; may be null. It runs with
+ *                      the queue locked except when it is called by g_queue_dequeue(), and must
+ *                      then not use the queue.
+ * @return the queue, owned by the caller and released with g_queue_free(); null, with nothing
+ *         logged, when memory is exhausted.
+ *
+ * Threads: any thread.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static void release(void *data) {
+ *   printf("released %s\n", (const char *)data);
+ * }
+ *
+ * GQueue *queue = g_queue_new(NULL, release);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_free(queue); // prints: released first
+ * @endcode
  */
 G_API GQueue* g_queue_new(GQueueHoldFunc add_func, GQueueHoldFunc release_func);
 
-/** Clears a queue as g_queue_clear() does and frees it. No other thread may use it any
- *  more. @param queue not null (logged as critical). */
+/**
+ * Frees a queue. All elements are removed first, from head to tail, and the release function is
+ * called for each with the queue locked.
+ *
+ * @param queue  from g_queue_new(), invalid afterwards; null is logged.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: no other thread may use the queue during the call or afterwards.
+ *
+ * @par Notes
+ * Without a release function, the elements are not freed.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, free); // frees each element that leaves
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, g_strdup("first"));
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void g_queue_free(GQueue* queue);
 
-/** Tells whether a queue is empty. @param queue not null (logged as critical).
- *  @return 1 when the queue is empty, 0 when not; -1 on a failed check. */
+/**
+ * Returns whether a queue is empty.
+ *
+ * @param queue  from g_queue_new().
+ * @return 1 when the queue is empty, 0 when it is not; -1 when `queue` is null.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time. Another thread may change the queue before the caller looks at
+ * the result.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * printf("%d\n", g_queue_empty(queue)); // prints: 1
+ * g_queue_enqueue(queue, "first");
+ * printf("%d\n", g_queue_empty(queue)); // prints: 0
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API int g_queue_empty(GQueue* queue);
 
 /**
- * Adds an element at the tail of a queue, calling add_func first.
+ * Adds an element at the tail of a queue. The add function is called first, without a lock.
  *
- * When memory is exhausted the queue is unchanged and nothing is logged. If add_func was
- * called, release_func is, too; without add_func the element stays the caller's.
+ * When memory is exhausted the queue is unchanged and nothing is logged. If the add function was
+ * called, the release function is called, too; without an add function the element stays the
+ * caller's.
  *
- * @param queue  not null (logged as critical).
- * @param data   the element; null is accepted but looks like "nothing" when it comes out.
+ * @param queue  from g_queue_new(); null is logged.
+ * @param data   the element. Null is accepted, but looks like "nothing" when it comes out.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_enqueue(queue, "second");
+ * puts(g_queue_last(queue)); // prints: second
+ * g_queue_free(queue);
+ * @endcode
  */
 G_API void g_queue_enqueue(GQueue* queue, void* data);
 
 /**
- * Takes the head element of a queue, or only that one element if it is the head.
+ * Takes the head element of a queue. The release function is called with it, without a lock.
  *
- * @warning release_func has run on the element when it is returned. If it frees elements,
- * the result is dangling and tells no more than that there was one.
+ * @param queue     from g_queue_new().
+ * @param expected  null to take whatever is at the head; otherwise the head is taken only if it is
+ *                  this element.
+ * @return the element; null, with the queue unchanged, when the queue is empty, when its head is
+ *         not `expected`, or when `queue` is null.
  *
- * @param queue     not null (logged as critical).
- * @param expected  null for whatever is at the head; else the element that must be there.
- * @return the element; null, with the queue unchanged, when the queue is empty, its head is
- *         not `expected`, or a check failed.
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time. Each element goes to one caller.
+ *
+ * @par Notes
+ * The release function has already run when the element is returned. If it frees elements, the
+ * result dangles: only compare it with null.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * puts(g_queue_dequeue(queue, NULL)); // prints: first
+ * if (g_queue_dequeue(queue, NULL) == NULL) puts("empty"); // prints: empty
+ * g_queue_free(queue);
+ * @endcode
  */
 G_API void* g_queue_dequeue(GQueue* queue, const void* expected);
 
-/** Looks at the head of a queue. @param queue not null (logged as critical).
- *  @return the head element, which stays; null when the queue is empty. */
+/**
+ * Returns the head element of a queue, which stays there.
+ *
+ * @param queue  from g_queue_new().
+ * @return the head element; null when the queue is empty, or when `queue` is null.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time. Another thread may take the element before the caller uses it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_enqueue(queue, "second");
+ * puts(g_queue_first(queue)); // prints: first
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void* g_queue_first(GQueue* queue);
 
-/** Looks at the tail of a queue. @param queue not null (logged as critical).
- *  @return the tail element, which stays; null when the queue is empty. */
+/**
+ * Returns the tail element of a queue, which stays there.
+ *
+ * @param queue  from g_queue_new().
+ * @return the tail element; null when the queue is empty, or when `queue` is null.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time. Another thread may take the element before the caller uses it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_enqueue(queue, "second");
+ * puts(g_queue_last(queue)); // prints: second
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void* g_queue_last(GQueue* queue);
 
-/** Removes all elements of a queue, calling release_func on each from head to tail with the
- *  queue locked. @param queue not null (logged as critical). */
+/**
+ * Removes all elements of a queue, from head to tail. The release function is called for each with
+ * the queue locked.
+ *
+ * @param queue  from g_queue_new(); null is logged.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time.
+ *
+ * @par Notes
+ * The release function must not use the queue, except for g_queue_count(): the thread would wait
+ * for itself forever.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_clear(queue);
+ * printf("%d\n", g_queue_empty(queue)); // prints: 1
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void g_queue_clear(GQueue* queue);
 
 /**
- * Adds an element to a queue directly after the first one that is `sibling`; at the tail when there
- * is none, when `sibling` is null or when it is the tail element.
+ * Adds an element to a queue directly after the first occurrence of `sibling`; at the tail when
+ * there is none, when `sibling` is null, or when it is the tail element. The add function is called
+ * first, without a lock.
  *
- * @warning When `sibling` is looked for and not found, add_func is called twice for the one
- * element. A callback that counts references sees two.
+ * When memory is exhausted the queue is unchanged and nothing is logged. If the add function was
+ * called, the release function is called, too; without an add function the element stays the
+ * caller's.
  *
- * Exhausted memory is treated as by g_queue_enqueue().
+ * @param queue    from g_queue_new(); null is logged.
+ * @param sibling  the element to insert after, or null.
+ * @param data     the new element; not null.
  *
- * @param queue    not null (logged as critical).
- * @param sibling  the element to follow, or null.
- * @param data     the new element; not null (logged as critical).
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ * - ``'data != NULL' FAILED.``: critical; `data` is null.
+ *
+ * Threads: any thread at any time.
+ *
+ * @par Notes
+ * When `sibling` is searched for and not found, the add function is called twice for the one
+ * element: a reference count never comes down to zero. Make sure that the sibling is in the queue.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char *first = "first";
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, first);
+ * g_queue_enqueue(queue, "third");
+ * g_queue_insert(queue, first, "second");
+ * g_queue_dequeue(queue, NULL);
+ * puts(g_queue_first(queue)); // prints: second
+ * g_queue_free(queue);
+ * @endcode
  */
 G_API void g_queue_insert(GQueue* queue, const void* sibling, void* data);
 
 /**
- * Removes an element from a queue WITHOUT LOCKING, the first occurrence, then calls release_func
- * on it.
- * For callers inside g_queue_foreach() or g_queue_foreach_reverse(), whose function may
- * delete the element that it was given. Elsewhere use g_queue_remove().
+ * Removes the first occurrence of an element from a queue WITHOUT LOCKING, then calls the release
+ * function with it.
  *
- * @param queue  not null (logged as critical).
- * @param data   the element; nothing happens when it is not there.
+ * It is for the functions that g_queue_foreach() and g_queue_foreach_reverse() call, which may
+ * delete the element that they were given. Elsewhere use g_queue_remove().
+ *
+ * @param queue  from g_queue_new(); null is logged.
+ * @param data   the element; nothing happens when it is not in the queue.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: takes no lock. Call it only where the calling thread has the queue locked, that is,
+ * inside a visit.
+ *
+ * @par Notes
+ * Anywhere else than inside a visit it races with other threads.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static int drop_old(void *data, void *user_data) {
+ *   if (strcmp(data, "old") == 0) g_queue_delete(user_data, data);
+ *   return 0;
+ * }
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "old");
+ * g_queue_enqueue(queue, "new");
+ * g_queue_foreach(queue, drop_old, queue);
+ * puts(g_queue_first(queue)); // prints: new
+ * g_queue_free(queue);
+ * @endcode
  */
 G_API void g_queue_delete(GQueue* queue, const void* data);
 
-/** Removes an element from a queue, the first occurrence, calling release_func with the queue
- *  locked.
- *  @param queue not null (logged as critical).
- *  @param data the element; nothing happens when it is not there. */
+/**
+ * Removes the first occurrence of an element from a queue. The release function is called with it,
+ * with the queue locked.
+ *
+ * @param queue  from g_queue_new(); null is logged.
+ * @param data   the element; nothing happens when it is not in the queue.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ *
+ * Threads: any thread at any time.
+ *
+ * @par Notes
+ * The release function must not use the queue, except for g_queue_count(): the thread would wait
+ * for itself forever.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char *first = "first";
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, first);
+ * g_queue_enqueue(queue, "second");
+ * g_queue_remove(queue, first);
+ * puts(g_queue_first(queue)); // prints: second
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void g_queue_remove(GQueue* queue, const void* data);
 
-/** Visits the elements of a queue: calls `func(element, user_data)` from head to tail with the
- *  queue locked, until one call returns non-zero.
- *  @param queue not null (logged as critical). @param func not null (logged as critical).
- *  @param user_data passed on. */
+/**
+ * Calls a function for each element of a queue, from head to tail, with the queue locked, until one
+ * call returns other than 0.
+ *
+ * @param queue      from g_queue_new(); null is logged.
+ * @param func       called as `func(element, user_data)`; not null. It may delete the element that
+ *                   it was given with g_queue_delete(), and must not use the queue otherwise.
+ * @param user_data  passed to `func`; stays the caller's; may be null.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ * - ``'func != NULL' FAILED.``: critical; `func` is null.
+ *
+ * Threads: any thread at any time. Other threads that use the queue wait until the visit is over. A
+ * thread that is cancelled or exits inside `func` leaves the queue unlocked.
+ *
+ * @par Notes
+ * A function that uses the queue, except for g_queue_delete() and g_queue_count(), makes its thread
+ * wait for itself forever. Leave `func` by returning, not by longjmp().
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static int print(void *data, void *user_data) {
+ *   printf("%s%s\n", (const char *)user_data, (const char *)data);
+ *   return 0; // go on
+ * }
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_enqueue(queue, "second");
+ * g_queue_foreach(queue, print, "- ");
+ * // prints: - first
+ * // prints: - second
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void g_queue_foreach(GQueue* queue, GQueueFunc func, void* user_data);
 
-/** Visits the elements of a queue from tail to head, otherwise as g_queue_foreach().
- *  @param queue not null (logged as critical). @param func not null (logged as critical).
- *  @param user_data passed on. */
+/**
+ * Calls a function for each element of a queue, from tail to head, with the queue locked, until one
+ * call returns other than 0.
+ *
+ * @param queue      from g_queue_new(); null is logged.
+ * @param func       called as `func(element, user_data)`; not null. It may delete the element that
+ *                   it was given with g_queue_delete(), and must not use the queue otherwise.
+ * @param user_data  passed to `func`; stays the caller's; may be null.
+ *
+ * @par Errors
+ * - ``'queue != NULL' FAILED.``: critical; `queue` is null.
+ * - ``'func != NULL' FAILED.``: critical; `func` is null.
+ *
+ * Threads: any thread at any time. Other threads that use the queue wait until the visit is over. A
+ * thread that is cancelled or exits inside `func` leaves the queue unlocked.
+ *
+ * @par Notes
+ * A function that uses the queue, except for g_queue_delete() and g_queue_count(), makes its thread
+ * wait for itself forever. Leave `func` by returning, not by longjmp().
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * static int print(void *data, void *user_data) {
+ *   (void)user_data;
+ *   puts(data);
+ *   return 0; // go on
+ * }
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * g_queue_enqueue(queue, "second");
+ * g_queue_foreach_reverse(queue, print, NULL);
+ * // prints: second
+ * // prints: first
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API void g_queue_foreach_reverse(GQueue* queue, GQueueFunc func, void* user_data);
 
-/** Counts the elements of a queue. @param queue not null; UNCHECKED. @return the number, read
- *  without the lock and so perhaps out of date. */
+/**
+ * Counts the elements of a queue.
+ *
+ * @param queue  from g_queue_new(); not null, unchecked.
+ * @return the number of elements.
+ *
+ * Threads: any thread at any time, also inside a visit. It takes no lock, so the number may be out
+ * of date.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GQueue *queue = g_queue_new(NULL, NULL);
+ * if (queue == NULL) return 1;
+ * g_queue_enqueue(queue, "first");
+ * printf("%u\n", (unsigned)g_queue_count(queue)); // prints: 1
+ * g_queue_free(queue);
+ * @endcode
+ */
 G_API uint32_t g_queue_count(GQueue* queue);
 
 /** @} */
