@@ -9,8 +9,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "conf/trim.h"
-
 namespace groundwork {
 
 // Where the first `mark` of a text is; its size without one.
@@ -32,31 +30,11 @@ struct Line {
   std::string_view value{};  // trimmed; an empty one is where the line ends
 };
 
+// Takes the first line from a text, together with its newline.
+//
 // Only the first character of a line is looked at: an indented "[x]" or "#" is no header
-// and no comment. `line` comes without its newline. Whether there is a section for an entry
-// is for the caller to know.
-inline Line parse_line(std::string_view line) {
-  if (line.empty() || line.front() == '#') return {};
-  const bool is_header = line.front() == '[';
-  const size_t mark = position_of(line, is_header ? ']' : '=');
-  // A header that is not closed is ignored; the section stays as it was.
-  if (mark == line.size()) return {};
-  if (is_header) return {Line::Kind::kHeader, between(line, 1, mark)};
-  return {Line::Kind::kEntry, trimmed(between(line, 0, mark)),
-          trimmed(between(line, mark + 1, line.size()))};
-}
-
-// Calls take(line) for each line of a text, without its newline, until that returns false.
-// A text that ends in a newline has an empty line after it.
-template <typename Take>
-bool for_each_line_of(std::string_view text, Take take) {
-  for (;;) {
-    const size_t end = position_of(text, '\n');
-    if (!take(between(text, 0, end))) return false;
-    if (end == text.size()) return true;
-    text.remove_prefix(end + 1);
-  }
-}
+// and no comment. Whether there is a section for an entry is for the caller to know.
+Line take_line(std::string_view& text);
 
 }  // namespace groundwork
 

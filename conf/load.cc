@@ -90,9 +90,10 @@ bool load_line(GConf* conf, GConfSection*& current, const Line& line) {
 
 bool load_text(GConf* conf, std::string_view text) {
   GConfSection* current = nullptr;
-  return for_each_line_of(text, [&](std::string_view line) {
-    return load_line(conf, current, parse_line(line));
-  });
+  while (!text.empty()) {
+    if (!load_line(conf, current, take_line(text))) return false;
+  }
+  return true;
 }
 
 }  // namespace

@@ -31,7 +31,9 @@ NameIndex* index_of(const GConf* conf) {
 
 // A node for a record, linked to nothing.
 GList* new_node(void* record) {
-  return g_list_append(nullptr, record);
+  auto* const node = static_cast<GList*>(std::malloc(sizeof(GList)));
+  if (node != nullptr) *node = {nullptr, nullptr, record};
+  return node;
 }
 
 void link_last(GList*& list, NameIndex* index, GList* node) {

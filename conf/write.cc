@@ -63,7 +63,7 @@ inline char* put_text(char* at, std::string_view text) {
 
 // Goes on after a write that took `written` bytes, or failed: the line that it broke off in
 // is given up, each later one is tried.
-void write_rest(GFile* file, const GConf* conf, const TextBuffer& buffer, int64_t written) {
+void write_rest(GFile* file, const GConf* conf, const ByteArray& buffer, int64_t written) {
   const size_t tried = written < 0 ? 1 : static_cast<size_t>(written);
   size_t begin = 0;
   for_each_line(conf, [&](std::string_view first, std::string_view separator,
@@ -71,7 +71,7 @@ void write_rest(GFile* file, const GConf* conf, const TextBuffer& buffer, int64_
     const size_t size = first.size() + separator.size() + second.size() + end.size();
     if (size > buffer.size() - begin) return false;
     if (begin >= tried) {
-      g_file_write(file, buffer.text() + begin, static_cast<int64_t>(size));
+      g_file_write(file, buffer.data() + begin, static_cast<int64_t>(size));
     }
     begin += size;
     return true;
@@ -90,10 +90,10 @@ void write_in_pieces(GFile* file, const GConf* conf) {
 }
 
 // Writes what was formatted. True when the file has taken all of it.
-bool write_formatted(GFile* file, const GConf* conf, const TextBuffer& text) {
+bool write_formatted(GFile* file, const GConf* conf, const ByteArray& text) {
   if (text.size() == 0) return true;
   const auto size = static_cast<int64_t>(text.size());
-  const int64_t written = g_file_write(file, text.text(), size);
+  const int64_t written = g_file_write(file, text.data(), size);
   if (written == size) return true;
   write_rest(file, conf, text, written);
   return false;
@@ -101,7 +101,7 @@ bool write_formatted(GFile* file, const GConf* conf, const TextBuffer& text) {
 
 // Opens, locks, writes and closes. What the file holds afterwards, as far as that is known.
 // `text` is null when there was no memory for it.
-FileContent write_file(const GConf* conf, const TextBuffer* text) {
+FileContent write_file(const GConf* conf, const ByteArray* text) {
   GFile* const file = g_file_open(conf->filename, 2);
   if (file == nullptr) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
@@ -124,12 +124,12 @@ FileContent write_file(const GConf* conf, const TextBuffer* text) {
   g_file_unlock(file);
   g_file_close(file);
   if (!is_whole) return {};
-  return {FileContent::kText, fingerprint_of(text->text(), text->size())};
+  return {FileContent::kText, fingerprint_of(text->data(), text->size())};
 }
 
 }  // namespace
 
-bool format_conf(const GConf* conf, TextBuffer& buffer) {
+bool format_conf(const GConf* conf, ByteArray& buffer) {
   const auto add = [&buffer](std::string_view first, std::string_view separator,
                              std::string_view second, std::string_view end)
       __attribute__((always_inline)) {
@@ -148,10 +148,10 @@ void write_conf(GConf* conf) {
   const CancellationHeld held;
   // Before the file is opened, which empties it: a program that is killed in between leaves
   // it empty.
-  TextBuffer text;
+  ByteArray text;
   // Most changes leave the size about as it was.
   const size_t former_size = file_content(conf).text.size;
-  text.expect(former_size + former_size / 8 + kUsualGrowth);
+  text.reserve(former_size + former_size / 8 + kUsualGrowth);
   const bool is_formatted = format_conf(conf, text);
   set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));
 }

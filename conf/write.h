@@ -6,12 +6,12 @@
 
 #include <groundwork/conf.h>
 
-#include "conf/text_buffer.h"
+#include "core/byte_array.h"
 
 namespace groundwork {
 
 // Appends the text of a whole conf. False when memory is exhausted.
-bool format_conf(const GConf* conf, TextBuffer& buffer);
+bool format_conf(const GConf* conf, ByteArray& buffer);
 
 // Writes the file of a conf, dirty or not. Takes no lock of the conf.
 void write_conf(GConf* conf);

@@ -1,84 +1,76 @@
-// The text is gone through twice: to find the line of each key and where new keys go, then
-// to copy what stays and put in what changes. Unchanged lines are copied in one piece.
+// The text is gone through once, to find the line of each key and what is to change; then
+// what stays is copied, in pieces as long as may be, and what changes is put in.
 //
 // SPDX-License-Identifier: MIT
 
 #include "safe/conf_edit.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <cstdint>
+
+#include "conf/line.h"
+#include "safe/conf_table.h"
 
 namespace groundwork {
 namespace {
 
-using Id = ConfKeys::Id;
-constexpr Id kNone = ConfKeys::kNone;
+using Id = ConfTable::Id;
+using Item = ConfTable::Item;
 using Kind = Line::Kind;
+constexpr Id kNone = ConfTable::kNone;
 
-template <typename T>
-Owned<T> new_zeroed(size_t count) {
-  return Owned<T>(static_cast<T*>(std::calloc(count + 1, sizeof(T))));
+// The line end of the last line that has one. A carriage return counts only right before
+// the newline.
+std::string_view last_line_end(std::string_view text) {
+  while (!text.empty() && text.back() != '\n') text.remove_suffix(1);
+  return text.size() > 1 && text[text.size() - 2] == '\r' ? "\r\n" : "\n";
 }
 
-// Where in the text, by the beginnings of lines; null for nowhere.
-class Places {
- public:
-  // False when memory is exhausted.
-  bool find(const ConfKeys& model, std::string_view text) {
-    lines_ = new_zeroed<const char*>(model.key_count());
-    anchors_ = new_zeroed<const char*>(model.section_count());
-    if (lines_ == nullptr || anchors_ == nullptr) return false;
-    for (FoundLines line(model, text); line.advance();) {
-      if (line.kind() == Kind::kIgnored || line.section() == kNone) continue;
-      anchors_.get()[line.section()] = line.text().data();
-      if (line.key() != kNone) lines_.get()[line.key()] = line.text().data();
-    }
-    return true;
-  }
-
-  // The line that loading takes the value of a key from: the last.
-  const char* line_of(Id key) const { return lines_.get()[key]; }
-
-  // The line that new keys of a section follow.
-  const char* anchor_of(Id section) const { return anchors_.get()[section]; }
-
- private:
-  Owned<const char*> lines_;
-  Owned<const char*> anchors_;
-};
-
-// How a line ends: a carriage return counts only right before the newline.
-std::string_view end_of_line(std::string_view line) {
-  return !line.empty() && line.back() == '\r' ? "\r\n" : "\n";
+// A text that may end in one line end less it.
+std::string_view without_line_end(std::string_view text) {
+  if (text.ends_with('\n')) text.remove_suffix(last_line_end(text).size());
+  return text;
 }
 
 bool ends_in_empty_line(std::string_view text) {
-  if (text.empty() || text.back() != '\n') return false;
-  text.remove_suffix(1);
-  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
-  return text.empty() || text.back() == '\n';
+  const std::string_view before = without_line_end(text);
+  return before.size() != text.size() && (before.empty() || before.ends_with('\n'));
+}
+
+bool is_one_line(std::string_view text) {
+  return position_of(text, '\n') == text.size();
 }
 
 class Editor {
  public:
-  Editor(std::string_view text, const ConfKeys& model, const Places& places, ConfText& out)
-      : model_(model),
-        places_(places),
-        out_(out),
-        kept_(text.data()),
-        end_(text.data() + text.size()) {}
+  Editor(std::string_view text, ByteArray& out)
+      : text_(text), out_(out), kept_(text.data()), end_(text.data() + text.size()) {}
 
-  bool edit(std::string_view text) {
-    for (FoundLines line(model_, text); line.advance();) {
-      if (!take(line)) return false;
-    }
-    if (!keep_to(end_) || !add_new_sections()) return false;
-    end_likewise();
-    return true;
-  }
+  // Returns 0 or an error number.
+  int edit(const GConf* conf);
 
  private:
-  bool add(std::string_view text) { return out_.add(text); }
+  // A piece of the text that goes, and what comes there.
+  struct Edit {
+    const char* from;
+    const char* to;
+    Id id;  // of a key, for its value; of a section, for its new keys; kNone for nothing
+  };
+
+  bool find_edits();
+  bool find_edit(const TableLines& line);
+  bool make(const Edit& edit);
+  bool add_value(std::string_view value);
+  bool add_new_keys(Id section, const char* after);
+  bool add_new_sections();
+  bool begin_line(const char* after);
+  bool add_line(Kind kind, const Item& item);
+  void end_likewise();
+
+  bool note(const char* from, const char* to, Id id) {
+    return edits_.add({from, to, id}) || fail(ENOMEM);
+  }
 
   // Copies what has not been, up to there.
   bool keep_to(const char* at) {
@@ -87,130 +79,147 @@ class Editor {
     return add({from, static_cast<size_t>(at - from)});
   }
 
-  bool drop(const char* from, const char* to) {
-    if (!keep_to(from)) return false;
-    kept_ = to;
-    return true;
+  bool add(std::string_view text) {
+    if (text.size() > INT32_MAX - out_.size()) return fail(EFBIG);
+    return out_.add(text) || fail(ENOMEM);
   }
 
-  bool take(const FoundLines& line) {
-    const char* const begin = line.text().data();
-    if (!line.is_last()) {
-      newline_ = end_of_line(line.text());
-    } else if (!line.text().empty()) {  // it has no newline
-      if (!keep_to(begin)) return false;
-      is_open_ = true;
-      before_open_line_ = out_.view().size();
-    }
-    if (line.kind() == Kind::kIgnored) return true;
-    if (!take_known(line)) return false;
-    if (line.section() == kNone || places_.anchor_of(line.section()) != begin) return true;
-    return add_new_keys(line.section(), line.next());
+  bool fail(int error) {
+    error_ = error;
+    return false;
   }
 
-  bool take_known(const FoundLines& line) {
-    const char* const begin = line.text().data();
-    const bool is_header = line.kind() == Kind::kHeader;
-    if ((is_header ? line.section() : line.key()) == kNone) return drop(begin, line.next());
-    if (is_header || places_.line_of(line.key()) != begin) return true;
-    const std::string_view value = model_.key_at(line.key()).value;
-    if (value == line.value()) return true;
-    // The blanks after "=" stay. Where there is no value they reach to the line's end, of
-    // which a carriage return is a part, not a blank.
-    const char* const end = line.next() - (line.is_last() ? 0 : newline_.size());
-    const char* const old_value = line.value().data();
-    return drop(old_value < end ? old_value : end, end) && add(value);
-  }
-
-  // What is added next begins a line.
-  bool begin_line() {
-    const std::string_view text = out_.view();
-    return text.empty() || text.back() == '\n' || add(newline_);
-  }
-
-  bool add_key(Id key) {
-    return add(model_.key_at(key).name) && add("=") && add(model_.key_at(key).value) &&
-           add(newline_);
-  }
-
-  bool add_new_keys(Id section, const char* after) {
-    for (Id key = model_.section_at(section).first_key;
-         key < model_.key_count() && model_.key_at(key).section == section; ++key) {
-      if (places_.line_of(key) != nullptr) continue;
-      if (!keep_to(after) || !begin_line() || !add_key(key)) return false;
-    }
-    return true;
-  }
-
-  bool add_new_sections() {
-    for (Id section = 0; section < model_.section_count(); ++section) {
-      if (places_.anchor_of(section) != nullptr || !has_keys(section)) continue;
-      if (!begin_line()) return false;
-      const std::string_view text = out_.view();
-      if (!text.empty() && !ends_in_empty_line(text) && !add(newline_)) return false;
-      if (!add("[") || !add(model_.section_at(section).name) || !add("]") ||
-          !add(newline_) || !add_new_keys(section, end_)) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  bool has_keys(Id section) const {
-    const Id key = model_.section_at(section).first_key;
-    return key < model_.key_count() && model_.key_at(key).section == section;
-  }
-
-  // A file whose last line had no newline has none now, either, unless that line went and
-  // nothing came.
-  void end_likewise() {
-    const std::string_view text = out_.view();
-    if (is_open_ && text.size() > before_open_line_ && text.back() == '\n') {
-      out_.remove_suffix(newline_.size());
-    }
-  }
-
-  const ConfKeys& model_;
-  const Places& places_;
-  ConfText& out_;
-  const char* kept_;  // what comes before has been copied or dropped
+  ConfTable table_;
+  Array<Edit> edits_;  // in the order of the text
+  const std::string_view text_;
+  ByteArray& out_;
+  const char* kept_;  // what comes before has been copied, or goes
   const char* const end_;
-  // Of the line before what is added now. Points to a literal.
-  std::string_view newline_ = "\n";
-  bool is_open_ = false;
-  size_t before_open_line_ = 0;
+  std::string_view newline_;      // of lines that are added; a literal
+  size_t without_last_line_ = 0;  // what was there when the text's last line went
+  int error_ = 0;
 };
+
+int Editor::edit(const GConf* conf) {
+  table_.take(conf);
+  // Of a file that grows little, as most do, the text is moved once at most.
+  if (!out_.reserve(text_.size() + 256)) return ENOMEM;
+  if (!find_edits()) return error_;
+  for (const Edit& edit : edits_) {
+    if (!make(edit)) return error_;
+  }
+  if (!keep_to(end_) || !add_new_sections()) return error_;
+  end_likewise();
+  const bool has_duplicates = table_.has_duplicates();
+  if (table_.is_exhausted()) return ENOMEM;
+  return has_duplicates ? EINVAL : 0;
+}
+
+bool Editor::find_edits() {
+  Id part = kNone;  // the section that the lines are a part of, up to there:
+  const char* part_end = nullptr;
+  TableLines line(table_, text_, false);
+  while (line.advance()) {
+    if (line.is_header()) {
+      if (part != kNone && !note(part_end, part_end, part)) return false;
+      part = line.section();
+    }
+    if (!find_edit(line)) return false;
+    if (part == kNone) continue;
+    table_[part].line = line.begin();
+    part_end = line.next();
+  }
+  if (table_.is_exhausted()) return fail(ENOMEM);
+  return part == kNone || note(part_end, part_end, part);
+}
+
+bool Editor::find_edit(const TableLines& line) {
+  const char* const begin = line.begin();
+  if (line.id() == kNone) return note(begin, line.next(), kNone);
+  Item& item = table_[line.id()];
+  item.line = begin;
+  if (line.is_header() || item.has_value(line.value())) return true;
+  // The blanks after "=" stay. Where there is no value they reach to the line's end, of
+  // which a carriage return is a part, not a blank.
+  const auto size = static_cast<size_t>(line.next() - begin);
+  const char* const end = begin + without_line_end({begin, size}).size();
+  return note(std::min(line.value().data(), end), end, line.id());
+}
+
+bool Editor::make(const Edit& edit) {
+  if (edit.id != kNone) {
+    const Item& item = table_[edit.id];
+    // Of a key that comes again the last line counts, and new keys of a section follow its
+    // last part.
+    if (item.line >= edit.from) return true;
+    if (item.is_section()) return add_new_keys(edit.id, edit.from);
+  }
+  if (!keep_to(edit.from)) return false;
+  kept_ = edit.to;
+  if (edit.id != kNone) return add_value(table_[edit.id].value());
+  if (edit.to == end_) without_last_line_ = out_.size();
+  return true;
+}
+
+bool Editor::add_value(std::string_view value) {
+  return is_one_line(value) ? add(value) : fail(EINVAL);
+}
+
+bool Editor::add_new_keys(Id section, const char* after) {
+  for (Id id = section + 1; id < table_[section].end; ++id) {
+    if (table_[id].line != nullptr) continue;
+    if (!begin_line(after) || !add_line(Kind::kEntry, table_[id])) return false;
+  }
+  return true;
+}
+
+bool Editor::add_new_sections() {
+  for (Id id = 0; id < table_.size(); id = table_[id].end) {
+    const Item& item = table_[id];
+    if (item.line != nullptr || item.end == id + 1) continue;
+    if (!begin_line(end_)) return false;
+    const std::string_view text = out_.view();
+    if (!text.empty() && !ends_in_empty_line(text) && !add(newline_)) return false;
+    if (!add_line(Kind::kHeader, item) || !add_new_keys(id, end_)) return false;
+  }
+  return true;
+}
+
+// Begins a line that follows what is before `after` in the text, and ends like that.
+bool Editor::begin_line(const char* after) {
+  newline_ = last_line_end({text_.data(), static_cast<size_t>(after - text_.data())});
+  if (!keep_to(after)) return false;
+  return out_.size() == 0 || out_.view().ends_with('\n') || add(newline_);
+}
+
+// Adds a line that loading takes for what it is.
+bool Editor::add_line(Kind kind, const Item& item) {
+  const bool is_header = kind == Kind::kHeader;
+  const std::string_view value = is_header ? "" : item.value();
+  const size_t begin = out_.size();
+  if (!add(is_header ? "[" : "") || !add(item.name) || !add(is_header ? "]" : "=") ||
+      !add(value)) {
+    return false;
+  }
+  std::string_view line(out_.data() + begin, out_.size() - begin);
+  const Line read = take_line(line);
+  const bool is_right =
+      line.empty() && read.kind == kind && read.name == item.name && read.value == value;
+  return is_right ? add(newline_) : fail(EINVAL);
+}
+
+// A file whose last line had no newline has none now, either, unless that line went and
+// nothing came.
+void Editor::end_likewise() {
+  const std::string_view text = out_.view();
+  if (text_.empty() || text_.ends_with('\n') || text.size() == without_last_line_) return;
+  out_.cut(without_line_end(text).size());
+}
 
 }  // namespace
 
-int edit_conf_text(std::string_view old_text, const ConfKeys& model, ConfText& out) {
-  Places places;
-  // Of a file that grows little, as most do, the text is moved once at most.
-  if (!out.reserve(old_text.size() + 256) || !places.find(model, old_text)) return ENOMEM;
-  if (Editor(old_text, model, places, out).edit(old_text) && !model.is_exhausted())
-    return 0;
-  return out.is_too_long() ? EFBIG : ENOMEM;
-}
-
-int check_conf_text(std::string_view text, const ConfKeys& model) {
-  const Owned<bool> is_right = new_zeroed<bool>(model.key_count());
-  if (is_right == nullptr) return ENOMEM;
-  bool has_other = false;
-  for (FoundLines line(model, text); line.advance();) {
-    if (line.kind() != Kind::kEntry) continue;
-    if (line.key() == kNone) {
-      has_other = true;
-    } else {
-      // Of a key that comes again the last value holds.
-      is_right.get()[line.key()] = line.value() == model.key_at(line.key()).value;
-    }
-  }
-  if (model.is_exhausted()) return ENOMEM;
-  if (has_other) return EINVAL;
-  for (Id key = 0; key < model.key_count(); ++key) {
-    if (!is_right.get()[key]) return EINVAL;
-  }
-  return 0;
+int edit_conf_text(std::string_view old_text, const GConf* conf, ByteArray& out) {
+  return Editor(old_text, out).edit(conf);
 }
 
 }  // namespace groundwork

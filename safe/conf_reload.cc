@@ -13,36 +13,41 @@
 
 #include <pthread.h>
 
+#include "conf/line.h"
 #include "conf/model.h"
-#include "conf/trim.h"
+#include "core/byte_array.h"
 #include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
-#include "safe/conf_array.h"
 #include "safe/conf_file.h"
-#include "safe/conf_keys.h"
+#include "safe/conf_table.h"
 #include "thread/mutex_lock.h"
 
 using namespace groundwork;
 
 namespace {
 
-using Id = ConfKeys::Id;
-constexpr Id kNone = ConfKeys::kNone;
+using Id = ConfTable::Id;
+using Item = ConfTable::Item;
 
-// A NUL in the file ends its text.
-std::string_view text_of(std::string_view bytes) {
-  if (bytes.empty()) return bytes;
-  const void* const nul = std::memchr(bytes.data(), '\0', bytes.size());
-  if (nul == nullptr) return bytes;
-  return {bytes.data(), static_cast<size_t>(static_cast<const char*>(nul) - bytes.data())};
+int fail(int error) {
+  errno = error;
+  return -1;
+}
+
+GConfSection* section_of(const Item& item) {
+  return static_cast<GConfSection*>(item.record);
+}
+
+GConfEntry* entry_of(const Item& item) {
+  return static_cast<GConfEntry*>(item.record);
 }
 
 // Null when memory is exhausted.
 char* copy_of(std::string_view text) {
   auto* const copy = static_cast<char*>(std::malloc(text.size() + 1));
   if (copy == nullptr) return nullptr;
-  if (!text.empty()) std::memcpy(copy, text.data(), text.size());
+  std::memcpy(copy, text.data(), text.size());
   copy[text.size()] = '\0';
   return copy;
 }
@@ -54,8 +59,8 @@ class Notices {
  public:
   // False when memory is exhausted.
   bool add(std::string_view section, std::string_view key, std::string_view value) {
-    return put(section) && put(key) && put(value) &&
-           text_.add(section.data(), section.size()) && text_.add('.') && put(key);
+    return put(section) && put(key) && put(value) && text_.add(section) && text_.add(".") &&
+           put(key);
   }
 
   struct Block {
@@ -64,189 +69,151 @@ class Notices {
   };
   // For the caller to free.
   Block release() {
-    const char* const end = text_.end();
+    const char* const end = text_.data() + text_.size();
     return {text_.release(), end};
   }
 
  private:
-  bool put(std::string_view text) {
-    return text_.add(text.data(), text.size()) && text_.add('\0');
-  }
+  bool put(std::string_view text) { return text_.add(text) && text_.add({"", 1}); }
 
-  Array<char> text_;
+  ByteArray text_;
 };
 
 // What the file changes in the conf. To be used with the conf's mutex held throughout.
 class Changes {
  public:
-  Changes(GConf* conf, const ConfKeys& file) : conf_(conf), file_(file) {}
+  Changes() = default;
   ~Changes();
   Changes(const Changes&) = delete;
   Changes& operator=(const Changes&) = delete;
 
   // Finds the changes and gets all the memory that they need; the conf stays as it is.
   // False when memory is exhausted.
-  bool prepare();
+  bool prepare(const GConf* conf, std::string_view text);
 
   // Makes them; once.
-  void apply();
+  void apply(GConf* conf);
 
   int count() const { return count_; }
   Notices::Block release_notices() { return notices_.release(); }
 
  private:
+  // Of a section or a key that the file has.
   struct Step {
-    enum Kind { kAddSection, kAddEntry, kReplaceValue, kRemoveEntry, kRemoveSection } kind;
-    GConfSection* section;
-    GConfEntry* entry;
-    GList* node;  // of what is added
-    char* value;  // that replaces the entry's
+    Id id;
+    void* made;  // the node of a new one, the new value of a key, or null
   };
 
-  bool add(const Step& step);
-  bool prepare_section(Id section);
-  bool prepare_key(const ConfKeys::Key& key);
-  bool prepare_removals();
-  bool prepare_removals_in(GConfSection* section, Id id);
-  bool note(const GConfSection* section, std::string_view key, std::string_view value);
-  static void give_back(const Step& step);
+  bool find(std::string_view text);
+  bool make(Step& step);
+  bool note(const Item& key, std::string_view value);
+  bool is_removed(Id id) { return id < known_ && table_[id].line == nullptr; }
 
-  GConf* const conf_;
-  const ConfKeys& file_;
-  int count_ = 0;
-  Array<GConfSection*> sections_;  // of the conf, by the file's numbers
-  Array<Step> steps_;
+  ConfTable table_;
+  Id known_ = 0;       // so many items are the conf's
+  Array<Step> steps_;  // in the order of the file
   Notices notices_;
+  int count_ = 0;
+  bool has_callbacks_ = false;
 };
 
 Changes::~Changes() {
-  for (const Step& step : steps_) give_back(step);
-}
-
-void Changes::give_back(const Step& step) {
-  if (step.kind == Step::kAddSection) free_section_node(step.node);
-  if (step.kind == Step::kAddEntry) free_entry_node(step.node);
-  std::free(step.value);
-}
-
-// Owns what the step has.
-bool Changes::add(const Step& step) {
-  if (steps_.add(step)) return true;
-  give_back(step);
-  return false;
-}
-
-bool Changes::prepare() {
-  for (Id id = 0; id < file_.section_count(); ++id) {
-    if (!prepare_section(id)) return false;
-  }
-  for (Id id = 0; id < file_.key_count(); ++id) {
-    if (!prepare_key(file_.key_at(id))) return false;
-  }
-  return prepare_removals() && !file_.is_exhausted();
-}
-
-bool Changes::prepare_section(Id id) {
-  const std::string_view name = file_.section_at(id).name;
-  GConfSection* section = find_section(conf_, name);
-  if (section == nullptr) {
-    GList* const node = new_section_node(name);
-    if (node == nullptr || !add({Step::kAddSection, nullptr, nullptr, node, nullptr})) {
-      return false;
-    }
-    section = section_in(node);
-  }
-  return sections_.add(section);
-}
-
-bool Changes::prepare_key(const ConfKeys::Key& key) {
-  GConfSection* const section = sections_[key.section];
-  if (GConfEntry* const entry = find_entry(section, key.name); entry != nullptr) {
-    if (trimmed(entry->value) == key.value) return true;
-    char* const value = copy_of(key.value);
-    return value != nullptr && add({Step::kReplaceValue, section, entry, nullptr, value}) &&
-           note(section, entry->key, key.value);
-  }
-  GList* const node = new_entry_node(key.name, key.value);
-  return node != nullptr && add({Step::kAddEntry, section, nullptr, node, nullptr}) &&
-         note(section, key.name, key.value);
-}
-
-bool Changes::prepare_removals() {
-  Id last = kNone;
-  for (const GList* node = conf_->sections; node != nullptr; node = node->next) {
-    GConfSection* const section = section_in(node);
-    const Id id = file_.find_section(section->name, last + 1);
-    if (!prepare_removals_in(section, id)) return false;
-    if (id != kNone) {
-      last = id;
-    } else if (!add({Step::kRemoveSection, section, nullptr, nullptr, nullptr})) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// `id` is the file's number of the section; kNone for one that goes as a whole.
-bool Changes::prepare_removals_in(GConfSection* section, Id id) {
-  Id expected = id != kNone ? file_.section_at(id).first_key : 0;
-  for (const GList* node = section->entries; node != nullptr; node = node->next) {
-    GConfEntry* const entry = entry_in(node);
-    const Id key = id != kNone ? file_.find_key(id, entry->key, expected) : kNone;
-    if (key != kNone) {
-      expected = key + 1;
-    } else if ((id != kNone &&
-                !add({Step::kRemoveEntry, section, entry, nullptr, nullptr})) ||
-               !note(section, entry->key, {})) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool Changes::note(const GConfSection* section, std::string_view key,
-                   std::string_view value) {
-  ++count_;
-  // Most programs register no callbacks.
-  return g_hash_count(conf_->callbacks) == 0 || notices_.add(section->name, key, value);
-}
-
-void Changes::apply() {
   for (const Step& step : steps_) {
-    switch (step.kind) {
-      case Step::kAddSection:
-        append_section(conf_, step.node);
-        break;
-      case Step::kAddEntry:
-        append_entry(step.section, step.node);
-        break;
-      case Step::kReplaceValue:
-        std::free(exchange_value(step.entry, step.value));
-        break;
-      case Step::kRemoveEntry:
-        remove_entry(step.section, step.entry);
-        break;
-      case Step::kRemoveSection:
-        remove_section(conf_, step.section);
-        break;
+    const Item& item = table_[step.id];
+    if (step.made == nullptr) continue;
+    if (item.record != nullptr) {
+      std::free(step.made);
+    } else if (item.is_section()) {
+      free_section_node(static_cast<GList*>(step.made));
+    } else {
+      free_entry_node(static_cast<GList*>(step.made));
+    }
+  }
+}
+
+bool Changes::prepare(const GConf* conf, std::string_view text) {
+  // Most programs register no callbacks.
+  has_callbacks_ = g_hash_count(conf->callbacks) != 0;
+  table_.take(conf);
+  known_ = table_.size();
+  if (!find(text)) return false;
+  for (Step& step : steps_) {
+    if (!make(step)) return false;
+  }
+  for (Id id = 0; id < known_; ++id) {
+    const Item& item = table_[id];
+    if (is_removed(id) && !item.is_section() && !note(item, {})) return false;
+  }
+  return true;
+}
+
+bool Changes::find(std::string_view text) {
+  TableLines line(table_, text, true);
+  while (line.advance()) {
+    Item& item = table_[line.id()];
+    if (item.line == nullptr && !steps_.add({line.id(), nullptr})) return false;
+    item.line = line.begin();
+    item.found = line.value();
+  }
+  return !table_.is_exhausted();
+}
+
+// Makes what the step adds.
+bool Changes::make(Step& step) {
+  const Item& item = table_[step.id];
+  if (item.is_section()) {
+    if (item.record != nullptr) return true;
+    step.made = new_section_node(item.name);
+    return step.made != nullptr;
+  }
+  if (item.record == nullptr) {
+    step.made = new_entry_node(item.name, item.found);
+  } else if (item.has_value(item.found)) {
+    return true;
+  } else {
+    step.made = copy_of(item.found);
+  }
+  return step.made != nullptr && note(item, item.found);
+}
+
+bool Changes::note(const Item& key, std::string_view value) {
+  ++count_;
+  return !has_callbacks_ || notices_.add(table_[key.section].name, key.name, value);
+}
+
+void Changes::apply(GConf* conf) {
+  for (const Step& step : steps_) {
+    Item& item = table_[step.id];
+    auto* const node = static_cast<GList*>(step.made);
+    if (node == nullptr) continue;
+    if (item.record != nullptr) {
+      std::free(exchange_value(entry_of(item), static_cast<char*>(step.made)));
+    } else if (item.is_section()) {
+      append_section(conf, node);
+      item.record = node->data;
+    } else {
+      append_entry(section_of(table_[item.section]), node);
     }
   }
   steps_.cut(0);
+  for (Id id = 0; id < known_; ++id) {
+    if (!is_removed(id)) continue;
+    const Item& item = table_[id];
+    if (item.is_section()) {
+      remove_section(conf, section_of(item));
+    } else if (!is_removed(item.section)) {
+      remove_entry(section_of(table_[item.section]), entry_of(item));
+    }
+  }
 }
 
-// Makes the conf that of the file's keys. The number of changes, or -1 with errno.
-int take_in(GConf* conf, const ConfKeys& file, Notices::Block& notices) {
+// Makes the conf that of the text. The number of changes, or -1 with errno.
+int take_in(GConf* conf, std::string_view text, Notices::Block& notices) {
   const BriefLock lock(conf->mutex);
-  if (is_dirty(conf)) {
-    errno = EBUSY;
-    return -1;
-  }
-  Changes changes(conf, file);
-  if (!changes.prepare()) {
-    errno = ENOMEM;
-    return -1;
-  }
-  changes.apply();
+  if (is_dirty(conf)) return fail(EBUSY);
+  Changes changes;
+  if (!changes.prepare(conf, text)) return fail(ENOMEM);
+  changes.apply(conf);
   notices = changes.release_notices();
   return changes.count();
 }
@@ -254,16 +221,14 @@ int take_in(GConf* conf, const ConfKeys& file, Notices::Block& notices) {
 int reload(GConf* conf, Notices::Block& notices) {
   const CancellationHeld held;
   const ConfFileLock lock(conf);
+  if (is_dirty(conf)) return fail(EBUSY);
   ConfFile file;
-  ConfKeys keys;
-  int error = is_dirty(conf) ? EBUSY : file.read(conf->filename);
-  if (error == 0 && !read_conf_text(keys, text_of(file.bytes()))) error = ENOMEM;
-  if (error != 0) {
-    errno = error;
-    return -1;
-  }
-  const int count = take_in(conf, keys, notices);
-  if (count != -1) set_file_content(conf, content_of(file.bytes()));
+  if (const int error = file.read(conf->filename); error != 0) return fail(error);
+  const std::string_view bytes = file.bytes();
+  // A NUL in the file ends its text.
+  const std::string_view text = between(bytes, 0, position_of(bytes, '\0'));
+  const int count = take_in(conf, text, notices);
+  if (count != -1) set_file_content(conf, content_of(bytes));
   return count;
 }
 

@@ -1,21 +1,21 @@
-// Saving by way of the text that is there. The conf's mutex is held for a copy of the model
-// only; whoever writes to the conf while the file is being replaced makes it dirty again.
+// Saving by way of the text that is there. The conf's mutex is held while the new text is
+// made, not while files are read and written.
 //
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/safe.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string_view>
 
 #include "conf/fingerprint.h"
+#include "conf/line.h"
 #include "conf/model.h"
+#include "core/byte_array.h"
 #include "core/cancellation.h"
 #include "core/check.h"
 #include "safe/conf_edit.h"
 #include "safe/conf_file.h"
-#include "safe/conf_keys.h"
 #include "safe/file_replacement.h"
 #include "thread/mutex_lock.h"
 
@@ -46,18 +46,18 @@ int read_known(const GConf* conf, bool force, ConfFile& file) {
   return error == EFBIG ? EFBIG : 0;
 }
 
-// The text for the file to hold.
-int new_text(const ConfFile& file, bool force, const ConfSnapshot& model, ConfText& text) {
+// Makes the text for the file to hold. What is written to the conf later is not in it, and
+// makes the conf dirty again.
+int take_text(GConf* conf, const ConfFile& file, bool force, ByteArray& text) {
   std::string_view old_text = file.bytes();
-  if (!old_text.empty() && std::memchr(old_text.data(), '\0', old_text.size()) != nullptr) {
+  if (position_of(old_text, '\0') != old_text.size()) {
     if (!force) return EBADMSG;
     old_text = "";
   }
-  if (const int error = edit_conf_text(old_text, model.keys, text); error != 0)
-    return error;
-  const bool has_duplicates = model.has_duplicates();
-  const int error = check_conf_text(text.view(), model.keys);
-  return error == 0 && has_duplicates ? EINVAL : error;
+  const BriefLock lock(conf->mutex);
+  const int error = edit_conf_text(old_text, conf, text);
+  if (error == 0) set_dirty(conf, 0);
+  return error;
 }
 
 int fail(int error) {
@@ -65,31 +65,25 @@ int fail(int error) {
   return -1;
 }
 
-int save(GConf* conf, const ConfSnapshot& model, bool force) {
+int replace(GConf* conf, Replacement& replacement, std::string_view text) {
+  if (!replacement.create() || !replacement.write(text.data(), text.size())) return -1;
+  const int result = replacement.commit();
+  if (result != -1) set_file_content(conf, content_of(text));
+  return result;
+}
+
+int save(GConf* conf, bool force) {
   // From here on no other save or replacement comes in between.
   Replacement replacement;
   const int find_error = replacement.find(conf->filename) ? 0 : errno;
   ConfFile file;
   if (const int error = read_known(conf, force, file); error != 0) return fail(error);
   if (find_error != 0) return fail(find_error);
-  ConfText text;
-  if (const int error = new_text(file, force, model, text); error != 0) return fail(error);
-  if (!replacement.create() || !replacement.write(text.view().data(), text.view().size())) {
-    return -1;
-  }
-  const int result = replacement.commit();
-  if (result != -1) set_file_content(conf, content_of(text.view()));
+  ByteArray text;
+  if (const int error = take_text(conf, file, force, text); error != 0) return fail(error);
+  const int result = replace(conf, replacement, text.view());
+  if (result == -1) set_dirty(conf, 1);
   return result;
-}
-
-// The flag goes down with the copy: what is written later is not in it.
-enum class Taken { kClean, kNoMemory, kTaken };
-Taken take_changes(GConf* conf, ConfSnapshot& model) {
-  const BriefLock lock(conf->mutex);
-  if (!is_dirty(conf)) return Taken::kClean;
-  if (!model.take(conf)) return Taken::kNoMemory;
-  set_dirty(conf, 0);
-  return Taken::kTaken;
 }
 
 }  // namespace
@@ -98,11 +92,5 @@ extern "C" int g_conf_save(GConf* conf, int force) {
   CHECK_ARG(conf != NULL, (errno = EINVAL, -1));
   const CancellationHeld held;
   const ConfFileLock lock(conf);
-  ConfSnapshot model;
-  const Taken taken = take_changes(conf, model);
-  if (taken == Taken::kClean) return 0;
-  if (taken == Taken::kNoMemory) return fail(ENOMEM);
-  const int result = save(conf, model, force != 0);
-  if (result == -1) set_dirty(conf, 1);
-  return result;
+  return is_dirty(conf) ? save(conf, force != 0) : 0;
 }

@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "core/byte_array.h"
 #include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
@@ -39,37 +40,6 @@ constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 bool is_dot_name(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
-
-// A stack of plain records on the heap.
-template <typename T>
-class Stack {
- public:
-  Stack() = default;
-  ~Stack() { std::free(items_); }
-  Stack(const Stack&) = delete;
-  Stack& operator=(const Stack&) = delete;
-
-  // Makes room for one more. False when memory is exhausted.
-  bool reserve() {
-    if (size_ < capacity_) return true;
-    const size_t wanted = capacity_ == 0 ? 16 : 2 * capacity_;
-    void* const grown = std::realloc(items_, wanted * sizeof(T));
-    if (grown == nullptr) return false;
-    items_ = static_cast<T*>(grown);
-    capacity_ = wanted;
-    return true;
-  }
-  void push(const T& item) { items_[size_++] = item; }
-  void cut(size_t size) { size_ = size; }
-  size_t size() const { return size_; }
-  T& operator[](size_t i) { return items_[i]; }
-  T& top() { return items_[size_ - 1]; }
-
- private:
-  T* items_ = nullptr;
-  size_t size_ = 0;
-  size_t capacity_ = 0;
-};
 
 // A directory on the way down. There may be any number, so this is small.
 struct Level {
@@ -125,8 +95,8 @@ class TreeRemoval {
   void leave();
 
   const DirEntry mount_;  // something on the only mount that is touched
-  Stack<Level> levels_;
-  Stack<DirIdentity> left_;  // subdirectories of the levels that could not be removed
+  Array<Level> levels_;
+  Array<DirIdentity> left_;  // subdirectories of the levels that could not be removed
   Stream streams_[kStreams];
   int error_ = 0;  // of the first failure
 };
@@ -143,7 +113,7 @@ bool TreeRemoval::note(int error) {
   if (!is_gone && error_ == 0) error_ = error;
   if (levels_.size() != 0) {
     stream().has_removed |= error == 0;
-    if (!is_gone) levels_.top().has_left = 1;
+    if (!is_gone) levels_.back().has_left = 1;
   }
   return is_gone;
 }
@@ -198,15 +168,15 @@ TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
   }
   file.release();
   const bool is_second = levels_.size() != 0 && stream().emptied == entry.identity;
-  levels_.push({entry.identity.inode, entry.identity.device, 0, 0, is_second});
-  levels_.top().first_left = static_cast<uint32_t>(left_.size()) & 0x3fffffff;
+  levels_.add({entry.identity.inode, entry.identity.device, 0, 0, is_second});
+  levels_.back().first_left = static_cast<uint32_t>(left_.size()) & 0x3fffffff;
   close(stream());  // that of a level further up
   stream().directory = directory;
   return Entered::kYes;
 }
 
 bool TreeRemoval::was_left(const DirIdentity& identity) {
-  const size_t first = levels_.size() == 0 ? 0 : levels_.top().first_left;
+  const size_t first = levels_.size() == 0 ? 0 : levels_.back().first_left;
   for (size_t i = first; i < left_.size(); ++i) {
     if (left_[i] == identity) return true;
   }
@@ -247,7 +217,7 @@ bool TreeRemoval::pass_again() {
   Stream& current = stream();
   if (!current.has_removed || ++current.passes >= kMostPasses) return false;
   current.has_removed = false;
-  levels_.top().has_left = 0;
+  levels_.back().has_left = 0;
   rewinddir(current.directory);
   return true;
 }
@@ -272,7 +242,7 @@ bool TreeRemoval::reopen_parent() {
 
 // Goes back up, and removes the directory that was left from the one above.
 void TreeRemoval::leave() {
-  const Level level = levels_.top();
+  const Level level = levels_.back();
   const bool is_way_open = levels_.size() == 1 || reopen_parent();
   if (!is_way_open) note(errno);
   close(stream());
@@ -288,8 +258,8 @@ void TreeRemoval::leave() {
   } else if (!level.has_left) {
     note(ENOTEMPTY);  // it was emptied twice, and filled in between
   }
-  levels_.top().has_left = 1;
-  left_.push(level.identity());
+  levels_.back().has_left = 1;
+  left_.add(level.identity());
 }
 
 bool TreeRemoval::remove(int parent, const char* name) {

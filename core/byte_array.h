@@ -1,0 +1,94 @@
+// Arrays that grow. What is added is lost, and nothing else, when memory is exhausted.
+//
+// SPDX-License-Identifier: MIT
+#ifndef GROUNDWORK_CORE_BYTE_ARRAY_H
+#define GROUNDWORK_CORE_BYTE_ARRAY_H
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "core/copy_text.h"
+
+namespace groundwork {
+
+// Bytes, and what arrays of all types share.
+class ByteArray {
+ public:
+  ByteArray() = default;
+  ~ByteArray() { std::free(bytes_); }
+  ByteArray(const ByteArray&) = delete;
+  ByteArray& operator=(const ByteArray&) = delete;
+
+  // Makes room for `more` bytes; false when memory is exhausted.
+  bool reserve(size_t more);
+
+  // Makes the array longer, by one byte at least. Where to put what comes there; null when
+  // memory is exhausted.
+  char* extend(size_t more) {
+    if (more > capacity_ - size_ && !reserve(more)) return nullptr;
+    char* const end = bytes_ + size_;
+    size_ += more;
+    return end;
+  }
+
+  // False when memory is exhausted.
+  bool add(std::string_view text) {
+    if (text.empty()) return true;
+    char* const end = extend(text.size());
+    if (end == nullptr) return false;
+    copy_text(end, text.data(), text.size());
+    return true;
+  }
+
+  void cut(size_t size) { size_ = size; }
+
+  // Hands over the block, for the caller to free; null for none. The array is empty then.
+  char* release() {
+    size_ = 0;
+    capacity_ = 0;
+    return std::exchange(bytes_, nullptr);
+  }
+
+  size_t size() const { return size_; }
+  char* data() const { return bytes_; }
+  std::string_view view() const { return {bytes_, size_}; }
+
+ private:
+  char* bytes_ = nullptr;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
+};
+
+// Of elements that may be moved as bytes.
+template <typename T>
+class Array : private ByteArray {
+  static_assert(std::is_trivially_copyable_v<T>);
+
+ public:
+  // False when memory is exhausted.
+  bool add(const T& item) {
+    char* const end = extend(sizeof(T));
+    if (end == nullptr) return false;
+    new (end) T(item);
+    return true;
+  }
+
+  // Makes room for one more; false when memory is exhausted.
+  bool reserve() { return ByteArray::reserve(sizeof(T)); }
+
+  void cut(size_t size) { ByteArray::cut(size * sizeof(T)); }
+
+  size_t size() const { return ByteArray::size() / sizeof(T); }
+  T* begin() const { return reinterpret_cast<T*>(data()); }
+  T* end() const { return reinterpret_cast<T*>(data() + ByteArray::size()); }
+  T& operator[](size_t at) const { return begin()[at]; }
+  T& back() const { return end()[-1]; }
+};
+
+}  // namespace groundwork
+
+#endif
