@@ -15,7 +15,7 @@ namespace des = groundwork::des;
 #define EXPORT_AS(symbol, table)                                         \
   extern G_API const decltype(table) exported_##symbol __asm__(#symbol); \
   constexpr decltype(table) exported_##symbol = table;                   \
-  static_assert(sizeof exported_##symbol == sizeof symbol)
+  static_assert(sizeof exported_##symbol == sizeof(symbol))
 
 EXPORT_AS(ip, des::kInitialPermutation);
 EXPORT_AS(fp, des::kFinalPermutation);

@@ -26,7 +26,7 @@ struct Application {
 
 // A time that the layout has no room for becomes the nearest that it has: a file must not
 // vanish from the walk because a clock was wrong once.
-struct timespec native_time(const groundwork::FileTime& time) {
+inline struct timespec native_time(const groundwork::FileTime& time) {
   using Limits = std::numeric_limits<std::time_t>;
   struct timespec native = {};
   native.tv_sec = static_cast<std::time_t>(
@@ -68,14 +68,14 @@ int call(int (*func)(const char*, const Status*, void*), const char* path,
   return func(path, &native, data);
 }
 
-int call_application(const char* path, const groundwork::FileStatus& status,
+inline int call_application(const char* path, const groundwork::FileStatus& status,
                      void* context) {
   const auto& application = *static_cast<const Application*>(context);
   return call(application.func, path, status, application.data);
 }
 
 // g_scandir() for an application with this layout.
-int scan_for_application(const char* path, GScandirFunc func, void* data) {
+inline int scan_for_application(const char* path, GScandirFunc func, void* data) {
   Application application{func, data};
   return groundwork::walk_files(path, call_application, &application);
 }

@@ -88,12 +88,11 @@ static int terminal_width(void) {
 /* "[=====>    ]" with room for `width` characters between the brackets. */
 static void format_bar(char* text, int width, double fraction) {
   const int filled = (int)(fraction * width);
-  *text++ = '[';
-  for (int i = 0; i < width; ++i) {
-    *text++ = i < filled ? '=' : i == filled ? '>' : ' ';
-  }
-  *text++ = ']';
-  *text = '\0';
+  text[0] = '[';
+  memset(text + 1, '=', (size_t)filled);
+  memset(text + 1 + filled, ' ', (size_t)(width - filled));
+  if (filled < width) text[1 + filled] = '>';
+  memcpy(text + 1 + width, "]", 2);
 }
 
 /* One line that fills the terminal's width but for the last column, so that it overwrites

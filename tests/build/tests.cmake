@@ -27,6 +27,13 @@ if(PLAIN_I386)
   add_test(NAME build/lint COMMAND "${PROJECT_SOURCE_DIR}/scripts/lint")
   set_tests_properties(build/build_test build/lint PROPERTIES TIMEOUT 900)
 
+  # What clang-tidy says of the library, the tools and the examples.
+  list(JOIN GROUNDWORK_SUBSYSTEMS "|" folders)
+  add_test(NAME build/tidy
+    COMMAND run-clang-tidy -quiet -p "${PROJECT_BINARY_DIR}" -j 2
+      "^${PROJECT_SOURCE_DIR}/(${folders}|tools|examples)/")
+  set_tests_properties(build/tidy PROPERTIES TIMEOUT 900)
+
   # A library built for size keeps its limits, and encodes without the wide tables.
   set(small "${PROJECT_BINARY_DIR}/small")
   add_test(NAME build/size
@@ -50,6 +57,6 @@ if(PLAIN_I386)
   set_tests_properties(build/build_test build/lint build/debian_test build/recipes
     PROPERTIES TIMEOUT 900)
   # These build the library several times over; ./test alone leaves them out.
-  set_tests_properties(build/build_test build/recipes build/size
+  set_tests_properties(build/build_test build/recipes build/size build/tidy
     PROPERTIES LABELS slow COST 500)
 endif()
