@@ -69,7 +69,7 @@ int call(int (*func)(const char*, const Status*, void*), const char* path,
 }
 
 inline int call_application(const char* path, const groundwork::FileStatus& status,
-                     void* context) {
+                            void* context) {
   const auto& application = *static_cast<const Application*>(context);
   return call(application.func, path, status, application.data);
 }
