@@ -1,4 +1,4 @@
-/* gw-cat: writes what a URL, a path or standard input holds to standard output or a file.
+/* gw-cat: writes the contents of a URL, a file or standard input to standard output or a file.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -35,9 +35,9 @@ struct options {
 
 struct progress {
   bool shown;
-  bool line_open; /* the cursor stands behind a progress line */
+  bool line_open; /* the cursor is at the end of a progress line */
   double start;
-  double next; /* when to draw again */
+  double next; /* when to redraw */
 };
 
 struct copy {
@@ -45,8 +45,8 @@ struct copy {
   const char* in_name;
   int out;
   const char* out_name;
-  int64_t expected; /* bytes that will come, or UNKNOWN */
-  bool bounded;     /* `expected` was announced by a server and must be met */
+  int64_t expected; /* bytes to come, or UNKNOWN */
+  bool bounded;     /* a server announced `expected`: fewer bytes are an error */
   int64_t done;
   struct progress progress;
 };
@@ -95,8 +95,8 @@ static void format_bar(char* text, int width, double fraction) {
   memcpy(text + 1 + width, "]", 2);
 }
 
-/* One line that fills the terminal's width but for the last column, so that it overwrites
- * the former line and never wraps. */
+/* One line that fills the terminal's width except for the last column, so that it overwrites
+ * the previous line and never wraps. */
 static void draw(const struct copy* copy, double time, bool last) {
   enum { LONGEST_LINE = 500, LONGEST_BAR = 60, SHORTEST_BAR = 5 };
   const double elapsed = time - copy->progress.start;
@@ -111,7 +111,7 @@ static void draw(const struct copy* copy, double time, bool last) {
     format_size(size, sizeof size, (double)copy->expected);
     snprintf(total, sizeof total, " of %s", size);
     fraction = (double)copy->done / (double)copy->expected;
-    if (fraction > 1) fraction = 1; /* a file that grows meanwhile */
+    if (fraction > 1) fraction = 1; /* the file grows while it is read */
   }
   const bool left = known && !last && rate > 0;
   format_time(clock, sizeof clock,
@@ -162,7 +162,8 @@ static int read_failed(struct copy* copy, int32_t code) {
   return failed(copy->in_name, url_strerror(code));
 }
 
-/* A reader that has gone, as `head`, knows why: nothing is said, as `cat` says nothing. */
+/* When the reader of a pipe has gone away, as `head` does, there is no message; `cat` has
+ * none, either. */
 static int write_failed(struct copy* copy) {
   const int error = errno;
   end_progress(copy);
@@ -187,7 +188,7 @@ static bool write_all(struct copy* copy, const char* bytes, size_t n) {
   return true;
 }
 
-/* Called when no more bytes came. */
+/* Called at the end of the input. */
 static int finish(struct copy* copy) {
   show_progress(copy, true);
   end_progress(copy);
@@ -200,8 +201,8 @@ static int finish(struct copy* copy) {
   return EXIT_SUCCESS;
 }
 
-/* How many of `room` bytes to ask for. The stream's read limit, which has 31 bits, is
- * lifted each time; the bound is kept here. */
+/* How many of `room` bytes to read. The stream's read limit has only 31 bits: it is lifted
+ * each time, and the bound is kept here instead. */
 static int32_t next_request(struct copy* copy, int32_t room) {
   url_set_readlimit(copy->in, -1);
   if (copy->bounded && copy->expected - copy->done < room) {
@@ -210,8 +211,9 @@ static int32_t next_request(struct copy* copy, int32_t room) {
   return room;
 }
 
-/* Whether the connection of an HTTP stream has failed. A read answers with what came before
- * that, if only 0 bytes, and leaves the error in errno; the next one would find an end. */
+/* Whether the connection of an HTTP stream has failed. The read returns what arrived before
+ * the failure, even if that is 0 bytes, with the error in errno; the next read would just
+ * report the end. */
 static bool is_broken(URL in) {
   return in->type == URL_HTTP && ferror(((const URL_http*)in)->stream);
 }
@@ -228,8 +230,8 @@ static int copy_blocks(struct copy* copy) {
   }
 }
 
-/* Byte by byte, so that no read waits for more than the line, and each line is handed on
- * as soon as it is there. */
+/* Byte by byte, so that no read waits for more than the line, and each line is written as
+ * soon as it is complete. */
 static int copy_lines(struct copy* copy) {
   static char line[BLOCK_SIZE];
   for (;;) {
@@ -250,10 +252,10 @@ static int copy_lines(struct copy* copy) {
 
 /* ---- Why a server could not be read --------------------------------------------------
  *
- * The library tells only that there was no connection, or that the answer was not the
- * wanted one. A second attempt of our own finds out more. */
+ * The library only reports that there was no connection, or that the response was not
+ * usable. Connecting once more finds out why. */
 
-enum { PATIENCE_S = 5 }; /* the library's own for a connection */
+enum { CONNECT_TIMEOUT_S = 5 }; /* the library's own limit for a connection */
 
 struct server {
   char host[256];
@@ -276,13 +278,13 @@ static void find_server(const char* url, struct server* server) {
   snprintf(server->port, sizeof server->port, "%d", port & 0xffff);
 }
 
-/* A blocking connection with a limit on each wait; -1 with errno. */
+/* A blocking connection with a limit on each wait; -1 with errno on failure. */
 static int connect_to(const struct addrinfo* address) {
   const int fd = socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd == -1) return -1;
-  const struct timeval patience = {.tv_sec = PATIENCE_S};
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  const struct timeval limit = {.tv_sec = CONNECT_TIMEOUT_S};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   if (connect(fd, address->ai_addr, address->ai_addrlen) == 0) return fd;
   const int error = errno == EINPROGRESS ? ETIMEDOUT : errno;
   close(fd);
@@ -290,8 +292,8 @@ static int connect_to(const struct addrinfo* address) {
   return -1;
 }
 
-/* As the library: the first IPv4 address, or else the first of IPv6. -1 with a text that
- * says why there is no connection. */
+/* Like the library, takes the first IPv4 address, else the first IPv6 address. Returns -1 on
+ * failure, with the reason in `why`. */
 static int connect_again(const struct server* server, char* why, size_t size) {
   const struct addrinfo hints = {.ai_family = AF_UNSPEC, .ai_socktype = SOCK_STREAM};
   struct addrinfo* found = NULL;
@@ -311,7 +313,7 @@ static int connect_again(const struct server* server, char* why, size_t size) {
   return fd;
 }
 
-/* Cuts the line end off, and makes what could steer a terminal harmless. */
+/* Cuts off the line end and replaces control characters, which a terminal might interpret. */
 static char* clean(char* text) {
   text[strcspn(text, "\r\n")] = '\0';
   for (char* c = text; *c != '\0'; ++c) {
@@ -328,16 +330,16 @@ static bool is_redirection(const char* status) {
   return false;
 }
 
-/* Reads the head of an answer. False when it says no more than is known. */
-static bool explain_answer(FILE* answer, char* why, size_t size) {
+/* Reads the status and headers of a response. False when they explain nothing. */
+static bool explain_response(FILE* response, char* why, size_t size) {
   char status[200], line[4000];
-  if (fgets(status, sizeof status, answer) == NULL) return false;
+  if (fgets(status, sizeof status, response) == NULL) return false;
   if (strncmp(status, "HTTP/1.", 7) != 0 || strlen(status) < 12) return false;
   const char* const code = clean(status + 9);
   if (strncmp(code, "200", 3) == 0 || strncmp(code, "206", 3) == 0) return false;
-  snprintf(why, size, "the server answered %s", code);
+  snprintf(why, size, "the server returned %s", code);
   if (!is_redirection(code)) return true;
-  while (fgets(line, sizeof line, answer) != NULL && line[0] != '\r' && line[0] != '\n') {
+  while (fgets(line, sizeof line, response) != NULL && line[0] != '\r' && line[0] != '\n') {
     if (strncasecmp(line, "Location:", 9) != 0) continue;
     snprintf(why, size, "redirected to %s (%s), which is not followed", clean(line + 9),
              code);
@@ -346,7 +348,7 @@ static bool explain_answer(FILE* answer, char* why, size_t size) {
   return true;
 }
 
-/* Asks once more for what was refused. */
+/* Repeats a request that failed. */
 static bool explain_refusal(const struct server* server, int64_t offset, char* why,
                             size_t size) {
   const int fd = connect_again(server, why, size);
@@ -360,31 +362,31 @@ static bool explain_refusal(const struct server* server, int64_t offset, char* w
   }
   length += snprintf(request + length, sizeof request - (size_t)length,
                      offset > 0 ? "Range: bytes=%" PRId64 "-\r\n\r\n" : "\r\n", offset);
-  FILE* const answer = fdopen(fd, "rb");
+  FILE* const response = fdopen(fd, "rb");
   bool is_explained = false;
-  if (answer == NULL) {
+  if (response == NULL) {
     close(fd);
   } else {
     is_explained = send(fd, request, (size_t)length, MSG_NOSIGNAL) == length &&
-                   explain_answer(answer, why, size);
-    fclose(answer);
+                   explain_response(response, why, size);
+    fclose(response);
   }
   return is_explained;
 }
 
-static int http_failed(const struct options* options, int32_t code, double waited) {
+static int http_failed(const struct options* options, int32_t code, double elapsed) {
   char why[5000] = "";
   struct server server;
   find_server(options->name, &server);
   switch (code) {
     case ETIMEDOUT:
-      if (waited < PATIENCE_S - 0.5) {
+      if (elapsed < CONNECT_TIMEOUT_S - 0.5) {
         const int fd = connect_again(&server, why, sizeof why);
         if (fd != -1) close(fd);
       }
       if (why[0] != '\0') return failed(options->name, why);
       snprintf(why, sizeof why, "no connection to %s:%s within %d seconds", server.host,
-               server.port, PATIENCE_S);
+               server.port, CONNECT_TIMEOUT_S);
       return failed(options->name, why);
     case ENOENT:
     case URLERR_HTTP_NOT_FOUND:
@@ -392,10 +394,10 @@ static int http_failed(const struct options* options, int32_t code, double waite
         return failed(options->name, why);
       }
       return failed(options->name, code == ENOENT
-                                       ? "the server's answer was neither 200 nor 206"
-                                       : "the server answered 404");
+                                       ? "the server's status was neither 200 nor 206"
+                                       : "the server returned 404");
     case URLERR_CANT_OPEN:
-      return failed(options->name, "the server closed the connection without an answer");
+      return failed(options->name, "the server closed the connection without a response");
     default:
       return failed(options->name, url_strerror(code));
   }
@@ -403,7 +405,7 @@ static int http_failed(const struct options* options, int32_t code, double waite
 
 /* ---- Opening ------------------------------------------------------------------------ */
 
-/* Reads `offset` bytes and forgets them; stops at the end of the stream. */
+/* Reads and discards `offset` bytes; stops at the end of the stream. */
 static void skip_by_reading(URL in, int64_t offset) {
   const int64_t longest = 1 << 30; /* well inside the read limit */
   while (offset > 0) {
@@ -415,24 +417,24 @@ static void skip_by_reading(URL in, int64_t offset) {
   }
 }
 
-static void place_file(struct copy* copy, int64_t offset) {
+static void seek_file(struct copy* copy, int64_t offset) {
   const int64_t size = copy->in->seek == NULL ? -1 : url_seek(copy->in, 0, SEEK_END);
   if (size == -1 || url_seek(copy->in, offset, SEEK_SET) == -1) {
     skip_by_reading(copy->in, offset);
   } else if (size > offset) {
-    copy->expected = size - offset; /* 0 says nothing: devices and /proc have that size */
+    copy->expected = size - offset; /* a size of 0 means nothing: devices, /proc */
   }
 }
 
-static void place_http(struct copy* copy, int64_t offset) {
+static void limit_http(struct copy* copy, int64_t offset) {
   if (copy->in->readlimit == URL_NO_READLIMIT) return;
-  /* The offset was counted in; of both only the low 32 bits. */
+  /* The limit includes the offset; both are cut to 32 bits. */
   copy->expected = (uint32_t)(copy->in->readlimit - (uint32_t)offset);
   copy->bounded = true;
 }
 
-/* The library prints why a connection failed, and so do we, in one line. Returns what
- * restore_standard_error() wants, -1 where there is nothing to restore. */
+/* The library prints why a connection failed; we print it, too, in a line of our own. Returns
+ * a descriptor for restore_standard_error(), -1 when there is nothing to restore. */
 static int silence_library(void) {
   const int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -461,7 +463,7 @@ static bool open_input(struct copy* copy, const struct options* options) {
       http_failed(options, url_errno, now() - start);
     } else if (url_errno == URLERR_UNKNOWN_URL &&
                strncasecmp(options->name, "https://", 8) == 0) {
-      failed(options->name, "https is not spoken, only http");
+      failed(options->name, "https is not supported, only http");
     } else {
       failed(options->name, url_strerror(url_errno));
     }
@@ -469,9 +471,9 @@ static bool open_input(struct copy* copy, const struct options* options) {
   }
   copy->expected = UNKNOWN;
   if (http) {
-    place_http(copy, offset);
+    limit_http(copy, offset);
   } else {
-    place_file(copy, offset);
+    seek_file(copy, offset);
   }
   return true;
 }
@@ -497,7 +499,7 @@ static bool open_output(struct copy* copy, const char* path) {
     return false;
   }
   if (same_file(copy->in, &stat)) {
-    failed(copy->in_name, "input is output");
+    failed(copy->in_name, "input file is output file");
     return false;
   }
   if (path != NULL && S_ISREG(stat.st_mode) && ftruncate(copy->out, 0) == -1) {
@@ -510,7 +512,7 @@ static bool open_output(struct copy* copy, const char* path) {
   return true;
 }
 
-/* Closing a stream over standard input rewinds that; others may go on reading it. */
+/* Closing a stream over standard input rewinds it, but others may go on reading there. */
 static void close_input(URL in) {
   const bool standard_input = in->type == URL_FILE && in->seek == NULL;
   const off_t position = standard_input ? lseek(STDIN_FILENO, 0, SEEK_CUR) : -1;
@@ -524,7 +526,7 @@ static int run(const struct options* options) {
   int status = EXIT_FAILURE;
   if (open_output(&copy, options->output)) {
     status = options->lines ? copy_lines(&copy) : copy_blocks(&copy);
-    /* Some file systems report a full disk only here. */
+    /* Some filesystems report a full disk only here. */
     if (close(copy.out) == -1 && status == EXIT_SUCCESS) status = write_failed(&copy);
   }
   close_input(copy.in);
@@ -535,26 +537,26 @@ static int run(const struct options* options) {
 
 static const char usage[] =
     "Usage: gw-cat [OPTION]... URL\n"
-    "Writes what a URL, a path or standard input (-) holds to standard output.\n"
+    "Writes the contents of a URL, a file or standard input (-) to standard output.\n"
     "\n"
-    "  -o, --output FILE       write to FILE; on a terminal with a progress bar\n"
-    "      --offset N          begin at byte N\n"
-    "      --lines             hand on each line as soon as it has come\n"
+    "  -o, --output FILE       write to FILE; with a progress bar on a terminal\n"
+    "      --offset N          start at byte N\n"
+    "      --lines             write each line as soon as it arrives\n"
     "      --proxy HOST:PORT   send HTTP requests to this proxy\n"
-    "      --agent TEXT        name TEXT as the user agent in HTTP requests\n"
+    "      --agent TEXT        send TEXT as the user agent in HTTP requests\n"
     "      --help              print this and exit\n"
     "      --version           print the version and exit\n"
     "\n"
-    "Exit status: 0 when all was written, 1 on failure, 2 for a wrong command line.\n";
+    "Exit status: 0 if everything was written, 1 on failure, 2 on wrong usage.\n";
 
-static int wrong_usage(const char* format, const char* text) {
+static int usage_error(const char* format, const char* text) {
   fputs("gw-cat: ", stderr);
   fprintf(stderr, format, text);
   fputs("; see gw-cat --help\n", stderr);
   return EXIT_USAGE;
 }
 
-/* A decimal number from 0 to `highest`, and nothing else; -1 if it is not. */
+/* Parses a decimal number from 0 to `highest`; -1 if the text is anything else. */
 static int64_t parse_number(const char* text, int64_t highest) {
   char* end = NULL;
   errno = 0;
@@ -603,13 +605,13 @@ int main(int argc, char** argv) {
         break;
       case OFFSET:
         options.offset = parse_number(optarg, INT64_MAX);
-        if (options.offset == -1) return wrong_usage("'%s' is no offset", optarg);
+        if (options.offset == -1) return usage_error("'%s' is not an offset", optarg);
         break;
       case LINES:
         options.lines = true;
         break;
       case PROXY:
-        if (!set_proxy(optarg)) return wrong_usage("'%s' is not HOST:PORT", optarg);
+        if (!set_proxy(optarg)) return usage_error("'%s' is not HOST:PORT", optarg);
         break;
       case AGENT:
         url_user_agent = optarg;
@@ -618,12 +620,12 @@ int main(int argc, char** argv) {
         return print(usage);
       case VERSION:
         return print("gw-cat (groundwork) " GROUNDWORK_VERSION "\n");
-      default: /* getopt_long() has said what is wrong */
+      default: /* getopt_long() has printed the error */
         return EXIT_USAGE;
     }
   }
   if (argc - optind != 1) {
-    return wrong_usage("one URL is wanted%s", argc == optind ? "" : ", not several");
+    return usage_error("expected one URL%s", argc == optind ? "" : ", not several");
   }
   options.name = argv[optind];
 

@@ -1,4 +1,4 @@
-/* gw-conf: reads, changes and examines configuration files by the library's own rules.
+/* gw-conf: reads, changes and checks configuration files by the library's own rules.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -31,14 +31,15 @@ static int failed(const char* name, const char* text) {
   return EXIT_FAILURE;
 }
 
-static int wrong_usage(const char* format, const char* text) {
+static int usage_error(const char* format, const char* text) {
   fputs("gw-conf: ", stderr);
   fprintf(stderr, format, text);
   fputs("; see gw-conf --help\n", stderr);
   return EXIT_USAGE;
 }
 
-/* What the library logs is said here in one line that names the file and the reason. */
+/* Suppresses the library's log lines: each failure is reported here, in one line with the
+ * file and the reason. */
 static int ignore(const char* line, void* arg) {
   (void)line;
   (void)arg;
@@ -67,7 +68,7 @@ static int cannot_load(const char* file) {
   return failed(file, reason);
 }
 
-/* Null, after a message, when there is nothing to work on. */
+/* Returns null, after a message, on failure. */
 static GConf* open_conf(const char* file, bool may_be_missing) {
   struct stat stat_of_file;
   const bool found = stat(file, &stat_of_file) == 0;
@@ -75,7 +76,7 @@ static GConf* open_conf(const char* file, bool may_be_missing) {
     failed(file, strerror(errno));
     return NULL;
   }
-  /* The library would take anything else for a file that is yet to be created. */
+  /* The library would treat anything else as a file that does not exist yet. */
   if (found && !S_ISREG(stat_of_file.st_mode)) {
     failed(file, "not a regular file");
     return NULL;
@@ -88,13 +89,12 @@ static GConf* open_conf(const char* file, bool may_be_missing) {
 static const char* reason_of_failed_save(int error) {
   switch (error) {
     case ESTALE:
-      return "another program has changed it; --force changes it all the same";
+      return "changed by another program meanwhile; --force changes it anyway";
     case EBADMSG:
-      return "there is a NUL byte in it; --force writes it anew, without comments and what "
-             "follows "
-             "that byte";
+      return "contains a NUL byte; --force rewrites it without comments and without what "
+             "follows that byte";
     case EINVAL:
-      return "what it would hold reads back as something else";
+      return "the new contents would read back differently";
     case EAGAIN:
       return locked;
     default:
@@ -102,7 +102,7 @@ static const char* reason_of_failed_save(int error) {
   }
 }
 
-/* Saves what has changed, and closes. */
+/* Saves the changes and closes the conf. */
 static int save(GConf* conf) {
   int status = EXIT_SUCCESS;
   const int result = g_conf_save(conf, force);
@@ -112,7 +112,7 @@ static int save(GConf* conf) {
             conf->filename, strerror(error));
   } else if (result != 0) {
     status = failed(conf->filename, reason_of_failed_save(error));
-    conf->dirty = 0; /* or closing would write the file after all */
+    conf->dirty = 0; /* so that closing does not write the file after all */
   }
   g_conf_close(conf);
   return status;
@@ -134,21 +134,23 @@ static char* trim(char* text) {
   return g_strchomp(g_strchug(text));
 }
 
-/* Nothing in the file's format is escaped: refuses what would be read as something else. */
+/* The file format has no escapes: refuses what would be read back as something else. */
 static int set(const char* file, int n, char** arguments) {
   const char* const section = arguments[0];
   const char* const key = trim(arguments[1]);
   const char* const value = trim(arguments[2]);
   (void)n;
   if (strpbrk(section, "]\n") != NULL) {
-    return wrong_usage("%s", "a section cannot have a \"]\" or a newline in its name");
+    return usage_error("%s", "a section name cannot contain \"]\" or a newline");
   }
   if (*key == '#' || *key == '[' || strpbrk(key, "=\n") != NULL) {
-    return wrong_usage("%s",
-                       "a key cannot begin with \"#\" or \"[\", nor have a \"=\" or a "
-                       "newline in it");
+    return usage_error("%s",
+                       "a key cannot begin with \"#\" or \"[\", or contain \"=\" or a "
+                       "newline");
   }
-  if (strchr(value, '\n') != NULL) return wrong_usage("%s", "a value is one line");
+  if (strchr(value, '\n') != NULL) {
+    return usage_error("%s", "a value cannot contain a newline");
+  }
 
   GConf* const conf = open_conf(file, true);
   if (conf == NULL) return EXIT_FAILURE;
@@ -178,7 +180,7 @@ static void print_entries(const GConfSection* section) {
   }
 }
 
-/* The whole configuration is shown as g_conf_sync() would write it. */
+/* Prints the whole configuration as g_conf_sync() would write it. */
 static int list(const char* file, int n, char** arguments) {
   GConf* const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
@@ -202,13 +204,13 @@ static int list(const char* file, int n, char** arguments) {
 
 /* ---- lint --------------------------------------------------------------------------- */
 
-/* A part of the file's text. */
+/* A piece of the file's text. */
 struct span {
   const char* begin;
   size_t size;
 };
 
-/* A section, or a key of a section, and the line that it came from. */
+/* A section, or a key of a section, and the line where it was seen. */
 struct seen {
   int line;
   char name[]; /* lower case; a key follows its section and a newline */
@@ -223,7 +225,7 @@ struct lint {
   struct seen* section; /* the current one; null before the first */
 };
 
-static void forget(void* key, void* value) {
+static void free_record(void* key, void* value) {
   (void)key;
   free(value);
 }
@@ -252,7 +254,7 @@ static struct span trimmed(struct span text) {
   return text;
 }
 
-static int shown(struct span text) {
+static int shown_length(struct span text) {
   enum { LONGEST = 100 };
   return text.size < LONGEST ? (int)text.size : LONGEST;
 }
@@ -264,27 +266,27 @@ static char* append_lower(char* to, struct span text) {
   return to;
 }
 
-/* The record of a section, or of `key` in the section `seen`; a new one has the number of
- * the current line. Null when memory is exhausted. */
+/* Returns the record of a section, or of a key in `section`; a new one gets the number of the
+ * current line. Null when memory is exhausted. */
 static struct seen* remember(struct lint* lint, const struct seen* section,
                              struct span text) {
   const size_t section_size = section == NULL ? 0 : strlen(section->name);
   const size_t prefix = section == NULL ? 0 : section_size + 1;
-  struct seen* const fresh = malloc(sizeof *fresh + prefix + text.size + 1);
-  if (fresh == NULL) {
+  struct seen* const added = malloc(sizeof *added + prefix + text.size + 1);
+  if (added == NULL) {
     lint->out_of_memory = true;
     return NULL;
   }
   if (section != NULL) {
-    memcpy(fresh->name, section->name, section_size);
-    fresh->name[section_size] = '\n';
+    memcpy(added->name, section->name, section_size);
+    added->name[section_size] = '\n';
   }
-  append_lower(fresh->name + prefix, text);
-  fresh->line = lint->line;
-  struct seen* const known = g_hash_find(lint->seen, fresh->name);
-  if (known == NULL && g_hash_insert(lint->seen, fresh->name, fresh) == 0) return fresh;
+  append_lower(added->name + prefix, text);
+  added->line = lint->line;
+  struct seen* const known = g_hash_find(lint->seen, added->name);
+  if (known == NULL && g_hash_insert(lint->seen, added->name, added) == 0) return added;
   if (known == NULL) lint->out_of_memory = true;
-  free(fresh);
+  free(added);
   return known;
 }
 
@@ -300,8 +302,8 @@ static void lint_header(struct lint* lint, struct span line) {
   struct seen* const section = remember(lint, NULL, name);
   if (section == NULL) return;
   if (section->line != lint->line) {
-    finding(lint, "section \"%.*s\" continues the one of line %d", shown(name), name.begin,
-            section->line);
+    finding(lint, "section \"%.*s\" continues the one on line %d", shown_length(name),
+            name.begin, section->line);
   }
   lint->section = section;
 }
@@ -309,7 +311,7 @@ static void lint_header(struct lint* lint, struct span line) {
 static void lint_key(struct lint* lint, struct span key) {
   struct seen* const seen = remember(lint, lint->section, key);
   if (seen == NULL || seen->line == lint->line) return;
-  finding(lint, "key \"%.*s\" replaces the value of line %d", shown(key), key.begin,
+  finding(lint, "key \"%.*s\" replaces the value on line %d", shown_length(key), key.begin,
           seen->line);
   seen->line = lint->line;
 }
@@ -339,7 +341,7 @@ static void lint_line(struct lint* lint, struct span line) {
   } else {
     const struct span key = trimmed(between(text.begin, equals));
     if (kind != NULL) {
-      finding(lint, "%s is read as the key \"%.*s\"", kind, shown(key), key.begin);
+      finding(lint, "%s is read as the key \"%.*s\"", kind, shown_length(key), key.begin);
     }
     lint_key(lint, key);
   }
@@ -361,7 +363,7 @@ static void lint_text(struct lint* lint, const char* text, size_t size) {
 static int lint(const char* file, int n, char** arguments) {
   (void)n;
   (void)arguments;
-  /* What cannot be loaded need not be looked at. */
+  /* Programs could not load it, either. */
   GConf* const conf = open_conf(file, false);
   if (conf == NULL) return EXIT_FAILURE;
   g_conf_close(conf);
@@ -370,7 +372,7 @@ static int lint(const char* file, int n, char** arguments) {
   errno = 0;
   char* const text = g_file_read_buf(file, &size);
   struct lint lint = {.file = file};
-  lint.seen = g_hash_new(64, g_hash_str, g_hash_str_equal, forget);
+  lint.seen = g_hash_new(64, g_hash_str, g_hash_str_equal, free_record);
   if (text != NULL && lint.seen != NULL) lint_text(&lint, text, (size_t)size);
   int status = lint.findings > 0 ? EXIT_FAILURE : EXIT_SUCCESS;
   if (text == NULL && errno != 0) {
@@ -391,22 +393,22 @@ static const char usage[] =
     "       gw-conf [--force] FILE unset SECTION [KEY]\n"
     "       gw-conf FILE list [SECTION]\n"
     "       gw-conf FILE lint\n"
-    "Reads, changes and examines a configuration file.\n"
+    "Reads, changes and checks a configuration file.\n"
     "\n"
-    "  get     print a value; DEFAULT, or nothing, if there is none\n"
-    "  set     store a value; creates file, section and key if need be\n"
+    "  get     print a value; if there is none, DEFAULT or nothing\n"
+    "  set     store a value; creates file, section and key if necessary\n"
     "  unset   remove a key, or a section with all its keys\n"
     "  list    print all sections without comments, or the keys of one section\n"
-    "  lint    name the lines that are ignored, merged or cut when the file is read\n"
+    "  lint    report lines that are ignored, merged or cut when the file is read\n"
     "\n"
-    "Comments, order and spacing of the file stay.\n"
+    "Comments, order and spacing of the file are kept.\n"
     "\n"
-    "      --force     change the file even if another program changes it at that moment\n"
+    "      --force     change the file even if another program has just changed it\n"
     "      --help      print this and exit\n"
     "      --version   print the version and exit\n"
     "\n"
-    "Exit status: 0 when done; 1 on failure, if the section or key does not exist, and if\n"
-    "lint found something; 2 for a wrong command line.\n";
+    "Exit status: 0 on success; 1 on failure, if the section or key does not exist, or if\n"
+    "lint found something; 2 on wrong usage.\n";
 
 struct command {
   const char* name;
@@ -425,25 +427,25 @@ static const struct command* find_command(const char* name) {
   return NULL;
 }
 
-/* What was printed counts only once it is out. */
+/* Output may fail as late as the flush. */
 static int finish(int status) {
   if (fflush(stdout) != EOF && !ferror(stdout)) return status;
-  /* Whoever closed the pipe has seen enough, also when the signal is ignored. */
+  /* The reader of the pipe has gone away: no message, even where SIGPIPE is ignored. */
   if (errno == EPIPE) return EXIT_FAILURE;
   return failed("standard output", strerror(errno));
 }
 
 static int run(int n, char** arguments) {
-  if (n < 2) return wrong_usage("a file and a command are wanted%s", "");
+  if (n < 2) return usage_error("expected a file and a command%s", "");
   const struct command* const command = find_command(arguments[1]);
   if (command == NULL && find_command(arguments[0]) != NULL) {
-    return wrong_usage("the file comes first, then '%s'", arguments[0]);
+    return usage_error("the file comes first, then '%s'", arguments[0]);
   }
-  if (command == NULL) return wrong_usage("there is no command '%s'", arguments[1]);
+  if (command == NULL) return usage_error("unknown command '%s'", arguments[1]);
   if (n - 2 < command->least)
-    return wrong_usage("'%s' wants more arguments", command->name);
+    return usage_error("too few arguments for '%s'", command->name);
   if (n - 2 > command->most)
-    return wrong_usage("too many arguments for '%s'", command->name);
+    return usage_error("too many arguments for '%s'", command->name);
   return finish(command->run(arguments[0], n - 2, arguments + 2));
 }
 
@@ -469,7 +471,7 @@ int main(int argc, char** argv) {
       case VERSION:
         puts("gw-conf (groundwork) " GROUNDWORK_VERSION);
         return finish(EXIT_SUCCESS);
-      default: /* getopt_long() has said what is wrong */
+      default: /* getopt_long() has printed the error */
         return EXIT_USAGE;
     }
   }

@@ -1,4 +1,4 @@
-/* gw-log: shows and switches the marker files that choose how much programs log.
+/* gw-log: shows and switches the marker files that set how much programs log.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -46,7 +46,7 @@ static int ignore_announcement(const char* text, void* arg) {
   return 0;
 }
 
-/* The level that a program which starts now will choose: asks the library itself. */
+/* The level that a program would choose if it started now, as the library itself finds it. */
 static int chosen_level(void) {
   g_debug_set_handler(ignore_announcement, NULL);
   g_debug_init();
@@ -58,7 +58,7 @@ static int chosen_level(void) {
 static const char* state_of(const char* marker) {
   struct stat status;
   if (g_file_exist(marker)) return "present";
-  return lstat(marker, &status) == 0 ? "no regular file, does not count" : "absent";
+  return lstat(marker, &status) == 0 ? "not a regular file, ignored" : "absent";
 }
 
 static int show(void) {
@@ -74,12 +74,12 @@ static int show(void) {
   return EXIT_SUCCESS;
 }
 
-/* Anyone may put a link into /tmp: follows none, and leaves what is there as it is. */
+/* Anyone can put a link into /tmp, so this follows none, and never changes what is there. */
 static bool create_marker(const char* marker) {
   if (g_file_exist(marker)) return true;
   const int fd = open(marker, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
   if (fd == -1) {
-    failed(marker, errno == EEXIST ? "is no regular file" : strerror(errno));
+    failed(marker, errno == EEXIST ? "not a regular file" : strerror(errno));
     return false;
   }
   close(fd);
@@ -92,9 +92,9 @@ static bool remove_marker(const char* marker) {
   return false;
 }
 
-/* The marker comes before the others go, so that no program which starts meanwhile finds
- * none and falls silent. */
-static int choose(const struct level* wanted) {
+/* Creates the marker before it removes the others: a program that starts in between must not
+ * find none and fall silent. */
+static int set_level(const struct level* wanted) {
   if (wanted->marker != NULL && !create_marker(wanted->marker)) return EXIT_FAILURE;
   bool done = true;
   for (int i = 0; i < LEVELS; ++i) {
@@ -108,19 +108,19 @@ static int choose(const struct level* wanted) {
 
 static const char usage[] =
     "Usage: gw-log [LEVEL]\n"
-    "Shows, or with LEVEL chooses, how much programs log that start from now on.\n"
+    "Shows how much programs will log when they start, or sets it to LEVEL.\n"
     "\n"
     "  debug, 0        everything\n"
-    "  message, 1      notices and what follows\n"
-    "  information, 2  what applications have to say, and what follows\n"
-    "  warning, 3      failures of the system and errors\n"
+    "  message, 1      notices, and everything below\n"
+    "  information, 2  information from applications, and everything below\n"
+    "  warning, 3      failed system calls, and errors\n"
     "  error, 4        failed argument checks only\n"
     "  silent, 99      nothing\n"
     "\n"
     "      --help      print this and exit\n"
     "      --version   print the version and exit\n"
     "\n"
-    "Exit status: 0 when done, 1 on failure, 2 for a wrong command line.\n";
+    "Exit status: 0 on success, 1 on failure, 2 on wrong usage.\n";
 
 static const struct level* find_level(const char* text) {
   for (int i = 0; i < LEVELS; ++i) {
@@ -134,16 +134,17 @@ static const struct level* find_level(const char* text) {
 static int run(int n, char** arguments) {
   if (n == 0) return show();
   const struct level* const level = n == 1 ? find_level(arguments[0]) : NULL;
-  if (level != NULL) return choose(level);
+  if (level != NULL) return set_level(level);
   if (n > 1) {
-    fputs("gw-log: one level is wanted, not several; see gw-log --help\n", stderr);
+    fputs("gw-log: expected one level, not several; see gw-log --help\n", stderr);
   } else {
-    fprintf(stderr, "gw-log: there is no level '%s'; see gw-log --help\n", arguments[0]);
+    fprintf(stderr, "gw-log: unknown level '%s'; see gw-log --help\n", arguments[0]);
   }
   return EXIT_USAGE;
 }
 
-/* What was printed counts only once it is out. A reader that has gone knows why. */
+/* Output may fail as late as the flush. When the reader of a pipe has gone away, there is no
+ * message. */
 static int finish(int status) {
   if (fflush(stdout) == EOF || ferror(stdout)) {
     if (errno == EPIPE) return EXIT_FAILURE;
@@ -167,7 +168,7 @@ int main(int argc, char** argv) {
     case VERSION:
       puts("gw-log (groundwork) " GROUNDWORK_VERSION);
       return finish(EXIT_SUCCESS);
-    default: /* getopt_long() has said what is wrong */
+    default: /* getopt_long() has printed the error */
       return EXIT_USAGE;
   }
 }

@@ -164,9 +164,9 @@ class Files(Case):
 
     def test_the_input_is_not_taken_as_output(self):
         path = self.file("a", b"data")
-        self.assert_fails(run("-o", path, path), f"gw-cat: {path}: input is output")
+        self.assert_fails(run("-o", path, path), f"gw-cat: {path}: input file is output file")
         with open(path, "ab") as out:
-            self.assert_fails(run(path, stdout=out), f"gw-cat: {path}: input is output")
+            self.assert_fails(run(path, stdout=out), f"gw-cat: {path}: input file is output file")
         self.assertEqual(self.content(path), b"data")
 
     def test_an_unknown_scheme_fails(self):
@@ -241,7 +241,7 @@ class Http(Case):
         for status in ("404 Not Found", "500 Internal Server Error", "403 Forbidden"):
             with Server(f"HTTP/1.0 {status}\r\n\r\n".encode()) as server:
                 self.assert_fails(run(server.url()),
-                                  f"gw-cat: {server.url()}: the server answered {status}")
+                                  f"gw-cat: {server.url()}: the server returned {status}")
 
     def test_a_redirection_is_told_with_its_target(self):
         reply = (b"HTTP/1.1 301 Moved Permanently\r\nServer: x\r\n"
@@ -255,23 +255,23 @@ class Http(Case):
     def test_a_redirection_without_a_target_is_a_status(self):
         with Server(b"HTTP/1.0 301 Moved\r\n\r\n") as server:
             self.assert_fails(run(server.url()),
-                              f"gw-cat: {server.url()}: the server answered 301 Moved")
+                              f"gw-cat: {server.url()}: the server returned 301 Moved")
 
     def test_a_refused_range_is_told(self):
         with Server(b"HTTP/1.1 416 Range Not Satisfiable\r\n\r\n") as server:
             self.assert_fails(run("--offset", "9", server.url()), f"gw-cat: {server.url()}: "
-                              "the server answered 416 Range Not Satisfiable")
+                              "the server returned 416 Range Not Satisfiable")
             self.assertIn(b"\r\nRange: bytes=9-\r\n", server.requests[1])
 
     def test_a_server_that_talks_nonsense_is_told(self):
         with Server(b"nonsense\r\n") as server:
             self.assert_fails(run(server.url()), f"gw-cat: {server.url()}: "
-                              "the server's answer was neither 200 nor 206")
+                              "the server's status was neither 200 nor 206")
 
     def test_silence_is_told(self):
         with Server(b"") as server:
             self.assert_fails(run(server.url()), f"gw-cat: {server.url()}: "
-                              "the server closed the connection without an answer")
+                              "the server closed the connection without a response")
 
     def test_a_refused_connection_is_told_in_one_line(self):
         with Server(b"") as server:
@@ -309,7 +309,7 @@ class Http(Case):
 
     def test_https_is_told(self):
         for url in ("https://127.0.0.1/x", "HTTPS://127.0.0.1/x"):
-            self.assert_fails(run(url), f"gw-cat: {url}: https is not spoken, only http")
+            self.assert_fails(run(url), f"gw-cat: {url}: https is not supported, only http")
 
     def test_a_url_that_is_too_long_is_told(self):
         url = "http://127.0.0.1/" + "x" * 9000

@@ -122,8 +122,8 @@ class Set(Case):
         self.write("# comment\n[a]\nk=1\n\0[b]\n")
         before = self.text()
         self.assert_fails(self.run_on("set", "a", "l", "2"),
-                          f"{self.conf}: there is a NUL byte in it; --force writes it anew, "
-                          "without comments and what follows that byte")
+                          f"{self.conf}: contains a NUL byte; --force rewrites it without comments "
+                          "and without what follows that byte")
         self.assertEqual(self.text(), before)
         self.assertEqual(run("--force", self.conf, "set", "a", "l", "2"), (0, "", ""))
         self.assertEqual(self.text(), "[a]\nk=1\nl=2\n")
@@ -158,8 +158,8 @@ class Meanwhile(Case):
         self.write("[a]\nk=3\nl=4\n")
         fcntl.flock(folder, fcntl.LOCK_UN)
         self.assert_fails(self.result(program),
-                          f"{self.conf}: another program has changed it; --force changes it all "
-                          "the same")
+                          f"{self.conf}: changed by another program meanwhile; --force changes it "
+                          "anyway")
         self.assertEqual(self.text(), "[a]\nk=3\nl=4\n")
 
     def test_with_force_it_is_changed_all_the_same(self):
@@ -237,13 +237,13 @@ class Lint(Case):
                 ("[s] # why\nk=1\n", [(1, 'text after "]" is ignored')]),
                 ("[s]]\n", [(1, 'text after "]" is ignored')]),
                 ("[s]\nk\n", [(2, 'line without "=" is ignored')]),
-                ("[s]\nk=1\n\nK =2\nk=3\n", [(4, 'key "K" replaces the value of line 2'),
-                                            (5, 'key "k" replaces the value of line 4')]),
-                ("[s]\n[t]\n[S]\n[s]\n", [(3, 'section "S" continues the one of line 1'),
-                                          (4, 'section "s" continues the one of line 1')]),
+                ("[s]\nk=1\n\nK =2\nk=3\n", [(4, 'key "K" replaces the value on line 2'),
+                                            (5, 'key "k" replaces the value on line 4')]),
+                ("[s]\n[t]\n[S]\n[s]\n", [(3, 'section "S" continues the one on line 1'),
+                                          (4, 'section "s" continues the one on line 1')]),
                 ("[s]\nk=1\n[t]\nk=2\n[s]\nk=3\n",
-                 [(5, 'section "s" continues the one of line 1'),
-                  (6, 'key "k" replaces the value of line 2')]),
+                 [(5, 'section "s" continues the one on line 1'),
+                  (6, 'key "k" replaces the value on line 2')]),
                 ("[s]\n [t]\nk=1\n", [(2, "indented section header is ignored")]),
                 (" [s]\n", [(1, "indented section header is ignored")]),
                 (" [s] a=1\n", [(1, "indented section header is ignored")]),
@@ -253,7 +253,7 @@ class Lint(Case):
                  [(1, "indented comment is ignored"), (3, "indented comment is ignored"),
                   (4, 'indented comment is read as the key "# d"'),
                   (5, 'indented comment is read as the key "# d"'),
-                  (5, 'key "# d" replaces the value of line 4')]),
+                  (5, 'key "# d" replaces the value on line 4')]),
                 ("[s]\nk=1\0l\nm\n", [(2, "NUL byte: the rest of the file is ignored")])):
             self.assertEqual(self.findings(text), found, text)
 
@@ -264,8 +264,8 @@ class Lint(Case):
         text = "".join(f"[s{i}]\n" + "".join(f"k{j}=\n" for j in range(50)) for i in range(50))
         self.assertEqual(self.findings(text), [])
         self.assertEqual(self.findings(text + "[S7]\nK9=\n"), [
-            (51 * 50 + 1, f'section "S7" continues the one of line {51 * 7 + 1}'),
-            (51 * 50 + 2, f'key "K9" replaces the value of line {51 * 7 + 11}')])
+            (51 * 50 + 1, f'section "S7" continues the one on line {51 * 7 + 1}'),
+            (51 * 50 + 2, f'key "K9" replaces the value on line {51 * 7 + 11}')])
 
 
 class Failures(Case):

@@ -80,7 +80,7 @@ class Markers(unittest.TestCase):
         os.mkdir(MARKERS[0])
         os.symlink("/nowhere", MARKERS[1])
         self.create("error")
-        other = "no regular file, does not count"
+        other = "not a regular file, ignored"
         self.assertEqual(self.shown(), ("error", [other, other, "absent", "absent", "present"]))
 
     def test_each_level_is_chosen_by_name_and_by_number(self):
@@ -101,10 +101,10 @@ class Markers(unittest.TestCase):
         with open(MARKERS[2], encoding="ascii") as marker:
             self.assertEqual(marker.read(), "mine")
 
-    def test_what_is_no_regular_file_is_left_alone(self):
+    def test_what_is_not_a_regular_file_is_left_alone(self):
         os.mkdir(MARKERS[0])
         self.create("error")
-        self.assertEqual(run("debug"), (1, "", "gw-log: /tmp/vk_debug: is no regular file\n"))
+        self.assertEqual(run("debug"), (1, "", "gw-log: /tmp/vk_debug: not a regular file\n"))
         self.assertEqual(self.present(), ["debug", "error"], "nothing is removed after a failure")
         self.assertEqual(run("warning"), (0, "", ""))
         self.assertEqual(self.present(), ["debug", "warning"])
@@ -112,7 +112,7 @@ class Markers(unittest.TestCase):
     def test_a_link_to_nothing_is_not_followed(self):
         target = f"/tmp/groundwork-link-target.{os.getpid()}"
         os.symlink(target, MARKERS[3])
-        self.assertEqual(run("warning"), (1, "", "gw-log: /tmp/vk_warning: is no regular file\n"))
+        self.assertEqual(run("warning"), (1, "", "gw-log: /tmp/vk_warning: not a regular file\n"))
         self.assertFalse(os.path.lexists(target))
 
     def test_a_full_disk_is_told(self):
