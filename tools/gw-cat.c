@@ -1,4 +1,5 @@
-/* gw-cat: writes the contents of a URL, a file or standard input to standard output or a file.
+/* gw-cat: writes the contents of a URL, a file or standard input to standard output or a
+ * file.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -95,8 +96,8 @@ static void format_bar(char* text, int width, double fraction) {
   memcpy(text + 1 + width, "]", 2);
 }
 
-/* One line that fills the terminal's width except for the last column, so that it overwrites
- * the previous line and never wraps. */
+/* One line that fills the terminal's width except for the last column, so that it
+ * overwrites the previous line and never wraps. */
 static void draw(const struct copy* copy, double time, bool last) {
   enum { LONGEST_LINE = 500, LONGEST_BAR = 60, SHORTEST_BAR = 5 };
   const double elapsed = time - copy->progress.start;
@@ -292,8 +293,8 @@ static int connect_to(const struct addrinfo* address) {
   return -1;
 }
 
-/* Like the library, takes the first IPv4 address, else the first IPv6 address. Returns -1 on
- * failure, with the reason in `why`. */
+/* Like the library, takes the first IPv4 address, else the first IPv6 address. Returns -1
+ * on failure, with the reason in `why`. */
 static int connect_again(const struct server* server, char* why, size_t size) {
   const struct addrinfo hints = {.ai_family = AF_UNSPEC, .ai_socktype = SOCK_STREAM};
   struct addrinfo* found = NULL;
@@ -313,7 +314,8 @@ static int connect_again(const struct server* server, char* why, size_t size) {
   return fd;
 }
 
-/* Cuts off the line end and replaces control characters, which a terminal might interpret. */
+/* Cuts off the line end and replaces control characters, which a terminal might interpret.
+ * */
 static char* clean(char* text) {
   text[strcspn(text, "\r\n")] = '\0';
   for (char* c = text; *c != '\0'; ++c) {
@@ -433,8 +435,9 @@ static void limit_http(struct copy* copy, int64_t offset) {
   copy->bounded = true;
 }
 
-/* The library prints why a connection failed; we print it, too, in a line of our own. Returns
- * a descriptor for restore_standard_error(), -1 when there is nothing to restore. */
+/* The library prints why a connection failed; we print it, too, in a line of our own.
+ * Returns a descriptor for restore_standard_error(), -1 when there is nothing to restore.
+ * */
 static int silence_library(void) {
   const int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);

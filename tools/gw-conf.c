@@ -266,8 +266,8 @@ static char* append_lower(char* to, struct span text) {
   return to;
 }
 
-/* Returns the record of a section, or of a key in `section`; a new one gets the number of the
- * current line. Null when memory is exhausted. */
+/* Returns the record of a section, or of a key in `section`; a new one gets the number of
+ * the current line. Null when memory is exhausted. */
 static struct seen* remember(struct lint* lint, const struct seen* section,
                              struct span text) {
   const size_t section_size = section == NULL ? 0 : strlen(section->name);

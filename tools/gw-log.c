@@ -46,7 +46,8 @@ static int ignore_announcement(const char* text, void* arg) {
   return 0;
 }
 
-/* The level that a program would choose if it started now, as the library itself finds it. */
+/* The level that a program would choose if it started now, as the library itself finds it.
+ * */
 static int chosen_level(void) {
   g_debug_set_handler(ignore_announcement, NULL);
   g_debug_init();
@@ -74,7 +75,8 @@ static int show(void) {
   return EXIT_SUCCESS;
 }
 
-/* Anyone can put a link into /tmp, so this follows none, and never changes what is there. */
+/* Anyone can put a link into /tmp, so this follows none, and never changes what is there.
+ * */
 static bool create_marker(const char* marker) {
   if (g_file_exist(marker)) return true;
   const int fd = open(marker, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
@@ -92,8 +94,8 @@ static bool remove_marker(const char* marker) {
   return false;
 }
 
-/* Creates the marker before it removes the others: a program that starts in between must not
- * find none and fall silent. */
+/* Creates the marker before it removes the others: a program that starts in between must
+ * not find none and fall silent. */
 static int set_level(const struct level* wanted) {
   if (wanted->marker != NULL && !create_marker(wanted->marker)) return EXIT_FAILURE;
   bool done = true;
@@ -143,8 +145,8 @@ static int run(int n, char** arguments) {
   return EXIT_USAGE;
 }
 
-/* Output may fail as late as the flush. When the reader of a pipe has gone away, there is no
- * message. */
+/* Output may fail as late as the flush. When the reader of a pipe has gone away, there is
+ * no message. */
 static int finish(int status) {
   if (fflush(stdout) == EOF || ferror(stdout)) {
     if (errno == EPIPE) return EXIT_FAILURE;

@@ -1,15 +1,14 @@
 /*
- * Callbacks: parts of a program take part in what another does, and need not know each
+ * Callbacks: parts of a program react to what another part does, without knowing each
  * other.
  *
  *   callbacks LITRES...
  *
- * A pump is asked for some litres at a time.
+ * Each argument requests some litres from a pump.
  *
- * - a callback list holds the checks before it runs: the first that refuses is the last
- * that runs
- * - the module registry holds who wants to know of what, by a number that the program gives
- * out
+ * - a callback list holds the checks before a run; it stops at the first that refuses
+ * - the module registry holds the functions to call for each event; the program assigns the
+ *   events their numbers
  *
  * SPDX-License-Identifier: MIT
  */
@@ -18,7 +17,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-/* Numbers of the registry: what has happened. */
+/* The numbers of the events in the registry. */
 enum { PUMPED = 1, TANK_LOW = 2 };
 
 struct pump {
@@ -31,7 +30,7 @@ struct request {
   const char* refusal; /* set by the check that refuses */
 };
 
-/* ---- Checks: 0 agrees, anything else refuses and ends the round ---------------------- */
+/* ---- Checks: 0 accepts, anything else refuses and stops the list --------------------- */
 
 static int is_sensible(void* arg, void* data) {
   struct request* request = arg;
@@ -51,8 +50,8 @@ static int is_in_the_tank(void* arg, void* data) {
   return 1;
 }
 
-/* A function may remove its own entry, the same function with the same data. It must leave
- * the entry after it alone. */
+/* A function may remove its own entry (the same function with the same data), but not the
+ * entry after it. */
 static int greet(void* arg, void* data) {
   struct pump* pump = data;
 
@@ -61,7 +60,7 @@ static int greet(void* arg, void* data) {
   return g_callback_remove(pump->checks, greet, pump);
 }
 
-/* ---- Who wants to know --------------------------------------------------------------- */
+/* ---- Listeners ----------------------------------------------------------------------- */
 
 static int show(void* arg, void* data) {
   const struct request* request = arg;
@@ -85,18 +84,18 @@ static int call_for_water(void* arg, void* data) {
   return 0;
 }
 
-/* ---- The pump knows none of them ----------------------------------------------------- */
+/* ---- The pump, which knows none of them ---------------------------------------------- */
 
 static void run(struct pump* pump, int litres) {
   struct request request = {litres, NULL};
 
-  /* -1: one of them has refused. */
+  /* -1: one of them refused. */
   if (g_callback_execute(pump->checks, &request) != 0) {
     printf("refused: %s\n", request.refusal);
     return;
   }
   pump->tank -= litres;
-  /* Nobody need have registered. */
+  /* It is fine if nobody has registered. */
   g_module_callback_execute(PUMPED, &request);
   if (pump->tank < 50) g_module_callback_execute(TANK_LOW, NULL);
 }
@@ -111,21 +110,21 @@ int main(int argc, char** argv) {
   }
   if (pump.checks == NULL) return 1;
 
-  /* The smaller number runs first, in whatever order they are added. */
+  /* Lower numbers run first, in whatever order they were added. */
   g_callback_add(pump.checks, is_in_the_tank, &pump, 20);
   g_callback_add(pump.checks, is_sensible, NULL, 10);
   g_callback_add(pump.checks, greet, &pump, 0);
 
-  g_module_init(); /* once for the process: a second call would lose the first registry */
+  g_module_init(); /* once per process: a second call would lose the first registry */
   g_module_callback_register(PUMPED, show, &pump, 10);
   g_module_callback_register(PUMPED, add_up, &total,
-                             10); /* equal: in the order of registration */
+                             10); /* same priority: in the order of registration */
   g_module_callback_register(TANK_LOW, call_for_water, "watchman", 10);
 
   for (int i = 1; i < argc; ++i) run(&pump, atoi(argv[i]));
   printf("%d litres in all\n", total);
 
-  /* A part that goes takes its entry along; the function and the data say which. */
+  /* A part that ends removes its entry, which its function and data identify. */
   g_module_callback_cancel(PUMPED, show, &pump);
   g_module_cleanup();
   g_callback_free(pump.checks);

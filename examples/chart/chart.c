@@ -27,7 +27,7 @@ struct sample {
 static const char* const names[3] = {"processor", "memory", "filesystem"};
 static const char* const colours[3] = {"#c2410c", "#1d4ed8", "#15803d"};
 
-/* A sample from a line; null for the header, and for a line that was cut. */
+/* Parses a line; null for the header and for a truncated line. */
 static struct sample* parse(const char* line) {
   char** fields = g_strsplit(line, ",", FIELDS);
   struct sample* sample = NULL;
@@ -48,7 +48,7 @@ static struct sample* parse(const char* line) {
   return sample;
 }
 
-/* The samples of a file, first ones first. */
+/* Returns the samples of a file, oldest first. */
 static GList* load(const char* name) {
   int64_t length = 0;
   char* text = g_file_read_buf(name, &length); /* ends in a NUL byte */
@@ -156,7 +156,7 @@ int main(int argc, char** argv) {
   printf("</svg>\n");
 
   for (node = samples; node != NULL; node = node->next)
-    free(node->data); /* a list owns nothing */
+    free(node->data); /* the list does not own them */
   g_list_free(samples);
   return fflush(stdout) == 0 ? 0 : 1;
 }

@@ -1,11 +1,11 @@
 /*
- * Configuration: settings in a text file that people edit, too, and callbacks that follow
- * every change.
+ * Configuration: settings in a text file that people can edit, and callbacks for every
+ * change.
  *
  *   configuration FILE
  *
- * Run it twice: the second run finds what the first one has stored. Then change a line of
- * FILE and run it again.
+ * Run it twice: the second run finds what the first one stored. Then change a line of FILE
+ * and run it again.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -13,7 +13,7 @@
 
 #include <stdio.h>
 
-/* What the program works with; the callbacks keep it as the configuration has it. */
+/* The settings that the program works with; the callbacks keep them up to date. */
 struct heating {
   GConf* conf;
   int degrees;
@@ -21,7 +21,7 @@ struct heating {
 };
 
 /* Runs on the thread that wrote a new value, before the write returns. `change->value` is
- * the text as it was written; typed reads give the rest. */
+ * the text that was written; typed reads convert it. */
 static int on_change(const GConfChange* change, void* data) {
   struct heating* heating = data;
 
@@ -32,7 +32,7 @@ static int on_change(const GConfChange* change, void* data) {
   return 0; /* anything else would keep further callbacks of this key from running */
 }
 
-/* A callback may write: here the setting is put back into its bounds, which runs the
+/* A callback may write: this one moves the setting back into bounds, which runs the
  * callbacks of the key once more. */
 static int keep_bounds(const GConfChange* change, void* data) {
   struct heating* heating = data;
@@ -63,16 +63,16 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  /* A missing file is an empty configuration: the defaults stand in the reads. With null
-   * instead of a name, ./<package>.conf or /etc/<package>.conf would be looked for. */
+  /* A missing file is an empty configuration: each read names its default. With a null name
+   * this would open ./<package>.conf or /etc/<package>.conf. */
   conf = g_conf_open(argv[1]);
-  if (conf == NULL) return 1; /* it has been logged why */
+  if (conf == NULL) return 1; /* the reason has been logged */
   heating.conf = conf;
 
   printf("found:\n");
   print_all(conf);
 
-  /* Names of sections and keys may be spelled in any case, except here. */
+  /* Section and key names are case-insensitive, but not in registrations. */
   g_conf_register_callback(conf, "heating", "degrees", on_change, &heating);
   g_conf_register_callback(conf, "heating", "degrees", keep_bounds, &heating);
   g_conf_register_callback(conf, "heating", "on", on_change, &heating);
@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
   g_conf_write_int(conf, "heating", "degrees", 22);
   g_conf_write_int(conf, "heating", "degrees", 22); /* no change, no callback */
   g_conf_write_int(conf, "heating", "degrees", 45);
-  g_conf_write_boolean(conf, "heating", "on", 1);    /* is stored as "TRUE" */
+  g_conf_write_boolean(conf, "heating", "on", 1);    /* stored as "TRUE" */
   g_conf_write_string(conf, "heating", "on", "yes"); /* only "TRUE" is true */
 
   /* Strings belong to the configuration and stay valid until their key changes. */
@@ -89,8 +89,8 @@ int main(int argc, char** argv) {
   g_conf_write_string(conf, "count", "scratch", "gone before anybody sees it");
   g_conf_remove_key(conf, "count", "scratch");
 
-  /* Up to here all of it has happened in memory. The file is written as a whole, and only
-   * if something has changed. Comments in it are not kept. */
+  /* So far everything has happened in memory. The file is rewritten as a whole, and only if
+   * something has changed. Its comments are lost; g_conf_save() would keep them. */
   g_conf_sync(conf);
   printf("stored:\n");
   print_all(conf);

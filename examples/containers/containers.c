@@ -1,15 +1,15 @@
 /*
- * Containers: counts the words of standard input, with each of the four where it fits.
+ * Containers: counts the words of standard input, using each of the four where it fits.
  *
  *   containers < TEXT
  *
- * - a queue takes the lines in, at one end, and gives them out at the other; any number of
- *   threads might do both at the same time
+ * - a queue takes lines in at one end and returns them at the other; any number of threads
+ *   could do either
  * - a hash table finds the counter of a word
- * - a ring of fixed size keeps the last three words that were new
- * - a list puts the counters into the order in which they are printed
+ * - a ring of fixed size keeps the last three new words
+ * - a list holds the counters in the order in which they are printed
  *
- * All of them hold pointers and own none of what these point to.
+ * All of them hold pointers, and do not own what these point to.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -23,7 +23,7 @@ struct counter {
   int count;
 };
 
-/* ---- The queue: lines that wait ----------------------------------------------------- */
+/* ---- The queue: lines to be counted ------------------------------------------------- */
 
 static void read_lines(GQueue* lines) {
   char buffer[1000];
@@ -37,9 +37,9 @@ static void read_lines(GQueue* lines) {
 
 /* ---- The hash table: word to counter ------------------------------------------------ */
 
-/* The table calls it for each pair that is left in it when it is freed. */
+/* Called for each pair that is in the table when it is freed. */
 static void free_counter(void* key, void* value) {
-  free(key); /* which is the counter's word */
+  free(key); /* the counter's word */
   free(value);
 }
 
@@ -50,7 +50,7 @@ static struct counter* count_word(GHash* words, const char* word) {
     counter = g_malloc0(sizeof *counter);
     if (counter == NULL) return NULL;
     counter->word = g_strdup(word);
-    /* The table stores the key's pointer: the key has to live as long as the pair. */
+    /* The table stores the pointer to the key: the key has to live as long as the pair. */
     if (counter->word == NULL || g_hash_insert(words, counter->word, counter) != 0) {
       free_counter(counter->word, counter);
       return NULL;
@@ -60,17 +60,17 @@ static struct counter* count_word(GHash* words, const char* word) {
   return counter;
 }
 
-/* ---- The ring: the newest few ------------------------------------------------------- */
+/* ---- The ring: the newest words ----------------------------------------------------- */
 
 static void keep_newest(GFifo* newest, struct counter* counter) {
-  /* A full ring refuses; whoever wants the newest makes room first. */
+  /* A full ring rejects new elements: make room first. */
   if (g_fifo_full(newest)) g_fifo_get(newest);
   g_fifo_put(newest, counter);
 }
 
-/* ---- The list: an order of our own -------------------------------------------------- */
+/* ---- The list: sorted by count ------------------------------------------------------ */
 
-/* Most frequent first; among equals the one that came first. */
+/* Most frequent first; equal counts in the order of first appearance. */
 static GList* insert_sorted(GList* sorted, struct counter* counter) {
   int position = 0;
 
@@ -80,7 +80,7 @@ static GList* insert_sorted(GList* sorted, struct counter* counter) {
     if (other->count < counter->count) break;
     ++position;
   }
-  return g_list_insert_before(sorted, counter, position); /* the head may be a new one */
+  return g_list_insert_before(sorted, counter, position); /* the head may change */
 }
 
 static void print_counter(void* data, void* user_data) {
@@ -101,9 +101,9 @@ int main(void) {
   read_lines(lines);
   printf("%u lines\n", (unsigned)g_queue_count(lines));
 
-  /* Nothing waits: an empty queue answers null. */
+  /* This never waits: an empty queue returns null. */
   while ((line = g_queue_dequeue(lines, NULL)) != NULL) {
-    char** pieces = g_strsplit(line, " ", 0); /* two blanks give an empty piece */
+    char** pieces = g_strsplit(line, " ", 0); /* two spaces make an empty piece */
 
     for (char** piece = pieces; piece != NULL && *piece != NULL; ++piece) {
       struct counter* counter = **piece == '\0' ? NULL : count_word(words, *piece);
@@ -127,7 +127,7 @@ int main(void) {
   while (!g_fifo_empty(newest)) printf(" %s", ((struct counter*)g_fifo_get(newest))->word);
   printf("\n");
 
-  g_list_free(sorted); /* the nodes; the counters are the table's */
+  g_list_free(sorted); /* only the nodes; the table owns the counters */
   g_list_free(order);
   g_fifo_free(newest);
   g_hash_free(words);

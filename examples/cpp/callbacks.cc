@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Functions in order of priority; one of them may end the round.
+// Functions in order of priority; each may stop those after it.
 #include <groundwork/groundwork.hpp>
 
 #include <cstdio>
@@ -17,7 +17,7 @@ int main() {
 
   gw::Callbacks<Reading> steps;
   steps.add(show, 3);
-  steps.add(check, 2);  // false ends the round
+  steps.add(check, 2);  // false stops here
   steps.add(correct, 1);
 
   for (const double degrees : {21.5, 250.0}) {

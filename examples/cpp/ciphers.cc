@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A block there and back, and Base64 for bytes of any value.
+// A block encrypted and decrypted, and Base64 for bytes of any value.
 #include <groundwork/groundwork.hpp>
 
 #include <cstdio>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A configuration that keeps its comments, tells of changes, and survives a power cut.
+// A configuration that keeps its comments, reports changes, and survives a power cut.
 #include <groundwork/groundwork.hpp>
 
 #include <cstdio>
@@ -19,7 +19,7 @@ int main() {
   conf.write_int("net", "port", conf.read_int("net", "port", 8079) + 1);
   conf.write_string("net", "name", "gate");
 
-  // Comments, order and blanks stay; after a power cut the file is the old one or this one.
+  // Comments, order and spaces are kept; a power cut leaves the old file or this one.
   if (const gw::Saved saved = conf.save(); !saved) {
     std::fprintf(stderr, "gateway.conf: %s\n", saved.error().text());
     return 1;

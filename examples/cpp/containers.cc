@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A queue that owns what is in it, a hash table, a ring buffer and a list.
+// A queue that owns its objects, a hash table, a ring buffer and a list.
 #include <groundwork/groundwork.hpp>
 
 #include <cstdio>
@@ -7,14 +7,14 @@
 #include <string>
 
 int main() {
-  // Objects move in and out; those that are left end with the queue.
+  // Objects move in and out; the queue destroys those that are left.
   gw::Queue<std::unique_ptr<std::string>> jobs;
   jobs.push(std::make_unique<std::string>("print"));
   jobs.push(std::make_unique<std::string>("scan"));
   if (const auto job = jobs.pop()) std::printf("first job: %s\n", (*job)->c_str());
   std::printf("%zu left\n", jobs.size());
 
-  // Pointers, which stay the program's.
+  // Pointers to objects that the program owns.
   struct Service {
     const char* name;
     int port;
@@ -26,7 +26,7 @@ int main() {
   int low_ports = 0;
   for (const auto [name, service] : by_name) {
     if (service->port < 100) ++low_ports;
-    if (service->port > 100) by_name.remove(name);  // the loop goes on safely
+    if (service->port > 100) by_name.remove(name);  // safe inside the loop
   }
   std::printf("%d below 100, %u left\n", low_ports, by_name.size());
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Files that are whole or old, directories made and removed, figures of the filesystem.
+// Files replaced as a whole, directories created, listed and removed.
 #include <groundwork/groundwork.hpp>
 
 #include <cstdio>
@@ -9,7 +9,7 @@ int main() {
     std::fprintf(stderr, "var/lib/gate: %s\n", made.error().text());
     return 1;
   }
-  // Readers see the old levels or the new ones, also after a power cut.
+  // Readers see the old levels or the new ones, even after a power cut.
   if (!gw::replace_file("var/lib/gate/levels", "low\nhigh\n")) return 1;
   if (!gw::duplicate_file("var/lib/gate/levels", "var/lib/gate/levels.bak")) return 1;
 

@@ -7,7 +7,7 @@
 
 int main() {
   g_package_set_name("waterworks");
-  g_debug_set_level2(G_LOG_INFORMATION);  // nothing below it is even formatted
+  g_debug_set_level2(G_LOG_INFORMATION);  // lower levels are not even formatted
 
   const gw::Log log("pump");
   int warnings = 0;

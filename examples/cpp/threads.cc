@@ -13,7 +13,7 @@ int main() {
   gw::Mutex mutex;
   int sum = 0;
 
-  // The ticket is taken first: a signal from now on ends the wait, however early it comes.
+  // Take the ticket first: any signal from now on ends the wait, however early it comes.
   const gw::Event::Ticket ticket = done.ticket();
   for (int i = 1; i <= 100; ++i) numbers.push(i);
   gw::Thread worker([&] {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The lines of a file or of an HTTP resource, through one handle; a limit in time for the
-// latter.
+// The lines of a file or of an HTTP resource, through one kind of handle; a time limit for
+// HTTP.
 //   urls [URL]
 #include <groundwork/groundwork.hpp>
 

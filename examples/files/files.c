@@ -1,6 +1,6 @@
 /*
- * Files and directories: keeps the versions of a small log in a folder, looks at it in
- * several ways and clears it away.
+ * Files and directories: keeps two versions of a small log in a folder, examines it in
+ * several ways and removes it.
  *
  *   files FOLDER
  *
@@ -18,15 +18,15 @@
 /* ---- Writing through a handle -------------------------------------------------------- */
 
 /* Several programs may append to one file: the lock keeps their lines apart. It does not
- * wait; here, one that is taken is a failure. */
+ * wait; here, a lock held elsewhere is a failure. */
 static int append(const char* name, const char* text) {
   int64_t length = (int64_t)strlen(text);
   GFile* file;
   int done;
 
-  g_file_touch(name);          /* creates it if there is none */
-  file = g_file_open(name, 1); /* to write, its content kept; 2 would empty it */
-  if (file == NULL) return -1; /* it has been logged why */
+  g_file_touch(name);          /* creates it if it does not exist */
+  file = g_file_open(name, 1); /* for writing, contents kept; 2 would empty it */
+  if (file == NULL) return -1; /* the reason has been logged */
   done = g_file_lock_write(file) == 0 && g_file_seek(file, 0, SEEK_END) >= 0 &&
          g_file_write(file, text, length) == length;
   g_file_unlock(file);
@@ -36,7 +36,7 @@ static int append(const char* name, const char* text) {
 
 /* ---- Reading ------------------------------------------------------------------------- */
 
-/* The whole file at once, with a NUL behind it, so that text can be used as a string. */
+/* Reads the whole file; a NUL follows, so that text can be used as a string. */
 static int count_lines(const char* name) {
   int64_t length = 0;
   char* text = g_file_read_buf(name, &length);
@@ -48,8 +48,8 @@ static int count_lines(const char* name) {
   return lines;
 }
 
-/* A view of the file itself, without a copy in memory. One page of it: that is how much
- * g_file_unmap() gives back, and a longer view would leave something behind. */
+/* A view of the file itself, without a copy in memory. Only one page: that is how much
+ * g_file_unmap() unmaps, and the rest of a longer view would stay mapped. */
 static void print_first_line(const char* name) {
   int64_t size = g_file_size(name);
   int64_t page = g_file_map_page_size();
@@ -68,12 +68,12 @@ static void print_first_line(const char* name) {
 
 /* ---- Walking ------------------------------------------------------------------------- */
 
-/* Called for each file below the folder; the sum of the results for the files directly in
- * it is the result of the walk. */
+/* Called for each file below the folder. The walk returns the sum of the results for the
+ * files directly in the folder. */
 static int count_file(const char* path, const struct stat64* status, void* data) {
   int64_t* bytes = data;
 
-  (void)status; /* all that stat() tells, for programs that look into it */
+  (void)status; /* the result of stat() */
   *bytes += g_file_size(path);
   return 1;
 }
@@ -108,7 +108,7 @@ static int work(const char* folder, const char* current, const char* old) {
   files = g_scandir(folder, count_file, &bytes);
   printf("%d file here, %" PRId64 " bytes in all\n", files, bytes);
 
-  /* The new name takes the place of a file that has it. */
+  /* A file that already has the new name is replaced. */
   if (g_file_rename(current, old) != 0) return 1;
   printf("after renaming: %d lines, today.log %s\n", count_lines(old),
          g_file_exist(current) ? "is still there" : "is gone");
@@ -124,8 +124,8 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  /* All parents are created on the way, but the last name only if a "/" follows it. The
-   * path must be writable memory. */
+  /* Creates missing parents as well, but then the last component only if a "/" follows it.
+   * The path must be writable memory. */
   folder = inside(argv[1], "old/");
   current = inside(argv[1], "today.log");
   old = inside(argv[1], "old/yesterday.log");
@@ -133,8 +133,8 @@ int main(int argc, char** argv) {
     status = work(argv[1], current, old);
   }
 
-  /* With all that is in it. Links to directories are followed: not for folders in which
-   * others can place some. */
+  /* With everything in it. This follows links to directories: use g_dir_remove() for
+   * folders in which others can create some. */
   g_rmdir(argv[1]);
   printf("the folder %s\n", g_dir_exist(argv[1]) ? "is still there" : "is gone");
   free(folder);

@@ -1,26 +1,26 @@
 /*
- * A device monitor: what the applications of this library do all day.
+ * A device monitor: a complete application of the kind that this library is for.
  *
  *   monitor [--for SECONDS]
  *
  * It opens ./monitor.conf (or /etc/monitor.conf), samples CPU, memory and filesystem on a
- * timer, and hands the samples through a queue to a writer thread that appends them to a
+ * timer, and passes the samples through a queue to a writer thread that appends them to a
  * CSV file. Settings can be changed while it runs, by lines on standard input such as
  *
  *   interval 200
  *   path /var
  *   threshold 75
  *
- * and take effect through callbacks, as does an edited monitor.conf after SIGHUP. Comments
- * in that file stay. `touch /tmp/vk_warning` before the start shows warnings. SIGINT,
- * SIGTERM or the end of --for stop it cleanly: every sample is in the CSV file, and the
+ * They take effect through callbacks, as does an edited monitor.conf after SIGHUP. Comments
+ * in that file are kept. `touch /tmp/vk_warning` before the start shows warnings. SIGINT,
+ * SIGTERM or the end of --for stops it cleanly: every sample is in the CSV file, and the
  * counters in monitor.conf are up to date. The example "chart" draws the CSV file.
  *
  * SPDX-License-Identifier: MIT
  */
 #define _POSIX_C_SOURCE 200809L
 #define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64 /* clocks go on after January 2038 */
+#define _TIME_BITS 64 /* for times after January 2038 */
 
 #include <groundwork/groundwork.h>
 #include <groundwork/safe.h>
@@ -40,7 +40,7 @@
 
 struct sample {
   int64_t time; /* milliseconds since 1970 */
-  int cpu;      /* percent, since the sample before; -1 when unknown */
+  int cpu;      /* percent, since the previous sample; -1 when unknown */
   int memory;   /* percent; -1 when unknown */
   uint32_t total_kb;
   uint32_t avail_kb;
@@ -50,7 +50,7 @@ struct sample {
 
 struct monitor {
   GConf* conf;
-  GQueue* samples;    /* struct sample *, from the timer to the writer */
+  GQueue* samples;    /* struct sample*, from the timer to the writer */
   GThreadEvent* news; /* signalled after each sample, and when no more will follow */
   GMutex* lock;       /* guards the four fields below */
   uint32_t interval;
@@ -59,11 +59,11 @@ struct monitor {
   int finished; /* no sample will follow */
 
   GFile* csv;
-  int written; /* samples in the CSV file; the writer's, read after it ended */
+  int written; /* samples in the CSV file; only the writer uses it, until it has ended */
   int failed;  /* the CSV file could not be written */
   int live;    /* standard output is a terminal */
-  int warned;  /* the timer's: the threshold is passed at the moment */
-  unsigned long long busy, total; /* the timer's: the counters at the last sample */
+  int warned;  /* only the timer uses it: the threshold is currently exceeded */
+  unsigned long long busy, total; /* only the timer: the counters at the last sample */
 };
 
 static volatile sig_atomic_t stop_requested, reload_requested;
@@ -91,8 +91,9 @@ static char* read_path(GConf* conf) {
   return g_strdup(g_conf_read_string(conf, SECTION, "path", "/"));
 }
 
-/* Follows all three settings. Runs on the thread that wrote one or reloaded the file,
- * before that returns; a setting that the file no longer has comes with the value "". */
+/* Registered for all three settings. Runs on the thread that wrote one or reloaded the
+ * file, before that call returns. For a setting that is no longer in the file, the value is
+ * "". */
 static int on_setting(const GConfChange* change, void* data) {
   struct monitor* monitor = data;
 
@@ -124,8 +125,8 @@ static int read_beginning(const char* name, char* text, size_t size) {
   return length > 0;
 }
 
-/* What the processors did since the last sample, in percent. g_sys_cpu_load() is the
- * average since the machine started, which hardly moves after a day. */
+/* The processor load since the last sample, in percent. g_sys_cpu_load() is the average
+ * since boot, which hardly moves after a day. */
 static int cpu_load(struct monitor* monitor) {
   unsigned long long busy = 0, total = 0, passed;
   char text[1024];
@@ -135,7 +136,7 @@ static int cpu_load(struct monitor* monitor) {
   if (!read_beginning("/proc/stat", text, sizeof text) || strncmp(text, "cpu ", 4) != 0)
     return -1;
   at += 4;
-  /* user nice system idle iowait irq softirq steal; the fourth and fifth are not work. */
+  /* user nice system idle iowait irq softirq steal; the fourth and fifth are idle time. */
   for (field = 1; field <= 8; field++) {
     unsigned long long ticks = strtoull(at, &at, 10);
     total += ticks;
@@ -150,8 +151,8 @@ static int cpu_load(struct monitor* monitor) {
   return load;
 }
 
-/* Memory that new programs cannot have, in percent. g_sys_mem_use() reads the lines that
- * kernels before 3.14 wrote, and is 100 with those of today. */
+/* Memory that is not available to new programs, in percent. g_sys_mem_use() reads the
+ * format of kernels before 3.14, and returns 100 with today's. */
 static int memory_use(void) {
   static const char total_name[] = "MemTotal:", available_name[] = "MemAvailable:";
   char text[1024];
@@ -188,14 +189,14 @@ static void check_threshold(struct monitor* monitor, const struct sample* sample
   monitor->warned = passed;
 }
 
-/* Runs on the timer thread; what it returns is the interval it wants next. */
+/* Runs on the timer thread; returns the next interval. */
 static uint32_t on_timer(uint32_t interval, void* param) {
   struct monitor* monitor = param;
   struct sample* sample = g_malloc0(sizeof *sample);
   char* path;
   int threshold;
 
-  if (sample == NULL) return interval; /* reported; try again next time */
+  if (sample == NULL) return interval; /* logged; try again next time */
 
   g_thread_mutex_lock(monitor->lock);
   path = g_strdup(monitor->path);
@@ -239,16 +240,16 @@ static void write_sample(struct monitor* monitor, const struct sample* sample) {
   free(line);
 }
 
-/* The writer thread. Queues do not wait, so it waits for news. */
+/* The writer thread. Queues do not block, so it waits for the event. */
 static void* run_writer(void* arg) {
   struct monitor* monitor = arg;
   int finished = 0;
 
   while (!finished) {
     struct sample* sample;
-    /* First the ticket: news that come while it looks end the wait. */
+    /* The ticket comes first: a signal from now on ends the wait below. */
     uint32_t ticket = g_thread_event_ticket(monitor->news);
-    /* Asked before the queue is emptied: what came before the end is written. */
+    /* Read before the queue is emptied, so that samples before the end are all written. */
     g_thread_mutex_lock(monitor->lock);
     finished = monitor->finished;
     g_thread_mutex_unlock(monitor->lock);
@@ -261,7 +262,7 @@ static void* run_writer(void* arg) {
   return NULL;
 }
 
-/* Opens the CSV file for appending; a new one begins with its header line. */
+/* Opens the CSV file for appending; a new one starts with a header line. */
 static GFile* open_csv(const char* name) {
   static const char header[] =
       "time_ms,cpu_percent,memory_percent,total_kb,avail_kb,interval_ms,threshold_"
@@ -274,16 +275,16 @@ static GFile* open_csv(const char* name) {
   return file;
 }
 
-/* Saves what has changed. A file that somebody edits at that moment is left to them. */
+/* Saves the changes. If somebody has edited the file meanwhile, the edit wins. */
 static int save(GConf* conf) {
   if (g_conf_save(conf, 0) != -1) return 0;
   g_log(G_LOG_WARNING, "monitor", __LINE__, "can't save '%s' - %s", conf->filename,
         strerror(errno));
-  conf->dirty = 0; /* or closing would write over it */
+  conf->dirty = 0; /* or closing would overwrite the file */
   return -1;
 }
 
-/* Takes in the edited file. It may be gone, or still the old one: then nothing changes. */
+/* Merges the edited file. If it is missing or unchanged, nothing changes. */
 static void reload(GConf* conf) {
   int changes = g_conf_reload(conf);
 
@@ -295,7 +296,7 @@ static void reload(GConf* conf) {
   }
 }
 
-/* "key value": a write through the configuration, so that the callbacks see it. */
+/* Handles "key value" by a write to the configuration, so that the callbacks run. */
 static void obey(struct monitor* monitor, char* line) {
   char** words = g_strsplit(g_strchomp(g_strchug(line)), " ", 2);
 
@@ -311,8 +312,8 @@ static void obey(struct monitor* monitor, char* line) {
   if (words != NULL) g_strfreev(words);
 }
 
-/* Obeys lines from standard input until a signal, or until `seconds` have passed (negative:
- * never). At the end of the input it goes on without. */
+/* Handles lines from standard input until a signal, or until `seconds` have passed
+ * (negative: never). It goes on after the end of the input. */
 static void run(struct monitor* monitor, int seconds) {
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
   uint32_t start = g_get_ticks();
@@ -326,7 +327,7 @@ static void run(struct monitor* monitor, int seconds) {
       reload_requested = 0;
       reload(monitor->conf);
     }
-    /* A negative descriptor is ignored: then poll() just waits. */
+    /* poll() ignores a negative descriptor and just waits. */
     if (poll(&input, 1, 100) <= 0) continue;
     if (read(STDIN_FILENO, &byte, 1) != 1) {
       input.fd = -1;
@@ -340,7 +341,7 @@ static void run(struct monitor* monitor, int seconds) {
   }
 }
 
-/* Reads the settings, follows their changes and opens the CSV file; 0 when it can start. */
+/* Reads the settings, registers for changes and opens the CSV file; 0 on success. */
 static int set_up(struct monitor* monitor) {
   static const char* const followed[] = {"interval", "path", "threshold"};
   size_t i;
@@ -360,7 +361,7 @@ static int set_up(struct monitor* monitor) {
   monitor->news = g_thread_event_new();
   monitor->lock = g_thread_mutex_new();
   monitor->live = isatty(STDOUT_FILENO);
-  cpu_load(monitor); /* the first sample has what came before it */
+  cpu_load(monitor); /* so that the first sample has something to compare with */
   return monitor->path != NULL && monitor->csv != NULL && monitor->samples != NULL &&
                  monitor->news != NULL && monitor->lock != NULL
              ? 0
@@ -399,7 +400,7 @@ int main(int argc, char** argv) {
   signal(SIGHUP, request_reload);
 
   g_start_ticks();
-  g_get_ticks(); /* the first reading anchors the clock */
+  g_get_ticks(); /* the first reading sets the base of the clock */
   if (set_up(&monitor) != 0 || g_timer_init() != 0 ||
       (writer = g_thread_create(run_writer, &monitor, "writer")) == NULL ||
       g_add_timer((int)monitor.interval, on_timer, &monitor) == NULL) {
@@ -408,7 +409,7 @@ int main(int argc, char** argv) {
     run(&monitor, seconds);
   }
 
-  /* Stop in the order of the flow: timer, writer, then the counters. */
+  /* Stop in the order of the data flow: timer, writer, then the counters. */
   g_timer_cleanup();
   if (writer != NULL) {
     g_thread_mutex_lock(monitor.lock);
@@ -416,7 +417,7 @@ int main(int argc, char** argv) {
     g_thread_mutex_unlock(monitor.lock);
     g_thread_event_signal(monitor.news);
     g_thread_wait(writer);
-    reload(monitor.conf); /* counts on in what the file holds now */
+    reload(monitor.conf); /* adds to the counters now in the file */
     count(monitor.conf, "runs", 1);
     count(monitor.conf, "samples", monitor.written);
     if (save(monitor.conf) != 0) monitor.failed = 1;

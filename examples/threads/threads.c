@@ -1,15 +1,14 @@
 /*
- * Threads and timers: a sensor that is read by a timer, a thread that adds its values up,
- * and a watchdog that looks whether it does.
+ * Threads and timers: a timer reads a sensor, a thread adds up the values, and a watchdog
+ * checks that it does.
  *
  *   threads [VALUES]
  *
- * Who runs where:
+ * What runs where:
  *
  * - the timer service has one thread for all timers; it calls read_sensor() every 20 ms
- * - the adder is a thread of our own, which sleeps until there is something to do
- * - the watchdog is a timeout: a function that is called again and again on a thread of its
- * own
+ * - the adder is our own thread, which sleeps until there is something to do
+ * - the watchdog is a timeout: a function that is called periodically on its own thread
  *
  * SPDX-License-Identifier: MIT
  */
@@ -20,11 +19,11 @@
 #include <stdlib.h>
 
 struct plant {
-  GQueue* values;        /* of int *, from the timer to the adder; it locks itself */
+  GQueue* values;        /* of int*, from the timer to the adder; thread-safe */
   GThreadEvent* arrived; /* wakes the adder */
-  int wanted;            /* how many values; not changed once there are threads */
-  int made;              /* the timer's alone */
-  int seen;              /* the watchdog's alone: what had been added at its last call */
+  int wanted;            /* how many values; constant once there are threads */
+  int made;              /* only the timer uses it */
+  int seen;              /* only the watchdog uses it: `added` at its last call */
 
   GMutex* lock; /* guards what follows */
   int added;
@@ -42,7 +41,7 @@ static int count_added(struct plant* plant) {
 
 /* ---- On the timer's thread ----------------------------------------------------------- */
 
-/* Short: while it runs, all other timers wait. */
+/* Must be short: while it runs, all other timers wait. */
 static uint32_t read_sensor(uint32_t interval, void* param) {
   struct plant* plant = param;
   int* value = plant->made < plant->wanted ? g_malloc(sizeof *value) : NULL;
@@ -66,7 +65,7 @@ static void* add_up(void* arg) {
     int* value = g_queue_dequeue(plant->values, NULL);
 
     if (value == NULL) {
-      /* It may return without a signal, too: ask the queue again in any case. */
+      /* It may also return without a signal: check the queue again in any case. */
       g_thread_event_wait(plant->arrived);
       continue;
     }
@@ -81,8 +80,8 @@ static void* add_up(void* arg) {
 
 /* ---- On the watchdog's thread -------------------------------------------------------- */
 
-/* The first call comes at once. Returning 0 would end the watchdog and free it;
- * g_timeout_free() must not follow then. */
+/* The first call comes immediately. Returning 0 would end the watchdog and free it;
+ * g_timeout_free() must not be called then. */
 static int watch(void* data) {
   struct plant* plant = data;
   int added = count_added(plant);
@@ -104,7 +103,7 @@ int main(int argc, char** argv) {
   plant.lock = g_thread_mutex_new();
   if (plant.values == NULL || plant.arrived == NULL || plant.lock == NULL) return 1;
 
-  g_start_ticks(); /* before there are threads: the clock is set to 0 */
+  g_start_ticks(); /* before there are threads, since it resets the clock to 0 */
   adder = g_thread_create(add_up, &plant, "adder");
   watchdog = g_timeout_new("watchdog", 5000, watch, &plant);
   if (adder == NULL || watchdog == NULL || g_timer_init() != 0) return 1;
@@ -112,7 +111,7 @@ int main(int argc, char** argv) {
 
   g_thread_wait(adder); /* until add_up() returns; frees the handle */
 
-  /* Who uses something ends before it is freed: first the threads, then what they share. */
+  /* Stop the threads before freeing what they share. */
   g_timer_cleanup();
   g_timeout_free(watchdog);
   printf("the sum of %d values is %d\n", plant.added, plant.sum);

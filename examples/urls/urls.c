@@ -1,6 +1,5 @@
 /*
- * Streams: reads whatever a URL leads to, with the same calls for files, standard input and
- * HTTP.
+ * Streams: reads what a URL names, with the same calls for files, standard input and HTTP.
  *
  *   urls URL...
  *
@@ -8,7 +7,7 @@
  *
  *   urls /etc/hosts file:~/notes.txt http://192.0.2.7:8080/status - < INPUT
  *
- * counts lines and bytes of each, and shows the longest line.
+ * counts the lines and bytes of each, and shows the longest line.
  *
  * SPDX-License-Identifier: MIT
  */
@@ -23,11 +22,11 @@ enum { LINE_SIZE = 4096 };
 struct measure {
   long lines;
   long bytes;
-  char longest[61]; /* its beginning */
-  size_t length;    /* of all of it */
+  char longest[61]; /* the start of the longest line */
+  size_t length;    /* its full length */
 };
 
-static void look_at_line(struct measure* measure, const char* line) {
+static void measure_line(struct measure* measure, const char* line) {
   size_t length = strcspn(line, "\r\n");
 
   ++measure->lines;
@@ -37,34 +36,34 @@ static void look_at_line(struct measure* measure, const char* line) {
   snprintf(measure->longest, sizeof measure->longest, "%.*s", (int)length, line);
 }
 
-/* Lines keep their ends, and one that is longer than the buffer comes in pieces. In files a
+/* Lines keep their line ends, and a line longer than the buffer comes in pieces. In files a
  * carriage return ends a line as well. */
 static void read_all(URL url, struct measure* measure) {
   char line[LINE_SIZE] = "";
 
   while (url_gets(url, line, sizeof line) != NULL) {
-    look_at_line(measure, line);
-    /* Where the input ends without a newline, one byte of what the buffer held before is
-     * left behind the text: let it be a NUL. */
+    measure_line(measure, line);
+    /* When the input ends without a newline, one byte that the buffer held before follows
+     * the text: make sure that it is a NUL. */
     memset(line, 0, sizeof line);
   }
 }
 
-/* The record of a stream is public, to be read: its type is that of the module that opened
- * it, and what a stream cannot do is a null operation. */
+/* Programs may read the record of a stream: its type is that of the module that opened it,
+ * and operations that it does not support are null. */
 static const char* describe(URL url) {
   if (url->type == URL_HTTP) return "HTTP";
   return url->seek != NULL ? "file" : "standard input";
 }
 
-/* A stream that can move goes back to its start. Where it cannot, as on a connection, only
- * moving ahead is possible. */
+/* Only streams that can seek can go back to the start; a connection can only move forwards.
+ * */
 static void print_first_bytes(URL url) {
   char begin[9] = "";
   int32_t n;
 
   if (url->seek == NULL || url_seek(url, 0, SEEK_SET) == -1) return;
-  n = url_nread(url, begin, sizeof begin - 1); /* all of them, unless the stream ends */
+  n = url_nread(url, begin, sizeof begin - 1); /* fewer only if the stream ends */
   if (n > 0) printf("  begins with \"%.*s\"\n", (int)strcspn(begin, "\r\n"), begin);
 }
 
@@ -73,7 +72,7 @@ static int show(const char* name) {
   URL url = url_open(name);
 
   if (url == NULL) {
-    /* Either an errno value or one of the layer's own, from 10000 on. */
+    /* Either an errno value or a URLERR_ code, from 10000 on. */
     fprintf(stderr, "urls: %s: %s (%d)\n", name, url_strerror(url_errno), (int)url_errno);
     return 1;
   }
@@ -97,12 +96,12 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  /* Only what is registered is understood: a program that must not open files leaves out
-   * that module. The last one is asked first; the file module takes each name without a
+  /* Only registered modules are used: a program that must not open files leaves out that
+   * module. The last one is tried first, since the file module accepts every name without a
    * scheme. */
   url_add_modules(&URL_module_file, &URL_module_http, (URL_module*)NULL);
 
-  url_user_agent = "urls/1.0"; /* what servers are told; null tells them nothing */
+  url_user_agent = "urls/1.0"; /* sent to servers; null sends none */
 
   for (int i = 1; i < argc; ++i) status |= show(argv[i]);
   return status;

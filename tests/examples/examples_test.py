@@ -222,7 +222,7 @@ class Ciphers(Case):
                              ("secret", "*" * 32), ("secret", "A" + line[1:-1] + "A")):
             out, error = self.run_program("-d", key, damaged, status=1)
             self.assertEqual((out, error),
-                             ("", "ciphers: not a line of mine, or not with this key\n"))
+                             ("", "ciphers: not an encrypted line, or the wrong key\n"))
 
     def test_wrong_arguments_are_a_usage_error(self):
         for arguments in ([], ["key"], ["-x", "key", "text"]):
