@@ -1,15 +1,15 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * The library for C++17, header only: owners for every handle, `std::string_view` in, owned
- * texts, `std::optional` or a Result with the reason out, durations of `std::chrono`, lambdas
- * as callbacks. Nothing here throws, and nothing costs more than the C call that it stands
- * for, beyond the memory of a lambda that is kept and the copy of a view that is not
+ * The library for C++17, header-only: an owner for every handle, `std::string_view` parameters,
+ * results that own their text or carry an error (`std::optional`, Result), `std::chrono`
+ * durations, lambdas as callbacks. Nothing here throws. Nothing costs more than the C call that it
+ * wraps, except the memory of a lambda that is kept and the copy of a view that is not
  * NUL-terminated.
  *
- * What a function does, logs and returns on failure is said at the C function of its name.
- * Objects move and do not copy; one that was moved from, or could not be made, is false, and
- * its functions then report a failed check, as the C functions do for null.
+ * The C function that a function wraps documents what it does, logs and returns on failure.
+ * Objects can be moved but not copied; one that was moved from, or could not be created, converts
+ * to false, and its functions then report a failed check, as the C functions do for null.
  */
 #ifndef GROUNDWORK_GROUNDWORK_HPP
 #define GROUNDWORK_GROUNDWORK_HPP

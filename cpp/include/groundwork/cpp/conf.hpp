@@ -13,7 +13,7 @@
 namespace gw {
 
 /**
- * An open configuration, closed with its owner. All that conf.h says holds here.
+ * An open configuration, closed by the destructor. Everything that conf.h says applies.
  *
  * @code{.cpp}
  * gw::Conf conf("gateway.conf");
@@ -31,15 +31,16 @@ class Conf {
   Conf() = default;
   /** Opens a file, as g_conf_open(). @param filename not null. */
   explicit Conf(const Text& filename) : conf_(g_conf_open(filename)) {}
-  /** Opens the default file of the package, as g_conf_open(). @return it; null on failure. */
+  /** Opens the default file of the package, as g_conf_open(). @return the configuration; null on
+   *  failure. */
   static Conf default_file() {
     Conf conf;
     conf.conf_.reset(g_conf_open(nullptr));
     return conf;
   }
-  /** Takes over what another owns. @param other empty afterwards. */
+  /** Moves the configuration. @param other empty afterwards. */
   Conf(Conf&& other) = default;
-  /** Closes the present one first. @param other empty afterwards. @return this. */
+  /** Closes the current one first. @param other empty afterwards. @return this. */
   Conf& operator=(Conf&& other) noexcept {
     close();
     conf_ = std::move(other.conf_);
@@ -92,23 +93,23 @@ class Conf {
     return g_conf_read_double(get(), section, key, fallback);
   }
 
-  /** Writes a text, as g_conf_write_string(). @param section its name, made when it is
-   *  missing. @param key its name. @param value what the key gets. */
+  /** Writes a text, as g_conf_write_string(). @param section its name, created if it does not
+   *  exist. @param key its name. @param value the new value. */
   void write_string(const Text& section, const Text& key, const Text& value) {
     g_conf_write_string(get(), section, key, value);
   }
-  /** Writes a number, as g_conf_write_int(). @param section its name, made when it is
-   *  missing. @param key its name. @param value what the key gets. */
+  /** Writes a number, as g_conf_write_int(). @param section its name, created if it does not
+   *  exist. @param key its name. @param value the new value. */
   void write_int(const Text& section, const Text& key, int value) {
     g_conf_write_int(get(), section, key, value);
   }
-  /** Writes "TRUE" or "FALSE", as g_conf_write_boolean(). @param section its name, made when it is
-   *  missing. @param key its name. @param value what the key gets. */
+  /** Writes "TRUE" or "FALSE", as g_conf_write_boolean(). @param section its name, created if it
+   *  does not exist. @param key its name. @param value the new value. */
   void write_boolean(const Text& section, const Text& key, bool value) {
     g_conf_write_boolean(get(), section, key, value ? 1 : 0);
   }
-  /** Writes a number, with six significant digits, as g_conf_write_double(). @param section its
-   *  name, made when it is missing. @param key its name. @param value what the key gets. */
+  /** Writes a number with six significant digits, as g_conf_write_double(). @param section its
+   *  name, created if it does not exist. @param key its name. @param value the new value. */
   void write_double(const Text& section, const Text& key, double value) {
     g_conf_write_double(get(), section, key, value);
   }
@@ -119,8 +120,8 @@ class Conf {
   /** Removes a section, as g_conf_remove_section(). @param section its name. */
   void remove_section(const Text& section) { g_conf_remove_section(get(), section); }
 
-  /** Has a function called after each write that changed a key, with the change. It is kept
-   *  until the configuration is closed.
+  /** Registers a function to be called with the change after each write that changed a key. It is
+   *  kept until the configuration is closed.
    *  @param section  as for g_conf_register_callback(): compared exactly. @param key likewise.
    *  @param function takes a `const GConfChange &`, and is noexcept; returns nothing, or true
    *                  to let the next function of the key run.
@@ -140,35 +141,35 @@ class Conf {
     return true;
   }
 
-  /** @return the sections in order, as records to be read. Takes no lock. */
+  /** @return the sections in order, as read-only records. Takes no lock. */
   [[nodiscard]] ListView<const GConfSection> sections() const {
     return ListView<const GConfSection>(get() == nullptr ? nullptr : get()->sections);
   }
-  /** What save() does when the file changed since it was loaded or written. */
+  /** What save() does when the file has changed since it was loaded or written. */
   enum class Foreign {
-    kRefuse,   /**< nothing: ESTALE */
-    kOverwrite /**< edits what is there until it reads as this configuration */
+    kRefuse,   /**< fails with ESTALE */
+    kOverwrite /**< edits the changed file until it reads as this configuration */
   };
-  /** Writes the changes into the file, as g_conf_save(): durable, and comments and order stay.
-   *  @param foreign what to do about changes by others. @return what came of it. */
+  /** Writes the changes to the file, as g_conf_save(): durable, and comments and order are kept.
+   *  @param foreign what to do about changes by others. @return the result. */
   Saved save(Foreign foreign = Foreign::kRefuse) {
     return Saved(g_conf_save(get(), foreign == Foreign::kOverwrite ? 1 : 0));
   }
-  /** Takes in what the file holds now, as g_conf_reload().
-   *  @return the number of keys that were added, changed or removed; the reason when nothing
-   *          was taken in: EBUSY for changes of this program that are not saved. */
+  /** Merges the file's current contents, as g_conf_reload().
+   *  @return the number of keys that were added, changed or removed; the reason on failure, EBUSY
+   *          if this program has unsaved changes. */
   Result<int> reload() {
     const int changes = g_conf_reload(get());
     if (changes < 0) return Error(errno);
     return changes;
   }
-  /** Writes the file anew if anything changed, as g_conf_sync(): comments are lost, and a power
-   *  cut may leave it empty. See save(). */
+  /** Rewrites the file if anything changed, as g_conf_sync(): comments are lost, and a power cut
+   *  may leave it empty. See save(). */
   void sync() { g_conf_sync(get()); }
   /** Writes the file if anything changed, and closes, as g_conf_close(). */
   void close() {
     conf_.reset();
-    // One by one: a chain of owners would release itself by recursion.
+    // One by one: a chain of owners would destroy itself recursively.
     while (callbacks_ != nullptr) callbacks_ = std::move(callbacks_->next);
   }
 

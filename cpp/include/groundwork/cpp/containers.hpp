@@ -19,7 +19,7 @@
 namespace gw {
 
 /**
- * The elements of a list that somebody else owns.
+ * The elements of a list that is owned elsewhere.
  *
  * @code{.cpp}
  * int numbers[] = {1, 2};
@@ -41,7 +41,7 @@ class ListView {
     using iterator_category = std::forward_iterator_tag;
     /** What it yields. */
     using value_type = T*;
-    /** Distance of two. */
+    /** Distance between two. */
     using difference_type = ptrdiff_t;
     /** Not used. */
     using pointer = T* const*;
@@ -49,24 +49,24 @@ class ListView {
     using reference = T*;
 
     iterator() = default;
-    /** @param node the one it points to; null at the end. */
+    /** @param node the current node; null at the end. */
     explicit iterator(GList* node) : node_(node) {}
     /** @return the element. */
     T* operator*() const { return static_cast<T*>(node_->data); }
-    /** @return this, one further. */
+    /** @return this, advanced by one. */
     iterator& operator++() {
       node_ = node_->next;
       return *this;
     }
-    /** @return a copy from before. */
+    /** @return a copy from before the advance. */
     iterator operator++(int) {
       iterator before = *this;
       ++*this;
       return before;
     }
-    /** @param other of the same list. @return whether both are at one node. */
+    /** @param other of the same list. @return whether both are at the same node. */
     bool operator==(const iterator& other) const { return node_ == other.node_; }
-    /** @param other of the same list. @return whether they are not. */
+    /** @param other of the same list. @return whether they are at different nodes. */
     bool operator!=(const iterator& other) const { return node_ != other.node_; }
 
    private:
@@ -100,9 +100,9 @@ template <typename T>
 class List {
  public:
   List() = default;
-  /** Takes a list over. @param list its first node, or null. */
+  /** Takes ownership of a list. @param list its first node, or null. */
   explicit List(GList* list) : list_(list) {}
-  /** Takes over what another owns. @param other empty afterwards. */
+  /** Moves the list. @param other empty afterwards. */
   List(List&& other) noexcept : list_(other.release()) {}
   /** @param other empty afterwards. @return this. */
   List& operator=(List&& other) noexcept {
@@ -116,19 +116,19 @@ class List {
 
   /** @return the first node, still owned here. */
   [[nodiscard]] GList* get() const { return list_; }
-  /** Gives the nodes up. @return the first. */
+  /** Releases ownership. @return the first node. */
   GList* release() { return std::exchange(list_, nullptr); }
-  /** @return whether there is no element. */
+  /** @return whether the list is empty. */
   [[nodiscard]] bool empty() const { return list_ == nullptr; }
-  /** @return the number of elements, counted. */
+  /** @return the number of elements, found by walking the list. */
   [[nodiscard]] unsigned size() const { return g_list_length(list_); }
-  /** Adds at the end, walking there. @param element not owned. */
+  /** Adds at the end, which takes a walk. @param element not owned. */
   void append(T* element) { list_ = g_list_append(list_, detail::untyped(element)); }
   /** Adds at the start. @param element not owned. */
   void prepend(T* element) { list_ = g_list_prepend(list_, detail::untyped(element)); }
-  /** Removes the first occurrence. @param element what is looked for. */
+  /** Removes the first occurrence. @param element the element to remove. */
   void remove(const T* element) { list_ = g_list_remove(list_, element); }
-  /** @param element what is looked for. @return whether it is there. */
+  /** @param element the element to find. @return whether it is in the list. */
   [[nodiscard]] bool contains(const T* element) const {
     return g_list_find(list_, element) != nullptr;
   }
@@ -148,7 +148,7 @@ class List {
 };
 
 /**
- * A thread-safe queue of pointers; it does not own its elements. Queue owns them.
+ * A thread-safe queue of pointers that does not own its elements; Queue does.
  *
  * @code{.cpp}
  * int numbers[] = {1, 2, 3};
@@ -162,7 +162,7 @@ class List {
 template <typename T>
 class PointerQueue {
  public:
-  /** Makes one; null when memory is exhausted.
+  /** Creates a queue; null when memory is exhausted.
    *  @param add as for g_queue_new(). @param release as for g_queue_new(). */
   explicit PointerQueue(GQueueHoldFunc add = nullptr, GQueueHoldFunc release = nullptr)
       : queue_(g_queue_new(add, release)) {}
@@ -173,8 +173,8 @@ class PointerQueue {
   [[nodiscard]] GQueue* get() const { return queue_.get(); }
   /** Adds at the tail. @param element not owned. */
   void enqueue(T* element) { g_queue_enqueue(get(), detail::untyped(element)); }
-  /** Takes the head, as g_queue_dequeue(). @param expected null for any element.
-   *  @return it, or null. */
+  /** Removes the head, as g_queue_dequeue(). @param expected null for any element.
+   *  @return the element, or null. */
   T* dequeue(const T* expected = nullptr) {
     return static_cast<T*>(g_queue_dequeue(get(), expected));
   }
@@ -182,18 +182,18 @@ class PointerQueue {
   [[nodiscard]] T* first() const { return static_cast<T*>(g_queue_first(get())); }
   /** @return the tail, which stays; or null. */
   [[nodiscard]] T* last() const { return static_cast<T*>(g_queue_last(get())); }
-  /** Adds after an element, as g_queue_insert(). @param sibling what is looked for; when it is
-   *  missing the element goes to the tail. @param element not owned. */
+  /** Adds after an element, as g_queue_insert(). @param sibling the element before; if it is
+   *  missing, the new one goes to the tail. @param element not owned. */
   void insert_after(const T* sibling, T* element) {
     g_queue_insert(get(), sibling, detail::untyped(element));
   }
-  /** Removes the first occurrence. @param element what is looked for. */
+  /** Removes the first occurrence. @param element the element to remove. */
   void remove(const T* element) { g_queue_remove(get(), element); }
   /** Removes all. */
   void clear() { g_queue_clear(get()); }
   /** @return the number of elements, perhaps out of date. */
   [[nodiscard]] uint32_t size() const { return g_queue_count(get()); }
-  /** @return whether there is no element. */
+  /** @return whether the queue is empty. */
   [[nodiscard]] bool empty() const { return g_queue_empty(get()) != 0; }
   /** Calls a function from head to tail with the queue locked.
    *  @param function takes a `T *`, and is noexcept; returns nothing, or true to go on. It must
@@ -223,8 +223,8 @@ class PointerQueue {
 };
 
 /**
- * A thread-safe queue that owns its elements: objects go in by moving and come out by moving,
- * and those that are left are destroyed with it. Made for objects that only move.
+ * A thread-safe queue that owns its elements: objects are moved in and out, and those that are
+ * left are destroyed with it. It suits move-only types.
  *
  * @code{.cpp}
  * gw::Queue<std::unique_ptr<int>> queue;
@@ -236,9 +236,9 @@ class PointerQueue {
 template <typename T>
 class Queue {
  public:
-  /** Makes one; null when memory is exhausted. */
+  /** Creates a queue; null when memory is exhausted. */
   Queue() = default;
-  /** Takes over what another owns. @param other empty afterwards. */
+  /** Moves the queue. @param other empty afterwards. */
   Queue(Queue&& other) noexcept
       : mutex_(std::move(other.mutex_)),
         head_(std::exchange(other.head_, nullptr)),
@@ -259,7 +259,7 @@ class Queue {
   /** @return whether there is one. */
   explicit operator bool() const { return static_cast<bool>(mutex_); }
   /** Adds an object at the tail. @param object moved or copied in.
-   *  @return whether it is there; not when memory is exhausted, and `object` stays as it is. */
+   *  @return true on success; false when memory is exhausted: `object` is then unchanged. */
   template <typename Given>
   bool push(Given&& object) {
     if (!mutex_) return false;
@@ -272,7 +272,7 @@ class Queue {
     ++size_;
     return true;
   }
-  /** Takes the object at the head. @return it; none when the queue is empty. */
+  /** Removes the object at the head. @return the object; none when the queue is empty. */
   [[nodiscard]] std::optional<T> pop() {
     const std::unique_ptr<Node> node(take());
     if (node == nullptr) return std::nullopt;
@@ -288,7 +288,7 @@ class Queue {
     const Lock lock(mutex_);
     return size_;
   }
-  /** @return whether there is no object, perhaps out of date. */
+  /** @return whether the queue is empty, perhaps out of date. */
   [[nodiscard]] bool empty() const { return size() == 0; }
 
  private:
@@ -297,7 +297,7 @@ class Queue {
     Node* next;
   };
 
-  // The head's node, the caller's from now on; or null.
+  // Removes the head's node, which the caller then owns; null when the queue is empty.
   Node* take() {
     if (!mutex_) return nullptr;
     const Lock lock(mutex_);
@@ -313,15 +313,15 @@ class Queue {
 
   mutable Mutex mutex_;
   Node* head_ = nullptr;
-  Node* tail_ = nullptr;  // the last one, while there is a head
+  Node* tail_ = nullptr;  // valid while there is a head
   size_t size_ = 0;
 };
 
 /**
- * A hash table of pointers; it owns neither keys nor values.
+ * A hash table of pointers that owns neither keys nor values.
  *
- * Keys are compared by what they point to where that is text (`const char`) or a number
- * (`const int32_t`), else as pointers.
+ * Keys that point to text (`const char`) or numbers (`const int32_t`) are compared by value,
+ * others as pointers.
  *
  * @code{.cpp}
  * int ports[] = {80, 22};
@@ -337,7 +337,7 @@ class Queue {
 template <typename Key, typename Value>
 class Hash {
  public:
-  /** Makes one; null when memory is exhausted.
+  /** Creates a table; null when memory is exhausted.
    *  @param slots as for g_hash_new(). @param destroy as for g_hash_new(). */
   explicit Hash(unsigned slots = 16, GHashDestroyFunc destroy = nullptr)
       : hash_(g_hash_new(slots, hash_func(), equal_func(), destroy)) {}
@@ -346,16 +346,16 @@ class Hash {
   explicit operator bool() const { return hash_ != nullptr; }
   /** @return the handle, still owned here. */
   [[nodiscard]] GHash* get() const { return hash_.get(); }
-  /** Stores a pair, as g_hash_insert(). @param key valid as long as it is stored.
-   *  @param value not owned. @return whether it is stored. */
+  /** Stores a pair, as g_hash_insert(). @param key must be valid as long as it is stored.
+   *  @param value not owned. @return true on success. */
   bool insert(Key* key, Value* value) {
     return g_hash_insert(get(), detail::untyped(key), detail::untyped(value)) == 0;
   }
-  /** @param key what is looked for. @return its value, or null. */
+  /** @param key the key to find. @return its value, or null. */
   [[nodiscard]] Value* find(const Key* key) const {
     return static_cast<Value*>(g_hash_find(get(), key));
   }
-  /** Removes the entry that find() would find. @param key what is looked for.
+  /** Removes the entry that find() would find. @param key the key to remove.
    *  @return whether there was one. */
   bool remove(const Key* key) { return g_hash_remove(get(), key) == 0; }
   /** @return the number of entries. */
@@ -375,7 +375,7 @@ class Hash {
     Key* key;     /**< as inserted */
     Value* value; /**< as inserted */
   };
-  /** The entries that there were when it was made: the table may change meanwhile. */
+  /** The entries at the time it was created: the table may change afterwards. */
   class Entries {
    public:
     /** @param hash a table; null for none. */
@@ -387,7 +387,7 @@ class Hash {
     }
     /** @return the entry. */
     const Entry& operator*() const { return entries_.get()[index_]; }
-    /** @return this, one further. */
+    /** @return this, advanced by one. */
     Entries& operator++() {
       ++index_;
       return *this;
@@ -407,9 +407,9 @@ class Hash {
     size_t count_ = 0;
     size_t index_ = 0;
   };
-  /** For `for`: the entries in the order of their slots, each a `key` and a `value`. They are
-   *  collected first, so the loop may change the table; when memory is exhausted there are
-   *  none, and for_each() needs none. @return the first. */
+  /** For range-based `for`: the entries in the order of their slots, each a `key` and a `value`.
+   *  They are collected first, so the loop may change the table. There are none when memory is
+   *  exhausted; for_each() needs no memory. @return the first. */
   [[nodiscard]] Entries begin() const { return Entries(get()); }
   /** @return past the last. */
   [[nodiscard]] std::nullptr_t end() const { return nullptr; }
@@ -436,7 +436,7 @@ class Hash {
 };
 
 /**
- * A ring buffer for one producer and one consumer; it does not own its elements.
+ * A ring buffer for one producer and one consumer that does not own its elements.
  *
  * @code{.cpp}
  * int sample = 21;
@@ -448,7 +448,7 @@ class Hash {
 template <typename T>
 class Fifo {
  public:
-  /** Makes one; null when memory is exhausted. @param capacity at least 1. */
+  /** Creates a ring buffer; null when memory is exhausted. @param capacity at least 1. */
   explicit Fifo(int capacity) : fifo_(g_fifo_new(capacity)) {}
 
   /** @return whether there is one. */
@@ -457,13 +457,13 @@ class Fifo {
   [[nodiscard]] GFifo* get() const { return fifo_.get(); }
   /** Appends. @param element not null. @return false when the ring is full. */
   bool put(T* element) { return g_fifo_put(get(), detail::untyped(element)) == 0; }
-  /** Takes the oldest. @return it; null when there is none. */
+  /** Removes the oldest element. @return the element; null when the ring is empty. */
   T* take() { return static_cast<T*>(g_fifo_get(get())); }
-  /** @return the number of elements held. */
+  /** @return the number of elements. */
   [[nodiscard]] int size() const { return g_fifo_count(get()); }
-  /** @return whether nothing is held. */
+  /** @return whether the ring is empty. */
   [[nodiscard]] bool empty() const { return g_fifo_empty(get()) != 0; }
-  /** @return whether no slot is free. */
+  /** @return whether the ring is full. */
   [[nodiscard]] bool full() const { return g_fifo_full(get()) != 0; }
 
  private:
@@ -471,7 +471,7 @@ class Fifo {
 };
 
 /**
- * Functions that are called one after the other with one argument.
+ * Functions that are called one after another with the same argument.
  *
  * @code{.cpp}
  * gw::Callbacks<int> callbacks;
@@ -487,16 +487,16 @@ class Fifo {
 template <typename Argument>
 class Callbacks {
  public:
-  /** Makes an empty list; null when memory is exhausted. */
+  /** Creates an empty list; null when memory is exhausted. */
   Callbacks() : callbacks_(g_callback_new()) {}
 
   /** @return whether there is one. */
   explicit operator bool() const { return callbacks_ != nullptr; }
   /** @return the handle, still owned here. */
   [[nodiscard]] GCallback* get() const { return callbacks_.get(); }
-  /** Adds a function, which is not copied: it must live as long as it is here.
+  /** Adds a function, which is not copied and must live as long as it is in the list.
    *  @param function takes an `Argument &`, and is noexcept; returns nothing, or true to go on.
-   *  @param priority smaller runs earlier. @return whether it was added. */
+   *  @param priority lower runs earlier. @return true on success. */
   template <typename Function>
   bool add(Function& function, int priority = 0) {
     detail::require_noexcept<Function, Argument&>();

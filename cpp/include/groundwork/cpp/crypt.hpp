@@ -50,17 +50,17 @@ using Block = std::array<unsigned char, 8>;
   return output;
 }
 
-/** Encodes bytes as Base64 (RFC 4648). Unlike g_crypt_base64_encode(), which loses the first
- *  of two last bytes when the second is 0x80 or more, every input is encoded right.
- *  @param bytes what. @return the text; null when it would be too long or memory is
+/** Encodes bytes as Base64 (RFC 4648). It encodes every input correctly, unlike
+ *  g_crypt_base64_encode(), which loses the first of two bytes left at the end if the second is
+ *  0x80 or more. @param bytes any. @return the text; null when it would be too long or memory is
  *  exhausted. */
 [[nodiscard]] inline String base64_encode(std::string_view bytes) {
   if (bytes.size() > INT_MAX / 4 * 3) return {};
   const size_t room = (bytes.size() + 2) / 3 * 4 + 1;
   Owner<char, std::free> text(static_cast<char*>(std::malloc(room)));
   if (text == nullptr) return {};
-  // Whole groups as they are, and the rest filled up with zeros to a group, of which the
-  // characters that it has no bits for are padding.
+  // Whole groups are encoded as they are. The rest is filled up with zeros to a group; its
+  // characters without data bits become padding.
   const size_t rest = bytes.size() % 3;
   const size_t whole = bytes.size() - rest;
   const char* const source = bytes.empty() ? "" : bytes.data();

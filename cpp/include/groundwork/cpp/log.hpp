@@ -10,7 +10,7 @@
 namespace gw {
 
 /**
- * A source of log lines, as a module of a program is. Below the threshold a line costs one
+ * A source of log lines, such as a module of a program. A line below the threshold costs one
  * comparison and formats nothing.
  *
  * @code{.cpp}
@@ -66,9 +66,9 @@ class Log {
 };
 
 /**
- * Gives each text of the log to a function, until this object ends; then texts go to standard
- * error again. There is one at a time: set it up before other threads log, and end it after
- * them.
+ * Passes each text of the log to a function while this object exists; afterwards texts go to
+ * standard error again. Only one can exist at a time: create it before other threads log, and
+ * destroy it after them.
  *
  * @code{.cpp}
  * gw::LogHandler handler([](const char* text) noexcept { printf("log: %s\n", text); });
@@ -93,7 +93,7 @@ class LogHandler {
     if (handler_ != nullptr) g_debug_set_handler(nullptr, nullptr);
   }
 
-  /** @return whether it is set; not when memory was exhausted. */
+  /** @return true on success; false when memory was exhausted. */
   explicit operator bool() const { return handler_ != nullptr; }
 
  private:

@@ -9,8 +9,8 @@
 namespace gw {
 
 /**
- * A mutex that is not recursive; also for `std::lock_guard`, `std::unique_lock` and
- * `std::scoped_lock`.
+ * A non-recursive mutex; it works with `std::lock_guard`, `std::unique_lock` and
+ * `std::scoped_lock`, too.
  *
  * @code{.cpp}
  * gw::Mutex mutex;
@@ -22,7 +22,7 @@ namespace gw {
  */
 class Mutex {
  public:
-  /** Makes one; null when memory is exhausted. */
+  /** Creates a mutex; null when memory is exhausted. */
   Mutex() : mutex_(g_thread_mutex_new()) {}
 
   /** @return whether there is one. */
@@ -31,7 +31,7 @@ class Mutex {
   [[nodiscard]] GMutex* get() const { return mutex_.get(); }
   /** Locks; the owner must not lock again. */
   void lock() { g_thread_mutex_lock(get()); }
-  /** Locks if nobody holds it, as g_thread_mutex_try(). @return whether it locked. */
+  /** Locks if the mutex is free, as g_thread_mutex_try(). @return whether it locked. */
   [[nodiscard]] bool try_lock() { return g_thread_mutex_try(get()) == 0; }
   /** Unlocks. */
   void unlock() { g_thread_mutex_unlock(get()); }
@@ -41,7 +41,7 @@ class Mutex {
 };
 
 /**
- * Holds a mutex for the length of a block.
+ * Holds a mutex until the end of the block.
  *
  * @code{.cpp}
  * gw::Mutex mutex;

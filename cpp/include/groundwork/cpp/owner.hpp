@@ -11,24 +11,24 @@
 #include <utility>
 
 /**
- * The library for C++17: the same functions, with owners for what they hand out.
+ * The library for C++17: the same functions, with owners for what they return.
  *
  * Include `<groundwork/groundwork.hpp>` and link the same library; there is nothing else to
  * build. The classes follow a few rules:
  *
- * - **Owners.** An object owns its handle and releases it at its end. Objects move and do not
- *   copy. One that could not be made, or was moved from, is false.
- * - **No exceptions.** What can fail says so: a `bool`, a `std::optional`, a gw::Result with
- *   the reason, or a gw::Saved for writes that outlast a power cut. Results that must not be
- *   overlooked are `[[nodiscard]]`.
+ * - **Owners.** An object owns its handle and releases it when it is destroyed. Objects can be
+ *   moved but not copied. One that could not be created, or was moved from, converts to false.
+ * - **No exceptions.** What can fail returns a `bool`, a `std::optional`, a gw::Result with the
+ *   reason, or a gw::Saved for writes that survive a power cut. Results that must not be ignored
+ *   are `[[nodiscard]]`.
  * - **Texts.** A parameter of type gw::Text takes a literal, a `std::string` or a
- *   `std::string_view`. Texts from the library are owned (gw::String, gw::Bytes), or views
- *   whose function says how long they are valid.
- * - **Callbacks.** Lambdas, with state. Those that the library calls on the way must be
- *   `noexcept`, which the compiler checks: an exception would pass the library's frames by and
- *   leave a lock held. Functions that are a thread's own work (gw::Thread, gw::Timeout,
- *   gw::Timer) must not be `noexcept`, for cancelling a thread unwinds them.
- * - **Times** are durations of `std::chrono`, or numbers of milliseconds.
+ *   `std::string_view`. Texts from the library are owned (gw::String, gw::Bytes), or are views,
+ *   and the function says how long they are valid.
+ * - **Callbacks.** Lambdas, with state. Those called from inside a library function must be
+ *   `noexcept`, which the compiler checks: an exception would skip the library's frames and leave
+ *   a lock held. Functions that run as a thread of their own (gw::Thread, gw::Timeout, gw::Timer)
+ *   must not be `noexcept`, because cancelling the thread unwinds them.
+ * - **Times** are `std::chrono` durations, or numbers of milliseconds.
  *
  * Where there is a safe counterpart, the classes offer it under the plain name: gw::Conf::save(),
  * gw::replace_file(), gw::Event::wait_for(), gw::Mutex::try_lock(), gw::remove_tree(),
@@ -58,11 +58,11 @@ struct Releaser {
   }
 };
 
-/** The only owner of a handle: null when there is none. */
+/** The sole owner of a handle; null when there is none. */
 template <typename T, auto Release>
 using Owner = std::unique_ptr<T, Releaser<Release>>;
 
-/** Lets the calling thread not be cancelled for the length of a block. */
+/** Keeps the calling thread from being cancelled until the end of the block. */
 class CancellationHeld {
  public:
   CancellationHeld() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -74,8 +74,8 @@ class CancellationHeld {
   int before_;
 };
 
-/** Releases what may wait for the system. A destructor does that, and a thread that is
- *  cancelled inside a destructor takes its program along, so cancellation waits. */
+/** Calls a release function that may block, with cancellation disabled: it runs in a
+ *  destructor, and cancelling a thread inside a destructor would end the program. */
 template <auto Release>
 struct SystemReleaser {
   /** @param handle what is released. */
@@ -86,23 +86,23 @@ struct SystemReleaser {
   }
 };
 
-/** The only owner of a handle whose release may wait for the system. */
+/** The sole owner of a handle whose release may block. */
 template <typename T, auto Release>
 using SystemOwner = std::unique_ptr<T, SystemReleaser<Release>>;
 
 /** What the headers share; not for programs. */
 namespace detail {
 
-// Elements travel as void *, of const objects too: the library only hands them back.
+// Elements are passed as void*, const objects included: the library only returns them.
 template <typename T>
 void* untyped(T* pointer) {
   return const_cast<void*>(static_cast<const void*>(pointer));
 }
 
-// A function that the library calls, with its own frames between: an exception would pass
-// them by, and leave a lock held or memory lost. So the function says that it throws none.
-// Functions that are a thread's own work are not asked: cancelling their thread unwinds them,
-// and would end the program at a frame that lets nothing through.
+// For functions called from inside a library function: an exception would skip the library's
+// frames and leave a lock held or memory leaked, so they have to be noexcept. Functions that
+// run as a thread of their own must not be: cancelling the thread unwinds them, and a noexcept
+// frame would end the program.
 template <typename Function, typename... Arguments>
 constexpr void require_noexcept() {
 #ifdef __cpp_exceptions
@@ -111,7 +111,7 @@ constexpr void require_noexcept() {
 #endif
 }
 
-// What a visitor returned, in the words of C: nothing or true goes on.
+// The result of a callback as the C interface has it: 0, for nothing or true, goes on.
 template <typename Function, typename... Arguments>
 int stops(Function& function, Arguments&&... arguments) {
   using Result = std::invoke_result_t<Function&, Arguments...>;

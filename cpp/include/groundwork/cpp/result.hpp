@@ -17,7 +17,7 @@ class Error {
 
   /** @return the number; 0 for none. */
   [[nodiscard]] int number() const { return number_; }
-  /** @return the system's text for it, as strerror(); valid until the thread asks again. */
+  /** @return the system's text for it, as strerror(); valid until the thread's next call. */
   [[nodiscard]] const char* text() const { return std::strerror(number_); }
   /** @param number of `<errno.h>`. @return whether this is that error. */
   bool operator==(int number) const { return number_ == number; }
@@ -29,7 +29,7 @@ class Error {
 };
 
 /**
- * What came of something that may fail: a value, or the reason.
+ * The result of something that can fail: a value, or the reason.
  *
  * @code{.cpp}
  * gw::Conf conf("missing/place.conf");
@@ -66,7 +66,7 @@ class [[nodiscard]] Result {
   bool has_value_ = true;
 };
 
-/** What came of something that gives no value: whether it was done, and if not, why. */
+/** The result of something that returns no value: success, or the reason of the failure. */
 template <>
 class [[nodiscard]] Result<void> {
  public:
@@ -75,7 +75,7 @@ class [[nodiscard]] Result<void> {
   /** @param error of a failure. */
   Result(Error error) : error_(error), is_done_(false) {}
 
-  /** @return whether it was done. */
+  /** @return true on success. */
   explicit operator bool() const { return is_done_; }
   /** @return the reason of a failure. */
   [[nodiscard]] Error error() const { return error_; }
@@ -86,8 +86,8 @@ class [[nodiscard]] Result<void> {
 };
 
 /**
- * What came of a durable write. True: the new content is in place. It is durable, too, unless
- * the directory could not be synced; then a power cut may bring the old content back, whole.
+ * The result of a durable write. True: the new content is in place. It is also durable, unless
+ * the directory could not be synced; then a power cut may bring the complete old content back.
  *
  * @code{.cpp}
  * const gw::Saved saved = gw::replace_file("notes.txt", "new notes\n");
@@ -98,7 +98,7 @@ class [[nodiscard]] Result<void> {
  */
 class [[nodiscard]] Saved {
  public:
-  /** @param result of g_file_replace() and its like, with `errno` as they left it. */
+  /** @param result of g_file_replace() and the like, with `errno` as they left it. */
   explicit Saved(int result) : result_(result), error_(result == 0 ? 0 : errno) {}
 
   /** @return whether the new content is in place. */
@@ -115,7 +115,7 @@ class [[nodiscard]] Saved {
 
 namespace detail {
 
-// Of a function that returns 0 for success and sets errno otherwise.
+// For functions that return 0 on success and set errno otherwise.
 inline Result<void> done(int result) {
   if (result == 0) return {};
   return Error(errno);

@@ -12,35 +12,35 @@
 
 namespace gw {
 
-/** Replaces what a file holds, or makes the file, as g_file_replace(): all of it or nothing,
- *  durable. @param path not null. @param bytes the new content. @return what came of it. */
+/** Replaces the content of a file, or creates the file, as g_file_replace(): atomic and durable.
+ *  @param path not null. @param bytes the new content. @return the result. */
 inline Saved replace_file(const Text& path, std::string_view bytes) {
-  // A view of nothing may have no address; the content is then empty all the same.
+  // An empty view may have a null pointer, which the C function would reject.
   const char* const content = bytes.empty() ? "" : bytes.data();
   return Saved(g_file_replace(path, content, static_cast<int64_t>(bytes.size())));
 }
 
 /** Copies a file with its mode and times, as g_file_duplicate(). @param from not null.
- *  @param to not null. @return what came of it. */
+ *  @param to not null. @return the result. */
 inline Saved duplicate_file(const Text& from, const Text& to) {
   return Saved(g_file_duplicate(from, to));
 }
 
-/** Makes a directory and all missing parents, as g_dir_make(). @param path not null.
- *  @param mode of new directories, less the umask. @return whether it is there. */
+/** Creates a directory and all missing parents, as g_dir_make(). @param path not null.
+ *  @param mode of new directories, less the umask. @return success if the directory exists. */
 inline Result<void> make_directory(const Text& path, unsigned mode = 0755) {
   return detail::done(g_dir_make(path, mode));
 }
 
 /** Removes a tree or a file and nothing outside it, as g_dir_remove(). @param path not null.
- *  @return whether all of it is gone. */
+ *  @return success if nothing is left of it. */
 inline Result<void> remove_tree(const Text& path) {
   return detail::done(g_dir_remove(path));
 }
 
 /**
- * Lets the timer service sleep until the next timer is due, as g_timer_save_power(), for the
- * length of a block.
+ * Lets the timer service sleep until the next timer is due, as g_timer_save_power(), until the
+ * end of the block.
  *
  * @code{.cpp}
  * gw::TimerService service;
@@ -62,8 +62,8 @@ class PowerSaving {
 };
 
 /**
- * Sets the limit of url_http_set_timeout() for the length of a block. It belongs to the whole
- * process, as all of the streams does.
+ * Sets the limit of url_http_set_timeout() until the end of the block. The limit is process-wide,
+ * like all state of streams.
  *
  * @code{.cpp}
  * gw::use_files_and_http();
@@ -74,7 +74,7 @@ class PowerSaving {
  */
 class HttpTimeout {
  public:
-  /** @param time for opening, and for each wait afterwards; 0 for no limit. */
+  /** @param time limit of opening, and of each later wait; 0 for none. */
   explicit HttpTimeout(Milliseconds time) : before_(url_http_set_timeout(time.count())) {}
   HttpTimeout(const HttpTimeout&) = delete;
   HttpTimeout& operator=(const HttpTimeout&) = delete;

@@ -19,7 +19,7 @@
 namespace gw {
 
 /**
- * An open file, closed by its owner's end.
+ * An open file, closed by the destructor.
  *
  * @code{.cpp}
  * gw::File file("levels", gw::File::kCreate);
@@ -39,7 +39,7 @@ class File {
   };
 
   File() = default;
-  /** Opens a file, as g_file_open(). @param filename not null. @param mode what for. */
+  /** Opens a file, as g_file_open(). @param filename not null. @param mode the purpose. */
   explicit File(const Text& filename, Mode mode = kRead)
       : file_(g_file_open(filename, mode)) {}
 
@@ -47,28 +47,26 @@ class File {
   explicit operator bool() const { return file_ != nullptr; }
   /** @return the handle, still owned here. */
   GFile* get() const { return file_.get(); }
-  /** Reads once, as g_file_read(). @param buffer room for `size` bytes. @param size the most
-   *  that are read. @return how many were; 0 at the end, -1 on failure. */
+  /** Reads once, as g_file_read(). @param buffer room for `size` bytes. @param size the maximum.
+   *  @return the number of bytes read; 0 at the end, -1 on failure. */
   int64_t read(void* buffer, int64_t size) { return g_file_read(get(), buffer, size); }
-  /** Writes once, as g_file_write(). @param bytes what. @return how many were written, which
-   *  may be fewer; -1 on failure. */
+  /** Writes once, as g_file_write(). @param bytes to write. @return the number of bytes written,
+   *  which may be smaller; -1 on failure. */
   int64_t write(std::string_view bytes) {
     return g_file_write(get(), bytes.data(), static_cast<int64_t>(bytes.size()));
   }
-  /** Moves the offset, as g_file_seek(). @param offset in bytes, relative to what `whence`
-   *  says. @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new offset; -1 on
-   *  failure. */
+  /** Moves the offset, as g_file_seek(). @param offset in bytes, relative to `whence`.
+   *  @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new offset; -1 on failure. */
   int64_t seek(int64_t offset, int whence = SEEK_SET) {
     return g_file_seek(get(), offset, whence);
   }
-  /** Cuts the file at its offset. @return whether that worked. */
+  /** Truncates the file at its offset. @return true on success. */
   bool truncate() { return g_file_truncate(get()) == 0; }
-  /** Takes a shared lock, between processes, without waiting. @return whether it is held. */
+  /** Takes a shared lock between processes, without waiting. @return whether it is held. */
   bool lock_read() { return g_file_lock_read(get()) == 0; }
-  /** Takes an exclusive lock, between processes, without waiting. @return whether it is
-   *  held. */
+  /** Takes an exclusive lock between processes, without waiting. @return whether it is held. */
   bool lock_write() { return g_file_lock_write(get()) == 0; }
-  /** Gives the lock back. @return whether that worked. */
+  /** Releases the lock. @return true on success. */
   bool unlock() { return g_file_unlock(get()) == 0; }
   /** Closes it. */
   void close() { file_.reset(); }
@@ -78,8 +76,8 @@ class File {
 };
 
 /**
- * A mapped region of a file, to be read. The warnings of file_map.h hold: of a longer region
- * only the first page is given back.
+ * A read-only mapped region of a file. The warnings of file_map.h apply: the destructor unmaps
+ * only the first page of a longer region.
  *
  * @code{.cpp}
  * const gw::FileMap map("notes.txt", 0, 3);
@@ -118,9 +116,9 @@ class FileMap {
   return Bytes(content, static_cast<size_t>(size));
 }
 
-/** Writes a whole file, made or emptied before. A failure may leave a part of it: replace_file()
- *  leaves the old file. @param filename not null. @param bytes the content.
- *  @return whether all is written. */
+/** Creates or empties a file and writes all of it. A failure may leave part of the content, where
+ *  replace_file() leaves the old file. @param filename not null. @param bytes the content.
+ *  @return success if everything was written. */
 inline Result<void> write_file(const Text& filename, std::string_view bytes) {
   errno = 0;
   File file(filename, File::kCreate);
@@ -134,8 +132,8 @@ inline Result<void> write_file(const Text& filename, std::string_view bytes) {
 }
 
 /**
- * The lines of a file, read whole, for `for`: without their ends, empty ones too. They are valid
- * as long as this object.
+ * The lines of a file for range-based `for`, without line ends, empty lines included. The file is
+ * read as a whole; the lines are valid as long as this object.
  *
  * @code{.cpp}
  * const gw::Lines lines("notes.txt");
@@ -154,7 +152,7 @@ class Lines {
     using iterator_category = std::input_iterator_tag;
     /** What it yields. */
     using value_type = std::string_view;
-    /** Distance of two. */
+    /** Distance between two. */
     using difference_type = ptrdiff_t;
     /** Not used. */
     using pointer = const std::string_view*;
@@ -169,23 +167,23 @@ class Lines {
       if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
       return line;
     }
-    /** @return this, one further. */
+    /** @return this, advanced by one. */
     iterator& operator++() {
       const size_t end = rest_.find('\n');
       rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
       return *this;
     }
-    /** @return a copy from before. */
+    /** @return a copy from before the advance. */
     iterator operator++(int) {
       iterator before = *this;
       ++*this;
       return before;
     }
-    /** @param other of the same lines. @return whether both are at one line. */
+    /** @param other of the same lines. @return whether both are at the same line. */
     bool operator==(const iterator& other) const {
       return rest_.size() == other.rest_.size();
     }
-    /** @param other of the same lines. @return whether they are not. */
+    /** @param other of the same lines. @return whether they are at different lines. */
     bool operator!=(const iterator& other) const { return !(*this == other); }
 
    private:
@@ -211,15 +209,15 @@ class Lines {
 /** Names in a directory. */
 using Names = StringArray<g_dir_list_free>;
 
-/** What of a directory is listed. */
+/** Which entries of a directory are listed. */
 enum class Entries {
   kAll = 0,         /**< everything */
-  kDirectories = 1, /**< directories only */
+  kDirectories = 1, /**< only directories */
   kOthers = 2       /**< all but directories */
 };
 
-/** Lists a directory, as g_dir_list(), for `for`: sorted names, without "." and "..".
- *  @param path not null. @param kind what is listed. @return the names; none on failure. */
+/** Lists a directory, as g_dir_list(): sorted names, without "." and "..".
+ *  @param path not null. @param kind which entries. @return the names; none on failure. */
 [[nodiscard]] inline Names list_directory(const Text& path, Entries kind = Entries::kAll) {
   return Names(g_dir_list(path, static_cast<int>(kind), nullptr));
 }
@@ -227,7 +225,7 @@ enum class Entries {
 /** Calls a function for each file of a tree, as g_scandir(). Links to directories are followed.
  *  @param path     the top directory, not null.
  *  @param function takes a `const char *`, the path of a file, and a `const struct stat64 *`,
- *                  what stat() says of it; returns an int, and is noexcept.
+ *                  the result of stat(); returns an int, and is noexcept.
  *  @return the sum of the results for files directly in `path`. */
 template <typename Function>
 int scan_directory(const Text& path, Function&& function) {
@@ -258,11 +256,11 @@ int scan_directory(const Text& path, Function&& function) {
 /** Size and free space of a filesystem. */
 struct FilesystemUsage {
   uint32_t total_kb;     /**< size in units of 1024 bytes */
-  uint32_t available_kb; /**< what unprivileged users may have of it */
+  uint32_t available_kb; /**< space available to unprivileged users */
 };
 
-/** @param path on the filesystem. @return its figures; none as g_sys_get_filesystem_usage()
- *  says, so also when it is full. */
+/** @param path on the filesystem. @return its figures; none when g_sys_get_filesystem_usage()
+ *  fails, which it also does for a full filesystem. */
 [[nodiscard]] inline std::optional<FilesystemUsage> filesystem_usage(const Text& path) {
   FilesystemUsage usage{};
   if (g_sys_get_filesystem_usage(path, &usage.total_kb, &usage.available_kb) != 0) {

@@ -14,10 +14,9 @@
 namespace gw {
 
 /**
- * A text given to the library, for the length of one call. What ends in a NUL already is
- * passed as it is; a view is copied, into the call's own memory when it is short. A NUL
- * inside a view ends the text. Without memory for the copy, and for a null pointer, the
- * library is given null and reports that.
+ * A text passed to the library for one call. NUL-terminated text is passed as it is; a view is
+ * copied, into this object if it is short. A NUL inside a view ends the text. A null pointer,
+ * or a copy that could not be allocated, is passed as null, which the library reports.
  *
  * @code{.cpp}
  * const std::string section = "net";
@@ -56,11 +55,11 @@ class Text {
 
   char short_[64];
   Owner<char, std::free> long_;
-  const char* text_;  // last, as it may be in one of the others
+  const char* text_;  // last, since it may point into one of the others
 };
 
 /**
- * A text from the library, owned; null when there is none.
+ * An owned text from the library; null when there is none.
  *
  * @code{.cpp}
  * const gw::String line = gw::format("%s=%d", "port", 80);
@@ -83,7 +82,7 @@ class String {
   }
   /** @return as view(). */
   operator std::string_view() const { return view(); }
-  /** Gives the text up. @return it, to be freed with free(). */
+  /** Releases ownership. @return the text, to be freed with free(). */
   char* release() { return text_.release(); }
 
  private:
@@ -91,7 +90,7 @@ class String {
 };
 
 /**
- * Bytes from the library, owned; null when there are none.
+ * Owned bytes from the library; null when there are none.
  *
  * @code{.cpp}
  * const gw::Bytes notes = gw::read_file("notes.txt");
@@ -104,7 +103,7 @@ class Bytes {
   /** @param data from the heap, or null. @param size in bytes. */
   Bytes(char* data, size_t size) : data_(data), size_(data == nullptr ? 0 : size) {}
 
-  /** @return whether there is a block, be it empty. */
+  /** @return whether there is a block, even an empty one. */
   explicit operator bool() const { return data_ != nullptr; }
   /** @return the first byte, or null. */
   [[nodiscard]] const char* data() const { return data_.get(); }
@@ -119,7 +118,7 @@ class Bytes {
 };
 
 /**
- * An array of texts that a null pointer ends, owned.
+ * An owned array of texts, terminated by a null pointer.
  *
  * @code{.cpp}
  * const gw::Pieces pieces = gw::split("red,green,blue", ",");

@@ -17,8 +17,8 @@
 namespace gw {
 
 /**
- * A condition. wait() remembers nothing: a signal that nobody waits for is lost. wait_for()
- * with a ticket loses none that comes after the ticket.
+ * An event that threads wait for. wait() remembers nothing: a signal that nobody waits for is
+ * lost. wait_for() with a ticket loses no signal that comes after the ticket.
  *
  * @code{.cpp}
  * gw::Event ready;
@@ -34,7 +34,7 @@ class Event {
   /** The number of signals so far. */
   using Ticket = uint32_t;
 
-  /** Makes one; null when memory is exhausted. */
+  /** Creates an event; null when memory is exhausted. */
   Event() : event_(g_thread_event_new()) {}
 
   /** @return whether there is one. */
@@ -55,9 +55,9 @@ class Event {
   /** Waits without limit for a signal that came, or comes, after a ticket. A cancellation
    *  point. @param ticket from ticket(). */
   void wait(Ticket ticket) { g_thread_event_wait_for(get(), ticket, -1); }
-  /** Waits without limit, for signals that come during the wait only. */
+  /** Waits without limit, only for signals that come during the wait. */
   void wait() { g_thread_event_wait(get()); }
-  /** Waits for a signal for a time, and then AGAIN, without limit: read the warning of
+  /** Waits for a signal for a time, and then AGAIN without limit: read the warning of
    *  g_thread_event_wait_timeout(). @param time length of the first wait. */
   void wait_twice(Milliseconds time) { g_thread_event_wait_timeout(get(), time.count()); }
   /** Wakes one waiter. */
@@ -71,7 +71,8 @@ class Event {
 
 namespace detail {
 
-// A function object on the heap that two sides hold: who starts it and who runs it.
+// A function object on the heap that two sides refer to: the one that starts it and the one
+// that runs it. The last reference deletes it.
 struct SharedFunction {
   virtual ~SharedFunction() = default;
   void drop() {
@@ -87,7 +88,7 @@ struct Drop {
 }  // namespace detail
 
 /**
- * A thread, waited for by its owner's end.
+ * A thread, which the destructor joins.
  *
  * @code{.cpp}
  * int sum = 0;
@@ -99,9 +100,9 @@ struct Drop {
 class Thread {
  public:
   Thread() = default;
-  /** Starts one; there is none when memory is exhausted. When the system cannot start a thread
-   *  `function` never runs, and nothing tells (see g_thread_create()).
-   *  @param function called without arguments, on an own copy. Must not throw. */
+  /** Starts a thread; there is none when memory is exhausted. When the system cannot start one,
+   *  `function` never runs, and there is no error (see g_thread_create()).
+   *  @param function copied or moved, and called without arguments. Must not throw. */
   template <typename Function,
             typename = std::enable_if_t<!std::is_same_v<std::decay_t<Function>, Thread>>>
   explicit Thread(Function&& function) {
@@ -113,9 +114,9 @@ class Thread {
     thread_.reset(g_thread_create(Kept::call, run, nullptr));
     if (thread_ == nullptr) run->drop();
   }
-  /** Takes over what another owns. @param other empty afterwards. */
+  /** Moves the thread. @param other empty afterwards. */
   Thread(Thread&& other) = default;
-  /** Waits for the present one first. @param other empty afterwards. @return this. */
+  /** Joins the current one first. @param other empty afterwards. @return this. */
   Thread& operator=(Thread&& other) {
     join();
     thread_ = std::move(other.thread_);
@@ -127,7 +128,7 @@ class Thread {
     join();
   }
 
-  /** @return whether there is one to wait for. */
+  /** @return whether there is a thread to join. */
   explicit operator bool() const { return thread_ != nullptr; }
   /** @return the handle, still owned here. */
   GThread* get() const { return thread_.get(); }
@@ -139,7 +140,7 @@ class Thread {
   /** Asks it to stop at its next cancellation point. */
   void cancel() { g_thread_cancel(get()); }
   /** Sets scheduling class and priority, as g_thread_set_priority().
-   *  @param priority 0 to 6. @return whether it is set. */
+   *  @param priority 0 to 6. @return true on success. */
   bool set_priority(int priority) { return g_thread_set_priority(get(), priority) == 0; }
 
  private:
@@ -161,7 +162,7 @@ class Thread {
 };
 
 /**
- * A function called periodically on a thread of its own, ended by its owner's end.
+ * A function called periodically on its own thread, until the destructor ends it.
  *
  * @code{.cpp}
  * gw::Event done;
@@ -178,12 +179,12 @@ class Thread {
 class Timeout {
  public:
   Timeout() = default;
-  /** Starts one, as g_timeout_new(); the first call comes at once.
+  /** Starts a timeout, as g_timeout_new(); the first call comes immediately.
    *  @param period   above 0.
-   *  @param function called without arguments on an own copy; returns nothing, or true to be
-   *                  called again. Must not throw, and must not end this object: it returns
-   *                  false for that. It may be stopped at any cancellation point in it, so it
-   *                  is not noexcept. */
+   *  @param function copied or moved, and called without arguments; returns nothing, or true to
+   *                  be called again. Must not throw, and must not end this object: it returns
+   *                  false instead. It may be cancelled at any cancellation point in it, so it
+   *                  must not be noexcept. */
   template <typename Function>
   Timeout(Milliseconds period, Function&& function) {
     using Kept = Run<std::decay_t<Function>>;
@@ -193,10 +194,10 @@ class Timeout {
         g_timeout_new(nullptr, period.count(), Kept::call, static_cast<Kept*>(run_.get()));
     if (timeout_ == nullptr) run_.reset();
   }
-  /** Takes over what another owns. @param other empty afterwards. */
+  /** Moves the timeout. @param other empty afterwards. */
   Timeout(Timeout&& other) noexcept
       : timeout_(std::exchange(other.timeout_, nullptr)), run_(std::move(other.run_)) {}
-  /** Ends the present one first. @param other empty afterwards. @return this. */
+  /** Ends the current one first. @param other empty afterwards. @return this. */
   Timeout& operator=(Timeout&& other) noexcept {
     end();
     timeout_ = std::exchange(other.timeout_, nullptr);
@@ -205,13 +206,13 @@ class Timeout {
   }
   ~Timeout() { end(); }
 
-  /** @return whether one was started and not ended here. */
+  /** @return whether one was started and not ended by end(). */
   explicit operator bool() const { return run_ != nullptr; }
-  /** Ends it: its function does not run any more. */
+  /** Ends it: its function no longer runs. */
   void end() {
     if (run_ == nullptr) return;
-    // The library frees a timeout whose function asked for the end; its handle is then void.
-    // Whoever is first to say so decides.
+    // The library itself frees a timeout whose function returned 0, and its handle then
+    // dangles. Whichever side sets `ending` first decides.
     if (!run_->ending.exchange(true, std::memory_order_acq_rel)) {
       const CancellationHeld held;
       g_timeout_free(timeout_);
@@ -243,9 +244,9 @@ class Timeout {
 
 namespace detail {
 
-// What a Timer consists of: its owner and the service's entry each keep it alive, and its
-// lock keeps the function from running once the owner has ended. The lock is recursive
-// because the owner may end inside the function.
+// The shared state of a Timer: its owner and the service's entry each keep it alive, and its
+// lock keeps the function from running once the owner has gone. The lock is recursive because
+// the owner may be destroyed inside the function.
 struct TimerState {
   virtual ~TimerState() = default;
   virtual uint32_t call(uint32_t interval) = 0;
@@ -258,7 +259,8 @@ struct TimerState {
   TimerState* next = nullptr;
 };
 
-// States whose entry the service still has, for its end: then no callback tells them.
+// States that still have an entry in the service. When the service stops it frees its entries
+// without calling their functions, so the states are notified through this list.
 struct TimerStates {
   std::mutex mutex;
   TimerState* first = nullptr;
@@ -274,7 +276,7 @@ struct TimerStates {
     while (*link != nullptr && *link != state) link = &(*link)->next;
     if (*link != nullptr) *link = state->next;
   }
-  // The service has ended: its thread runs no more, and it has freed all entries.
+  // Called when the service has stopped: its thread has ended, and it has freed all entries.
   void forget_entries() {
     TimerState* state;
     {
@@ -297,7 +299,7 @@ struct TimerStates {
 
 inline TimerStates timer_states;
 
-// What a timer's function returned, in milliseconds.
+// The result of a timer's function, in milliseconds.
 template <typename Rep, typename Period>
 uint32_t interval_of(std::chrono::duration<Rep, Period> interval) {
   return static_cast<uint32_t>(Milliseconds(interval).count());
@@ -322,7 +324,7 @@ inline uint32_t run_timer(uint32_t interval, void* param) {
     if (!has_owner) next = 0;
     if (next == 0) {
       timer_states.remove(state);
-      state->has_entry = false;  // from here on the state is the owner's, if there is one
+      state->has_entry = false;  // from here on the owner, if there is one, owns the state
     }
   }
   if (!has_owner) delete state;
@@ -332,7 +334,7 @@ inline uint32_t run_timer(uint32_t interval, void* param) {
 }  // namespace detail
 
 /**
- * The timer service, stopped by its owner's end.
+ * The timer service, stopped by the destructor.
  *
  * @code{.cpp}
  * gw::TimerService service;
@@ -360,9 +362,9 @@ class TimerService {
 };
 
 /**
- * A periodic callback on the service's thread, ended by its owner's end: then its function is
- * not running (unless it is itself what ends it) and will not run any more. Not to be used
- * beside g_set_timer() and g_timer_cleanup(), which end timers behind their owners' backs.
+ * A periodic callback on the service's thread, ended by the destructor: afterwards its function is
+ * not running (unless the function itself ended it) and will not run again. Do not use it together
+ * with g_set_timer() and g_timer_cleanup(), which end timers without their owners' knowledge.
  *
  * @code{.cpp}
  * gw::TimerService service;
@@ -377,9 +379,9 @@ class TimerService {
 class Timer {
  public:
   Timer() = default;
-  /** Registers one, as g_add_timer().
+  /** Registers a timer, as g_add_timer().
    *  @param interval until the first call.
-   *  @param function called on an own copy without arguments; returns nothing to be called
+   *  @param function copied or moved, and called without arguments; returns nothing to be called
    *                  again after the same interval, or the next interval, 0 to end. Must not
    *                  throw. */
   template <typename Function>
@@ -396,9 +398,9 @@ class Timer {
     }
     state_ = state;
   }
-  /** Takes over what another owns. @param other empty afterwards. */
+  /** Moves the timer. @param other empty afterwards. */
   Timer(Timer&& other) noexcept : state_(std::exchange(other.state_, nullptr)) {}
-  /** Ends the present one first. @param other empty afterwards. @return this. */
+  /** Ends the current one first. @param other empty afterwards. @return this. */
   Timer& operator=(Timer&& other) noexcept {
     if (this != &other) {
       end();
@@ -408,7 +410,7 @@ class Timer {
   }
   ~Timer() { end(); }
 
-  /** @return whether one was registered and not ended here. */
+  /** @return whether one was registered and not ended by end(). */
   explicit operator bool() const { return state_ != nullptr; }
   /** Ends it. The service keeps an empty entry until the interval is over. */
   void end() {

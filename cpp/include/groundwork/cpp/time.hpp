@@ -12,9 +12,9 @@
 namespace gw {
 
 /**
- * A time for the library: whole milliseconds in an int, from a number of them or from any
- * duration of `std::chrono`. A duration is rounded up, so that nothing happens too early, and
- * one that is too long for an int is the longest, 24 days.
+ * A time for the library: whole milliseconds in an int, from a number or from any `std::chrono`
+ * duration. A duration is rounded up, so that nothing happens too early; one that does not fit
+ * becomes the longest, 24 days.
  *
  * @code{.cpp}
  * gw::delay(2);
@@ -36,7 +36,7 @@ class Milliseconds {
  private:
   template <typename Rep, typename Period>
   static constexpr int rounded_up(std::chrono::duration<Rep, Period> duration) {
-    // Compared as floating point: every duration fits into that.
+    // Compared as floating point, which every duration fits into.
     using Approximate = std::chrono::duration<double, std::milli>;
     const Approximate approximate = duration;
     if (approximate.count() >= INT_MAX) return INT_MAX;
@@ -53,7 +53,7 @@ inline void delay(Milliseconds time) {
 }
 
 /**
- * The clock of g_monotonic_ms(), for `std::chrono`: nobody sets it.
+ * The clock of g_monotonic_ms(), for `std::chrono`: it cannot be set.
  *
  * @code{.cpp}
  * const auto begin = gw::MonotonicClock::now();
@@ -63,18 +63,18 @@ inline void delay(Milliseconds time) {
  * @endcode
  */
 struct MonotonicClock {
-  /** Of a tick. */
+  /** Type of durations. */
   using duration = std::chrono::milliseconds;
-  /** Type of a count of ticks. */
+  /** Type of a number of ticks. */
   using rep = duration::rep;
   /** Length of a tick. */
   using period = duration::period;
   /** An instant. */
   using time_point = std::chrono::time_point<MonotonicClock>;
-  /** It never goes back. */
+  /** It never goes backwards. */
   static constexpr bool is_steady = true;
 
-  /** @return the instant. */
+  /** @return the current time. */
   [[nodiscard]] static time_point now() { return time_point(duration(g_monotonic_ms())); }
 };
 

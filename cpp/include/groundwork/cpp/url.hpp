@@ -11,8 +11,8 @@
 
 namespace gw {
 
-/** Registers the modules of files and HTTP, once; call it before the first Url, on one
- *  thread. A program that registers them itself does not call this. */
+/** Registers the file and HTTP modules, once; call it before the first Url, from one thread.
+ *  Not for programs that register modules themselves. */
 inline void use_files_and_http() {
   static bool done = false;
   if (!std::exchange(done, true)) {
@@ -21,7 +21,7 @@ inline void use_files_and_http() {
 }
 
 /**
- * A stream over a file, standard input or HTTP, closed by its owner's end.
+ * A stream over a file, standard input or HTTP, closed by the destructor.
  *
  * @code{.cpp}
  * gw::use_files_and_http();
@@ -43,11 +43,11 @@ class Url {
   explicit operator bool() const { return url_ != nullptr; }
   /** @return the handle, still owned here. */
   [[nodiscard]] URL get() const { return url_.get(); }
-  /** Reads bytes, as url_read(). @param buffer room for `size` bytes. @param size the most
-   *  that are read. @return how many were; 0 at the end, and -1 on error. */
+  /** Reads bytes, as url_read(). @param buffer room for `size` bytes. @param size the maximum.
+   *  @return the number of bytes read; 0 at the end, -1 on error. */
   int32_t read(void* buffer, int32_t size) { return url_read(get(), buffer, size); }
-  /** Reads the next line that is not empty, without its end, as url_readline().
-   *  @param buffer takes the line; of a longer one the rest is the next line.
+  /** Reads the next non-empty line, without its line end, as url_readline().
+   *  @param buffer gets the line; the rest of a longer line is returned as the next one.
    *  @return the line, in `buffer`; none at the end. */
   template <size_t Size>
   [[nodiscard]] std::optional<std::string_view> line(char (&buffer)[Size]) {
@@ -57,17 +57,17 @@ class Url {
   }
   /** Reads a byte, as url_fgetc(). @return 0 to 255, or -1. */
   int byte() { return url_fgetc(get()); }
-  /** Reads as url_dump(). @param size at most. @return the bytes; none at the end, and when
-   *  the first read fails. */
+  /** Reads bytes, as url_dump(). @param size the maximum. @return the bytes; none at the end, and
+   *  when the first read fails. */
   Bytes dump(int32_t size) {
     int32_t length = 0;
     Owner<char, std::free> bytes(static_cast<char*>(url_dump(get(), size, &length)));
     if (bytes == nullptr || length < 0) return {};
     return Bytes(bytes.release(), static_cast<size_t>(length));
   }
-  /** Moves the stream, as url_seek(). @param offset bytes, relative to what `whence` says.
-   *  @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new position; of a stream that
-   *  can only go forward, the one before the move; -1 on failure. */
+  /** Moves the stream, as url_seek(). @param offset in bytes, relative to `whence`.
+   *  @param whence SEEK_SET, SEEK_CUR or SEEK_END. @return the new position, or the position
+   *  before the move if the stream can only go forwards; -1 on failure. */
   int64_t seek(int64_t offset, int whence = SEEK_SET) {
     return url_seek(get(), offset, whence);
   }
