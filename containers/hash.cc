@@ -10,6 +10,7 @@
 
 #include <groundwork/hash.h>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -19,9 +20,11 @@
 #include "containers/hash_table.h"
 #include "containers/hash_walk.h"
 #include "containers/slot_index.h"
+#include "core/built_for.h"
 #include "core/check.h"
 
 using namespace groundwork;
+using Match = SlotIndex::Match;
 
 namespace {
 
@@ -72,14 +75,21 @@ uint32_t hash_of(const GHash& hash, const void* key) {
   return hash.hash_func(key);
 }
 
-[[gnu::noinline]] uint32_t text_match(const GHash& hash, const void* key, uint32_t hashed) {
-  return indexed_match(hash, SameText{key, hashed});
+// The result is a Match as one number: it comes in registers then, on every target.
+template <typename Same>
+[[gnu::noinline]] uint64_t packed_match(const GHash& hash, Same same) {
+  return std::bit_cast<uint64_t>(indexed_match(hash, same));
 }
 
 // The slot that a search finds in a table with an index; `size` when there is none.
-[[gnu::always_inline]] inline uint32_t match_of(const GHash& hash, const void* key,
-                                                uint32_t hashed) {
-  if (hash.keys == HashKeys::kStrings) return text_match(hash, key, hashed);
+[[gnu::always_inline]] inline Match match_of(const GHash& hash, const void* key,
+                                             uint32_t hashed) {
+  if constexpr (!kForSpeed) {
+    return std::bit_cast<Match>(packed_match(hash, SameKey{hash.keys, key, hashed}));
+  }
+  if (hash.keys == HashKeys::kStrings) {
+    return std::bit_cast<Match>(packed_match(hash, SameText{key, hashed}));
+  }
   if (sizeof(void*) > sizeof(uint32_t) && hash.keys == HashKeys::kPointers) {
     return indexed_match(hash, SameWidePointer{key, hashed});
   }
@@ -87,23 +97,23 @@ uint32_t hash_of(const GHash& hash, const void* key) {
 }
 
 // The slot that a search finds; `size` when there is none.
-[[gnu::always_inline]] inline uint32_t find_slot(const GHash& hash, const void* key) {
+[[gnu::always_inline]] inline Match find_slot(const GHash& hash, const void* key) {
   const uint32_t hashed = hash_of(hash, key);
-  if (!hash.index) [[unlikely]]
-    return walk_to_match(hash, key, hashed);
+  if (!hash.has_index) [[unlikely]]
+    return {walk_to_match(hash, key, hashed), SlotIndex::kSearch};
   return match_of(hash, key, hashed);
 }
 
 // Where `key` is to be stored: the slot of an entry for it, or a hole.
-uint32_t insertion_slot(GHash& hash, const void* key, uint32_t hashed) {
-  if (!hash.index) [[unlikely]]
-    return walk_to_insertion(hash, key, hashed);
+IN_LINE_FOR_SPEED Match insertion_slot(GHash& hash, const void* key, uint32_t hashed) {
+  if (!hash.has_index) [[unlikely]]
+    return {walk_to_insertion(hash, key, hashed), SlotIndex::kSearch};
   return indexed_insertion(hash, hashed, match_of(hash, key, hashed));
 }
 
-[[gnu::always_inline]] inline void put(GHash& hash, uint32_t slot, HashEntry* entry) {
+IN_LINE_FOR_SPEED void put(GHash& hash, uint32_t slot, HashEntry* entry, uint32_t cell) {
   hash.slots[slot] = entry;
-  if (hash.index) hash.index.add(entry->hashed, slot);
+  if (hash.has_index) hash.index().add(entry->hashed, slot, cell);
 }
 
 // --- Entries that are leaving: those whose destroy function was called. They are in their
@@ -114,9 +124,11 @@ constexpr uint32_t leaving_words(uint32_t slots) {
   return slots / 32 + (slots % 32 != 0);
 }
 
-// One bit for each slot, after the slots.
+// One bit for each slot, after the slots and the index.
 uint32_t& leaving_word(const GHash& hash, uint32_t slot) {
-  return reinterpret_cast<uint32_t*>(hash.slots + hash.size)[slot / 32];
+  const uint64_t index_words = hash.has_index ? SlotIndex::words(hash.size) : 0;
+  auto* const after_slots = reinterpret_cast<uint32_t*>(hash.slots + hash.size);
+  return after_slots[static_cast<size_t>(index_words) + slot / 32];
 }
 constexpr uint32_t leaving_bit(uint32_t slot) {
   return uint32_t{1} << slot % 32;
@@ -139,16 +151,19 @@ uint32_t slot_now(const GHash& hash, const HashEntry* entry, uint32_t slot, uint
   return slot;
 }
 
-// Makes a hole of `slot`.
-void take_out(GHash& hash, uint32_t slot) {
-  if (hash.index) {
-    hash.index.remove(hash.slots[slot]->hashed, slot,
-                      [&](uint32_t other) { return hash.slots[other]->hashed; });
+// Makes a hole of `slot`, whose cell in the index, if any, is `cell`.
+IN_LINE_FOR_SPEED void take_out(GHash& hash, uint32_t slot, uint32_t cell) {
+  if (hash.has_index) {
+    hash.index().remove(hash.slots[slot]->hashed, slot, cell,
+                        [&](uint32_t other) { return hash.slots[other]->hashed; });
   }
   hash.slots[slot] = nullptr;
   --hash.count;
-  hash.had_removals = hash.count != 0;
-  hash.has_copies = hash.has_copies && hash.had_removals;
+  hash.had_removals = true;
+  if (hash.count == 0) {
+    hash.had_removals = false;
+    hash.has_copies = false;
+  }
 }
 
 // Takes out the entry at `slot`, after its destroy function has seen it in place. Null when
@@ -164,33 +179,29 @@ HashEntry* destroy_entry(GHash& hash, uint32_t slot) {
     if (slot == hash.size) return entry;
   }
   set_leaving(hash, slot, false);
-  take_out(hash, slot);
+  take_out(hash, slot, SlotIndex::kSearch);
   return was_leaving ? nullptr : entry;
 }
 
-void remove_entry(GHash& hash, uint32_t slot) {
+// `cell` is that of the entry in the index, or to be searched for.
+IN_LINE_FOR_SPEED void remove_entry(GHash& hash, uint32_t slot, uint32_t cell) {
   HashEntry* entry = hash.slots[slot];
   if (hash.destroy_func == nullptr) {
-    take_out(hash, slot);
+    take_out(hash, slot, cell);
   } else {
     entry = destroy_entry(hash, slot);
   }
-  std::free(entry);
+  if (entry != nullptr) hash.entries.give_back(entry);
 }
 
 // Removes all entries, in the order of their slots. What a destroy function inserts before
 // the slot of its entry, or moves there because the table grows, has its turn after the
 // others.
 void empty(GHash& hash) {
+  if (hash.destroy_func == nullptr) return;  // nobody is there to look at the slots
   while (hash.count != 0) {
     for (uint32_t slot = 0; slot < hash.size; ++slot) {
-      if (hash.slots[slot] == nullptr) continue;
-      if (hash.destroy_func != nullptr) {
-        remove_entry(hash, slot);
-      } else {
-        std::free(hash.slots[slot]);
-        --hash.count;  // nobody is there to look at the slot
-      }
+      if (hash.slots[slot] != nullptr) remove_entry(hash, slot, SlotIndex::kSearch);
     }
   }
 }
@@ -199,7 +210,7 @@ void empty(GHash& hash) {
 
 struct Room {
   HashEntry** slots;  // null when memory is exhausted
-  SlotIndex index;
+  bool has_index;
 };
 
 // `size` empty slots with what belongs to them: bits for leaving entries and, if the table
@@ -209,22 +220,22 @@ Room allocate_room(HashKeys keys, uint32_t size) {
       uint64_t{size} * sizeof(HashEntry*) + leaving_words(size) * sizeof(uint32_t);
   const auto allocate = [&](uint64_t words) {
     const uint64_t all = bytes + words * sizeof(uint32_t);
-    return all <= PTRDIFF_MAX ? std::calloc(1, static_cast<size_t>(all)) : nullptr;
+    return static_cast<HashEntry**>(
+        all <= PTRDIFF_MAX ? std::calloc(1, static_cast<size_t>(all)) : nullptr);
   };
   if (keys != HashKeys::kCallers && size <= SlotIndex::kMaxSlots) {
-    if (void* const block = allocate(SlotIndex::words(size)); block != nullptr) {
-      char* const after_slots = static_cast<char*>(block) + bytes;
-      return {static_cast<HashEntry**>(block),
-              SlotIndex(reinterpret_cast<uint32_t*>(after_slots), size)};
+    if (HashEntry** const slots = allocate(SlotIndex::words(size)); slots != nullptr) {
+      return {slots, true};
     }
   }
-  return {static_cast<HashEntry**>(allocate(0)), {}};
+  return {allocate(0), false};
 }
 
 void move_in(GHash& hash, const Room& room, uint32_t size) {
   hash.slots = room.slots;
   hash.size = size;
-  hash.index = room.index;
+  hash.has_index = room.has_index;
+  if (room.has_index) hash.index().set_up();
 }
 
 // Notes the hash of each entry. The caller's hash function may change the table; false when
@@ -244,14 +255,19 @@ bool rehash(GHash& hash) {
   return true;
 }
 
-// Doubles the table; false when memory is exhausted, with nothing changed.
+// Doubles the table, and has an entry ready; false when memory is exhausted, with nothing
+// changed.
 [[gnu::noinline]] bool grow(GHash& hash) {
   if (hash.size > UINT32_MAX / 2) return false;
   const Room room = allocate_room(hash.keys, hash.size * 2);
   if (room.slots == nullptr) return false;
-  if (!hash.index && !rehash(hash)) {
+  if (!hash.has_index && !rehash(hash)) {
     std::free(room.slots);
     return true;  // an insertion in the caller's hash function was first
+  }
+  if (!hash.entries.prepare(hash.size)) {
+    std::free(room.slots);
+    return false;
   }
   GHash grown = hash;
   move_in(grown, room, hash.size * 2);
@@ -265,7 +281,7 @@ bool rehash(GHash& hash) {
     HashEntry* const entry = hash.slots[slot];
     if (entry == nullptr) continue;
     const uint32_t place = first_hole(grown, home_slot(grown, entry->hashed));
-    put(grown, place, entry);
+    put(grown, place, entry, SlotIndex::kSearch);
     if (may_be_leaving && is_leaving(hash, slot)) [[unlikely]]
       set_leaving(grown, place, true);
   }
@@ -316,6 +332,7 @@ extern "C" void g_hash_free(GHash* hash) {
   empty(*hash);
   if (!is_outermost)
     return;  // the call whose destroy function made this one frees the rest
+  hash->entries.free_all();
   std::free(hash->slots);
   std::free(hash);
 }
@@ -323,40 +340,39 @@ extern "C" void g_hash_free(GHash* hash) {
 extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
   CHECK_ARG(hash != NULL, -1);
   const uint32_t hashed = hash_of(*hash, key);
-  uint32_t slot = insertion_slot(*hash, key, hashed);
+  auto [slot, cell] = insertion_slot(*hash, key, hashed);
   if (HashEntry* const entry = hash->slots[slot]; entry != nullptr) {
     *entry = {key, value, hashed};
     return 0;
   }
   if (!admits(*hash)) [[unlikely]]
     return -1;
-  auto* const entry = static_cast<HashEntry*>(std::malloc(sizeof(HashEntry)));
-  if (entry == nullptr) [[unlikely]]
-    return -1;
   while (hash->count == hash->size - 1) {
-    if (!grow(*hash)) [[unlikely]] {
-      std::free(entry);
+    if (!grow(*hash)) [[unlikely]]
       return -1;
-    }
     slot = first_hole(*hash, home_slot(*hash, hashed));
+    cell = SlotIndex::kSearch;
   }
+  if (!hash->entries.prepare(hash->size - 1 - hash->count)) [[unlikely]]
+    return -1;
+  HashEntry* const entry = hash->entries.take();
   *entry = {key, value, hashed};
-  put(*hash, slot, entry);
+  put(*hash, slot, entry, cell);
   ++hash->count;
   return 0;
 }
 
 extern "C" void* g_hash_find(GHash* hash, const void* key) {
   CHECK_ARG(hash != NULL, nullptr);
-  const uint32_t slot = find_slot(*hash, key);
+  const uint32_t slot = find_slot(*hash, key).slot;
   return slot != hash->size ? hash->slots[slot]->value : nullptr;
 }
 
 extern "C" int g_hash_remove(GHash* hash, const void* key) {
   CHECK_ARG(hash != NULL, -1);
-  const uint32_t slot = find_slot(*hash, key);
+  const auto [slot, cell] = find_slot(*hash, key);
   if (slot == hash->size) return -1;
-  remove_entry(*hash, slot);  // `key` may be gone afterwards
+  remove_entry(*hash, slot, cell);  // `key` may be gone afterwards
   return 0;
 }
 

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "containers/hash_table.h"
+#include "core/built_for.h"
 
 namespace groundwork {
 
@@ -34,6 +35,20 @@ struct SameWidePointer {
   bool operator()(const HashEntry& entry) const { return entry.key == key; }
 };
 
+// Any of them, for code that is there once.
+struct SameKey {
+  HashKeys keys;
+  const void* key;
+  uint32_t hashed;
+  bool operator()(const HashEntry& entry) const {
+    if (keys == HashKeys::kStrings) return SameText{key, hashed}(entry);
+    if (sizeof(void*) > sizeof(uint32_t) && keys == HashKeys::kPointers) {
+      return SameWidePointer{key, hashed}(entry);
+    }
+    return SameNumber{hashed}(entry);
+  }
+};
+
 // How far a probe run from `home` has gone when it meets `slot`.
 inline uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
   return slot >= home ? slot - home : slot + (hash.size - home);
@@ -45,7 +60,7 @@ template <typename Same>
   const uint32_t home = home_slot(hash, same.hashed);
   uint32_t nearest = hash.size;
   uint32_t nearest_distance = hash.size;
-  hash.index.find_candidate(same.hashed, [&](uint32_t slot) {
+  hash.index().find_candidate(same.hashed, [&](uint32_t slot) {
     const uint32_t slot_distance = distance(hash, home, slot);
     if (slot_distance < nearest_distance && same(*hash.slots[slot])) {
       nearest = slot;
@@ -58,22 +73,23 @@ template <typename Same>
 
 // As walk_to_match().
 template <typename Same>
-[[gnu::always_inline]] inline uint32_t indexed_match(const GHash& hash, Same same) {
+[[gnu::always_inline]] inline SlotIndex::Match indexed_match(const GHash& hash, Same same) {
   if (hash.has_copies) [[unlikely]]
-    return nearest_match(hash, same);
-  return hash.index.find_candidate(same.hashed,
-                                   [&](uint32_t slot) { return same(*hash.slots[slot]); });
+    return {nearest_match(hash, same), SlotIndex::kSearch};
+  return hash.index().find_candidate(
+      same.hashed, [&](uint32_t slot) { return same(*hash.slots[slot]); });
 }
 
 // As walk_to_insertion(), for a key whose indexed_match() is `match`.
-inline uint32_t indexed_insertion(GHash& hash, uint32_t hashed, uint32_t match) {
-  if (match != hash.size && !hash.had_removals) return match;
+IN_LINE_FOR_SPEED SlotIndex::Match indexed_insertion(GHash& hash, uint32_t hashed,
+                                                     SlotIndex::Match match) {
+  if (match.slot != hash.size && !hash.had_removals) return match;
   const uint32_t home = home_slot(hash, hashed);
   const uint32_t hole = first_hole(hash, home);
-  if (match == hash.size) return hole;
-  if (distance(hash, home, match) < distance(hash, home, hole)) return match;
+  if (match.slot == hash.size) return {hole, match.cell};
+  if (distance(hash, home, match.slot) < distance(hash, home, hole)) return match;
   hash.has_copies = true;
-  return hole;
+  return {hole, SlotIndex::kSearch};
 }
 
 }  // namespace groundwork

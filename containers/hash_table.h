@@ -15,15 +15,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "containers/hash_entries.h"
 #include "containers/slot_index.h"
+#include "core/built_for.h"
 
 namespace groundwork {
-
-struct HashEntry {
-  void* key;
-  void* value;
-  uint32_t hashed;  // of the key; costs nothing, heaps round the block up anyway
-};
 
 // What is known about a table's hash and equality functions.
 enum class HashKeys : uint8_t { kCallers, kPointers, kInts, kStrings };
@@ -39,11 +35,16 @@ struct GHash {
   GHashDestroyFunc destroy_func;
   // Callers know the fields above.
   groundwork::HashKeys keys;
-  bool had_removals;            // since it grew, so there may be holes in probe runs
-  bool has_copies;              // an insertion through the index stored some key again
-  bool is_being_freed;          // by g_hash_free(), which is calling destroy_func
-  uint32_t insertions_left;     // while the table is being freed
-  groundwork::SlotIndex index;  // in the block of the slots; false when the table is walked
+  bool has_index : 1;        // after the slots; without one the table is walked
+  bool had_removals : 1;     // since it grew, so there may be holes in probe runs
+  bool has_copies : 1;       // an insertion through the index stored some key again
+  bool is_being_freed : 1;   // by g_hash_free(), which is calling destroy_func
+  uint32_t insertions_left;  // while the table is being freed
+  groundwork::EntryPool entries;
+
+  groundwork::SlotIndex index() const {
+    return {reinterpret_cast<uint32_t*>(slots + size), size};
+  }
 };
 static_assert(offsetof(GHash, slots) == 0 && offsetof(GHash, size) == sizeof(void*) &&
               offsetof(GHash, count) == sizeof(void*) + sizeof(uint32_t) &&
@@ -65,9 +66,9 @@ inline uint32_t next_slot(const GHash& hash, uint32_t slot) {
 }
 
 // The first hole from `slot` on.
-inline uint32_t first_hole(const GHash& hash, uint32_t slot) {
+IN_LINE_FOR_SPEED uint32_t first_hole(const GHash& hash, uint32_t slot) {
   if (hash.slots[slot] == nullptr) return slot;
-  if (hash.index) return hash.index.first_hole(slot);
+  if (hash.has_index) return hash.index().first_hole(slot);
   while (hash.slots[slot] != nullptr) slot = next_slot(hash, slot);
   return slot;
 }

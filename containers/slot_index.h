@@ -7,6 +7,9 @@
 // anyway. Holes: one bit for each slot, set where occupied, and a summary bit for each word
 // of those, set where the word is full.
 //
+// An index is found from its table's slots, so that a table has no pointers to it: this is
+// a view of its memory. A large one begins with two figures that every call needs.
+//
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_SLOT_INDEX_H
 #define GROUNDWORK_CONTAINERS_SLOT_INDEX_H
@@ -15,94 +18,142 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/built_for.h"
+
 namespace groundwork {
 
 class SlotIndex {
  public:
+  // Where a search ended: the slot, and the cell that leads to it, or would.
+  struct Match {
+    uint32_t slot;
+    uint32_t cell;
+  };
+  static constexpr uint32_t kSearch = UINT32_MAX;  // a cell that is not known
+
   static constexpr uint32_t kMaxSlots = UINT32_MAX >> 2;  // leaves a bit for the tag
 
   // How many words the index of a table of `slots` slots takes.
   static constexpr uint64_t words(uint32_t slots) {
-    return uint64_t{cell_words(slots)} + bit_words(slots) + bit_words(bit_words(slots));
+    return uint64_t{cell_words(slots)} + bit_words(slots) + bit_words(bit_words(slots)) +
+           (is_small(slots) ? 0 : kFigures);
   }
 
-  SlotIndex() = default;  // no index: tests false
+  // `memory` holds words(slots) words. Not owned.
+  SlotIndex(uint32_t* memory, uint32_t slots) : memory_(memory), slots_(slots) {}
 
-  // `memory` holds words(slots) zeros; all slots are empty. Not owned.
-  SlotIndex(uint32_t* memory, uint32_t slots)
-      : cells_(memory),
-        cell_count_(cells(slots)),
-        slots_(slots),
-        tag_factor_(uint32_t{1} << std::bit_width(slots)),
-        occupied_(cells_ + cell_words(slots)),
-        full_(occupied_ + bit_words(slots)) {
+  // Makes an index of `memory`, all zeros, where all slots are empty.
+  void set_up() const {
+    if (!is_small(slots_)) {
+      memory_[0] = cells(slots_);
+      memory_[1] = uint32_t{1} << std::bit_width(slots_);
+    }
     // What lies beyond the end is no hole.
-    fill_from(occupied_, slots);
-    fill_from(full_, bit_words(slots));
+    fill_from(occupied(), slots_);
+    fill_from(full(), bit_words(slots_));
   }
-
-  explicit operator bool() const { return cells_ != nullptr; }
 
   // The first occupied slot, in no order, whose hash may be `hash` and for which
   // is_match(slot) returns true; the number of slots when there is none. In a large table
   // slots of other hashes are rare among those asked about. Of slots with one hash that
   // which was added first is asked about first.
   template <typename IsMatch>
-  uint32_t find_candidate(uint32_t hash, IsMatch is_match) const {
-    return is_small(slots_) ? find<Byte>(hash, is_match) : find<Word>(hash, is_match);
+  IN_LINE_FOR_SPEED Match find_candidate(uint32_t hash, IsMatch is_match) const {
+    return with_cells([&](auto cells) { return find(cells, hash, is_match); });
   }
 
   // The first empty slot from `slot` on, the last slot being followed by the first. One
   // must be empty.
-  uint32_t first_hole(uint32_t slot) const {
+  IN_LINE_FOR_SPEED uint32_t first_hole(uint32_t slot) const {
+    const uint32_t* const taken = occupied();
     uint32_t word = slot / 32;
-    uint32_t holes = ~occupied_[word] & (~uint32_t{0} << slot % 32);
+    uint32_t holes = ~taken[word] & (~uint32_t{0} << slot % 32);
     if (holes == 0) {
       word = word_with_hole_after(word);
-      holes = ~occupied_[word];
+      holes = ~taken[word];
     }
     return word * 32 + static_cast<uint32_t>(std::countr_zero(holes));
   }
 
-  // `slot`, empty so far, is taken by an entry of `hash`.
-  void add(uint32_t hash, uint32_t slot) {
-    if (is_small(slots_)) {
-      add_cell<Byte>(hash, slot);
-    } else {
-      add_cell<Word>(hash, slot);
-    }
+  // `slot`, empty so far, is taken by an entry of `hash`. `cell` is where the search for
+  // such an entry ended without a match, if nothing was changed since.
+  IN_LINE_FOR_SPEED void add(uint32_t hash, uint32_t slot, uint32_t cell) const {
+    with_cells([&](auto cells) { add_cell(cells, hash, slot, cell); });
     const uint32_t word = slot / 32;
-    occupied_[word] |= bit(slot);
-    if (occupied_[word] == ~uint32_t{0}) full_[word / 32] |= bit(word);
+    uint32_t& taken = occupied()[word];
+    taken |= bit(slot);
+    if (taken == ~uint32_t{0}) full()[word / 32] |= bit(word);
   }
 
-  // `slot` loses its entry of `hash`. hash_at(slot) tells the hash of any other occupied
-  // slot.
+  // `slot` loses its entry of `hash`. `cell` is where the search for it ended, if nothing
+  // was changed since. hash_at(slot) tells the hash of any other occupied slot.
   template <typename HashAt>
-  void remove(uint32_t hash, uint32_t slot, HashAt hash_at) {
-    occupied_[slot / 32] &= ~bit(slot);
-    full_[slot / 32 / 32] &= ~bit(slot / 32);
-    if (is_small(slots_)) {
-      remove_cell<Byte>(hash, slot, hash_at);
-    } else {
-      remove_cell<Word>(hash, slot, hash_at);
-    }
+  IN_LINE_FOR_SPEED void remove(uint32_t hash, uint32_t slot, uint32_t cell,
+                                HashAt hash_at) const {
+    occupied()[slot / 32] &= ~bit(slot);
+    full()[slot / 32 / 32] &= ~bit(slot / 32);
+    with_cells([&](auto cells) { remove_cell(cells, hash, slot, cell, hash_at); });
   }
 
  private:
-  // The two kinds of cells.
-  struct Byte {
-    using Cell = uint8_t;
-    static constexpr uint32_t tag(uint32_t, uint32_t) { return 0; }
-    static constexpr uint32_t slot_mask(uint32_t) { return UINT8_MAX; }
+  // The two kinds of cells: how many there are, and what is in one.
+  struct Bytes {
+    uint8_t* cells;
+    uint32_t count;
+
+    explicit Bytes(const SlotIndex& index)
+        : cells(reinterpret_cast<uint8_t*>(index.memory_)), count(index.slots_ * 2) {}
+    uint32_t get(uint32_t at) const { return cells[at]; }
+    void set(uint32_t at, uint32_t cell) const { cells[at] = static_cast<uint8_t>(cell); }
+    static constexpr uint32_t tag(uint32_t) { return 0; }
+    static constexpr uint32_t slot_mask() { return UINT8_MAX; }
   };
-  struct Word {
-    using Cell = uint32_t;
-    static constexpr uint32_t tag(uint32_t mixed, uint32_t factor) {
-      return mixed * factor;
+  struct Words {
+    uint32_t* cells;
+    uint32_t count;
+    uint32_t factor;  // leaves the low bits for the slot
+
+    explicit Words(const SlotIndex& index)
+        : cells(index.memory_ + kFigures),
+          count(index.memory_[0]),
+          factor(index.memory_[1]) {}
+    uint32_t get(uint32_t at) const { return cells[at]; }
+    void set(uint32_t at, uint32_t cell) const { cells[at] = cell; }
+    uint32_t tag(uint32_t mixed) const { return mixed * factor; }
+    uint32_t slot_mask() const { return factor - 1; }
+  };
+  // Either, for code that is there once: the factor is 0 where cells are bytes.
+  struct Either {
+    uint32_t* memory;
+    uint32_t count;
+    uint32_t factor;
+
+    explicit Either(const SlotIndex& index)
+        : memory(index.memory_), count(index.slots_ * 2), factor(0) {
+      if (is_small(index.slots_)) return;
+      count = memory[0];
+      factor = memory[1];
+      memory += kFigures;
     }
-    static constexpr uint32_t slot_mask(uint32_t factor) { return factor - 1; }
+    uint32_t get(uint32_t at) const {
+      return factor == 0 ? reinterpret_cast<uint8_t*>(memory)[at] : memory[at];
+    }
+    void set(uint32_t at, uint32_t cell) const {
+      if (factor == 0) {
+        reinterpret_cast<uint8_t*>(memory)[at] = static_cast<uint8_t>(cell);
+      } else {
+        memory[at] = cell;
+      }
+    }
+    uint32_t tag(uint32_t mixed) const { return mixed * factor; }
+    uint32_t slot_mask() const { return factor - 1; }
   };
+  template <typename Work>
+  IN_LINE_FOR_SPEED auto with_cells(Work work) const -> decltype(work(Either(*this))) {
+    if constexpr (!kForSpeed) return work(Either(*this));
+    return is_small(slots_) ? work(Bytes(*this)) : work(Words(*this));
+  }
+  static constexpr uint32_t kFigures = 2;  // before the words for cells
   static constexpr bool is_small(uint32_t slots) { return slots <= 128; }
 
   // Since one slot stays empty, less than half of the bytes, or four of seven words, are
@@ -124,77 +175,81 @@ class SlotIndex {
 
   // One-to-one; its upper bits choose the cell, its lower bits are the tag.
   static constexpr uint32_t mix(uint32_t hash) { return (hash ^ hash >> 16) * 0x9e3779b1u; }
-  uint32_t home_cell(uint32_t mixed) const {
-    return static_cast<uint32_t>(uint64_t{mixed} * cell_count_ >> 32);
+  static uint32_t home_cell(uint32_t mixed, uint32_t count) {
+    return static_cast<uint32_t>(uint64_t{mixed} * count >> 32);
   }
-  uint32_t next_cell(uint32_t at) const { return at + 1 == cell_count_ ? 0 : at + 1; }
-
-  template <typename Kind>
-  typename Kind::Cell* cells_of() const {
-    return reinterpret_cast<typename Kind::Cell*>(cells_);
+  static uint32_t next_cell(uint32_t at, uint32_t count) {
+    return at + 1 == count ? 0 : at + 1;
   }
 
-  template <typename Kind, typename IsMatch>
-  uint32_t find(uint32_t hash, IsMatch is_match) const {
-    const auto* const cells = cells_of<Kind>();
+  uint32_t* occupied() const {
+    return memory_ + (is_small(slots_) ? cell_words(slots_) : kFigures + memory_[0]);
+  }
+  uint32_t* full() const { return occupied() + bit_words(slots_); }
+
+  template <typename Cells, typename IsMatch>
+  IN_LINE_FOR_SPEED Match find(Cells cells, uint32_t hash, IsMatch is_match) const {
     const uint32_t mixed = mix(hash);
-    const uint32_t tag = Kind::tag(mixed, tag_factor_);
-    for (uint32_t at = home_cell(mixed);; at = next_cell(at)) {
-      const uint32_t cell = cells[at];
-      if (cell == 0) return slots_;
+    const uint32_t tag = cells.tag(mixed);
+    for (uint32_t at = home_cell(mixed, cells.count);; at = next_cell(at, cells.count)) {
+      const uint32_t cell = cells.get(at);
+      if (cell == 0) return {slots_, at};
       const uint32_t slot = (cell ^ tag) - 1;
-      if (slot < slots_ && is_match(slot)) return slot;
+      if (slot < slots_ && is_match(slot)) return {slot, at};
     }
   }
 
-  template <typename Kind>
-  void add_cell(uint32_t hash, uint32_t slot) {
-    auto* const cells = cells_of<Kind>();
+  template <typename Cells>
+  IN_LINE_FOR_SPEED static void add_cell(Cells cells, uint32_t hash, uint32_t slot,
+                                         uint32_t at) {
     const uint32_t mixed = mix(hash);
-    uint32_t at = home_cell(mixed);
-    while (cells[at] != 0) at = next_cell(at);
-    cells[at] =
-        static_cast<typename Kind::Cell>(Kind::tag(mixed, tag_factor_) | (slot + 1));
+    if (!kForSpeed || at == kSearch) {
+      at = home_cell(mixed, cells.count);
+      while (cells.get(at) != 0) at = next_cell(at, cells.count);
+    }
+    cells.set(at, cells.tag(mixed) | (slot + 1));
   }
 
-  template <typename Kind, typename HashAt>
-  void remove_cell(uint32_t hash, uint32_t slot, HashAt hash_at) {
-    auto* const cells = cells_of<Kind>();
-    const uint32_t mask = Kind::slot_mask(tag_factor_);
-    uint32_t gap = home_cell(mix(hash));
-    while ((cells[gap] & mask) != slot + 1) gap = next_cell(gap);
+  template <typename Cells, typename HashAt>
+  IN_LINE_FOR_SPEED static void remove_cell(Cells cells, uint32_t hash, uint32_t slot,
+                                            uint32_t gap, HashAt hash_at) {
+    const auto slot_plus_one = [&](uint32_t at) {
+      return cells.get(at) & cells.slot_mask();
+    };
+    if (!kForSpeed || gap == kSearch) {
+      gap = home_cell(mix(hash), cells.count);
+      while (slot_plus_one(gap) != slot + 1) gap = next_cell(gap, cells.count);
+    }
     // Cells after the gap move into it unless that would put them before their home.
     uint32_t from_gap = 0;
-    for (uint32_t at = next_cell(gap); cells[at] != 0; at = next_cell(at)) {
+    for (uint32_t at = next_cell(gap, cells.count); cells.get(at) != 0;
+         at = next_cell(at, cells.count)) {
       ++from_gap;
-      const uint32_t home = home_cell(mix(hash_at((cells[at] & mask) - 1)));
-      const uint32_t from_home = at >= home ? at - home : at - home + cell_count_;
+      const uint32_t home = home_cell(mix(hash_at(slot_plus_one(at) - 1)), cells.count);
+      const uint32_t from_home = at >= home ? at - home : at - home + cells.count;
       if (from_home < from_gap) continue;
-      cells[gap] = cells[at];
+      cells.set(gap, cells.get(at));
       gap = at;
       from_gap = 0;
     }
-    cells[gap] = 0;
+    cells.set(gap, 0);
   }
 
   uint32_t word_with_hole_after(uint32_t word) const {
     const uint32_t end = bit_words(bit_words(slots_));
+    const uint32_t* const words = full();
     uint32_t at = word / 32;
     // The word itself is no answer yet: its holes, if any, lie before the slot asked for.
-    uint32_t open = ~full_[at] & (~uint32_t{1} << word % 32);
+    uint32_t open = ~words[at] & (~uint32_t{1} << word % 32);
     while (open == 0) {
       at = at + 1 == end ? 0 : at + 1;
-      open = ~full_[at];
+      open = ~words[at];
     }
     return at * 32 + static_cast<uint32_t>(std::countr_zero(open));
   }
 
-  uint32_t* cells_ = nullptr;  // words, or four bytes in each
-  uint32_t cell_count_ = 0;
-  uint32_t slots_ = 0;
-  uint32_t tag_factor_ = 0;  // leaves the low bits for the slot
-  uint32_t* occupied_ = nullptr;
-  uint32_t* full_ = nullptr;
+  uint32_t* memory_;  // the cells, words or four bytes in each, and the bits
+  uint32_t slots_;
 };
 
 }  // namespace groundwork

@@ -9,8 +9,10 @@ namespace groundwork {
 // Speed, or size (-Os): then what only makes a function faster is left out.
 #ifdef __OPTIMIZE_SIZE__
 constexpr bool kForSpeed = false;
+#define IN_LINE_FOR_SPEED inline
 #else
 constexpr bool kForSpeed = true;
+#define IN_LINE_FOR_SPEED [[gnu::always_inline]] inline
 #endif
 
 }  // namespace groundwork

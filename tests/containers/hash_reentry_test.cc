@@ -252,6 +252,23 @@ TEST_P(HashReentry, ADestroyFunctionMayFreeTheTableThatIsBeingFreed) {
   EXPECT_EQ(blocks.outstanding(), 0);
 }
 
+TEST_P(HashReentry, ADestroyFunctionMayTakeOutTheLastOfManyEntries) {
+  AllocationFaults blocks(0);
+  make(4, 200);
+  for (uintptr_t n = 0; n < 200; ++n) {
+    if (n == 199) at_destroy = [&](void*, void*) { EXPECT_EQ(remove(199), 0); };
+    EXPECT_EQ(remove(n), 0);
+  }
+  at_destroy = nullptr;
+  EXPECT_EQ(g_hash_count(hash), 0u);
+  EXPECT_EQ(insert(7), 0);
+  EXPECT_NE(find(7), nullptr);
+  g_hash_free(hash);
+  EXPECT_EQ(destroyed.size(), 201u);
+  std::vector<Pair>().swap(destroyed);
+  EXPECT_EQ(blocks.outstanding(), 0);
+}
+
 // --- hash and equality functions: tables that are walked ---
 
 class HashReentryOfKeyFunctions : public HashReentry {};

@@ -823,6 +823,79 @@ TEST(Hash, AnInsertionWithoutMemoryLeavesTheTableUnchanged) {
   }
 }
 
+// --- the entries' memory ---
+
+// Kinds of tables: with and without an index, with and without a destroy function.
+struct Kind {
+  GHashFunc hash_func;
+  GEqualFunc equal_func;
+  GHashDestroyFunc destroy_func;
+};
+int same_number(const void* a, const void* b) {
+  return a == b ? 1 : 0;
+}
+void do_nothing(void*, void*) {}
+const Kind kKinds[] = {{nullptr, nullptr, nullptr},
+                       {nullptr, nullptr, do_nothing},
+                       {nullptr, same_number, nullptr},
+                       {nullptr, same_number, do_nothing}};
+
+TEST(Hash, ARemovedEntrysMemoryServesTheNextInsertion) {
+  for (const Kind& kind : kKinds) {
+    for (const uintptr_t others : {0, 5, 100}) {
+      GHash* const table =
+          g_hash_new(256, kind.hash_func, kind.equal_func, kind.destroy_func);
+      for (uintptr_t key = 0; key <= others; ++key) {
+        ASSERT_EQ(g_hash_insert(table, number(key), nullptr), 0);
+      }
+      AllocationFaults blocks(0);
+      for (uintptr_t key = 0; key < 1000; ++key) {
+        g_hash_remove(table, number(key));
+        g_hash_insert(table, number(key + others + 1), nullptr);
+      }
+      blocks.disarm();
+      EXPECT_EQ(blocks.calls(), 0) << others << " others";
+      EXPECT_EQ(g_hash_count(table), others + 1);
+      g_hash_free(table);
+    }
+  }
+}
+
+TEST(Hash, ATableThatBecomesEmptyGivesItsEntriesMemoryBack) {
+  for (const Kind& kind : kKinds) {
+    AllocationFaults blocks(0);
+    GHash* const table = g_hash_new(4, kind.hash_func, kind.equal_func, kind.destroy_func);
+    for (uintptr_t key = 0; key < 1000; ++key) g_hash_insert(table, number(key), nullptr);
+    for (uintptr_t key = 0; key < 1000; ++key) g_hash_remove(table, number(key));
+    blocks.disarm();
+    EXPECT_EQ(blocks.outstanding(), 2) << "the table and its slots";
+    g_hash_free(table);
+    EXPECT_EQ(blocks.outstanding(), 0);
+  }
+}
+
+TEST(Hash, InsertionsAskTheHeapSeldom) {
+  AllocationFaults blocks(0);
+  GHash* const table = g_hash_new(2048, nullptr, nullptr, nullptr);
+  for (uintptr_t key = 0; key < 2000; ++key) g_hash_insert(table, number(key), nullptr);
+  blocks.disarm();
+  EXPECT_LT(blocks.calls(), 40);
+  g_hash_free(table);
+}
+
+// A device has many small tables. The heap of the GNU C library rounds up to 16 bytes, four
+// of which are its own.
+TEST(Hash, AnEmptyTableOfSixteenSlotsTakes160Bytes) {
+  if (sizeof(void*) != 4) GTEST_SKIP() << "for 32-bit targets";
+  const auto chunk = [](size_t size) { return (size + 4 + 15) / 16 * 16; };
+  AllocationFaults blocks(0);
+  GHash* const table = g_hash_new(16, g_hash_str, g_hash_str_equal, nullptr);
+  blocks.disarm();
+  ASSERT_EQ(blocks.calls(), 2);
+  EXPECT_LE(chunk(test::allocation_size(1)) + chunk(test::allocation_size(2)), 160u);
+  g_hash_free(table);
+}
+
 // --- cost ---
 
 // Processor time, so that other programs do not count.
