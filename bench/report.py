@@ -2,9 +2,12 @@
 """Makes the tables, the plots and docs/performance.md from figures. The document is wholly
 generated: what it says beside figures comes from bench/rows.py and from here."""
 
+import pathlib
 import subprocess
 
 import rows
+
+COUNTS = pathlib.Path(__file__).resolve().parent / "instructions" / "counts.txt"
 
 INTRODUCTION = """<!-- SPDX-License-Identifier: MIT -->
 <!-- Written by bench/run; remarks are in bench/rows.py. -->
@@ -184,6 +187,35 @@ def footprint_text(figures):
     yield ""
 
 
+def programs_text(programs):
+    yield "## Cost of a program"
+    yield ""
+    yield ("A 32-bit program that links a shared library and does nothing, with all that the "
+           "library needs besides; ours is built for size, the peers as Debian has them. What "
+           "the start takes is binding names: ours binds all of them then, and write-protects "
+           "the table.")
+    yield ""
+    yield from markdown(
+        ["linked", "shared objects", "instructions until the end", "page faults",
+         "peak memory, KiB"],
+        [[cost["who"], str(cost["objects"]), f"{cost['instructions']:,}", str(cost["faults"]),
+          f"{cost['peak']:,}"] for cost in programs])
+    yield ""
+    yield ("The stack of each function is in [stack.md](stack.md). Blocks that the operations "
+           "ask of the heap, each, and instructions inside the library, counted at `-O2`:")
+    yield ""
+    yield from markdown(["operation", "blocks", "instructions"], [
+        [f"`{name}`", blocks, instructions] for name, instructions, blocks in counted()])
+    yield ""
+
+
+def counted():
+    """The lines of the table that bench/instructions/run keeps."""
+    for line in COUNTS.read_text().splitlines():
+        if line and line[0] != "#":
+            yield line.split()
+
+
 def write_document(folder, results):
     lines = list(comparisons(results))
     spreads = sorted(spread(figures) for line in lines for figures in line["figures"].values())
@@ -199,6 +231,8 @@ def write_document(folder, results):
             text += section_text(section, its_lines)
     if "footprint" in results:
         text += footprint_text(results["footprint"])
+    if "programs" in results:
+        text += programs_text(results["programs"])
     (folder / "performance.md").write_text("\n".join(text).rstrip() + "\n")
 
 

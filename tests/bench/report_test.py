@@ -257,6 +257,13 @@ class Tables(unittest.TestCase):
         self.assertIn("bytes | 70,000 | 65,536 | missed |", text)
         self.assertIn("| stripped file, bytes | 70,000 |  |  |  |", text)
 
+    def test_programs_are_set_beside_each_other_and_operations_counted(self):
+        costs = [{"who": "no library", "objects": 2, "instructions": 149734, "faults": 39,
+                  "peak": 1120}]
+        text = self.document(table(row("copy")), result(libc=100), programs=costs)
+        self.assertIn("| no library | 2 | 149,734 | 39 | 1,120 |", text)
+        self.assertRegex(text, r"\| `fifo\.pair` \| 0\.00 \| [\d.]+ \|")
+
     def test_the_document_says_when_and_where(self):
         text = self.document(table(row("copy")), result(libc=100))
         for its_line in ("| date | 2026-01-02 |", "| commit | abc |", "5 rounds, 10 minutes"):
