@@ -6,12 +6,11 @@
 
 #include <groundwork/list.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <ctime>
 #include <random>
 
 #include "conf/conf_support.h"
+#include "support/processor_time.h"
 
 using namespace test;
 
@@ -28,23 +27,6 @@ std::string text_of(int keys) {
     text += key_name(key) + "=" + std::to_string(key) + "\n";
   }
   return text;
-}
-
-double processor_seconds() {
-  timespec time;
-  EXPECT_EQ(clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time), 0);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-template <typename Work>
-double least_seconds(Work work) {
-  double least = 1e9;
-  for (int run = 0; run < 3; ++run) {
-    const double start = processor_seconds();
-    work();
-    least = std::min(least, processor_seconds() - start);
-  }
-  return least;
 }
 
 // The ratio that measure() returns. A machine that was busy with something else is given
@@ -65,8 +47,8 @@ double settled_ratio(double limit, Measure measure) {
 template <typename Work>
 void expect_no_walks(Work work) {
   const double ratio = settled_ratio(8, [&] {
-    const double few = least_seconds([&] { work(2000); });
-    return least_seconds([&] { work(8000); }) / few;
+    const double few = least_seconds(3, [&] { work(2000); });
+    return least_seconds(3, [&] { work(8000); }) / few;
   });
   EXPECT_LT(ratio, 8) << "for four times the keys";
 }
@@ -249,7 +231,7 @@ double seconds_to_use(const Names& names) {
   }
   const ConfFile keys_file(keys);
   const ConfFile sections_file(sections);
-  return least_seconds([&] { use(names, keys_file, sections_file); });
+  return least_seconds(3, [&] { use(names, keys_file, sections_file); });
 }
 
 TEST(ConfCollidingNames, CostAtMostThreeTimesWhatPlainNamesCost) {

@@ -3,7 +3,6 @@
 #include <groundwork/hash.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -15,10 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include <time.h>
-
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+#include "support/processor_time.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -898,25 +896,6 @@ TEST(Hash, AnEmptyTableOfSixteenSlotsTakes160Bytes) {
 
 // --- cost ---
 
-// Processor time, so that other programs do not count.
-double seconds_used() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-// The least of several, so that a slow moment does not count.
-template <typename Function>
-double least_seconds(Function function) {
-  double least = 1e9;
-  for (int i = 0; i < 7; ++i) {
-    const double begin = seconds_used();
-    function();
-    least = std::min(least, seconds_used() - begin);
-  }
-  return least;
-}
-
 constexpr size_t kFew = 500;
 constexpr size_t kMany = 64000;
 
@@ -934,12 +913,12 @@ Cost cost_among(size_t entries, GHashFunc hash_func, GEqualFunc equal_func,
     EXPECT_EQ(g_hash_insert(hash, make_key(i), number(i + 1)), 0);
   }
   Cost cost;
-  cost.searches = least_seconds([&] {
+  cost.searches = test::least_seconds(7, [&] {
     for (size_t i = 0; i < kFew; ++i) {
       EXPECT_EQ(g_hash_find(hash, make_key(entries + i)), nullptr);
     }
   });
-  cost.changes = least_seconds([&] {
+  cost.changes = test::least_seconds(7, [&] {
     for (size_t i = 0; i < kFew; ++i) {
       EXPECT_EQ(g_hash_insert(hash, make_key(entries + i), nullptr), 0);
     }
