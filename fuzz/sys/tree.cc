@@ -509,19 +509,34 @@ class OrdinaryUser {
   OrdinaryUser& operator=(const OrdinaryUser&) = delete;
 };
 
+// The library prints what it cannot open. (musl's `stdout` cannot be set.)
+class StandardOutputHidden {
+ public:
+  StandardOutputHidden() { point_to(nowhere_); }
+  ~StandardOutputHidden() { point_to(own_); }
+  StandardOutputHidden(const StandardOutputHidden&) = delete;
+  StandardOutputHidden& operator=(const StandardOutputHidden&) = delete;
+
+ private:
+  static void point_to(int descriptor) {
+    REQUIRE(std::fflush(stdout) == 0 && dup2(descriptor, STDOUT_FILENO) >= 0);
+  }
+
+  static inline const int nowhere_ = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  static inline const int own_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Trees trees;
   static char original_directory[4096];
-  static FILE* const nowhere = std::fopen("/dev/null", "we");
   REQUIRE(getcwd(original_directory, sizeof original_directory) != nullptr);
-  FILE* const output = stdout;
-  stdout = nowhere;  // where the library prints what it cannot open
   g_debug_set_level2(G_LOG_WARNING);
   g_debug_set_handler(take_line, nullptr);
   umask(022);
   {
+    const StandardOutputHidden hidden;
     const OrdinaryUser user;
     fuzz::Input input(data, size);
     for (int i = 0; i < kMostOperations && !input.empty(); ++i) run_operation(input, trees);
@@ -529,7 +544,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     trees.clear();
   }
   g_debug_set_handler(nullptr, nullptr);
-  stdout = output;
   REQUIRE(chdir(original_directory) == 0);
   return 0;
 }
