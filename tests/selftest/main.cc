@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -56,6 +57,10 @@ class ResultWriter : public testing::EmptyTestEventListener {
 
  private:
   void OnTestPartResult(const testing::TestPartResult& result) override {
+    if (result.skipped()) {
+      reason_ = result.message();
+      reason_.resize(std::min(reason_.size(), reason_.find('\n')));
+    }
     if (!result.failed()) return;
     std::fprintf(results_, "# %s:%d\n",
                  result.file_name() != nullptr ? result.file_name() : "?",
@@ -74,15 +79,16 @@ class ResultWriter : public testing::EmptyTestEventListener {
   }
   void OnTestEnd(const testing::TestInfo& test) override {
     const testing::TestResult& result = *test.result();
-    std::fprintf(results_, "%s %s.%s\n",
-                 result.Skipped()  ? "skip"
-                 : result.Passed() ? "ok"
-                                   : "not",
+    std::fprintf(results_, "%s %s.%s", result.Failed() ? "not" : "ok",
                  test.test_suite_name(), test.name());
+    if (result.Skipped()) std::fprintf(results_, " # SKIP %s", reason_.c_str());
+    std::fprintf(results_, "\n");
     std::fflush(results_);
+    reason_.clear();
   }
 
   std::FILE* results_;
+  std::string reason_;  // why the test was skipped
 };
 
 class Suites {
@@ -110,8 +116,7 @@ class Suites {
       }
       const char* const name = std::strchr(line, ' ') + 1;
       const bool passed = line[0] != 'n';
-      std::printf("%s %d - %s%s\n", passed ? "ok" : "not ok", ++number_, name,
-                  line[0] == 's' ? " # SKIP" : "");
+      std::printf("%s %d - %s\n", passed ? "ok" : "not ok", ++number_, name);
       std::fflush(stdout);
       failures += passed ? 0 : 1;
       ++ended;
