@@ -11,6 +11,9 @@ import subprocess
 import time
 
 
+TO_NS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
 class DifferentResults(Exception):
     """Ours and a peer did not compute the same."""
 
@@ -26,13 +29,14 @@ def parse_name(name):
     return job, who, size
 
 
-def jobs_of(folder, arch, table, wanted, largest=None):
+def jobs_of(folder, arch, table, wanted, largest=None, emulator=()):
     """What the programs in a folder offer and the table describes: a list of dictionaries,
-    each one job at one size with the measurements that belong to it."""
+    each one job at one size with the measurements that belong to it. Programs of another
+    processor are asked by an emulator."""
     described = {row.job: row for section in table.values() for row in section}
     offered = {}
     for program in sorted(folder.iterdir()):
-        listing = subprocess.run([program, "--benchmark_list_tests"], check=True,
+        listing = subprocess.run([*emulator, program, "--benchmark_list_tests"], check=True,
                                  capture_output=True, text=True).stdout
         for name in listing.splitlines():
             job, who, size = parse_name(name)
@@ -69,22 +73,35 @@ def run_once(program, name, clock, seconds):
     """Nanoseconds for one operation, and the fingerprint of what was computed."""
     for _ in range(5):
         figures = figures_of(program, name, seconds)
-        to_ns = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[figures["time_unit"]]
-        measured = figures["cpu_time"] * to_ns * figures["iterations"]
+        measured = figures["cpu_time"] * TO_NS[figures["time_unit"]] * figures["iterations"]
         # On a busy machine a program may give up early, after an iteration or two.
         if clock != "cpu" or measured >= seconds * 1e9 / 2 or "iterations:" in name:
             break
-    return figures[f"{clock}_time"] * to_ns / figures["operations"], int(figures["digest"])
+    return cost_of(figures, clock)
+
+
+def cost_of(figures, clock):
+    """Nanoseconds for one operation, and the fingerprint of what was computed."""
+    ns = figures[f"{clock}_time"] * TO_NS[figures["time_unit"]]
+    return ns / figures["operations"], int(figures["digest"])
 
 
 def figures_of(program, name, seconds):
     """What a benchmark program reports of one measurement."""
+    done = subprocess.run([program, *options_of(name, seconds)], check=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    return parse_figures(name, done.stdout)
+
+
+def options_of(name, seconds):
+    """The options of a benchmark program for one measurement."""
     pattern = "^" + re.sub(r"([.+*?()\[\]{}|^$\\])", r"\\\1", name) + "$"
-    done = subprocess.run(
-        [program, f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}",
-         "--benchmark_format=json"],
-        check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-    (figures,) = json.loads(done.stdout)["benchmarks"]
+    return [f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}",
+            "--benchmark_format=json"]
+
+
+def parse_figures(name, text):
+    (figures,) = json.loads(text)["benchmarks"]
     if figures.get("error_occurred"):
         raise RuntimeError(f"{name}: {figures['error_message']}")
     return figures
@@ -106,14 +123,17 @@ def run(jobs, rounds, seconds, say=lambda text: None, deadline=float("inf")):
             whos = whos[turn % len(whos):] + whos[:turn % len(whos)]
             digests = {}
             for who in whos:
-                nanoseconds, digest = run_once(job["program"], job["names"][who],
-                                               job["clock"], seconds)
+                nanoseconds, digests[who] = run_once(job["program"], job["names"][who],
+                                                     job["clock"], seconds)
                 its_times[who].append(nanoseconds)
-                if who != "floor":
-                    digests[who] = digest
-            if len(set(digests.values())) > 1:
-                raise DifferentResults(f"{job['job']}, size {job['size']}: {digests}")
+            compare_results(job, digests)
     return [summary(job, its_times) for job, its_times in zip(jobs, times)]
+
+
+def compare_results(job, digests):
+    """All who do a job must have computed the same, but for the floor."""
+    if len({digest for who, digest in digests.items() if who != "floor"}) > 1:
+        raise DifferentResults(f"{job['job']}, size {job['size']}: {digests}")
 
 
 def summary(job, times):

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""Makes the tables, the plots and docs/performance.md from figures. The document is wholly
-generated: what it says beside figures comes from bench/rows.py and from here."""
+"""Makes the tables, the plots and docs/performance.md and performance-boards.md from figures.
+The documents are wholly generated: what they say beside figures comes from bench/rows.py and
+from here."""
 
 import pathlib
 import subprocess
@@ -35,6 +36,29 @@ median row; rows marked ~ were less steady than 10 %.
 
 Aims are for the 32-bit build. The *floor* of a job is the least that any implementation of its
 behaviour must do; where it was measured, its nanoseconds are shown next to ours.
+"""
+
+BOARD_INTRODUCTION = """<!-- SPDX-License-Identifier: MIT -->
+<!-- Written by bench/run --target mipsel --target armhf. -->
+# Performance on boards
+
+The library beside its peers on two emulated boards: a Debian kernel, Debian's packages of the
+peers, and a clock that advances by a nanosecond with each instruction. A figure is thus the number
+of instructions that the library, the C library and the kernel execute for one operation,
+repeatable to a few parts in a thousand. What a cache or a slow memory costs does not show;
+[performance.md](performance.md) has times of a real processor, what each job is, and the aims,
+which are for those times.
+
+| | |
+|---|---|
+| date | {date} |
+| commit | {commit} |
+| boards | mipsel: `malta`, 24Kf; armhf: `virt`, Cortex-A15; one processor each |
+| compiler | {compilers}, `-O2` |
+| took | {minutes:.0f} minutes |
+
+Sizes above 10,000 are left out. *ratio* is ours / peer, below 1 where ours needs fewer. Files are in
+memory (tmpfs), where a sync costs nothing.
 """
 
 UNSTEADY = 0.10
@@ -84,8 +108,9 @@ def comparisons(results):
     table = described()
     for (job, size, peer), figures in lines.items():
         row = table[job]
-        aim = aim_of(row, peer, size)
-        judged = figures.get("i386") or figures["x86_64"]
+        # Aims are for times of a real processor, not for a board's instructions.
+        aim = aim_of(row, peer, size) if {"i386", "x86_64"} & figures.keys() else None
+        judged = figures.get("i386") or next(iter(figures.values()))
         yield {"row": row, "size": size, "peer": peer, "figures": figures, "aim": aim,
                "verdict": verdict(judged["ratio"], aim), "judged": judged}
 
@@ -234,6 +259,33 @@ def write_document(folder, results):
     if "programs" in results:
         text += programs_text(results["programs"])
     (folder / "performance.md").write_text("\n".join(text).rstrip() + "\n")
+
+
+def board_lines(lines, targets):
+    previous = None
+    for line in lines:
+        row = line["row"]
+        cells = [row.title if row != previous else "", f"{line['size']:,}" if line["size"] else "",
+                 line["peer"]]
+        for target in targets:
+            cells += figure_cells(line["figures"].get(target))
+        yield cells
+        previous = row
+
+
+def write_board_document(folder, results):
+    """The document of the boards: figures alone, as each job is described in the other."""
+    lines = list(comparisons(results))
+    targets = list(dict.fromkeys(result["arch"] for result in results["jobs"]))
+    header = ["job", "size", "peer"]
+    for target in targets:
+        header += [f"{target}: ours", "peer", "ratio"]
+    text = [BOARD_INTRODUCTION.format(**results["machine"])]
+    for section, its_rows in rows.ROWS.items():
+        its_lines = [line for line in lines if line["row"] in its_rows]
+        if its_lines:
+            text += [f"## {section}", "", *markdown(header, board_lines(its_lines, targets)), ""]
+    (folder / "performance-boards.md").write_text("\n".join(text).rstrip() + "\n")
 
 
 def points_of(results, job, who):

@@ -131,9 +131,9 @@ class Archive:
         path.write_bytes(b"".join(self.parts))
 
 
-def make_start_files(path, home, board, command, programs, modules=()):
-    """`programs`: files by their names in /bin. `modules`: files for /lib. `command`: what the
-    board runs."""
+def make_start_files(path, home, board, command, programs, libraries=()):
+    """`programs`: files by their names in /bin. `libraries`: files for /lib, or the kernel's
+    modules. `command`: what the board runs."""
     archive = Archive()
     for folder in FOLDERS:
         archive.folder(folder)
@@ -144,8 +144,8 @@ def make_start_files(path, home, board, command, programs, modules=()):
     archive.file("bin/busybox", (home / "busybox").read_bytes(), 0o755)
     for name, program in programs.items():
         archive.file("bin/" + name, pathlib.Path(program).read_bytes(), 0o755)
-    for module in modules:
-        archive.file("lib/" + module.name, module.read_bytes())
+    for library in libraries:
+        archive.file("lib/" + library.name, library.read_bytes(), 0o755)
     init = INIT.format(begin=BEGIN, end=END, command=command, ends_with=board.ends_with)
     archive.file("init", init.encode(), 0o755)
     archive.write(path)

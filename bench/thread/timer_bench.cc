@@ -25,7 +25,7 @@ constexpr int kInterval = 10;     // ms
 constexpr double kSeconds = 0.5;  // for each measurement
 constexpr int kPeriods = static_cast<int>(kSeconds * 1000 / kInterval);
 
-std::atomic<uint64_t> fired;
+std::atomic<uint32_t> fired;
 
 uint32_t count(uint32_t interval, void* /*param*/) {
   fired.store(fired.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);

@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """Tests of what bench/run makes of figures: which are taken together, what stops a run, and
-what the tables and the document say. A script plays the part of the benchmark programs.
+what the tables and the documents say. A script plays the part of the benchmark programs.
 
   report_test.py BENCH_DIR
 """
 
 import pathlib
 import re
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -15,6 +16,7 @@ import unittest
 BENCH = pathlib.Path(sys.argv.pop(1))
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(BENCH))
+import board    # noqa: E402
 import measure  # noqa: E402
 import report   # noqa: E402
 import rows     # noqa: E402
@@ -184,6 +186,44 @@ class Measuring(Programs):
                          {"ns": 20, "ratio": 1.0, "low": 0.75, "high": 2.0})
 
 
+class OnABoard(Programs):
+    """What a board writes, a line after its mark for each measurement."""
+
+    def results(self, figures, *left_out):
+        self.program(figures)
+        (job,) = self.jobs(table(row("copy")))
+        lines = ["[    0.1] the kernel"]
+        for name in figures:
+            options = measure.options_of(name, 1)
+            lines.append(board.MARK + name)
+            if name not in left_out:
+                lines += subprocess.run([job["program"], *options], check=True, text=True,
+                                        capture_output=True).stdout.splitlines()
+        return board.summary_of(job, board.texts_of([*lines, board.END + "0"], lambda _: None))
+
+    def test_the_cost_is_that_of_one_operation(self):
+        figures = self.results({"copy/ours": (600, 10, 7), "copy/libc": (1200, 10, 7)})
+        self.assertAlmostEqual(figures["ours"], 60)
+        self.assertAlmostEqual(figures["peers"]["libc"]["ratio"], 0.5)
+
+    def test_different_results_stop_the_run(self):
+        with self.assertRaises(measure.DifferentResults):
+            self.results({"copy/ours": (1, 1, 7), "copy/libc": (1, 1, 8)})
+
+    def test_a_measurement_without_figures_is_named(self):
+        with self.assertRaisesRegex(board.NotFinished, "copy/libc"):
+            self.results({"copy/ours": (1, 1, 7), "copy/libc": (1, 1, 7)}, "copy/libc")
+
+    def test_a_board_that_stops_is_told(self):
+        with self.assertRaisesRegex(board.NotFinished, "copy/ours"):
+            board.texts_of([board.MARK + "copy/ours"], lambda _: None)
+
+    def test_the_programs_are_asked_by_the_emulator(self):
+        self.program({"copy/ours": (1, 1, 7)})
+        with self.assertRaises(FileNotFoundError):
+            self.jobs(table(row("copy")), emulator=["no-such-emulator"])
+
+
 class Tables(unittest.TestCase):
     def setUp(self):
         self.kept = rows.ROWS, rows.PLOTS
@@ -281,6 +321,18 @@ class Tables(unittest.TestCase):
         self.assertEqual([line.split() for line in lines.splitlines()[1:]], [
             ["copy", "10", "i386", "50.0", "libc", "100", "0.50", "0.7", "met"],
             ["copy", "10", "x86_64", "50.0", "libc", "50.0", "1.00", "0.7", "missed"]])
+
+
+    def test_the_document_of_the_boards_has_a_column_for_each_and_no_aims(self):
+        rows.ROWS = table(row("copy", aims={"libc": 0.3}))
+        with tempfile.TemporaryDirectory() as folder:
+            report.write_board_document(pathlib.Path(folder), {
+                "machine": {**MACHINE, "compilers": "gcc"},
+                "jobs": [result(arch="mipsel", ours=50, libc=100),
+                         result(arch="armhf", ours=90, libc=100)]})
+            text = (pathlib.Path(folder) / "performance-boards.md").read_text()
+        self.assertIn("| mipsel: ours | peer | ratio | armhf: ours | peer | ratio |", text)
+        self.assertIn("| title of copy |  | libc | 50.0 | 100 | 0.50 | 90.0 | 100 | 0.90 |", text)
 
 
 if __name__ == "__main__":
