@@ -50,8 +50,7 @@ foreach(kind IN ITEMS groundwork groundwork-static)
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
 endforeach()
 
-install(FILES README.md CHANGELOG.md LICENSE
-  DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
+include(InstalledReadme)
 
 install(FILES cmake/groundwork.tsan-supp
   DESTINATION "${CMAKE_INSTALL_DATADIR}/groundwork" COMPONENT development)

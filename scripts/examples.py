@@ -32,6 +32,9 @@ DECLARED = {
     "unistd.h": "fork getpid sleep read write close unlink _exit access rmdir chdir STD[A-Z]+_FILENO",
 }
 
+# Headers that <groundwork/groundwork.h> does not include.
+OF_THEIR_OWN = ("groundwork/safe.h", "groundwork/url.h", "groundwork/des_tables.h")
+
 
 def is_program(lines):
     return any(re.match(r"int main\(", line) for line in lines)
@@ -51,22 +54,34 @@ def outside(lines):
 def _headers(lines):
     """The standard headers that the names in it need, but for those that it includes."""
     text = re.sub(r"//.*|/\*.*?\*/|\"(\\.|[^\"\\])*\"|#include.*|'(\\.|[^'])'", " ", "\n".join(lines))
-    return [header for header, names in DECLARED.items()
-            if f"#include <{header}>" not in lines and
-            re.search(rf"(?<![\w>.])({'|'.join(names.split())})\b", text)]
+    found = [header for header, names in DECLARED.items()
+             if f"#include <{header}>" not in lines and
+             re.search(rf"(?<![\w>.])({'|'.join(names.split())})\b", text)]
+    if re.search(r"\bNULL\b", text) and not {"stdio.h", "stdlib.h", "string.h", "unistd.h"} & {
+            *found, *(line[10:-1] for line in lines if line.startswith("#include <"))}:
+        found.append("stddef.h")
+    return found
 
 
 def _trimmed(lines):
     return "\n".join(lines).strip("\n").split("\n")
 
 
-def program(lines):
-    """The lines of a whole C program, as a manual page prints it."""
+def program(lines, headers):
+    """The lines of a whole C program, as a manual page prints it. `headers` has the header of each
+    function of the library."""
     if is_program(lines):
         return lines
     cut = outside(lines)
     head, body = _trimmed(lines[:cut]), _trimmed(lines[cut:])
     includes = [line for line in head if line.startswith("#include <groundwork/")]
+    for name in re.findall(r"\b(\w+)\(", "\n".join(lines)):
+        header = headers.get(name, "")
+        if header and f"#include <{header}>" not in includes:
+            known = header if header in OF_THEIR_OWN else "groundwork/groundwork.h"
+            if f"#include <{known}>" not in includes:
+                includes.append(f"#include <{known}>")
+    includes.sort()
     standard = [line for line in head if line.startswith("#include") and line not in includes]
     standard = sorted(standard + [f"#include <{header}>" for header in _headers(lines)])
     rest = _trimmed([line for line in head if not line.startswith("#include")])

@@ -52,6 +52,23 @@ class Page(html.parser.HTMLParser):
                 self.links.append(value)
 
 
+class Text(html.parser.HTMLParser):
+    """The words of a page, with one blank between them."""
+
+    def __init__(self, file):
+        super().__init__()
+        self.words = ""
+        self.feed(file.read_text(encoding="utf-8"))
+        self.words = " ".join(self.words.split())
+
+    def handle_data(self, data):
+        self.words += data
+
+    def handle_endtag(self, tag):
+        if tag in ("p", "dt", "dd", "h1", "h2"):
+            self.words += " "
+
+
 class Reference(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -152,6 +169,22 @@ class Reference(unittest.TestCase):
                     elif other in tools:
                         self.assertIn((name, "1"), self.references(tools[other]))
 
+    def test_tools_documents_and_example_programs_have_pages(self):
+        pages = {file.stem for file in (self.folder / "html").glob("*.html")}
+        documents = {file.stem for file in (SOURCE / "docs").glob("*.md")} - {"start"}
+        tools = {tool.stem.replace("-", "_") for tool in (SOURCE / "tools").glob("*.1")}
+        programs = {f"example_{file.stem}_{file.suffix[1:]}" for file in (SOURCE / "examples").glob("*/*.c*")
+                    if file.suffix in (".c", ".cc")}
+        self.assertGreater(len(tools), 2)
+        self.assertEqual((documents | tools | programs) - pages, set())
+
+    def test_pages_of_tools_say_what_their_manual_pages_say(self):
+        text = Text(self.folder / "html/gw_cat.html").words
+        for part in ("gw-cat [OPTION]... URL", "-o, --output FILE", "http://host[:port]path",
+                     'file:path, path a local file; "~/" and "~user/" at the start',
+                     "%20 in a name means", "cat(1), gw-conf(1)", "url_open(3)"):
+            self.assertIn(part, text)
+
     def test_manual_pages_please_the_formatters(self):
         lint = run("mandoc", "-T", "lint", *self.pages)
         self.assertEqual((lint.returncode, lint.stdout), (0, ""))
@@ -203,7 +236,7 @@ class Reference(unittest.TestCase):
 
     def test_a_missing_description_fails_the_build(self):
         copy = self.folder / "copy"
-        for part in ("cmake", "docs", "scripts", "tools", *PUBLIC_FOLDERS):
+        for part in ("cmake", "docs", "examples", "scripts", "tools", *PUBLIC_FOLDERS):
             shutil.copytree(SOURCE / part, copy / part)
         shutil.copy(SOURCE / "CMakeLists.txt", copy)
         header = copy / "core/include/groundwork/fifo.h"
