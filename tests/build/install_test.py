@@ -43,7 +43,7 @@ int main() { return gw::format("%s=%d", "port", 80).view() == "port=80" ? 0 : 1;
 """
 
 CONSUMER = """
-cmake_minimum_required(VERSION 3.25)
+cmake_minimum_required(VERSION 3.21)
 project(consumer LANGUAGES C CXX)
 set(CMAKE_C_STANDARD 99)
 set(CMAKE_CXX_STANDARD 11)
@@ -241,7 +241,7 @@ class InstalledCopy(unittest.TestCase):
                 source = self.folder / f"source_{kind}"
                 source.mkdir()
                 (source / "CMakeLists.txt").write_text(
-                    f"cmake_minimum_required(VERSION 3.25)\nproject(one LANGUAGES C)\n"
+                    f"cmake_minimum_required(VERSION 3.21)\nproject(one LANGUAGES C)\n"
                     f"find_package(groundwork CONFIG REQUIRED)\n"
                     f"if(NOT TARGET groundwork::{kind})\n  message(FATAL_ERROR none)\nendif()\n",
                     encoding="ascii")

@@ -5,18 +5,18 @@
  *
  * Files mapped into memory, shared with every other user of the file.
  *
- * A map covers one region of a file and can be moved to another. Offsets are the system's:
- * multiples of g_file_map_page_size(), which is not checked here; nor is it checked that
- * the region lies within the file (touching a page beyond its end raises SIGBUS). What the
- * system refuses is logged.
+ * A map covers one region of a file and can be moved to another. The system requires offsets that
+ * are multiples of g_file_map_page_size(), which is not checked here. It is not checked either that
+ * the region is within the file: touching a page past its end raises SIGBUS. What the system
+ * refuses is logged.
  *
  * Every function logs a failed check as critical.
  *
- * @warning Releasing a map, on unmapping and on moving, unmaps as many bytes as the number
- * of the file's descriptor says, not as the region is long: the first page, and nothing at
- * all when the descriptor is 0 (logged). The rest stays mapped until the process ends. To
- * give all of it back, munmap() the pages after the first, taken from
- * g_file_map_get_addr(), before the map is moved or unmapped.
+ * @warning When a map is unmapped or moved, as many bytes are unmapped as the number of the file's
+ * descriptor says, not as the region is long: the first page, and nothing at all when the
+ * descriptor is 0 (logged). The rest stays mapped until the process ends. To release all of it,
+ * munmap() the pages after the first, counted from g_file_map_get_addr(), before the map is moved
+ * or unmapped.
  *
  * Threads: no shared state; callers that share a map lock around it.
  *
@@ -56,21 +56,45 @@ typedef struct GFileMap GFileMap;
 /**
  * Opens a file and maps a region of it.
  *
- * @warning Only mode 0 can succeed. Any other opens the file write-only, and the system
- * refuses a shared mapping of a file that is not open for reading ("can't map file -
- * Permission denied").
- *
- * @warning Offset 0 with length 0 is the region that a new map starts with, so nothing is
- * mapped, the address is null and `*addr` is untouched.
- *
- * @param filename  not null; an existing file.
- * @param offset    in bytes from the start of the file.
+ * @param filename  path of an existing file; not null.
+ * @param offset    in bytes from the start of the file, a multiple of the page size.
  * @param length    in bytes; its low 32 bits are mapped.
- * @param mode      0 for memory to read, 1 to write, any other value for both.
+ * @param mode      0 to read, 1 to write, any other value for both; only 0 can succeed.
  * @param addr      receives the address; may be null. Untouched on failure.
- * @return the map, which owns its file. Null on a failed check; when the file cannot be
- *         opened (logged by g_file_open(), then "can't open '%s' for file map.", a
- *         warning); or when g_file_remap() fails (logged there).
+ * @return the map, which owns its file, owned by the caller and released with g_file_unmap(); null
+ *         on failure.
+ *
+ * @par Errors
+ * - ``'filename != NULL' FAILED.``: critical; `filename` is null.
+ * - ``can't open file '%s' - %s``: warning, with the file name and the system's text; open()
+ *   failed.
+ * - ``can't open '%s' for file map.``: warning, with the file name; the file could not be opened.
+ * - ``can't map file - %s``: warning, with the system's text; mmap() failed.
+ * - ``can't unmap file - %s``: warning, with the system's text; the descriptor is 0, which does no
+ *   harm here.
+ * - ``failed to allocate %u bytes.``: warning; memory is exhausted.
+ *
+ * Threads: any thread.
+ *
+ * @par Notes
+ * - Only mode 0 can succeed. Any other mode opens the file write-only, and the system refuses a
+ *   shared mapping of a file that is not open for reading ("can't map file - Permission denied").
+ *   For a writable map use mmap().
+ * - With offset 0 and length 0, nothing is mapped: the result is a map, its address is null, and
+ *   `*addr` is untouched.
+ * - g_file_unmap() does not release all of the region: each map costs address space for the life of
+ *   the process. Map once.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * void *view = NULL;
+ * GFileMap *map = g_file_map("notes.txt", 0, 9, 0, &view);
+ * if (map == NULL) return 1;            // the reason has been logged
+ * printf("%.3s\n", (const char *)view); // prints: one
+ * g_file_unmap(map);
+ * @endcode
  */
 G_API GFileMap* g_file_map(const char* filename, int64_t offset, int64_t length, int mode,
                            void** addr);
@@ -78,53 +102,153 @@ G_API GFileMap* g_file_map(const char* filename, int64_t offset, int64_t length,
 /**
  * Maps a region of an open file, or moves a map to another region of its own file.
  *
- * A map that covers exactly this offset and length already is returned as it is, whatever
- * the mode, and `*addr` is not written.
+ * A map that already covers exactly this offset and length is returned as it is, whatever the mode,
+ * and `*addr` is not written.
  *
- * @warning On failure the map given is freed, too, and must not be used again; its file
- * stays open. A map that was moved has lost the ownership of its file: if g_file_map()
- * made it, its file is not closed any more.
- *
- * @warning A new map at offset 0 of length 0 maps nothing, and its g_file_unmap() closes
- * `file`.
- *
- * @param map     null for a new one, which borrows `file`: keep it open until the map is
+ * @param map     null for a new map, which borrows `file`: keep the file open until the map is
  *                unmapped, then close it.
- * @param file    not null; not used otherwise for an existing map.
- * @param offset  in bytes from the start of the file.
+ * @param file    an open file; not null. Not used otherwise when `map` is not null.
+ * @param offset  in bytes from the start of the file, a multiple of the page size.
  * @param length  in bytes; its low 32 bits are mapped.
- * @param mode    0 for memory to read, 1 to write, any other value for both. The system
- *                wants a file open for reading, and for writing too where `mode` is not 0.
+ * @param mode    0 to read, 1 to write, any other value for both. The system requires a file that
+ *                is open for reading, and for writing too if `mode` is not 0.
  * @param addr    receives the address; may be null. Untouched on failure.
- * @return the map. Null on a failed check (the map is then untouched); when the system
- *         refuses ("can't map file - %s", a warning); or when memory is exhausted
- *         ("failed to allocate %u bytes.", a warning).
+ * @return the map, owned by the caller and released with g_file_unmap(). Null when `file` is null
+ *         (the map is then untouched), when the system refuses, or when memory is exhausted.
+ *
+ * @par Errors
+ * - ``'file != NULL' FAILED.``: critical; `file` is null.
+ * - ``can't map file - %s``: warning, with the system's text; mmap() failed.
+ * - ``can't unmap file - %s``: warning, with the system's text; munmap() of the old region failed,
+ *   which happens when the descriptor is 0.
+ * - ``failed to allocate %u bytes.``: warning; memory is exhausted.
+ *
+ * Threads: any thread; callers that share a map lock around it.
+ *
+ * @par Notes
+ * - When mmap() fails, the caller's map is freed, too, and must not be used again; its file stays
+ *   open.
+ * - A map that was moved no longer owns its file: if g_file_map() made it, the file is never
+ *   closed.
+ * - A new map with offset 0 and length 0 maps nothing, and g_file_unmap() of it closes `file`.
+ * - Moving releases one page of the old region; the rest stays mapped until the process ends.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * void *view = NULL;
+ * GFile *file = g_file_open("notes.txt", 0);
+ * if (file == NULL) return 1;
+ * GFileMap *map = g_file_remap(NULL, file, 0, 9, 0, &view);
+ * if (map != NULL) printf("%.3s\n", (const char *)view); // prints: one
+ * if (map != NULL) g_file_unmap(map);
+ * g_file_close(file);
+ * @endcode
  */
 G_API GFileMap* g_file_remap(GFileMap* map, GFile* file, int64_t offset, int64_t length,
                              int mode, void** addr);
 
-/** Unmaps a file and frees the map. Releases the mapping (see the warning above; "can't unmap
- *  file - %s", a warning, if the system refuses), closes the file if the map owns it, and frees the
- *  map.
- *  @param map not null. */
+/**
+ * Unmaps a file, closes the file if the map owns it, and frees the map.
+ *
+ * @param map  from g_file_map() or g_file_remap(), invalid afterwards; null is logged.
+ *
+ * @par Errors
+ * - ``'map != NULL' FAILED.``: critical; `map` is null.
+ * - ``can't unmap file - %s``: warning, with the system's text; munmap() failed, which happens when
+ *   the descriptor is 0.
+ *
+ * Threads: no other thread may use the map during the call or afterwards.
+ *
+ * @par Notes
+ * As many bytes are unmapped as the number of the file's descriptor says: the first page. The rest
+ * stays mapped until the process ends; munmap() it before this call to release it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GFileMap *map = g_file_map("notes.txt", 0, 9, 0, NULL);
+ * if (map == NULL) return 1;
+ * g_file_unmap(map); // closes the file, too
+ * @endcode
+ */
 G_API void g_file_unmap(GFileMap* map);
 
-/** Tells where a file map lies. @param map not null. @param length receives the region's length
- *  in bytes, all 64 bits as asked for; may be null. @return the region's address; null on a
- *  failed check. */
+/**
+ * Returns the address and the length of a file map.
+ *
+ * @param map     from g_file_map() or g_file_remap(); not null.
+ * @param length  receives the length of the region in bytes, all 64 bits as requested; may be null.
+ * @return the address of the region, null when nothing is mapped, or when `map` is null.
+ *
+ * @par Errors
+ * - ``'map != NULL' FAILED.``: critical; `map` is null.
+ *
+ * Threads: any thread; callers that share a map lock around it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * int64_t length = 0;
+ * GFileMap *map = g_file_map("notes.txt", 0, 9, 0, NULL);
+ * if (map == NULL) return 1;
+ * const char *text = g_file_map_get_addr(map, &length);
+ * printf("%.3s of %d bytes\n", text, (int)length); // prints: one of 9 bytes
+ * g_file_unmap(map);
+ * @endcode
+ */
 G_API void* g_file_map_get_addr(GFileMap* map, int64_t* length);
 
-/** Tells the page size, the unit of the offsets of file maps. @return the system's page size in
- *  bytes. */
+/**
+ * Returns the page size of the system. Offsets of file maps are multiples of it.
+ *
+ * @return the page size in bytes.
+ *
+ * Threads: any thread.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * int64_t page = g_file_map_page_size();
+ * int64_t offset = 10000 / page * page; // the page that holds byte 10000
+ * if (offset <= 10000) puts("a whole number of pages"); // prints: a whole number of pages
+ * @endcode
+ */
 G_API int64_t g_file_map_page_size(void);
 
 /**
- * Starts to write the changed pages of a file map back and drops copies that are out of date:
- * msync() with `MS_ASYNC | MS_INVALIDATE` over the low 32 bits of the length.
+ * Starts writing the changed pages of a file map back to the file, and invalidates other copies of
+ * them: msync() with `MS_ASYNC | MS_INVALIDATE` over the low 32 bits of the length.
  *
- * @param map  not null.
- * @return 0; -1 on an error (`errno` set, nothing logged). On a failed check what g_log()
- *         returned: the log handler's result, usually not negative.
+ * @param map  from g_file_map() or g_file_remap(); not null.
+ * @return 0; -1 on an error, with the reason in `errno`, which is not logged. When `map` is null,
+ *         what g_log() returned.
+ *
+ * @par Errors
+ * - ``'map != NULL' FAILED.``: critical; `map` is null.
+ * - `EINVAL`: the address is not a multiple of the page size.
+ * - `EBUSY`: pages of the region are locked in memory.
+ * - `ENOMEM`: a part of the region is not mapped.
+ *
+ * Threads: any thread; callers that share a map lock around it.
+ *
+ * @par Notes
+ * The call does not wait until the pages are written. When `map` is null the result is that of the
+ * log handler, which may look like success.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * GFileMap *map = g_file_map("notes.txt", 0, 9, 0, NULL);
+ * if (map == NULL) return 1;
+ * if (g_file_map_sync(map) == -1) perror("notes.txt");
+ * g_file_unmap(map);
+ * @endcode
  */
 G_API int g_file_map_sync(GFileMap* map);
 
