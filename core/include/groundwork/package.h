@@ -31,12 +31,23 @@ extern "C" {
 G_API extern char g_package_name[21];
 
 /**
- * Names the package. Call once at start-up, before other threads log: the array is not
- * locked.
+ * Names the package. The name begins every log line, and g_conf_open() with null looks for
+ * "./<package>.conf" and "/etc/<package>.conf".
  *
- * @param name  copied; cut silently after 20 characters.
- * @return g_package_name; null, with nothing changed, when `name` is null (logged as
- *         critical).
+ * @param name  NUL-terminated, copied; cut silently after 20 characters. Not null.
+ * @return g_package_name; null, with nothing changed, when `name` is null.
+ *
+ * @par Errors
+ * - ``'name != NULL' FAILED.``: critical; `name` is null.
+ *
+ * Threads: not locked. Call it once at start-up, before other threads log.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * puts(g_package_set_name("waterworks")); // prints: waterworks
+ * @endcode
  */
 G_API const char* g_package_set_name(const char* name);
 

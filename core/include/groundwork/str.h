@@ -4,10 +4,9 @@
  *
  * Strings: copying, trimming, splitting, comparing, formatted allocation.
  *
- * Strings are NUL-terminated bytes; nothing here depends on the locale, except what the
- * system formatter does for g_strdup_printf(). Every string returned is a heap string of its
- * own, released by the caller with free(); a vector of strings is released with
- * g_strfreev().
+ * Strings are NUL-terminated bytes. Nothing here depends on the locale, except what the system's
+ * formatter does for g_strdup_printf(). Every string returned is a heap string of its own, which
+ * the caller releases with free(); a vector of strings is released with g_strfreev().
  *
  * Whitespace is blank, tab, newline, vertical tab, form feed and carriage return.
  *
@@ -47,113 +46,319 @@ extern "C" {
 /**
  * Copies a string.
  *
- * @param str  null fails the check "str != NULL".
- * @return a new string; null on the failed check, or, unreported, when memory is exhausted.
+ * @param str  NUL-terminated; not null.
+ * @return the copy, a heap string that the caller releases with free(); null when `str` is null,
+ *         or, with nothing logged, when memory is exhausted.
+ *
+ * @par Errors
+ * - ``'str != NULL' FAILED.``: critical; `str` is null.
+ *
+ * Threads: any thread.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char *name = g_strdup("pump");
+ * if (name == NULL) return 1;
+ * puts(name); // prints: pump
+ * free(name);
+ * @endcode
  */
 G_API char* g_strdup(const char* str);
 
 /**
- * Removes leading whitespace in place; the rest moves to the front.
+ * Removes leading whitespace from a string in place; the rest moves to the front. Whitespace is
+ * blank, tab, newline, vertical tab, form feed and carriage return.
  *
- * @param str  null fails the check "str != NULL".
- * @return `str`; null on the failed check.
+ * @param str  NUL-terminated and writable; not null.
+ * @return `str`; null when `str` is null.
+ *
+ * @par Errors
+ * - ``'str != NULL' FAILED.``: critical; `str` is null.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char text[] = "  pump ";
+ * printf("'%s'\n", g_strchug(text)); // prints: 'pump '
+ * @endcode
  */
 G_API char* g_strchug(char* str);
 
 /**
- * Removes trailing whitespace in place: every byte of it is overwritten with NUL.
+ * Removes trailing whitespace from a string in place: every byte of it is overwritten with NUL.
+ * Whitespace is blank, tab, newline, vertical tab, form feed and carriage return.
  *
- * @param str  null fails the check "str != NULL".
- * @return `str`; null on the failed check.
+ * @param str  NUL-terminated and writable; not null.
+ * @return `str`; null when `str` is null.
+ *
+ * @par Errors
+ * - ``'str != NULL' FAILED.``: critical; `str` is null.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char text[] = "  pump \n";
+ * printf("'%s'\n", g_strchomp(text)); // prints: '  pump'
+ * @endcode
  */
 G_API char* g_strchomp(char* str);
 
 /**
- * Splits a string at each occurrence of a delimiter, from the left. Pieces may be empty:
- * "a,,b" gives "a", "", "b"; "a," gives "a", "". The empty string gives no piece at all.
+ * Splits a string at each occurrence of a delimiter, from the left. Pieces may be empty: "a,,b"
+ * gives "a", "", "b"; "a," gives "a", "". The empty string gives no piece at all.
  *
- * @param str         null fails the check "str != NULL".
- * @param delim       matched as a whole, not as a set of characters. Null fails the check
- *                    "delim != NULL", the empty string "delim[0] != '\0'".
- * @param max_tokens  at most this many pieces, the last one holding the unsplit rest; below
+ * @param str         NUL-terminated; not null.
+ * @param delim       the delimiter, matched as one whole string; neither null nor empty.
+ * @param max_tokens  maximum number of pieces, the last one of which holds the unsplit rest; below
  *                    1 there is no limit.
- * @return a new vector, ended by a null pointer, for g_strfreev(). Null on a failed check,
- *         or, unreported, when memory is exhausted.
+ * @return the pieces, a heap array of heap strings that ends with a null pointer, owned by the
+ *         caller and released with g_strfreev(). Null on a failed check, or, with nothing logged,
+ *         when memory is exhausted.
+ *
+ * @par Errors
+ * - ``'str != NULL' FAILED.``: critical; `str` is null.
+ * - ``'delim != NULL' FAILED.``: critical; `delim` is null.
+ * - ``'delim[0] != '\0'' FAILED.``: critical; `delim` is empty.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Notes
+ * The delimiter is not a set of characters: ", " does not split at ",". Split again, or trim the
+ * pieces.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char **parts = g_strsplit("net.ip.address", ".", 2);
+ * if (parts == NULL) return 1;
+ * for (char **part = parts; *part != NULL; ++part) puts(*part);
+ * // prints: net
+ * // prints: ip.address
+ * g_strfreev(parts);
+ * @endcode
  */
 G_API char** g_strsplit(const char* str, const char* delim, int max_tokens);
 
 /**
- * Frees a vector and all its strings.
+ * Frees a vector of strings, and the strings.
  *
- * @param str_array  heap array of heap strings, ended by a null pointer; null fails the
- *                   check "str_array != NULL".
+ * @param str_array  a heap array of heap strings that ends with a null pointer, as from
+ *                   g_strsplit(), invalid afterwards; null is logged.
+ *
+ * @par Errors
+ * - ``'str_array != NULL' FAILED.``: critical; `str_array` is null.
+ *
+ * Threads: any thread; no other thread may use the vector.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char **parts = g_strsplit("a,b", ",", 0);
+ * if (parts == NULL) return 1;
+ * g_strfreev(parts);
+ * @endcode
  */
 G_API void g_strfreev(char** str_array);
 
 /**
- * Tells whether a string ends with another.
+ * Returns whether a string ends with another.
  *
- * @param str     null fails the check "str != NULL".
- * @param suffix  null fails the check "suffix != NULL"; the empty string always matches.
- * @return 1 when `str` ends with `suffix`, exactly; else 0, also on a failed check.
+ * @param str     NUL-terminated; not null.
+ * @param suffix  NUL-terminated; not null. The empty string always matches.
+ * @return 1 when `str` ends with exactly `suffix`, else 0; 0 when an argument is null.
+ *
+ * @par Errors
+ * - ``'str != NULL' FAILED.``: critical; `str` is null.
+ * - ``'suffix != NULL' FAILED.``: critical; `suffix` is null.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * printf("%d\n", g_str_has_suffix("pump.conf", ".conf")); // prints: 1
+ * printf("%d\n", g_str_has_suffix("pump.conf", ".CONF")); // prints: 0
+ * @endcode
  */
 G_API int g_str_has_suffix(const char* str, const char* suffix);
 
 /**
- * Tells whether a string begins with another.
+ * Returns whether a string begins with another.
  *
- * @param str     null fails the check "str != NULL".
- * @param prefix  null fails the check "prefix != NULL"; the empty string always matches.
- * @return 1 when `str` begins with `prefix`, exactly; else 0, also on a failed check.
+ * @param str     NUL-terminated; not null.
+ * @param prefix  NUL-terminated; not null. The empty string always matches.
+ * @return 1 when `str` begins with exactly `prefix`, else 0; 0 when an argument is null.
+ *
+ * @par Errors
+ * - ``'str != NULL' FAILED.``: critical; `str` is null.
+ * - ``'prefix != NULL' FAILED.``: critical; `prefix` is null.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * printf("%d\n", g_str_has_prefix("http://host/", "http://")); // prints: 1
+ * @endcode
  */
 G_API int g_str_has_prefix(const char* str, const char* prefix);
 
 /**
- * Removes every space character in place. Other whitespace stays.
+ * Removes every space character from a string in place. Other whitespace stays.
  *
- * @param str  not null; unchecked.
- * @return how many spaces were removed.
+ * @param str  NUL-terminated and writable; not null, unchecked.
+ * @return the number of spaces removed.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char number[] = "1 000 000";
+ * printf("%d\n", g_strpack(number)); // prints: 2
+ * puts(number);                      // prints: 1000000
+ * @endcode
  */
 G_API int g_strpack(char* str);
 
 /**
- * Copies at most `len` bytes as strncpy() does, filling up with NULs when `src` is shorter,
- * and then always stores a NUL at `dst[len]`.
+ * Copies at most `len` bytes of a string and always terminates the copy: like strncpy(), which
+ * fills up with NULs when `src` is shorter, and then stores a NUL at `dst[len]`.
  *
- * @warning `dst` must have room for `len` + 1 bytes.
- *
- * @param dst  not null; unchecked. Room for `len` + 1 bytes.
- * @param src  not null; unchecked. Read up to its NUL or `len` bytes; may overlap `dst`.
- * @param len  bytes to copy or fill, not counting the final NUL.
+ * @param dst  room for `len` + 1 bytes; not null, unchecked.
+ * @param src  read up to its NUL or `len` bytes; not null, unchecked. May overlap `dst`.
+ * @param len  number of bytes to copy or fill, not counting the final NUL.
  * @return `dst`.
+ *
+ * Threads: any thread; callers that share a string lock around it.
+ *
+ * @par Notes
+ * It writes `len` + 1 bytes. With `len` = the size of the buffer it writes past the end; pass the
+ * size minus one.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char name[5];
+ * g_strncpy(name, "waterworks", sizeof name - 1);
+ * puts(name); // prints: wate
+ * @endcode
  */
 G_API char* g_strncpy(char* dst, const char* src, unsigned len);
 
 /**
  * Formats into a new string.
  *
- * The block's size is estimated from the format and its arguments before the text is made:
- * usually more than the text needs, so that one allocation does. A block that turns out too
- * small for what the system formatter makes of the format grows.
+ * The size of the block is estimated from the format and its arguments before the text is made,
+ * usually a little high, so that one allocation is enough. If the block turns out too small, it
+ * grows.
  *
- * Warnings about conversions that the estimate does not cover (positional parameters, wide
- * strings, long doubles, unknown characters) are logged under the name "g_str"; the text is
- * the system formatter's all the same. Behind a conversion for which estimate and formatter
- * take different arguments, strings are not measured, and the block grows by them. Each "%m"
- * leaks a block of 17 bytes.
+ * For some conversions the estimate does not know the argument. They are logged, and the text is
+ * made by the system's formatter all the same. After a conversion for which estimate and formatter
+ * take different arguments, strings are not measured, and the block grows to hold them.
  *
- * @warning For "%.*s" the block is as large as the precision, however short the text: a precision
- * near 2^31 asks for 2 GiB, and the result is null.
+ * @param fmt  format of printf() in the C library. Null gives the empty string.
+ * @param ...  the arguments of the conversions, as for printf(); they stay the caller's.
+ * @return the text, a heap string that the caller releases with free(); null, with nothing logged,
+ *         when memory is exhausted. When the system's formatter fails, the text that it made before
+ *         the failure.
  *
- * @param fmt  printf format of the C library. Null, which other formatters crash on, gives
- *             the empty string.
- * @return a new string; null, unreported, when memory is exhausted. When the system
- *         formatter fails, the text that it made before it failed.
+ * @par Errors
+ * Warnings about conversions; the text is not affected:
+ * - ``unable to handle positional parameters(%n$)``: a conversion names its argument by position.
+ * - ``(): unable to handle long double, collecting double only``: a long double.
+ * - ``(): unable to handle wide char strings``: a wide string.
+ * - ``(): unable to handle `%c' while parsing format``: with the character; an unknown conversion.
+ *
+ * Threads: any thread. The result depends on the locale where the formatter's does, so setlocale()
+ * must not be called at the same time.
+ *
+ * Standard: the format of printf(), ISO C.
+ *
+ * @par Notes
+ * - Each "%m" leaks 17 bytes. Pass strerror(errno) for "%s" instead.
+ * - For "%.*s" the block is as large as the precision, however short the text: a precision near
+ *   2^31 asks for 2 GiB, and the result is null.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * char *line = g_strdup_printf("%s: %d rpm", "pump", 40);
+ * if (line == NULL) return 1;
+ * puts(line); // prints: pump: 40 rpm
+ * free(line);
+ * @endcode
  */
 G_API char* g_strdup_printf(const char* fmt, ...) G_PRINTF(1, 2);
 
-/** Formats into a new string, as g_strdup_printf(), with an argument list.
- *  @param fmt as there. @param args consumed; undefined afterwards. @return as there. */
+/**
+ * Formats into a new string, with a list of arguments.
+ *
+ * The size of the block is estimated from the format and its arguments before the text is made,
+ * usually a little high, so that one allocation is enough. If the block turns out too small, it
+ * grows.
+ *
+ * For some conversions the estimate does not know the argument. They are logged, and the text is
+ * made by the system's formatter all the same. After a conversion for which estimate and formatter
+ * take different arguments, strings are not measured, and the block grows to hold them.
+ *
+ * @param fmt   format of printf() in the C library. Null gives the empty string.
+ * @param args  the arguments of the conversions, from va_start(); undefined afterwards. The caller
+ *              calls va_end().
+ * @return the text, a heap string that the caller releases with free(); null, with nothing logged,
+ *         when memory is exhausted. When the system's formatter fails, the text that it made before
+ *         the failure.
+ *
+ * @par Errors
+ * Warnings about conversions; the text is not affected:
+ * - ``unable to handle positional parameters(%n$)``: a conversion names its argument by position.
+ * - ``(): unable to handle long double, collecting double only``: a long double.
+ * - ``(): unable to handle wide char strings``: a wide string.
+ * - ``(): unable to handle `%c' while parsing format``: with the character; an unknown conversion.
+ *
+ * Threads: any thread. The result depends on the locale where the formatter's does, so setlocale()
+ * must not be called at the same time.
+ *
+ * Standard: the format of printf(), ISO C.
+ *
+ * @par Notes
+ * - Each "%m" leaks 17 bytes. Pass strerror(errno) for "%s" instead.
+ * - For "%.*s" the block is as large as the precision, however short the text: a precision near
+ *   2^31 asks for 2 GiB, and the result is null.
+ *
+ * @par Example
+ * @code{.c}
+ * #include <groundwork/groundwork.h>
+ *
+ * #include <stdarg.h>
+ *
+ * static void show(const char *fmt, ...) {
+ *   va_list args;
+ *   va_start(args, fmt);
+ *   char *text = g_strdup_vprintf(fmt, args);
+ *   va_end(args);
+ *   if (text != NULL) puts(text);
+ *   free(text);
+ * }
+ *
+ * show("%s: %d rpm", "pump", 40); // prints: pump: 40 rpm
+ * @endcode
+ */
 G_API char* g_strdup_vprintf(const char* fmt, va_list args) G_PRINTF(1, 0);
 
 /** @} */
