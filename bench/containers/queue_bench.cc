@@ -19,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "support/job.h"
 #include "support/second_thread.h"
@@ -175,6 +176,28 @@ void put_and_get(State& state, bool is_alone) {
   report(state, 1, waiting);
 }
 
+// One thread puts what another gets, both as fast as they can.
+template <typename Queue>
+void put_here_get_there(State& state) {
+  constexpr uintptr_t kElements = 20000;
+  uint32_t sum = 0;
+  for (auto _ : state) {
+    Queue queue;
+    std::thread producer([&] {
+      for (uintptr_t i = 1; i <= kElements; ++i) queue.put(reinterpret_cast<void*>(i));
+    });
+    sum = 0;
+    for (uintptr_t count = 0; count < kElements;) {
+      const auto element = reinterpret_cast<uintptr_t>(queue.get());
+      if (element == 0) continue;
+      sum = sum * 3 + static_cast<uint32_t>(element);
+      ++count;
+    }
+    producer.join();
+  }
+  report(state, kElements, sum);
+}
+
 template <typename Queue>
 void register_queue(const std::string& name, const char* who) {
   job(name, who, [](State& state) { put_and_get<Queue>(state, false); });
@@ -184,6 +207,10 @@ void register_queue(const std::string& name, const char* who) {
 }  // namespace
 
 void groundwork::bench::register_jobs() {
+  const auto busy = [](const char* who, auto run) { job("queue.busy", who, run); };
+  busy("ours", put_here_get_there<OurQueue>);
+  busy("TAILQ+mutex", put_here_get_there<LockedTailq>);
+  busy("std::deque+mutex", put_here_get_there<LockedDeque>);
   register_queue<OurQueue>("queue", "ours");
   register_queue<LockedTailq>("queue", "TAILQ+mutex");
   register_queue<LockedDeque>("queue", "std::deque+mutex");
