@@ -6,7 +6,7 @@
 
 namespace groundwork {
 
-// Speed, or size (-Os): then what only makes a function faster is left out.
+// False for builds for size (-Os), which leave out code that only makes functions faster.
 #ifdef __OPTIMIZE_SIZE__
 constexpr bool kForSpeed = false;
 #define IN_LINE_FOR_SPEED inline

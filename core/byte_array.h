@@ -1,4 +1,4 @@
-// Arrays that grow. What is added is lost, and nothing else, when memory is exhausted.
+// Growing arrays. When memory is exhausted, only the element being added is lost.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CORE_BYTE_ARRAY_H
@@ -15,7 +15,7 @@
 
 namespace groundwork {
 
-// Bytes, and what arrays of all types share.
+// An array of bytes, and the base of typed arrays.
 class ByteArray {
  public:
   ByteArray() = default;
@@ -26,7 +26,7 @@ class ByteArray {
   // Makes room for `more` bytes; false when memory is exhausted.
   bool reserve(size_t more);
 
-  // Makes the array longer, by one byte at least. Where to put what comes there; null when
+  // Makes the array longer, by at least one byte. Returns where the new bytes go; null when
   // memory is exhausted.
   char* extend(size_t more) {
     if (more > capacity_ - size_ && !reserve(more)) return nullptr;
@@ -46,7 +46,7 @@ class ByteArray {
 
   void cut(size_t size) { size_ = size; }
 
-  // Hands over the block, for the caller to free; null for none. The array is empty then.
+  // Hands over ownership of the block; null if there is none. The array is then empty.
   char* release() {
     size_ = 0;
     capacity_ = 0;
@@ -63,7 +63,7 @@ class ByteArray {
   size_t capacity_ = 0;
 };
 
-// Of elements that may be moved as bytes.
+// An array of trivially copyable elements.
 template <typename T>
 class Array : private ByteArray {
   static_assert(std::is_trivially_copyable_v<T>);

@@ -1,5 +1,5 @@
-// Code that a cancelled thread may leave, and code that it must not. No destructor runs
-// when a thread is cancelled.
+// Code where a thread may be cancelled, and code where it must not. Cancellation runs no
+// destructors.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CORE_CANCELLATION_H
@@ -7,15 +7,14 @@
 
 #include <pthread.h>
 
-// For a function that a cancelled thread may leave from inside, or pass through with a
-// cleanup handler: the address sanitizer would go on guarding the locals of the frames
-// left.
+// For a function that cancellation may leave, with or without a cleanup handler in it: the
+// address sanitizer would otherwise keep guarding the locals of the frames that are gone.
 #define LEFT_BY_CANCELLATION [[gnu::no_sanitize_address]]
 
 namespace groundwork {
 
-// Puts off the calling thread's cancellation to the end of the scope: for code that must
-// not be left half done and runs no user's function.
+// Holds off cancellation of the calling thread until the end of the scope: for code that
+// must not be interrupted and calls no user function.
 class CancellationHeld {
  public:
   CancellationHeld() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_state_); }

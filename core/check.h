@@ -1,4 +1,4 @@
-// Argument checks: one log line and the failure value, nothing else.
+// Argument checks: a failed one logs a line and returns the failure value.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CORE_CHECK_H
@@ -8,7 +8,7 @@
 
 namespace groundwork {
 
-// Reports a failed argument check; returns what g_log() returned. Out of line and cold, so
+// Reports a failed argument check; returns the result of g_log(). Out of line and cold, so
 // that a check costs its caller a comparison and a jump.
 [[gnu::cold]] int report_failed_check(const char* source, int line, const char* expression);
 

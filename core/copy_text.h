@@ -1,4 +1,4 @@
-// Copying text that is mostly short.
+// Copying text that is usually short.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CORE_COPY_TEXT_H
@@ -9,8 +9,8 @@
 
 namespace groundwork {
 
-// As memcpy(). Separators, signs, numbers and many names are shorter than the way there and
-// back. Returns the place behind the copy.
+// Like memcpy(), but returns the end of the copy. Separators, signs, numbers and many names
+// are copied in less time than a call takes.
 inline char* copy_text(char* out, const char* text, size_t length) {
   if (length < 8) {
     for (size_t at = 0; at < length; ++at) out[at] = text[at];

@@ -1,6 +1,6 @@
 // Diagnostics: threshold, line format, output hook. Allocates nothing, so that it works
-// when allocation has failed. Threshold and handler are relaxed atomics: any thread may
-// log while another one changes them, and nothing is ordered by it.
+// when memory is exhausted. Threshold and handler are relaxed atomics: any thread may log
+// while another changes them; they order nothing else.
 //
 // SPDX-License-Identifier: MIT
 
@@ -22,7 +22,7 @@ namespace {
 constexpr auto relaxed = std::memory_order_relaxed;
 
 constexpr size_t kLineSize = 1592;   // message and line, terminator included
-constexpr size_t kPrintSize = 1024;  // g_print's text before its cut
+constexpr size_t kPrintSize = 1024;  // g_print's text before the cut
 constexpr size_t kPrintCut = 1020;   // g_print emits at most 1019 bytes
 
 std::atomic<int> threshold{G_LOG_WARNING};
@@ -69,7 +69,7 @@ const char* tag_of(int level) {
   }
 }
 
-// Appends as much of `text` as fits before the terminator of a line buffer.
+// Appends as much of `text` as fits, leaving room for the terminator.
 size_t append(char (&line)[kLineSize], size_t length, const char* text) {
   const size_t count = strnlen(text, kLineSize - 1 - length);
   std::memcpy(line + length, text, count);
@@ -98,7 +98,7 @@ extern "C" void g_debug_set_level2(int level) {
   threshold.store(level, relaxed);
 }
 
-// Kept: programs call this with levels that must not take effect.
+// Kept: programs call this with levels that must have no effect.
 extern "C" void g_debug_set_level(int) {}
 
 extern "C" int g_debug_get_level(void) {
@@ -140,7 +140,8 @@ extern "C" int g_logv(int level, const char* file, int line, const char* fmt, va
   length = append(text, length, tag_of(level));
   length = append(text, length, message);
 
-  // A handler gets the line without its newline. A line that fills the buffer loses it.
+  // A handler gets the line without a newline. A line that fills the buffer has none,
+  // either.
   const GLogHandler handler = output_handler.load(relaxed);
   if (handler == nullptr) length = append(text, length, "\n");
   text[length] = '\0';
@@ -154,7 +155,7 @@ extern "C" void g_print(const char* fmt, ...) {
   va_start(ap, fmt);
   std::vsnprintf(text, sizeof text, fmt, ap);
   va_end(ap);
-  // Kept: callers see the cut at 1019 bytes, although the text was formatted beyond it.
+  // Kept: programs rely on the cut at 1019 bytes, although the buffer holds more.
   text[kPrintCut - 1] = '\0';
   emit(output_handler.load(relaxed), text);
 }

@@ -1,5 +1,5 @@
-// Checked allocation: the system heap with one report for a zero size and one for an
-// exhausted heap.
+// Checked allocation: the system heap, with a report for a size of zero and for exhausted
+// memory.
 //
 // SPDX-License-Identifier: MIT
 
@@ -24,8 +24,8 @@ void* reported(void* block, unsigned size, int line) {
 }
 
 #if defined(__GLIBC__)
-// mallinfo2() counts in size_t: on a 64-bit build the int of mallinfo() would wrap, and the
-// library prints ints either way.
+// mallinfo2() counts in size_t; on a 64-bit build the ints of mallinfo() would wrap. The
+// library prints ints in either case.
 #if __GLIBC_PREREQ(2, 33)
 auto heap_statistics() {
   return mallinfo2();
@@ -36,7 +36,7 @@ auto heap_statistics() {
 }
 #endif
 #else
-// A heap without statistics reports zeros.
+// musl has no heap statistics: reports zeros.
 struct HeapStatistics {
   int arena, ordblks, hblks, hblkhd, uordblks, fordblks, keepcost;
 };
@@ -90,6 +90,6 @@ extern "C" int g_mem_profile(void) {
   report(__LINE__, "  total space in mmapped regions: %d", heap.hblkhd);
   report(__LINE__, "  total allocated space: %d", heap.uordblks);
   report(__LINE__, "  total non-inuse space: %d", heap.fordblks);
-  // Kept: no blank after this colon.
+  // Kept: no space after this colon.
   return report(__LINE__, "  top-most, releasable space:%d", heap.keepcost);
 }

@@ -13,8 +13,8 @@ struct FreeBlock {
   void operator()(void* block) const { std::free(block); }
 };
 
-// Frees its block with free() at the end of the scope; release() hands it on. T is the type
-// pointed to, as in std::unique_ptr: Owned<char>, Owned<GFile>.
+// Frees its block with free() at the end of the scope; release() hands over ownership. T is
+// the type pointed to, as in std::unique_ptr: Owned<char>, Owned<GFile>.
 template <typename T>
 using Owned = std::unique_ptr<T, FreeBlock>;
 

@@ -21,7 +21,7 @@ char g_package_name[21];
 const char* g_package_set_name(const char* name) {
   CHECK_ARG(name != NULL, nullptr);
   const size_t length = strnlen(name, sizeof g_package_name - 1);
-  // memmove: a program may pass the array itself.
+  // memmove(): a program may pass the array itself.
   std::memmove(g_package_name, name, length);
   g_package_name[length] = '\0';
   return g_package_name;

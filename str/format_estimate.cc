@@ -1,5 +1,6 @@
-// The walk over a format that estimates the size of its text. The estimate is generous and
-// fixed: it is the size of the blocks that callers get, so no number here may change.
+// Walks a format to estimate the size of its text. The estimate is generous, and part of
+// the contract: it is the size of the blocks that callers get, so no number here may
+// change.
 //
 // SPDX-License-Identifier: MIT
 
@@ -25,17 +26,17 @@ namespace {
 constexpr char kSource[] = "g_str";
 
 constexpr bool kLongIs64Bit = sizeof(long) == 8;
-constexpr uint64_t kMargin = 1024;  // for what cannot be measured
+constexpr uint64_t kMargin = 1024;  // reserved for what cannot be measured
 constexpr unsigned kNullStringLength = 8;
 constexpr unsigned kWideCharacterLength = 16;
 constexpr unsigned kErrorTextLength = 256;
 constexpr unsigned kSignLength = 1;
 
-// What a character means in a conversion. Those from kPercent on end it.
+// What a character means in a conversion. kPercent and all after it end the conversion.
 enum class Part : uint8_t {
   kUnknown,
   kFlag,
-  kDigit,  // but "0", which is a flag before a number
+  kDigit,  // except "0", which is a flag before a number
   kAsterisk,
   kPoint,
   kSize,
@@ -51,7 +52,7 @@ enum class Part : uint8_t {
   kEnd,  // of the format
 };
 
-// Flags of a conversion. The first ones are written as such.
+// Flags of a conversion. The first six are flags in the format, too.
 enum : uint16_t {
   kAlternateForm = 1 << 0,
   kZeroPadding = 1 << 1,
@@ -61,19 +62,19 @@ enum : uint16_t {
   kAddSign = 1 << 5,
   kSeenPrecision = 1 << 6,
   kSeenAsterisk = 1 << 7,
-  kNegativePrecision = 1 << 8,  // none, to the system formatter
+  kNegativePrecision = 1 << 8,  // the system formatter ignores it
   kPossibleSign = 1 << 9,
   kHalf = 1 << 10,
   kLong = 1 << 11,
   kExtraLong = 1 << 12,
   kPointerSize = 1 << 13,  // size_t, ptrdiff_t
   kIntmaxSize = 1 << 14,
-  kFormatterDiffers = 1 << 15,  // it takes another argument for this character, or none
+  kFormatterDiffers = 1 << 15,  // the system formatter takes another argument, or none
 };
 
 struct Rule {
   Part part = Part::kUnknown;
-  uint8_t length = 0;  // reserved, without the place of a sign
+  uint8_t length = 0;  // reserved, not counting a sign
   uint16_t flags = 0;  // set by the character
 };
 
@@ -102,7 +103,7 @@ constexpr auto kRules = [] {
   set("123456789", Part::kDigit, 0, 0);
   set("*", Part::kAsterisk, 0, kSeenAsterisk);
   set(".", Part::kPoint, 0, kSeenPrecision);
-  set("h", Part::kSize, 0, kHalf);  // a smaller number needs no smaller room
+  set("h", Part::kSize, 0, kHalf);  // reserves as much as an int
   set("l", Part::kSize, 0, kLong);
   set("Lq", Part::kSize, 0, kLong | kExtraLong);
   set("zZt", Part::kSize, 0, kPointerSize);
@@ -134,8 +135,8 @@ Rule rule_of(char c) {
   return {c == '\0' ? Part::kEnd : Part::kUnknown};
 }
 
-// How far the modifiers of a conversion came in the order that the system formatter wants:
-// flags, width, precision, size. The walk takes them in any order.
+// How far the modifiers of a conversion have come in the order that the system formatter
+// expects: flags, width, precision, size. The estimate accepts them in any order.
 enum class Stage : uint8_t {
   kFlags,
   kWidth,
@@ -147,11 +148,11 @@ enum class Stage : uint8_t {
   kUnordered,
 };
 
-// One conversion, read once; everything that is asked about it is asked of this.
+// One parsed conversion.
 struct Conversion {
   Part part = Part::kUnknown;
   char character = '\0';
-  char size = '\0';  // the last one of "h", "l" and the like
+  char size = '\0';  // the last of "h", "l" and the like
   Stage stage = Stage::kFlags;
   bool is_bare = false;  // without modifiers
   unsigned flags = 0;
@@ -198,8 +199,9 @@ bool is_one_of(char c, std::string_view set) {
   return set.find(c) != std::string_view::npos;
 }
 
-// Digits before the point of a double with these bits, as far as its exponent tells; for a
-// small number its distance from 1. None for zero, subnormals, infinities and NaN.
+// Digits before the point of a double with these bits, estimated from its exponent; for a
+// small number, roughly the zeros after its point. 0 for zero, subnormals, infinities and
+// NaN.
 uint64_t integral_digits(uint64_t double_bits) {
   const int exponent = static_cast<int>(double_bits >> 52 & 0x7ff);
   if (exponent < 1 || exponent > 2046) return 0;
@@ -207,13 +209,15 @@ uint64_t integral_digits(uint64_t double_bits) {
       std::abs(static_cast<int>((exponent - 1023) * 0.3010299956639812 + 1)));
 }
 
-// Whether the system formatter takes the same arguments for a conversion as the walk does.
-// It takes none for what it does not know. `next` is the format after the conversion.
+// Returns whether the system formatter takes the same arguments for a conversion as the
+// estimate does. It takes none for unknown conversions. `next` is the format after the
+// conversion.
 bool formatter_agrees(const Conversion& conversion, const char* next) {
   const bool is_ordered = conversion.stage != Stage::kUnordered;
   if (conversion.part == Part::kPosition) {
-    // After a number alone: the argument is not taken in turn, and the walk takes none
-    // either. What follows is text to the walk, but a width there is taken in turn.
+    // After a number alone, the formatter takes no argument in sequence, and neither does
+    // the estimate, which treats what follows as text. But the formatter does take an
+    // asterisk there in sequence.
     const bool is_number =
         conversion.stage == Stage::kWidth ||
         (conversion.stage == Stage::kFlags && conversion.has(kZeroPadding));
@@ -223,10 +227,10 @@ bool formatter_agrees(const Conversion& conversion, const char* next) {
     return letter != nullptr && !is_one_of(*letter, "*%");
   }
   if (conversion.character == 'I') {
-    // A flag to the formatter: the next character takes the argument.
+    // For the formatter this is a flag: the next character takes the argument.
     return conversion.is_bare && is_one_of(*next, "diouxXcsp");
   }
-  // It may read a long double for "j".
+  // The formatter may read a long double for "j".
   return is_ordered && !conversion.has(kFormatterDiffers) &&
          !(conversion.size == 'j' && conversion.part == Part::kFloat);
 }
@@ -250,7 +254,7 @@ class FormatWalk {
   uint64_t estimate();
 
  private:
-  // The argument of a conversion; which one is set, its part tells.
+  // The argument of a conversion; its part determines which member is set.
   union Argument {
     uint64_t integer;
     uint64_t double_bits;
@@ -258,7 +262,7 @@ class FormatWalk {
   };
 
   bool measure_bare_conversion();
-  // Out of line: the row of bare conversions does without its registers and its frame.
+  // Out of line, so that a run of bare conversions needs no stack frame.
   [[gnu::noinline]] void measure_conversion();
   void read_conversion(Conversion& conversion);
   void read_modifier(char c, const Rule& rule, Conversion& conversion);
@@ -268,18 +272,19 @@ class FormatWalk {
   uint64_t take_integer(Conversion& conversion);
   uint64_t take_float(Conversion& conversion);
   const char* take_string(Conversion& conversion);
-  bool spell(const Conversion& conversion, const Argument& argument);
-  bool spell_integer(const Conversion& conversion, uint64_t integer,
-                     const FormatPieces::Layout& layout);
-  bool spell_float(const Conversion& conversion, uint64_t double_bits,
+  bool add_conversion(const Conversion& conversion, const Argument& argument);
+  bool add_integer(const Conversion& conversion, uint64_t integer,
                    const FormatPieces::Layout& layout);
+  bool add_float(const Conversion& conversion, uint64_t double_bits,
+                 const FormatPieces::Layout& layout);
 
   const char* at_;
   va_list args_;
   FormatPieces& pieces_;
   uint64_t total_ = 1;  // the terminator
-  // Whether all arguments were taken as the system formatter takes them. Where not, the
-  // next one may be no pointer although it should: strings are not measured any more.
+  // Whether all arguments so far were taken as the system formatter takes them. If not, the
+  // next one may not be a pointer even where one is expected, so strings are no longer
+  // measured.
   bool is_current_ = true;
 #ifndef __GLIBC__
   NarrowedFormat* narrowed_;
@@ -303,8 +308,8 @@ uint64_t FormatWalk::estimate() {
   return total_;
 }
 
-// The commonest conversions without a modifier, sparing them the record; false, with
-// nothing taken, where it is another one.
+// Measures the most common conversions without modifiers, which skips parsing. False, with
+// nothing taken, for any other.
 bool FormatWalk::measure_bare_conversion() {
   using Base = FormatPieces::Base;
   constexpr FormatPieces::Layout kNoLayout = {};
@@ -316,7 +321,7 @@ bool FormatWalk::measure_bare_conversion() {
     case 's': {
       const char* const string = va_arg(args_, const char*);
       if (string == nullptr) [[unlikely]] {
-        // It has a name that the system formatter knows.
+        // The system formatter knows how a null string is printed.
         total_ += kNullStringLength;
         pieces_.give_up();
         break;
@@ -357,7 +362,7 @@ void FormatWalk::measure_conversion() {
   Conversion conversion;
   read_conversion(conversion);
   const Argument argument = take_argument(conversion);
-  if (!pieces_.complete() || !spell(conversion, argument)) {
+  if (!pieces_.complete() || !add_conversion(conversion, argument)) {
     pieces_.give_up();
     is_current_ = is_current_ && formatter_agrees(conversion, at_);
   }
@@ -368,8 +373,8 @@ void FormatWalk::measure_conversion() {
   total_ += length;
 }
 
-// Flags, numbers and sizes may come in any order and number; a conversion character ends
-// the conversion, and so does the end of the format.
+// Flags, numbers and sizes may come in any order and number, until a conversion character
+// or the end of the format.
 void FormatWalk::read_conversion(Conversion& conversion) {
   const char* const begin = at_;
   for (;;) {
@@ -382,7 +387,7 @@ void FormatWalk::read_conversion(Conversion& conversion) {
       conversion.length = rule.length;
       conversion.is_bare = at_ - begin == 1;
       if (rule.part == Part::kEnd) [[unlikely]] {
-        // Unfinished: the characters after the "%" count, the terminator with them.
+        // Unfinished: counts the characters after the "%", including the terminator.
         conversion.length = static_cast<uint64_t>(at_ - begin);
         --at_;
       }
@@ -406,10 +411,10 @@ void FormatWalk::read_modifier(char c, const Rule& rule, Conversion& conversion)
       conversion.size = c;
       break;
     case Part::kUnknown:
-      // The system formatter takes a number here, and what follows in this conversion would
-      // take it, or a part of it, for its own argument.
+      // The system formatter takes a number here, which the rest of this conversion would
+      // take, in whole or in part, as its own argument.
       if (is_one_of(c, "FbB")) is_current_ = false;
-      // Kept: the conversion goes on, and a known character after this one still counts.
+      // Kept: the conversion continues, and a known character after this one still counts.
       g_log(G_LOG_WARNING, kSource, __LINE__,
             "(): unable to handle `%c' while parsing format", c);
       pieces_.give_up();
@@ -420,8 +425,8 @@ void FormatWalk::read_modifier(char c, const Rule& rule, Conversion& conversion)
   conversion.flags |= rule.flags;
 }
 
-// A decimal number of which the first digit was taken. The largest one wins where a
-// conversion has several; one beyond 32 bits counts as the largest of 32 bits.
+// Reads a decimal number whose first digit was taken. If a conversion has several, the
+// largest counts; one that does not fit in 32 bits becomes UINT32_MAX.
 void FormatWalk::read_number(Conversion& conversion) {
   uint32_t number = 0;
   for (--at_; is_digit(*at_); ++at_) {
@@ -469,8 +474,8 @@ FormatWalk::Argument FormatWalk::take_argument(Conversion& conversion) {
       static_cast<void>(va_arg(args_, void*));
       break;
     case Part::kErrorText: {
-      // Kept: the copy is not freed; the heap figures of programs have always shown it. The
-      // longer one of the two is reserved.
+      // Kept: the copy is never freed; the heap figures of programs have always included
+      // it. Reserves the longer of the two lengths.
       const char* const placeholder = g_strdup("ERROR_MSG: G_STR");
       conversion.length = std::max<size_t>(
           kErrorTextLength, placeholder != nullptr ? std::strlen(placeholder) : 0);
@@ -487,8 +492,8 @@ FormatWalk::Argument FormatWalk::take_argument(Conversion& conversion) {
   return argument;
 }
 
-// Takes what the system formatter takes. An intmax_t has 64 bits everywhere, although a
-// 32-bit build reserves the length of an int for it.
+// Takes the argument that the system formatter takes. An intmax_t has 64 bits everywhere,
+// although a 32-bit build reserves the length of an int for it.
 uint64_t FormatWalk::take_integer(Conversion& conversion) {
   const bool reserves_64_bit = conversion.has(
       kLongIs64Bit ? kExtraLong | kLong | kPointerSize | kIntmaxSize : kExtraLong);
@@ -498,14 +503,14 @@ uint64_t FormatWalk::take_integer(Conversion& conversion) {
 }
 
 uint64_t FormatWalk::take_float(Conversion& conversion) {
-  constexpr uint32_t kDigits = 24;  // reserved for every number, or more
+  constexpr uint32_t kDigits = 24;  // the least that is reserved for a number
   conversion.length += std::max(kDigits, conversion.precision);
   uint64_t double_bits;
   if (conversion.has(kExtraLong)) {
     g_log(G_LOG_WARNING, kSource, __LINE__,
           "(): unable to handle long double, collecting double only");
-    // Kept: measured as if its first eight bytes were a double. Taken whole, though, so
-    // that the arguments after it are the right ones.
+    // Kept: measured as if its first eight bytes were a double. But it is taken as a whole,
+    // so that the arguments after it are the right ones.
     const long double value = va_arg(args_, long double);
     std::memcpy(&double_bits, &value, sizeof double_bits);
   } else {
@@ -536,13 +541,13 @@ const char* FormatWalk::take_string(Conversion& conversion) {
   return string;
 }
 
-// Adds the text of a conversion to the pieces; false when that is the system formatter's
-// business: all but the commonest forms.
-bool FormatWalk::spell(const Conversion& conversion, const Argument& argument) {
-  constexpr unsigned kSpelled = kLeftAdjust | kZeroPadding | kSeenAsterisk |
-                                kSeenPrecision | kPossibleSign | kLong | kExtraLong |
-                                kPointerSize;
-  if (conversion.has(~kSpelled) || conversion.stage == Stage::kUnordered ||
+// Adds the text of a conversion to the pieces. False for all but the most common forms,
+// which are left to the system formatter.
+bool FormatWalk::add_conversion(const Conversion& conversion, const Argument& argument) {
+  constexpr unsigned kSupported = kLeftAdjust | kZeroPadding | kSeenAsterisk |
+                                  kSeenPrecision | kPossibleSign | kLong | kExtraLong |
+                                  kPointerSize;
+  if (conversion.has(~kSupported) || conversion.stage == Stage::kUnordered ||
       (conversion.size != '\0' && conversion.size != 'l' && conversion.size != 'z')) {
     return false;
   }
@@ -563,7 +568,7 @@ bool FormatWalk::spell(const Conversion& conversion, const Argument& argument) {
       pieces_.add_character(static_cast<char>(argument.integer));
       return true;
     case Part::kString: {
-      // A null string has a name that the system formatter knows.
+      // The system formatter knows how a null string is printed.
       if (has_size || conversion.has(kLong | kZeroPadding) || argument.string == nullptr) {
         return false;
       }
@@ -573,16 +578,16 @@ bool FormatWalk::spell(const Conversion& conversion, const Argument& argument) {
       return true;
     }
     case Part::kInteger:
-      return !has_precision && spell_integer(conversion, argument.integer, layout);
+      return !has_precision && add_integer(conversion, argument.integer, layout);
     case Part::kFloat:
-      return !has_size && spell_float(conversion, argument.double_bits, layout);
+      return !has_size && add_float(conversion, argument.double_bits, layout);
     default:
       return false;
   }
 }
 
-bool FormatWalk::spell_integer(const Conversion& conversion, uint64_t integer,
-                               const FormatPieces::Layout& layout) {
+bool FormatWalk::add_integer(const Conversion& conversion, uint64_t integer,
+                             const FormatPieces::Layout& layout) {
   using Base = FormatPieces::Base;
   switch (conversion.character) {
     case 'd':
@@ -609,8 +614,8 @@ bool FormatWalk::spell_integer(const Conversion& conversion, uint64_t integer,
   }
 }
 
-bool FormatWalk::spell_float(const Conversion& conversion, uint64_t double_bits,
-                             const FormatPieces::Layout& layout) {
+bool FormatWalk::add_float(const Conversion& conversion, uint64_t double_bits,
+                           const FormatPieces::Layout& layout) {
   if constexpr (!kForSpeed) return false;
   const bool is_general = conversion.character == 'g';
   if (!is_general && conversion.character != 'f') return false;

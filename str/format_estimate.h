@@ -1,4 +1,4 @@
-// Size of a formatted text before it is made.
+// Estimates the size of a formatted text.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_STR_FORMAT_ESTIMATE_H
@@ -13,10 +13,10 @@
 namespace groundwork {
 
 // Walks a format and its arguments once. Returns the number of bytes to allocate for the
-// text, terminator included; 1 for a null format. Logs a warning for what it cannot
-// measure. Leaves `args` as it was. Where the format is simple, `pieces` is the text, never
-// longer than the estimate; else it is given up. With `narrowed`, each conversion of a wide
-// string that is a null pointer is made narrow there.
+// text, including the terminator; 1 for a null format. Logs a warning for what it cannot
+// measure. `args` is unchanged. If the format is simple, `pieces` becomes the text, never
+// longer than the estimate; otherwise it is incomplete. With `narrowed`, each conversion of
+// a wide string that is null is made narrow there.
 uint64_t estimate_format(const char* fmt, va_list args, FormatPieces& pieces,
                          NarrowedFormat* narrowed = nullptr);
 

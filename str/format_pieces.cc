@@ -1,4 +1,4 @@
-// The text of a simple format, put together from pieces.
+// The text of a simple format, assembled from pieces.
 //
 // SPDX-License-Identifier: MIT
 
@@ -8,46 +8,45 @@
 #include <charconv>
 
 #include "core/copy_text.h"
-#include "str/spell_double.h"
+#include "str/format_double.h"
 
 using namespace groundwork;
 
 namespace {
 
-constexpr size_t kLongestNumber = 20;  // of 64 bits, a minus counted
+constexpr size_t kLongestNumber = 20;  // 64 bits, with a minus sign
 constexpr size_t kMostPadding = 32;
 constexpr char kBlanks[kMostPadding + 1] = "                                ";
 constexpr char kZeros[kMostPadding + 1] = "00000000000000000000000000000000";
 
-// These return the end of the digits. A 64-bit number is taken apart into 32-bit ones where
-// it is large, and treated as one where it is not: a 32-bit processor counts and divides
-// many times faster by them.
-char* spell_decimal(char* out, uint64_t number) {
+// These return the end of the digits. A large 64-bit number is split into 32-bit ones, and
+// a small one is treated as 32-bit: a 32-bit processor divides those many times faster.
+char* format_decimal(char* out, uint64_t number) {
   if (number <= UINT32_MAX) {
     return std::to_chars(out, out + 10, static_cast<uint32_t>(number)).ptr;
   }
   constexpr uint32_t kBillion = 1'000'000'000;
   const uint64_t billions = number / kBillion;
-  out = spell_decimal(out, billions);
+  out = format_decimal(out, billions);
   auto rest = static_cast<uint32_t>(number - billions * kBillion);
   for (int i = 8; i >= 0; --i, rest /= 10) out[i] = static_cast<char>('0' + rest % 10);
   return out + 9;
 }
 
 template <typename Word>
-char* spell_hexadecimal(char* out, Word number, bool upper_case) {
+char* format_hexadecimal(char* out, Word number, bool upper_case) {
   const char* const digits = upper_case ? "0123456789ABCDEF" : "0123456789abcdef";
   char* const end = out + (number == 0 ? 1 : (std::bit_width(number) + 3) / 4);
   for (char* digit = end; digit != out; number >>= 4) *--digit = digits[number & 0xf];
   return end;
 }
 
-char* spell(char* out, uint64_t number, FormatPieces::Base base) {
-  if (base == FormatPieces::Base::kDecimal) return spell_decimal(out, number);
+char* format_number(char* out, uint64_t number, FormatPieces::Base base) {
+  if (base == FormatPieces::Base::kDecimal) return format_decimal(out, number);
   const bool upper_case = base == FormatPieces::Base::kUpperHexadecimal;
   return number <= UINT32_MAX
-             ? spell_hexadecimal(out, static_cast<uint32_t>(number), upper_case)
-             : spell_hexadecimal(out, number, upper_case);
+             ? format_hexadecimal(out, static_cast<uint32_t>(number), upper_case)
+             : format_hexadecimal(out, number, upper_case);
 }
 
 }  // namespace
@@ -77,7 +76,7 @@ inline char* FormatPieces::begin_number(bool negative) {
   return negative ? text + 1 : text;
 }
 
-// Adds the number whose digits were written where begin_number() said.
+// Adds the number whose digits were written at the address that begin_number() returned.
 inline void FormatPieces::end_number(const char* digits, const char* end, bool negative,
                                      const Layout& layout) {
   const char* const text = negative ? digits - 1 : digits;
@@ -94,7 +93,7 @@ void FormatPieces::add_number(uint64_t magnitude, bool negative, Base base,
                               const Layout& layout) {
   if (!complete_ || kScratchSize - scratch_used_ < kLongestNumber) return give_up();
   char* const digits = begin_number(negative);
-  end_number(digits, spell(digits, magnitude, base), negative, layout);
+  end_number(digits, format_number(digits, magnitude, base), negative, layout);
 }
 
 void FormatPieces::add_float(uint64_t double_bits, unsigned precision, bool general,
@@ -102,7 +101,7 @@ void FormatPieces::add_float(uint64_t double_bits, unsigned precision, bool gene
   if (!complete_ || kScratchSize - scratch_used_ < 1 + kLongestDouble) return give_up();
   const bool negative = double_bits >> 63 != 0;
   char* const digits = begin_number(negative);
-  char* const end = spell_double(digits, double_bits, precision, general);
+  char* const end = format_double(digits, double_bits, precision, general);
   if (end == nullptr) return give_up();
   end_number(digits, end, negative, layout);
 }

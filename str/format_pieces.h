@@ -1,4 +1,4 @@
-// The text of a simple format, put together from pieces instead of by the system formatter.
+// The text of a simple format, assembled from pieces instead of by the system formatter.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_STR_FORMAT_PIECES_H
@@ -9,13 +9,13 @@
 
 namespace groundwork {
 
-// A row of pieces of text, collected while a format is walked. Strings are pointed to, not
-// copied; numbers are spelled into a small buffer here. What does not fit in, or has no
-// function here, makes the walk give the row up.
+// A sequence of pieces of text, collected while a format is walked. Strings are pointed to,
+// not copied; numbers are formatted into a small buffer here. Whatever does not fit, or has
+// no function here, makes the sequence incomplete.
 class FormatPieces {
  public:
-  // How a piece reaches a minimum width: with blanks on the right (left adjusted, which
-  // wins), with zeros after the sign of a number, or with blanks on the left.
+  // How a piece is padded to a minimum width: with spaces on the right (left_adjust, which
+  // takes precedence), with zeros after the sign of a number, or with spaces on the left.
   struct Layout {
     size_t width;
     bool left_adjust;
@@ -38,7 +38,7 @@ class FormatPieces {
   void add_text(const char* text, size_t length, const Layout& layout);
   void add_character(char c);
   void add_number(uint64_t magnitude, bool negative, Base base, const Layout& layout);
-  // A double by its bits, as "%f" or ("general") "%g" prints it.
+  // Adds a double, given by its bits, as "%f" or ("general") "%g" prints it.
   void add_float(uint64_t double_bits, unsigned precision, bool general,
                  const Layout& layout);
 
@@ -62,7 +62,7 @@ class FormatPieces {
   size_t scratch_used_ = 0;
   bool complete_ = true;
   Piece pieces_[kMaxPieces];    // the first count_ are set
-  char scratch_[kScratchSize];  // spelled numbers and characters
+  char scratch_[kScratchSize];  // formatted numbers and characters
 };
 
 }  // namespace groundwork

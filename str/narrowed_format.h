@@ -1,4 +1,4 @@
-// Null pointers as wide strings, for C libraries other than glibc.
+// Null wide strings, for C libraries other than glibc.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_STR_NARROWED_FORMAT_H
@@ -12,13 +12,14 @@
 
 namespace groundwork {
 
-// A format in which some conversions of wide strings, "%ls" or "%S", are "%s". For a null
-// pointer musl's formatter writes "(null)" with "%s" alone, and reads through it otherwise.
+// A format in which some conversions of wide strings, "%ls" or "%S", become "%s". musl's
+// formatter writes "(null)" for a null pointer only with "%s"; otherwise it dereferences
+// it.
 class NarrowedFormat {
  public:
   explicit NarrowedFormat(const char* fmt) : fmt_(fmt) {}
 
-  // Makes the conversion narrow whose last character is at `end` in the format.
+  // Makes a conversion narrow. `end` is its last character in the format.
   void narrow(const char* end) {
     if (copy_ == nullptr) {
       copy_.reset(g_strdup(fmt_));
@@ -30,7 +31,7 @@ class NarrowedFormat {
     for (size_t i = last; fmt_[i - 1] == 'l'; --i) copy_.get()[i - 1] = kTakenOut;
   }
 
-  // The format to use, for as long as this object lives; null when memory is exhausted.
+  // Returns the format to use, valid as long as this object; null when memory is exhausted.
   const char* get() {
     if (is_exhausted_) return nullptr;
     if (copy_ == nullptr) return fmt_;

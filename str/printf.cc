@@ -19,21 +19,21 @@ using namespace groundwork;
 
 namespace {
 
-// Lets the system formatter write the text into a block of `size` zeros; returns the block,
-// larger if need be, or null when memory is exhausted. Where the formatter itself fails,
-// the block keeps what was written before.
+// Lets the system formatter write the text into a block of `size` zeros. Returns the block,
+// grown if necessary, or null when memory is exhausted. If the formatter itself fails, the
+// block keeps what it has written so far.
 char* format_into(Owned<char> block, size_t size, const char* fmt, va_list args) {
-  const int former_errno = errno;  // for "%m"
+  const int saved_errno = errno;  // for "%m"
   va_list again;
   va_copy(again, args);
-  // Once only where the text fits: a "%n" stores its count during the formatting.
+  // If the text fits it is formatted only once: "%n" stores its count meanwhile.
   const int length = std::vsnprintf(block.get(), size, fmt, args);
   if (length >= 0 && static_cast<size_t>(length) >= size) {
     size = static_cast<size_t>(length) + 1;
     auto* const grown = static_cast<char*>(std::realloc(block.get(), size));
     if (grown != nullptr) {
       static_cast<void>(block.release());
-      errno = former_errno;
+      errno = saved_errno;
       std::vsnprintf(grown, size, fmt, again);
     }
     block.reset(grown);
@@ -54,7 +54,7 @@ extern "C" char* g_strdup_printf(const char* fmt, ...) {
 }
 
 extern "C" char* g_strdup_vprintf(const char* fmt, va_list args) {
-  const int former_errno = errno;
+  const int saved_errno = errno;
   FormatPieces pieces;
 #ifdef __GLIBC__
   const uint64_t size = estimate_format(fmt, args, pieces);
@@ -74,6 +74,6 @@ extern "C" char* g_strdup_vprintf(const char* fmt, va_list args) {
     pieces.write(block.get());
     return block.release();
   }
-  errno = former_errno;
+  errno = saved_errno;
   return format_into(std::move(block), static_cast<size_t>(size), fmt, args);
 }

@@ -1,5 +1,5 @@
-// Strings: copying, trimming, splitting, comparing. Blocks come from malloc() directly,
-// because these functions do not report an exhausted heap.
+// Strings: copying, trimming, splitting, comparing. Uses malloc() directly, because these
+// functions do not report exhausted memory.
 //
 // SPDX-License-Identifier: MIT
 
@@ -17,7 +17,7 @@ namespace {
 
 constexpr char kSource[] = "g_str";
 
-// isspace() as in the default locale, whatever locale the program has set.
+// isspace() of the "C" locale, whatever locale the program has set.
 bool is_space(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
@@ -31,8 +31,8 @@ char* copy_of(const char* text, size_t length) {
   return copy;
 }
 
-// A vector under construction. The first pointers are kept here, so that the vector of a
-// short text is allocated once, and in its size.
+// A vector under construction. The first pointers are stored inside, so that the vector of
+// a short text is allocated once, in its final size.
 class StringVector {
  public:
   StringVector() = default;
@@ -53,7 +53,7 @@ class StringVector {
     return true;
   }
 
-  // Hands the vector on, ended by a null pointer; null when memory is exhausted.
+  // Hands over ownership of the null-terminated vector; null when memory is exhausted.
   char** release() {
     if ((strings_ == first_ || count_ == slots_) && !grow(count_ + 1)) return nullptr;
     strings_[count_] = nullptr;
@@ -65,11 +65,11 @@ class StringVector {
   static constexpr size_t kFirstSlots = 32;
 
   bool grow(size_t slots) {
-    char** const former = strings_ == first_ ? nullptr : strings_;
-    auto* const grown = static_cast<char**>(std::realloc(former, slots * sizeof(char*)));
+    char** const block = strings_ == first_ ? nullptr : strings_;
+    auto* const grown = static_cast<char**>(std::realloc(block, slots * sizeof(char*)));
     if (grown == nullptr) [[unlikely]]
       return false;
-    if (former == nullptr) std::memcpy(grown, first_, count_ * sizeof(char*));
+    if (block == nullptr) std::memcpy(grown, first_, count_ * sizeof(char*));
     strings_ = grown;
     slots_ = slots;
     return true;
@@ -81,7 +81,7 @@ class StringVector {
   size_t slots_ = kFirstSlots;
 };
 
-// Where the first `delim` in `text` begins; the end of `text` when there is none.
+// Returns the first `delim` in `text`, or the end of `text` if there is none.
 const char* find_delimiter(const char* text, const char* delim) {
   if (delim[1] == '\0') return strchrnul(text, delim[0]);
   const char* const found = std::strstr(text, delim);
@@ -105,7 +105,7 @@ extern "C" char* g_strchug(char* str) {
 
 extern "C" char* g_strchomp(char* str) {
   CHECK_ARG(str != NULL, nullptr);
-  // Kept: every whitespace byte becomes a NUL, not only the first one of them.
+  // Kept: every trailing whitespace byte becomes a NUL, not only the first.
   for (size_t length = std::strlen(str); length > 0 && is_space(str[length - 1]);) {
     str[--length] = '\0';
   }
@@ -152,7 +152,7 @@ extern "C" int g_str_has_prefix(const char* str, const char* prefix) {
 }
 
 extern "C" int g_strpack(char* str) {
-  // In place, without a copy to read from: a write never passes the next read.
+  // In place: the write position never overtakes the read position.
   char* end = str;
   const char* next = str;
   for (; *next != '\0'; ++next) {

@@ -9,7 +9,7 @@
 #include "core/cancellation.h"
 
 int groundwork::move_above_output(int fd) {
-  const CancellationHeld held;  // close() would leave the new descriptor to nobody
+  const CancellationHeld held;  // cancelled in close(), it would leak the new descriptor
   const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int error = errno;
   close(fd);
@@ -20,7 +20,7 @@ int groundwork::move_above_output(int fd) {
 DIR* groundwork::open_directory(const char* path) {
   DIR* const directory = opendir(path);
   if (directory == nullptr || !is_output(dirfd(directory))) return directory;
-  DIR* const other = open_directory(path);  // while the first still has the low number
+  DIR* const other = open_directory(path);  // the first still occupies the low number
   const int error = errno;
   closedir(directory);
   errno = error;

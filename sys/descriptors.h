@@ -1,7 +1,7 @@
-// Descriptors that a program's output cannot reach.
+// Keeps files off the descriptors of standard output and standard error.
 //
-// In a program that closed its standard output or standard error, the next file would get
-// that number, and what the program prints or logs would become the file's content.
+// In a program that closed these, the next file would get such a number, and what the
+// program prints or logs would go into the file.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_DESCRIPTORS_H
@@ -16,12 +16,12 @@ inline bool is_output(int fd) {
   return fd == STDOUT_FILENO || fd == STDERR_FILENO;
 }
 
-// Moves a descriptor that is_output(), and closes it in any case. -1 with errno set when no
-// other can be had.
+// Moves a descriptor that is_output(); closes it in any case. Returns -1 with errno set
+// when there is no other.
 int move_above_output(int fd);
 
-// What open() gave, above standard output and standard error; -1 with errno set on failure.
-// Descriptor 0 stays as it is: kept, see g_file_touch().
+// Returns a descriptor from open(), moved above standard output and standard error; -1 with
+// errno set on failure. Kept: descriptor 0 is not moved, see g_file_touch().
 inline int above_output(int fd) {
   return is_output(fd) ? move_above_output(fd) : fd;
 }

@@ -31,7 +31,8 @@ constexpr mode_t kPermissions = 0755;
 
 enum Filter { kDirectories = 1, kAllButDirectories = 2 };
 
-// The type in the entry decides, never stat(): listing stays one pass over the directory.
+// Goes by the type in the entry, without stat(), so that listing takes one pass over the
+// directory.
 bool is_listed(const struct dirent& entry, int filter) {
   if (is_dot_name(entry.d_name)) return false;
   if (filter == kDirectories) return entry.d_type == DT_DIR;
@@ -39,14 +40,14 @@ bool is_listed(const struct dirent& entry, int filter) {
   return true;
 }
 
-// The names to keep of `found` entries, in a null-terminated array; null when memory is
-// exhausted.
+// Returns the listed names of `found` entries, in a null-terminated array; null when memory
+// is exhausted.
 char** copy_names(struct dirent* const* entries, int found, int filter, int& kept) {
   const auto listed = [filter](const struct dirent* entry) {
     return is_listed(*entry, filter);
   };
   kept = static_cast<int>(std::count_if(entries, entries + found, listed));
-  // "." and ".." leave room for the terminator, on filesystems that have them.
+  // "." and "..", on filesystems that have them, leave room for the terminator.
   const auto size = static_cast<size_t>(std::max(found, kept + 1));
   auto** const names = static_cast<char**>(std::calloc(size, sizeof(char*)));
   if (names == nullptr) [[unlikely]]
@@ -63,7 +64,7 @@ char** copy_names(struct dirent* const* entries, int found, int filter, int& kep
   return names;
 }
 
-// Creates the directory that `path` names up to `slash`, which is there again afterwards.
+// Creates the directory that `path` names up to `slash`. The slash is restored afterwards.
 bool create_parent(const char* path, char* slash) {
   *slash = '\0';
   const bool exists = mkdir(path, kPermissions) == 0 || errno == EEXIST;
@@ -76,13 +77,13 @@ bool create_parent(const char* path, char* slash) {
   return exists;
 }
 
-// Errors that say nothing about a path, only that the process or the system is short of
-// something.
+// Errors that say nothing about the path, only that the process or the system has run out
+// of something.
 bool is_shortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-// Unlinks the first component on the way to `path` that is no directory to open.
+// Unlinks the first prefix of `path` that cannot be opened as a directory.
 void unlink_obstacle(const char* path) {
   char prefix[PATH_MAX];
   if (path[0] == '\0') return;
@@ -92,7 +93,7 @@ void unlink_obstacle(const char* path) {
       prefix[length] = '\0';
       DIR* const directory = open_directory(prefix);
       if (directory == nullptr) {
-        // A link to a good directory must not go because descriptors ran out.
+        // Running out of descriptors must not remove a link to an intact directory.
         if (!is_shortage(errno)) unlink(prefix);
         return;
       }
@@ -108,8 +109,8 @@ void remove_unopened(const char* path) {
   unlink_obstacle(path);
 }
 
-// Removes an entry of the directory that the walk is in, or goes down into it.
-// Kept: links are followed, so a link to a directory is emptied like a directory.
+// Removes an entry of the walk's current directory, or enters it.
+// Kept: links are followed, so the target of a link to a directory is emptied, too.
 void remove_entry(TreeWalk& walk, const char* name) {
   struct stat status;
   const bool fits = walk.set_entry(name, true);
@@ -121,19 +122,19 @@ void remove_entry(TreeWalk& walk, const char* name) {
     }
   } else if (!S_ISDIR(status.st_mode)) {
     unlink(walk.path());
-  } else if (walk.enter(walk.path()) == TreeWalk::Entered::kNotOpened) {
+  } else if (walk.enter(walk.path()) == TreeWalk::EnterResult::kNotOpened) {
     remove_unopened(walk.path());
   }
 }
 
 [[gnu::noinline]] int remove_tree(TreeWalk& walk, const char* path) {
   switch (walk.enter(path)) {
-    case TreeWalk::Entered::kNotOpened:
+    case TreeWalk::EnterResult::kNotOpened:
       remove_unopened(path);
       return 0;
-    case TreeWalk::Entered::kNoMemory:
+    case TreeWalk::EnterResult::kNoMemory:
       return -1;
-    case TreeWalk::Entered::kYes:
+    case TreeWalk::EnterResult::kEntered:
       break;
   }
   int result = 0;
@@ -172,7 +173,8 @@ extern "C" void g_dir_list_free(char** dir_list) {
   g_strfreev(dir_list);
 }
 
-// Kept: after its parents the last component is not tried again, unless a slash follows.
+// Kept: after its parents were created, the last component is not tried again, unless a
+// slash follows it.
 extern "C" int g_mkdir(char* path) {
   CHECK_ARG(path != NULL, -1);
   if (mkdir(path, kPermissions) == 0 || path[0] == '\0') return 0;

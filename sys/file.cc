@@ -1,8 +1,8 @@
 // File handles, whole-file locks, and whole files in one call. Thin over the system calls:
 // no retries and no buffering.
 //
-// The calls block, and blocking calls are where a thread is cancelled. No destructor runs
-// then, so what is open or allocated at such a point stands behind a cleanup handler.
+// The calls may block, and a thread can be cancelled in a blocking call. Destructors do not
+// run then, so a cleanup handler releases what is open or allocated at such a point.
 //
 // SPDX-License-Identifier: MIT
 
@@ -31,12 +31,12 @@ namespace {
 constexpr char kSource[] = "g_file";
 constexpr mode_t kPermissions = 0644;
 
-// Only the low 32 bits of a length reach the system, on every platform.
-size_t low_half(int64_t length) {
+// Only the low 32 bits of a length are passed to the system, on every platform.
+size_t low_32_bits(int64_t length) {
   return static_cast<uint32_t>(length);
 }
 
-// As malloc(), with a report.
+// malloc() with a report of failure.
 void* allocate(size_t size, int line) {
   void* const block = std::malloc(size);
   if (block == nullptr) [[unlikely]] {
@@ -57,17 +57,17 @@ int open_descriptor(const char* filename, int mode) {
   }
 }
 
-// Opens into the cell. Whether it worked. Not inlined, like every function here with a
-// cleanup handler that frees: the handler's setjmp() would reach into the caller's
+// Opens the file of a new handle. Returns true on success. Not inlined, like every function
+// here with a cleanup handler that frees: the handler's setjmp() would affect the caller's
 // registers.
-[[gnu::noinline]] bool open_cell(GFile* file, const char* filename, int mode) {
+[[gnu::noinline]] bool open_handle(GFile* file, const char* filename, int mode) {
   pthread_cleanup_push(std::free, file);
   file->descriptor = above_output(open_descriptor(filename, mode));
   pthread_cleanup_pop(0);
   return file->descriptor != -1;
 }
 
-// The whole file, without waiting for a conflicting lock to go.
+// Locks the whole file, without waiting for a conflicting lock.
 int set_lock(const GFile& file, short type) {
   struct flock lock = {};
   lock.l_type = type;
@@ -75,7 +75,7 @@ int set_lock(const GFile& file, short type) {
   return fcntl(file.descriptor, F_SETLK, &lock);
 }
 
-// Whether one read gives exactly `size` bytes.
+// Returns whether one read returned exactly `size` bytes.
 [[gnu::noinline]] bool read_exactly(GFile* file, char* buf, int64_t size) {
   int64_t count = 0;
   pthread_cleanup_push(std::free, buf);
@@ -84,9 +84,9 @@ int set_lock(const GFile& file, short type) {
   return count == size;
 }
 
-// The content of an open file and a NUL; null when that cannot be had.
+// Returns the content of an open file, terminated by a NUL; null on failure.
 char* read_content(GFile* file, const char* filename, int64_t size) {
-  Owned<char> buf(static_cast<char*>(allocate(low_half(size) + 1, __LINE__)));
+  Owned<char> buf(static_cast<char*>(allocate(low_32_bits(size) + 1, __LINE__)));
   if (buf == nullptr) return nullptr;
   if (!read_exactly(file, buf.get(), size)) {
     buf.reset();  // the output handler may end the thread
@@ -103,7 +103,7 @@ extern "C" GFile* g_file_open(const char* filename, int mode) {
   CHECK_ARG(filename != NULL, nullptr);
   Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
   if (file == nullptr) return nullptr;
-  if (!open_cell(file.get(), filename, mode)) {
+  if (!open_handle(file.get(), filename, mode)) {
     const int error = errno;
     file.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
@@ -124,17 +124,17 @@ extern "C" void g_file_close(GFile* file) {
 extern "C" int64_t g_file_read(GFile* file, void* buf, int64_t len) {
   CHECK_ARG(file != NULL, -1);
   CHECK_ARG(buf != NULL, -1);
-  return read(file->descriptor, buf, low_half(len));
+  return read(file->descriptor, buf, low_32_bits(len));
 }
 
 extern "C" int64_t g_file_write(GFile* file, const void* buf, int64_t len) {
   CHECK_ARG(file != NULL, -1);
   CHECK_ARG(buf != NULL, -1);
-  const ssize_t count = write(file->descriptor, buf, low_half(len));
+  const ssize_t count = write(file->descriptor, buf, low_32_bits(len));
   if (count == -1) {
     const int error = errno;
     g_log(G_LOG_WARNING, kSource, __LINE__, "%s - %d.", std::strerror(error), error);
-    errno = error;  // the handler of the log may have changed it
+    errno = error;  // the log's handler may have changed it
   }
   return count;
 }
@@ -185,8 +185,8 @@ extern "C" char* g_file_read_buf(const char* filename, int64_t* len) {
   return buf;
 }
 
-// Kept: the file is neither created nor cut, so a shorter buffer leaves the old tail
-// behind.
+// Kept: the file is neither created nor truncated, so a shorter buffer leaves the old tail
+// in place.
 extern "C" int g_file_write_buf(const char* filename, const void* buf, int64_t len) {
   CHECK_ARG(filename != NULL, -1);
   CHECK_ARG(buf != NULL, -1);

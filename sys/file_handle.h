@@ -1,4 +1,4 @@
-// What a GFile is, for the modules that need its descriptor.
+// The definition of GFile, for the modules that need its descriptor.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_FILE_HANDLE_H
@@ -13,7 +13,7 @@ static_assert(sizeof(GFile) == sizeof(int));
 
 namespace groundwork {
 
-// Cleanup for pthread_cleanup_push(): closes the file that a cancelled thread leaves open.
+// Cleanup handler for pthread_cleanup_push(): closes the file of a cancelled thread.
 inline void close_cancelled_file(void* file) {
   g_file_close(static_cast<GFile*>(file));
 }

@@ -1,5 +1,5 @@
-// Files mapped into memory. A map keeps the region that it was asked for and moves by
-// releasing the mapping and mapping anew.
+// Files mapped into memory. A map remembers the requested region; to move, it releases its
+// mapping and maps again.
 //
 // SPDX-License-Identifier: MIT
 
@@ -23,9 +23,9 @@ using namespace groundwork;
 struct GFileMap {
   GFile* file;
   void* addr;      // null before the first mapping
-  int64_t offset;  // as asked for; not checked
-  int64_t length;  // as asked for; the low 32 bits are mapped
-  int borrowed;    // 1: the file is the caller's to close
+  int64_t offset;  // as requested; not checked
+  int64_t length;  // as requested; the low 32 bits are mapped
+  int borrowed;    // 1: the caller closes the file
 };
 static_assert(offsetof(GFileMap, addr) == sizeof(void*) &&
               offsetof(GFileMap, offset) == 2 * sizeof(void*) &&
@@ -62,8 +62,8 @@ GFileMap* new_map(GFile* file) {
   return map;
 }
 
-// Kept: the descriptor's number is the length. Programs unmap the pages after the first
-// themselves, or go on using them.
+// Kept: the value of the descriptor is used as the length. Programs unmap the pages after
+// the first themselves, or go on using them.
 void release_mapping(const GFileMap& map) {
   if (munmap(map.addr, static_cast<size_t>(map.file->descriptor)) != 0) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't unmap file - %s", std::strerror(errno));
@@ -75,7 +75,8 @@ void release_mapping(const GFileMap& map) {
 extern "C" GFileMap* g_file_map(const char* filename, int64_t offset, int64_t length,
                                 int mode, void** addr) {
   CHECK_ARG(filename != NULL, nullptr);
-  // Kept: write-only for every mode but 0, which the system then refuses to map.
+  // Kept: the file is opened write-only for every mode but 0, which the system then refuses
+  // to map.
   GFile* const file = g_file_open(filename, mode == 0 ? 0 : 1);
   if (file == nullptr) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open '%s' for file map.", filename);
@@ -100,18 +101,18 @@ extern "C" GFileMap* g_file_remap(GFileMap* map, GFile* file, int64_t offset,
     map = new_map(file);
     if (map == nullptr) return nullptr;
   }
-  // Also true of a new map asked for nothing at offset 0, which stays without a mapping.
+  // Also true of a new map of no bytes at offset 0, which gets no mapping.
   if (map->offset == offset && map->length == length) return map;
 
   map->offset = offset;
   map->length = length;
-  map->borrowed = 1;  // kept: a map that moves leaves its file to the caller
+  map->borrowed = 1;  // kept: once a map moves, the caller owns its file
   release_mapping(*map);
   void* const mapped = mmap(nullptr, mapped_size(*map), protection_of(mode), MAP_SHARED,
                             map->file->descriptor, offset);
   if (mapped == MAP_FAILED) {
     const int error = errno;
-    std::free(map);  // the caller's own, too: callers drop their pointer after a failure
+    std::free(map);  // even the caller's: callers drop their pointer after a failure
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't map file - %s", std::strerror(error));
     return nullptr;
   }
@@ -139,7 +140,7 @@ extern "C" int64_t g_file_map_page_size(void) {
 }
 
 extern "C" int g_file_map_sync(GFileMap* map) {
-  // Kept: callers get the log's own result here, not a failure value.
+  // Kept: callers get the result of g_log() here, not a failure value.
   if (map == NULL) return report_failed_check(kSource, __LINE__, "map != NULL");
   return msync(map->addr, mapped_size(*map), MS_ASYNC | MS_INVALIDATE);
 }

@@ -24,8 +24,8 @@ namespace {
 constexpr char kSource[] = "g_file";
 constexpr int kCopySize = 8192;
 
-// Whether everything that could be read was written.
-// Kept: a read error ends the copy like the end of the file does.
+// Returns whether everything that was read was written.
+// Kept: a read error ends the copy like the end of the file.
 bool copy_content(GFile* from, GFile* to) {
   char buf[kCopySize];
   for (;;) {
@@ -50,8 +50,8 @@ extern "C" int g_file_rename(const char* old_path, const char* new_path) {
   return -1;
 }
 
-// Kept: only descriptor 0 counts as a failure. Callers touch paths that cannot be created
-// and rely on the 0 that -1 gives here.
+// Kept: only descriptor 0 counts as a failure. Callers touch paths that cannot be created,
+// and rely on the result of 0 even for a descriptor of -1.
 extern "C" int g_file_touch(const char* filename) {
   CHECK_ARG(filename != NULL, -1);
   const int descriptor = above_output(open(filename, O_RDONLY | O_CREAT | O_CLOEXEC, 0644));

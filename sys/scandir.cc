@@ -1,5 +1,5 @@
-// The walk of g_scandir(). Its two messages go to standard output, not to the log: they
-// belong to the trace that programs print there.
+// The walk of g_scandir(). Its two messages go to standard output, not to the log: programs
+// print a trace there, which they are part of.
 //
 // SPDX-License-Identifier: MIT
 
@@ -16,7 +16,7 @@ using namespace groundwork;
 
 namespace {
 
-constexpr auto kNotOpened = TreeWalk::Entered::kNotOpened;
+constexpr auto kNotOpened = TreeWalk::EnterResult::kNotOpened;
 
 struct Visitor {
   VisitFile visit;
@@ -50,19 +50,19 @@ void report_unopened(const char* path) {
   std::printf("g_dir:%d opendir('%s') fail\n", __LINE__, path);
 }
 
-// Visits an entry of the directory that the walk is in, or goes down into it.
+// Visits an entry of the walk's current directory, or enters it.
 void visit_entry(TreeWalk& walk, const char* name, Visitor& visitor) {
   struct stat status;
-  // Kept: a name that does not fit is cut, and what the cut name leads to is visited.
+  // Kept: a name that does not fit is cut, and the file of the cut name is visited.
   walk.set_entry(name, !walk.ends_with_slash());
   if (stat(walk.path(), &status) != 0) {
     std::printf("g_dir:%d stat('%s') fail\n", __LINE__, walk.path());
   } else if (!S_ISDIR(status.st_mode)) {
     const int result = visitor.visit(walk.path(), status_of(status), visitor.context);
-    // Kept: only files directly in the top directory count.
+    // Kept: the sum covers only files directly in the top directory.
     if (walk.at_top()) visitor.sum += static_cast<unsigned>(result);
   } else if (!walk.set_entry(name, true)) {
-    // Only files are looked for under the cut name.
+    // Under a cut name only files are visited, not directories.
     std::printf("g_dir:%d opendir('%.*s/%s') fail\n", __LINE__,
                 static_cast<int>(walk.directory_length()), walk.path(), name);
   } else if (walk.enter(walk.path()) == kNotOpened) {
@@ -75,9 +75,9 @@ void visit_entry(TreeWalk& walk, const char* name, Visitor& visitor) {
     case kNotOpened:
       report_unopened(path);
       return;
-    case TreeWalk::Entered::kNoMemory:
+    case TreeWalk::EnterResult::kNoMemory:
       return;
-    case TreeWalk::Entered::kYes:
+    case TreeWalk::EnterResult::kEntered:
       break;
   }
   do {

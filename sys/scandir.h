@@ -1,5 +1,5 @@
-// The walk of g_scandir(), free of any layout of struct stat64: on 32-bit targets an
-// application's has 32-bit or 64-bit times, as it was compiled.
+// The walk of g_scandir(), independent of the layout of struct stat64: on 32-bit targets an
+// application's has 32-bit or 64-bit times, depending on how it was compiled.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_SCANDIR_H
@@ -33,8 +33,8 @@ struct FileStatus {
 
 using VisitFile = int (*)(const char* path, const FileStatus& status, void* context);
 
-// Calls `visit` for everything below `path` but directories. Returns the sum of its results
-// for the entries of `path` itself.
+// Calls `visit` for everything below `path` except directories. Returns the sum of its
+// results for the entries of `path` itself.
 int walk_files(const char* path, VisitFile visit, void* context);
 
 }  // namespace groundwork

@@ -1,5 +1,5 @@
-// g_scandir() for the layout of its callback's status that this compilation has. Included
-// by one source for each layout; the public header gives each its symbol.
+// g_scandir() for the layout of struct stat64 in this compilation. Included by one source
+// file per layout; the public header gives each its symbol.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_SCANDIR_LAYOUT_H
@@ -24,8 +24,8 @@ struct Application {
   void* data;
 };
 
-// A time that the layout has no room for becomes the nearest that it has: a file must not
-// vanish from the walk because a clock was wrong once.
+// A time out of the layout's range becomes the nearest in range: a file must not vanish
+// from the walk because a clock was once wrong.
 inline struct timespec native_time(const groundwork::FileTime& time) {
   using Limits = std::numeric_limits<std::time_t>;
   struct timespec native = {};
@@ -43,8 +43,8 @@ Status native_status(const groundwork::FileStatus& status) {
   };
   set(native.st_dev, status.device);
   set(native.st_ino, status.inode);
-  // Beside the full number, the layout with 32-bit times has an older field for its low
-  // half.
+  // The layout with 32-bit times also has an older field for the low half of the inode
+  // number.
   if constexpr (requires { native.__st_ino; }) set(native.__st_ino, status.inode);
   set(native.st_nlink, status.links);
   set(native.st_mode, status.mode);
@@ -60,7 +60,7 @@ Status native_status(const groundwork::FileStatus& status) {
   return native;
 }
 
-// The callback names the type: not every C library has a struct stat64.
+// The type comes from the callback: not every C library has a struct stat64.
 template <typename Status>
 int call(int (*func)(const char*, const Status*, void*), const char* path,
          const groundwork::FileStatus& status, void* data) {

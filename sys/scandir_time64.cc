@@ -9,7 +9,7 @@ extern "C" int g_scandir(const char* path, GScandirFunc func, void* data) {
 }
 
 #if !(defined(__USE_TIME_BITS64) && __TIMESIZE == 32)
-// One layout serves all: both symbols are this function, so that the list of exported
+// There is only one layout: both symbols are this function, so that the list of exported
 // symbols is the same everywhere.
 extern "C" G_API int g_scandir_time64(const char* path, GScandirFunc func, void* data)
     __attribute__((alias("g_scandir")));

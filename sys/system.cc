@@ -1,4 +1,4 @@
-// Figures of the running system, read from the kernel at each call.
+// System figures, read from the kernel at each call.
 //
 // SPDX-License-Identifier: MIT
 
@@ -38,10 +38,10 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
 struct FreeVector {
   void operator()(char** vector) const { g_strfreev(vector); }
 };
-// The pieces of a line; null when memory is exhausted.
+// The fields of a line; null when memory is exhausted.
 using Pieces = std::unique_ptr<char*[], FreeVector>;
 
-// Whether the vector has a piece of this index.
+// Returns whether there is a piece at this index.
 bool has_piece(const Pieces& pieces, int index) {
   if (pieces == nullptr) return false;
   for (int i = 0; i <= index; ++i) {
@@ -54,15 +54,14 @@ bool has_piece(const Pieces& pieces, int index) {
 File open_file(const char* path) {
   File file(std::fopen(path, "re"));
   const bool is_low = file != nullptr && groundwork::is_output(fileno(file.get()));
-  return is_low ? open_file(path) : std::move(file);  // while the first has the low number
+  return is_low ? open_file(path) : std::move(file);  // `file` still has the low number
 }
 
-// Reads the first line of a file for which `is_wanted(line)` holds; false when there is
+// Reads the first line of a file for which `is_wanted(line)` is true; false if there is
 // none.
 template <typename Predicate>
 bool read_line(const char* path, char (&line)[kLineSize], Predicate is_wanted) {
-  // What is read here never blocks, and a thread that ended meanwhile would leave a file
-  // open.
+  // Cancelled in here, a thread would leave the file open; and these files never block.
   const groundwork::CancellationHeld held;
   const File file = open_file(path);
   if (file == nullptr) return false;
@@ -72,7 +71,7 @@ bool read_line(const char* path, char (&line)[kLineSize], Predicate is_wanted) {
   return false;
 }
 
-// A number as a long of 32 bits holds it: one out of range is the nearest in range.
+// Like strtol() with a 32-bit long: a number out of range becomes the nearest in range.
 int32_t to_long32(const char* text) {
   return static_cast<int32_t>(
       std::clamp<long long>(std::strtoll(text, nullptr, 10), INT32_MIN, INT32_MAX));
@@ -81,7 +80,7 @@ int32_t to_long32(const char* text) {
 }  // namespace
 
 extern "C" int g_sys_lock_memory(void) {
-  // On this stack, so that its pages are there to be locked; volatile, so that they are
+  // Touches the stack, so that its pages exist and get locked; volatile, so that they are
   // really written.
   volatile unsigned char stack[kStackTouched];
   for (volatile unsigned char& byte : stack) byte = 1;
@@ -100,8 +99,8 @@ extern "C" int g_sys_get_filesystem_usage(const char* path, uint32_t* total_kb,
     g_log(G_LOG_WARNING, kSource, __LINE__, "%s - %s", std::strerror(errno), path);
     return -1;
   }
-  // Kept: callers take a full filesystem for a failed call.
-  const auto signed_size = static_cast<long>(status.f_bsize);  // in musl it has no sign
+  // Kept: a full filesystem is reported as a failure.
+  const auto signed_size = static_cast<long>(status.f_bsize);  // unsigned in musl
   if (status.f_blocks == 0 || signed_size <= 0 || status.f_bavail == 0) return -1;
 
   const auto block_size = static_cast<uint64_t>(status.f_bsize);
@@ -117,7 +116,8 @@ extern "C" int g_sys_cpu_load(int cpu) {
   char key[sizeof "cpu-2147483648"];
   std::snprintf(key, sizeof key, "cpu%d", cpu);
   char line[kLineSize];
-  // Kept: the key may stand anywhere, so "cpu1" also finds "cpu10" where it comes first.
+  // Kept: the key may be anywhere in the line, so "cpu1" also finds "cpu10" if that is
+  // first.
   const auto has_key = [&key](const char* text) {
     return std::strstr(text, key) != nullptr;
   };
@@ -125,7 +125,7 @@ extern "C" int g_sys_cpu_load(int cpu) {
   const Pieces fields(g_strsplit(g_strchomp(g_strchug(line)), " ", 0));
   if (!has_piece(fields, 4)) return -1;
 
-  // Kept: the sum is taken in 32 bits and wraps, the idle time alone is read in 64.
+  // Kept: the sum has 32 bits and wraps; only the idle time is read in 64 bits.
   const uint64_t idle = std::strtoull(fields[4], nullptr, 10);
   uint32_t sum = 0;  // of user, nice, system and idle
   for (size_t field = 1; field <= 4; ++field) {
@@ -139,7 +139,7 @@ extern "C" int g_sys_cpu_load(int cpu) {
 
 extern "C" int g_sys_mem_use(void) {
   char line[kLineSize];
-  // The second line has the figures in the older form of the file.
+  // In the older format of the file the second line has the figures.
   int number = 0;
   const auto is_second = [&number](const char*) { return ++number == 2; };
   if (!read_line("/proc/meminfo", line, is_second)) return -1;
@@ -150,7 +150,7 @@ extern "C" int g_sys_mem_use(void) {
   const uint64_t total = std::strtoull(pieces[1], &rest, 10);
   const uint64_t used = std::strtoull(rest, nullptr, 10);
   if (total == 0) return -1;
-  // Kept: the share that is not used, whatever the name says. The newer form of the file
-  // has one number only, which gives 100.
+  // Kept: the share that is not used, despite the name. The newer format has only one
+  // number there, which gives 100.
   return static_cast<int>((total - used) * 100 / total);
 }

@@ -20,8 +20,8 @@ static_assert(PATH_MAX == 4096);
 struct TreeWalk::Level {
   Level* parent;
   size_t path_length;
-  size_t next;  // offsets from the block's start: the name to give next,
-  size_t end;   // and where the names end; each has its terminator
+  size_t next;  // offset of the next name from the block's start
+  size_t end;   // offset of the end of the names, each with its terminator
 };
 
 namespace {
@@ -40,10 +40,10 @@ bool groundwork::is_dot_name(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-// The block of a level while the directory is read.
+// The block of a level while its directory is read.
 class TreeWalk::LevelReader {
  public:
-  // Takes the names. False when memory is exhausted: those until then are there.
+  // Reads the names. False when memory is exhausted; the names so far are kept.
   bool read(DIR* directory) {
     if (!reserve(sizeof(Level))) return false;
     *level_ = {nullptr, 0, sizeof(Level), sizeof(Level)};
@@ -53,14 +53,15 @@ class TreeWalk::LevelReader {
     return true;
   }
 
-  // The level, in a block that fits; null when there was no memory even for that.
+  // Hands over the level, in a block of its size; null when there was no memory even for
+  // that.
   Level* release() {
     if (level_ == nullptr) return nullptr;
     auto* const fitted = static_cast<Level*>(std::realloc(level_, level_->end));
     return fitted != nullptr ? fitted : level_;
   }
 
-  // How large the block should have become last.
+  // The last size requested.
   size_t wanted() const { return wanted_; }
 
  private:
@@ -88,11 +89,11 @@ class TreeWalk::LevelReader {
   size_t wanted_ = 0;
 };
 
-// Nothing between opendir() and closedir() is a cancellation point that the C library
-// uses; the report, which writes, waits until the level is where abandon() finds it.
-TreeWalk::Entered TreeWalk::enter(const char* path) {
+// Nothing between opendir() and closedir() is a cancellation point in the C libraries
+// supported. The report, which writes, comes only after abandon() can find the level.
+TreeWalk::EnterResult TreeWalk::enter(const char* path) {
   DIR* const directory = open_directory(path);
-  if (directory == nullptr) return Entered::kNotOpened;
+  if (directory == nullptr) return EnterResult::kNotOpened;
   LevelReader reader;
   const bool is_whole = reader.read(directory);
   closedir(directory);
@@ -105,7 +106,7 @@ TreeWalk::Entered TreeWalk::enter(const char* path) {
   }
   if (!is_whole) [[unlikely]]
     report_shortage(reader.wanted());
-  return level != nullptr ? Entered::kYes : Entered::kNoMemory;
+  return level != nullptr ? EnterResult::kEntered : EnterResult::kNoMemory;
 }
 
 const char* TreeWalk::next_name() {

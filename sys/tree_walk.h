@@ -1,9 +1,9 @@
-// Where a walk through a tree of directories stands: the path in one buffer, and for each
-// directory on the way down the names that are still to come.
+// The position of a walk through a directory tree: the path in one buffer, and for each
+// directory on the way down the names still to be visited.
 //
-// A directory's names are read at once and its descriptor is closed before the first of
-// them is looked at, so depth costs no descriptors; the levels are a list on the heap, so
-// depth costs no stack either.
+// All names of a directory are read, and its descriptor closed, before the first is
+// visited, so depth costs no descriptors; the levels are a list on the heap, so it costs no
+// stack, either.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_TREE_WALK_H
@@ -14,42 +14,42 @@
 
 namespace groundwork {
 
-// Of an entry: whether it is "." or "..".
+// Returns whether the name is "." or "..".
 bool is_dot_name(const char* name);
 
 class TreeWalk {
  public:
-  // What became of a directory: its names can be asked for; it cannot be opened, for the
-  // reason in errno; or there was no memory, which is reported.
-  enum class Entered { kYes, kNotOpened, kNoMemory };
+  // The result of enter(): the names can be read; the directory cannot be opened (see
+  // errno); or there was no memory, which has been reported.
+  enum class EnterResult { kEntered, kNotOpened, kNoMemory };
 
   TreeWalk() = default;
   TreeWalk(const TreeWalk&) = delete;
   TreeWalk& operator=(const TreeWalk&) = delete;
 
-  // Goes down into a directory; `path` may be path().
-  Entered enter(const char* path);
+  // Enters a directory; `path` may be path().
+  EnterResult enter(const char* path);
 
-  // The next name in the directory; null when all were given.
+  // Returns the next name in the directory; null after the last.
   const char* next_name();
 
-  // Makes path() the path of a name in the directory, with a slash between or not. False
-  // when it is too long for the system: path() is cut then, and may be another file's.
+  // Sets path() to a name in the directory, with or without a slash before it. False if it
+  // is too long: path() is then cut, and may be that of another file.
   bool set_entry(const char* name, bool with_slash);
 
-  // Makes path() the directory's own again.
+  // Sets path() back to the directory.
   void set_directory();
 
-  // Goes up. Whether there is a directory left to go on with.
+  // Goes up. Returns false after the top directory.
   bool leave();
 
-  // The directory is the one that the walk began with.
+  // Returns whether the directory is the one that the walk began with.
   bool at_top() const;
-  bool ends_with_slash() const;     // the directory's path
-  size_t directory_length() const;  // of the directory's path, which begins path()
+  bool ends_with_slash() const;     // of the directory's path
+  size_t directory_length() const;  // of the directory's path, the start of path()
   const char* path() const { return path_; }
 
-  // Cleanup for pthread_cleanup_push(): frees what a cancelled walk holds.
+  // Cleanup handler for pthread_cleanup_push(): frees what a cancelled walk holds.
   static void abandon(void* walk);
 
  private:

@@ -1,13 +1,13 @@
 // The digits of a double, as "%f" and "%g" print them.
 //
-// A double from 2^-11 to 2^32 is a 32-bit integer and a 64-bit binary fraction, exactly.
-// The fraction times 10^n has the n digits after the point above its binary point and what
-// rounding depends on below it. So each digit is right, and ties go to the even digit, as
-// with the system formatter, which has to be ready for all other doubles, too.
+// A double from 2^-11 to 2^32 is exactly a 32-bit integer and a 64-bit binary fraction. The
+// fraction times 10^n has the n digits after the point above its binary point, and below it
+// what rounding depends on. So every digit is correct, and ties round to even, as with the
+// system formatter, which has to handle all other doubles as well.
 //
 // SPDX-License-Identifier: MIT
 
-#include "str/spell_double.h"
+#include "str/format_double.h"
 
 #include <array>
 #include <charconv>
@@ -32,7 +32,7 @@ struct Fixed {
   uint64_t fraction;  // of 2^64
 };
 
-// False where the number does not fit.
+// False if the number does not fit.
 bool to_fixed(uint64_t double_bits, Fixed& fixed) {
   constexpr unsigned kBias = 1023;
   constexpr unsigned kFractionBits = 52;
@@ -51,7 +51,7 @@ bool to_fixed(uint64_t double_bits, Fixed& fixed) {
   return true;
 }
 
-// The first `decimals` decimal places of a number, rounded; the integer takes a carry.
+// A number rounded to some decimal places; a carry goes into the integer.
 struct Rounded {
   uint64_t integer;
   uint32_t places;
@@ -73,8 +73,8 @@ Rounded rounded(const Fixed& fixed, unsigned decimals) {
   return result;
 }
 
-// How many digits "%g" shows after the point; more than kMostDecimals where it shows an
-// exponent instead, or where that is not decided here.
+// The number of digits that "%g" prints after the point; more than kMostDecimals if it
+// prints an exponent instead, or if that cannot be decided here.
 unsigned general_decimals(const Fixed& fixed, unsigned digits) {
   if (fixed.integer != 0) {
     unsigned before_point = 1;
@@ -87,7 +87,8 @@ unsigned general_decimals(const Fixed& fixed, unsigned digits) {
   return digits + zeros;
 }
 
-// The sums differ in every other mode. The stores round what a wide register holds.
+// Each other rounding mode changes one of the sums. The stores to volatile variables round
+// what a wide register holds.
 bool rounds_to_nearest() {
   constexpr float kTiny = 0x1p-25F;
   volatile float one = 1.0F;
@@ -101,7 +102,7 @@ bool has_plain_point() {
   return point[0] == '.' && point[1] == '\0';
 }
 
-char* spell_places(char* out, uint32_t places, unsigned decimals) {
+char* format_places(char* out, uint32_t places, unsigned decimals) {
   for (char* digit = out + decimals; digit != out; places /= 10) {
     *--digit = static_cast<char>('0' + places % 10);
   }
@@ -110,8 +111,8 @@ char* spell_places(char* out, uint32_t places, unsigned decimals) {
 
 }  // namespace
 
-char* groundwork::spell_double(char* out, uint64_t double_bits, unsigned precision,
-                               bool general) {
+char* groundwork::format_double(char* out, uint64_t double_bits, unsigned precision,
+                                bool general) {
   Fixed fixed;
   if (!to_fixed(double_bits, fixed)) return nullptr;
   const unsigned digits = general && precision == 0 ? 1 : precision;
@@ -122,7 +123,7 @@ char* groundwork::spell_double(char* out, uint64_t double_bits, unsigned precisi
 
   auto [integer, places] = rounded(fixed, decimals);
   if (general) {
-    // Rounding may have made it too long, as 999999.5 becomes 1e+06.
+    // Rounding may have added a digit: 999999.5 becomes 1e+06.
     if (integer >= kPowersOfTen[digits]) return nullptr;
     for (; decimals > 0 && places % 10 == 0; --decimals) places /= 10;
   }
@@ -130,5 +131,5 @@ char* groundwork::spell_double(char* out, uint64_t double_bits, unsigned precisi
   out = std::to_chars(out, out + 10, static_cast<uint32_t>(integer)).ptr;
   if (decimals == 0) return out;
   *out = '.';
-  return spell_places(out + 1, places, decimals);
+  return format_places(out + 1, places, decimals);
 }
