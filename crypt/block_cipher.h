@@ -1,5 +1,5 @@
-// What the two block ciphers share at run time: the schedule of the last key, and the way
-// in.
+// What the two block ciphers share at run time: the key schedule of the last key, and the
+// entry points.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CRYPT_BLOCK_CIPHER_H
@@ -11,10 +11,10 @@
 #include "core/check.h"
 #include "crypt/des_common.h"
 
-// Storage of a thread, found without a call and present from the thread's start. With the
-// model for libraries that are loaded late, glibc would allocate at a thread's first call,
-// and abort where it cannot. musl allocates before a thread starts, with every model, and
-// refuses to load a library late that asks for this one.
+// Thread-local storage that exists from the start of the thread and is accessed without a
+// call. With the dynamic model glibc would allocate it on a thread's first access, and
+// abort on failure. musl allocates it before a thread starts, with every model, and refuses
+// to dlopen() a library that uses this one.
 #ifdef __GLIBC__
 #define PRESENT_FROM_START [[gnu::tls_model("initial-exec")]]
 #else
@@ -23,15 +23,14 @@
 
 namespace groundwork::des {
 
-// A cipher of sixteen rounds, by its parts:
-//   Subkey                                    what a round takes of the key
-//   expand(key, schedule)                     makes the subkeys of all rounds
-//   transform(block, subkey, step)            sixteen rounds with the subkeys from `subkey`
-//   on,
-//                                             `step` apart
+// A cipher of sixteen rounds. Cipher provides:
+//   Subkey                          the round key
+//   expand(key, schedule)           computes the subkeys of all rounds
+// transform(block, subkey, step)  sixteen rounds, with subkeys `step` apart from `subkey`
+// on
 //
-// A thread keeps the schedule of its last key, so that a run of blocks under one key pays
-// for it once. No state is shared between threads.
+// Each thread keeps the schedule of its last key, so that a run of blocks under one key
+// computes it once. Threads share no state.
 template <typename Cipher>
 class BlockCipher {
  public:
@@ -45,7 +44,7 @@ class BlockCipher {
  private:
   using Schedule = std::array<typename Cipher::Subkey, kRounds>;
 
-  // Zero-initialised this is right: the key of zeros has a schedule of zeros.
+  // Correct when zero-initialised: the key of zeros has a schedule of zeros.
   struct LastKey {
     Block key;
     Schedule schedule;

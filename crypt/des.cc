@@ -1,10 +1,10 @@
 // A variant of DES with two deviations that stored data depends on: the rotations of the
-// key schedule are totals and yet added up again, and an S-box lookup uses three of its six
-// bits, in a way that the S-box is chosen by the bits and not by the place.
+// key schedule are totals but added up again, and an S-box look-up uses only three of its
+// six bits, so that the bits select the S-box, and not its position.
 //
-// Only eight values can come out of a lookup, the same eight everywhere, and each bit of a
-// half enters one lookup at most. So a half and a round's key fit together as one word, two
-// lookups share a table access, and four accesses make a round.
+// A look-up has only eight possible results, the same for every position, and each bit of a
+// half is used in at most one look-up. So a half combines with a round's key as one word,
+// two look-ups share a table access, and four accesses make a round.
 //
 // SPDX-License-Identifier: MIT
 
@@ -22,10 +22,10 @@ using namespace groundwork::des;
 
 namespace {
 
-// Of the six bits x0 to x5 that the expansion gives to group g of four bits, x0, x2 and x5
-// count. Rotated left by one bit, as initial_permutation() leaves it, a half has x2 of
-// group g at bit 4g, x5 at bit 4g + 3, and at bit 4g + 2 x0 of group g + 1. Once these last
-// ones are moved on to their own group, the four bits of a group read x2, none, x0, x5.
+// Of the six bits x0 to x5 that the expansion assigns to group g of four bits, x0, x2 and
+// x5 are used. Rotated left by one bit, as initial_permutation() leaves it, a half has x2
+// of group g at bit 4g, x5 at bit 4g + 3, and x0 of group g + 1 at bit 4g + 2. With these
+// last ones moved to their own group, the four bits of a group are x2, none, x0, x5.
 constexpr uint32_t kUsedBits = 0xBBBBBBBB;
 constexpr uint32_t kMovedBits = 0x22222222;
 
@@ -37,19 +37,19 @@ constexpr uint32_t scattered(uint32_t half) {
   return (half & ~kMovedBits) | std::rotl(half & kMovedBits, 4);
 }
 
-// What a look-up gives for a group of gathered bits.
+// The S-box output for a group of gathered bits.
 constexpr uint32_t sbox_output(unsigned group) {
   const unsigned x0 = group >> 1 & 1;
   const unsigned x2 = group >> 3 & 1;
   const unsigned x5 = group & 1;
-  // Kept: the column is x2 four times, and the row picks the S-box instead of a row of it.
+  // Kept: the column is x2 four times, and the row selects the S-box instead of its row.
   const unsigned row = 2 * x0 + x5;
   const unsigned column = 15 * x2;
   return kSBoxes[64 * row + column];
 }
 
-// What the two groups of a byte add to a gathered half. Four tables in one, for the four
-// bytes: the two bits of an index that belong to no lookup say which.
+// What the two groups of a byte contribute to a gathered half. Four tables in one, one for
+// each byte: the two bits of an index that no look-up uses select the table.
 constexpr unsigned kTableOf[4] = {0x00, 0x04, 0x40, 0x44};  // by byte, from the top
 
 constexpr std::array<uint32_t, 256> kRoundTable = [] {
@@ -65,7 +65,7 @@ constexpr std::array<uint32_t, 256> kRoundTable = [] {
   return table;
 }();
 
-// Kept: the totals, which the standard counts from the permuted key, are applied one after
+// Kept: the totals, which in the standard apply to the permuted key, are applied one after
 // another, so that they add up a second time.
 constexpr Rotations kRotations = [] {
   Rotations rotations{};
@@ -79,7 +79,7 @@ constexpr Rotations kRotations = [] {
 static_assert(kRotations ==
               Rotations{1, 3, 7, 13, 21, 3, 15, 1, 16, 5, 24, 17, 12, 9, 8, 8});
 
-// The bits of a subkey that count. In the bytes of a subkey x0 to x5 are bits 5 to 0.
+// The bits of a subkey that are used. In the bytes of a subkey, x0 to x5 are bits 5 to 0.
 uint32_t gathered(const Subkey& subkey) {
   constexpr uint32_t kX0 = 0x20202020;
   constexpr uint32_t kX2AndX5 = 0x09090909;
@@ -87,8 +87,8 @@ uint32_t gathered(const Subkey& subkey) {
          (subkey.even & kX2AndX5);
 }
 
-// What a round adds to one half, from the other.
-uint32_t round_of(uint32_t half, uint32_t subkey) {
+// The round function: what is XORed into one half, computed from the other.
+uint32_t round_function(uint32_t half, uint32_t subkey) {
   const uint32_t bits = (half ^ subkey) & kUsedBits;
   return kRoundTable[kTableOf[0] + (bits >> 24)] ^
          kRoundTable[kTableOf[1] + (bits >> 16 & 255)] ^
@@ -97,7 +97,7 @@ uint32_t round_of(uint32_t half, uint32_t subkey) {
 }
 
 struct TotalsCipher {
-  using Subkey = uint32_t;  // x0, x2, x5 gathered as in a half
+  using Subkey = uint32_t;  // x0, x2 and x5, gathered as in a half
 
   static void expand(const Block& key, std::array<Subkey, kRounds>& subkeys) {
     Schedule schedule;
@@ -110,8 +110,8 @@ struct TotalsCipher {
     left = gathered(left);
     right = gathered(right);
     for (int pair = 0; pair < kRounds / 2; ++pair) {
-      left ^= round_of(right, *subkey);
-      right ^= round_of(left, subkey[step]);
+      left ^= round_function(right, *subkey);
+      right ^= round_function(left, subkey[step]);
       subkey += 2 * step;
     }
     return final_permutation({scattered(right), scattered(left)});

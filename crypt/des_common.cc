@@ -1,5 +1,5 @@
-// Key schedule of the DES family, and the proofs that the short ways to the standard's
-// permutations lead where its tables do.
+// Key schedule of the DES family, and proofs that the fast permutations are those of the
+// standard's tables.
 //
 // SPDX-License-Identifier: MIT
 
@@ -9,10 +9,10 @@ using namespace groundwork::des;
 
 namespace {
 
-// PC-2 taken seven bits of C or D at a time: windows 0 to 3 are C's, the others D's. An
-// entry holds what its bits add to a subkey, packed: the odd S-boxes' bytes in its upper
-// half, the even ones' in its lower half. C feeds S1 to S4 only and D the others, so 16
-// bits are enough for each.
+// PC-2 for seven bits of C or D at a time: windows 0 to 3 are for C, the others for D. An
+// entry holds what its bits contribute to a subkey, packed: the bytes of the odd S-boxes in
+// its upper half, those of the even ones in its lower half. C feeds only S1 to S4 and D the
+// others, so 16 bits are enough for each.
 constexpr int kWindows = 8;
 constexpr int kWindowBits = 7;
 constexpr int kWindowSize = 1 << kWindowBits;
@@ -40,7 +40,7 @@ constexpr Windows kPermutedChoice2Windows = [] {
 }();
 static_assert(sizeof kPermutedChoice2Windows == 4096);
 
-// Rotates 28 bits left; what is above them in the result is meaningless.
+// Rotates 28 bits left; the bits above them in the result are meaningless.
 uint32_t rotated(uint32_t half, unsigned count) {
   return half << count | half >> (28 - count);
 }
@@ -73,8 +73,8 @@ constexpr bool follows_the_final_permutation() {
 }
 static_assert(follows_the_final_permutation());
 
-// Every key bit lands where the table says, and those that it leaves out nowhere. The same
-// from the opposite end of its byte, once mirrored.
+// Every key bit goes where the table says, and bits that it leaves out go nowhere. The same
+// holds for the bit at the opposite end of its byte after mirroring.
 constexpr bool follows_permuted_choice_1() {
   for (int bit = 0; bit < 64; ++bit) {
     KeyHalves expected{};

@@ -1,7 +1,7 @@
 // What the two ciphers of the DES family share: blocks as two words, the initial and the
 // final permutation, and the key schedule.
 //
-// Words count from the most significant bit, as the standard does: bit 0 of a block is the
+// Bits are numbered from the most significant, as in the standard: bit 0 of a block is the
 // top bit of its left word.
 //
 // SPDX-License-Identifier: MIT
@@ -41,7 +41,7 @@ inline void store_block(void* bytes, const Block& block) {
   std::memcpy(bytes, &stored, sizeof stored);
 }
 
-// Exchanges the bits of `high` that stand `distance` above `mask` with the bits of `low`
+// Exchanges the bits of `high` that are `distance` bits above `mask` with the bits of `low`
 // under `mask`.
 constexpr void exchange(uint32_t& high, uint32_t& low, int distance, uint32_t mask) {
   const uint32_t difference = ((high >> distance) ^ low) & mask;
@@ -49,15 +49,15 @@ constexpr void exchange(uint32_t& high, uint32_t& low, int distance, uint32_t ma
   high ^= difference << distance;
 }
 
-// Bits of equal significance change places.
+// Exchanges the bits of both words under `mask`.
 constexpr void exchange(uint32_t& left, uint32_t& right, uint32_t mask) {
   const uint32_t difference = (left ^ right) & mask;
   left ^= difference;
   right ^= difference;
 }
 
-// IP, and both halves rotated left by one bit: then the six bits that enter an S-box lie in
-// one byte, for every second S-box at least, and for the others after a rotation by four.
+// IP, then both halves rotated left by one bit: this puts the six bits for an S-box into
+// one byte, for every other S-box immediately, and for the rest after a rotation by four.
 constexpr Block initial_permutation(Block block) {
   auto& [left, right] = block;
   exchange(left, right, 4, 0x0F0F0F0F);
@@ -91,19 +91,19 @@ struct KeyHalves {
   bool operator==(const KeyHalves&) const = default;
 };
 
-// A key's bytes as columns, the last byte's first: rows 0, 2, 4 and 6 of bits in the right
-// word, rows 1, 3, 5 and 7 in the left one. This is what IP makes of it.
+// A key's bytes as columns, the last byte first: rows 0, 2, 4 and 6 of bits in the right
+// word, rows 1, 3, 5 and 7 in the left one. This is the result of IP.
 constexpr Block rows_of(const Block& key) {
   const Block permuted = initial_permutation(key);
   return {std::rotr(permuted.left, 1), std::rotr(permuted.right, 1)};
 }
 
-// The rows of the key whose bytes have their bits mirrored: the same, upside down.
+// The rows of the key with the bits of each byte mirrored: the same rows, upside down.
 constexpr Block mirrored(const Block& rows) {
   return {__builtin_bswap32(rows.right), __builtin_bswap32(rows.left)};
 }
 
-// PC-1, which takes whole rows, but the fourth in halves.
+// PC-1, which takes whole rows, except the fourth, which it splits in halves.
 constexpr KeyHalves permuted_choice_1(const Block& rows) {
   const auto [left, right] = rows;
   return {(right & 0xFF000000) >> 4 | (left & 0xFF000000) >> 12 |
@@ -112,9 +112,9 @@ constexpr KeyHalves permuted_choice_1(const Block& rows) {
               (right & 0x0000FF00) >> 4 | (left & 0x000F0000) >> 16};
 }
 
-// The 48 bits of PC-2 for one round, preprocessed for use: six bits in the low end of each
-// byte, those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and
-// S8 in `even`.
+// The 48 bits of PC-2 for one round, preprocessed: six bits at the low end of each byte,
+// those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and S8 in
+// `even`.
 struct Subkey {
   uint32_t odd;
   uint32_t even;
@@ -125,13 +125,13 @@ constexpr int kRounds = 16;
 using Schedule = std::array<Subkey, kRounds>;
 using Rotations = std::array<uint8_t, kRounds>;
 
-// The schedule of a key whose halves are rotated left by `rotations[i]`, at most 28, in
-// round i.
+// Computes the schedule of a key whose halves are rotated left by `rotations[i]`, at most
+// 28, in round i.
 void expand_key(const KeyHalves& key, const Rotations& rotations, Schedule& schedule);
 
-// For table entries and proofs, at compile time only.
+// The following are for tables and proofs at compile time.
 
-// Bit `index` of a word or block, counted from the most significant.
+// Bit `index` of a word, counted from the most significant.
 constexpr uint32_t bit_of(uint32_t word, int index) {
   return word >> (31 - index) & 1;
 }
@@ -141,7 +141,7 @@ constexpr Block single_bit(int index) {
           index < 32 ? 0 : 0x80000000 >> (index - 32)};
 }
 
-// A word's bits picked by a table of the standard.
+// The bits of a word as a table of the standard selects them.
 constexpr uint32_t permuted(uint32_t word, const std::array<int32_t, 32>& table) {
   uint32_t result = 0;
   for (const int32_t position : table) result = result << 1 | bit_of(word, position - 1);

@@ -1,7 +1,6 @@
 // The tables of the Data Encryption Standard, laid out as FIPS 46-3 prints them: positions
-// count from 1, and position 1 is the most significant bit of the first byte. Everything
-// else in this folder is computed from them by the compiler; nothing reads them at run
-// time.
+// count from 1, and position 1 is the most significant bit of the first byte. The compiler
+// computes everything else in this folder from them; nothing reads them at run time.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CRYPT_DES_STANDARD_H

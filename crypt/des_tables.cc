@@ -1,7 +1,7 @@
 // The exported tables. The names are so short that programs have functions and variables
-// of their own called so, and a program's symbol takes the place of the library's. So the
-// ciphers never read through these names, and this is the only source that knows them: as
-// symbols, not as C++ names, which would shadow half of the language's favourite locals.
+// with the same names, and a program's symbol replaces the library's. So the ciphers never
+// read through these names, and only this file knows them: as symbols, not as C++ names,
+// which would shadow many local variables.
 //
 // SPDX-License-Identifier: MIT
 

@@ -1,6 +1,6 @@
-// The file module: local files and standard input, read through their descriptors without
-// a buffer, so that the descriptor always stands where the stream does. A program may set a
-// view of bytes in memory, which every operation then serves instead.
+// The file module: local files and standard input, read through their descriptors without a
+// buffer, so that the descriptor is always at the stream's position. If a program sets a
+// view of bytes in memory, all operations work on that instead.
 //
 // SPDX-License-Identifier: MIT
 
@@ -29,36 +29,36 @@ constexpr int32_t kNoByte = -1;
 constexpr int kStandardInput = 0;
 constexpr int kNoDescriptor = -1;
 
-// The line reader takes pieces of this many bytes from files, near what lines need.
+// The sizes of the pieces that the line reader reads from files, close to those of lines.
 constexpr size_t kSmallestPiece = 256;
 constexpr size_t kLargestPiece = 4096;
 
-// Lines of one length in a row that make the next one be expected to have it, too.
+// After this many equal lengths in a row the next line is expected to have the same length.
 constexpr uint32_t kRecords = 2;
 
-// What url_file_open() allocates. The fields behind the public record tell the line reader
-// how to read.
+// What url_file_open() allocates. The fields after the public record are for the line
+// reader.
 struct FileStream {
   URL_file file;
   int32_t examined_fd;  // the descriptor that `rereads` is about
   bool rereads;         // it can step back and will find the same bytes
-  uint32_t longest;     // length of the longest line lately
+  uint32_t longest;     // length of the longest recent line
   uint32_t last;        // length of the last line
-  uint32_t repeats;     // lines before it that were as long
+  uint32_t repeats;     // lines before it of the same length
 };
 
-// Plain files whose bytes lie somewhere. Files that the kernel makes up while they are read
-// occupy no blocks, and may read differently after a step back.
+// True for plain files that occupy blocks. Files that the kernel generates while they are
+// read occupy none, and may read differently after a step back.
 bool can_reread(int fd) {
   struct stat status;
-  const int kept = errno;
+  const int saved_errno = errno;
   const bool can = fd > kStandardInput && fstat(fd, &status) == 0 &&
                    S_ISREG(status.st_mode) && status.st_blocks > 0;
-  errno = kept;
+  errno = saved_errno;
   return can;
 }
 
-// The same for a stream, whose descriptor a program may replace.
+// The same for a stream; a program may replace its descriptor.
 bool can_reread(FileStream& stream) {
   const int fd = stream.file.fd;
   if (stream.examined_fd != fd) {
@@ -72,14 +72,14 @@ URL_file& file_of(URL url) {
   return *reinterpret_cast<URL_file*>(url);
 }
 
-// Bytes of the view from its position on; none where a program set that outside.
-uint32_t left_in_view(const URL_file& file) {
+// Bytes of the view after its position; 0 if a program set the position outside the view.
+uint32_t remaining_in_view(const URL_file& file) {
   if (file.position < 0 || file.position >= int64_t{file.size}) return 0;
   return static_cast<uint32_t>(file.size - file.position);
 }
 
 // Copies the next `count` bytes of the view.
-void take_from_view(URL_file& file, void* buf, uint32_t count) {
+void read_from_view(URL_file& file, void* buf, uint32_t count) {
   std::memcpy(buf, file.data + file.position, count);
   file.position += count;
 }
@@ -88,8 +88,8 @@ int32_t file_read(URL url, void* buf, int32_t n) {
   URL_file& file = file_of(url);
   if (file.data != nullptr) {
     const uint32_t count =
-        std::min(static_cast<uint32_t>(std::max(n, 0)), left_in_view(file));
-    take_from_view(file, buf, count);
+        std::min(static_cast<uint32_t>(std::max(n, 0)), remaining_in_view(file));
+    read_from_view(file, buf, count);
     return static_cast<int32_t>(count);
   }
   const auto count = static_cast<int32_t>(read(file.fd, buf, static_cast<size_t>(n)));
@@ -98,7 +98,7 @@ int32_t file_read(URL url, void* buf, int32_t n) {
 }
 
 char* gets_from_view(URL_file& file, char* buf, int32_t n) {
-  const uint32_t left = left_in_view(file);
+  const uint32_t left = remaining_in_view(file);
   if (left == 0) return nullptr;
   if (n < 1) return buf;
   uint32_t count = std::min(static_cast<uint32_t>(n - 1), left);
@@ -107,7 +107,7 @@ char* gets_from_view(URL_file& file, char* buf, int32_t n) {
   if (end != nullptr) {
     count = static_cast<uint32_t>(static_cast<const uint8_t*>(end) - line) + 1;
   }
-  take_from_view(file, buf, count);
+  read_from_view(file, buf, count);
   buf[count] = '\0';
   return buf;
 }
@@ -116,26 +116,28 @@ bool ends_line(char byte) {
   return byte == '\r' || byte == '\n';
 }
 
-// The line ends where the file does, before byte `length`: null for an empty one.
-// Kept: the terminator goes one byte further on, and what the buffer held stays before it.
+// Ends a line at the end of the file, after `length` bytes; returns null for an empty one.
+// Kept: the terminator is written one byte too far, after a byte that the buffer held
+// before.
 char* line_at_end_of_file(char* buf, int32_t length) {
   if (length == 0) return nullptr;
   buf[length + 1] = '\0';
   return buf;
 }
 
-// Reads a line, of which `length` bytes are there, byte by byte: for what cannot step back.
+// Reads a line, of which `length` bytes are in the buffer, byte by byte: for files that
+// cannot step back.
 char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
   while (length < n - 1) {
     if (read(fd, buf + length, 1) == 0) return line_at_end_of_file(buf, length);
-    // Kept: a failed read counts as a byte too, the one that the buffer held.
+    // Kept: a failed read counts as a byte, too, the one that the buffer held before.
     if (ends_line(buf[length++])) break;
   }
   buf[length] = '\0';
   return buf;
 }
 
-// The length of the line at the start of `bytes`, its end included; 0 when it goes on.
+// The length of the line at the start of `bytes`, including its end; 0 if it is incomplete.
 size_t line_length(std::string_view bytes) {
   const size_t feed = bytes.find('\n');
   const std::string_view line =
@@ -145,34 +147,35 @@ size_t line_length(std::string_view bytes) {
   return end == bytes.npos ? 0 : end + 1;
 }
 
-// How much to read for the next line. More than it needs, as one read too many costs more
-// than bytes too many; but records of one length are read exactly and need no step back.
-size_t first_piece(const FileStream& stream) {
+// How much to read for the next line: more than needed, since an extra read costs more than
+// extra bytes; but lines of equal length are read exactly, which saves the step back.
+size_t first_piece_size(const FileStream& stream) {
   if (stream.repeats >= kRecords && stream.last <= kLargestPiece) return stream.last;
   const size_t expected = size_t{stream.longest} + stream.longest / 4;
   return std::clamp(expected, kSmallestPiece, kLargestPiece);
 }
 
-void note_line(FileStream& stream, uint32_t length) {
-  // Forgets a long line in a while, so that pieces shrink again.
+void note_line_length(FileStream& stream, uint32_t length) {
+  // Decays, so that pieces shrink again some time after a long line.
   stream.longest = std::max(length, stream.longest - stream.longest / 8);
   stream.repeats = length == stream.last ? std::min(stream.repeats + 1, kRecords) : 0;
   stream.last = length;
 }
 
-// As gets_by_bytes(), for files: reads pieces and steps back to the end of the line. The
-// pieces lie here, since bytes of `buf` beyond the line must stay as they are.
+// Like gets_by_bytes(), for files: reads pieces and steps back to the end of the line. The
+// pieces have a buffer of their own, since the bytes of `buf` after the line must not
+// change.
 char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
   const int fd = stream.file.fd;
   char piece[kLargestPiece];
-  size_t size = first_piece(stream);
+  size_t size = first_piece_size(stream);
   int32_t length = 0;
   while (length < n - 1) {
     const ssize_t count =
         read(fd, piece, std::min(size, static_cast<size_t>(n - 1 - length)));
     if (count == 0) return line_at_end_of_file(buf, length);
     if (count < 0) {
-      // It is the next byte that failed, and counts, as it does byte by byte.
+      // The read of the next byte failed, which counts as a byte, as in gets_by_bytes().
       if (ends_line(buf[length++])) break;
       return gets_by_bytes(fd, buf, n, length);
     }
@@ -188,7 +191,7 @@ char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
     if (taken < bytes.size()) lseek(fd, static_cast<off_t>(taken) - count, SEEK_CUR);
     break;
   }
-  note_line(stream, static_cast<uint32_t>(length));
+  note_line_length(stream, static_cast<uint32_t>(length));
   buf[length] = '\0';
   return buf;
 }
@@ -209,8 +212,8 @@ int32_t file_fgetc(URL url) {
   URL_file& file = file_of(url);
   uint8_t byte;
   if (file.data != nullptr) {
-    if (left_in_view(file) == 0) return kNoByte;
-    take_from_view(file, &byte, 1);
+    if (remaining_in_view(file) == 0) return kNoByte;
+    read_from_view(file, &byte, 1);
     return byte;
   }
   return read(file.fd, &byte, 1) == 1 ? byte : kNoByte;
@@ -259,8 +262,8 @@ void file_close(URL url) {
   std::free(url);
 }
 
-// The length of a leading "file:" in any letter case, 0 without one. Compared as ASCII: in
-// some locales "FILE:" in lower case is another word.
+// The length of a leading "file:" in any letter case, 0 if there is none. Compared as
+// ASCII: in some locales "FILE:" has another lower case.
 size_t scheme_length(const char* name) {
   constexpr std::string_view kScheme = "file:";
   for (size_t i = 0; i < kScheme.size(); ++i) {
@@ -277,17 +280,17 @@ int32_t file_name_check(const char* url) {
   return stop[0] == ':' && stop[1] == '/' ? 0 : 1;
 }
 
-// Opens what a name other than "-" means; -1 with `errno` set on failure, ENOENT when
-// nothing is left of the name.
+// Opens a name other than "-"; -1 with `errno` set on failure, ENOENT if the name is empty
+// after its scheme.
 int open_path(const char* name) {
   const char* const path = url_expand_home_dir(name + scheme_length(name));
   errno = 0;
   return above_output(open(path, O_RDONLY | O_CLOEXEC));
 }
 
-// The next bytes of the file, no more than the read limit leaves; 0 when there are none.
-// Counts them, and the byte that was asked for and is none.
-size_t take_piece(FileStream& stream, char* piece, size_t size) {
+// Reads the next bytes of the file, within the read limit; 0 at the end and on failure.
+// Adds them to `nread`; a read that returns none counts as one byte.
+size_t read_piece(FileStream& stream, char* piece, size_t size) {
   URL_record& common = stream.file.common;
   if (common.nread >= common.readlimit) {
     common.eof = 1;
@@ -299,8 +302,8 @@ size_t take_piece(FileStream& stream, char* piece, size_t size) {
   return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
-// Gives back the last bytes of a piece.
-void give_back(FileStream& stream, size_t count) {
+// Puts back the last bytes of a piece.
+void put_back(FileStream& stream, size_t count) {
   if (count == 0) return;
   stream.file.common.nread -= static_cast<uint32_t>(count);
   lseek(stream.file.fd, -static_cast<off_t>(count), SEEK_CUR);
@@ -309,7 +312,7 @@ void give_back(FileStream& stream, size_t count) {
 }  // namespace
 
 bool groundwork::is_read_in_pieces(URL url) {
-  // Both: a record that another module made has none of the fields behind the public ones.
+  // Checks both: only records that this module made have the fields after the public ones.
   if (url->fgetc != file_fgetc || url->gets != file_gets) return false;
   auto& stream = *reinterpret_cast<FileStream*>(url);
   return stream.file.data == nullptr && can_reread(stream);
@@ -318,15 +321,15 @@ bool groundwork::is_read_in_pieces(URL url) {
 int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
   auto& stream = *reinterpret_cast<FileStream*>(url);
   char piece[kLargestPiece];
-  size_t size = first_piece(stream);
+  size_t size = first_piece_size(stream);
   size_t consumed = 0;
   size_t length = 0;
   const auto room = static_cast<size_t>(n - 1);
   while (length < room) {
-    const size_t count = take_piece(stream, piece, std::min(size, room - length));
+    const size_t count = read_piece(stream, piece, std::min(size, room - length));
     if (count == 0) break;
     std::string_view bytes(piece, count);
-    // Empty lines are passed over. Each was at the buffer's start for a moment.
+    // Skips empty lines. Each leaves its byte at the start of the buffer.
     while (length == 0 && !bytes.empty() && ends_line(bytes.front())) {
       buf[0] = bytes.front();
       bytes.remove_prefix(1);
@@ -338,14 +341,14 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
     length += taken;
     consumed += count - left;
     if (end != 0) {
-      give_back(stream, left);
+      put_back(stream, left);
       --length;
       break;
     }
     size = kLargestPiece;
   }
   if (length == 0) return 0;
-  note_line(stream, static_cast<uint32_t>(consumed));
+  note_line_length(stream, static_cast<uint32_t>(consumed));
   buf[length] = '\0';
   return static_cast<int32_t>(length);
 }
@@ -356,7 +359,7 @@ URL_module URL_module_file = {URL_FILE, file_name_check, nullptr, url_file_open,
 
 URL url_file_open(const char* name) {
   const int fd = std::strcmp(name, "-") == 0 ? kStandardInput : open_path(name);
-  UniqueFd owned(fd == kStandardInput ? kNoDescriptor : fd);  // that one is the program's
+  UniqueFd owned(fd == kStandardInput ? kNoDescriptor : fd);  // standard input is not ours
   const URL url = fd != kNoDescriptor ? alloc_url(sizeof(FileStream)) : nullptr;
   if (url == nullptr) [[unlikely]] {
     url_errno = errno;
@@ -374,7 +377,7 @@ URL url_file_open(const char* name) {
   if (fd != kStandardInput) {
     url->seek = file_seek;
     url->tell = file_tell;
-    // The size, as far as it goes into 32 bits; on a pipe -1, as good as no limit.
+    // The low 32 bits of the size; for a pipe -1, which is practically no limit.
     file_seek(url, 0, SEEK_END);
     url->readlimit = static_cast<uint32_t>(file_tell(url));
     file_seek(url, 0, SEEK_SET);

@@ -10,12 +10,12 @@
 
 namespace groundwork {
 
-// Whether a stream is one of the file module's, with the module's own line and byte
-// readers, on a file that can step back and will find the same bytes.
+// Returns whether a stream belongs to the file module, with the module's own line and byte
+// readers, and is on a file that can step back and find the same bytes.
 bool is_read_in_pieces(URL url);
 
-// url_readline() for such a stream and an `n` of 2 or more: the same in all that a program
-// can see, with two system calls a line instead of one a byte.
+// url_readline() for such a stream and an `n` of 2 or more: no program can see a
+// difference, but it makes two system calls per line instead of one per byte.
 int32_t read_line_in_pieces(URL url, char* buf, int32_t n);
 
 }  // namespace groundwork

@@ -1,5 +1,5 @@
-// "~" and home directories, there and back. Results live in one static buffer for each
-// direction: no allocation, nothing to free, nothing reentrant.
+// "~" to home directories and back. Results are in a static buffer for each direction: no
+// allocation, nothing to free, not reentrant.
 //
 // SPDX-License-Identifier: MIT
 
@@ -19,14 +19,14 @@ constexpr size_t kBufferSize = 8192;
 char expanded[kBufferSize];
 char unexpanded[kBufferSize];
 
-// The home directory of the environment; null when it names none. An empty one counts.
+// The home directory in the environment; null if there is none. An empty one counts.
 const char* home_of_environment() {
   const char* const home = std::getenv("HOME");
   return home != nullptr ? home : std::getenv("home");
 }
 
-// The home directory of the user whose name is the `length` characters at `name`; null
-// when there is no such user. Uses `expanded` for the name.
+// The home directory of the user whose name is the `length` characters at `name`; null if
+// there is no such user. Uses `expanded` for the name.
 const char* home_of_user(const char* name, size_t length) {
   length = std::min(length, kBufferSize - 1);
   std::memmove(expanded, name, length);
@@ -35,8 +35,8 @@ const char* home_of_user(const char* name, size_t length) {
   return user != nullptr ? user->pw_dir : nullptr;
 }
 
-// Appends what fits of `text` after the `length` characters in `expanded`; returns the new
-// length.
+// Appends as much of `text` as fits to the `length` characters in `expanded`; returns the
+// new length.
 size_t append(size_t length, const char* text) {
   const size_t added = strnlen(text, kBufferSize - 1 - length);
   std::memmove(expanded + length, text, added);
@@ -55,7 +55,7 @@ extern "C" const char* url_expand_home_dir(const char* path) {
     home = home_of_environment();
     if (home == nullptr) return name;  // the '~' is dropped
   } else {
-    // "~" alone too: a user with an empty name, whom nobody has heard of.
+    // "~" alone as well: no user has an empty name.
     home = home_of_user(name, name_length);
     if (home == nullptr) return path;
   }
@@ -71,7 +71,7 @@ extern "C" const char* url_unexpand_home_dir(const char* path) {
   if (length == 0 || length >= kBufferSize - 2) return path;
   std::memcpy(unexpanded, home, length);
   if (unexpanded[length - 1] != '/') unexpanded[length++] = '/';
-  // With its '/': neither the directory itself nor a longer name is below it.
+  // Compares the '/', too: the directory itself and longer names are not below it.
   if (std::strncmp(path, unexpanded, length) != 0) return path;
   const char* const rest = path + length;
   const size_t rest_length = std::strlen(rest);

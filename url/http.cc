@@ -1,5 +1,5 @@
-// Read-only streams over HTTP: one GET request for each stream, direct or through a proxy;
-// the body is handed on byte for byte. A stream is used by one thread at a time, so its
+// Read-only streams over HTTP: one GET request per stream, direct or through a proxy; the
+// body is passed on byte for byte. A stream is used by one thread at a time, so its
 // buffered reads take no lock.
 //
 // SPDX-License-Identifier: MIT
@@ -26,11 +26,11 @@ using namespace groundwork;
 
 namespace {
 
-// Of the work buffer: the longest line of a request or a response, with its NUL.
+// Size of the work buffer: the longest line of a request or a response, with its NUL.
 constexpr size_t kWorkSize = 8192;
 constexpr size_t kMaxHostLength = 255;
 constexpr uint16_t kDefaultPort = 80;
-constexpr int kTraceLine = 361;  // a line of the source once; it never changes
+constexpr int kTraceLine = 361;  // once a source line; programs look for this number
 constexpr char kScheme[] = "http://";
 constexpr char kContentLength[] = "Content-Length:";
 
@@ -43,7 +43,7 @@ URL_http* http_of(URL url) {
   return reinterpret_cast<URL_http*>(url);
 }
 
-// Both error variables for the caller; null, to be returned.
+// Sets both error variables; returns null, for the caller to return.
 URL failed(int32_t url_code, int system_code) {
   url_errno = url_code;
   errno = system_code;
@@ -60,7 +60,7 @@ char* read_line(URL url, char* buf, int32_t n) {
   return socket_fgets(buf, n, http_of(url)->stream);
 }
 
-// Out of line, so that the way of most bytes needs no stack frame.
+// Out of line, so that the common path of read_byte() needs no stack frame.
 [[gnu::noinline]] int32_t read_byte_or_none(std::FILE* stream) {
   const int byte = getc_unlocked(stream);
   if (byte != EOF) return byte;
@@ -68,11 +68,11 @@ char* read_line(URL url, char* buf, int32_t n) {
   return -1;
 }
 
-// socket_fread() of one byte, without its price: most bytes come out of the buffer here.
+// Like socket_fread() of one byte, but cheaper: takes most bytes from the buffer directly.
 int32_t read_byte(URL url) {
   std::FILE* const stream = http_of(url)->stream;
 #ifdef __GLIBC__
-  // What its getc_unlocked() does in place.
+  // What glibc's getc_unlocked() does inline.
   if (stream->_IO_read_ptr < stream->_IO_read_end) {
     return static_cast<unsigned char>(*stream->_IO_read_ptr++);
   }
@@ -81,10 +81,10 @@ int32_t read_byte(URL url) {
 }
 
 void close_stream(URL url) {
-  const int kept = errno;
+  const int saved_errno = errno;
   if (http_of(url)->stream != nullptr) socket_fclose(http_of(url)->stream);
   std::free(url);
-  errno = kept;
+  errno = saved_errno;
 }
 
 OwnedStream new_stream(const HttpTimeout* timeout) {
@@ -109,14 +109,13 @@ OwnedStream new_stream(const HttpTimeout* timeout) {
 
 // --- The URL.
 
-// What is asked for, and of whom.
 struct Request {
-  const char* connect_to;  // the server's or the proxy's name
+  const char* connect_to;  // name of the server or the proxy
   uint16_t port;
   const char* target;
   char host[kMaxHostLength + 1];  // the value of the Host header
   const char* user_agent;         // null sends none
-  const int64_t* offset;          // null: the whole resource, by HTTP/1.0
+  const int64_t* offset;          // null: the whole resource, with HTTP/1.0
 };
 
 const char* after_scheme(const char* url) {
@@ -124,7 +123,7 @@ const char* after_scheme(const char* url) {
   return std::strncmp(url, kScheme, length) == 0 ? url + length : url;
 }
 
-// As strtol() on a target with 32-bit longs, whatever the width here.
+// Like strtol() with a 32-bit long, on every target.
 int32_t parse_int32(const char* digits) {
   const long value = std::strtol(digits, nullptr, 10);
   return static_cast<int32_t>(
@@ -136,8 +135,8 @@ void set_host(Request* request, const char* name, size_t length) {
   request->host[length] = '\0';
 }
 
-// False when the target does not fit into a request line.
-bool aim_at_proxy(Request* request, const char* url) {
+// Fills in the request for the proxy. False if the target does not fit into a request line.
+bool address_proxy(Request* request, const char* url) {
   request->connect_to = url_http_proxy_host;
   request->port = url_http_proxy_port;
   request->target = url;
@@ -151,16 +150,16 @@ bool aim_at_proxy(Request* request, const char* url) {
   return std::strlen(url) + sizeof "GET  HTTP/1.0\r\n" <= kWorkSize;
 }
 
-// The same for a direct connection; `work` takes the server's name. The URL's text goes to
-// the server as it is: whoever puts line ends into a URL has written a header.
-bool aim_at_server(Request* request, const char* url, char (&work)[kWorkSize]) {
+// The same for a direct connection; `work` gets the server's name. The URL's text is sent
+// as it is: line ends in a URL inject headers.
+bool address_server(Request* request, const char* url, char (&work)[kWorkSize]) {
   const char* const name = after_scheme(url);
   if (std::strlen(name) + sizeof "GET  HTTP/1.0\r\n" >= kWorkSize) return false;
   const size_t length = std::strcspn(name, ":/");
   std::memcpy(work, name, length);
   work[length] = '\0';
   request->connect_to = work;
-  // Only the header is cut: a cut name could be that of another server.
+  // Only the header is cut: a cut name could belong to another server.
   set_host(request, name, std::min(length, kMaxHostLength));
 
   request->port = kDefaultPort;
@@ -175,7 +174,7 @@ bool aim_at_server(Request* request, const char* url, char (&work)[kWorkSize]) {
 
 // --- The request.
 
-// Gathers the lines of a request, so that a request of usual length is one write and one
+// Collects the lines of a request, so that a request of normal length is one write and one
 // segment.
 class RequestWriter {
  public:
@@ -192,14 +191,14 @@ class RequestWriter {
       send();
       length = format_line(format, again);
     }
-    // A line that the formatter refuses is left out, and must not be counted.
+    // A line that the formatter rejects is left out, and must not be counted.
     if (length > 0) used_ += static_cast<size_t>(length);
     va_end(again);
     va_end(args);
   }
 
-  // A failure is not reported here: the missing answer tells, and one that was sent before
-  // the server closed can still be read.
+  // Reports no failure: it shows in the missing response, and a response that was sent
+  // before the server closed can still be read.
   void send() {
     const char* rest = work_;
     while (used_ > 0) {
@@ -222,8 +221,8 @@ class RequestWriter {
   size_t used_ = 0;
 };
 
-// The two kinds of request differ in the order of their headers and in whose user agent
-// they name. Deliberate: servers see exactly these bytes.
+// The two kinds of request differ in the order of their headers and in the user agent.
+// Deliberate: servers see exactly these bytes.
 void send_request(int fd, const Request& request, char (&work)[kWorkSize]) {
   RequestWriter writer(fd, work);
   if (request.offset == nullptr) {
@@ -251,9 +250,10 @@ bool starts_with(const char* text, const char* start) {
   return std::strncmp(text, start, std::strlen(start)) == 0;
 }
 
-// False with both error variables set when there is no usable answer.
-bool accept_status(URL stream, char (&work)[kWorkSize]) {
-  // Cleared so that a server which closes without a word is told from a broken connection.
+// Reads the status line. False with both error variables set if there is no usable
+// response.
+bool read_status(URL stream, char (&work)[kWorkSize]) {
+  // Cleared to distinguish a server that just closes from a broken connection.
   errno = 0;
   if (stream->gets(stream, work, kWorkSize) == nullptr) {
     if (errno == 0) {
@@ -270,35 +270,36 @@ bool accept_status(URL stream, char (&work)[kWorkSize]) {
   return false;
 }
 
-// -1, no limit, when the number does not fit.
-int32_t limit_of_whole(const char* length) {
+// The read limit of a whole resource; -1, no limit, if the number does not fit.
+int32_t whole_limit(const char* length) {
   const int32_t value = parse_int32(length);
   return value == INT32_MIN || value == INT32_MAX ? -1 : value;
 }
 
-// Kept: the offset is counted in, although the stream itself begins there.
-int32_t limit_from(int64_t offset, const char* length) {
+// The same for a resource from an offset on. Kept: the limit includes the offset, although
+// the stream begins there.
+int32_t limit_with_offset(int64_t offset, const char* length) {
   const auto rest = static_cast<uint64_t>(std::strtoll(length, nullptr, 10));
   const auto sum = static_cast<int64_t>(rest + static_cast<uint64_t>(offset));
   return sum == INT32_MIN || sum == INT32_MAX ? -1 : static_cast<int32_t>(sum);
 }
 
-// The next line of the headers; null at their end, with errno 0 unless reading failed.
+// Returns the next header line; null at the end, with errno 0 unless reading failed.
 const char* next_header(URL stream, char (&work)[kWorkSize]) {
   errno = 0;
   if (stream->gets(stream, work, kWorkSize) == nullptr) return nullptr;
-  errno = 0;  // a buffer that could not be allocated stops no stream
+  errno = 0;  // ignores a failure to allocate the stream's buffer
   return work[0] == '\n' || (work[0] == '\r' && work[1] == '\n') ? nullptr : work;
 }
 
-// Reads to the end of the headers; the last length given holds. False with both error
-// variables set when reading fails: what comes next would be taken for the body.
+// Reads to the end of the headers; the last length counts. False with both error variables
+// set if reading fails: the remaining headers would be taken for the body.
 bool read_headers(URL stream, const int64_t* offset, char (&work)[kWorkSize]) {
   while (next_header(stream, work) != nullptr) {
     if (!starts_with(work, kContentLength)) continue;
     const char* const length = work + sizeof kContentLength - 1;
-    url_set_readlimit(
-        stream, offset == nullptr ? limit_of_whole(length) : limit_from(*offset, length));
+    url_set_readlimit(stream, offset == nullptr ? whole_limit(length)
+                                                : limit_with_offset(*offset, length));
   }
   if (errno == 0) return true;
   url_errno = errno;
@@ -307,7 +308,7 @@ bool read_headers(URL stream, const int64_t* offset, char (&work)[kWorkSize]) {
 
 // --- Opening.
 
-// False with both error variables set.
+// Connects a stream. False with both error variables set on failure.
 bool connect_stream(URL_http* stream, const Request& request, const HttpTimeout* timeout) {
   const char* const host = request.connect_to;
   uint32_t* const peer = &stream->peer_address;
@@ -315,7 +316,7 @@ bool connect_stream(URL_http* stream, const Request& request, const HttpTimeout*
                                  : open_socket_with(host, request.port, peer,
                                                     timeout->wait_until_settled));
   if (fd.get() == -1) {
-    // Whatever the cause: to the application the server is one that does not answer.
+    // Whatever the cause, the application sees a server that does not respond.
     failed(ETIMEDOUT, ETIMEDOUT);
     return false;
   }
@@ -329,7 +330,7 @@ bool connect_stream(URL_http* stream, const Request& request, const HttpTimeout*
   return true;
 }
 
-// `offset` null: the whole resource.
+// Opens the whole resource if `offset` is null.
 URL open_stream(const char* url, const int64_t* offset) {
   const HttpTimeout* const timeout = http_timeout;
   OwnedStream stream = new_stream(timeout);
@@ -340,9 +341,9 @@ URL open_stream(const char* url, const int64_t* offset) {
   request.offset = offset;
   request.user_agent = url_user_agent;
   const bool target_fits = url_http_proxy_host != nullptr
-                               ? aim_at_proxy(&request, url)
-                               : aim_at_server(&request, url, work);
-  // Asked before connecting: nothing may be sent cut in half.
+                               ? address_proxy(&request, url)
+                               : address_server(&request, url, work);
+  // Checked before connecting: a request must not be sent truncated.
   if (!target_fits ||
       (request.user_agent != nullptr &&
        std::strlen(request.user_agent) + sizeof "User-Agent: \r\n" > kWorkSize)) {
@@ -353,7 +354,7 @@ URL open_stream(const char* url, const int64_t* offset) {
   send_request(fileno(stream->stream), request, work);
   if (timeout != nullptr) timeout->await_headers(stream.get());
   const URL common = &stream->common;
-  if (!accept_status(common, work) || !read_headers(common, offset, work)) return nullptr;
+  if (!read_status(common, work) || !read_headers(common, offset, work)) return nullptr;
   if (timeout != nullptr) timeout->await_body(stream.get());
   return &stream.release()->common;
 }
@@ -375,13 +376,13 @@ extern "C" URL url_http_open(const char* url) {
   return open_stream(url, nullptr);
 }
 
-// Kept: overwrites the application's user agent, for later requests of either kind too.
+// Kept: overwrites the application's user agent, for all later requests, too.
 extern "C" URL url_http_open_with_offset(const char* url, int64_t offset) {
   url_user_agent = "app";
   return open_stream(url, &offset);
 }
 
-// Prints the line that tools watching an application's output look for.
+// Prints a line that tools look for in an application's output.
 extern "C" int32_t url_internal_sock(URL url) {
   const int fd = fileno(http_of(url)->stream);
   std::printf("g_url_http:%d socket=%d\n", kTraceLine, fd);

@@ -1,5 +1,4 @@
-// What may bound the waits of HTTP streams. The layer itself bounds none but the
-// connection; who does sets the hook.
+// A hook for limiting the waits of HTTP streams. This layer itself limits only connecting.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_URL_HTTP_TIMEOUT_H
@@ -12,18 +11,18 @@
 namespace groundwork {
 
 struct HttpTimeout {
-  int32_t record_size;  // of a stream, an URL_http first
+  int32_t record_size;  // of a stream's record, which begins with a URL_http
   // Waits until a connection is made or has failed; false when time is up.
   bool (*wait_until_settled)(int fd);
-  // The stream has a connection, and will send its request.
+  // Called when the stream is connected, before it sends its request.
   void (*begin)(URL_http* stream);
-  // The request was sent: status and headers come through the `gets` slot.
+  // Called after the request, before status and headers are read with the `gets` slot.
   void (*await_headers)(URL_http* stream);
-  // The stream is about to be handed out.
+  // Called before the stream is returned to the program.
   void (*await_body)(URL_http* stream);
 };
 
-// For streams that are opened from now on; null, as at load, for no bounds.
+// For streams opened from now on; null, the initial value, for no limits.
 extern const HttpTimeout* http_timeout;
 
 }  // namespace groundwork

@@ -1,5 +1,5 @@
-// Where the fields of the public records are. Modules are compiled apart from the library
-// and fill the records in.
+// The offsets of the fields of the public records. Programs and their modules are compiled
+// separately from the library and access these records.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_URL_RECORD_LAYOUT_H

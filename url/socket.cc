@@ -1,5 +1,5 @@
-// TCP connections with a bounded wait, and the calls through which the HTTP module uses
-// them: another transport is put in here and nowhere else.
+// TCP connections with a limited wait, and the calls through which the HTTP module uses
+// them: another transport would be added only here.
 //
 // SPDX-License-Identifier: MIT
 
@@ -25,17 +25,16 @@ using namespace groundwork;
 namespace {
 
 constexpr int kConnectTimeoutMs = 5000;
-constexpr int64_t kLeastDirect = 4096;  // smaller requests are better served by the buffer
+constexpr int64_t kLeastDirect = 4096;  // smaller reads are faster through the buffer
 
-// Where to connect to, whatever the address family.
+// An address of either family.
 struct Endpoint {
   sockaddr_storage address;
   socklen_t length;
 };
 
-// The first address of `family` that the name has; null when it has none. Not
-// gethostbyname2_r(): the resolver's own buffer serves all calls, since streams are opened
-// by one thread at a time.
+// The name's first address of `family`; null if it has none. Not gethostbyname2_r(): the
+// resolver's static buffer is enough, since streams are opened by one thread at a time.
 const char* first_address(const char* host, int family, size_t* length) {
   const hostent* const entry = gethostbyname2(host, family);
   if (entry == nullptr || entry->h_addr_list[0] == nullptr) return nullptr;
@@ -70,9 +69,9 @@ bool resolve(const char* host, in_port_t port, Endpoint* endpoint, uint32_t* ipv
   return false;
 }
 
-// Waits until the connection is made or has failed. A signal ends the wait, and with it the
-// attempt, as the end of the time does. poll() and not select(): that one overruns its set
-// with a descriptor above 1023.
+// Waits until the connection is made or has failed. A signal ends the wait and the attempt,
+// like the time-out. Uses poll(), since select() overruns its set with a descriptor above
+// 1023.
 bool wait_until_settled(int fd) {
   pollfd wait{};
   wait.fd = fd;
@@ -81,12 +80,12 @@ bool wait_until_settled(int fd) {
 }
 
 void report(const char* what, int error) {
-  const int kept = errno;
+  const int saved_errno = errno;
   std::fprintf(stderr, "%s : %s\n", what, std::strerror(error));
-  errno = kept;
+  errno = saved_errno;
 }
 
-// Both checks run, so that a socket which cannot be asked reports each failure it shows.
+// Always makes both checks, so that each failure is reported.
 bool is_connected(int fd) {
   int pending = 0;
   socklen_t size = sizeof pending;
@@ -103,8 +102,9 @@ bool is_connected(int fd) {
 }
 
 #ifdef __GLIBC__
-// The bytes that wait in the buffer; -1 when some were pushed back, and lie elsewhere.
-int64_t bytes_held(const FILE* stream) {
+// The number of bytes in the buffer; -1 if some were pushed back, which are stored
+// elsewhere.
+int64_t buffered_bytes(const FILE* stream) {
   if (stream->_IO_save_base != nullptr) return -1;
   return stream->_IO_read_end - stream->_IO_read_ptr;
 }
@@ -114,13 +114,13 @@ int64_t bytes_held(const FILE* stream) {
 
 int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
 #ifdef __GLIBC__
-  const int64_t held = bytes_held(stream);
-  if (held < 0 || n - held < kLeastDirect) {
+  const int64_t buffered = buffered_bytes(stream);
+  if (buffered < 0 || n - buffered < kLeastDirect) {
     return socket_fread(buf, n, stream);
   }
-  const int kept = errno;
-  int64_t total = socket_fread(buf, held, stream);
-  if (total < held) return total;  // what the socket has comes behind the rest of it
+  const int saved_errno = errno;
+  int64_t total = socket_fread(buf, buffered, stream);
+  if (total < buffered) return total;  // the socket's bytes come after those still buffered
   while (total < n) {
     char* const rest = static_cast<char*>(buf) + total;
     const ssize_t count = recv(fileno(stream), rest, static_cast<size_t>(n - total), 0);
@@ -128,9 +128,9 @@ int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
       total += count;
       continue;
     }
-    // A program may have put another kind of stream in the place of ours.
+    // A program may have replaced our stream with one of another kind.
     if (count == -1 && (errno == ENOTSOCK || errno == EBADF)) {
-      errno = kept;
+      errno = saved_errno;
       return total + socket_fread(rest, n - total, stream);
     }
     stream->_flags |= count == 0 ? _IO_EOF_SEEN : _IO_ERR_SEEN;  // as fread() does
@@ -153,14 +153,14 @@ int32_t groundwork::open_socket_with(const char* host, int32_t port, uint32_t* a
       above_output(socket(endpoint.address.ss_family,
                           SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
   if (fd.get() == -1) return -1;
-  // A connection made at once, as on loopback, goes through the wait like any other.
+  // An immediate connection, as on loopback, goes through the wait like any other.
   if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&endpoint.address),
               endpoint.length) == -1 &&
       errno != EINPROGRESS) {
     return -1;
   }
   if (!wait(fd.get())) return -1;
-  // Callers wait in their reads: a socket that stays non-blocking is of no use to them.
+  // Callers rely on blocking reads: a socket that stays non-blocking is of no use.
   int non_blocking = 0;
   if (ioctl(fd.get(), FIONBIO, &non_blocking) == -1) return -1;
   if (!is_connected(fd.get())) return -1;
@@ -171,8 +171,8 @@ extern "C" int32_t open_socket(const char* host, int32_t port, uint32_t* addr_ou
   return open_socket_with(host, port, addr_out, wait_until_settled);
 }
 
-// send() and not write(): a peer that has closed gives EPIPE and must not kill an
-// application that never asked for SIGPIPE.
+// send() rather than write(): after the peer has closed, the result must be EPIPE, not a
+// SIGPIPE that kills the application.
 extern "C" int64_t socket_write(int fd, const void* buf, int64_t len) {
   const auto size = static_cast<size_t>(len);
   const ssize_t sent = send(fd, buf, size, MSG_NOSIGNAL);

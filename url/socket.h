@@ -1,4 +1,4 @@
-// What the HTTP module needs of sockets beside the public functions.
+// Socket functions for the HTTP module, besides the public ones.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_URL_SOCKET_H
@@ -9,14 +9,14 @@
 
 namespace groundwork {
 
-// Reads as socket_fread() does: until `n` bytes came, the end, or an error. Large requests
-// pass by the stream's buffer, which fread() uses in whole blocks and for every remainder.
+// Reads like socket_fread(): until `n` bytes, the end, or an error. Large reads bypass the
+// stream's buffer, which fread() would use for whole blocks and for every remainder.
 int64_t socket_fill(void* buf, int64_t n, std::FILE* stream);
 
-// Waits until a connection is made or has failed; false to give it up.
+// Waits until a connection is made or has failed; false gives up.
 using WaitUntilSettled = bool (*)(int fd);
 
-// open_socket() with a wait of the caller's.
+// open_socket() with the caller's own wait.
 int32_t open_socket_with(const char* host, int32_t port, uint32_t* addr_out,
                          WaitUntilSettled wait_until_settled);
 

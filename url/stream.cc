@@ -1,5 +1,5 @@
 // Core of the stream layer: the list of scheme modules, and the generic operations, which
-// bound and count what is consumed through the slots of a stream's record. When `nread`,
+// call the slots of a stream's record and limit and count what is read. When `nread`,
 // `eof`, `url_errno` and `errno` change, and in which order, is part of the interface.
 //
 // SPDX-License-Identifier: MIT
@@ -32,12 +32,12 @@ char* user_mailaddr = nullptr;
 namespace {
 
 constexpr int32_t kNoByte = -1;
-constexpr size_t kScratchSize = 8192;  // modules see it: url_skip() asks for this much
+constexpr size_t kScratchSize = 8192;  // visible to modules: url_skip() reads this much
 
 // The module added last; the list only grows.
 URL_module* url_module_list = nullptr;
 
-// Marks the `init` slot of a module whose initialisation is done.
+// Marks the `init` slot of an initialised module.
 int32_t url_module_ready() {
   return 1;
 }
@@ -47,14 +47,14 @@ void clear_error() {
   errno = 0;
 }
 
-bool takes(const URL_module& module, const char* url) {
+bool accepts(const URL_module& module, const char* url) {
   return module.type != 0 && module.name_check != nullptr && module.name_check(url) != 0;
 }
 
 // The module for a URL, or null.
 URL_module* find_module(const char* url) {
   URL_module* module = url_module_list;
-  while (module != nullptr && !takes(*module, url)) module = module->next;
+  while (module != nullptr && !accepts(*module, url)) module = module->next;
   return module;
 }
 
@@ -62,19 +62,19 @@ bool at_limit(const URL_record& stream) {
   return stream.nread >= stream.readlimit;
 }
 
-// What the limit leaves; only while not at_limit().
+// The bytes left until the limit; valid only if not at_limit().
 uint32_t budget(const URL_record& stream) {
   return stream.readlimit - stream.nread;
 }
 
-// Whether `n` more bytes would pass the limit. The sum wraps at 32 bits: limits of 2 GiB
-// and more come from large files, and are found as they are.
-bool passes_limit(const URL_record& stream, int32_t n) {
+// Returns whether `n` more bytes would exceed the limit. The sum wraps at 32 bits,
+// unsigned: large files have limits of 2 GiB and more.
+bool exceeds_limit(const URL_record& stream, int32_t n) {
   return stream.nread + static_cast<uint32_t>(n) > stream.readlimit;
 }
 
-// The next byte of a line. Unlike url_fgetc() it notes in `eof` that the limit was met, and
-// leaves `url_errno` as it is when the module reads single bytes.
+// Reads the next byte of a line. Unlike url_fgetc() it sets `eof` at the limit, and does
+// not clear `url_errno` when the module reads single bytes.
 int32_t next_byte_of_line(URL url) {
   if (at_limit(*url)) {
     url->eof = 1;
@@ -85,17 +85,16 @@ int32_t next_byte_of_line(URL url) {
   return url->fgetc(url);
 }
 
-// Where the calling thread's `errno` is; null until url_fgetc() has asked. That clears it
-// for every byte, and asking each time costs as much as the byte itself.
-// musl refuses to load a library late that asks for the model without a call.
+// The address of the thread's `errno`; null until url_fgetc() has looked it up. That clears
+// errno for every byte, and each look-up costs as much as the byte itself. musl refuses to
+// dlopen() a library that uses this TLS model.
 #ifdef __GLIBC__
 [[gnu::tls_model("initial-exec")]]
 #endif
 constinit thread_local int* address_of_errno = nullptr;
 
-// What is left of url_fgetc() for a thread's first byte, and for a module without an
-// `fgetc` slot. Out of line, so that the way of all other bytes calls nothing but the
-// module.
+// The rest of url_fgetc() for a thread's first byte, and for a module without an `fgetc`
+// slot. Out of line, so that for all other bytes only the module is called.
 [[gnu::noinline]] int32_t count_and_read_byte(URL url) {
   ++url->nread;
   if (url->fgetc != nullptr) {
@@ -103,7 +102,7 @@ constinit thread_local int* address_of_errno = nullptr;
     clear_error();
     return url->fgetc(url);
   }
-  // Kept: url_read() counts the byte a second time, and refuses the last before the limit.
+  // Kept: url_read() counts the byte a second time, and rejects the last before the limit.
   unsigned char byte;
   return url_read(url, &byte, 1) < 1 ? kNoByte : byte;
 }
@@ -118,16 +117,16 @@ int64_t refuse_to_seek() {
   return -1;
 }
 
-// A negative size is a request of 2 GiB or more, which no 32-bit heap grants. It is refused
-// here, so that wider heaps and checking allocators answer the same.
+// A negative size stands for 2 GiB or more, which no 32-bit heap can allocate. It fails
+// here, so that 64-bit heaps and checking allocators behave the same.
 void* allocated(int32_t size) {
   if (size >= 0) return std::malloc(static_cast<size_t>(size));
   errno = ENOMEM;
   return nullptr;
 }
 
-// A forward move from `position` of a stream that cannot seek. Answers with where the
-// stream stood before: kept, callers know it.
+// Moves a stream that cannot seek forwards from `position`. Kept: returns the position
+// before the move, which callers rely on.
 int64_t skip_unlimited(URL url, int64_t n, int64_t position) {
   const uint32_t limit = std::exchange(url->readlimit, URL_NO_READLIMIT);
   url_skip(url, n);
@@ -177,7 +176,7 @@ extern "C" URL url_open(const char* url) {
     return nullptr;
   }
   if (module->init != url_module_ready) {
-    // The slot stays as it is after a failure, so that the next open tries again.
+    // After a failure the slot is unchanged, so that the next open tries again.
     if (module->init != nullptr && module->init() < 0) return nullptr;
     module->init = url_module_ready;
   }
@@ -192,7 +191,7 @@ extern "C" int32_t url_read(URL url, void* buf, int32_t n) {
     url->eof = 1;
     return 0;
   }
-  if (passes_limit(*url, n)) n = static_cast<int32_t>(budget(*url));
+  if (exceeds_limit(*url, n)) n = static_cast<int32_t>(budget(*url));
   const int32_t count = url->read(url, buf, n);
   if (count > 0) url->nread += static_cast<uint32_t>(count);
   return count;
@@ -219,11 +218,11 @@ extern "C" int32_t url_nread(URL url, void* buf, int32_t n) {
 }
 
 extern "C" char* url_gets(URL url, char* buf, int32_t n) {
-  if (at_limit(*url)) return nullptr;  // `eof` stays: only reads and bytes note the limit
+  if (at_limit(*url)) return nullptr;  // does not set `eof`, unlike url_read()
   if (url->gets != nullptr) {
     clear_error();
-    // One more than the limit leaves, for the NUL. A negative size is never raised.
-    if (n > 0 && passes_limit(*url, n)) n = static_cast<int32_t>(budget(*url) + 1);
+    // One more than the limit leaves, for the NUL. A negative size is never increased.
+    if (n > 0 && exceeds_limit(*url, n)) n = static_cast<int32_t>(budget(*url) + 1);
     char* const line = url->gets(url, buf, n);
     if (line != nullptr) url->nread += static_cast<uint32_t>(std::strlen(line));
     return line;
@@ -258,7 +257,7 @@ extern "C" int32_t url_readline(URL url, char* buf, int32_t n) {
       if (ends_line(byte)) break;
     }
     if (length == 0) return 0;
-    // An empty line is passed over: thus the "\n" of "\r\n" ends no line of its own.
+    // Skips empty lines, so that the "\n" of "\r\n" does not end another line.
     if (length == 1 && ends_line(byte)) continue;
     if (ends_line(byte)) --length;
     buf[length] = '\0';
@@ -267,7 +266,7 @@ extern "C" int32_t url_readline(URL url, char* buf, int32_t n) {
 }
 
 extern "C" int32_t url_fgetc(URL url) {
-  if (at_limit(*url)) return kNoByte;  // `eof` stays
+  if (at_limit(*url)) return kNoByte;  // does not set `eof`
   int* const thread_errno = address_of_errno;
   if (thread_errno == nullptr || url->fgetc == nullptr) return count_and_read_byte(url);
   ++url->nread;
@@ -307,7 +306,8 @@ extern "C" void url_skip(URL url, int64_t n) {
 }
 
 extern "C" void url_rewind(URL url) {
-  // Kept: one kind goes back but keeps its count, the other stays but renews its budget.
+  // Kept: a stream that can seek goes back but keeps its count; another stays where it is
+  // but counts from 0 again.
   if (url->seek != nullptr) {
     url->seek(url, 0, SEEK_SET);
   } else {

@@ -1,4 +1,4 @@
-// Owner of a file descriptor, and where a descriptor may be.
+// Owner of a file descriptor; keeping descriptors above standard output.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_URL_UNIQUE_FD_H
@@ -12,16 +12,16 @@
 
 namespace groundwork {
 
-// Closes its descriptor at the end of the scope and leaves errno to the failure that led
-// there; release() hands the descriptor on.
+// Closes its descriptor at the end of the scope, and preserves errno, which may report why;
+// release() hands over ownership.
 class UniqueFd {
  public:
   explicit UniqueFd(int fd) : fd_(fd) {}
   ~UniqueFd() {
     if (fd_ == -1) return;
-    const int kept = errno;
+    const int saved_errno = errno;
     close(fd_);
-    errno = kept;
+    errno = saved_errno;
   }
   UniqueFd(const UniqueFd&) = delete;
   UniqueFd& operator=(const UniqueFd&) = delete;
@@ -33,9 +33,9 @@ class UniqueFd {
   int fd_;
 };
 
-// What open() or socket() gave, above standard output and standard error: a program that
-// closed these would print into the file or to the peer. Descriptor 0 stays, since it is a
-// stream's as well. -1 with errno set on failure.
+// Returns a descriptor from open() or socket(), moved above standard output and standard
+// error: a program that closed these would print into the file or to the peer. Descriptor 0
+// is not moved, since it may well be a stream's. -1 with errno set on failure.
 inline int above_output(int fd) {
   if (fd != STDOUT_FILENO && fd != STDERR_FILENO) return fd;
   const UniqueFd low(fd);
