@@ -193,7 +193,7 @@ G_API GConfEntry* g_find_line(GConfSection* section, const char* key);
  * @par Errors
  * Every failure ends with the warning "can't load config file '%s'.". One of these, with the file
  * name, comes before it:
- * - ``can't open file '%s'.``: warning; the file cannot be opened, or memory is exhausted; the
+ * - ``can't open file '%s'.``: warning; the file cannot be opened, or memory is exhausted. The
  *   reason is in the line before.
  * - ``can't read lock for '%s.``: warning; another process has the file locked for writing. The
  *   line lacks its closing quote.
@@ -233,7 +233,7 @@ G_API GConf* g_conf_open(const char* filename);
  * @par Errors
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
  * - ``can't create config file '%s'.``: warning, with the file name; the file cannot be opened, or
- *   memory is exhausted; the reason is in the line before.
+ *   memory is exhausted. The reason is in the line before.
  * - ``can't lock write for '%s'.``: warning, with the file name; another process has the file
  *   locked. The file is already empty then.
  * - ``%s - %d.``: warning, with the system's text and the error number; a write failed.
@@ -275,7 +275,7 @@ G_API int g_conf_close(GConf* conf);
  * @par Errors
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
  * - ``can't create config file '%s'.``: warning, with the file name; the file cannot be opened, or
- *   memory is exhausted; the reason is in the line before.
+ *   memory is exhausted. The reason is in the line before.
  * - ``can't lock write for '%s'.``: warning, with the file name; another process has the file
  *   locked. The file is already empty then.
  * - ``%s - %d.``: warning, with the system's text and the error number; a write failed.
@@ -359,7 +359,7 @@ G_API const char* g_conf_read_string(GConf* conf, const char* section, const cha
  * Threads: any thread at any time, except during g_conf_close().
  *
  * @par Notes
- * A text that is not a number gives 0, not `def`: a typing mistake in the file looks like a zero.
+ * A text that is not a number gives 0, not `def`: a typing error in the file looks like a zero.
  * Read the string where that matters.
  *
  * @par Example
@@ -492,10 +492,10 @@ G_API double g_conf_read_double(GConf* conf, const char* section, const char* ke
  * - ``'section != NULL' FAILED.``: critical; `section` is null.
  * - ``'key != NULL' FAILED.``: critical; `key` is null.
  * - ``'value != NULL' FAILED.``: critical; `value` is null.
- * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted; nothing has
+ * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted. Nothing has
  *   changed and no callback runs.
- * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted;
- *   the value is stored.
+ * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted.
+ *   The value is stored.
  *
  * Threads: any thread at any time, except during g_conf_close() and g_conf_sync(). The callbacks
  * run without a lock.
@@ -538,10 +538,10 @@ G_API void g_conf_write_string(GConf* conf, const char* section, const char* key
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
  * - ``'section != NULL' FAILED.``: critical; `section` is null.
  * - ``'key != NULL' FAILED.``: critical; `key` is null.
- * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted; nothing has
+ * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted. Nothing has
  *   changed and no callback runs.
- * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted;
- *   the value is stored.
+ * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted.
+ *   The value is stored.
  *
  * Threads: any thread at any time, except during g_conf_close() and g_conf_sync(). The callbacks
  * run without a lock.
@@ -577,10 +577,10 @@ G_API void g_conf_write_int(GConf* conf, const char* section, const char* key, i
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
  * - ``'section != NULL' FAILED.``: critical; `section` is null.
  * - ``'key != NULL' FAILED.``: critical; `key` is null.
- * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted; nothing has
+ * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted. Nothing has
  *   changed and no callback runs.
- * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted;
- *   the value is stored.
+ * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted.
+ *   The value is stored.
  *
  * Threads: any thread at any time, except during g_conf_close() and g_conf_sync(). The callbacks
  * run without a lock.
@@ -617,10 +617,10 @@ G_API void g_conf_write_boolean(GConf* conf, const char* section, const char* ke
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
  * - ``'section != NULL' FAILED.``: critical; `section` is null.
  * - ``'key != NULL' FAILED.``: critical; `key` is null.
- * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted; nothing has
+ * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted. Nothing has
  *   changed and no callback runs.
- * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted;
- *   the value is stored.
+ * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted.
+ *   The value is stored.
  *
  * Threads: any thread at any time, except during g_conf_close() and g_conf_sync(). The callbacks
  * run without a lock.
@@ -658,10 +658,10 @@ G_API void g_conf_write_float(GConf* conf, const char* section, const char* key,
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
  * - ``'section != NULL' FAILED.``: critical; `section` is null.
  * - ``'key != NULL' FAILED.``: critical; `key` is null.
- * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted; nothing has
+ * - ``can't store '%s'->'%s'.``: warning, with section and key; memory is exhausted. Nothing has
  *   changed and no callback runs.
- * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted;
- *   the value is stored.
+ * - ``can't run callbacks for '%s'->'%s'.``: warning, with section and key; memory is exhausted.
+ *   The value is stored.
  *
  * Threads: any thread at any time, except during g_conf_close() and g_conf_sync(). The callbacks
  * run without a lock.

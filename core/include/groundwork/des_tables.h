@@ -5,13 +5,13 @@
  *
  * The tables of the Data Encryption Standard, FIPS 46-3, as plain arrays.
  *
- * For programs that want to look at them. <groundwork/groundwork.h> leaves this header
- * out because its names are short: include it where they do not clash. The ciphers of
- * <groundwork/crypt.h> do not read these arrays, so a program may as well define functions
- * or variables of the same names for itself.
+ * They are for programs that want to look at them. <groundwork/groundwork.h> does not include this
+ * header because its names are short: include it where they do not clash. The ciphers of
+ * <groundwork/crypt.h> do not read these arrays, so a program may define functions or variables of
+ * the same names itself.
  *
- * An entry p stands for bit p - 1 of the source, and bit 0 is the most significant bit of
- * the first byte.
+ * An entry p refers to bit p - 1 of the source; bit 0 is the most significant bit of the first
+ * byte.
  *
  * Threads: the arrays are read-only.
  *

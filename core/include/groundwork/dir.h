@@ -172,7 +172,7 @@ G_API int g_mkdir(char* path);
  *
  * @param path  path of the directory or file; not null, unchecked.
  * @return 0 when the directory `path` was removed, or was not a directory; -1 when it is still
- *         there, or when memory was exhausted at the start. `errno` means nothing. Ask
+ *         there, or when memory was exhausted at the start. `errno` is not meaningful. Ask
  *         g_dir_exist() whether it is gone.
  *
  * @par Errors

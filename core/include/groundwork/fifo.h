@@ -186,7 +186,8 @@ G_API int g_fifo_put(GFifo* fifo, void* _data);
  * Takes the oldest element out of a ring buffer. Never blocks.
  *
  * @param fifo  from g_fifo_new().
- * @return the element, which the caller has now; null when the ring is empty or `fifo` is null.
+ * @return the element, which is no longer in the ring; null when the ring is empty or `fifo` is
+ *         null.
  *
  * @par Errors
  * - ``'fifo != NULL' FAILED.``: critical; `fifo` is null.
@@ -224,11 +225,12 @@ G_API void* g_fifo_get(GFifo* fifo);
  * @par Errors
  * - ``'fifo != NULL' FAILED.``: critical; `fifo` is null.
  *
- * Threads: a consumer; it may run at the same time as one producer, and takes turns with other
- * consumers.
+ * Threads: flushing is consuming. It may run at the same time as one producer, but takes turns with
+ * other consumers.
  *
  * @par Notes
- * Elements that are not from malloc() crash. Get them one by one instead until the ring is empty.
+ * An element that is not from malloc() crashes the process. Get such elements one by one until the
+ * ring is empty.
  *
  * @par Example
  * @code{.c}

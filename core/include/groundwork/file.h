@@ -218,7 +218,7 @@ G_API int64_t g_file_seek(GFile* file, int64_t offset, int whence);
  *
  * @par Errors
  * - ``'file != NULL' FAILED.``: critical; `file` is null.
- * - `EBADF`, or `EINVAL`: the file is not open for writing.
+ * - `EINVAL`: the file is not open for writing.
  * - `EFBIG`: the size would exceed the limit of the process or of the filesystem.
  *
  * Threads: no lock; threads that share the handle lock around it.
@@ -406,7 +406,7 @@ G_API int g_file_write_buf(const char* filename, const void* buf, int64_t len);
  *
  * @par Errors
  * - ``'file != NULL' FAILED.``: critical; `file` is null.
- * - `EAGAIN`, or `EACCES`: another process has an exclusive lock.
+ * - `EAGAIN`: another process has an exclusive lock. Some systems give `EACCES`.
  * - `EBADF`: the file is not open for reading.
  * - `ENOLCK`: the system has no lock left.
  *
@@ -439,7 +439,7 @@ G_API int g_file_lock_read(GFile* file);
  *
  * @par Errors
  * - ``'file != NULL' FAILED.``: critical; `file` is null.
- * - `EAGAIN`, or `EACCES`: another process has a lock on the file.
+ * - `EAGAIN`: another process has a lock on the file. Some systems give `EACCES`.
  * - `EBADF`: the file is not open for writing.
  * - `ENOLCK`: the system has no lock left.
  *

@@ -61,8 +61,8 @@ typedef struct GFileMap GFileMap;
  * @param length    in bytes; its low 32 bits are mapped.
  * @param mode      0 to read, 1 to write, any other value for both; only 0 can succeed.
  * @param addr      receives the address; may be null. Untouched on failure.
- * @return the map, which owns its file, owned by the caller and released with g_file_unmap(); null
- *         on failure.
+ * @return the map, which owns the open file. The caller owns the map and releases it with
+ *         g_file_unmap(). Null on failure.
  *
  * @par Errors
  * - ``'filename != NULL' FAILED.``: critical; `filename` is null.

@@ -36,7 +36,7 @@
  *   stays, and the function is not called for it again.
  *
  * Entries are allocated several at a time. Removal keeps an entry's memory for the next insertion;
- * when the last entry is removed, all but that of a few is freed.
+ * when the last entry is removed, the memory of all but a few is freed.
  *
  * @warning Keys chosen by an attacker can make calls slow: g_hash_str() is fixed and unkeyed, so
  * many strings with the same hash are easy to make, and a look-up compares with each of them, as in

@@ -212,8 +212,8 @@ G_API void g_list_foreach(GList* list, GListFunc func, void* user_data);
  * Threads: no lock; callers that share a list lock around every call.
  *
  * @par Notes
- * The name suggests another place. To add at the start use g_list_prepend(), at the end
- * g_list_append().
+ * The element becomes the second one, which the name does not suggest. To add at the start use
+ * g_list_prepend(), at the end g_list_append().
  *
  * @par Example
  * @code{.c}

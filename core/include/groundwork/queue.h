@@ -71,9 +71,9 @@ typedef int (*GQueueFunc)(void* data, void* user_data);
  * Makes an empty queue.
  *
  * @param add_func      called with each element when it is added, without a lock; may be null.
- * @param release_func  called with each element when it leaves the queue; may be null. It runs with
- *                      the queue locked except when it is called by g_queue_dequeue(), and must
- *                      then not use the queue.
+ * @param release_func  called with each element when it leaves the queue; may be null. Unless
+ *                      g_queue_dequeue() calls it, or an addition that failed, the queue is locked
+ *                      and must not be used.
  * @return the queue, owned by the caller and released with g_queue_free(); null, with nothing
  *         logged, when memory is exhausted.
  *
@@ -344,7 +344,7 @@ G_API void g_queue_insert(GQueue* queue, const void* sibling, void* data);
  * inside a visit.
  *
  * @par Notes
- * Anywhere else than inside a visit it races with other threads.
+ * Outside a visit it races with other threads.
  *
  * @par Example
  * @code{.c}

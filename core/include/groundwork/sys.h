@@ -149,8 +149,8 @@ G_API int g_sys_cpu_load(int cpu);
  *
  * @par Notes
  * Only the older form of the file has these figures, "Mem: total used ...". With the newer one,
- * whose second line is "MemFree: N kB", the result is always 100, and a watchdog that relies on it
- * always fires or never does. Read "MemAvailable:" instead.
+ * whose second line is "MemFree: N kB", the result is always 100, and a watchdog that takes it for
+ * the memory in use always fires. Read "MemAvailable:" instead.
  *
  * @par Example
  * @code{.c}

@@ -318,7 +318,8 @@ G_API GMutex* g_thread_mutex_new(void);
  * - ``can't destroy mutex - %s``: warning, with the text of `errno`; the system refuses. The memory
  *   is freed all the same.
  *
- * Threads: it waits for nobody: no thread may be using the mutex during the call or afterwards.
+ * Threads: no other thread may use the mutex during the call or afterwards; the call does not wait
+ * for any.
  *
  * @par Example
  * @code{.c}
@@ -500,7 +501,7 @@ G_API void g_thread_event_free(GThreadEvent* event);
  * @code{.c}
  * #include <groundwork/groundwork.h>
  *
- * static void *wait(void *event) {
+ * static void *wait_for(void *event) {
  *   g_thread_event_wait(event);
  *   puts("woken");
  *   return NULL;
@@ -508,7 +509,7 @@ G_API void g_thread_event_free(GThreadEvent* event);
  *
  * GThreadEvent *event = g_thread_event_new();
  * if (event == NULL) return 1;
- * GThread *waiter = g_thread_create(wait, event, "waiter");
+ * GThread *waiter = g_thread_create(wait_for, event, "waiter");
  * g_delay(500); // a signal that comes too early would be lost
  * g_thread_event_signal(event);
  * g_thread_wait(waiter); // prints: woken
@@ -545,7 +546,7 @@ G_API int g_thread_event_wait(GThreadEvent* event);
  * @code{.c}
  * #include <groundwork/groundwork.h>
  *
- * static void *wait(void *event) {
+ * static void *wait_for(void *event) {
  *   g_thread_event_wait_timeout(event, 10); // does not return after 10 ms
  *   puts("woken");
  *   return NULL;
@@ -553,7 +554,7 @@ G_API int g_thread_event_wait(GThreadEvent* event);
  *
  * GThreadEvent *event = g_thread_event_new();
  * if (event == NULL) return 1;
- * GThread *waiter = g_thread_create(wait, event, "waiter");
+ * GThread *waiter = g_thread_create(wait_for, event, "waiter");
  * g_delay(500);
  * g_thread_event_signal(event);
  * g_thread_wait(waiter); // prints: woken

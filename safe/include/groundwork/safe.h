@@ -254,7 +254,7 @@ G_API int g_dir_remove(const char* path);
  *
  * Sections and keys that still exist keep their position and spelling, and pointers to unchanged
  * entries and values stay valid. New ones are appended in the order of the file. A NUL byte ends
- * the text. The file is read under a shared lock, without waiting for it.
+ * the text. The file is read under a shared lock; the call does not wait for it.
  *
  * Then the callbacks run: those of changed and added keys with the new value, in the order of the
  * file, and last those of removed keys with "". They run on the calling thread, without its lock,
@@ -316,8 +316,8 @@ G_API int g_conf_reload(GConf* conf);
  * @param conf   from g_conf_open(); not null. If it is not dirty, the call returns 0 and reads
  *               nothing.
  * @param force  0 refuses to touch a file that somebody else has changed. Any other value edits the
- *               file, whatever it holds, until it reads as the conf: keys that the conf lacks are
- *               removed, too.
+ *               file, whatever it holds, until it reads back as the conf: keys that the conf lacks
+ *               are removed, too.
  * @return 0 when the conf is saved and durable. 1 when it is saved but the directory could not be
  *         synced, with the reason in `errno`: a power cut may bring the old file back, whole.
  *         Either way the conf is no longer dirty. -1 on failure, with the reason in `errno`; the
@@ -450,8 +450,8 @@ G_API uint32_t g_thread_event_ticket(GThreadEvent* event);
 G_API int g_thread_event_wait_for(GThreadEvent* event, uint32_t ticket, int timeout);
 
 /**
- * Locks a mutex if that is possible without waiting, and returns whether it was. (The result of
- * g_thread_mutex_trylock() does not say so.)
+ * Locks a mutex if that is possible without waiting, and returns whether it was.
+ * (g_thread_mutex_trylock() does not.)
  *
  * @param mutex  from g_thread_mutex_new(); not null.
  * @return 0 when the caller now holds the mutex; 1 when it was busy, also if the caller itself
@@ -508,11 +508,11 @@ G_API int64_t g_monotonic_ms(void);
  * is due, 10 seconds at most, instead of 10 ms each time: some wake-ups a minute instead of 100 a
  * second.
  *
- * Timers fire when they would have fired without it: the thread wakes on the same 10 ms raster.
- * Every change of the timers, g_timer_enable(), g_timer_cleanup() and this function wake it; it
- * then scans the timers at the next point of the raster, not immediately.
+ * Timers fire when they would have fired without it: the thread wakes on the same 10 ms grid. Every
+ * change of the timers, g_timer_enable(), g_timer_cleanup() and this function wake it; it then
+ * scans the timers at the next point of the grid, not immediately.
  *
- * @param on  0 for the usual way, as at load; any other value counts as 1 and saves power.
+ * @param on  0 for the default, 10 ms each time; any other value counts as 1 and saves power.
  * @return the previous choice, 0 or 1.
  *
  * Threads: any thread at any time, also in the callback of a timer. A child of fork() inherits the

@@ -69,7 +69,7 @@ enum {
   URLERR_NONE = 10000,            /**< no error */
   URLERR_UNKNOWN_URL = 10001,     /**< no module takes the URL */
   URLERR_NOT_PERMITTED = 10002,   /**< operation not permitted */
-  URLERR_CANT_OPEN = 10003,       /**< the server closed without a word */
+  URLERR_CANT_OPEN = 10003,       /**< the server sent no response */
   URLERR_INVALID_FORM = 10004,    /**< invalid URL form */
   URLERR_TOO_LONG = 10005,        /**< URL too long */
   URLERR_NO_MAIL_ADDRESS = 10006, /**< no mail address */
@@ -375,8 +375,9 @@ G_API int32_t url_safe_read(URL url, void* buf, int32_t n);
  * process.
  *
  * @par Notes
- * After fewer than `n` bytes the result does not say whether the stream ended or failed:
- * `url_errno` does.
+ * After fewer than `n` bytes the result does not say whether the stream ended or failed. On a file
+ * stream `url_errno` does. On an HTTP stream compare `nread` with `readlimit`, if the server gave a
+ * length.
  *
  * @par Example
  * @code{.c}
@@ -796,7 +797,7 @@ G_API void* url_dump(URL url, int32_t size, int32_t* len_out);
  *         failure. `url_errno` is left alone.
  *
  * @par Errors
- * `errno` has no reason for some failures. Lines on standard error:
+ * Not every failure sets `errno`. Lines on standard error:
  * - ``Connect error : %s``: with the system's text; the server refused after the wait.
  * - ``getsockopt failed : %s``: with the system's text; the state of the connection cannot be read.
  *
@@ -1121,14 +1122,13 @@ G_API extern URL_module URL_module_http;
  *   `ENOENT`.
  * - `ETIMEDOUT`: there is no connection, whatever the reason: the name is unknown, the server
  *   refuses, or 5 seconds have passed. Or the limit of url_http_set_timeout() has passed.
- * - `URLERR_CANT_OPEN`: the server closed without a word; `errno` is `ENOENT`.
+ * - `URLERR_CANT_OPEN`: the server closed the connection without a response; `errno` is `ENOENT`.
  * - `URLERR_HTTP_NOT_FOUND`: status 404; `errno` is `ENOENT`.
  * - `ENOENT`: any other status but 200 and 206.
  * - `ENOMEM`: memory is exhausted.
- *
- * Lines on standard error:
- * - ``Connect error : %s``: with the system's text; the server refused.
- * - ``getsockopt failed : %s``: with the system's text; the state of the connection cannot be read.
+ * - ``Connect error : %s``: on standard error, with the system's text; the server refused.
+ * - ``getsockopt failed : %s``: on standard error, with the system's text; the state of the
+ *   connection cannot be read.
  *
  * Threads: any thread, one at a time: the settings and `url_errno` belong to the process.
  *
@@ -1189,14 +1189,13 @@ G_API URL url_http_open(const char* url);
  *   `ENOENT`.
  * - `ETIMEDOUT`: there is no connection, whatever the reason: the name is unknown, the server
  *   refuses, or 5 seconds have passed. Or the limit of url_http_set_timeout() has passed.
- * - `URLERR_CANT_OPEN`: the server closed without a word; `errno` is `ENOENT`.
+ * - `URLERR_CANT_OPEN`: the server closed the connection without a response; `errno` is `ENOENT`.
  * - `URLERR_HTTP_NOT_FOUND`: status 404; `errno` is `ENOENT`.
  * - `ENOENT`: any other status but 200 and 206.
  * - `ENOMEM`: memory is exhausted.
- *
- * Lines on standard error:
- * - ``Connect error : %s``: with the system's text; the server refused.
- * - ``getsockopt failed : %s``: with the system's text; the state of the connection cannot be read.
+ * - ``Connect error : %s``: on standard error, with the system's text; the server refused.
+ * - ``getsockopt failed : %s``: on standard error, with the system's text; the state of the
+ *   connection cannot be read.
  *
  * Threads: any thread, one at a time: the settings and `url_errno` belong to the process.
  *
