@@ -54,6 +54,8 @@ def outside(lines):
 def _headers(lines):
     """The standard headers that the names in it need, but for those that it includes."""
     text = re.sub(r"//.*|/\*.*?\*/|\"(\\.|[^\"\\])*\"|#include.*|'(\\.|[^'])'", " ", "\n".join(lines))
+    own = re.findall(r"^static .*?\b(\w+)\(", text, re.M)  # may have a name that the system has, too
+    text = re.sub(rf"\b({'|'.join(own)})\b", "", text) if own else text
     found = [header for header, names in DECLARED.items()
              if f"#include <{header}>" not in lines and
              re.search(rf"(?<![\w>.])({'|'.join(names.split())})\b", text)]

@@ -29,7 +29,7 @@ COMPILER = []
 SECTIONS = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "PARAMETERS", "RETURN VALUE", "ERRORS", "FILES",
             "ENVIRONMENT", "ATTRIBUTES", "STANDARDS", "HISTORY", "NOTES", "EXAMPLES", "SEE ALSO"]
 OF_A_FUNCTION = {"NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "RETURN VALUE", "ATTRIBUTES", "HISTORY",
-                 "SEE ALSO"}
+                 "EXAMPLES", "SEE ALSO"}
 
 
 def run(*command):
@@ -123,6 +123,15 @@ class Reference(unittest.TestCase):
                 self.assertLessEqual(OF_A_FUNCTION, set(found))
                 self.assertEqual(found, sorted(found, key=SECTIONS.index))
 
+    def test_each_page_can_be_read_alone(self):
+        elsewhere = re.compile(
+            r"^\.TP\n\\fI.*\nAs (there|for|with|by|g_|url_|\\f).*\n(?=\.)|\b[Aa]s there\b|"
+            r"\b(as|see|described|listed|given|said) (the [a-z]+ )?(above|below)\b|"
+            r"\bthe (levels|warning|results|table|example) above\b", re.M)
+        for page in self.pages_of_functions():
+            with self.subTest(page.stem):
+                self.assertEqual([match[0] for match in elsewhere.finditer(self.source(page))], [])
+
     def test_examples_compile_as_they_are_printed(self):
         printed = {}  # the pages of each program
         for page in [*self.pages_of_functions(), self.page("groundwork"),
@@ -131,6 +140,8 @@ class Reference(unittest.TestCase):
             part = re.search(r"^EXAMPLES\n(.*?)^SEE ALSO", re.sub(".\b", "", text), re.M | re.S)
             programs = part and re.findall(r"^#include <groundwork/.*?^int main\(.*?^}$",
                                            textwrap.dedent(part[1]), re.M | re.S)
+            with self.subTest(page.stem):
+                self.assertTrue(programs)
             for program in programs or []:
                 printed.setdefault(program, []).append(page.stem)
         self.assertGreater(len(printed), 20)
