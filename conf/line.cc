@@ -5,6 +5,19 @@
 #include "conf/trim.h"
 
 namespace groundwork {
+namespace {
+
+inline std::string_view trim(std::string_view text) {
+  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+}  // namespace
+
+std::string_view trimmed(std::string_view text) {
+  return trim(text);
+}
 
 Line take_line(std::string_view& text) {
   const std::string_view line = between(text, 0, position_of(text, '\n'));
@@ -19,8 +32,8 @@ Line take_line(std::string_view& text) {
     if (++at == line.size()) return {};
   }
   if (is_header) return {Line::Kind::kHeader, between(line, 1, at)};
-  return {Line::Kind::kEntry, trimmed(between(line, 0, at)),
-          trimmed(between(line, at + 1, line.size()))};
+  return {Line::Kind::kEntry, trim(between(line, 0, at)),
+          trim(between(line, at + 1, line.size()))};
 }
 
 }  // namespace groundwork

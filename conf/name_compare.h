@@ -41,15 +41,7 @@ constexpr bool same_word(uint32_t a, uint32_t b) {
 }
 
 // For names of equal lengths.
-[[gnu::noinline]] inline bool same_but_for_case(const char* a, const char* b,
-                                                size_t length) {
-  if (length < 4) return same_word(short_word(a, length), short_word(b, length));
-  const size_t last = length - 4;
-  for (size_t at = 0; at < last; at += 4) {
-    if (!same_word(load_word(a + at), load_word(b + at))) return false;
-  }
-  return same_word(load_word(a + last), load_word(b + last));
-}
+bool same_but_for_case(const char* a, const char* b, size_t length);
 
 // For names of equal lengths.
 inline bool same_spelling(const char* a, const char* b, size_t length) {

@@ -17,11 +17,7 @@ constexpr bool is_trimmed(std::string_view text) {
   return text.empty() || (!is_space(text.front()) && !is_space(text.back()));
 }
 
-inline std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
-  return text;
-}
+std::string_view trimmed(std::string_view text);
 
 }  // namespace groundwork
 

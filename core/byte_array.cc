@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "core/copy_text.h"
+
 namespace groundwork {
 
 bool ByteArray::reserve(size_t more) {
@@ -16,6 +18,14 @@ bool ByteArray::reserve(size_t more) {
   if (grown == nullptr) return false;
   bytes_ = static_cast<char*>(grown);
   capacity_ = needed;
+  return true;
+}
+
+bool ByteArray::add(std::string_view text) {
+  if (text.empty()) return true;
+  char* const end = extend(text.size());
+  if (end == nullptr) return false;
+  copy_text(end, text.data(), text.size());
   return true;
 }
 

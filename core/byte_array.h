@@ -11,8 +11,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "core/copy_text.h"
-
 namespace groundwork {
 
 // An array of bytes, and the base of typed arrays.
@@ -36,13 +34,7 @@ class ByteArray {
   }
 
   // False when memory is exhausted.
-  bool add(std::string_view text) {
-    if (text.empty()) return true;
-    char* const end = extend(text.size());
-    if (end == nullptr) return false;
-    copy_text(end, text.data(), text.size());
-    return true;
-  }
+  bool add(std::string_view text);
 
   void cut(size_t size) { size_ = size; }
 

@@ -21,6 +21,7 @@
 #include "core/owned.h"
 #include "safe/conf_file.h"
 #include "safe/conf_table.h"
+#include "safe/failure.h"
 #include "thread/mutex_lock.h"
 
 using namespace groundwork;
@@ -29,11 +30,6 @@ namespace {
 
 using Id = ConfTable::Id;
 using Item = ConfTable::Item;
-
-int fail(int error) {
-  errno = error;
-  return -1;
-}
 
 GConfSection* section_of(const Item& item) {
   return static_cast<GConfSection*>(item.record);
@@ -259,7 +255,7 @@ int reload(GConf* conf, Notices::Block& notices) {
 }  // namespace
 
 extern "C" LEFT_BY_CANCELLATION int g_conf_reload(GConf* conf) {
-  CHECK_ARG(conf != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(conf != NULL, fail(EINVAL));
   Notices::Block notices{};
   const int count = reload(conf, notices);
   if (notices.begin != nullptr) run_callbacks(conf, notices);

@@ -16,6 +16,7 @@
 #include "core/check.h"
 #include "safe/conf_edit.h"
 #include "safe/conf_file.h"
+#include "safe/failure.h"
 #include "safe/file_replacement.h"
 #include "thread/mutex_lock.h"
 
@@ -60,11 +61,6 @@ int take_text(GConf* conf, const ConfFile& file, bool force, ByteArray& text) {
   return error;
 }
 
-int fail(int error) {
-  errno = error;
-  return -1;
-}
-
 int replace(GConf* conf, Replacement& replacement, std::string_view text) {
   if (!replacement.create() || !replacement.write(text.data(), text.size())) return -1;
   const int result = replacement.commit();
@@ -89,7 +85,7 @@ int save(GConf* conf, bool force) {
 }  // namespace
 
 extern "C" int g_conf_save(GConf* conf, int force) {
-  CHECK_ARG(conf != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(conf != NULL, fail(EINVAL));
   const CancellationHeld held;
   const ConfFileLock lock(conf);
   return is_dirty(conf) ? save(conf, force != 0) : 0;

@@ -28,21 +28,16 @@ bool ConfTable::Item::has_value(std::string_view trimmed_value) const {
 void ConfTable::take(const GConf* conf) {
   for (const GList* node = conf->sections; node != nullptr; node = node->next) {
     GConfSection* const record = section_in(node);
-    const Id section = append(kNone, name_of(record, text_offset(sizeof(Section))), record);
+    is_all_own_ &= whole_of<Section>(record) != nullptr;
+    const Id section = append(kNone, record->name, record);
     if (section == kNone) return;
     for (const GList* line = record->entries; line != nullptr; line = line->next) {
       GConfEntry* const entry = entry_in(line);
-      const std::string_view name = name_of(entry, text_offset(sizeof(Entry)));
-      if (append(section, name, entry) == kNone) return;
+      is_all_own_ &= whole_of<Entry>(entry) != nullptr;
+      if (append(section, entry->key, entry) == kNone) return;
     }
     items_[section].end = size();
   }
-}
-
-std::string_view ConfTable::name_of(void* record, size_t texts) {
-  if (is_own(record, texts)) return own_name_of(record);
-  is_all_own_ = false;
-  return groundwork::name_of(record);
 }
 
 ConfTable::Id ConfTable::append(Id section, std::string_view name, void* record) {

@@ -62,7 +62,6 @@ class ConfTable {
   bool index();
   Id& slot_of(Id section, std::string_view name);
   bool is(Id id, Id section, std::string_view name) const;
-  std::string_view name_of(void* record, size_t texts);
 
   Array<Item> items_;
   // From the hash of a name to the id of what has that name: open addressing, linear

@@ -12,6 +12,7 @@
 
 #include "core/check.h"
 #include "core/owned.h"
+#include "safe/failure.h"
 #include "safe/file_descriptor.h"
 
 using namespace groundwork;
@@ -73,7 +74,7 @@ bool have_parents_and_directory(const char* path, mode_t mode) {
 }  // namespace
 
 extern "C" int g_dir_make(const char* path, unsigned mode) {
-  CHECK_ARG(path != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(path != NULL, fail(EINVAL));
   if (have_directory(path, mode)) return 0;
   if (errno != ENOENT || path[0] == '\0') return -1;
   return have_parents_and_directory(path, mode) ? 0 : -1;

@@ -26,6 +26,7 @@
 #include "core/check.h"
 #include "core/owned.h"
 #include "safe/dir_identity.h"
+#include "safe/failure.h"
 #include "safe/file_descriptor.h"
 
 using namespace groundwork;
@@ -332,7 +333,7 @@ bool remove_path(const char* path) {
 }  // namespace
 
 extern "C" int g_dir_remove(const char* path) {
-  CHECK_ARG(path != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(path != NULL, fail(EINVAL));
   const CancellationHeld held;
   return remove_path(path) ? 0 : -1;
 }

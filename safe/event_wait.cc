@@ -13,6 +13,7 @@
 
 #include "core/cancellation.h"
 #include "core/check.h"
+#include "safe/failure.h"
 #include "safe/monotonic_wait.h"
 #include "thread/event.h"
 #include "thread/mutex_lock.h"
@@ -62,22 +63,20 @@ LEFT_BY_CANCELLATION int wait_until_over(GThreadEvent* event, uint32_t ticket, i
   error = wait_until_over(event, ticket, timeout, begin);
   pthread_cleanup_pop(1);
   if (error == 0) return 0;
-  if (error == ETIMEDOUT) return 1;
-  errno = error;
-  return -1;
+  return error == ETIMEDOUT ? 1 : fail(error);
 }
 
 }  // namespace
 
 extern "C" uint32_t g_thread_event_ticket(GThreadEvent* event) {
-  CHECK_ARG(event != NULL, (errno = EINVAL, 0u));
+  CHECK_ARG(event != NULL, (fail(EINVAL), 0u));
   MutexLock lock(event->mutex);
   return event->signals;
 }
 
 extern "C" LEFT_BY_CANCELLATION int g_thread_event_wait_for(GThreadEvent* event,
                                                             uint32_t ticket, int timeout) {
-  CHECK_ARG(event != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(event != NULL, fail(EINVAL));
   pthread_testcancel();  // also where there is nothing to wait for
   pthread_mutex_lock(&event->mutex->mutex);
   const bool is_signalled = is_over(event, ticket);

@@ -2,6 +2,14 @@
 
 #include "safe/file_descriptor.h"
 
+void groundwork::Descriptor::reset(int number) {
+  const int former = std::exchange(number_, number);
+  if (former == -1) return;
+  const int kept = errno;
+  close(former);
+  errno = kept;
+}
+
 groundwork::Descriptor groundwork::open_at(int directory, const char* path, int flags,
                                            mode_t mode, bool* is_open) {
   Descriptor file(

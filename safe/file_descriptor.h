@@ -18,9 +18,10 @@ namespace groundwork {
 // has closed all the same.
 template <typename Call>
 auto uninterrupted(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) result = call();
-  return result;
+  for (;;) {
+    const auto result = call();
+    if (result != -1 || errno != EINTR) return result;
+  }
 }
 
 // Owner of a descriptor, -1 for none. Closes it without touching errno.
@@ -38,13 +39,7 @@ class Descriptor {
   bool is_open() const { return number_ != -1; }
   int get() const { return number_; }
   int release() { return std::exchange(number_, -1); }
-  void reset(int number = -1) {
-    const int former = std::exchange(number_, number);
-    if (former == -1) return;
-    const int kept = errno;
-    close(former);
-    errno = kept;
-  }
+  void reset(int number = -1);
 
  private:
   int number_ = -1;

@@ -13,6 +13,7 @@
 
 #include "core/cancellation.h"
 #include "core/check.h"
+#include "safe/failure.h"
 #include "safe/file_descriptor.h"
 #include "safe/file_replacement.h"
 
@@ -54,8 +55,8 @@ bool copy_content(const Descriptor& from, Replacement& to) {
 }  // namespace
 
 extern "C" int g_file_duplicate(const char* from, const char* to) {
-  CHECK_ARG(from != NULL, (errno = EINVAL, -1));
-  CHECK_ARG(to != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(from != NULL, fail(EINVAL));
+  CHECK_ARG(to != NULL, fail(EINVAL));
   const CancellationHeld held;
   struct stat status;  // with the time of access before reading
   const Descriptor source = open_regular(from, &status);

@@ -10,6 +10,7 @@
 
 #include "core/cancellation.h"
 #include "core/check.h"
+#include "safe/failure.h"
 #include "safe/file_replacement.h"
 
 using namespace groundwork;
@@ -21,15 +22,13 @@ constexpr char kSource[] = "g_file";
 }  // namespace
 
 extern "C" int g_file_replace(const char* path, const void* buf, int64_t len) {
-  CHECK_ARG(path != NULL, (errno = EINVAL, -1));
-  CHECK_ARG(len >= 0, (errno = EINVAL, -1));
-  CHECK_ARG((buf != NULL) || (len == 0), (errno = EINVAL, -1));
+  CHECK_ARG(path != NULL, fail(EINVAL));
+  CHECK_ARG(len >= 0, fail(EINVAL));
+  CHECK_ARG((buf != NULL) || (len == 0), fail(EINVAL));
   const CancellationHeld held;
   const auto size = static_cast<size_t>(len);
-  if (static_cast<int64_t>(size) != len) {  // more than the memory of a 32-bit process
-    errno = EFAULT;
-    return -1;
-  }
+  // More than the memory of a 32-bit process.
+  if (static_cast<int64_t>(size) != len) return fail(EFAULT);
   Replacement replacement;
   if (!replacement.find(path) || !replacement.create() || !replacement.write(buf, size)) {
     return -1;

@@ -69,6 +69,8 @@ bool sync_once(int descriptor) {
 
 }  // namespace
 
+Replacement::Replacement() = default;
+
 Replacement::~Replacement() {
   const int kept = errno;
   temporary_.reset();

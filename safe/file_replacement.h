@@ -26,7 +26,7 @@ namespace groundwork {
 
 class Replacement {
  public:
-  Replacement() = default;
+  Replacement();
   ~Replacement();
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;

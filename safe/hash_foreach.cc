@@ -10,6 +10,7 @@
 
 #include "containers/hash_table.h"
 #include "core/check.h"
+#include "safe/failure.h"
 
 using namespace groundwork;
 
@@ -21,8 +22,8 @@ constexpr char kSource[] = "g_hash";
 
 extern "C" int g_hash_foreach(GHash* hash, int (*func)(void* key, void* value, void* data),
                               void* data) {
-  CHECK_ARG(hash != NULL, (errno = EINVAL, -1));
-  CHECK_ARG(func != NULL, (errno = EINVAL, -1));
+  CHECK_ARG(hash != NULL, fail(EINVAL));
+  CHECK_ARG(func != NULL, fail(EINVAL));
   // A function that inserts all the same may make the table grow, but not the walk longer.
   const uint32_t size = hash->size;
   for (uint32_t slot = 0; slot < size; ++slot) {

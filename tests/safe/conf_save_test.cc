@@ -2,10 +2,14 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include "safe/conf_support.h"
+#include "safe/file_support.h"
 
 using namespace test;
 
@@ -334,6 +338,26 @@ TEST(ConfSave, ALinkThatLeadsNowhereStaysSo) {
   conf->dirty = 0;
 }
 
+// A save must not leave half a file where no larger one may be written.
+TEST(ConfSave, AResultLargerThanTheLimitOfFileSizesIsRefused) {
+  const ConfFile file("# c\n[s]\na=1\n");
+  const Conf conf = file.open();
+  set(conf.get(), "s", "b", std::string(100, 'x').c_str());
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  for (const rlim_t limit : {0, 50, 114}) {
+    const rlimit limits = {limit, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limits), 0);
+    expect_refused(conf.get(), EFBIG);
+    EXPECT_EQ(names_in(file.directory().path()), Lines{"test.conf"});
+  }
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, handler);
+  EXPECT_EQ(g_conf_save(conf.get(), 0), 0);
+  EXPECT_EQ(file.text(), "# c\n[s]\na=1\nb=" + std::string(100, 'x') + "\n");
+}
+
 TEST(ConfSave, CallbacksDoNotRun) {
   const ConfFile file("[s]\na=1\n");
   const Conf conf = file.open();
@@ -506,6 +530,16 @@ TEST(ConfSaveInexpressible, AProgramsOwnRecordOfANameThatIsThereIsRefused) {
   section->entries = g_list_append(section->entries, entry);
   set(conf.get(), "s", "b", "3");
   expect_refused(conf.get(), EINVAL);
+}
+
+// What reading a list shows is what is saved, also where a program wrote into it.
+TEST(ConfSaveInexpressible, ANameThatAProgramMadeShorterIsSavedSo) {
+  EXPECT_EQ(saved("[s]\nk=1\n",
+                  [](GConf* conf) {
+                    set(conf, "s", "longer", "2");
+                    g_find_line(g_find_section(conf, "s"), "longer")->key[4] = '\0';
+                  }),
+            "[s]\nk=1\nlong=2\n");
 }
 
 TEST(ConfSaveInexpressible, AProgramsOwnRecordsAreSaved) {
