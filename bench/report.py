@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Makes the tables, the plots and docs/performance.md and performance-boards.md from figures.
-The documents are wholly generated: what they say beside figures comes from bench/rows.py and
-from here."""
+The documents are wholly generated: their text comes from bench/rows.py and from here."""
 
 import pathlib
 import subprocess

@@ -36,7 +36,7 @@ std::vector<uint32_t> elements_of(const State& state) {
   return elements;
 }
 
-// A list that is there before the measuring begins.
+// A list that exists before the measurement begins.
 class OurList {
  public:
   explicit OurList(std::vector<uint32_t>& elements) {

@@ -120,7 +120,7 @@ class AprQueue {
     apr_pool_destroy(pool_);
     apr_terminate();
   }
-  // Neither of these waits, as ours do not.
+  // Neither of these waits, like ours.
   void put(void* element) { apr_queue_trypush(queue_, element); }
   void* get() {
     void* element = nullptr;
@@ -132,7 +132,7 @@ class AprQueue {
   apr_queue_t* queue_ = nullptr;
 };
 
-// A ring of our own under a lock, nothing asked and nothing checked.
+// A ring written here, under a lock, without any checks.
 class BareRing {
  public:
   void put(void* element) {
@@ -171,7 +171,7 @@ void put_and_get(State& state, bool is_alone) {
     put();
     DoNotOptimize(queue.get());
   }
-  // How many waited, seen by the age of the next.
+  // How many elements waited, from the age of the next.
   const uint32_t waiting = next - *static_cast<uint32_t*>(queue.get());
   report(state, 1, waiting);
 }

@@ -65,7 +65,7 @@ class DesVariant {
   const Block* key_ = nullptr;
 };
 
-// A new key costs its schedule; ours keep the last one's by themselves.
+// A new key costs its key schedule; ours keep the last key schedule themselves.
 class OpensslDes {
  public:
   void use(const Block& key) {
@@ -106,7 +106,7 @@ void add(Digest& digest, const Block& block) {
   digest.add(std::string_view(reinterpret_cast<const char*>(block.data()), block.size()));
 }
 
-// One key, or a new one with each block.
+// The same key, or a new one for each block.
 template <typename Cipher>
 void encrypt(State& state, std::vector<Block> keys, bool changing, bool there_and_back) {
   if (!changing) keys.resize(1);
@@ -192,7 +192,7 @@ int nettle_decode(const std::vector<char>& text, unsigned char* out) {
   return base64_decode_final(&context) != 0 ? static_cast<int>(length) : -1;
 }
 
-// Texts without a rest, where all agree on every byte and on the count.
+// Texts without padding, where all agree on every byte and on the count.
 template <typename Element, typename Source, typename Convert>
 void convert(State& state, const Source& source, Convert run) {
   std::vector<Element> out(source.size() * 2);

@@ -62,7 +62,7 @@ void duplicate_floor(State& state) {
 
 // --- split ---
 
-// What a program would write: each piece found by strchr and copied, into a vector that
+// What a program would write: finds each piece by strchr and copies it into a vector that
 // doubles.
 char** split_by_strchr(const char* text) {
   size_t room = 8;

@@ -23,7 +23,7 @@ void register_jobs();
 
 // Registers `run` as the way in which `who` does a job: "ours", a peer's name, or "floor",
 // the least that any implementation must do. bench/rows.py says of each job what it is,
-// what is aimed at, and what the floor does. Sizes are added with ->Arg(n).
+// what ratio is aimed at, and what the floor does. Sizes are added with ->Arg(n).
 template <typename Run>
 benchmark::internal::Benchmark* job(const std::string& name, const std::string& who,
                                     Run run) {
@@ -49,8 +49,8 @@ class Digest {
   uint32_t value_ = 2166136261U;
 };
 
-// Ends a run. `operations` of an iteration are what the table shows the cost of one of. The
-// digest must be that of all others who do this job at this size, the floor excepted.
+// Ends a run. The table shows the cost of one of the `operations` of an iteration. The
+// digest must equal that of all others who do this job at this size, except the floor.
 inline void report(State& state, double operations, uint32_t digest = 0) {
   state.counters["operations"] = operations;
   state.counters["digest"] = digest;

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "support/job.h"
+#include "support/temporary_file.h"
 
 using namespace groundwork::bench;
 
@@ -25,27 +26,17 @@ constexpr size_t kCopyBuffer = 8192;  // as g_file_copy() has
 // Two files that go with the measurement: one with content, one to copy into.
 class Files {
  public:
-  explicit Files(size_t size) {
-    char name[] = "/tmp/groundwork-bench-XXXXXX";
-    const int fd = mkstemp(name);
-    from_ = name;
-    to_ = from_ + ".copy";
-    const std::string content(size, 'x');
-    if (write(fd, content.data(), size) != static_cast<ssize_t>(size)) std::abort();
-    close(fd);
-  }
-  ~Files() {
-    unlink(from_.c_str());
-    unlink(to_.c_str());
-  }
+  explicit Files(size_t size)
+      : from_(std::string(size, 'x')), to_(std::string(from_.path()) + ".copy") {}
+  ~Files() { unlink(to_.c_str()); }
   Files(const Files&) = delete;
   Files& operator=(const Files&) = delete;
 
-  const char* from() const { return from_.c_str(); }
+  const char* from() const { return from_.path(); }
   const char* to() const { return to_.c_str(); }
 
  private:
-  std::string from_;
+  TemporaryFile from_;
   std::string to_;
 };
 

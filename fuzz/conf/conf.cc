@@ -23,6 +23,7 @@
 
 #include <unistd.h>
 
+#include "fuzz/conf/conf_lists.h"
 #include "fuzz/support/check.h"
 #include "fuzz/support/directory.h"
 #include "fuzz/support/input.h"
@@ -116,7 +117,7 @@ struct Model {
     if (find(name) == nullptr) sections.push_back({name, {}});
     return static_cast<size_t>(find(name) - sections.data());
   }
-  // Empty when there is none.
+  // Empty if there is none.
   std::string value(const std::string& section, const std::string& key) {
     Section* const found = find(section);
     Entry* const entry = found != nullptr ? found->find(key) : nullptr;
@@ -226,23 +227,7 @@ class Session {
 
   void compare() {
     REQUIRE_EQUAL(conf_->dirty, model_.dirty ? 1 : 0);
-    const GList* section_node = conf_->sections;
-    for (const Section& section : model_.sections) {
-      REQUIRE(section_node != nullptr);
-      const auto* const found = static_cast<const GConfSection*>(section_node->data);
-      REQUIRE_EQUAL(std::string(found->name), section.name);
-      const GList* entry_node = found->entries;
-      for (const Entry& entry : section.entries) {
-        REQUIRE(entry_node != nullptr);
-        const auto* const line = static_cast<const GConfEntry*>(entry_node->data);
-        REQUIRE_EQUAL(std::string(line->key), entry.key);
-        REQUIRE_EQUAL(std::string(line->value), entry.value);
-        entry_node = entry_node->next;
-      }
-      REQUIRE(entry_node == nullptr);
-      section_node = section_node->next;
-    }
-    REQUIRE(section_node == nullptr);
+    fuzz::compare_lists(conf_, model_.sections);
     REQUIRE(fired == expected_);
   }
 

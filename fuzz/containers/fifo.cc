@@ -35,6 +35,75 @@ std::string complaint(const GFifo* fifo, const char* format) {
   return std::string("[WARNING] ") + text + '\n';
 }
 
+// A ring buffer with a model of it. Its elements are blocks of the heap, so that the leak
+// checker sees whether a flush frees them.
+class Ring {
+ public:
+  explicit Ring(int capacity) : capacity_(capacity), fifo_(g_fifo_new(capacity)) {
+    REQUIRE(fifo_ != nullptr);
+  }
+  ~Ring() {
+    g_fifo_flush(fifo_);
+    g_fifo_free(fifo_);
+  }
+  Ring(const Ring&) = delete;
+  Ring& operator=(const Ring&) = delete;
+
+  void operate(uint8_t operation) {
+    logged.clear();
+    std::string expected;
+    if (operation < 0x90) {
+      expected = put();
+    } else if (operation < 0xf0) {
+      expected = get();
+    } else if (operation < 0xf8) {
+      REQUIRE_EQUAL(g_fifo_put(fifo_, nullptr), -1);
+      expected = "[CRITICAL] '_data != NULL' FAILED.\n";
+    } else {
+      REQUIRE_EQUAL(g_fifo_flush(fifo_), 0);
+      model_.clear();
+    }
+    REQUIRE_EQUAL(logged, expected);
+    compare();
+  }
+
+ private:
+  // Returns what is to be logged; so does get().
+  std::string put() {
+    void* const block = std::malloc(1);
+    const bool is_full = model_.size() == static_cast<size_t>(capacity_);
+    REQUIRE_EQUAL(g_fifo_put(fifo_, block), is_full ? -1 : 0);
+    if (!is_full) {
+      model_.push_back(block);
+      return "";
+    }
+    std::free(block);
+    return complaint(fifo_, "fifo(%p) is full, failed to put.");
+  }
+
+  std::string get() {
+    void* const taken = g_fifo_get(fifo_);
+    REQUIRE_EQUAL(taken, model_.empty() ? nullptr : model_.front());
+    std::free(taken);
+    if (model_.empty()) return complaint(fifo_, "fifo(%p) is empty, failed to get.");
+    model_.pop_front();
+    return "";
+  }
+
+  void compare() const {
+    const auto count = static_cast<int>(model_.size());
+    REQUIRE_EQUAL(g_fifo_count(fifo_), count);
+    REQUIRE_EQUAL(g_fifo_avail(fifo_), capacity_ - count);
+    REQUIRE_EQUAL(g_fifo_size(fifo_), capacity_);
+    REQUIRE_EQUAL(g_fifo_empty(fifo_), count == 0 ? 1 : 0);
+    REQUIRE_EQUAL(g_fifo_full(fifo_), count == capacity_ ? 1 : 0);
+  }
+
+  const int capacity_;
+  GFifo* const fifo_;
+  std::deque<void*> model_;
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -43,53 +112,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   g_debug_set_handler(note_line, nullptr);
   logged.clear();
   const auto capacity = static_cast<int>(static_cast<int8_t>(input.byte()));
-  GFifo* const fifo = g_fifo_new(capacity);
   if (capacity <= 0) {
-    REQUIRE(fifo == nullptr);
+    REQUIRE(g_fifo_new(capacity) == nullptr);
     REQUIRE_EQUAL(logged, std::string("[CRITICAL] 'max_buf > 0' FAILED.\n"));
     return 0;
   }
-  REQUIRE(fifo != nullptr);
-  std::deque<void*> model;
-  while (!input.empty()) {
-    const uint8_t operation = input.byte();
-    logged.clear();
-    std::string expected;
-    if (operation < 0x90) {
-      void* const block = std::malloc(1);
-      const bool full = model.size() == static_cast<size_t>(capacity);
-      REQUIRE_EQUAL(g_fifo_put(fifo, block), full ? -1 : 0);
-      if (full) {
-        std::free(block);
-        expected = complaint(fifo, "fifo(%p) is full, failed to put.");
-      } else {
-        model.push_back(block);
-      }
-    } else if (operation < 0xf0) {
-      void* const taken = g_fifo_get(fifo);
-      REQUIRE_EQUAL(taken, model.empty() ? nullptr : model.front());
-      if (model.empty()) {
-        expected = complaint(fifo, "fifo(%p) is empty, failed to get.");
-      } else {
-        model.pop_front();
-      }
-      std::free(taken);
-    } else if (operation < 0xf8) {
-      REQUIRE_EQUAL(g_fifo_put(fifo, nullptr), -1);
-      expected = "[CRITICAL] '_data != NULL' FAILED.\n";
-    } else {
-      REQUIRE_EQUAL(g_fifo_flush(fifo), 0);
-      model.clear();
-    }
-    REQUIRE_EQUAL(logged, expected);
-    const auto count = static_cast<int>(model.size());
-    REQUIRE_EQUAL(g_fifo_count(fifo), count);
-    REQUIRE_EQUAL(g_fifo_avail(fifo), capacity - count);
-    REQUIRE_EQUAL(g_fifo_size(fifo), capacity);
-    REQUIRE_EQUAL(g_fifo_empty(fifo), count == 0 ? 1 : 0);
-    REQUIRE_EQUAL(g_fifo_full(fifo), count == capacity ? 1 : 0);
-  }
-  g_fifo_flush(fifo);
-  g_fifo_free(fifo);
+  Ring ring(capacity);
+  while (!input.empty()) ring.operate(input.byte());
   return 0;
 }

@@ -182,7 +182,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         (operation & 0x80) != 0 ? (places & 15) % (lists.model.size() + 1) : 0;
     const size_t which = (places >> 4) % (lists.model.size() + 1);
     const int position = (places >> 4) - 2;
-    // Through the end of the list, a null pointer, only a list of its own can be made.
+    // Adding through the end of the list, a null pointer, makes a new list.
     const bool can_add = lists.model.empty() || from < lists.model.size();
     switch (operation % 9) {
       case 0:

@@ -23,6 +23,7 @@
 
 #include <unistd.h>
 
+#include "fuzz/conf/conf_lists.h"
 #include "fuzz/support/check.h"
 #include "fuzz/support/directory.h"
 #include "fuzz/support/input.h"
@@ -185,6 +186,53 @@ Model loaded(const std::string& bytes) {
   return model;
 }
 
+bool is_same(const std::string& one, const std::string& other) {
+  return lower(one) == lower(other);
+}
+
+// The last line of a section, its header or an entry; null where it has none.
+Line* last_of(std::vector<Line>& lines, const Section& section) {
+  Line* last = nullptr;
+  for (Line& line : lines) {
+    if (line.kind != Line::kOther && is_same(line.section, section.name)) last = &line;
+  }
+  return last;
+}
+
+// The last entry of that key, whose value holds; null where there is none.
+Line* entry_of(std::vector<Line>& lines, const Section& section, const Entry& entry) {
+  Line* found = nullptr;
+  for (Line& line : lines) {
+    if (line.kind == Line::kEntry && is_same(line.section, section.name) &&
+        is_same(line.key, entry.key)) {
+      found = &line;
+    }
+  }
+  return found;
+}
+
+// The line with another value, and the blanks before it kept.
+std::string with_value(const std::string& body, const std::string& value) {
+  size_t begin = body.find('=') + 1;
+  while (begin < body.size() &&
+         std::string_view(" \t\v\f\r").find(body[begin]) != std::string_view::npos) {
+    ++begin;
+  }
+  return body.substr(0, begin) + value;
+}
+
+bool is_in(const Line& line, Model& model) {
+  if (line.kind == Line::kHeader) return model.find(line.section) != nullptr;
+  if (line.kind == Line::kEntry) return model.find(line.section, line.key) != nullptr;
+  return true;
+}
+
+// Whether the text is empty or ends with an empty line.
+bool ends_empty(const std::string& text) {
+  const std::vector<Line> lines = lines_of(text);
+  return lines.empty() || (lines.back().body.empty() && !lines.back().end.empty());
+}
+
 // The text that a save makes of a text without NUL bytes.
 std::string edited(const std::string& text, Model model) {
   std::vector<Line> lines = lines_of(text);
@@ -192,45 +240,23 @@ std::string edited(const std::string& text, Model model) {
   if (is_open) lines.back().end = lines.size() > 1 ? lines[lines.size() - 2].end : "\n";
   const std::string last_end = lines.empty() ? "\n" : lines.back().end;
 
-  std::vector<bool> stays(lines.size(), true);
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (lines[i].kind == Line::kHeader) stays[i] = model.find(lines[i].section) != nullptr;
-    if (lines[i].kind == Line::kEntry) {
-      stays[i] = model.find(lines[i].section, lines[i].key) != nullptr;
-    }
-  }
+  std::vector<bool> stays;
+  for (const Line& line : lines) stays.push_back(is_in(line, model));
   std::vector<std::string> after(lines.size());
   std::string sections;
-  for (Section& section : model.sections) {
-    std::optional<size_t> anchor;
-    for (size_t i = 0; i < lines.size(); ++i) {
-      if (lines[i].kind != Line::kOther && lower(lines[i].section) == lower(section.name)) {
-        anchor = i;
-      }
-    }
+  for (const Section& section : model.sections) {
+    const Line* const anchor = last_of(lines, section);
     std::string added;
     for (const Entry& entry : section.entries) {
-      Line* taken = nullptr;
-      for (Line& line : lines) {
-        if (line.kind == Line::kEntry && lower(line.section) == lower(section.name) &&
-            lower(line.key) == lower(entry.key)) {
-          taken = &line;
-        }
-      }
+      Line* const taken = entry_of(lines, section, entry);
       if (taken == nullptr) {
-        added += entry.key + "=" + entry.value + (anchor ? lines[*anchor].end : last_end);
+        added += entry.key + "=" + entry.value + (anchor ? anchor->end : last_end);
       } else if (taken->value != entry.value) {
-        size_t begin = taken->body.find('=') + 1;
-        while (begin < taken->body.size() &&
-               std::string_view(" \t\v\f\r").find(taken->body[begin]) !=
-                   std::string_view::npos) {
-          ++begin;
-        }
-        taken->body = taken->body.substr(0, begin) + entry.value;
+        taken->body = with_value(taken->body, entry.value);
       }
     }
-    if (anchor) {
-      after[*anchor] += added;
+    if (anchor != nullptr) {
+      after[static_cast<size_t>(anchor - lines.data())] += added;
     } else if (!added.empty()) {
       sections += last_end + "[" + section.name + "]" + last_end + added;
     }
@@ -243,10 +269,7 @@ std::string edited(const std::string& text, Model model) {
     result += after[i];
   }
   if (!sections.empty()) {
-    const std::vector<Line> now = lines_of(result);
-    const bool needs_none =
-        now.empty() || (now.back().body.empty() && !now.back().end.empty());
-    result += needs_none ? sections.substr(last_end.size()) : sections;
+    result += ends_empty(result) ? sections.substr(last_end.size()) : sections;
   }
   if (is_open && result != before_last) result.resize(result.size() - last_end.size());
   return result;
@@ -465,23 +488,7 @@ class Session {
 
   void compare() {
     REQUIRE_EQUAL(conf_->dirty, dirty_ ? 1 : 0);
-    const GList* section_node = conf_->sections;
-    for (const Section& section : model_.sections) {
-      REQUIRE(section_node != nullptr);
-      const auto* const found = static_cast<const GConfSection*>(section_node->data);
-      REQUIRE_EQUAL(std::string(found->name), section.name);
-      const GList* entry_node = found->entries;
-      for (const Entry& entry : section.entries) {
-        REQUIRE(entry_node != nullptr);
-        const auto* const line = static_cast<const GConfEntry*>(entry_node->data);
-        REQUIRE_EQUAL(std::string(line->key), entry.key);
-        REQUIRE_EQUAL(std::string(line->value), entry.value);
-        entry_node = entry_node->next;
-      }
-      REQUIRE(entry_node == nullptr);
-      section_node = section_node->next;
-    }
-    REQUIRE(section_node == nullptr);
+    fuzz::compare_lists(conf_, model_.sections);
     REQUIRE(reported == expected_);
     reported.clear();
     expected_.clear();

@@ -147,64 +147,94 @@ void use_list(fuzz::Input& input) {
   g_callback_free(list);
 }
 
-void use_modules(fuzz::Input& input) {
-  std::map<int, Model> models;
-  bool has_registry = false;
-  executed_list = nullptr;
-  while (!input.empty()) {
+// The registry, and the model of each list in it.
+class Modules {
+ public:
+  Modules() { executed_list = nullptr; }
+  ~Modules() {
+    if (has_registry_) g_module_cleanup();
+  }
+
+  void operate(fuzz::Input& input) {
     const uint8_t operation = input.byte();
-    const uint8_t id = input.byte();
-    // A few that meet in a table, the ends of the range, and some at random.
-    const int module = id % 8 == 7   ? input.int32()
-                       : id % 8 == 6 ? (id & 8) != 0 ? INT32_MAX : INT32_MIN
-                                     : (id >> 4) * 16 - 32;
+    const int module = module_from(input);
     const Entry entry = entry_from(input);
-    const GCallbackFunc function = kFunctions[entry.function];
     switch (operation % 8) {
       case 0:
       case 1:
       case 2:
-        REQUIRE_EQUAL(
-            g_module_callback_register(module, function, entry.data, entry.priority),
-            has_registry ? 0 : -1);
-        if (has_registry) models[module].add(entry);
-        break;
+        return add(module, entry);
       case 3:
-        // Without a registry the id comes back.
-        REQUIRE_EQUAL(g_module_callback_cancel(module, function, entry.data),
-                      has_registry ? 0 : module);
-        if (models.count(module) != 0) models[module].remove(entry.function, entry.data);
-        break;
+        return cancel(module, entry);
       case 4:
-      case 5: {
-        executed_module = module;
-        calls.clear();
-        const int result = g_module_callback_execute(module, &calls);
-        std::string expected;
-        const bool has_list = has_registry && models.count(module) != 0;
-        REQUIRE_EQUAL(result, has_list ? models[module].execute(expected) : 0);
-        REQUIRE_EQUAL(calls, expected);
-        break;
-      }
+      case 5:
+        return execute(module);
       case 6:
-        if (has_registry) break;  // would be lost
+        if (has_registry_) return;  // would be lost
         REQUIRE_EQUAL(g_module_init(), 0);
-        has_registry = true;
-        break;
+        has_registry_ = true;
+        return;
       default:
-        // A list that there is checks the function, an absent one does not.
-        REQUIRE_EQUAL(g_module_callback_cancel(module, nullptr, nullptr),
-                      !has_registry               ? module
-                      : models.count(module) != 0 ? -1
-                                                  : 0);
-        if (operation < 0xe0) break;
-        g_module_cleanup();
-        has_registry = false;
-        models.clear();
-        break;
+        cancel_null(module);
+        if (operation >= 0xe0) clean_up();
     }
   }
-  if (has_registry) g_module_cleanup();
+
+ private:
+  // A few that meet in a table, the ends of the range, and some at random.
+  static int module_from(fuzz::Input& input) {
+    const uint8_t id = input.byte();
+    if (id % 8 == 7) return input.int32();
+    if (id % 8 == 6) return (id & 8) != 0 ? INT32_MAX : INT32_MIN;
+    return (id >> 4) * 16 - 32;
+  }
+
+  bool has_list(int module) const { return models_.count(module) != 0; }
+
+  void add(int module, const Entry& entry) {
+    REQUIRE_EQUAL(g_module_callback_register(module, kFunctions[entry.function], entry.data,
+                                             entry.priority),
+                  has_registry_ ? 0 : -1);
+    if (has_registry_) models_[module].add(entry);
+  }
+
+  // Without a registry the id comes back.
+  void cancel(int module, const Entry& entry) {
+    REQUIRE_EQUAL(g_module_callback_cancel(module, kFunctions[entry.function], entry.data),
+                  has_registry_ ? 0 : module);
+    if (has_list(module)) models_[module].remove(entry.function, entry.data);
+  }
+
+  // A list that is there checks the function, an absent one does not.
+  void cancel_null(int module) const {
+    REQUIRE_EQUAL(g_module_callback_cancel(module, nullptr, nullptr),
+                  !has_registry_     ? module
+                  : has_list(module) ? -1
+                                     : 0);
+  }
+
+  void execute(int module) {
+    executed_module = module;
+    calls.clear();
+    const int result = g_module_callback_execute(module, &calls);
+    std::string expected;
+    REQUIRE_EQUAL(result, has_list(module) ? models_[module].execute(expected) : 0);
+    REQUIRE_EQUAL(calls, expected);
+  }
+
+  void clean_up() {
+    g_module_cleanup();
+    has_registry_ = false;
+    models_.clear();
+  }
+
+  std::map<int, Model> models_;
+  bool has_registry_ = false;
+};
+
+void use_modules(fuzz::Input& input) {
+  Modules modules;
+  while (!input.empty()) modules.operate(input);
 }
 
 }  // namespace

@@ -8,13 +8,11 @@
 #include <groundwork/timer.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -25,51 +23,11 @@
 
 #include "fuzz/support/check.h"
 #include "fuzz/support/input.h"
+#include "tests/support/gate.h"
 
 namespace {
 
-// Where the service's thread waits between two passes.
-class Gate {
- public:
-  void close() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    is_closed_ = true;
-    arrivals_ = 0;
-  }
-  void open() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    is_closed_ = false;
-    changed_.notify_all();
-  }
-  void await_arrival() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return arrivals_ > 0; });
-  }
-  void pass() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const int before = arrivals_;
-    ++permits_;
-    changed_.notify_all();
-    changed_.wait(lock, [&] { return arrivals_ > before; });
-  }
-  void stop_here() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (!is_closed_) return;
-    ++arrivals_;
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return permits_ > 0 || !is_closed_; });
-    if (permits_ > 0) --permits_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool is_closed_ = false;
-  int arrivals_ = 0;
-  int permits_ = 0;
-};
-
-Gate gate;
+test::Gate gate;  // where the service's thread waits between two passes
 int64_t now = 0;  // microseconds; set while the thread waits
 
 }  // namespace
@@ -250,8 +208,7 @@ uint32_t called(uint32_t interval, Plan& plan) {
 
 // By id, as the library: another timer may have got the address of one that is gone.
 bool model_remove(const GTimerEntry* id) {
-  if (id == nullptr)
-    return false;  // also the entry of g_set_timer(), which has an id all the same
+  if (id == nullptr) return false;  // g_set_timer()'s entry, too, whose id nobody knows
   const auto found = std::find_if(world->entries.begin(), world->entries.end(),
                                   [&](const Entry& entry) { return entry.id == id; });
   if (found == world->entries.end()) return false;

@@ -50,7 +50,7 @@ bool happens(Condition condition) {
   return condition();
 }
 
-// Counts the copies of itself that live.
+// Counts its live copies.
 struct Counted {
   explicit Counted(std::atomic<int>& count) : alive(&count) { ++*alive; }
   Counted(const Counted& other) : alive(other.alive) { ++*alive; }
@@ -494,7 +494,7 @@ TEST(CppSafe, AnEventIsWaitedForWithALimit) {
   gw::Event event;
   EXPECT_FALSE(event.wait_for(1ms));
   const gw::Event::Ticket ticket = event.ticket();
-  EXPECT_FALSE(event.wait_for(ticket, -5s));  // below 0 is no time, not no limit
+  EXPECT_FALSE(event.wait_for(ticket, -5s));  // below 0 is no time, rather than no limit
   event.signal();
   EXPECT_TRUE(event.wait_for(ticket, 0ms));
   event.wait(ticket);

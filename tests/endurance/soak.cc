@@ -117,8 +117,8 @@ Counts count(int expected_threads) {
   return {heap_bytes(), resident_kib(), open_descriptors(), threads};
 }
 
-// A worker's own lines are counted. Of the library's there is one that may come: the thread
-// of the timers can start before their lock is there.
+// Counts the workers' own lines. One line of the library may come: the thread of the timers
+// can start before their lock exists.
 int take_line(const char* text, void* lines) {
   if (std::strncmp(text, "turn ", 5) == 0) {
     ++*static_cast<std::atomic<int>*>(lines);
@@ -128,7 +128,7 @@ int take_line(const char* text, void* lines) {
   return 0;
 }
 
-// A directory of this run's own, removed at its end.
+// The directory of this run, removed at its end.
 struct OwnDirectory {
   std::string path =
       std::string(std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "/tmp") +
@@ -170,7 +170,7 @@ void run_round(test::SoakRound& round, double seconds) {
   while (now() < end) g_delay(20);
   round.stopping = true;
   for (size_t i = 0; i < threads.size(); ++i) {
-    // Whoever waits for the event is woken until it has seen the end.
+    // Wakes a worker that waits for the event until it has seen the end.
     while (!jobs[i].done) {
       g_thread_event_broadcast(round.queue_filled);
       g_delay(2);
@@ -188,46 +188,39 @@ bool is_flat(const Counts& first, const Counts& last, bool emulated) {
          last.descriptors == first.descriptors && last.threads == first.threads;
 }
 
-}  // namespace
+// What all rounds came to.
+struct Outcome {
+  int rounds = 0;
+  double seconds = 0;
+  Counts first{};  // after the warm-up
+  Counts last{};
+};
 
-int main(int argc, char** argv) {
-  const double seconds = argc > 1 ? std::atof(argv[1]) : 0;
-  if (seconds <= 0) {
-    std::fprintf(stderr, "usage: soak SECONDS [emulated]\n");
-    return 2;
-  }
-  const bool emulated = argc > 2 && std::strcmp(argv[2], "emulated") == 0;
-  // The service of timers prints what it does; that is for other tests.
-  const int report = dup(1);
-  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
-
-  std::string body;
-  for (int i = 0; i < 200; ++i) body += "line " + std::to_string(i) + " of the body\n";
-  const OwnDirectory directory;
-  const std::string file = directory.path + "/body";
+// Runs rounds for so many seconds, at least two after the warm-up.
+Outcome run_rounds(double seconds, const std::string& directory, const std::string& body) {
+  const std::string file = directory + "/body";
   g_file_touch(file.c_str());
   g_file_write_buf(file.c_str(), body.data(), static_cast<int>(body.size()));
   const test::SoakServer server(body);
-  g_debug_set_handler(take_line, &test::soak_log_lines);
-  g_debug_set_level2(3);
-  url_add_modules(&URL_module_file, &URL_module_http, static_cast<URL_module*>(nullptr));
-
   const double started = now();
   const double round_seconds = std::clamp(seconds / 8, 0.25, 5.0);
   const int own_threads = entries("/proc/self/task");
-  int rounds = 0;
-  Counts first{};
-  Counts last{};
+  Outcome outcome;
   do {
     test::SoakRound round;
-    round.directory = directory.path;
+    round.directory = directory;
     round.url = server.url();
     round.body = body;
     run_round(round, round_seconds);
-    last = count(own_threads);
-    if (++rounds <= kWarmUpRounds) first = last;
-  } while (now() - started + round_seconds / 2 < seconds || rounds < kWarmUpRounds + 2);
+    outcome.last = count(own_threads);
+    if (++outcome.rounds <= kWarmUpRounds) outcome.first = outcome.last;
+  } while (now() - started + round_seconds / 2 < seconds ||
+           outcome.rounds < kWarmUpRounds + 2);
+  outcome.seconds = now() - started;
+  return outcome;
+}
 
+void report(int descriptor, const Outcome& outcome, bool is_outcome_flat) {
   long long turns = 0;
   std::string shares;
   for (auto* worker = test::soak_workers; worker->name != nullptr; ++worker) {
@@ -236,14 +229,40 @@ int main(int argc, char** argv) {
               std::to_string(worker->turns);
     SOAK_CHECK(worker->turns > 0);
   }
-  const bool flat = is_flat(first, last, emulated);
-  dprintf(report,
-          "soak: %.0f s, %d rounds, %lld turns, %d promises broken; heap %ld to %ld bytes, "
+  const Counts& first = outcome.first;
+  const Counts& last = outcome.last;
+  dprintf(descriptor,
+          "soak: %.0f s, %d rounds, %lld turns, %d failed checks; heap %ld to %ld bytes, "
           "resident %ld to %ld KiB, descriptors %d to %d, threads %d to %d: %s\n%s\n",
-          now() - started, rounds, turns, test::soak_failures.load(), first.heap_bytes,
-          last.heap_bytes, first.resident_kib, last.resident_kib, first.descriptors,
-          last.descriptors, first.threads, last.threads, flat ? "flat" : "NOT FLAT",
-          shares.c_str());
+          outcome.seconds, outcome.rounds, turns, test::soak_failures.load(),
+          first.heap_bytes, last.heap_bytes, first.resident_kib, last.resident_kib,
+          first.descriptors, last.descriptors, first.threads, last.threads,
+          is_outcome_flat ? "flat" : "NOT FLAT", shares.c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const double seconds = argc > 1 ? std::atof(argv[1]) : 0;
+  if (seconds <= 0) {
+    std::fprintf(stderr, "usage: soak SECONDS [emulated]\n");
+    return 2;
+  }
+  const bool is_emulated = argc > 2 && std::strcmp(argv[2], "emulated") == 0;
+  // The timer service prints what it does; other tests check that.
+  const int output = dup(1);
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
+
+  std::string body;
+  for (int i = 0; i < 200; ++i) body += "line " + std::to_string(i) + " of the body\n";
+  const OwnDirectory directory;
+  g_debug_set_handler(take_line, &test::soak_log_lines);
+  g_debug_set_level2(3);
+  url_add_modules(&URL_module_file, &URL_module_http, static_cast<URL_module*>(nullptr));
+
+  const Outcome outcome = run_rounds(seconds, directory.path, body);
+  const bool flat = is_flat(outcome.first, outcome.last, is_emulated);
+  report(output, outcome, flat);
   g_debug_set_handler(nullptr, nullptr);
   return flat && test::soak_failures == 0 ? 0 : 1;
 }

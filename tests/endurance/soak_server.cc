@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kStopCheckMs = 50;
 
-// Whether something can be read before the time is over.
+// Whether something can be read before the time runs out.
 bool readable(int fd, int timeout_ms) {
   pollfd wait{fd, POLLIN, 0};
   return poll(&wait, 1, timeout_ms) > 0;

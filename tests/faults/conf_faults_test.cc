@@ -38,7 +38,7 @@ void close_clean(GConf* conf) {
 }
 
 // A load that fails logs the path last. Without memory for a hash table or an index it
-// succeeds all the same: look-ups walk the list.
+// succeeds nevertheless: look-ups walk the list.
 void expect_loaded(const Pass& pass, GConf* conf, const std::string& path) {
   if (conf == nullptr) {
     EXPECT_TRUE(pass.struck());
@@ -116,7 +116,8 @@ void open_default(Pass& pass) {
   directory.write("groundwork-sweep.conf", kText);
   GConf* const conf = faulty(pass, [] { return g_conf_open(nullptr); });
   g_package_set_name("");
-  // A local file that cannot be seen or loaded leaves the system's, which is not there.
+  // If the local file cannot be found or loaded, the system's is tried, which does not
+  // exist.
   expect_loaded(pass, conf, "/etc/groundwork-sweep.conf");
   if (conf != nullptr) g_conf_close(conf);
 }
@@ -136,7 +137,7 @@ void expect_file(const Pass& pass, const std::string& previous) {
   if (pass.struck(Call::kOpen)) {
     EXPECT_EQ(text, previous);
   } else if (pass.struck(Call::kAllocation)) {
-    // Without a handle nothing is touched; without a buffer all is written.
+    // Without a handle nothing changes; without a buffer everything is written.
     EXPECT_TRUE(text == previous || text == kChanged);
   } else if (pass.struck_only(Call::kFcntl)) {
     EXPECT_TRUE(text.empty() || text == kChanged);  // emptied before it was to be locked

@@ -91,7 +91,7 @@ void log_to_handler(Pass& pass) {
     g_print("%s", "text");
     test_out();
   }
-  // A line that cannot be formatted is a line all the same.
+  // A line whose formatting fails is logged nevertheless.
   EXPECT_EQ(results[0], 7);
   EXPECT_EQ(results[1], 7);
   EXPECT_EQ(results[2], 1);
@@ -123,7 +123,7 @@ void choose_level(Pass& pass) {
     g_debug_set_level2(2);
     levels[1] = g_debug_get_level();
   }
-  // A marker that cannot be looked at is none.
+  // A marker whose status cannot be read does not count.
   if (pass.struck(Call::kStat) == 5) {
     EXPECT_EQ(levels[0], G_LOG_SILENT);
   }

@@ -101,7 +101,7 @@ enum class Call : unsigned char {
 };
 constexpr size_t kCalls = static_cast<size_t>(Call::kCount);
 
-// What happens instead of the call's work.
+// What happens instead of the call.
 struct Effect {
   enum Kind : unsigned char {
     kError,    // it fails with `error`
@@ -133,15 +133,15 @@ struct Faultable {
 };
 const Faultable& faultable(Call call);
 
-// --- The plan, of which there is one at a time.
+// --- The plan. There is one at a time.
 
 void begin_plan(const Fault& fault);
 void resume_plan();
 void pause_plan();
 void end_plan();
 
-// How often the function was called, and how often it came out otherwise than it would
-// have. For kAny all but memory count.
+// How often the function was called, and how often a fault changed its outcome. For kAny
+// all but memory count.
 int calls(Call call);
 int strikes(Call call);
 

@@ -8,10 +8,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
@@ -30,6 +28,7 @@
 #include <unistd.h>
 
 #include "faults/fault_plan.h"
+#include "support/next_function.h"
 #include "support/uncounted_allocations.h"
 
 using faults::Call;
@@ -38,16 +37,6 @@ using faults::is_library;
 using faults::strike;
 
 namespace {
-
-template <typename Function>
-Function* find_symbol(const char* symbol) {
-  const int kept = errno;
-  void* const found = dlsym(RTLD_NEXT, symbol);
-  Function* function = nullptr;
-  std::memcpy(&function, &found, sizeof function);
-  errno = kept;
-  return function;
-}
 
 // The C library's function; not a static local, whose guard would be a call more.
 #define NEXT(call, function) next_of<decltype(function), Call::call, false>()
@@ -58,7 +47,8 @@ Function* next_of() {
   Function* next = __atomic_load_n(&found, __ATOMIC_RELAXED);
   if (next == nullptr) {
     const faults::Faultable& function = faults::faultable(kCall);
-    next = find_symbol<Function>(kIsChecked ? function.checked_symbol : function.symbol);
+    next = test::next_function<Function>(kIsChecked ? function.checked_symbol
+                                                    : function.symbol);
     __atomic_store_n(&found, next, __ATOMIC_RELAXED);
   }
   return next;

@@ -39,7 +39,7 @@ struct Result {
   int error;
 };
 
-// Whether something was struck that no replacement gets past. A descriptor that cannot be
+// Whether a fault struck that every replacement must report. A descriptor that cannot be
 // closed, or a lock that cannot be released, may be of no importance.
 bool is_refused(const Pass& pass) {
   if (pass.struck(Call::kAllocation, Call::kOpenat, Call::kFstat, Call::kStat,
@@ -64,7 +64,7 @@ void expect_promise(const Pass& pass, const Result& result, const std::string& o
   if (result.value == 0) {
     EXPECT_EQ(pass.struck(Call::kFsync), 0);
   } else {
-    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_TRUE(pass.struck()) << "failed without a fault: " << result.error;
     EXPECT_TRUE(result.value != 1 || pass.struck(Call::kFsync) != 0);
     int error = pass.is_of_memory() ? ENOMEM : pass.error();
     if (pass.struck(Call::kFchown) != 0 && error == EINVAL) error = EPERM;
@@ -80,8 +80,8 @@ void expect_promise(const Pass& pass, const Result& result, const std::string& o
   EXPECT_EQ(status.st_uid, geteuid() == 0 ? 4321 : geteuid());
 }
 
-// Everything that a replacement may meet: a link, an owner and a mode of its own, and what
-// a power cut left.
+// Everything that a replacement may find: a link, an owner and a mode to keep, and what a
+// power cut left.
 void prepare(const WorkingDirectory& directory, const std::string& content) {
   directory.write("file", content);
   if (geteuid() == 0) {
@@ -184,7 +184,7 @@ void make_directory_with_parents(Pass& pass) {
     ASSERT_EQ(stat("a/b/c", &status), 0);
     EXPECT_TRUE(S_ISDIR(status.st_mode));
   } else {
-    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_TRUE(pass.struck()) << "failed without a fault: " << result.error;
     EXPECT_NE(result.error, 0);
     EXPECT_NE(result.error, EINTR);
   }
@@ -221,7 +221,7 @@ void remove_tree(Pass& pass) {
     EXPECT_EQ(result.value, 0);
   }
   if (result.value == -1) {
-    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_TRUE(pass.struck()) << "failed without a fault: " << result.error;
     EXPECT_NE(result.error, 0);
     if (pass.is_of_memory()) {
       EXPECT_EQ(result.error, ENOMEM);
@@ -253,7 +253,7 @@ std::string value_of(GConf* conf, const char* section, const char* key) {
   return g_conf_read_string(conf, section, key, "");
 }
 
-// Saved or not at all. What failed is done by the next save.
+// Saves completely or not at all. What failed is done by the next save.
 void save_conf(Pass& pass) {
   const WorkingDirectory directory;
   GConf* const conf = open_conf(directory);
@@ -275,7 +275,7 @@ void save_conf(Pass& pass) {
     EXPECT_EQ(pass.struck(Call::kFsync), 0);
   }
   if (result.value != 0) {
-    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_TRUE(pass.struck()) << "failed without a fault: " << result.error;
     EXPECT_NE(result.error, 0);
   }
   if (is_refused(pass)) {
@@ -315,7 +315,7 @@ void reload_conf(Pass& pass) {
   if (is_new) {
     EXPECT_EQ(result.value, 4);
   } else {
-    EXPECT_TRUE(pass.struck()) << "failed without a reason: " << result.error;
+    EXPECT_TRUE(pass.struck()) << "failed without a fault: " << result.error;
     EXPECT_NE(result.error, 0);
   }
   // Where all fail, each in its way, the file may only seem to end where it does.

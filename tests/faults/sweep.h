@@ -27,8 +27,8 @@ class Pass {
   Pass(const Pass&) = delete;
   Pass& operator=(const Pass&) = delete;
 
-  // How often this function, or all of these together, came out otherwise. Without an
-  // argument: whether any did.
+  // How often a fault changed the outcome of this function, or of all of these together.
+  // Without an argument: whether it changed any.
   int struck(Call call) const;
   template <typename... More>
   int struck(Call call, More... more) const {

@@ -25,7 +25,7 @@ extern "C" int g_scandir_time64(const char* path, GScandirFunc func, void* data)
 
 namespace {
 
-// What comes of moving `size` bytes.
+// The outcome of moving `size` bytes.
 int64_t transferred(const Pass& pass, bool is_struck, int64_t size) {
   if (!is_struck) return size;
   switch (pass.kind()) {
@@ -163,7 +163,7 @@ void read_whole(Pass& pass) {
   if (text != nullptr) {
     EXPECT_STREQ(text, "0123456789");
   } else if (pass.struck(Call::kStat) == 0) {
-    EXPECT_EQ(pass.reports(), 1);  // a file without a size is none, without a word
+    EXPECT_EQ(pass.reports(), 1);  // a file whose size is unknown gives null, silently
   }
   std::free(text);
 }
@@ -285,7 +285,7 @@ void move_map(Pass& pass) {
   if (map != nullptr) {
     const Since moving(pass);
     void* second = nullptr;
-    // A map that cannot be moved is gone.
+    // A map that cannot be moved is freed.
     map = faulty(pass, [&] { return g_file_remap(map, file, kPage, kPage, 0, &second); });
     EXPECT_EQ(map == nullptr, moving.struck(Call::kMmap));
     if (moving.struck(Call::kMunmap)) munmap(first, static_cast<size_t>(kPage));
@@ -299,7 +299,7 @@ void move_map(Pass& pass) {
       if (unmapping.struck(Call::kMunmap)) munmap(second, static_cast<size_t>(kPage));
     }
   }
-  close_file(pass, file);  // the caller's own still
+  close_file(pass, file);  // still owned by the caller
 }
 
 // --- Directories. Relative paths: a removal that fails may unlink what is on the way.
@@ -336,7 +336,7 @@ void make_directories(Pass& pass) {
     EXPECT_EQ(result, 0);
     EXPECT_EQ(access(path, F_OK), 0);
   }
-  // One that is said to exist, and does not, is missed by the next.
+  // If a directory is reported to exist and does not, the next mkdir() fails.
   if (result == 0 && !(pass.struck(Call::kMkdir) && pass.error() == EEXIST)) {
     EXPECT_EQ(access(path, F_OK), 0);
   }
@@ -374,8 +374,8 @@ void remove_tree(Pass& pass) {
   EXPECT_EQ(read_file("top/keep"), "kept");
 }
 
-// What is no directory on the way goes; not for want of descriptors or memory, which would
-// say nothing about it.
+// A component that is not a directory is removed, but not if descriptors or memory ran out:
+// that says nothing about the component.
 void remove_obstacle(Pass& pass) {
   const WorkingDirectory directory;
   directory.make("top");
@@ -432,14 +432,14 @@ void use_of_filesystem(Pass& pass) {
   EXPECT_GE(total, available);
 }
 
-// -1 when the file cannot be read, else as always.
+// -1 if the file cannot be read, else as without faults.
 template <typename Function>
 void expect_figure(Pass& pass, Function figure) {
   const int result = faulty(pass, figure);
   if (pass.struck(Call::kFopen, Call::kFgets)) {
     EXPECT_EQ(result, -1);
   } else if (result != -1 || pass.struck(Call::kAllocation) == 0) {
-    // Without memory for its buffer the stream reads all the same.
+    // Without memory for its buffer the stream still reads.
     EXPECT_EQ(result == -1, figure() == -1);
     EXPECT_LE(result, 100);
   }

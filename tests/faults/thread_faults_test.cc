@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kFew = 4;
 
-// Waits as long as a busy machine may need. Whether it came to be.
+// Waits as long as a busy machine may need. Returns whether it became true.
 template <typename Predicate>
 bool becomes(Predicate is_so) {
   for (int tries = 0; tries < 20000; ++tries) {
@@ -284,7 +284,7 @@ void delay(Pass& pass) {
     g_delay(3);
     return 0;
   });
-  // An interrupted sleep goes on for the rest.
+  // An interrupted sleep is resumed for the rest of its time.
   if (pass.struck(Call::kSelect) == 0 || pass.error() == EINTR) {
     EXPECT_GE(g_get_ticks() - before, 2u);
   }
@@ -297,8 +297,8 @@ uint32_t fire(uint32_t interval, void*) {
   return interval;
 }
 
-// Where the service runs and its clock goes, a timer fires; whatever happened, the clean-up
-// ends the service.
+// If the service runs and its clock advances, a timer fires. In any case the clean-up ends
+// the service.
 void use_timers(Pass& pass) {
   g_start_ticks();
   fired = 0;
@@ -368,7 +368,7 @@ void use_timeout(Pass& pass) {
     EXPECT_STREQ(pass.last_report(), "can't allocate space for a new timeout.");
     return;
   }
-  // Its thread may not have been startable.
+  // Its thread may have failed to start.
   if (pass.struck(Call::kPthreadCreate, Call::kAllocation) == 0) {
     EXPECT_TRUE(becomes([] { return fired > 0; }));
   }

@@ -119,7 +119,7 @@ void read_lines(Pass& pass) {
       EXPECT_STREQ(line, "second line");
     }
   }
-  // Whatever became of a line: it ends, and so does the next.
+  // However a line was read, it is terminated, and so is the next.
   for (int i = 0; i < 100; ++i) {
     if (faulty(pass, [&] { return url_gets(url, line, sizeof line); }) == nullptr) break;
   }
@@ -254,7 +254,7 @@ void expand_home(Pass& pass) {
   }
   EXPECT_STREQ(faulty(pass, [] { return url_expand_home_dir("~/a"); }), "/home/u/a");
   EXPECT_STREQ(faulty(pass, [] { return url_unexpand_home_dir("/home/u/a"); }), "~/a");
-  // Without memory the C library's look-up may lose some of its own.
+  // Without memory the C library's look-up may leak some of its own blocks.
   if (pass.is_of_memory()) return;
   const std::string expanded = faulty(pass, [] { return url_expand_home_dir("~root/a"); });
   EXPECT_EQ(expanded, pass.struck(Call::kGetpwnam) ? "~root/a" : "/root/a");

@@ -22,11 +22,11 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <langinfo.h>
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::LogCapture;
@@ -41,9 +41,8 @@ thread_local size_t formatter_bound = 0;  // of the last call
 }  // namespace
 
 extern "C" int vsnprintf(char* out, size_t bound, const char* fmt, va_list args) {
-  using Formatter = int (*)(char*, size_t, const char*, va_list);
   static const auto system_formatter =
-      reinterpret_cast<Formatter>(dlsym(RTLD_NEXT, "vsnprintf"));
+      test::next_function<decltype(vsnprintf)>("vsnprintf");
   ++formatter_calls;
   formatter_bound = bound;
   const int length = system_formatter(out, bound, fmt, args);
@@ -55,8 +54,8 @@ extern "C" int vsnprintf(char* out, size_t bound, const char* fmt, va_list args)
 static const char* decimal_point = nullptr;
 
 extern "C" char* nl_langinfo(nl_item item) {
-  using Query = char* (*)(nl_item);
-  static const auto system_query = reinterpret_cast<Query>(dlsym(RTLD_NEXT, "nl_langinfo"));
+  static const auto system_query =
+      test::next_function<decltype(nl_langinfo)>("nl_langinfo");
   if (item == RADIXCHAR && decimal_point != nullptr)
     return const_cast<char*>(decimal_point);
   return system_query(item);
@@ -565,7 +564,7 @@ TEST(Estimate, FollowsNoPointerAfterAConversionThatTakesMoreThanTheWalk) {
   // Here it takes the pointer for a width, which may be more memory than there is.
   formatted("%**$d|%s", 3, "abc", 4, 5);
 #if defined(__i386__)
-  // A long double of three words; the third is no pointer.
+  // A long double of three words; the third is not a pointer.
   estimate("%jf|%s", 0xc000'0000'0000'0000, 0x3fff, "abc");
 #endif
 }

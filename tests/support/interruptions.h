@@ -31,7 +31,7 @@ class Interruptions {
     handled() = 0;
     struct sigaction action = {};
     action.sa_handler = [](int) { ++handled(); };
-    sigaction(SIGUSR1, &action, &former_);
+    sigaction(SIGUSR1, &action, &previous_);
     thread_ = std::thread([this, waiting = pthread_self(), id = syscall(SYS_gettid)] {
       interrupt(waiting, id);
     });
@@ -39,7 +39,7 @@ class Interruptions {
   ~Interruptions() {
     is_over_ = true;
     thread_.join();
-    sigaction(SIGUSR1, &former_, nullptr);
+    sigaction(SIGUSR1, &previous_, nullptr);
     EXPECT_GT(handled(), 0) << "the call did not wait";
   }
   Interruptions(const Interruptions&) = delete;
@@ -75,7 +75,7 @@ class Interruptions {
   const int count_;
   std::function<void()> end_wait_;
   std::atomic<bool> is_over_{false};
-  struct sigaction former_ = {};
+  struct sigaction previous_ = {};
   std::thread thread_;
 };
 

@@ -9,10 +9,11 @@
 #include <cstdint>
 #include <ctime>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <sys/time.h>
+
+#include "support/next_function.h"
 
 #if __SIZEOF_LONG__ == 8 || !defined(__GLIBC__)
 // musl's headers know the 64-bit functions alone; it is their symbols that differ.
@@ -49,8 +50,7 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t*, pthread_mutex_t*,
 #endif
 
 // The C library's own function of a name that the test program also defines.
-#define NEXT_OF(function) \
-  reinterpret_cast<decltype(function)*>(dlsym(RTLD_NEXT, LIBRARY_NAME(function)))
+#define NEXT_OF(function) test::next_function<decltype(function)>(LIBRARY_NAME(function))
 
 // The symbol of a function that is given or takes a time.
 #define LIBRARY_NAME(function) LIBRARY_NAME_EXPANDED(function)

@@ -1,4 +1,4 @@
-// Whether a child of a process with threads may start threads of its own.
+// Whether a child of a process with threads may start threads.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_SUPPORT_THREADS_OF_CHILDREN_H

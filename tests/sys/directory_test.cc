@@ -18,7 +18,6 @@
 #include <vector>
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -29,6 +28,7 @@
 #include "support/allocation_faults.h"
 #include "support/descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
 #include "sys/trees.h"
 
@@ -66,8 +66,7 @@ int (*last_order)(const struct dirent64**, const struct dirent64**) = nullptr;
 extern "C" int scandir64(const char* path, struct dirent64*** entries,
                          int (*selector)(const struct dirent64*),
                          int (*order)(const struct dirent64**, const struct dirent64**)) {
-  static const auto real =
-      reinterpret_cast<decltype(&scandir64)>(dlsym(RTLD_NEXT, "scandir64"));
+  static const auto real = test::next_function<decltype(scandir64)>("scandir64");
   last_order = order;
   if (!invent_entries) return real(path, entries, selector, order);
   const size_t count = invented_entries.size();
@@ -83,8 +82,7 @@ extern "C" int scandir64(const char* path, struct dirent64*** entries,
 }
 
 extern "C" int mkdir(const char* path, mode_t mode) noexcept {
-  static const auto real =
-      reinterpret_cast<int (*)(const char*, mode_t)>(dlsym(RTLD_NEXT, "mkdir"));
+  static const auto real = test::next_function<decltype(mkdir)>("mkdir");
   if (watch_mkdir) made.emplace_back(path);
   return real(path, mode);
 }

@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -23,6 +22,7 @@
 #include "support/allocation_faults.h"
 #include "support/descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
 
 using test::AllocationFaults;
@@ -48,15 +48,13 @@ bool shorten_reads = false;  // by one byte
 
 // The library's calls come here: the test program's names go before the C library's.
 extern "C" off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept {
-  static const auto real =
-      reinterpret_cast<off64_t (*)(int, off64_t, int)>(dlsym(RTLD_NEXT, "lseek64"));
+  static const auto real = test::next_function<off64_t(int, off64_t, int)>("lseek64");
   if (watch_seeks) seeks.push_back({offset, whence});
   return real(descriptor, offset, whence);
 }
 
 extern "C" ssize_t read(int descriptor, void* buf, size_t size) {
-  static const auto real =
-      reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+  static const auto real = test::next_function<decltype(read)>("read");
   return real(descriptor, buf, shorten_reads && size > 0 ? size - 1 : size);
 }
 
@@ -713,7 +711,7 @@ TEST(FileDescriptors, RunningOutIsReported) {
 // A thread that ends within a call of the library: which call, and the blocks that it left.
 struct Leaver {
   std::string path;   // a named pipe, or what the call is to use
-  std::string other;  // beside it
+  std::string other;  // next to it
   void (*call)(const Leaver&);
   AllocationFaults* blocks = nullptr;
 };
@@ -762,7 +760,8 @@ TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
      [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
     {"opening to copy to", false,
      [](const Leaver& l) { g_file_copy(l.other.c_str(), l.path.c_str()); }},
-#if !defined(__SANITIZE_ADDRESS__)  // goes on guarding the buffer of the frame that is left
+// The address sanitizer would still guard the buffer of the frame that was left.
+#if !defined(__SANITIZE_ADDRESS__)
     {"reading a copy", true,
      [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
 #endif

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -18,6 +17,7 @@
 #include "support/allocation_faults.h"
 #include "support/descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
 
 using test::AllocationFaults;
@@ -45,8 +45,7 @@ int failing_write = 0;  // this call of write() is short by one byte
 
 // The library's calls come here: the test program's names go before the C library's.
 extern "C" ssize_t read(int descriptor, void* buf, size_t size) {
-  static const auto real =
-      reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+  static const auto real = test::next_function<decltype(read)>("read");
   if (!watch_reads) return real(descriptor, buf, size);
   if (failing_read != 0 && --failing_read == 0) {
     errno = EIO;
@@ -58,8 +57,7 @@ extern "C" ssize_t read(int descriptor, void* buf, size_t size) {
 }
 
 extern "C" ssize_t write(int descriptor, const void* buf, size_t size) {
-  static const auto real =
-      reinterpret_cast<ssize_t (*)(int, const void*, size_t)>(dlsym(RTLD_NEXT, "write"));
+  static const auto real = test::next_function<decltype(write)>("write");
   if (failing_write != 0 && --failing_write == 0) --size;
   return real(descriptor, buf, size);
 }

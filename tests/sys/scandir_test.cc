@@ -404,7 +404,7 @@ TEST(Scandir, ANameThatDoesNotFitIsPrintedCutWhereNothingHasThatName) {
   test::remove_deep_tree(tree);
 }
 
-// Kept: the cut name is asked what it is, the whole name is opened.
+// Kept: the cut name decides the type, the whole name is opened.
 TEST(Scandir, ACutNameThatLeadsToADirectoryIsPrintedWholeAndNotWalked) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";
@@ -590,7 +590,7 @@ TEST(ScandirStatus, TheProgramIsLinkedToTheWalkOfItsOwnLayout) {
 #ifdef __GLIBC__
   EXPECT_EQ(narrow == wide, sizeof(long) == 8);
 #else
-  EXPECT_EQ(narrow, wide);  // there is one layout
+  EXPECT_EQ(narrow, wide);  // there is only one layout
 #endif
 #if defined(GROUNDWORK_TEST_TIME64)
   EXPECT_EQ(sizeof(time_t), 8u);

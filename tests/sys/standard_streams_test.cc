@@ -13,13 +13,13 @@
 #include <string>
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include "support/closed_descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
 
 using test::Descriptors;
@@ -43,27 +43,22 @@ void look() {
   if (seen.empty()) seen = taken_outputs(*watched);
 }
 
-template <typename Function>
-Function* next_function(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 // The library's calls come here: the test program's names go before the C library's.
 extern "C" ssize_t read(int fd, void* buf, size_t size) {
   look();
-  return next_function<ssize_t(int, void*, size_t)>("read")(fd, buf, size);
+  return test::next_function<ssize_t(int, void*, size_t)>("read")(fd, buf, size);
 }
 
 extern "C" struct dirent64* readdir64(DIR* directory) {
   look();
-  return next_function<struct dirent64*(DIR*)>("readdir64")(directory);
+  return test::next_function<struct dirent64*(DIR*)>("readdir64")(directory);
 }
 
 extern "C" char* fgets(char* buf, int size, std::FILE* stream) {
   look();
-  return next_function<char*(char*, int, std::FILE*)>("fgets")(buf, size, stream);
+  return test::next_function<char*(char*, int, std::FILE*)>("fgets")(buf, size, stream);
 }
 
 namespace {

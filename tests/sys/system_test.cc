@@ -14,7 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -23,6 +22,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
 
 using test::AllocationFaults;
@@ -68,10 +68,8 @@ std::FILE* open_file(const char* path, const char* mode) {
 
 template <typename Status>
 int filesystem_status(const char* name, const char* path, Status* status) {
-  if (!filesystem) {
-    using Function = int (*)(const char*, Status*);
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name))(path, status);
-  }
+  if (!filesystem)
+    return test::next_function<int(const char*, Status*)>(name)(path, status);
   std::memset(status, 0, sizeof *status);
   status->f_blocks = static_cast<decltype(status->f_blocks)>(filesystem->blocks);
   status->f_bsize = static_cast<decltype(status->f_bsize)>(filesystem->block_size);

@@ -20,6 +20,7 @@
 #include "support/fake_clock.h"
 #include "support/library_sleep.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -69,7 +70,7 @@ Function* real(const char* name) {
     return reinterpret_cast<Function*>(found);
   }
 #endif
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+  return test::next_function<Function>(name);
 }
 
 int forced_or(int result) {
@@ -98,15 +99,15 @@ extern "C" int __pthread_cond_timedwait64(pthread_cond_t* cond, pthread_mutex_t*
                                           const LibraryTimespec* deadline) {
   const int result = result_for(deadline->tv_sec, deadline->tv_nsec);
   if (result >= 0) return result;
-  static auto* const function = reinterpret_cast<decltype(__pthread_cond_timedwait64)*>(
-      dlsym(RTLD_NEXT, "__pthread_cond_timedwait64"));
+  static auto* const function = test::next_function<decltype(__pthread_cond_timedwait64)>(
+      "__pthread_cond_timedwait64");
   return function(cond, mutex, deadline);
 }
 #endif
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const function = reinterpret_cast<decltype(pthread_mutex_lock)*>(
-      dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+  static auto* const function =
+      test::next_function<decltype(pthread_mutex_lock)>("pthread_mutex_lock");
   if (announces_locks) ++locks_announced;
   return function(mutex);
 }

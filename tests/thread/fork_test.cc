@@ -19,13 +19,13 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/next_function.h"
 #include "support/service_output.h"
 #include "support/threads_of_children.h"
 
@@ -41,7 +41,7 @@ std::atomic<void (*)()> on_creation{nullptr};
 extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
                               void* (*start)(void*), void* arg) noexcept {
   static auto* const function =
-      reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
+      test::next_function<decltype(pthread_create)>("pthread_create");
   if (auto* const action = on_creation.exchange(nullptr)) action();
   return function(id, attributes, start, arg);
 }

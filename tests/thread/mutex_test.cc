@@ -11,11 +11,11 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -29,11 +29,6 @@ namespace {
 thread_local int forced_result = 0;
 thread_local bool destroy_fails = false;
 
-template <typename Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 int forced() {
   errno = EPERM;
   return forced_result;
@@ -42,25 +37,26 @@ int forced() {
 }  // namespace
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const function = real<decltype(pthread_mutex_lock)>("pthread_mutex_lock");
+  static auto* const function =
+      test::next_function<decltype(pthread_mutex_lock)>("pthread_mutex_lock");
   return forced_result != 0 ? forced() : function(mutex);
 }
 
 extern "C" int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
   static auto* const function =
-      real<decltype(pthread_mutex_trylock)>("pthread_mutex_trylock");
+      test::next_function<decltype(pthread_mutex_trylock)>("pthread_mutex_trylock");
   return forced_result != 0 ? forced() : function(mutex);
 }
 
 extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
   static auto* const function =
-      real<decltype(pthread_mutex_unlock)>("pthread_mutex_unlock");
+      test::next_function<decltype(pthread_mutex_unlock)>("pthread_mutex_unlock");
   return forced_result != 0 ? forced() : function(mutex);
 }
 
 extern "C" int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
   static auto* const function =
-      real<decltype(pthread_mutex_destroy)>("pthread_mutex_destroy");
+      test::next_function<decltype(pthread_mutex_destroy)>("pthread_mutex_destroy");
   const int result = function(mutex);
   if (!destroy_fails) return result;
   errno = EBUSY;

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>
@@ -17,6 +16,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -36,11 +36,6 @@ std::atomic<pthread_t> asked_thread{};
 std::atomic<int> asked_policy{-1};
 std::atomic<int> asked_priority{-1};
 
-template <typename Function>
-Function* real(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
@@ -50,18 +45,19 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
     return EAGAIN;
   }
   asked_for_attributes = attributes != nullptr;
-  return real<decltype(pthread_create)>("pthread_create")(id, attributes, start, arg);
+  return test::next_function<decltype(pthread_create)>("pthread_create")(id, attributes,
+                                                                         start, arg);
 }
 
 extern "C" int pthread_join(pthread_t id, void** result) {
   ++joins;
-  const int error = real<decltype(pthread_join)>("pthread_join")(id, result);
+  const int error = test::next_function<decltype(pthread_join)>("pthread_join")(id, result);
   return ends_badly ? EINVAL : error;
 }
 
 extern "C" int pthread_cancel(pthread_t id) {
   ++cancellations;
-  const int error = real<decltype(pthread_cancel)>("pthread_cancel")(id);
+  const int error = test::next_function<decltype(pthread_cancel)>("pthread_cancel")(id);
   return ends_badly ? ESRCH : error;
 }
 
@@ -215,7 +211,7 @@ TEST(ThreadCreate, HandleMayBeFreedWhileTheThreadStarts) {
     sem_destroy(&done);
   }
   faults.disarm();
-  // Each has let go of its handle; the C library keeps a block with each stack that it
+  // Each has released its handle; the C library keeps a block with each stack that it
   // caches.
   EXPECT_LE(faults.outstanding(), 20);
 }
@@ -269,7 +265,7 @@ TEST(ThreadCancel, IsDeferredUntilACancellationPoint) {
   GThread* const thread = g_thread_create(
       [](void* arg) -> void* {
         auto* const s = static_cast<Shared*>(arg);
-        // Not a local: the address sanitizer would go on guarding it after the jump out.
+        // Not a local: the address sanitizer would still guard it after the jump out.
         pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &s->type);
         while (sem_trywait(&s->cancelled) != 0) sched_yield();
         s->went_on = true;

@@ -16,7 +16,6 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
@@ -26,6 +25,7 @@
 #include "support/fake_clock.h"
 #include "support/library_sleep.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -65,7 +65,7 @@ struct HeldStart {
 HeldStart held_start;
 
 // False when the sleep is to be real. Not inlined: a cancelled sleep leaves its caller's
-// frame by unwinding, and the address sanitizer would go on guarding locals there.
+// frame by unwinding, and the address sanitizer would still guard locals there.
 [[gnu::noinline]] bool simulate(int64_t seconds, int64_t nanoseconds) {
   const std::lock_guard<std::mutex> lock(sleeps.mutex);
   if (sleeps.clock == nullptr) return false;
@@ -91,7 +91,7 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
                               void* (*start)(void*), void* arg) noexcept {
   if (creation_fails) return EAGAIN;
   static auto* const function =
-      reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
+      test::next_function<decltype(pthread_create)>("pthread_create");
   ++live_threads;
   if (hold_next_start.exchange(false)) {
     held_start = {start, arg};
@@ -101,8 +101,7 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
 }
 
 extern "C" int pthread_join(pthread_t id, void** result) {
-  static auto* const function =
-      reinterpret_cast<decltype(pthread_join)*>(dlsym(RTLD_NEXT, "pthread_join"));
+  static auto* const function = test::next_function<decltype(pthread_join)>("pthread_join");
   const int error = function(id, result);
   if (error == 0) --live_threads;
   return error;
@@ -110,7 +109,7 @@ extern "C" int pthread_join(pthread_t id, void** result) {
 
 extern "C" int pthread_detach(pthread_t id) noexcept {
   static auto* const function =
-      reinterpret_cast<decltype(pthread_detach)*>(dlsym(RTLD_NEXT, "pthread_detach"));
+      test::next_function<decltype(pthread_detach)>("pthread_detach");
   const int error = function(id);
   if (error == 0) --live_threads;
   return error;
@@ -457,7 +456,7 @@ TEST(TimeoutFree, ImmediatelyAfterCreationThousandsOfTimes) {
   EXPECT_EQ(live_threads.load(), threads);
 }
 
-// Freed before its thread has come to it, a timeout is never called.
+// A timeout that is freed before its thread gets to it is never called.
 TEST(TimeoutFree, SetsTheIntervalToZeroWhichTheThreadLooksAtFirst) {
   Work work;
   hold_next_start = true;

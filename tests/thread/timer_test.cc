@@ -8,27 +8,26 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <random>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
 #include "support/fake_clock.h"
+#include "support/gate.h"
 #include "support/library_sleep.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -38,64 +37,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// Where the service's thread waits between two passes. Open, it sleeps as asked.
-class Gate {
- public:
-  void close() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    is_closed_ = true;
-    arrivals_ = 0;
-    permits_ = 0;
-  }
-
-  void open() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    is_closed_ = false;
-    changed_.notify_all();
-  }
-
-  // Waits until threads have come here so many times since the gate was closed.
-  void await_arrival(int count = 1) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return arrivals_ >= count; });
-  }
-
-  // Lets one thread through and waits until one is back.
-  void pass() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const int before = arrivals_;
-    ++permits_;
-    changed_.notify_all();
-    changed_.wait(lock, [&] { return arrivals_ > before; });
-  }
-
-  // Lets one thread through that will not come back.
-  void release() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ++permits_;
-    changed_.notify_all();
-  }
-
-  // False when the gate is open.
-  bool stop_here() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (!is_closed_) return false;
-    ++arrivals_;
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return permits_ > 0 || !is_closed_; });
-    if (permits_ > 0) --permits_;
-    return true;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool is_closed_ = false;
-  int arrivals_ = 0;
-  int permits_ = 0;
-};
-
-Gate gate;
+test::Gate gate;  // where the service's thread waits between two passes; open, it sleeps
 std::atomic<bool> creation_fails{false};
 std::atomic<int> detached_threads{0};
 std::function<void()> on_created;  // called before pthread_create() returns
@@ -113,7 +55,7 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
                               void* (*start)(void*), void* arg) noexcept {
   if (creation_fails) return 11;  // EAGAIN
   static auto* const function =
-      reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
+      test::next_function<decltype(pthread_create)>("pthread_create");
   const int result = function(id, attributes, start, arg);
   if (on_created) on_created();
   return result;
@@ -121,7 +63,7 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
 
 extern "C" int pthread_detach(pthread_t id) noexcept {
   static auto* const function =
-      reinterpret_cast<decltype(pthread_detach)*>(dlsym(RTLD_NEXT, "pthread_detach"));
+      test::next_function<decltype(pthread_detach)>("pthread_detach");
   ++detached_threads;
   return function(id);
 }

@@ -12,9 +12,9 @@
 #endif
 
 #include "url/faked_calls.h"
+#include "support/next_function.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 
@@ -37,14 +37,6 @@ constexpr char kIoctl[] = "ioctl";
 
 thread_local test::FakedCalls* faked = nullptr;
 
-template <typename Function>
-Function* real(const char* name) {
-  void* const found = dlsym(RTLD_NEXT, name);
-  Function* function = nullptr;
-  std::memcpy(&function, &found, sizeof function);
-  return function;
-}
-
 }  // namespace
 
 namespace test {
@@ -58,7 +50,8 @@ FakedCalls::~FakedCalls() {
 }
 
 hostent* real_gethostbyname2(const char* name, int family) {
-  static auto* const function = real<hostent*(const char*, int)>("gethostbyname2");
+  static auto* const function =
+      test::next_function<hostent*(const char*, int)>("gethostbyname2");
 #ifndef __GLIBC__
   const test::UncountedAllocations uncounted;  // musl keeps the record for its next call
 #endif
@@ -66,22 +59,24 @@ hostent* real_gethostbyname2(const char* name, int family) {
 }
 
 int real_socket(int family, int type, int protocol) {
-  static auto* const function = real<int(int, int, int)>("socket");
+  static auto* const function = test::next_function<int(int, int, int)>("socket");
   return function(family, type, protocol);
 }
 
 int real_connect(int fd, const sockaddr* address, socklen_t length) {
-  static auto* const function = real<int(int, const sockaddr*, socklen_t)>("connect");
+  static auto* const function =
+      test::next_function<int(int, const sockaddr*, socklen_t)>("connect");
   return function(fd, address, length);
 }
 
 int real_poll(pollfd* fds, nfds_t count, int timeout) {
-  static auto* const function = real<int(pollfd*, nfds_t, int)>("poll");
+  static auto* const function = test::next_function<int(pollfd*, nfds_t, int)>("poll");
   return function(fds, count, timeout);
 }
 
 ssize_t real_send(int fd, const void* buf, size_t n, int flags) {
-  static auto* const function = real<ssize_t(int, const void*, size_t, int)>("send");
+  static auto* const function =
+      test::next_function<ssize_t(int, const void*, size_t, int)>("send");
   return function(fd, buf, n, flags);
 }
 
@@ -161,7 +156,8 @@ extern "C" ssize_t send(int fd, const void* buf, size_t n, int flags) {
 extern "C" int getsockopt(int fd, int level, int name, void* value,
                           socklen_t* size) noexcept {
   if (faked == nullptr || !faked->getsockopt) {
-    static auto* const function = real<int(int, int, int, void*, socklen_t*)>(kGetsockopt);
+    static auto* const function =
+        test::next_function<int(int, int, int, void*, socklen_t*)>(kGetsockopt);
     return function(fd, level, name, value, size);
   }
   return faked->getsockopt(fd, level, name, value, size);
@@ -179,7 +175,7 @@ extern "C" int ioctl(int fd, IoctlRequest request, ...) noexcept {
   void* const argument = va_arg(args, void*);
   va_end(args);
   if (faked == nullptr || !faked->ioctl) {
-    static auto* const function = real<int(int, IoctlRequest, ...)>(kIoctl);
+    static auto* const function = test::next_function<int(int, IoctlRequest, ...)>(kIoctl);
     return function(fd, request, argument);
   }
   return faked->ioctl(fd, request, argument);

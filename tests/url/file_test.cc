@@ -19,20 +19,16 @@
 #include <utility>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
+#include "url/errors.h"
 
 namespace {
-
-template <typename Function>
-Function* next_function(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 // Calls since reset(), and bytes of a file that cannot be read, as on a damaged disk: reads
 // end before them, and fail when they begin in them.
@@ -54,14 +50,14 @@ void reset_traffic() {
 }  // namespace
 
 extern "C" off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
-  static auto* const real = next_function<off64_t(int, off64_t, int)>("lseek64");
+  static auto* const real = test::next_function<off64_t(int, off64_t, int)>("lseek64");
   ++traffic.seeks;
   return real(fd, offset, whence);
 }
 
 extern "C" ssize_t read(int fd, void* buf, size_t n) {
-  static auto* const real = next_function<ssize_t(int, void*, size_t)>("read");
-  static auto* const seek = next_function<off64_t(int, off64_t, int)>("lseek64");
+  static auto* const real = test::next_function<ssize_t(int, void*, size_t)>("read");
+  static auto* const seek = test::next_function<off64_t(int, off64_t, int)>("lseek64");
   ++traffic.reads;
   traffic.largest_read = std::max(traffic.largest_read, n);
   if (traffic.interruptions > 0) {
@@ -84,7 +80,7 @@ extern "C" ssize_t read(int fd, void* buf, size_t n) {
 }
 
 extern "C" int close(int fd) {
-  static auto* const real = next_function<int(int)>("close");
+  static auto* const real = test::next_function<int(int)>("close");
   const int result = real(fd);
   if (traffic.closing_error != 0) errno = traffic.closing_error;
   return result;
@@ -92,20 +88,9 @@ extern "C" int close(int fd) {
 
 namespace {
 
-constexpr int32_t kOtherError = 4711;  // what `url_errno` and `errno` hold before a call
-constexpr int kOtherErrno = 42;
-
-void set_errors() {
-  url_errno = kOtherError;
-  errno = kOtherErrno;
-}
-
-#define EXPECT_ERRORS(code, number) \
-  do {                              \
-    const int error_now = errno;    \
-    EXPECT_EQ(error_now, (number)); \
-    EXPECT_EQ(url_errno, (code));   \
-  } while (0)
+using test::kOtherErrno;
+using test::kOtherError;
+using test::set_errors;
 
 URL_file& file_of(URL url) {
   return *reinterpret_cast<URL_file*>(url);
@@ -697,7 +682,7 @@ TEST_F(FileStream, RecordsOfOneLengthAreReadWithoutSteppingBack) {
   EXPECT_EQ(traffic.largest_read, 100u);
   EXPECT_EQ(traffic.seeks, 0);
   EXPECT_EQ(position_of(url), 100 * kLines);
-  // Lines of other lengths are found all the same.
+  // Lines of other lengths are found nevertheless.
   ASSERT_EQ(url_gets(url, buf, 512), buf);
   EXPECT_EQ(buf, std::string(150, 'y') + "\n");
   EXPECT_EQ(position_of(url), 100 * kLines + 151);
@@ -720,7 +705,7 @@ TEST_F(FileStream, LinesOfStandardInputAreReadByteByByte) {
 
 TEST_F(FileStream, LinesOfWhatTheKernelMakesUpAreReadByteByByte) {
   const URL url = open("/proc/version");
-  url_set_readlimit(url, -1);  // its size cannot be had by seeking
+  url_set_readlimit(url, -1);  // its size cannot be found by seeking
   char buf[4] = "";
   reset_traffic();
   url_gets(url, buf, 4);

@@ -840,7 +840,7 @@ TEST_F(HttpHeaders, AStreamThatEndsInsideThemIsEmpty) {
   }
 }
 
-// What comes after the part that was read would be taken for the body.
+// Otherwise whatever follows the part already read would be taken for the body.
 TEST_F(HttpHeaders, AResetInsideThemFailsTheOpening) {
   for (const char* const headers : {"X: 1\r\n", "X: 1\r\nContent-Length: 5\r\nY:"}) {
     ScriptedServer server([headers](Connection& connection) {
@@ -1132,7 +1132,7 @@ TEST_F(HttpFailure, NothingLeaksAndNothingIsPrintedOnAnyOfThem) {
 TEST_F(HttpFailure, OfAnyAllocationGivesNullAndLeaksNothing) {
   ScriptedServer server("HTTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nbody");
   const std::string text = server.url("/x");
-  // What the resolver keeps from its first look-up on is no leak.
+  // What the resolver keeps after its first look-up is not a leak.
   url_close(url_http_open(text.c_str()));
   const int before = open_descriptors();
   test::for_each_failed_allocation([&](AllocationFaults& faults) {

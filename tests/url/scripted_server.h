@@ -23,9 +23,9 @@ class Connection {
  public:
   explicit Connection(int fd) : fd_(fd) {}
 
-  // Up to and including the empty line, or to the end of what the client sends.
+  // Up to and including the empty line, or to the end of the client's data.
   void read_request();
-  // To the end of what the client sends: it has closed its sending side.
+  // To the end of the client's data: the client has closed its sending side.
   void read_to_end();
   void send(std::string_view text);
   // Sends the text in single bytes, each in a segment of its own.
@@ -43,7 +43,7 @@ class Connection {
   std::string received_;
 };
 
-// Plays its script once for each connection, one after the other, on a thread of its own.
+// Runs its script once for each connection, one after the other, on its own thread.
 class ScriptedServer {
  public:
   using Script = std::function<void(Connection&)>;
@@ -75,6 +75,17 @@ class ScriptedServer {
   size_t accepted_ = 0;                // guarded by mutex_
   std::vector<std::string> requests_;  // guarded by mutex_
   std::thread thread_;
+};
+
+// Sends only this, and then waits until the client has gone.
+class SilentServer : public ScriptedServer {
+ public:
+  explicit SilentServer(const std::string& said)
+      : ScriptedServer([said](Connection& connection) {
+          connection.read_request();
+          connection.send(said);
+          connection.read_to_end();
+        }) {}
 };
 
 // A port of 127.0.0.1 on which nothing listens.

@@ -170,7 +170,7 @@ def main():
     if len(sys.argv) < 3:
         sys.exit("usage: servers_test.py BIG_MIB COMMAND...")
     require_programs()
-    # Ended by the test driver's time limit: the servers are stopped all the same.
+    # Ended by the test driver's time limit: the servers are stopped in that case, too.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     with tempfile.TemporaryDirectory(prefix="groundwork-servers-") as folder:
         served = write_served_files(folder, int(sys.argv[1]))

@@ -22,7 +22,7 @@
 using test::Connection;
 using test::DeafServer;
 using test::Interruptions;
-using test::ScriptedServer;
+using test::SilentServer;
 using test::TemporaryDirectory;
 
 namespace {
@@ -123,18 +123,7 @@ TEST(InterruptedConnection, WritingToASocketFails) {
   close(ends[1]);
 }
 
-// A server that says only this and then waits until the client has gone.
-class SilentServer : public ScriptedServer {
- public:
-  explicit SilentServer(const std::string& said)
-      : ScriptedServer([said](Connection& connection) {
-          connection.read_request();
-          connection.send(said);
-          connection.read_to_end();
-        }) {}
-};
-
-// At each place before the body: what is left of the headers is no body.
+// At each place before the body, so that the rest of the headers is never read as the body.
 TEST(InterruptedHttp, OpeningFailsWithinStatusAndHeaders) {
   for (const char* const said :
        {"", "HTTP/1.0 2", "HTTP/1.0 200 OK\r\n", "HTTP/1.0 200 OK\r\nContent-Le",

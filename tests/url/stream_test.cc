@@ -1,5 +1,5 @@
-// The generic operations, over streams that the test scripts: with and without each slot,
-// every call noted with what it was asked.
+// The generic operations, over streams that a test scripts: with and without each slot.
+// Each call of a slot is recorded with its arguments.
 //
 // SPDX-License-Identifier: MIT
 
@@ -20,35 +20,18 @@
 #include <vector>
 
 #include "support/allocation_faults.h"
+#include "url/errors.h"
 
 namespace {
 
 using Calls = std::vector<std::string>;
 
-constexpr int32_t kOtherError = 4711;  // what `url_errno` and `errno` hold before a call
-constexpr int kOtherErrno = 42;
+using test::kOtherErrno;
+using test::kOtherError;
+using test::set_errors;
 
-void set_errors() {
-  url_errno = kOtherError;
-  errno = kOtherErrno;
-}
-
-#define EXPECT_ERRORS_UNTOUCHED()      \
-  do {                                 \
-    const int error_now = errno;       \
-    EXPECT_EQ(error_now, kOtherErrno); \
-    EXPECT_EQ(url_errno, kOtherError); \
-  } while (0)
-
-#define EXPECT_ERRORS(code, number) \
-  do {                              \
-    const int error_now = errno;    \
-    EXPECT_EQ(error_now, (number)); \
-    EXPECT_EQ(url_errno, (code));   \
-  } while (0)
-
-// A stream over `content`. Each slot does its work and notes its call in `calls`, with "!"
-// when the errors were not clear.
+// A stream over `content`. Each slot does its work and records its call in `calls`, with
+// "!" if the errors were not cleared.
 struct Script {
   URL_record common;
   std::string* content;
@@ -997,7 +980,7 @@ TEST(UrlSeekByReading, RefusesAnAbsoluteMoveFromAnUnknownPosition) {
   url->tell = [](URL) -> int64_t { return -1; };
   EXPECT_EQ(url_seek(url, 2, SEEK_SET), -1);
   EXPECT_ERRORS(1, EPERM);
-  EXPECT_EQ(url_seek(url, 2, SEEK_CUR), -1);  // moves all the same
+  EXPECT_EQ(url_seek(url, 2, SEEK_CUR), -1);  // moves nevertheless
   EXPECT_EQ(url.position(), 2u);
   EXPECT_ERRORS(URLERR_NONE, 0);
 }
