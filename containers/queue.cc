@@ -38,9 +38,8 @@ struct GQueue {
   GQueueHoldFunc release_func;
   std::atomic<uint32_t> count;  // written under mutex, read anywhere
   // Callers know the fields above.
-  std::atomic<GList*>
-      spare;             // linked by next; changed under mutex, compared to null anywhere
-  uint32_t spare_count;  // guarded by mutex
+  std::atomic<GList*> spare;  // linked by next; written under mutex, read anywhere
+  uint32_t spare_count;       // guarded by mutex
 };
 static_assert(offsetof(GQueue, tail) == sizeof(void*) &&
               offsetof(GQueue, mutex) == 2 * sizeof(void*) &&
@@ -208,7 +207,7 @@ struct Clearing {
   GList* rest;  // the nodes from here on are not released yet
 };
 
-// Drops the released nodes, and those that are kept, and unlocks, at the end of the clearing
+// Drops the released nodes and those that are kept, and unlocks, at the end of the clearing
 // or of its thread.
 void drop_released(void* under_way) {
   const auto* const clearing = static_cast<const Clearing*>(under_way);

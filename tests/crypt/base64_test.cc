@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "support/log_capture.h"
 
 using test::check_line;
@@ -204,6 +207,21 @@ TEST(Base64Encode, AlignmentDoesNotMatter) {
       EXPECT_EQ(std::string(dest + to), rfc4648(bytes.substr(from, 99)));
     }
   }
+}
+
+// A source in front of memory that must not be read.
+TEST(Base64Encode, NothingIsReadBeyondTheSource) {
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  void* const pages =
+      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  char* const end = static_cast<char*>(pages) + page;
+  ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+  char dest[200];
+  for (int length = 0; length <= 100; ++length) {
+    EXPECT_EQ(g_crypt_base64_encode(end - length, dest, length), (length + 2) / 3 * 4);
+  }
+  munmap(pages, 2 * page);
 }
 
 TEST(Base64Decode, KnownTexts) {
