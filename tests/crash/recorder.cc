@@ -60,10 +60,12 @@ Function* next_function(const char* name) {
 
 // The C library's own function. On 32-bit targets those with offsets and times of 64 bits
 // have names of their own, which the headers give to this source, as to the library.
-#if __SIZEOF_LONG__ == 4
-#define NEXT64(function, symbol) next_function<decltype(function)>(symbol)
+#if __SIZEOF_LONG__ == 8
+#define NEXT64(function, glibc, musl) next_function<decltype(function)>(#function)
+#elif defined(__GLIBC__)
+#define NEXT64(function, glibc, musl) next_function<decltype(function)>(glibc)
 #else
-#define NEXT64(function, symbol) next_function<decltype(function)>(#function)
+#define NEXT64(function, glibc, musl) next_function<decltype(function)>(musl)
 #endif
 #define NEXT(function) next_function<decltype(function)>(#function)
 
@@ -73,7 +75,8 @@ std::string watched_name(int at, const char* path) {
   const char* const slash = std::strrchr(path, '/');
   const std::string parent = slash == nullptr ? "." : std::string(path, slash + 1);
   struct stat status;
-  if (NEXT64(fstatat, "__fstatat64_time64")(at, parent.c_str(), &status, 0) != 0 ||
+  if (NEXT64(fstatat, "__fstatat64_time64", "__fstatat_time64")(at, parent.c_str(), &status,
+                                                                0) != 0 ||
       status.st_dev != watched_directory.st_dev ||
       status.st_ino != watched_directory.st_ino) {
     return {};
@@ -141,7 +144,7 @@ void written(int descriptor, const void* data, ssize_t count, size_t offset) {
 void synced(int descriptor, Step::Kind kind) {
   if (!is_recording) return;
   struct stat status;
-  if (NEXT64(fstat, "__fstat64_time64")(descriptor, &status) == 0 &&
+  if (NEXT64(fstat, "__fstat64_time64", "__fstat_time64")(descriptor, &status) == 0 &&
       S_ISDIR(status.st_mode)) {
     if (status.st_dev == watched_directory.st_dev &&
         status.st_ino == watched_directory.st_ino) {
@@ -199,14 +202,14 @@ extern "C" {
 int open(const char* path, int flags, ...) {
   MODE_OF(flags, mode);
   count_call();
-  return opened(NEXT64(open, "open64")(path, flags, mode), AT_FDCWD, path, flags);
+  return opened(NEXT64(open, "open64", "open")(path, flags, mode), AT_FDCWD, path, flags);
 }
 
 int openat(int directory, const char* path, int flags, ...) {
   MODE_OF(flags, mode);
   count_call();
-  return opened(NEXT64(openat, "openat64")(directory, path, flags, mode), directory, path,
-                flags);
+  return opened(NEXT64(openat, "openat64", "openat")(directory, path, flags, mode),
+                directory, path, flags);
 }
 
 int close(int descriptor) {
@@ -233,14 +236,15 @@ ssize_t write(int descriptor, const void* data, size_t size) {
 
 ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset) {
   count_call();
-  const ssize_t count = NEXT64(pwrite, "pwrite64")(descriptor, data, size, offset);
+  const ssize_t count =
+      NEXT64(pwrite, "pwrite64", "pwrite")(descriptor, data, size, offset);
   written(descriptor, data, count, static_cast<size_t>(offset));
   return count;
 }
 
 off_t lseek(int descriptor, off_t offset, int whence) noexcept {
   count_call();
-  const off_t result = NEXT64(lseek, "lseek64")(descriptor, offset, whence);
+  const off_t result = NEXT64(lseek, "lseek64", "lseek")(descriptor, offset, whence);
   if (file_of(descriptor) != kNoFile && result >= 0) {
     position[static_cast<size_t>(descriptor)] = static_cast<size_t>(result);
   }
@@ -258,7 +262,7 @@ ssize_t read(int descriptor, void* data, size_t size) {
 
 int ftruncate(int descriptor, off_t size) noexcept {
   count_call();
-  const int result = NEXT64(ftruncate, "ftruncate64")(descriptor, size);
+  const int result = NEXT64(ftruncate, "ftruncate64", "ftruncate")(descriptor, size);
   if (result == 0 && file_of(descriptor) != kNoFile) {
     add({.kind = Step::kResize,
          .file = file_of(descriptor),
@@ -286,7 +290,8 @@ int fchown(int descriptor, uid_t user, gid_t group) noexcept {
 
 int futimens(int descriptor, const struct timespec* times) noexcept {
   count_call();
-  const int result = NEXT64(futimens, "__futimens64")(descriptor, times);
+  const int result =
+      NEXT64(futimens, "__futimens64", "__futimens_time64")(descriptor, times);
   if (result == 0) {
     attributes_set(descriptor, "times " + std::to_string(times[0].tv_sec) + " " +
                                    std::to_string(times[1].tv_sec));
@@ -359,17 +364,18 @@ int flock(int descriptor, int operation) noexcept {
 
 int stat(const char* path, struct stat* status) noexcept {
   count_call();
-  return NEXT64(stat, "__stat64_time64")(path, status);
+  return NEXT64(stat, "__stat64_time64", "__stat_time64")(path, status);
 }
 
 int fstat(int descriptor, struct stat* status) noexcept {
   count_call();
-  return NEXT64(fstat, "__fstat64_time64")(descriptor, status);
+  return NEXT64(fstat, "__fstat64_time64", "__fstat_time64")(descriptor, status);
 }
 
 int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
   count_call();
-  return NEXT64(fstatat, "__fstatat64_time64")(directory, path, status, flags);
+  return NEXT64(fstatat, "__fstatat64_time64", "__fstatat_time64")(directory, path, status,
+                                                                   flags);
 }
 
 ssize_t readlinkat(int directory, const char* path, char* target, size_t size) noexcept {
@@ -383,7 +389,8 @@ int fcntl(int descriptor, int command, ...) {
   void* const argument = va_arg(args, void*);
   va_end(args);
   count_call();
-  const int result = NEXT64(fcntl, "__fcntl_time64")(descriptor, command, argument);
+  const int result =
+      NEXT64(fcntl, "__fcntl_time64", "fcntl")(descriptor, command, argument);
   EXPECT_TRUE(command != F_DUPFD_CLOEXEC || file_of(descriptor) == kNoFile)
       << "not recorded";
   return result;

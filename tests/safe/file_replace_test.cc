@@ -119,9 +119,17 @@ extern "C" int close(int descriptor) {
 }
 
 // On 32-bit targets the library's struct stat has 64-bit times.
+#if __SIZEOF_LONG__ == 8
+constexpr char kStat[] = "stat";
+#elif defined(__GLIBC__)
+constexpr char kStat[] = "__stat64_time64";
+#else
+constexpr char kStat[] = "__stat_time64";
+#endif
+
 extern "C" int stat(const char* path, struct stat* status) noexcept {
-  static const auto real = reinterpret_cast<int (*)(const char*, struct stat*)>(
-      dlsym(RTLD_NEXT, sizeof(long) == 4 ? "__stat64_time64" : "stat"));
+  static const auto real =
+      reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, kStat));
   if (is_watching && stat_error != 0) {
     errno = stat_error;
     return -1;
