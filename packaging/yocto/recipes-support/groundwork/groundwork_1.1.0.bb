@@ -7,7 +7,8 @@ SECTION = "libs"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=a85952c27373f0a239ad73fdb089eef2"
 
-# The sources around this layer. For a release give its archive in SRC_URI instead.
+# Builds the source tree that this layer is part of. For a release, name its archive in SRC_URI
+# instead.
 inherit externalsrc
 EXTERNALSRC = "${@os.path.realpath(d.getVar('THISDIR') + '/../../../..')}"
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
@@ -21,7 +22,7 @@ PACKAGECONFIG[url] = "-DGROUNDWORK_URL=ON,-DGROUNDWORK_URL=OFF"
 PACKAGECONFIG[safe] = "-DGROUNDWORK_SAFE=ON,-DGROUNDWORK_SAFE=OFF"
 PACKAGECONFIG[tools] = "-DGROUNDWORK_TOOLS=ON,-DGROUNDWORK_TOOLS=OFF"
 # The ptest is groundwork-selftest, the suite as one static program for 32-bit machines, and needs
-# GoogleTest's sources (1.12 or newer): the folder is named in a layer or in local.conf. Without it
+# GoogleTest's sources (1.12 or newer): name their folder in a layer or in local.conf. Without it
 # there is none.
 GROUNDWORK_GOOGLETEST_DIR ??= ""
 PACKAGECONFIG[selftest] = "-DBUILD_TESTING=ON,-DBUILD_TESTING=OFF"
@@ -36,7 +37,7 @@ do_install_ptest() {
     fi
 }
 
-# Tested with glibc alone.
+# The recipe is tested only with glibc.
 COMPATIBLE_HOST:libc-musl = "null"
 
 PACKAGE_BEFORE_PN = "${PN}-tools"
