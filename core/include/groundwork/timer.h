@@ -308,6 +308,7 @@ G_API GTimerEntry* g_add_timer_ex(int interval, GTimerCallback callback, void* p
  *   return interval;
  * }
  *
+ * g_start_ticks();
  * if (g_timer_init() != 0) return 1;
  * GTimerEntry *id = g_add_timer(60000, tick, "a minute");
  * printf("%d\n", g_remove_timer(id)); // prints: 1
