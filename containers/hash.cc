@@ -104,6 +104,12 @@ template <typename Same>
   return match_of(hash, key, hashed);
 }
 
+// The same for a string, without its cell: a look-up has no use for that.
+[[gnu::noinline]] uint32_t find_text_slot(const GHash& hash, const void* key,
+                                          uint32_t hashed) {
+  return indexed_match(hash, SameText{key, hashed}).slot;
+}
+
 // Where `key` is to be stored: the slot of an entry for it, or a hole.
 IN_LINE_FOR_SPEED Match insertion_slot(GHash& hash, const void* key, uint32_t hashed) {
   if (!hash.has_index) [[unlikely]]
@@ -300,6 +306,12 @@ bool admits(GHash& hash) {
   return true;
 }
 
+// Apart from the functions that call it, because to log takes the address of the library's
+// data, which they would compute first of all.
+[[gnu::noinline, gnu::cold]] void report_null(const GHash* hash) {
+  CHECK_ARG(hash != NULL);
+}
+
 }  // namespace
 
 extern "C" GHash* g_hash_new(unsigned size, GHashFunc hash_func, GEqualFunc equal_func,
@@ -338,7 +350,8 @@ extern "C" void g_hash_free(GHash* hash) {
 }
 
 extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
-  CHECK_ARG(hash != NULL, -1);
+  if (hash == nullptr) [[unlikely]]
+    return report_null(hash), -1;
   const uint32_t hashed = hash_of(*hash, key);
   auto [slot, cell] = insertion_slot(*hash, key, hashed);
   if (HashEntry* const entry = hash->slots[slot]; entry != nullptr) {
@@ -363,13 +376,17 @@ extern "C" int g_hash_insert(GHash* hash, void* key, void* value) {
 }
 
 extern "C" void* g_hash_find(GHash* hash, const void* key) {
-  CHECK_ARG(hash != NULL, nullptr);
-  const uint32_t slot = find_slot(*hash, key).slot;
+  if (hash == nullptr) [[unlikely]]
+    return report_null(hash), nullptr;
+  const bool is_text = kForSpeed && hash->keys == HashKeys::kStrings && hash->has_index;
+  const uint32_t slot =
+      is_text ? find_text_slot(*hash, key, hash_of_text(key)) : find_slot(*hash, key).slot;
   return slot != hash->size ? hash->slots[slot]->value : nullptr;
 }
 
 extern "C" int g_hash_remove(GHash* hash, const void* key) {
-  CHECK_ARG(hash != NULL, -1);
+  if (hash == nullptr) [[unlikely]]
+    return report_null(hash), -1;
   const auto [slot, cell] = find_slot(*hash, key);
   if (slot == hash->size) return -1;
   remove_entry(*hash, slot, cell);  // `key` may be gone afterwards
