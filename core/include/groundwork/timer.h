@@ -101,6 +101,8 @@ G_API extern GTimerCallback g_alarm_callback;
  * Threads: one thread for g_timer_init(), g_timer_enable() and g_timer_cleanup().
  *
  * @par Notes
+ * - Call g_start_ticks() first. Otherwise the first reading of the clock counts as a step of it,
+ *   and a timer that is added then may fire immediately.
  * - When the system has no thread left the result is still 0, and nothing ever fires. Wait for the
  *   first call where that matters.
  * - The service wakes every 10 ms, whether or not a timer is due. g_timer_save_power() of
@@ -146,6 +148,7 @@ G_API int g_timer_init(void);
  * @code{.c}
  * #include <groundwork/groundwork.h>
  *
+ * g_start_ticks();
  * if (g_timer_init() != 0) return 1;
  * g_timer_cleanup();
  * printf("%d\n", g_timer_pid); // prints: 0
@@ -177,6 +180,7 @@ G_API void g_timer_cleanup(void);
  * @code{.c}
  * #include <groundwork/groundwork.h>
  *
+ * g_start_ticks();
  * if (g_timer_init() != 0) return 1;
  * g_timer_enable(0); // no timer fires from here
  * g_timer_enable(1); // to here
@@ -208,6 +212,10 @@ G_API int g_timer_enable(int on);
  * Threads: any thread, also in a callback, while the service is set up.
  *
  * @par Notes
+ * - Call g_start_ticks() before g_timer_init(). Otherwise the first reading of the clock counts as
+ *   a step, the next one may be up to 10 ms lower, and a timer that is added in between fires
+ *   immediately. A wall clock that is set back by less than 30 seconds does the same to timers
+ *   whose period began after the new time.
  * - A timer may fire up to 10 ms early, and periods that are missed are dropped: counting calls
  *   does not measure time. Use g_monotonic_ms() of <groundwork/safe.h>.
  * - A call in a callback ends that scan of the list: the timers after it wait for the next scan, 10
@@ -256,6 +264,10 @@ G_API GTimerEntry* g_add_timer(int interval, GTimerCallback callback, void* para
  * Threads: any thread, also in a callback, while the service is set up.
  *
  * @par Notes
+ * - Call g_start_ticks() before g_timer_init(). Otherwise the first reading of the clock counts as
+ *   a step, the next one may be up to 10 ms lower, and a timer that is added in between fires
+ *   immediately. A wall clock that is set back by less than 30 seconds does the same to timers
+ *   whose period began after the new time.
  * - A timer may fire up to 10 ms early, and periods that are missed are dropped: counting calls
  *   does not measure time. Use g_monotonic_ms() of <groundwork/safe.h>.
  * - A call in a callback ends that scan of the list: the timers after it wait for the next scan, 10
@@ -333,7 +345,11 @@ G_API int g_remove_timer(GTimerEntry* id);
  * Threads: any thread, also in a callback.
  *
  * @par Notes
- * Timers of other parts of the program stop, too. g_add_timer() leaves them alone.
+ * - Timers of other parts of the program stop, too. g_add_timer() leaves them alone.
+ * - Call g_start_ticks() before g_timer_init(). Otherwise the first reading of the clock counts as
+ *   a step, the next one may be up to 10 ms lower, and a timer that is added in between fires
+ *   immediately. A wall clock that is set back by less than 30 seconds does the same to timers
+ *   whose period began after the new time.
  *
  * @par Example
  * @code{.c}
@@ -355,7 +371,7 @@ G_API int g_remove_timer(GTimerEntry* id);
 G_API int g_set_timer(uint32_t interval, GTimerCallback callback);
 
 /**
- * Sets the clock of ticks to 0.
+ * Sets the clock of ticks to 0. Call it before g_timer_init().
  *
  * @return what gettimeofday() returned: 0.
  *
