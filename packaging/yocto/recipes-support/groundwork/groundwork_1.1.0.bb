@@ -21,12 +21,11 @@ PACKAGECONFIG[crypt] = "-DGROUNDWORK_CRYPT=ON,-DGROUNDWORK_CRYPT=OFF"
 PACKAGECONFIG[url] = "-DGROUNDWORK_URL=ON,-DGROUNDWORK_URL=OFF"
 PACKAGECONFIG[safe] = "-DGROUNDWORK_SAFE=ON,-DGROUNDWORK_SAFE=OFF"
 PACKAGECONFIG[tools] = "-DGROUNDWORK_TOOLS=ON,-DGROUNDWORK_TOOLS=OFF"
-# The ptest is groundwork-selftest, the suite as one static program for 32-bit machines, and needs
-# GoogleTest's sources (1.12 or newer): name their folder in a layer or in local.conf. Without it
-# there is none.
-GROUNDWORK_GOOGLETEST_DIR ??= ""
-PACKAGECONFIG[selftest] = "-DBUILD_TESTING=ON,-DBUILD_TESTING=OFF"
-PACKAGECONFIG:append = "${@' selftest' if d.getVar('PTEST_ENABLED') == '1' and d.getVar('GROUNDWORK_GOOGLETEST_DIR') else ''}"
+# The ptest is groundwork-selftest, the suite as one static program for 32-bit machines. It is built
+# with GoogleTest's sources, which a recipe of this layer fetches.
+GROUNDWORK_GOOGLETEST_DIR ?= "${STAGING_DATADIR}/groundwork-googletest"
+PACKAGECONFIG[selftest] = "-DBUILD_TESTING=ON,-DBUILD_TESTING=OFF,groundwork-googletest"
+PACKAGECONFIG:append = "${@' selftest' if d.getVar('PTEST_ENABLED') == '1' else ''}"
 EXTRA_OECMAKE = "-DGROUNDWORK_EXAMPLES=OFF -DGROUNDWORK_DOCS=OFF \
 -DGROUNDWORK_GOOGLETEST_DIR=${GROUNDWORK_GOOGLETEST_DIR}"
 SRC_URI += "file://run-ptest"
