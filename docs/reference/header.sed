@@ -3,5 +3,5 @@
 s/^ \* (Threads|Standard): (.)/ * @par \1\n * \u\2/
 # In ``a log line``, where Doxygen takes a "%" for a mark of its own, it is doubled.
 :next
-s/(``([^`%]|%%)*)%([^%`])/\1%%\3/
+s/(``([^`%]|%%|`[^`%])*`?)%([^%`])/\1%%\3/
 t next

@@ -62,7 +62,7 @@ extern "C" {
  * @par Notes
  * - This is not DES as FIPS 46-3 defines it, and does not interoperate with it. The permutations
  *   are the standard's, but the rotations of the key schedule are running totals that are added up
- *   once more, and an S-box lookup uses three of its six bits. The cipher is much weaker than DES
+ *   once more, and an S-box look-up uses three of its six bits. The cipher is much weaker than DES
  *   and protects nothing; it is kept for existing data. For standard DES see
  *   g_crypt_d3des_encrypt().
  * - The key and its schedule stay in the thread's memory. To overwrite them, call again with a
@@ -212,7 +212,7 @@ G_API int g_crypt_d3des_decrypt(const void* input, void* output, const void* key
  * what RFC 4648 requires: it begins with "/" and then the character number 48 + (second byte >> 4).
  * The text decodes to 0xFF in place of the first of the two bytes, which is lost silently. It is
  * kept because readers of such texts expect it. Where every byte matters, pass a multiple of three
- * bytes, or one byte more than that.
+ * bytes, or one more.
  *
  * @par Example
  * @code{.c}

@@ -117,8 +117,8 @@ G_API void g_debug_set_level2(int level);
  * Threads: any thread at any time.
  *
  * @par Notes
- * The threshold that you choose here is not in force; g_debug_set_level2() sets it. The function is
- * kept because programs call it and rely on its having no effect.
+ * The level has no effect; g_debug_set_level2() sets the threshold. The function is kept because
+ * programs call it and rely on its having no effect.
  *
  * @par Example
  * @code{.c}
@@ -153,8 +153,8 @@ G_API int g_debug_get_level(void);
  * @param arg      passed to `handler`; stays the caller's; may be null.
  *
  * Threads: set it at start-up. The handler and its argument are two values: another thread that
- * logs during the call may use the new one of one and the old one of the other. The handler runs on
- * the thread that logs, on several at the same time.
+ * logs during the call may use the new value of one with the old value of the other. The handler
+ * runs on the thread that logs, on several at the same time.
  *
  * @par Notes
  * A handler that logs, directly or by a call that fails, is called for its own line, without limit,

@@ -163,13 +163,12 @@ G_API void* g_memdup(const void* mem, unsigned n_bytes);
  * Logs the statistics of the heap, eight lines at level 0. On a C library without such statistics
  * the figures are 0.
  *
- * @return what the last call of g_log() returned: 1 when level 0 is below the threshold.
- *
- * @par Errors
- * At level 0, with figures in bytes or numbers of blocks: "CURRENT malloc INFORMATION", then
+ * The lines are, with figures in bytes or numbers of blocks: "CURRENT malloc INFORMATION", then
  * "total space allocated from system", "number of non-inuse chunks", "number of mmapped regions",
  * "total space in mmapped regions", "total allocated space", "total non-inuse space", and
  * "top-most, releasable space".
+ *
+ * @return what the last call of g_log() returned: 1 when level 0 is below the threshold.
  *
  * Threads: any thread; the figures are a snapshot, and other threads may change the heap.
  *

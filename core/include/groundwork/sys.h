@@ -42,7 +42,7 @@ extern "C" {
  * @return the result of mlockall(): 0, or -1 with the reason in `errno`, which is not logged.
  *
  * @par Errors
- * - `EPERM`: the process has not the privilege.
+ * - `EPERM`: the process lacks the privilege.
  * - `ENOMEM`: the pages are more than the limit of the process (`RLIMIT_MEMLOCK`).
  *
  * Threads: any thread; it acts on the whole process.

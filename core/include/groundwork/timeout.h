@@ -148,7 +148,7 @@ G_API void g_timeout_free(GTimeout* timeout);
  * - ``'timeout != NULL' FAILED.``: critical; `timeout` is null.
  * - ``unknown priority %d``: warning, with the priority; it is not 0 to 6.
  * - ``can't set priority to %d. - %s.``: warning, with the priority and the text of `errno`, which
- *   may be that of an earlier failure; the system refuses, usually for want of privileges.
+ *   may be that of an earlier failure; the system refuses, usually for lack of privileges.
  *
  * Threads: any thread, while the timeout is active.
  *
