@@ -209,6 +209,7 @@ std::atomic<bool> is_running{false};
 std::atomic<int> call_counts[kCalls];
 std::atomic<int> strike_counts[kCalls];
 thread_local bool is_library_thread = false;
+void (*watcher)(int nth) = nullptr;
 
 bool asks_for_another_try(const Effect& effect) {
   return effect.kind == Effect::kError && (effect.error == EINTR || effect.error == EAGAIN);
@@ -271,6 +272,13 @@ const Effect* strike(Call call, size_t size) {
   const auto any = static_cast<size_t>(Call::kAny);
   const int count_of_all = call_counts[any].fetch_add(1, relaxed) + 1;
   const int count_of_call = call_counts[index].fetch_add(1, relaxed) + 1;
+  if (watcher != nullptr) {
+    const int kept = errno;
+    is_library_thread = false;
+    watcher(count_of_all);
+    is_library_thread = true;
+    errno = kept;
+  }
   const bool is_any = plan.call == Call::kAny;
   if (plan.nth == 0 || (!is_any && plan.call != call)) return nullptr;
   const int count = is_any ? count_of_all : count_of_call;
@@ -282,6 +290,10 @@ const Effect* strike(Call call, size_t size) {
   strike_counts[any].fetch_add(1, relaxed);
   strike_counts[index].fetch_add(1, relaxed);
   return &effect;
+}
+
+void watch_calls(void (*new_watcher)(int nth)) {
+  watcher = new_watcher;
 }
 
 bool is_library() {

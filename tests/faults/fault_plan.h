@@ -140,6 +140,10 @@ void resume_plan();
 void pause_plan();
 void end_plan();
 
+// Has `watcher` called before each call of the library, with the number of the call; its
+// own calls are not the library's. Null ends that.
+void watch_calls(void (*watcher)(int nth));
+
 // How often the function was called, and how often a fault changed its outcome. For kAny
 // all but memory count.
 int calls(Call call);

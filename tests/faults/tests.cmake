@@ -37,6 +37,23 @@ set_source_files_properties(faults/interposed_calls.cc PROPERTIES
   # The sanitizers call some of these before they are ready for instrumented code.
   COMPILE_OPTIONS -fno-sanitize=all)
 
+# The same engine with another program at work between two calls instead of a fault.
+if(GROUNDWORK_SAFE)
+  add_executable(faults_meddler_test
+    faults/fault_plan.cc faults/interposed_calls.cc faults/meddler_test.cc
+    "$<FILTER:$<TARGET_OBJECTS:test_support>,EXCLUDE,/fake_clock[.]>")
+  target_include_directories(faults_meddler_test
+    SYSTEM PRIVATE "${GROUNDWORK_GOOGLETEST_DIR}/googletest/include")
+  target_include_directories(faults_meddler_test PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+  target_link_libraries(faults_meddler_test PRIVATE groundwork ${CMAKE_DL_LIBS})
+  target_compile_options(faults_meddler_test PRIVATE -O0 -g1
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
+  target_precompile_headers(faults_meddler_test REUSE_FROM test_headers)
+  groundwork_warnings(faults_meddler_test)
+  add_test(NAME faults/meddler_test COMMAND faults_meddler_test)
+  set_tests_properties(faults/meddler_test PROPERTIES TIMEOUT 900)
+endif()
+
 # Emulated, each call fails once only, in one way: what a fault does to the library does not
 # depend on the target, but the names and layouts of the functions do.
 if(CMAKE_CROSSCOMPILING)
