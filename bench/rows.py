@@ -158,13 +158,18 @@ ROWS = {
             floor="hash the key, look for it, allocate its entry",
             aims={"uthash": 0.7},
             note="The peer looks for the key before it adds it, as an insertion that replaces "
-                 "must; \"unchecked\" leaves that out, for callers who know that it is new. Missed "
-                 "at 100 keys for the reasons given with int keys."),
+                 "must; \"unchecked\" leaves that out, for callers who know that it is new."),
+        Row("hash.string.remove", "hash removal, string keys", size_is="keys",
+            floor="hash the key, look for it, unlink its entry",
+            aims={"uthash": 0.9},
+            note="Hashing and comparing the text are the same for both; 0.9 in instructions, too."),
         Row("hash.string.hit", "hash hit, string keys", size_is="keys",
             floor="hash the key, read one slot and its entry, compare the key once",
-            aims={"uthash": 1.0},
+            aims={"uthash": 0.9},
             note="Few keys fit the nearest cache either way; then a call stands against an "
-                 "in-line macro."),
+                 "in-line macro. Of 1,000,000 keys no cache holds the index's cell, the slot, the "
+                 "entry or the text; the peer's bucket, entry and text are three such places, but "
+                 "several entries share a bucket. Both take 340 to 460 ns there."),
         Row("hash.string.miss", "hash miss, string keys", size_is="keys",
             floor="hash the key, read the place that shows its absence",
             aims={"uthash": 1.0},
@@ -174,10 +179,15 @@ ROWS = {
             aims={"uthash": 0.7},
             note="The slots double from 16 as soon as they are full, and each doubling places "
                  "every entry again; the peer begins with 32 buckets and lets ten keys share "
-                 "one. At 100 keys the larger blocks also make the heap join its free pieces."),
+                 "one. At 100 keys that is half of an insertion: in a table that is made with 128 "
+                 "slots it takes 12 ns instead of 23, 0.6 of the peer. How a table grows is "
+                 "promised to callers."),
+        Row("hash.int.remove", "hash removal, int keys", size_is="keys",
+            floor="look for the key, unlink its entry",
+            aims={"uthash": 0.9}),
         Row("hash.int.hit", "hash hit, int keys", size_is="keys",
             floor="read one slot and its entry",
-            aims={"uthash": 1.0},
+            aims={"uthash": 0.9},
             note="Ours follows the index to the slot, the slot to the entry and the entry to the "
                  "key; the peer's key is in its entry, and its macro is in line."),
         Row("hash.int.miss", "hash miss, int keys", size_is="keys",

@@ -88,6 +88,9 @@ class Ours {
   uintptr_t find(const typename Type::Key& key) const {
     return reinterpret_cast<uintptr_t>(g_hash_find(table_, Type::pointer(key)));
   }
+  bool remove(const typename Type::Key& key) {
+    return g_hash_remove(table_, Type::pointer(key)) == 0;
+  }
 
  private:
   GHash* table_ = Type::table();
@@ -128,6 +131,13 @@ class Uthash {
     const Entry* const entry = entry_of(key);
     return entry != nullptr ? entry->value : 0;
   }
+  bool remove(const typename Type::Key& key) {
+    Entry* const entry = entry_of(key);
+    if (entry == nullptr) return false;
+    HASH_DEL(entries_, entry);
+    std::free(entry);
+    return true;
+  }
 
  private:
   struct Entry {
@@ -166,6 +176,7 @@ class UnorderedMap {
     const auto found = map_.find(Type::map_key(key));
     return found != map_.end() ? found->second : 0;
   }
+  bool remove(const typename Type::Key& key) { return map_.erase(Type::map_key(key)) == 1; }
 
  private:
   std::unordered_map<typename Type::MapKey, uintptr_t> map_;
@@ -196,6 +207,31 @@ void insert(State& state) {
          static_cast<uint32_t>(sum));
 }
 
+// Removes every key; filling the tables is not measured.
+template <typename Type, typename Table>
+void remove_all(State& state) {
+  const KeySet<Type> keys(static_cast<size_t>(state.range(0)));
+  const size_t repeats = std::max<size_t>(1, 10000 / keys.stored.size());
+  uint32_t removed = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::vector<Table> tables(repeats);
+    for (Table& table : tables) {
+      uintptr_t value = 0;
+      for (const auto& key : keys.stored) table.insert(key, ++value);
+    }
+    removed = 0;
+    state.ResumeTiming();
+    for (Table& table : tables) {
+      for (const auto& key : keys.present) removed += table.remove(key);
+    }
+    state.PauseTiming();
+    tables.clear();
+    state.ResumeTiming();
+  }
+  report(state, static_cast<double>(keys.stored.size() * repeats), removed);
+}
+
 template <typename Type, typename Table>
 void find(State& state, bool present) {
   const KeySet<Type> keys(static_cast<size_t>(state.range(0)));
@@ -219,7 +255,8 @@ void sizes(benchmark::internal::Benchmark* job) {
 template <typename Type, typename Table>
 void register_table(const char* who) {
   const std::string name = std::string("hash.") + Type::kName;
-  sizes(job(name + ".insert", who, insert<Type, Table>));
+  sizes(job(name + ".insert", who, insert<Type, Table>)->Arg(10));
+  sizes(job(name + ".remove", who, remove_all<Type, Table>));
   sizes(job(name + ".hit", who, [](State& state) { find<Type, Table>(state, true); }));
   sizes(job(name + ".miss", who, [](State& state) { find<Type, Table>(state, false); }));
 }
@@ -230,7 +267,8 @@ void register_type() {
   register_table<Type, Uthash<Type>>("uthash");
   register_table<Type, UnorderedMap<Type>>("std::unordered_map");
   sizes(job(std::string("hash.") + Type::kName + ".insert", "uthash, unchecked",
-            insert<Type, UthashUnchecked<Type>>));
+            insert<Type, UthashUnchecked<Type>>)
+            ->Arg(10));
 }
 
 // --- a table with the caller's own functions, which asks about every entry ---

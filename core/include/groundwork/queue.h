@@ -24,6 +24,9 @@
  * consistent; the element that was being released is then no longer in it. Do not leave such a
  * function by longjmp(). An add function may be left by longjmp(); the element is then not added.
  *
+ * A queue may keep up to 64 nodes of elements that left for elements to come; g_queue_clear() and
+ * g_queue_free() free them.
+ *
  * Threads: every function but g_queue_delete() and g_queue_free() may be called on any thread at
  * any time.
  *
