@@ -21,7 +21,7 @@ using namespace groundwork;
 
 namespace {
 
-// "section.key", in a small buffer of its own where it fits.
+// "section.key", in an internal buffer if it fits.
 class TableKey {
  public:
   TableKey(const char* section, const char* key) {
@@ -54,14 +54,14 @@ GCallback* find_callbacks(GConf* conf, const char* table_key) {
   return static_cast<GCallback*>(g_hash_find(conf->callbacks, table_key));
 }
 
-// The public type of a callback says what it is given; the list passes untyped pointers,
-// which are passed alike.
+// The public callback type has a typed parameter; the list passes void*, which is passed in
+// the same way.
 int add_callback(GCallback* callbacks, GConfCallback func, void* data) {
-  // One priority for all: they run in the order of registration.
+  // All have the same priority, so that they run in the order of registration.
   return g_callback_add(callbacks, reinterpret_cast<GCallbackFunc>(func), data, 0);
 }
 
-// Puts a list with its first callback into the table.
+// Adds a list with its first callback to the table.
 bool add_list(GConf* conf, const char* table_key, GConfCallback func, void* data) {
   Owned<char> owned_key(g_strdup(table_key));
   if (owned_key == nullptr) return false;
@@ -84,7 +84,7 @@ bool add_to_table(GConf* conf, const TableKey& key, GConfCallback func, void* da
 }
 
 GCallback* callbacks_of(GConf* conf, const GConfChange& change) {
-  // Most programs register none: no key is put together then.
+  // Most programs register none; then no key needs to be built.
   if (g_hash_count(conf->callbacks) == 0) return nullptr;
   const TableKey key(change.section, change.key);
   if (key.text() == nullptr) {
@@ -95,21 +95,21 @@ GCallback* callbacks_of(GConf* conf, const GConfChange& change) {
   return find_callbacks(conf, key.text());
 }
 
-// A callback may end its thread. Not inlined: the handler's setjmp() would reach into the
+// A callback may end its thread. Not inlined: the handler's setjmp() would affect the
 // caller's registers.
-[[gnu::noinline]] void execute(GCallback* callbacks, GConfChange change, char* former) {
-  pthread_cleanup_push(std::free, former);
+[[gnu::noinline]] void execute(GCallback* callbacks, GConfChange change, char* old_value) {
+  pthread_cleanup_push(std::free, old_value);
   g_callback_execute(callbacks, &change);
   pthread_cleanup_pop(1);
 }
 
 }  // namespace
 
-void groundwork::run_callbacks(GConf* conf, const GConfChange& change, char* former) {
+void groundwork::run_callbacks(GConf* conf, const GConfChange& change, char* old_value) {
   if (GCallback* const callbacks = callbacks_of(conf, change); callbacks != nullptr) {
-    execute(callbacks, change, former);
+    execute(callbacks, change, old_value);
   } else {
-    std::free(former);
+    std::free(old_value);
   }
 }
 

@@ -8,10 +8,10 @@
 
 namespace groundwork {
 
-// Runs the callbacks registered for exactly this section and key, then frees `former` (may
-// be null), of which `change` may hold a piece. Uses nothing of the conf afterwards. To be
+// Runs the callbacks registered for exactly this section and key, then frees `old_value`,
+// which may be null; `change` may point into it. Does not use the conf afterwards. Must be
 // called without the conf's mutex.
-void run_callbacks(GConf* conf, const GConfChange& change, char* former);
+void run_callbacks(GConf* conf, const GConfChange& change, char* old_value);
 
 }  // namespace groundwork
 

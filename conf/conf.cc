@@ -1,5 +1,5 @@
-// The configuration interface: checks, locking, conversion. Nothing is logged and no user
-// code runs while a conf's mutex is held.
+// The configuration interface: checks, locking, conversion. While a conf's mutex is held,
+// nothing is logged and no user code runs.
 //
 // SPDX-License-Identifier: MIT
 
@@ -30,11 +30,10 @@ namespace {
 
 constexpr size_t kDefaultPathSize = sizeof g_package_name + sizeof "/etc/.conf";
 
-// A path of the default file. Kept: it is made from the package name of the moment it is
-// first needed, and a later name does not change it.
+// A path of the default file. Kept: it is built from the package name when it is first
+// needed, and a later name does not change it.
 //
-// No lock: a child that was forked while another thread makes the path goes on with its
-// own.
+// No lock: a child that was forked while another thread built the path uses its own copy.
 struct DefaultPath {
   enum State : int { kUnmade, kBeingMade, kMade };
   std::atomic<int> state{kUnmade};
@@ -43,7 +42,7 @@ struct DefaultPath {
 constinit DefaultPath local_path{};
 constinit DefaultPath system_path{};
 
-// The path; in `own` while another thread is making it.
+// Returns the path; it is in `own` while another thread is building it.
 const char* text_of(DefaultPath& path, const char* format, char (&own)[kDefaultPathSize]) {
   if (path.state.load(std::memory_order_acquire) == DefaultPath::kMade) return path.text;
   std::snprintf(own, sizeof own, format, g_package_name);
@@ -59,12 +58,12 @@ const char* text_of(DefaultPath& path, const char* format, char (&own)[kDefaultP
 
 GConf* open_named(const char* filename) {
   if (g_file_exist(filename) != 0) return load_conf(filename);
-  // Kept: "confing" is how log readers know this line.
+  // Kept: log readers look for "confing".
   g_log(G_LOG_MESSAGE, kSource, __LINE__, "create new confing file - '%s'", filename);
   return new_conf(filename);
 }
 
-// `path` gets the path that was tried last, which may be in `own`.
+// Sets `path` to the path tried last, which may be in `own`.
 GConf* open_default(const char** path, char (&own)[kDefaultPathSize]) {
   *path = text_of(local_path, "./%s.conf", own);
   if (g_file_exist(*path) != 0) {
@@ -74,12 +73,13 @@ GConf* open_default(const char** path, char (&own)[kDefaultPathSize]) {
   return load_conf(*path);
 }
 
-// The stored value converted, under the mutex: another thread may replace it afterwards.
+// Converts the stored value under the mutex, since another thread may replace it
+// afterwards.
 template <typename T, typename Convert>
 T read_as(const GConf* conf, const char* section, const char* key, T def, Convert convert) {
   CHECK_ARG(section != NULL, def);
   CHECK_ARG(key != NULL, def);
-  // A null conf alone is no mistake: a program without its file runs on its defaults.
+  // A null conf alone is not an error: a program without its file runs with its defaults.
   if (conf == nullptr) return def;
   const BriefLock lock(conf->mutex);
   const char* const value = find_value(conf, section, key);
@@ -119,7 +119,7 @@ extern "C" void g_conf_sync(GConf* conf) {
   CHECK_ARG(conf != NULL);
   if (!is_dirty(conf)) return;
   write_conf(conf);
-  // Kept: a failed write is not tried again before the next change.
+  // Kept: a failed write is not retried before the next change.
   set_dirty(conf, 0);
 }
 
@@ -130,7 +130,7 @@ extern "C" const char* g_conf_read_string(GConf* conf, const char* section, cons
 
 extern "C" int g_conf_read_int(GConf* conf, const char* section, const char* key, int def) {
   return read_as(conf, section, key, def, [](const char* value) {
-    // The limits of 32 bits also where a long is wider.
+    // The limits of 32 bits even if a long is wider.
     return static_cast<int>(
         std::clamp<long>(std::strtol(value, nullptr, 10), INT32_MIN, INT32_MAX));
   });
@@ -138,7 +138,7 @@ extern "C" int g_conf_read_int(GConf* conf, const char* section, const char* key
 
 extern "C" int g_conf_read_boolean(GConf* conf, const char* section, const char* key,
                                    int def) {
-  // Kept: one word is true, all others are false.
+  // Kept: only "TRUE" is true, everything else is false.
   return read_as(conf, section, key, def,
                  [](const char* value) { return same_name(value, "TRUE") ? 1 : 0; });
 }
@@ -162,11 +162,11 @@ extern "C" void g_conf_write_string(GConf* conf, const char* section, const char
   CHECK_ARG(section != NULL);
   CHECK_ARG(key != NULL);
   CHECK_ARG(value != NULL);
-  char* former = nullptr;
+  char* old_value = nullptr;
   Stored stored;
   {
     const BriefLock lock(conf->mutex);
-    stored = store(conf, section, key, value, &former);
+    stored = store(conf, section, key, value, &old_value);
     if (stored == Stored::kChanged) set_dirty(conf, 1);
   }
   if (stored == Stored::kSame) return;
@@ -174,8 +174,8 @@ extern "C" void g_conf_write_string(GConf* conf, const char* section, const char
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't store '%s'->'%s'.", section, key);
     return;
   }
-  // The former text goes last: `value` may be a piece of it.
-  run_callbacks(conf, {section, key, value}, former);
+  // Frees the old value last: `value` may point into it.
+  run_callbacks(conf, {section, key, value}, old_value);
 }
 
 extern "C" void g_conf_write_int(GConf* conf, const char* section, const char* key,
@@ -209,7 +209,7 @@ extern "C" void g_conf_write_double(GConf* conf, const char* section, const char
   CHECK_ARG(conf != NULL);
   CHECK_ARG(section != NULL);
   CHECK_ARG(key != NULL);
-  // Sign, six digits, a decimal point as long as a locale may have it, exponent.
+  // Sign, six digits, the longest decimal point of any locale, exponent.
   char text[16 + MB_LEN_MAX];
   std::snprintf(text, sizeof text, "%g", value);
   g_conf_write_string(conf, section, key, text);

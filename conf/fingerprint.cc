@@ -1,7 +1,7 @@
-// The hash: two independent halves that take turns at eight bytes each. A half has two
-// words of state, and each turn is a permutation of them: texts that differ in one turn
-// only never collide. What a turn changes reaches both words before the next one, so that
-// later text can only undo it by matching all 64 bits.
+// The hash: two independent halves that alternate, eight bytes at a time. A half has two
+// words of state, and each step is a permutation of these: texts that differ in only one
+// step never collide. The change made by a step reaches both words before the next, so that
+// later text can undo it only by matching all 64 bits.
 //
 // SPDX-License-Identifier: MIT
 
@@ -31,7 +31,7 @@ class Half {
   uint32_t b() const { return b_; }
 
  private:
-  // Odd, so that multiplying loses nothing.
+  // Odd, so that multiplication is reversible.
   static constexpr uint32_t kSpread = 0x85ebca77;
   static constexpr uint32_t kMix = 0x9e3779b1;
 
@@ -52,7 +52,7 @@ Fingerprint fingerprint_of(const char* text, size_t size) {
     odd.take(text + kRound / 2);
   }
   if (left != 0) {
-    // Zeros at the end cannot be mistaken for text: the sizes are compared, too.
+    // Zeros at the end cannot be confused with text, since the sizes are compared, too.
     char rest[kRound] = {};
     std::memcpy(rest, text, left);
     even.take(rest);

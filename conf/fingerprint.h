@@ -1,4 +1,4 @@
-// Tells whether two texts are the same after the first is gone.
+// Compares a text with one that is no longer there.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_FINGERPRINT_H
@@ -9,8 +9,8 @@
 
 namespace groundwork {
 
-// The size of a text and 128 bits of hash. Two texts that differ have the same one with a
-// probability of 2^-64 or less, unless somebody constructs them.
+// The size of a text and 128 bits of hash. Two different texts have the same fingerprint
+// with a probability of at most 2^-64, unless somebody constructs them.
 struct Fingerprint {
   size_t size;
   uint32_t hash[4];
@@ -21,12 +21,12 @@ struct Fingerprint {
 // `text` may be null when `size` is 0.
 Fingerprint fingerprint_of(const char* text, size_t size);
 
-// What a conf knows of the content of its file.
+// What a conf knows about the content of its file.
 struct FileContent {
   enum State {
-    kUnknown,  // a write failed half way, or the conf is not the library's own any more
-    kNoFile,   // there was none when the conf was opened
-    kText,     // the text of that fingerprint was loaded or written
+    kUnknown,  // a write failed halfway, or the conf is no longer the library's own
+    kNoFile,   // there was no file when the conf was opened
+    kText,     // the text with this fingerprint was loaded or written
   };
   State state = kUnknown;
   Fingerprint text = {};

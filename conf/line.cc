@@ -25,10 +25,10 @@ Line take_line(std::string_view& text) {
   if (line.empty() || line.front() == '#') return {};
   const bool is_header = line.front() == '[';
   const char mark = is_header ? ']' : '=';
-  // Names are short: a call would cost more than the walk.
+  // Names are short: calling memchr() would cost more than this loop.
   size_t at = 0;
   while (line[at] != mark) {
-    // A header that is not closed is ignored; the section stays as it was.
+    // A header that is not closed is ignored; the current section does not change.
     if (++at == line.size()) return {};
   }
   if (is_header) return {Line::Kind::kHeader, between(line, 1, at)};

@@ -1,5 +1,5 @@
-// One line of a configuration file. Whatever reads such a file reads it through here, so
-// that all take the same lines for headers and entries.
+// One line of a configuration file. Everything that reads such a file uses this, so that
+// all agree on what is a header and what an entry.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_LINE_H
@@ -11,7 +11,7 @@
 
 namespace groundwork {
 
-// Where the first `mark` of a text is; its size without one.
+// The position of the first `mark` in a text; its size if there is none.
 inline size_t position_of(std::string_view text, char mark) {
   const void* const found = std::memchr(text.data(), mark, text.size());
   return found != nullptr
@@ -26,14 +26,14 @@ inline std::string_view between(std::string_view text, size_t from, size_t to) {
 struct Line {
   enum class Kind { kIgnored, kHeader, kEntry };
   Kind kind = Kind::kIgnored;
-  std::string_view name{};   // of the section, not trimmed; of the key, trimmed
-  std::string_view value{};  // trimmed; an empty one is where the line ends
+  std::string_view name{};   // the section's, not trimmed, or the key's, trimmed
+  std::string_view value{};  // trimmed; if empty, it points to the end of the line
 };
 
-// Takes the first line from a text, together with its newline.
+// Removes the first line, with its newline, from a text.
 //
-// Only the first character of a line is looked at: an indented "[x]" or "#" is no header
-// and no comment. Whether there is a section for an entry is for the caller to know.
+// Only the first character of a line counts: an indented "[x]" or "#" is neither header nor
+// comment. The caller knows whether there is a section for an entry.
 Line take_line(std::string_view& text);
 
 }  // namespace groundwork

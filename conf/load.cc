@@ -1,5 +1,4 @@
-// The loader: reads the file in one call under a shared lock and takes the text apart where
-// it lies.
+// The loader: reads the file in one call under a shared lock and parses the text in place.
 //
 // SPDX-License-Identifier: MIT
 
@@ -26,27 +25,29 @@
 namespace groundwork {
 namespace {
 
-// A file's text with a NUL after it; null when it could not be read.
+// A file's text, terminated by a NUL; null if it could not be read.
 struct Text {
   Owned<char> block;
   size_t size = 0;
 };
 
-// Room for `size` bytes and a NUL. Null for a size that no single read could give.
+// Allocates `size` bytes and one for a NUL. Null for a size that a single read cannot
+// return.
 Owned<char> new_buffer(int64_t size) {
   if (size < 0 || size >= INT32_MAX) return nullptr;
   return Owned<char>(static_cast<char*>(g_malloc(static_cast<unsigned>(size) + 1)));
 }
 
-// Whether an open file has that size. A program that replaces the file by renaming another
-// gives the path a new file at any moment.
+// Returns whether an open file has this size. A program that replaces the file by a rename
+// may give the path another file at any moment.
 bool has_size(const GFile& file, int64_t size) {
   struct stat status;
   return fstat(file.descriptor, &status) == 0 && status.st_size == size;
 }
 
-// The text of a locked file. Kept: its size is that of the path, and a file of another size
-// is not read. So that the text is whole, the descriptor is asked after the reading.
+// Reads a locked file. Kept: its size is taken from the path, and a file of another size is
+// not read. The size of the descriptor is checked after reading, so that the text is
+// complete.
 Text read_text(GFile* file, const char* filename) {
   const int64_t size = g_file_size(filename);
   Owned<char> block = new_buffer(size);
@@ -68,7 +69,7 @@ Text read_locked(const char* filename) {
   }
   Text text;
   if (g_file_lock_read(file) < 0) {
-    // Kept: the closing quote is missing in the message that is matched in log files.
+    // Kept: the closing quote is missing; programs look for this message in logs.
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read lock for '%s.", filename);
   } else {
     text = read_text(file, filename);

@@ -1,4 +1,4 @@
-// From a file's text to a conf.
+// Loading a conf from a file's text.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_LOAD_H
@@ -10,12 +10,12 @@
 
 namespace groundwork {
 
-// The conf of an existing file. Null, after a warning that names the path, when the file
-// cannot be opened, locked or read, or memory is exhausted.
+// Loads an existing file. Null, after a warning that names the path, if the file cannot be
+// opened, locked or read, or memory is exhausted.
 GConf* load_conf(const char* filename);
 
-// The conf of a text that is `filename`'s content, a NUL after its end. Null when memory is
-// exhausted, without a message.
+// Makes a conf of the NUL-terminated content of `filename`. Null, without a message, when
+// memory is exhausted.
 GConf* parse_conf(const char* filename, const char* text, size_t size);
 
 }  // namespace groundwork

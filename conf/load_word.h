@@ -9,7 +9,7 @@
 
 namespace groundwork {
 
-// In the machine's own order of bytes, from any address.
+// In native byte order, from any address.
 inline uint32_t load_word(const char* at) {
   uint32_t word;
   std::memcpy(&word, at, sizeof word);

@@ -1,4 +1,4 @@
-// The lists of a conf: finding, storing and removing.
+// The lists of a conf: look-up, storing and removal.
 //
 // SPDX-License-Identifier: MIT
 
@@ -18,18 +18,18 @@
 namespace groundwork {
 namespace {
 
-// The index of a list; null for that of a record of a program's own.
+// The index of a list; null if the record is a program's own.
 NameIndex* index_of(const GConfSection* section) {
-  Section* const whole = whole_of<Section>(section);
-  return whole != nullptr ? &whole->entries : nullptr;
+  Section* const record = container_of<Section>(section);
+  return record != nullptr ? &record->entries : nullptr;
 }
 
 NameIndex* index_of(const GConf* conf) {
-  Conf* const whole = whole_of<Conf>(conf);
-  return whole != nullptr ? &whole->sections : nullptr;
+  Conf* const record = container_of<Conf>(conf);
+  return record != nullptr ? &record->sections : nullptr;
 }
 
-// A node for a record, linked to nothing.
+// Creates an unlinked node for a record.
 GList* new_node(void* record) {
   auto* const node = static_cast<GList*>(std::malloc(sizeof(GList)));
   if (node != nullptr) *node = {nullptr, nullptr, record};
@@ -48,7 +48,7 @@ void link_last(GList*& list, NameIndex* index, GList* node) {
 }
 
 void append(GList*& list, NameIndex* index, GList* node) {
-  if (index != nullptr) index->renew(list);
+  if (index != nullptr) index->update(list);
   link_last(list, index, node);
 }
 
@@ -57,7 +57,7 @@ void unlink(GList*& list, NameIndex* index, void* record) {
     list = g_list_remove(list, record);
     return;
   }
-  index->renew(list);
+  index->update(list);
   index->remove(list, record);
 }
 
@@ -68,27 +68,27 @@ void unlink(GList*& list, NameIndex* index, void* record) {
   return {entry->value, kept.size()};
 }
 
-// The value of an entry. Kept: trimmed where it stands, although what is stored is trimmed:
+// The value of an entry. Kept: trimmed in place, although stored values are trimmed, since
 // a program may have written into it.
 inline std::string_view trimmed_value(const GConfEntry* entry) {
   const std::string_view value = entry->value;
-  // Written to only if need be: other threads may be reading it.
+  // Written to only if necessary: other threads may be reading it.
   if (!is_trimmed(value)) [[unlikely]]
     return trim_value(entry);
   return value;
 }
 
-// A new value for an entry; false when memory is exhausted.
-bool replace_value(GConfEntry* entry, std::string_view value, char** former) {
+// Gives an entry a new value; false when memory is exhausted.
+bool replace_value(GConfEntry* entry, std::string_view value, char** old_value) {
   auto* const copy = static_cast<char*>(std::malloc(value.size() + 1));
   if (copy == nullptr) return false;
   if (!value.empty()) std::memcpy(copy, value.data(), value.size());
   copy[value.size()] = '\0';
-  *former = exchange_value(entry, copy);
+  *old_value = exchange_value(entry, copy);
   return true;
 }
 
-// Adds a key, in a section of that name that is found, or made when `section` is null.
+// Adds a key to a section; if `section` is null, creates one with that name.
 bool add_entry(GConf* conf, GConfSection* section, const char* name, std::string_view key,
                std::string_view value) {
   GList* const section_node = section == nullptr ? new_section_node(name) : nullptr;
@@ -123,25 +123,25 @@ GConf* new_conf(const char* filename) {
     g_thread_mutex_free(mutex);
     return nullptr;
   }
-  conf->shown.mutex = mutex;
-  conf->shown.callbacks = callbacks;
+  conf->public_part.mutex = mutex;
+  conf->public_part.callbacks = callbacks;
   conf->file_content.state = FileContent::kNoFile;
-  return &conf.release()->shown;
+  return &conf.release()->public_part;
 }
 
 FileContent file_content(const GConf* conf) {
-  const Conf* const whole = whole_of<Conf>(conf);
-  return whole != nullptr ? whole->file_content : FileContent();
+  const Conf* const record = container_of<Conf>(conf);
+  return record != nullptr ? record->file_content : FileContent();
 }
 
 void set_file_content(GConf* conf, const FileContent& content) {
-  Conf* const whole = whole_of<Conf>(conf);
-  if (whole != nullptr) whole->file_content = content;
+  Conf* const record = container_of<Conf>(conf);
+  if (record != nullptr) record->file_content = content;
 }
 
 pthread_mutex_t* file_mutex(GConf* conf) {
-  Conf* const whole = whole_of<Conf>(conf);
-  return whole != nullptr ? &whole->file_mutex : nullptr;
+  Conf* const record = container_of<Conf>(conf);
+  return record != nullptr ? &record->file_mutex : nullptr;
 }
 
 GConfSection* find_section(const GConf* conf, std::string_view name) {
@@ -174,9 +174,9 @@ GConfSection* load_section(GConf* conf, std::string_view name) {
 
 bool load_entry(GConfSection* section, std::string_view key, std::string_view value) {
   if (GConfEntry* const entry = find_entry(section, key); entry != nullptr) {
-    char* former = nullptr;
-    const bool replaced = replace_value(entry, value, &former);
-    std::free(former);
+    char* old_value = nullptr;
+    const bool replaced = replace_value(entry, value, &old_value);
+    std::free(old_value);
     return replaced;
   }
   GList* const node = new_entry_node(key, value);
@@ -186,21 +186,21 @@ bool load_entry(GConfSection* section, std::string_view key, std::string_view va
 }
 
 Stored store(GConf* conf, const char* section_name, std::string_view key, const char* value,
-             char** former) {
+             char** old_value) {
   const std::string_view kept_key = trimmed(key);
   GConfSection* const section = find_section(conf, section_name);
   GConfEntry* const entry = section != nullptr ? find_entry(section, kept_key) : nullptr;
 
-  // Kept: what is stored is compared under the key as it was given, and with the value as
-  // it was given. No stored key has blanks around it, so such a key counts as absent here.
+  // Kept: the comparison uses the key and the value as given. No stored key has spaces
+  // around it, so such a key counts as absent here.
   const bool is_absent = entry == nullptr || key.size() != kept_key.size();
   const std::string_view stored = is_absent ? std::string_view() : trimmed_value(entry);
-  const std::string_view given = value;  // measured only now: it may be what was trimmed
+  const std::string_view given = value;  // measured after trimming, which may change it
   if (given == stored) return Stored::kSame;
 
   const std::string_view kept_value = trimmed(given);
   const bool done = entry != nullptr
-                        ? replace_value(entry, kept_value, former)
+                        ? replace_value(entry, kept_value, old_value)
                         : add_entry(conf, section, section_name, kept_key, kept_value);
   return done ? Stored::kChanged : Stored::kNoMemory;
 }
@@ -248,9 +248,9 @@ void append_entry(GConfSection* section, GList* node) {
 }
 
 char* exchange_value(GConfEntry* entry, char* value) {
-  char* const former = entry->value;
+  char* const old_value = entry->value;
   entry->value = value;
-  return shares_block(former) ? nullptr : former;
+  return shares_block(old_value) ? nullptr : old_value;
 }
 
 }  // namespace groundwork

@@ -1,6 +1,6 @@
-// Names of sections and keys: compared ignoring the case of the letters A to Z and of no
-// other byte, as the C locale does. Not through strcasecmp(): an index built under one
-// locale must still be right after the program has chosen another.
+// Comparison of section and key names, ignoring the case of the letters A to Z only, as in
+// the C locale. Not with strcasecmp(): an index built under one locale must still be
+// correct after the program has set another.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_NAME_COMPARE_H
@@ -14,8 +14,8 @@
 
 namespace groundwork {
 
-// The word of a name of less than four bytes. Longer names are gone through in words, the
-// last of which may overlap the one before.
+// A name of less than four bytes as a word. Longer names are read in words, the last of
+// which may overlap the one before.
 inline uint32_t short_word(const char* name, size_t length) {
   uint32_t word = 0;
   for (size_t at = 0; at < length; ++at) {
@@ -24,7 +24,7 @@ inline uint32_t short_word(const char* name, size_t length) {
   return word;
 }
 
-// The bit by which the cases of a letter differ, in each byte of a word.
+// The bit in which upper and lower case differ, in each byte of a word.
 constexpr uint32_t kCaseBits = 0x20202020;
 
 // The case bit of each byte of a word that is a letter.
@@ -53,7 +53,7 @@ inline bool same_spelling(const char* a, const char* b, size_t length) {
   return load_word(a + last) == load_word(b + last);
 }
 
-// Whether two names are the same. Most are spelled as they were first.
+// Returns whether two names are the same. Most have the spelling that they had first.
 inline bool same_name(std::string_view a, std::string_view b) {
   return a.size() == b.size() && (same_spelling(a.data(), b.data(), a.size()) ||
                                   same_but_for_case(a.data(), b.data(), a.size()));

@@ -1,4 +1,4 @@
-// The slower hash of names, HalfSipHash with one round for a word and three at the end, and
+// The slower hash of names, HalfSipHash with one round per word and three at the end, and
 // the seed.
 //
 // SPDX-License-Identifier: MIT
@@ -71,11 +71,11 @@ uint32_t keyed_hash(std::string_view name, uint32_t seed) {
 }
 
 uint32_t process_seed() {
-  // Sixteen random bytes that the kernel gives each program it starts. The C library keeps
-  // some of the first for itself.
+  // Sixteen random bytes that the kernel gives each program. The C library uses some of the
+  // first for itself.
   const auto* const random = reinterpret_cast<const char*>(getauxval(AT_RANDOM));
   if (random != nullptr) return load_word(random + 12);
-  // Without them, where the stack happens to be.
+  // If there are none, the address of the stack.
   return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)));
 }
 

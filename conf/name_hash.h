@@ -1,5 +1,5 @@
-// Hashes of names: equal for names that same_name() calls the same. The upper bits are the
-// best. `seed` is process_seed().
+// Hashes of names: equal for names that same_name() considers the same. The upper bits are
+// the best. `seed` is process_seed().
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_NAME_HASH_H
@@ -13,14 +13,14 @@
 
 namespace groundwork {
 
-// Leaves the case bit out of every character, letter or not: names that are then alike cost
-// a comparison.
+// Ignores the case bit of every character, letter or not: other names that become equal
+// cost a comparison.
 constexpr uint32_t mix(uint32_t hash, uint32_t word) {
   hash = (hash ^ (word | kCaseBits)) * 0x9e3779b1u;
   return hash ^ hash >> 15;
 }
 
-// Quick, but whoever wants to finds names that share it, whatever the seed.
+// Fast, but names that collide for any seed can be constructed.
 inline uint32_t hash_name(std::string_view name, uint32_t seed) {
   uint32_t hash = seed ^ static_cast<uint32_t>(name.size());
   if (name.size() < 4) return mix(hash, short_word(name.data(), name.size()));
@@ -31,13 +31,13 @@ inline uint32_t hash_name(std::string_view name, uint32_t seed) {
   return mix(hash, load_word(name.data() + last));
 }
 
-// Some five times slower; which names share it cannot be known without the seed.
+// About five times slower; colliding names cannot be found without the seed.
 uint32_t keyed_hash(std::string_view name, uint32_t seed);
 
-// A number that differs from one start of a program to the next.
+// A number that is different each time a program is started.
 uint32_t process_seed();
 
-// For tables that have no quick hash to begin with.
+// For tables that always use the slower hash.
 inline uint32_t keyed_hash(std::string_view name) {
   return keyed_hash(name, process_seed());
 }

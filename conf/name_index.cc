@@ -1,5 +1,5 @@
-// The table: open addressing with linear probing. A removal moves later records of the run
-// back, so no markers are left and a miss stays as short as it was.
+// The table: open addressing with linear probing. Removal moves later records of the probe
+// run back, so that there are no tombstones and misses stay short.
 //
 // SPDX-License-Identifier: MIT
 
@@ -18,13 +18,13 @@ using namespace groundwork;
 
 namespace {
 
-[[gnu::cold, gnu::noinline]] bool programs_own_has_name(const void* record,
-                                                        std::string_view name) {
+[[gnu::cold, gnu::noinline]] bool foreign_has_name(const void* record,
+                                                   std::string_view name) {
   return same_name(name_of(record), name);
 }
 
 inline bool has_name(void* record, size_t texts, std::string_view name) {
-  if (!is_own(record, texts)) return programs_own_has_name(record, name);
+  if (!is_own(record, texts)) return foreign_has_name(record, name);
   return same_name(own_name_of(record), name);
 }
 
@@ -35,17 +35,17 @@ inline void* walk(const GList* list, size_t texts, std::string_view name) {
   return nullptr;
 }
 
-// How many records each insertion may pass on average without it being held against the
-// names. In a table that is as full as it gets, random names pass 1.5.
+// How many slots an insertion may probe on average before the names are suspected of
+// colliding on purpose. In a table that is as full as it gets, random names take 1.5.
 constexpr int32_t kFreeSteps = 2;
 
-// Chance may use up so many more, and no removals give more room than this.
+// Chance may take this many more, and removals earn at most this many.
 constexpr int32_t kCredit = 64;
 
-// No random name passes so many records.
+// No random name probes this many slots.
 constexpr uint32_t kMostSteps = 128;
 
-// Whether a table of that capacity is as full as it may get.
+// Returns whether a table of this capacity has to grow.
 bool is_full(uint32_t count, uint32_t capacity) {
   return count > capacity / 2;
 }
@@ -63,19 +63,19 @@ inline void* NameIndex::probe(std::string_view name) const {
   for (uint32_t at = home_of(hash);; at = (at + 1) & mask_) {
     const Slot& slot = slots_[at];
     if (slot.record == nullptr) return nullptr;
-    // The name is compared even so: two names may share a hash.
+    // Different names may have the same hash.
     if (slot.hash == hash && has_name(slot.record, texts_, name)) return slot.record;
   }
 }
 
-// The next empty slot after one that is taken.
+// Returns the next empty slot after an occupied one.
 [[gnu::noinline]] uint32_t NameIndex::next_empty(uint32_t at) {
   uint32_t steps = 0;
   for (; slots_[at].record != nullptr; at = (at + 1) & mask_) ++steps;
   if (steps > kMostSteps) {
-    passed_ = INT32_MAX / 2;
+    probes_ = INT32_MAX / 2;
   } else {
-    passed_ += static_cast<int32_t>(steps);
+    probes_ += static_cast<int32_t>(steps);
   }
   return at;
 }
@@ -86,29 +86,29 @@ inline void NameIndex::insert(uint32_t hash, void* record) {
   slots_[at] = {hash, record};
 }
 
-// Whether the names crowd together as random names do not. The slower hash is trusted.
+// Returns whether the names collide more than random names do. The slower hash is trusted.
 inline bool NameIndex::is_crowded() const {
   const auto free_steps = static_cast<int32_t>(count_) * kFreeSteps;
-  return passed_ - kCredit > free_steps && !is_keyed_;
+  return probes_ - kCredit > free_steps && !is_keyed_;
 }
 
 void* NameIndex::find(const NameIndex* index, const GList* list, std::string_view name) {
-  // No record is its own name: all are taken for a program's own.
+  // An offset of 0 fits no record: all are treated as a program's own.
   if (index == nullptr) [[unlikely]]
     return walk(list, 0, name);
   if (index->has_table_of(list)) {
     void* const record = index->probe(name);
-    if (record != nullptr || index->in_step(list)) return record;
+    if (record != nullptr || index->is_current(list)) return record;
   }
   return walk(list, index->texts_, name);
 }
 
-bool NameIndex::in_step(const GList* list) const {
+bool NameIndex::is_current(const GList* list) const {
   return has_table_of(list) && tail_->next == nullptr;
 }
 
-void NameIndex::renew(GList* list) {
-  if (!in_step(list)) rebuild(list);
+void NameIndex::update(GList* list) {
+  if (!is_current(list)) rebuild(list);
 }
 
 void NameIndex::rebuild(GList* list) {
@@ -142,8 +142,8 @@ void NameIndex::append(GList*& list, GList* node) {
 }
 
 void NameIndex::remove(GList*& list, void* record) {
-  // A program may have exchanged what the nodes hold: then no link is to be trusted. Or it
-  // renamed the record: then it is not known by which hash the table has it.
+  // If a program has exchanged the nodes' data, no link can be trusted; if it has renamed
+  // the record, the hash in the table is unknown.
   if (slots_ != nullptr &&
       (!is_own(record, texts_) || link_of(record).node->data != record)) {
     rebuild(list);
@@ -157,7 +157,7 @@ void NameIndex::remove(GList*& list, void* record) {
   }
   if (node == tail_) tail_ = node->prev;
   --count_;
-  passed_ = std::max(passed_ - kFreeSteps, -kCredit);
+  probes_ = std::max(probes_ - kFreeSteps, -kCredit);
   list = g_list_delete_link(list, node);
   head_ = list;
   if (list == nullptr) clear();
@@ -171,12 +171,12 @@ void NameIndex::clear() {
   is_keyed_ = false;
 }
 
-// From now on the list is walked.
+// Frees the table; from now on the list is walked.
 void NameIndex::drop() {
   std::free(std::exchange(slots_, nullptr));
 }
 
-// Makes the table of a list, whose number of records is known.
+// Builds the table of a list; `count_` is the number of its records.
 void NameIndex::build(GList* list) {
   drop();
   seed_ = process_seed();
@@ -187,8 +187,8 @@ void NameIndex::build(GList* list) {
   if (!fill(list)) drop();
 }
 
-// Puts all records into the empty table. False when one is a program's own, which has no
-// room for its node.
+// Inserts all records into the empty table. False if one is a program's own, which cannot
+// store its node.
 bool NameIndex::fill(GList* list) {
   for (GList* node = list; node != nullptr; node = node->next) {
     if (!is_own(node->data, texts_)) return false;
@@ -197,15 +197,14 @@ bool NameIndex::fill(GList* list) {
     if (is_crowded()) [[unlikely]] {
       is_keyed_ = true;
       std::fill_n(slots_, mask_ + 1, Slot{});
-      passed_ = 0;
+      probes_ = 0;
       return fill(list);
     }
   }
   return true;
 }
 
-// Moves the table, if there is one, to one of that capacity. False when memory is
-// exhausted.
+// Moves the records to a table of another capacity. False when memory is exhausted.
 bool NameIndex::resize(uint32_t capacity) {
   auto* const fresh = static_cast<Slot*>(std::calloc(capacity, sizeof(Slot)));
   if (fresh == nullptr) return false;
@@ -213,7 +212,7 @@ bool NameIndex::resize(uint32_t capacity) {
   const uint32_t old_capacity = old != nullptr ? mask_ + 1 : 0;
   mask_ = capacity - 1;
   shift_ = static_cast<uint8_t>(std::countl_zero(mask_));
-  passed_ = 0;
+  probes_ = 0;
   for (uint32_t at = 0; at < old_capacity; ++at) {
     if (old[at].record != nullptr) insert(old[at].hash, old[at].record);
   }
@@ -229,7 +228,8 @@ void NameIndex::erase(uint32_t hash, const void* record) {
   }
   for (uint32_t at = (hole + 1) & mask_; slots_[at].record != nullptr;
        at = (at + 1) & mask_) {
-    // A record may not move before its home slot: the hole must lie on its way from there.
+    // A record must not move before its home slot: the hole must be between that and the
+    // record.
     const uint32_t way = (at - home_of(slots_[at].hash)) & mask_;
     if (way >= ((at - hole) & mask_)) slots_[std::exchange(hole, at)] = slots_[at];
   }

@@ -1,4 +1,4 @@
-// Making and freeing records.
+// Creating and freeing records.
 //
 // SPDX-License-Identifier: MIT
 
@@ -15,31 +15,30 @@
 namespace groundwork {
 namespace {
 
-// Copies with a NUL.
+// Copies a text and adds a NUL.
 void put(char* at, std::string_view text) {
   if (!text.empty()) std::memcpy(at, text.data(), text.size());
   at[text.size()] = '\0';
 }
 
-template <typename Whole>
-char* texts_of(Whole* whole) {
-  return reinterpret_cast<char*>(whole) + text_offset(sizeof(Whole));
+template <typename Record>
+char* texts_of(Record* record) {
+  return reinterpret_cast<char*>(record) + text_offset(sizeof(Record));
 }
 
-// Where the value is in an entry's block, after a key of that length: at an even offset
-// from the key, and so at an odd address.
+// The offset of the value from the key in an entry's block: even, and so at an odd address.
 constexpr size_t value_offset(size_t key_length) {
   return (key_length + 2) & ~size_t{1};
 }
 
-// A block for a record and its texts. The texts may be the same huge string twice, so that
-// their sum is more than there are addresses.
-template <typename Whole>
-Whole* allocate_whole(size_t name_length, size_t value_length = 0) {
-  size_t size = text_offset(sizeof(Whole)) + 3;  // two NULs and the value's alignment
+// Allocates a block for a record and its texts. The texts may be the same huge string
+// twice, so that the sum of their lengths overflows.
+template <typename Record>
+Record* allocate_record(size_t name_length, size_t value_length = 0) {
+  size_t size = text_offset(sizeof(Record)) + 3;  // two NULs and the value's alignment
   if (__builtin_add_overflow(size, name_length, &size)) return nullptr;
   if (__builtin_add_overflow(size, value_length, &size)) return nullptr;
-  return static_cast<Whole*>(std::malloc(size));
+  return static_cast<Record*>(std::malloc(size));
 }
 
 void free_text(char* text) {
@@ -56,7 +55,7 @@ void free_list_of_entries(GConfSection* section) {
 }  // namespace
 
 Entry* new_entry(std::string_view key, std::string_view value) {
-  Entry* const entry = allocate_whole<Entry>(key.size(), value.size());
+  Entry* const entry = allocate_record<Entry>(key.size(), value.size());
   if (entry == nullptr) return nullptr;
   char* const key_text = texts_of(entry);
   char* const value_text = key_text + value_offset(key.size());
@@ -66,14 +65,14 @@ Entry* new_entry(std::string_view key, std::string_view value) {
 }
 
 Section* new_section(std::string_view name) {
-  Section* const section = allocate_whole<Section>(name.size());
+  Section* const section = allocate_record<Section>(name.size());
   if (section == nullptr) return nullptr;
   put(texts_of(section), name);
   return new (section) Section{{texts_of(section), nullptr}, {nullptr, name.size()}};
 }
 
 Conf* new_conf_record(std::string_view filename) {
-  Conf* const conf = allocate_whole<Conf>(filename.size());
+  Conf* const conf = allocate_record<Conf>(filename.size());
   if (conf == nullptr) return nullptr;
   put(texts_of(conf), filename);
   return new (conf) Conf{{texts_of(conf), nullptr, 0, nullptr, nullptr}};
@@ -87,8 +86,8 @@ void free_entry(GConfEntry* entry) {
 
 void free_section(GConfSection* section) {
   free_list_of_entries(section);
-  if (Section* const whole = whole_of<Section>(section); whole != nullptr) {
-    whole->entries.clear();
+  if (Section* const record = container_of<Section>(section); record != nullptr) {
+    record->entries.clear();
   }
   free_text(section->name);
   std::free(section);
@@ -99,7 +98,8 @@ void free_conf(GConf* conf) {
     free_section(static_cast<GConfSection*>(node->data));
   }
   g_list_free(conf->sections);
-  if (Conf* const whole = whole_of<Conf>(conf); whole != nullptr) whole->sections.clear();
+  if (Conf* const record = container_of<Conf>(conf); record != nullptr)
+    record->sections.clear();
   g_thread_mutex_free(conf->mutex);
   g_hash_free(conf->callbacks);
   free_text(conf->filename);

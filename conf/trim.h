@@ -1,4 +1,4 @@
-// Leading and trailing white space, as isspace() of the C locale tells it.
+// Leading and trailing white space, as isspace() of the C locale defines it.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_TRIM_H

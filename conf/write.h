@@ -1,4 +1,4 @@
-// From a conf to its file's text.
+// Writing a conf to its file.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_WRITE_H

@@ -1,6 +1,6 @@
-// Bounded ring of pointers for one producer and one consumer. The mutex orders the slots;
-// `count` is also read without it, so asking "full?" costs no lock. That is enough for one
-// of each: while the producer sees a free slot only itself can take it, and likewise the
+// Bounded ring of pointers for one producer and one consumer. The mutex guards the slots;
+// `count` is also read without it, so that the full and empty tests take no lock. That is
+// enough for one of each: only the producer can take a free slot that it sees, and only the
 // consumer an element.
 //
 // SPDX-License-Identifier: MIT
@@ -55,7 +55,7 @@ bool is_full(const GFifo& fifo) {
 // False when the ring is full.
 bool store(GFifo& fifo, void* data) {
   BriefLock lock(fifo.mutex);
-  // Asked again: producers that did not take turns get a refusal instead of a broken ring.
+  // Checked again: producers that did not take turns fail instead of breaking the ring.
   if (is_full(fifo)) [[unlikely]]
     return false;
   fifo.slots[fifo.write_index] = data;
@@ -80,7 +80,7 @@ void* fetch(GFifo& fifo) {
 extern "C" GFifo* g_fifo_new(int max_buf) {
   CHECK_ARG(max_buf > 0, nullptr);
   Owned<void> block(std::calloc(1, sizeof(GFifo)));
-  // calloc() refuses a capacity whose size in bytes overflows.
+  // calloc() fails for a capacity whose size in bytes overflows.
   Owned<void*> slots(
       static_cast<void**>(std::calloc(static_cast<size_t>(max_buf), sizeof(void*))));
   if (block == nullptr || slots == nullptr) [[unlikely]]

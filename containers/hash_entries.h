@@ -1,6 +1,6 @@
-// The entries of one hash table. They are allocated many at a time, and those that are
-// given back are taken again, so that a table asks the heap seldom. When the last one is
-// given back the memory goes back to the heap, but for the first slab of a small table.
+// The entries of a hash table. They are allocated many at a time and reused, so that a
+// table rarely calls malloc(). When the last entry is returned, the memory is freed, except
+// for the single slab of a small table.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_ENTRY_POOL_H
@@ -19,14 +19,14 @@ struct HashEntry {
   uint32_t hashed;  // of the key
 };
 
-// Zero-initialised it is an empty pool; free_all() is its only destructor.
+// Zero-initialised, it is an empty pool. It has no destructor: call free_all().
 class EntryPool {
  public:
-  // Makes take() possible; false when memory is exhausted. The caller has a use for
+  // Makes sure that take() has an entry; false when memory is exhausted. The caller needs
   // `at_most` entries, at least 1, before its table grows.
   bool prepare(uint32_t at_most) { return free_ != nullptr || add_slab(at_most); }
 
-  // Prepared.
+  // Call prepare() first.
   HashEntry* take() {
     ++taken_;
     return std::exchange(free_, next_of(free_));
@@ -52,8 +52,8 @@ class EntryPool {
     return static_cast<HashEntry*>(entry->key);
   }
 
-  // As many again as are taken, within limits: few are wasted, and the heap is asked for
-  // blocks that it has ready.
+  // Adds as many entries as are in use, within limits: this wastes few, and asks for block
+  // sizes that the heap has ready.
   [[gnu::noinline]] bool add_slab(uint32_t at_most) {
     constexpr uint32_t kFewest = 8;
     constexpr uint32_t kMost = 64;
@@ -72,8 +72,8 @@ class EntryPool {
     return true;
   }
 
-  HashEntry* free_;  // linked by their keys
-  Slab* slabs_;      // the newest first
+  HashEntry* free_;  // linked through `key`
+  Slab* slabs_;      // newest first
   uint32_t taken_;
 };
 

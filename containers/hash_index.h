@@ -1,7 +1,7 @@
-// Search through the index of a table whose key functions are our own: the slots that a
-// walk would find, without the walk. Runs no function of the caller.
+// Look-ups through the index of a table that uses our own key functions. They find the
+// slots that a walk would find, without the walk, and call no function of the caller.
 //
-// For hash.cc alone; in a header, so that the compiler can lay out both together.
+// Only for hash.cc; in a header so that the compiler can inline it.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_HASH_INDEX_H
@@ -15,7 +15,7 @@
 
 namespace groundwork {
 
-// Whether an entry is for a key: one for each kind of key.
+// Predicates: whether an entry is for a key. One for each kind of key.
 struct SameText {
   const void* key;
   uint32_t hashed;
@@ -24,7 +24,7 @@ struct SameText {
                                                  static_cast<const char*>(key)) == 0;
   }
 };
-// A key of 32 bits is its hash.
+// A 32-bit key is its own hash.
 struct SameNumber {
   uint32_t hashed;
   bool operator()(const HashEntry& entry) const { return entry.hashed == hashed; }
@@ -35,7 +35,7 @@ struct SameWidePointer {
   bool operator()(const HashEntry& entry) const { return entry.key == key; }
 };
 
-// Any of them, for code that is there once.
+// Any of them, for code that exists once.
 struct SameKey {
   HashKeys keys;
   const void* key;
@@ -49,12 +49,12 @@ struct SameKey {
   }
 };
 
-// How far a probe run from `home` has gone when it meets `slot`.
+// The number of slots that a probe run from `home` passes before `slot`.
 inline uint32_t distance(const GHash& hash, uint32_t home, uint32_t slot) {
   return slot >= home ? slot - home : slot + (hash.size - home);
 }
 
-// Of several copies of a key the one that is met first.
+// Of several copies of a key, returns the first in the probe run.
 template <typename Same>
 [[gnu::noinline]] uint32_t nearest_match(const GHash& hash, Same same) {
   const uint32_t home = home_slot(hash, same.hashed);
@@ -71,7 +71,7 @@ template <typename Same>
   return nearest;
 }
 
-// As walk_to_match().
+// Like walk_to_match().
 template <typename Same>
 [[gnu::always_inline]] inline SlotIndex::Match indexed_match(const GHash& hash, Same same) {
   if (hash.has_copies) [[unlikely]]
@@ -80,7 +80,7 @@ template <typename Same>
       same.hashed, [&](uint32_t slot) { return same(*hash.slots[slot]); });
 }
 
-// As walk_to_insertion(), for a key whose indexed_match() is `match`.
+// Like walk_to_insertion(), for a key whose indexed_match() is `match`.
 IN_LINE_FOR_SPEED SlotIndex::Match indexed_insertion(GHash& hash, uint32_t hashed,
                                                      SlotIndex::Match match) {
   if (match.slot != hash.size && !hash.had_removals) return match;

@@ -1,10 +1,9 @@
 // The hash table's record, shared by the files that search, change and walk it.
 //
-// Callbacks may use the table that calls them. The rule for every loop that calls one:
-// after the call the slots are read again, and never more of them than there were at the
-// start, so the loop ends whatever the callback did. Slots are never moved but by growth,
-// and the table never shrinks, so `size` shows whether a slot number still means what it
-// did.
+// Callbacks may use the table that calls them. So every loop that calls one reads the slots
+// again after each call, and never more slots than there were at the start, so that it ends
+// whatever the callback does. Only growth moves entries, and the table never shrinks, so
+// `size` shows whether a slot number is still valid.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_HASH_TABLE_H
@@ -33,12 +32,12 @@ struct GHash {
   GHashFunc hash_func;
   GEqualFunc equal_func;  // null compares pointers
   GHashDestroyFunc destroy_func;
-  // Callers know the fields above.
+  // The layout up to here is known to programs.
   groundwork::HashKeys keys;
-  bool has_index : 1;        // after the slots; without one the table is walked
-  bool had_removals : 1;     // since it grew, so there may be holes in probe runs
-  bool has_copies : 1;       // an insertion through the index stored some key again
-  bool is_being_freed : 1;   // by g_hash_free(), which is calling destroy_func
+  bool has_index : 1;        // after the slots; without one, look-ups walk the table
+  bool had_removals : 1;     // since it last grew: probe runs may have holes
+  bool has_copies : 1;       // some key may be stored more than once
+  bool is_being_freed : 1;   // g_hash_free() is calling destroy_func
   uint32_t insertions_left;  // while the table is being freed
   groundwork::EntryPool entries;
 
@@ -65,7 +64,7 @@ inline uint32_t next_slot(const GHash& hash, uint32_t slot) {
   return slot + 1 == hash.size ? 0 : slot + 1;
 }
 
-// The first hole from `slot` on.
+// Returns the first hole from `slot` on.
 IN_LINE_FOR_SPEED uint32_t first_hole(const GHash& hash, uint32_t slot) {
   if (hash.slots[slot] == nullptr) return slot;
   if (hash.has_index) return hash.index().first_hole(slot);

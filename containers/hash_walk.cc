@@ -1,4 +1,4 @@
-// Search by walking the slots. The equality function may be the caller's, and may change
+// Look-ups that walk the slots. The equality function may be the caller's, and may change
 // the table.
 //
 // SPDX-License-Identifier: MIT
@@ -16,8 +16,8 @@ constexpr uint32_t kGrown = UINT32_MAX - 1;
 
 enum class Holes { kPassed, kEnd };
 
-// The first slot from `from` on, and before `to`, with an entry for `key`, or with a hole
-// when that ends the run; kNone when there is none; kGrown when the table grew meanwhile.
+// Returns the first slot from `from` up to `to` with an entry for `key`, or with a hole if
+// holes end the run; kNone if there is none; kGrown if the table has grown meanwhile.
 template <Holes holes>
 uint32_t walk_part(const GHash& hash, const void* key, uint32_t from, uint32_t to) {
   const uint32_t size = hash.size;
@@ -36,15 +36,15 @@ uint32_t walk_part(const GHash& hash, const void* key, uint32_t from, uint32_t t
     }
     const bool is_equal = equal(stored, key) != 0;
     if (hash.size != size) return kGrown;
-    // The function may have removed the entry that it was asked about.
+    // The function may have removed the entry that it compared.
     if (is_equal && slots[slot] != nullptr && slots[slot]->key == stored) return slot;
   }
   return kNone;
 }
 
-// Once around the table from the home slot, and once more when an equality function made
-// the table grow, but not a third time: one that keeps inserting must not keep the search
-// going.
+// Walks once around the table from the home slot, and once more if an equality function
+// made the table grow, but not a third time: a function that keeps inserting must not keep
+// the look-up going.
 template <Holes holes>
 uint32_t walk(const GHash& hash, const void* key, uint32_t hashed) {
   for (int rounds = 0; rounds < 2; ++rounds) {
@@ -67,7 +67,7 @@ uint32_t walk_to_match(const GHash& hash, const void* key, uint32_t hashed) {
 
 uint32_t walk_to_insertion(const GHash& hash, const void* key, uint32_t hashed) {
   const uint32_t slot = walk<Holes::kEnd>(hash, key, hashed);
-  // Not met only if the equality function moved the hole.
+  // kNone only if the equality function moved the hole.
   return slot != kNone ? slot : first_hole(hash, home_slot(hash, hashed));
 }
 

@@ -1,4 +1,4 @@
-// Search by walking the slots, with the caller's own functions.
+// Look-ups that walk the slots, with the caller's own functions.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_HASH_WALK_H
@@ -10,14 +10,14 @@
 
 namespace groundwork {
 
-// The slot of the first entry for `key` from its home slot on; `size` when there is none.
-// Passes over holes, because removal leaves them in the middle of a probe run.
+// Returns the slot of the first entry for `key` from its home slot on; `size` for a miss.
+// Skips holes, because removal leaves them in the middle of probe runs.
 [[gnu::visibility("hidden")]] uint32_t walk_to_match(const GHash& hash, const void* key,
                                                      uint32_t hashed);
 
-// Where `key` is to be stored: the slot of its entry, or a hole.
-// Kept: the run ends at the first hole, although a search would go on. A key beyond the
-// hole is stored twice.
+// Returns where to store `key`: the slot of its entry, or a hole.
+// Kept: the run ends at the first hole, where a look-up would go on. A key that is stored
+// after the hole is then stored a second time.
 [[gnu::visibility("hidden")]] uint32_t walk_to_insertion(const GHash& hash, const void* key,
                                                          uint32_t hashed);
 

@@ -1,5 +1,4 @@
-// Doubly linked list. Nodes come from malloc() and go to free() directly: a list reports
-// nothing, so the checked allocator has no place here.
+// Doubly linked list. Uses malloc() and free() directly, since lists log nothing.
 //
 // SPDX-License-Identifier: MIT
 
@@ -14,8 +13,8 @@ static_assert(offsetof(GList, next) == 0 && offsetof(GList, prev) == sizeof(void
 
 namespace {
 
-// A node linked between `prev` and `next`, either of which may be null; null when memory
-// is exhausted, with nothing changed.
+// Creates a node linked between `prev` and `next`, either of which may be null. Returns
+// null, with nothing changed, when memory is exhausted.
 GList* new_node_between(GList* prev, GList* next, void* data) {
   auto* const node = static_cast<GList*>(std::malloc(sizeof(GList)));
   if (node == nullptr) [[unlikely]]
@@ -66,7 +65,7 @@ extern "C" unsigned g_list_length(GList* list) {
 
 extern "C" void g_list_foreach(GList* list, GListFunc func, void* user_data) {
   while (list != nullptr) {
-    // Read first: the function may free the node that it was given.
+    // Read before the call: the function may free its node.
     GList* const next = list->next;
     func(list->data, user_data);
     list = next;

@@ -1,13 +1,13 @@
-// Queue: a doubly linked list behind a mutex. Nodes are made before and freed after the
-// mutex is held, so that it is held for some assignments only, except where it is held for
-// a search or a user's function anyway.
+// Queue: a doubly linked list guarded by a mutex. Nodes are allocated before the mutex is
+// locked and freed after it is unlocked, so that it is held only for a few assignments,
+// except during a search or a user function.
 //
-// Some nodes that have left are kept for elements to come: where one thread enqueues what
-// another dequeues, the heap would carry each from one to the other, which takes longer
-// than all the rest.
+// Some removed nodes are kept for later elements: if one thread enqueues what another
+// dequeues, the heap would have to pass each node from one to the other, which takes longer
+// than everything else.
 //
-// Nothing is held while an add function runs, neither the mutex nor a node: the function
-// may end its thread or leave by longjmp().
+// While an add function runs, neither the mutex nor a node is held: the function may end
+// its thread or leave by longjmp().
 //
 // SPDX-License-Identifier: MIT
 
@@ -37,7 +37,7 @@ struct GQueue {
   GQueueHoldFunc add_func;
   GQueueHoldFunc release_func;
   std::atomic<uint32_t> count;  // written under mutex, read anywhere
-  // Callers know the fields above.
+  // The layout up to here is known to programs.
   std::atomic<GList*> spare;  // linked by next; written under mutex, read anywhere
   uint32_t spare_count;       // guarded by mutex
 };
@@ -54,9 +54,9 @@ namespace {
 constexpr char kSource[] = "g_queue";
 constexpr auto relaxed = std::memory_order_relaxed;  // the mutex orders the rest
 
-// A BriefLock that tries for a while before it lets the thread sleep. Other threads' turns
-// are short, unless they run a user's function; sleeping and being woken take a hundred
-// times as long.
+// A BriefLock that spins for a while before it blocks. Other threads hold the mutex only
+// briefly, unless they run a user function; blocking and waking up take a hundred times as
+// long.
 class PatientLock {
  public:
   explicit PatientLock(GMutex* mutex) : mutex_(mutex), is_needed_(!is_single_threaded()) {
@@ -108,15 +108,15 @@ GList* new_node(void* data) {
   return node;
 }
 
-// Nodes that are kept at most: 1 KB on a 32-bit system.
+// The most nodes to keep: 1 KB on a 32-bit system.
 constexpr uint32_t kMostSpare = kForSpeed ? 64 : 0;
 
-// Whether spare_node() is likely to have one. Needs no lock.
+// Returns whether spare_node() is likely to have one. Needs no lock.
 bool has_spare_node(const GQueue& queue) {
   return kMostSpare != 0 && queue.spare.load(relaxed) != nullptr;
 }
 
-// A kept node for `data`; null when there is none. Locked.
+// Returns a kept node for `data`, or null. The queue is locked.
 GList* spare_node(GQueue& queue, void* data) {
   if (!has_spare_node(queue)) return nullptr;
   GList* const node = queue.spare.load(relaxed);
@@ -126,8 +126,8 @@ GList* spare_node(GQueue& queue, void* data) {
   return node;
 }
 
-// Keeps `node`, which is no longer linked, if there is room; returns it when it is to be
-// freed. Locked.
+// Keeps `node`, which is not linked, if there is room; otherwise returns it for the caller
+// to free. The queue is locked.
 GList* keep(GQueue& queue, GList* node) {
   if (queue.spare_count >= kMostSpare) return node;
   node->next = queue.spare.load(relaxed);
@@ -136,7 +136,7 @@ GList* keep(GQueue& queue, GList* node) {
   return nullptr;
 }
 
-// Links `node` after `sibling`, a node of the queue or null when that is empty. Locked.
+// Links `node` after `sibling`, which is null if the queue is empty. The queue is locked.
 void link_after(GQueue& queue, GList* sibling, GList* node) {
   GList* const next = sibling != nullptr ? sibling->next : nullptr;
   node->prev = sibling;
@@ -146,7 +146,7 @@ void link_after(GQueue& queue, GList* sibling, GList* node) {
   change_count(queue, 1);
 }
 
-// Takes `node` out without freeing it. Locked.
+// Unlinks `node` without freeing it. The queue is locked.
 void unlink(GQueue& queue, GList* node) {
   (node->prev != nullptr ? node->prev->next : queue.head) = node->next;
   (node->next != nullptr ? node->next->prev : queue.tail) = node->prev;
@@ -157,7 +157,7 @@ void hold(const GQueue& queue, void* data) {
   if (queue.add_func != nullptr) queue.add_func(data);
 }
 
-// For an element that was held and for which there is no node.
+// Releases an element for which there is no node.
 void give_up(const GQueue& queue, void* data) {
   if (queue.add_func != nullptr && queue.release_func != nullptr) queue.release_func(data);
 }
@@ -166,7 +166,7 @@ LEFT_BY_CANCELLATION void append(GQueue& queue, void* data) {
   hold(queue, data);
   if (has_spare_node(queue)) {
     QueueLock lock(queue.mutex);
-    // Another thread may have taken it.
+    // Another thread may have taken the spare node.
     if (GList* const node = spare_node(queue, data); node != nullptr) [[likely]] {
       link_after(queue, queue.tail, node);
       return;
@@ -201,14 +201,14 @@ void unlock(void* queue) {
   g_thread_mutex_unlock(static_cast<GQueue*>(queue)->mutex);
 }
 
-// A clearing under way.
+// A clear in progress.
 struct Clearing {
   GQueue* queue;
-  GList* rest;  // the nodes from here on are not released yet
+  GList* rest;  // the nodes not released yet
 };
 
-// Drops the released nodes and those that are kept, and unlocks, at the end of the clearing
-// or of its thread.
+// Frees the released and the kept nodes, and unlocks, at the end of the clear or of its
+// thread.
 void drop_released(void* under_way) {
   const auto* const clearing = static_cast<const Clearing*>(under_way);
   GQueue& queue = *clearing->queue;
@@ -223,13 +223,13 @@ void drop_released(void* under_way) {
   g_thread_mutex_unlock(queue.mutex);
 }
 
-// Calls func for each node from `node` on, in the direction of the link `onward`.
+// Calls func for each node from `node` on, following the link `onward`.
 LEFT_BY_CANCELLATION void visit(GQueue& queue, GList* GQueue::*first, GList* GList::*onward,
                                 GQueueFunc func, void* user_data) {
   g_thread_mutex_lock(queue.mutex);
   pthread_cleanup_push(unlock, &queue);
   for (GList* node = queue.*first; node != nullptr;) {
-    GList* const next = node->*onward;  // the function may delete the element
+    GList* const next = node->*onward;  // read first: the function may delete the element
     if (func(node->data, user_data) != 0) break;
     node = next;
   }
@@ -281,7 +281,7 @@ extern "C" void* g_queue_dequeue(GQueue* queue, const void* expected) {
     head = keep(*queue, head);
   }
   if (head != nullptr) std::free(head);
-  // Kept: after unlocking, and before the element is returned.
+  // Kept: called after unlocking, before the element is returned.
   if (queue->release_func != nullptr) queue->release_func(data);
   return data;
 }
@@ -306,7 +306,7 @@ extern "C" LEFT_BY_CANCELLATION void g_queue_clear(GQueue* queue) {
   while (clearing.rest != nullptr) {
     void* const data = clearing.rest->data;
     clearing.rest = clearing.rest->next;
-    // Kept: under the lock, unlike that of a dequeued element.
+    // Kept: called under the lock, unlike for a dequeued element.
     if (queue->release_func != nullptr) queue->release_func(data);
   }
   pthread_cleanup_pop(1);
@@ -317,7 +317,7 @@ extern "C" void g_queue_insert(GQueue* queue, const void* sibling, void* data) {
   CHECK_ARG(data != NULL);
   bool at_tail = sibling == nullptr;
   if (!at_tail) {
-    // Not held from here to the insertion: other threads may change the tail meanwhile.
+    // Unlocked from here to the insertion: other threads may change the tail meanwhile.
     QueueLock lock(queue->mutex);
     at_tail = queue->tail == nullptr || queue->tail->data == sibling;
   }
@@ -325,7 +325,7 @@ extern "C" void g_queue_insert(GQueue* queue, const void* sibling, void* data) {
       at_tail ? Insertion::kNoSibling : insert_after(*queue, sibling, data);
   if (insertion == Insertion::kNoMemory) [[unlikely]]
     give_up(*queue, data);
-  // Kept: calls add_func a second time when the sibling was not found; callbacks that count
+  // Kept: calls add_func a second time if the sibling was not found; callbacks that count
   // references rely on it.
   if (insertion == Insertion::kNoSibling) append(*queue, data);
 }

@@ -1,14 +1,14 @@
-// Answers the two questions of an open-addressing table that would otherwise be walked for:
-// which slots may hold a hash, and where is the first hole from a slot on.
+// An index of an open-addressing table, which would otherwise have to be walked. It finds
+// the slots that may hold a hash, and the first hole from a slot on.
 //
 // Hashes: cells in a second, smaller open-addressing table. A cell is one word: the slot
-// plus one in its low bits, some bits of the mixed hash, the tag, in the rest; 0 is empty.
-// In a small table a cell is one byte, without a tag: what it leads to is in the cache
-// anyway. Holes: one bit for each slot, set where occupied, and a summary bit for each word
-// of those, set where the word is full.
+// plus one in its low bits and a tag, some bits of the mixed hash, in the rest; 0 is empty.
+// In a small table a cell is one byte, without a tag: the entries are in the cache anyway.
+// Holes: one bit for each slot, set if occupied, and a summary bit for each word of these,
+// set if the word is full.
 //
-// An index is found from its table's slots, so that a table has no pointers to it: this is
-// a view of its memory. A large one begins with two figures that every call needs.
+// An index comes after its table's slots, so the table needs no pointer to it: this class
+// is a view of that memory. A large index begins with two numbers that every call needs.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONTAINERS_SLOT_INDEX_H
@@ -24,16 +24,16 @@ namespace groundwork {
 
 class SlotIndex {
  public:
-  // Where a search ended: the slot, and the cell that leads to it, or would.
+  // Where a look-up ended: the slot, and the cell that refers to it, or would.
   struct Match {
     uint32_t slot;
     uint32_t cell;
   };
-  static constexpr uint32_t kSearch = UINT32_MAX;  // a cell that is not known
+  static constexpr uint32_t kSearch = UINT32_MAX;  // the cell is not known
 
   static constexpr uint32_t kMaxSlots = UINT32_MAX >> 2;  // leaves a bit for the tag
 
-  // How many words the index of a table of `slots` slots takes.
+  // The number of words in the index of a table with `slots` slots.
   static constexpr uint64_t words(uint32_t slots) {
     return uint64_t{cell_words(slots)} + bit_words(slots) + bit_words(bit_words(slots)) +
            (is_small(slots) ? 0 : kFigures);
@@ -42,28 +42,28 @@ class SlotIndex {
   // `memory` holds words(slots) words. Not owned.
   SlotIndex(uint32_t* memory, uint32_t slots) : memory_(memory), slots_(slots) {}
 
-  // Makes an index of `memory`, all zeros, where all slots are empty.
+  // Initialises the index of a table without entries; its memory must be zero.
   void set_up() const {
     if (!is_small(slots_)) {
       memory_[0] = cells(slots_);
       memory_[1] = uint32_t{1} << std::bit_width(slots_);
     }
-    // What lies beyond the end is no hole.
+    // The bits past the end are not holes.
     fill_from(occupied(), slots_);
     fill_from(full(), bit_words(slots_));
   }
 
-  // The first occupied slot, in no order, whose hash may be `hash` and for which
-  // is_match(slot) returns true; the number of slots when there is none. In a large table
-  // slots of other hashes are rare among those asked about. Of slots with one hash that
-  // which was added first is asked about first.
+  // Returns a slot whose hash may be `hash` and for which is_match(slot) is true; the
+  // number of slots if there is none. In a large table is_match() is rarely called for
+  // slots with another hash. Slots with the same hash are tried in the order in which they
+  // were added.
   template <typename IsMatch>
   IN_LINE_FOR_SPEED Match find_candidate(uint32_t hash, IsMatch is_match) const {
     return with_cells([&](auto cells) { return find(cells, hash, is_match); });
   }
 
-  // The first empty slot from `slot` on, the last slot being followed by the first. One
-  // must be empty.
+  // Returns the first empty slot from `slot` on, wrapping around at the end. There must be
+  // one.
   IN_LINE_FOR_SPEED uint32_t first_hole(uint32_t slot) const {
     const uint32_t* const taken = occupied();
     uint32_t word = slot / 32;
@@ -75,8 +75,8 @@ class SlotIndex {
     return word * 32 + static_cast<uint32_t>(std::countr_zero(holes));
   }
 
-  // `slot`, empty so far, is taken by an entry of `hash`. `cell` is where the search for
-  // such an entry ended without a match, if nothing was changed since.
+  // Records that `slot`, empty so far, holds an entry with `hash`. `cell` is where the
+  // look-up missed, if nothing has changed since; otherwise kSearch.
   IN_LINE_FOR_SPEED void add(uint32_t hash, uint32_t slot, uint32_t cell) const {
     with_cells([&](auto cells) { add_cell(cells, hash, slot, cell); });
     const uint32_t word = slot / 32;
@@ -85,8 +85,9 @@ class SlotIndex {
     if (taken == ~uint32_t{0}) full()[word / 32] |= bit(word);
   }
 
-  // `slot` loses its entry of `hash`. `cell` is where the search for it ended, if nothing
-  // was changed since. hash_at(slot) tells the hash of any other occupied slot.
+  // Records that `slot` no longer holds its entry with `hash`. `cell` is where the look-up
+  // ended, if nothing has changed since; otherwise kSearch. hash_at(slot) returns the hash
+  // of any other occupied slot.
   template <typename HashAt>
   IN_LINE_FOR_SPEED void remove(uint32_t hash, uint32_t slot, uint32_t cell,
                                 HashAt hash_at) const {
@@ -96,7 +97,7 @@ class SlotIndex {
   }
 
  private:
-  // The two kinds of cells: how many there are, and what is in one.
+  // The two kinds of cells: their number, and access to them.
   struct Bytes {
     uint8_t* cells;
     uint32_t count;
@@ -122,7 +123,7 @@ class SlotIndex {
     uint32_t tag(uint32_t mixed) const { return mixed * factor; }
     uint32_t slot_mask() const { return factor - 1; }
   };
-  // Either, for code that is there once: the factor is 0 where cells are bytes.
+  // Either kind, for code that exists once: the factor is 0 if cells are bytes.
   struct Either {
     uint32_t* memory;
     uint32_t count;
@@ -153,11 +154,11 @@ class SlotIndex {
     if constexpr (!kForSpeed) return work(Either(*this));
     return is_small(slots_) ? work(Bytes(*this)) : work(Words(*this));
   }
-  static constexpr uint32_t kFigures = 2;  // before the words for cells
+  static constexpr uint32_t kFigures = 2;  // numbers before the cells of a large index
   static constexpr bool is_small(uint32_t slots) { return slots <= 128; }
 
-  // Since one slot stays empty, less than half of the bytes, or four of seven words, are
-  // taken.
+  // Since one slot stays empty, less than half of the bytes, or four in seven of the words,
+  // are occupied.
   static constexpr uint32_t cells(uint32_t slots) {
     return is_small(slots) ? slots * 2 : slots + slots / 2 + slots / 4;
   }
@@ -173,7 +174,7 @@ class SlotIndex {
     if (bits % 32 != 0) words[bits / 32] = ~uint32_t{0} << bits % 32;
   }
 
-  // One-to-one; its upper bits choose the cell, its lower bits are the tag.
+  // A bijection; the upper bits select the cell, the lower bits are the tag.
   static constexpr uint32_t mix(uint32_t hash) { return (hash ^ hash >> 16) * 0x9e3779b1u; }
   static uint32_t home_cell(uint32_t mixed, uint32_t count) {
     return static_cast<uint32_t>(uint64_t{mixed} * count >> 32);
@@ -220,7 +221,7 @@ class SlotIndex {
       gap = home_cell(mix(hash), cells.count);
       while (slot_plus_one(gap) != slot + 1) gap = next_cell(gap, cells.count);
     }
-    // Cells after the gap move into it unless that would put them before their home.
+    // Cells after the gap move into it, unless that would put them before their home cell.
     uint32_t from_gap = 0;
     for (uint32_t at = next_cell(gap, cells.count); cells.get(at) != 0;
          at = next_cell(at, cells.count)) {
@@ -239,7 +240,7 @@ class SlotIndex {
     const uint32_t end = bit_words(bit_words(slots_));
     const uint32_t* const words = full();
     uint32_t at = word / 32;
-    // The word itself is no answer yet: its holes, if any, lie before the slot asked for.
+    // Starts after the word itself: its holes, if any, are before the slot in question.
     uint32_t open = ~words[at] & (~uint32_t{1} << word % 32);
     while (open == 0) {
       at = at + 1 == end ? 0 : at + 1;
@@ -248,7 +249,7 @@ class SlotIndex {
     return at * 32 + static_cast<uint32_t>(std::countr_zero(open));
   }
 
-  uint32_t* memory_;  // the cells, words or four bytes in each, and the bits
+  uint32_t* memory_;  // the cells, one or four in a word, then the bits
   uint32_t slots_;
 };
 

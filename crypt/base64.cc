@@ -1,6 +1,6 @@
-// Base64 both ways. Tables give each character in its place in a word, and each value, so
-// that a group is four lookups put together; 4 KB for either direction. Groups are decoded
-// four at a time, and one at a time where something is unusual about them.
+// Base64 encoding and decoding. Tables hold each character and each value shifted to its
+// place in a word, so that a group is four look-ups combined; 4 KB for each direction.
+// Groups are decoded four at a time, and one at a time if any is unusual.
 //
 // SPDX-License-Identifier: MIT
 
@@ -24,15 +24,15 @@ constexpr char kAlphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kPad = '=';
 
-// The longest input whose characters an int can count.
+// The longest input whose encoded length fits in an int.
 constexpr int kLongestInput = INT_MAX / 4 * 3;
 
-// The wide tables make both ways several times faster.
+// The wide tables make both directions several times faster.
 constexpr bool kWideTables = groundwork::kForSpeed;
 using Table = std::array<uint32_t, 256>;
 
-// The four characters of a group as they lie in memory. Indices carry bits that belong to
-// the neighbours: the first character is chosen by the upper six of eight, the others by
+// The four characters of a group as they are in memory. Indices include bits of their
+// neighbours: the first character is selected by the upper six of eight bits, the others by
 // the lower six.
 constexpr std::array<Table, 4> kCharacters = [] {
   std::array<Table, 4> tables{};
@@ -46,7 +46,7 @@ constexpr std::array<Table, 4> kCharacters = [] {
   return tables;
 }();
 
-// The values of a group's four characters, in their places in 24 bits.
+// The values of a group's four characters, shifted to their places in 24 bits.
 constexpr uint32_t kNoCharacter = 0x80000000;
 constexpr std::array<Table, 4> kValues = [] {
   std::array<Table, 4> tables{};
@@ -72,14 +72,14 @@ void store_big_endian(unsigned char* bytes, uint32_t word) {
   std::memcpy(bytes, &word, sizeof word);
 }
 
-// The characters of three bytes, of which four can be read.
+// Encodes three bytes; reads four.
 inline uint32_t encoded(const unsigned char* bytes) {
   const uint32_t word = load_big_endian(bytes);
   return kCharacters[0][bytes[0]] | kCharacters[1][word >> 20 & 255] |
          kCharacters[2][word >> 14 & 255] | kCharacters[3][bytes[2]];
 }
 
-// The same for the three bytes in the upper part of a word.
+// Encodes the upper three bytes of a word.
 inline uint32_t encoded(uint32_t word) {
   if constexpr (!kWideTables) {
     const char group[] = {kAlphabet[word >> 26], kAlphabet[word >> 20 & 63],
@@ -96,7 +96,7 @@ void store_group(char* dest, uint32_t group) {
 
 // Encodes whole groups of three bytes, without a NUL.
 void encode_groups(const unsigned char* bytes, size_t count, char* dest) {
-  // A load takes four bytes where three are used.
+  // Loads four bytes but uses three.
   for (; kWideTables && count >= 13; count -= 12, bytes += 12, dest += 16) {
 #pragma GCC unroll 4
     for (unsigned group = 0; group < 4; ++group) {
@@ -112,10 +112,10 @@ void encode_groups(const unsigned char* bytes, size_t count, char* dest) {
   }
 }
 
-// Encodes one or two bytes that are left over, without a NUL.
+// Encodes the last one or two bytes, without a NUL.
 void encode_rest(const unsigned char* bytes, size_t count, char* dest) {
-  // Kept: the bytes are taken as signed here, and readers expect the result. The sign of
-  // the second covers all bits of the first.
+  // Kept: the bytes are signed here, and readers expect the result. The sign of the second
+  // overwrites all bits of the first.
   uint32_t bits = static_cast<uint32_t>(static_cast<int8_t>(bytes[0]) * 65536);
   if (count == 2) {
     bits |= static_cast<uint32_t>(static_cast<int8_t>(bytes[1]) * 256);
@@ -126,14 +126,13 @@ void encode_rest(const unsigned char* bytes, size_t count, char* dest) {
   dest[3] = kPad;
 }
 
-// The 24 bits of a group; kNoCharacter is set too if one of the four is not in the
-// alphabet.
+// The 24 bits of a group, with kNoCharacter set if any of the four is not in the alphabet.
 uint32_t decoded(const unsigned char* text) {
   return kValues[0][text[0]] | kValues[1][text[1]] | kValues[2][text[2]] |
          kValues[3][text[3]];
 }
 
-// The value of a character; kNoCharacter of one that is not in the alphabet.
+// The value of a character; kNoCharacter if it is not in the alphabet.
 uint32_t value_of(unsigned char c) {
   if constexpr (kWideTables) return kValues[3][c];
   const void* const found = std::memchr(kAlphabet, c, sizeof kAlphabet - 1);
@@ -149,7 +148,7 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
   for (unsigned place = 0; place < 4; ++place) {
     const uint32_t value = value_of(text[place]);
     if (value != kNoCharacter) {
-      // Kept: also the last place behind a "=", where it then counts for nothing.
+      // Kept: accepted even in the last place after a "=", where it is ignored.
       values[place] = value;
     } else if (text[place] == kPad && at_end && place >= 2) {
       values[place] = kPadding;
@@ -167,8 +166,8 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
   return 3;
 }
 
-// Decodes groups four at a time and stops before four that are not all plain, as the last
-// of a padded text is not. Returns how many groups it did.
+// Decodes groups four at a time, up to four that are not all plain, such as the last of a
+// padded text. Returns the number of groups decoded.
 size_t decode_plain_groups(const unsigned char* text, size_t groups, unsigned char* dest) {
   size_t done = 0;
   for (; kWideTables && groups - done >= 4; done += 4, text += 16, dest += 12) {
@@ -202,9 +201,9 @@ extern "C" int g_crypt_base64_encode(const void* src, char* dest, int length) {
   return static_cast<int>(end - dest);
 }
 
-// Called `src` here because the check is reported in these words.
+// The parameter is called `src` because the text of the check is logged.
 extern "C" int g_crypt_base64_decode(const char* src, void* dest) {
-  // Kept: the length is taken first, so null text faults and is not reported.
+  // Kept: the length is taken first, so a null text faults instead of being reported.
   const size_t length = std::strlen(src);
   CHECK_ARG(src && dest, -1);
   CHECK_ARG(!(length % 4), -1);

@@ -1,5 +1,5 @@
-// Single DES with combined S-box and permutation tables, under keys whose bytes are
-// mirrored. Despite the name there is one key and one pass.
+// Single DES with combined S-box and permutation tables, with mirrored key bytes. Despite
+// the name there is only one key and one pass.
 //
 // SPDX-License-Identifier: MIT
 
@@ -19,8 +19,8 @@ namespace {
 
 using SBoxTable = std::array<uint32_t, 64>;
 
-// SP1 to SP8: what each S-box adds to a half for its six input bits, in its place, permuted
-// by P and rotated left by one bit as the halves are.
+// SP1 to SP8: the output of each S-box for its six input bits, in its place, permuted by P
+// and rotated left by one bit like the halves.
 constexpr std::array<SBoxTable, 8> kPermutedSBoxes = [] {
   std::array<SBoxTable, 8> tables{};
   for (unsigned box = 0; box < 8; ++box) {
@@ -43,9 +43,9 @@ constexpr Rotations kRotations = [] {
   return rotations;
 }();
 
-// What a round adds to one half, from the other. Odd and even S-boxes look at the half with
-// four bits between them; the mask leaves six bits in each byte.
-uint32_t round_of(uint32_t half, const Subkey& subkey) {
+// The round function: what is XORed into one half, computed from the other. Odd and even
+// S-boxes see the half four bits apart; the mask leaves six bits in each byte.
+uint32_t round_function(uint32_t half, const Subkey& subkey) {
   constexpr uint32_t kSixBits = 0x3F3F3F3F;
   const uint32_t odd = (std::rotr(half, 4) ^ subkey.odd) & kSixBits;
   const uint32_t even = (half ^ subkey.even) & kSixBits;
@@ -59,15 +59,15 @@ struct MirroredKeyCipher {
   using Subkey = groundwork::des::Subkey;
 
   static void expand(const Block& key, Schedule& schedule) {
-    // Kept: the bits of each key byte are read from the lowest up.
+    // Kept: the bits of each key byte are read starting with the lowest.
     expand_key(permuted_choice_1(mirrored(rows_of(key))), kRotations, schedule);
   }
 
   static Block transform(const Block& input, const Subkey* subkey, ptrdiff_t step) {
     auto [left, right] = initial_permutation(input);
     for (int pair = 0; pair < kRounds / 2; ++pair) {
-      left ^= round_of(right, *subkey);
-      right ^= round_of(left, subkey[step]);
+      left ^= round_function(right, *subkey);
+      right ^= round_function(left, subkey[step]);
       subkey += 2 * step;
     }
     return final_permutation({right, left});

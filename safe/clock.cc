@@ -1,4 +1,4 @@
-// The clock that nobody sets.
+// The clock that cannot be set.
 //
 // SPDX-License-Identifier: MIT
 

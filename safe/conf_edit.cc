@@ -1,5 +1,5 @@
-// The text is gone through once, to find the line of each key and what is to change; then
-// what stays is copied, in pieces as long as may be, and what changes is put in.
+// Scans the text once to find the line of each key and what has to change, then copies what
+// stays, in pieces as long as possible, and inserts the changes.
 //
 // SPDX-License-Identifier: MIT
 
@@ -20,14 +20,14 @@ using Item = ConfTable::Item;
 using Kind = Line::Kind;
 constexpr Id kNone = ConfTable::kNone;
 
-// The line end of the last line that has one. A carriage return counts only right before
-// the newline.
+// The line end of the last line that has one. A carriage return belongs to it only directly
+// before the newline.
 std::string_view last_line_end(std::string_view text) {
   while (!text.empty() && text.back() != '\n') text.remove_suffix(1);
   return text.size() > 1 && text[text.size() - 2] == '\r' ? "\r\n" : "\n";
 }
 
-// A text that may end in one line end less it.
+// A text without its last line end, if it has one.
 std::string_view without_line_end(std::string_view text) {
   if (text.ends_with('\n')) text.remove_suffix(last_line_end(text).size());
   return text;
@@ -51,11 +51,11 @@ class Editor {
   int edit(const GConf* conf);
 
  private:
-  // A piece of the text that goes, and what comes there.
+  // A piece of the text to remove, and what to put in its place.
   struct Edit {
     const char* from;
     const char* to;
-    Id id;  // of a key, for its value; of a section, for its new keys; kNone for nothing
+    Id id;  // a key: its value; a section: its new keys; kNone: nothing
   };
 
   bool find_edits();
@@ -72,7 +72,7 @@ class Editor {
     return edits_.add({from, to, id}) || fail(ENOMEM);
   }
 
-  // Copies what has not been, up to there.
+  // Copies up to `at` what has not been copied yet.
   bool keep_to(const char* at) {
     const char* const from = kept_;
     kept_ = at;
@@ -93,16 +93,16 @@ class Editor {
   Array<Edit> edits_;  // in the order of the text
   const std::string_view text_;
   ByteArray& out_;
-  const char* kept_;  // what comes before has been copied, or goes
+  const char* kept_;  // everything before has been copied or removed
   const char* const end_;
-  std::string_view newline_;      // of lines that are added; a literal
-  size_t without_last_line_ = 0;  // what was there when the text's last line went
+  std::string_view newline_;      // for added lines; a literal
+  size_t without_last_line_ = 0;  // the size of the result when the last line was removed
   int error_ = 0;
 };
 
 int Editor::edit(const GConf* conf) {
   table_.take(conf);
-  // Of a file that grows little, as most do, the text is moved once at most.
+  // Most files grow little, and so are moved at most once.
   if (!out_.reserve(text_.size() + 256)) return ENOMEM;
   if (!find_edits()) return error_;
   for (const Edit& edit : edits_) {
@@ -116,7 +116,7 @@ int Editor::edit(const GConf* conf) {
 }
 
 bool Editor::find_edits() {
-  Id part = kNone;  // the section that the lines are a part of, up to there:
+  Id part = kNone;  // the section of the current lines, up to `part_end`
   const char* part_end = nullptr;
   TableLines line(table_, text_, false);
   while (line.advance()) {
@@ -139,8 +139,8 @@ bool Editor::find_edit(const TableLines& line) {
   Item& item = table_[line.id()];
   item.line = begin;
   if (line.is_header() || item.has_value(line.value())) return true;
-  // The blanks after "=" stay. Where there is no value they reach to the line's end, of
-  // which a carriage return is a part, not a blank.
+  // Spaces after "=" are kept. Without a value they extend to the end of the line, which
+  // includes a carriage return.
   const auto size = static_cast<size_t>(line.next() - begin);
   const char* const end = begin + without_line_end({begin, size}).size();
   return note(std::min(line.value().data(), end), end, line.id());
@@ -149,8 +149,8 @@ bool Editor::find_edit(const TableLines& line) {
 bool Editor::make(const Edit& edit) {
   if (edit.id != kNone) {
     const Item& item = table_[edit.id];
-    // Of a key that comes again the last line counts, and new keys of a section follow its
-    // last part.
+    // Of a repeated key the last line counts, and new keys of a section go after its last
+    // part.
     if (item.line >= edit.from) return true;
     if (item.is_section()) return add_new_keys(edit.id, edit.from);
   }
@@ -185,14 +185,14 @@ bool Editor::add_new_sections() {
   return true;
 }
 
-// Begins a line that follows what is before `after` in the text, and ends like that.
+// Begins a line after the text before `after`, with the same kind of line end.
 bool Editor::begin_line(const char* after) {
   newline_ = last_line_end({text_.data(), static_cast<size_t>(after - text_.data())});
   if (!keep_to(after)) return false;
   return out_.size() == 0 || out_.view().ends_with('\n') || add(newline_);
 }
 
-// Adds a line that loading takes for what it is.
+// Adds a line, and checks that loading would read it as intended.
 bool Editor::add_line(Kind kind, const Item& item) {
   const bool is_header = kind == Kind::kHeader;
   const std::string_view value = is_header ? "" : item.value();
@@ -208,8 +208,8 @@ bool Editor::add_line(Kind kind, const Item& item) {
   return is_right ? add(newline_) : fail(EINVAL);
 }
 
-// A file whose last line had no newline has none now, either, unless that line went and
-// nothing came.
+// If the last line had no newline, it gets none now, unless that line was removed and
+// nothing was added.
 void Editor::end_likewise() {
   const std::string_view text = out_.view();
   if (text_.empty() || text_.ends_with('\n') || text.size() == without_last_line_) return;

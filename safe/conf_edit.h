@@ -1,5 +1,5 @@
-// Changing the text of a configuration file so that it reads as a conf, and nothing else of
-// it. No file is touched here.
+// Edits the text of a configuration file so that it reads as a conf, and changes nothing
+// else. Accesses no file.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_CONF_EDIT_H
@@ -13,10 +13,10 @@
 
 namespace groundwork {
 
-// Appends to `out`, which is empty, the text that `old_text` (without a NUL) becomes so
-// that loading it gives the keys and values of the conf, in whatever order. To be called
-// with the conf's mutex held. 0, or ENOMEM, EFBIG for 2 GiB and more, or EINVAL for a conf
-// that no text reads as.
+// Writes an edited copy of `old_text` (which has no NUL) to `out`, which is empty, such
+// that loading it gives the keys and values of the conf, in whatever order. Must be called
+// with the conf's mutex held. Returns 0, ENOMEM, EFBIG for 2 GiB and more, or EINVAL if no
+// text reads as the conf.
 int edit_conf_text(std::string_view old_text, const GConf* conf, ByteArray& out);
 
 }  // namespace groundwork

@@ -15,8 +15,8 @@
 namespace groundwork {
 namespace {
 
-// A program that writes the file in place has it locked: half a file is not read. Closing
-// the descriptor unlocks.
+// A program that writes the file in place locks it, so half a file is not read. Closing the
+// descriptor unlocks.
 int lock_shared(int descriptor) {
   struct flock lock {};
   lock.l_type = F_RDLCK;
@@ -25,7 +25,7 @@ int lock_shared(int descriptor) {
   return errno == EACCES ? EAGAIN : errno;
 }
 
-// Up to `size` bytes, fewer at the end of the file; -1 on an error.
+// Reads `size` bytes, fewer at the end of the file; -1 on error.
 ssize_t read_up_to(int descriptor, char* buffer, size_t size) {
   size_t count = 0;
   while (count < size) {
@@ -41,18 +41,18 @@ ssize_t read_up_to(int descriptor, char* buffer, size_t size) {
 }  // namespace
 
 int ConfFile::read(const char* path) {
-  // Opening a pipe does not wait for a writer.
+  // O_NONBLOCK: opening a pipe must not wait for a writer.
   const Descriptor file = open_at(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!file.is_open()) return errno;
   struct stat status;
   if (fstat(file.get(), &status) != 0) return errno;
   if (!S_ISREG(status.st_mode)) return ENOENT;
   if (const int error = lock_shared(file.get()); error != 0) return error;
-  // Asked again: until now it may have been written.
+  // Once more: until it was locked, it may have been written.
   if (fstat(file.get(), &status) != 0) return errno;
   if (status.st_size > INT32_MAX) return EFBIG;
   const auto size = static_cast<size_t>(status.st_size);
-  // One more byte: a file that grows is noticed.
+  // One more byte, to notice a file that grows.
   Owned<char> bytes(static_cast<char*>(std::malloc(size + 1)));
   if (bytes == nullptr) return ENOMEM;
   const ssize_t count = read_up_to(file.get(), bytes.get(), size + 1);

@@ -15,7 +15,7 @@
 
 namespace groundwork {
 
-// Keeps other saves and reloads of a conf waiting to the end of the scope. The caller holds
+// Makes other saves and reloads of a conf wait until the end of the scope. The caller holds
 // off cancellation.
 class ConfFileLock {
  public:
@@ -32,17 +32,17 @@ class ConfFileLock {
   pthread_mutex_t* const mutex_;
 };
 
-// What a conf is to know of a file that holds these bytes.
+// What a conf remembers about a file with these bytes.
 inline FileContent content_of(std::string_view bytes) {
   return {FileContent::kText, fingerprint_of(bytes.data(), bytes.size())};
 }
 
 class ConfFile {
  public:
-  // Reads a regular file as loading does, under a shared lock that is not waited for. 0, or
-  // what failed: EAGAIN when another process has it locked or changes it meanwhile, EFBIG
-  // for 2 GiB and more; ENOENT also for anything but a regular file. Logs nothing. The
-  // caller holds off cancellation.
+  // Reads a regular file like the loader, under a shared lock that it does not wait for.
+  // Returns 0 or the error: EAGAIN if another process has locked the file or changes it
+  // meanwhile, EFBIG for 2 GiB and more; ENOENT also for anything but a regular file. Logs
+  // nothing. The caller holds off cancellation.
   int read(const char* path);
 
   // Empty unless read() returned 0; never null.

@@ -1,5 +1,5 @@
-// Taking in what a file holds now: first everything that can fail, then the changes, in one
-// go under the conf's mutex, then the callbacks.
+// Reloading a file: first everything that can fail, then all changes together under the
+// conf's mutex, then the callbacks.
 //
 // SPDX-License-Identifier: MIT
 
@@ -48,9 +48,9 @@ char* copy_of(std::string_view text) {
   return copy;
 }
 
-// What the callbacks will be told, one change after the other, in copies: a callback may
-// change and remove whatever it likes. Each change is four strings: section, key and value,
-// and the name that its callbacks have in the table.
+// The changes to pass to callbacks, as copies, since a callback may change and remove
+// anything. Each change is four strings: section, key, value, and the name of its callbacks
+// in the table.
 class Notices {
  public:
   // False when memory is exhausted.
@@ -75,7 +75,7 @@ class Notices {
   ByteArray text_;
 };
 
-// What the file changes in the conf. To be used with the conf's mutex held throughout.
+// The changes that the file makes to the conf. To be used with the conf's mutex held.
 class Changes {
  public:
   Changes() = default;
@@ -83,18 +83,18 @@ class Changes {
   Changes(const Changes&) = delete;
   Changes& operator=(const Changes&) = delete;
 
-  // Finds the changes and gets all the memory that they need; the conf stays as it is.
-  // False when memory is exhausted.
+  // Finds the changes and allocates all the memory that they need, without changing the
+  // conf. False when memory is exhausted.
   bool prepare(const GConf* conf, std::string_view text);
 
-  // Makes them; once.
+  // Makes the changes; call it once.
   void apply(GConf* conf);
 
   int count() const { return count_; }
   Notices::Block release_notices() { return notices_.release(); }
 
  private:
-  // Of a section or a key that the file has.
+  // A section or key in the file.
   struct Step {
     Id id;
     void* made;  // the node of a new one, the new value of a key, or null
@@ -106,7 +106,7 @@ class Changes {
   bool is_removed(Id id) { return id < known_ && table_[id].line == nullptr; }
 
   ConfTable table_;
-  Id known_ = 0;       // so many items are the conf's
+  Id known_ = 0;       // the number of items that the conf has
   Array<Step> steps_;  // in the order of the file
   Notices notices_;
   int count_ = 0;
@@ -154,7 +154,7 @@ bool Changes::find(std::string_view text) {
   return !table_.is_exhausted();
 }
 
-// Makes what the step adds.
+// Creates what the step adds.
 bool Changes::make(Step& step) {
   const Item& item = table_[step.id];
   if (item.is_section()) {
@@ -203,8 +203,8 @@ void Changes::apply(GConf* conf) {
   }
 }
 
-// Makes the conf that of the text. The number of changes, or -1 with errno.
-int take_in(GConf* conf, std::string_view text, Notices::Block& notices) {
+// Makes the conf equal to the text. Returns the number of changes, or -1 with errno.
+int merge(GConf* conf, std::string_view text, Notices::Block& notices) {
   const BriefLock lock(conf->mutex);
   if (is_dirty(conf)) return fail(EBUSY);
   Changes changes;
@@ -223,13 +223,13 @@ int reload(GConf* conf, Notices::Block& notices) {
   const std::string_view bytes = file.bytes();
   // A NUL in the file ends its text.
   const std::string_view text = between(bytes, 0, position_of(bytes, '\0'));
-  const int count = take_in(conf, text, notices);
+  const int count = merge(conf, text, notices);
   if (count != -1) set_file_content(conf, content_of(bytes));
   return count;
 }
 
-// Owns the block. A callback may end its thread; that the thread was cancelled it learns
-// when all have run.
+// Frees the block. A callback may end its thread; cancellation takes effect after all have
+// run.
 [[gnu::noinline]] LEFT_BY_CANCELLATION void run_callbacks(GConf* conf,
                                                           const Notices::Block& notices) {
   const CancellationHeld held;
@@ -244,7 +244,7 @@ int reload(GConf* conf, Notices::Block& notices) {
     change.section = next();
     change.key = next();
     change.value = next();
-    // Looked up only now: an earlier callback may have registered it.
+    // Looked up here, since an earlier callback may have registered it.
     void* const callbacks = g_hash_find(conf->callbacks, next());
     if (callbacks != nullptr)
       g_callback_execute(static_cast<GCallback*>(callbacks), &change);

@@ -1,5 +1,5 @@
-// Saving by way of the text that is there. The conf's mutex is held while the new text is
-// made, not while files are read and written.
+// Saving by editing the existing text. The conf's mutex is held while the new text is made,
+// but not while files are read and written.
 //
 // SPDX-License-Identifier: MIT
 
@@ -28,18 +28,19 @@ bool is_missing(int error) {
   return error == ENOENT || error == ENOTDIR;
 }
 
-// Whether the file, whose reading ended with `error`, holds what the conf knows of.
+// Returns whether the file, whose reading ended with `error`, has the content that the conf
+// knows.
 bool is_known(const GConf* conf, int error, const ConfFile& file) {
   const FileContent known = file_content(conf);
   if (known.state == FileContent::kText) {
     return error == 0 && known.text == content_of(file.bytes()).text;
   }
-  // Where there was no file there was no text: an empty file holds no more.
+  // A missing file has no text, and neither has an empty one.
   return known.state == FileContent::kNoFile &&
          (is_missing(error) || (error == 0 && file.bytes().empty()));
 }
 
-// Reads what the file holds, and asks whether that is what the conf knows of.
+// Reads the file, and checks whether it has the content that the conf knows.
 int read_known(const GConf* conf, bool force, ConfFile& file) {
   const int error = file.read(conf->filename);
   if (error != 0 && error != EFBIG && !is_missing(error)) return error;
@@ -47,8 +48,8 @@ int read_known(const GConf* conf, bool force, ConfFile& file) {
   return error == EFBIG ? EFBIG : 0;
 }
 
-// Makes the text for the file to hold. What is written to the conf later is not in it, and
-// makes the conf dirty again.
+// Makes the new text. Later writes to the conf are not in it, and make the conf dirty
+// again.
 int take_text(GConf* conf, const ConfFile& file, bool force, ByteArray& text) {
   std::string_view old_text = file.bytes();
   if (position_of(old_text, '\0') != old_text.size()) {
@@ -69,7 +70,7 @@ int replace(GConf* conf, Replacement& replacement, std::string_view text) {
 }
 
 int save(GConf* conf, bool force) {
-  // From here on no other save or replacement comes in between.
+  // From here on no other save or replacement can interfere.
   Replacement replacement;
   const int find_error = replacement.find(conf->filename) ? 0 : errno;
   ConfFile file;

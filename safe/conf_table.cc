@@ -20,7 +20,7 @@ std::string_view ConfTable::Item::value() const {
 bool ConfTable::Item::has_value(std::string_view trimmed_value) const {
   const char* const stored = static_cast<const GConfEntry*>(record)->value;
   const size_t size = trimmed_value.size();
-  // Mostly equal: neither is measured.
+  // They are usually equal, and then neither is measured.
   return (std::strncmp(stored, trimmed_value.data(), size) == 0 && stored[size] == '\0') ||
          trimmed(stored) == trimmed_value;
 }
@@ -28,12 +28,12 @@ bool ConfTable::Item::has_value(std::string_view trimmed_value) const {
 void ConfTable::take(const GConf* conf) {
   for (const GList* node = conf->sections; node != nullptr; node = node->next) {
     GConfSection* const record = section_in(node);
-    is_all_own_ &= whole_of<Section>(record) != nullptr;
+    is_all_own_ &= container_of<Section>(record) != nullptr;
     const Id section = append(kNone, record->name, record);
     if (section == kNone) return;
     for (const GList* line = record->entries; line != nullptr; line = line->next) {
       GConfEntry* const entry = entry_in(line);
-      is_all_own_ &= whole_of<Entry>(entry) != nullptr;
+      is_all_own_ &= container_of<Entry>(entry) != nullptr;
       if (append(section, entry->key, entry) == kNone) return;
     }
     items_[section].end = size();
@@ -52,7 +52,7 @@ bool ConfTable::is(Id id, Id section, std::string_view name) const {
   return item.section == section && same_name(item.name, name);
 }
 
-// The slot that has it, or the empty one where it would be.
+// Returns its slot, or the empty one where it would be.
 ConfTable::Id& ConfTable::slot_of(Id section, std::string_view name) {
   uint32_t at = keyed_hash(name) + section * 0x9e3779b1u;
   for (;; ++at) {
@@ -61,7 +61,7 @@ ConfTable::Id& ConfTable::slot_of(Id section, std::string_view name) {
   }
 }
 
-// Gives every item a slot but those whose name one has already.
+// Gives each item a slot, unless an item with the same name has one.
 bool ConfTable::index() {
   if (slots_ == nullptr || size() > mask_ / 2) {
     uint32_t capacity = 16;

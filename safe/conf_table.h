@@ -1,5 +1,5 @@
-// A conf beside the text of its file: which line has which key. For as long as the conf's
-// mutex is held and the text is there.
+// Relates a conf to the text of its file: which line has which key. Valid as long as the
+// conf's mutex is held and the text exists.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_CONF_TABLE_H
@@ -17,8 +17,8 @@
 
 namespace groundwork {
 
-// The sections and keys in one array: those of the conf, in its order, each section before
-// its keys; then those that only the text has.
+// All sections and keys in one array: first those of the conf, in its order, each section
+// before its keys; then those that are only in the text.
 class ConfTable {
  public:
   using Id = uint32_t;
@@ -26,33 +26,33 @@ class ConfTable {
 
   struct Item {
     std::string_view name;
-    void* record;            // null: only the text has it
-    Id section;              // of a key; kNone for a section
+    void* record;            // null: only in the text
+    Id section;              // the section of a key; kNone for a section
     Id end;                  // of a section: past its last key
-    const char* line;        // the last one of it in the text; null for none
-    std::string_view found;  // the value there
+    const char* line;        // its last line in the text; null: none
+    std::string_view found;  // the value in that line
 
     bool is_section() const { return section == kNone; }
     std::string_view value() const;  // of a key of the conf
     bool has_value(std::string_view trimmed_value) const;
   };
 
-  // To be called once, with the conf's mutex held.
+  // Must be called once, with the conf's mutex held.
   void take(const GConf* conf);
 
-  // kNone when there is none. Most callers go through a text in the order of the conf: the
-  // id that they expect, which need not be one, is asked first, and no name is hashed
-  // before that fails. `section` is kNone for a section.
+  // Returns kNone if there is none. A text is usually in the order of the conf: the id that
+  // the caller expects, which need not be valid, is tried first, and names are hashed only
+  // if that fails. `section` is kNone for a section.
   Id find(Id section, std::string_view name, Id expected);
 
-  // kNone when memory is exhausted.
+  // Returns kNone when memory is exhausted.
   Id append(Id section, std::string_view name, void* record = nullptr);
 
-  // Whether memory was exhausted in any of these calls. Then the table is of no use.
+  // Returns whether memory was exhausted in any of these calls. The table is then unusable.
   bool is_exhausted() const { return is_exhausted_; }
 
-  // Whether two of the conf's records have the same name: only the first is ever found. The
-  // library makes no such record, but a program's own may be one.
+  // Returns whether two of the conf's records have the same name, of which only the first
+  // is ever found. The library creates no such records, but a program may.
   bool has_duplicates();
 
   Id size() const { return static_cast<Id>(items_.size()); }
@@ -64,35 +64,34 @@ class ConfTable {
   bool is(Id id, Id section, std::string_view name) const;
 
   Array<Item> items_;
-  // From the hash of a name to the id of what has that name: open addressing, linear
-  // probing, at most half full.
+  // Hash table from names to ids: open addressing, linear probing, at most half full.
   Owned<Id> slots_;
   uint32_t mask_ = 0;
-  Id indexed_ = 0;          // so many items have a slot
+  Id indexed_ = 0;          // the number of items in the hash table
   bool is_all_own_ = true;  // no record is a program's own
   bool is_exhausted_ = false;
 };
 
-// Goes through a text line by line and finds each line in a table.
+// Walks a text line by line and looks each line up in a table.
 class TableLines {
  public:
-  // `adds`: what the table lacks is appended to it.
+  // `adds`: append what is not in the table.
   TableLines(ConfTable& table, std::string_view text, bool adds)
       : table_(table), rest_(text), adds_(adds) {}
 
-  // Goes on to the next header or entry. An entry before the first section is none. False
+  // Advances to the next header or entry; ignores entries before the first section. False
   // at the end, and when memory is exhausted.
   bool advance();
 
   const char* begin() const { return begin_; }
-  // Where the next line begins.
+  // The beginning of the next line.
   const char* next() const { return rest_.data(); }
 
   bool is_header() const { return line_.kind == Line::Kind::kHeader; }
   std::string_view value() const { return line_.value; }
-  // kNone when the table lacks it.
+  // kNone if it is not in the table.
   ConfTable::Id section() const { return section_; }
-  // Of the header or entry; kNone when the table lacks it.
+  // The id of the header or entry; kNone if it is not in the table.
   ConfTable::Id id() const { return id_; }
 
  private:

@@ -1,4 +1,4 @@
-// statx() where the kernel has it, since only that tells mounts apart.
+// Uses statx() if the kernel has it, since only that distinguishes mounts.
 //
 // SPDX-License-Identifier: MIT
 
@@ -16,7 +16,7 @@ using namespace groundwork;
 
 namespace {
 
-// Without AT_NO_AUTOMOUNT a look at a name could mount something.
+// Without AT_NO_AUTOMOUNT, examining a name could mount something.
 constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_EMPTY_PATH;
 
 #if defined(STATX_MNT_ID)
@@ -27,7 +27,7 @@ int call_statx(int directory, const char* name, unsigned wanted, Statx* status) 
   return statx(directory, name, kFlags, wanted, status);
 }
 #elif defined(SYS_statx)
-// As the kernel writes it, for C libraries that have no statx(), or an older one.
+// The kernel's layout, for C libraries with an older statx() or none.
 struct Statx {
   uint32_t stx_mask;
   uint32_t stx_blksize;
@@ -66,7 +66,7 @@ int call_statx(int, const char*, unsigned, Statx*) {
 }
 #endif
 
-// As the kernel packs it.
+// The kernel's own packing.
 uint32_t device_of(unsigned major_number, unsigned minor_number) {
   return major_number << 20 | minor_number;
 }
@@ -85,7 +85,7 @@ bool groundwork::examine(int directory, const char* name, DirEntry* entry) {
     entry->is_directory = S_ISDIR(status.stx_mode);
     return true;
   }
-  // A kernel before 4.11, or a filter of system calls that does not know this one.
+  // A kernel before 4.11, or a system call filter that does not know statx().
   if (errno != ENOSYS && errno != EPERM) return false;
   struct stat older;
   if (fstatat(directory, name, &older, kFlags) != 0) return false;

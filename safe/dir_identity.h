@@ -1,4 +1,4 @@
-// Which directory a name or a descriptor leads to, and on which mount.
+// Identifies the directory of a name or a descriptor, and its mount.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_DIR_IDENTITY_H
@@ -16,16 +16,16 @@ struct DirIdentity {
 
 struct DirEntry {
   DirIdentity identity;
-  uint64_t mount;  // 0 where the kernel does not say
+  uint64_t mount;  // 0 if the kernel does not tell
   bool is_directory;
 };
 
-// Examines a name in an open directory, or with "" the directory itself. A link is not
-// followed. False with errno set on failure.
+// Examines a name in an open directory, or with "" the directory itself, without following
+// links. False with errno set on failure.
 bool examine(int directory, const char* name, DirEntry* entry);
 
-// By the mounts' identities where both are known. Else by the devices, which two mounts of
-// one filesystem share.
+// Compares the mounts if both are known, otherwise the devices, which two mounts of the
+// same filesystem share.
 bool is_same_mount(const DirEntry& one, const DirEntry& other);
 
 }  // namespace groundwork

@@ -26,8 +26,8 @@ bool made(const char* path, mode_t mode) {
   return uninterrupted([=] { return mkdir(path, mode); }) == 0;
 }
 
-// After a failed mkdir(): whether the directory is there already. The system may refuse one
-// that exists for another reason, as on a filesystem that is read-only.
+// After a failed mkdir(): returns whether the directory already exists. mkdir() may fail
+// for another reason even so, as on a read-only filesystem.
 bool is_there(const char* path) {
   const int error = errno;
   struct stat status;
@@ -37,8 +37,8 @@ bool is_there(const char* path) {
   return false;
 }
 
-// Gives the owner of a new directory what the umask took: without it the next component
-// could not be made.
+// Restores the owner's permissions that the umask removed from a new directory, without
+// which the next component could not be created.
 bool open_to_owner(const char* path) {
   struct stat status;
   if (lstat(path, &status) != 0) return false;

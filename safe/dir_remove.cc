@@ -1,10 +1,10 @@
-// Removal of a tree that stays inside it.
+// Removal of a tree that never leaves it.
 //
-// Every name is looked up in a directory that is open, without following links, and what a
-// name led to is examined after it was opened: whatever others do to the tree meanwhile,
-// the walk never leaves it. Names are not kept. On the way back up, a directory whose
-// stream was closed is found as ".." and read again from its start; what was removed from
-// it is gone, and of its subdirectories those that could not be emptied are remembered.
+// Every name is looked up in an open directory, without following links, and its target is
+// examined after it was opened: whatever others do to the tree meanwhile, the walk never
+// leaves it. Names are not stored. On the way back up, a directory whose stream was closed
+// is reopened as ".." and read again from its start; its removed entries are gone, and
+// subdirectories that could not be emptied are remembered.
 //
 // SPDX-License-Identifier: MIT
 
@@ -34,20 +34,20 @@ using namespace groundwork;
 namespace {
 
 constexpr char kSource[] = "g_dir";
-constexpr size_t kStreams = 8;    // the deepest directories, which stay open
-constexpr int kMostPasses = 100;  // through a directory that others fill again
+constexpr size_t kStreams = 8;    // the number of deepest directories that stay open
+constexpr int kMostPasses = 100;  // over a directory that others keep filling
 constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 bool is_dot_name(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-// A directory on the way down. There may be any number, so this is small.
+// A directory on the way down. There may be any number of them, so this is small.
 struct Level {
   uint64_t inode;
   uint32_t device;
-  uint32_t first_left : 30;  // of its subdirectories among those that were left
-  uint32_t has_left : 1;     // something, in this pass
+  uint32_t first_left : 30;  // index of its first subdirectory in `left_`
+  uint32_t has_left : 1;     // something could not be removed in this pass
   uint32_t is_second : 1;    // entered again, to be removed after its parent was lost
 
   DirIdentity identity() const { return {inode, device}; }
@@ -57,10 +57,10 @@ static_assert(sizeof(Level) == 16);
 // An open directory.
 struct Stream {
   DIR* directory = nullptr;
-  const struct dirent* entry = nullptr;  // the last that was read
-  int passes = 0;                        // through its entries
-  bool has_removed = false;              // something, in this pass
-  DirIdentity emptied = {};              // the subdirectory that it was opened again for
+  const struct dirent* entry = nullptr;  // the last one read
+  int passes = 0;                        // over its entries
+  bool has_removed = false;              // something was removed in this pass
+  DirIdentity emptied = {};              // the subdirectory for which it was reopened
 };
 
 class TreeRemoval {
@@ -72,8 +72,8 @@ class TreeRemoval {
   TreeRemoval(const TreeRemoval&) = delete;
   TreeRemoval& operator=(const TreeRemoval&) = delete;
 
-  // Removes a name from an open directory, with all that it leads to. True when it is gone;
-  // else errno is that of the first failure.
+  // Removes a name from an open directory, with everything in it. Returns true if it is
+  // gone; otherwise errno is that of the first failure.
   bool remove(int parent, const char* name);
 
  private:
@@ -95,7 +95,7 @@ class TreeRemoval {
   bool reopen_parent();
   void leave();
 
-  const DirEntry mount_;  // something on the only mount that is touched
+  const DirEntry mount_;  // something on the mount that the removal must not leave
   Array<Level> levels_;
   Array<DirIdentity> left_;  // subdirectories of the levels that could not be removed
   Stream streams_[kStreams];
@@ -107,8 +107,8 @@ void TreeRemoval::close(Stream& stream) {
   stream = {};
 }
 
-// Takes down what became of an entry: 0 when it was removed, ENOENT when others did that,
-// else why it is left. True when it is gone.
+// Records the result for an entry: 0 if it was removed, ENOENT if others removed it,
+// otherwise the error. Returns true if it is gone.
 bool TreeRemoval::note(int error) {
   const bool is_gone = error == 0 || error == ENOENT;
   if (!is_gone && error_ == 0) error_ = error;
@@ -119,7 +119,7 @@ bool TreeRemoval::note(int error) {
   return is_gone;
 }
 
-// Removes what is no directory. 0, or the reason why not: EISDIR when it is one.
+// Removes anything but a directory. Returns 0 or the error: EISDIR for a directory.
 int TreeRemoval::unlink(int parent, const char* name) const {
   if (uninterrupted([=] { return unlinkat(parent, name, 0); }) == 0) return 0;
   const int error = errno;
@@ -129,22 +129,22 @@ int TreeRemoval::unlink(int parent, const char* name) const {
   return is_mount ? EXDEV : error;
 }
 
-// Removes a directory that should be empty. True when it is gone.
+// Removes a directory that should be empty. Returns true if it is gone.
 bool TreeRemoval::remove_directory(int parent, const char* name) {
   if (uninterrupted([=] { return unlinkat(parent, name, AT_REMOVEDIR); }) == 0) {
     return note(0);
   }
-  if (errno == ENOTDIR) return note(unlink(parent, name));  // something else took its place
+  if (errno == ENOTDIR) return note(unlink(parent, name));  // replaced by something else
   return note(errno);
 }
 
-// Goes down into a directory.
+// Enters a directory.
 TreeRemoval::Entered TreeRemoval::enter(int parent, const char* name) {
   Descriptor file = open_at(parent, name, kDirectory);
   if (file.is_open()) return enter_opened(std::move(file));
   const int error = errno;
   if (error == ENOTDIR || error == ELOOP) return Entered::kNotADirectory;
-  // One that may not be read can be removed if it is empty.
+  // An unreadable directory can be removed if it is empty.
   const auto remove = [=] { return unlinkat(parent, name, AT_REMOVEDIR); };
   note(error != ENOENT && uninterrupted(remove) == 0 ? 0 : error);
   return Entered::kNo;
@@ -160,7 +160,7 @@ TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
   } else if (was_left(entry.identity)) {
     error = ENOTEMPTY;
   } else if (!levels_.reserve() || !left_.reserve()) {
-    error = ENOMEM;  // room also for this directory among those left
+    error = ENOMEM;  // reserves `left_`, too, in case this directory cannot be removed
   }
   DIR* const directory = error == 0 ? fdopendir(file.get()) : nullptr;
   if (directory == nullptr) {
@@ -171,7 +171,7 @@ TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
   const bool is_second = levels_.size() != 0 && stream().emptied == entry.identity;
   levels_.add({entry.identity.inode, entry.identity.device, 0, 0, is_second});
   levels_.back().first_left = static_cast<uint32_t>(left_.size()) & 0x3fffffff;
-  close(stream());  // that of a level further up
+  close(stream());  // the slot still has the stream of a level further up
   stream().directory = directory;
   return Entered::kYes;
 }
@@ -213,7 +213,7 @@ void TreeRemoval::remove_entry() {
   }
 }
 
-// Some filesystems pass over entries while others are removed, and others may add some.
+// Some filesystems skip entries while others are removed, and other programs may add some.
 bool TreeRemoval::pass_again() {
   Stream& current = stream();
   if (!current.has_removed || ++current.passes >= kMostPasses) return false;
@@ -223,7 +223,7 @@ bool TreeRemoval::pass_again() {
   return true;
 }
 
-// Opens the directory above the top again, where its stream was closed.
+// Reopens the parent of the current directory, if its stream was closed.
 bool TreeRemoval::reopen_parent() {
   Stream& above = stream_of(levels_.size() - 2);
   if (above.directory != nullptr) return true;
@@ -241,7 +241,7 @@ bool TreeRemoval::reopen_parent() {
   return true;
 }
 
-// Goes back up, and removes the directory that was left from the one above.
+// Goes back up, and removes the finished directory from its parent.
 void TreeRemoval::leave() {
   const Level level = levels_.back();
   const bool is_way_open = levels_.size() == 1 || reopen_parent();
@@ -254,10 +254,10 @@ void TreeRemoval::leave() {
   if (above.entry != nullptr) {
     if (remove_directory(dirfd(above.directory), above.entry->d_name)) return;
   } else if (!level.has_left && !level.is_second) {
-    above.emptied = level.identity();  // its name comes once more, and then goes
+    above.emptied = level.identity();  // removed when its name is read again
     return;
   } else if (!level.has_left) {
-    note(ENOTEMPTY);  // it was emptied twice, and filled in between
+    note(ENOTEMPTY);  // emptied twice, and filled again in between
   }
   levels_.back().has_left = 1;
   left_.add(level.identity());

@@ -29,12 +29,12 @@ void leave_ticket_wait(void* waited_for) {
   leave_event(waited_for);
 }
 
-// True when the event was signalled since then, or is being freed. The mutex is held.
+// True if the event was signalled after the ticket, or is being freed. The mutex is held.
 bool is_over(const GThreadEvent* event, uint32_t ticket) {
   return event->signals != ticket || event->freed;
 }
 
-// The event's mutex is held. Returns 0 for a signal, else an error number.
+// The event's mutex is held. Returns 0 for a signal, otherwise an error number.
 LEFT_BY_CANCELLATION int wait_until_over(GThreadEvent* event, uint32_t ticket, int timeout,
                                          int64_t begin) {
   if (!event->has_ticket_cond) {
@@ -51,8 +51,8 @@ LEFT_BY_CANCELLATION int wait_until_over(GThreadEvent* event, uint32_t ticket, i
   return is_over(event, ticket) ? 0 : error;
 }
 
-// The event's mutex is held, and given back. Not inlined: what an immediate return needs is
-// a fraction of it.
+// The event's mutex is held, and unlocked at the end. Not inlined, so that the immediate
+// return stays small.
 [[gnu::noinline]] LEFT_BY_CANCELLATION int wait_in_event(GThreadEvent* event,
                                                          uint32_t ticket, int timeout) {
   const int64_t begin = timeout > 0 ? monotonic_ns() : 0;
@@ -77,7 +77,7 @@ extern "C" uint32_t g_thread_event_ticket(GThreadEvent* event) {
 extern "C" LEFT_BY_CANCELLATION int g_thread_event_wait_for(GThreadEvent* event,
                                                             uint32_t ticket, int timeout) {
   CHECK_ARG(event != NULL, fail(EINVAL));
-  pthread_testcancel();  // also where there is nothing to wait for
+  pthread_testcancel();  // even if there is nothing to wait for
   pthread_mutex_lock(&event->mutex->mutex);
   const bool is_signalled = is_over(event, ticket);
   if (!is_signalled && timeout != 0) return wait_in_event(event, ticket, timeout);

@@ -1,4 +1,4 @@
-// How a function of the safe layer fails.
+// Failure of a function of the safe layer.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_FAILURE_H

@@ -3,11 +3,11 @@
 #include "safe/file_descriptor.h"
 
 void groundwork::Descriptor::reset(int number) {
-  const int former = std::exchange(number_, number);
-  if (former == -1) return;
-  const int kept = errno;
-  close(former);
-  errno = kept;
+  const int old = std::exchange(number_, number);
+  if (old == -1) return;
+  const int saved_errno = errno;
+  close(old);
+  errno = saved_errno;
 }
 
 groundwork::Descriptor groundwork::open_at(int directory, const char* path, int flags,

@@ -1,5 +1,4 @@
-// Descriptors of the safe layer: closed by their owner, and none of the three standard
-// ones.
+// Descriptors of the safe layer: closed by their owner, and never a standard descriptor.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_FILE_DESCRIPTOR_H
@@ -14,8 +13,8 @@
 
 namespace groundwork {
 
-// Calls a function of the system again while a signal interrupts it. Not for close(), which
-// has closed all the same.
+// Repeats a system call while a signal interrupts it. Not for close(), which closes even
+// so.
 template <typename Call>
 auto uninterrupted(Call call) {
   for (;;) {
@@ -24,7 +23,7 @@ auto uninterrupted(Call call) {
   }
 }
 
-// Owner of a descriptor, -1 for none. Closes it without touching errno.
+// Owner of a descriptor, -1 for none. Closes it without changing errno.
 class Descriptor {
  public:
   Descriptor() = default;
@@ -45,9 +44,9 @@ class Descriptor {
   int number_ = -1;
 };
 
-// As openat(), close-on-exec. Above the standard descriptors: in a program that closed
-// those, what it prints would go into the file. `is_open` tells of a file that was opened,
-// or made, also when no other descriptor was left for it.
+// Like openat(), but close-on-exec and above the standard descriptors: in a program that
+// closed those, what it prints would go into the file. `is_open` is set if the file was
+// opened or created, even if no other descriptor was left for it.
 Descriptor open_at(int directory, const char* path, int flags, mode_t mode = 0,
                    bool* is_open = nullptr);
 

@@ -1,4 +1,4 @@
-// A copy of a file that is whole or not there.
+// A copy of a file that is complete or does not exist.
 //
 // SPDX-License-Identifier: MIT
 
@@ -31,8 +31,8 @@ bool is_regular(const struct stat& status) {
   return false;
 }
 
-// Opens a regular file and nothing else: the opening of some devices has effects, and that
-// of a FIFO waits for a writer.
+// Opens only a regular file: opening some devices has side effects, and opening a FIFO
+// waits for a writer.
 Descriptor open_regular(const char* path, struct stat* status) {
   if (stat(path, status) != 0 || !is_regular(*status)) return {};
   Descriptor file = open_at(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
@@ -58,7 +58,7 @@ extern "C" int g_file_duplicate(const char* from, const char* to) {
   CHECK_ARG(from != NULL, fail(EINVAL));
   CHECK_ARG(to != NULL, fail(EINVAL));
   const CancellationHeld held;
-  struct stat status;  // with the time of access before reading
+  struct stat status;  // has the access time from before reading
   const Descriptor source = open_regular(from, &status);
   if (!source.is_open()) return -1;
   Replacement copy;

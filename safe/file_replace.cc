@@ -27,7 +27,7 @@ extern "C" int g_file_replace(const char* path, const void* buf, int64_t len) {
   CHECK_ARG((buf != NULL) || (len == 0), fail(EINVAL));
   const CancellationHeld held;
   const auto size = static_cast<size_t>(len);
-  // More than the memory of a 32-bit process.
+  // More than a 32-bit address space.
   if (static_cast<int64_t>(size) != len) return fail(EFAULT);
   Replacement replacement;
   if (!replacement.find(path) || !replacement.create() || !replacement.write(buf, size)) {

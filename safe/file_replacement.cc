@@ -1,6 +1,6 @@
-// A power cut may come at any moment and keep any part of what was not synced. So the new
-// content and its owner and mode are on the disk before the rename, and the rename before
-// success is reported.
+// A power cut may come at any moment and preserve any part of what was not synced. So the
+// new content, its owner and mode are on the disk before the rename, and the rename is on
+// the disk before success is returned.
 //
 // SPDX-License-Identifier: MIT
 
@@ -22,11 +22,11 @@ using namespace groundwork;
 
 namespace {
 
-constexpr uint32_t kPatienceMs = 5000;  // for the lock
-constexpr uint32_t kLongestNapMs = 16;  // between two tries
+constexpr uint32_t kLockTimeoutMs = 5000;
+constexpr uint32_t kLongestNapMs = 16;  // between two attempts to lock
 constexpr int kMaxLinks = 40;           // as many as the system follows
-constexpr int kAttempts = 10;           // while links and files change under us
-constexpr long kShortestLimit = 8;      // of a file system's names
+constexpr int kAttempts = 10;           // while others change links and files
+constexpr long kShortestLimit = 8;      // on the length of a filesystem's names
 constexpr size_t kLongestWrite = size_t{1} << 30;
 constexpr mode_t kNewFile = 0644;
 constexpr mode_t kOwnerBits = 0700;
@@ -36,12 +36,12 @@ bool is_same_file(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Parts a path into its directory and the last component, in place.
-struct Parted {
+// Splits a path into its directory and the last component, in place.
+struct SplitPath {
   const char* directory;
   const char* name;
 };
-Parted part(char* path) {
+SplitPath split(char* path) {
   char* const slash = std::strrchr(path, '/');
   if (slash == nullptr) return {".", path};
   if (slash == path) return {"/", path + 1};
@@ -49,7 +49,7 @@ Parted part(char* path) {
   return {path, slash + 1};
 }
 
-// No file can have these names: that of "dir/", ".", "..".
+// True for the names of directories: "" (as in "dir/"), "." and "..".
 bool names_directory(const char* name) {
   if (name[0] == '.') ++name;
   if (name[0] == '.') ++name;
@@ -61,8 +61,8 @@ void nap(uint32_t ms) {
   nanosleep(&time, nullptr);
 }
 
-// Never tried again, not even after a signal: what could not be written may have been
-// dropped by then, and the next fsync() would succeed all the same.
+// Never retried, not even after a signal: what could not be written may have been dropped
+// by then, but the next fsync() would succeed.
 bool sync_once(int descriptor) {
   return fsync(descriptor) == 0;
 }
@@ -72,11 +72,11 @@ bool sync_once(int descriptor) {
 Replacement::Replacement() = default;
 
 Replacement::~Replacement() {
-  const int kept = errno;
+  const int saved_errno = errno;
   temporary_.reset();
   if (is_created_) unlinkat(directory_.get(), temporary_name_, 0);
   leave_directory();
-  errno = kept;
+  errno = saved_errno;
 }
 
 bool Replacement::find(const char* path) {
@@ -96,8 +96,8 @@ bool Replacement::find(const char* path) {
   return false;
 }
 
-// Opens the directory of the file that the path leads to. Links are followed here, and not
-// by the system, since the file is named relative to the directory that it is in.
+// Opens the directory of the file that the path leads to. Follows links itself, since the
+// file has to be named relative to its own directory.
 bool Replacement::resolve(const char* path) {
   const size_t size = std::strlen(path) + 1;
   if (size > PATH_MAX) {
@@ -113,23 +113,23 @@ bool Replacement::resolve(const char* path) {
   for (links_ = 0;; ++links_) {
     const int start = passed.is_open() ? passed.get() : AT_FDCWD;
     const ssize_t length = readlinkat(start, here, target, PATH_MAX);
-    const bool is_end = length == -1;  // the file, or nothing yet, and no link
+    const bool is_end = length == -1;  // not a link: the file, or nothing yet
     if (is_end && errno != EINVAL && errno != ENOENT) return false;
     if (!is_end && (links_ == kMaxLinks || length == PATH_MAX)) {
       errno = links_ == kMaxLinks ? ELOOP : ENAMETOOLONG;
       return false;
     }
-    const Parted parted = part(here);
-    if (is_end && names_directory(parted.name)) {
+    const SplitPath parts = split(here);
+    if (is_end && names_directory(parts.name)) {
       if (errno == EINVAL) errno = EISDIR;
       return false;
     }
-    // A directory that is only passed need not be readable.
+    // A directory on the way need not be readable.
     const int access = is_end ? O_RDONLY : O_PATH;
-    directory_ = open_at(start, parted.directory, access | O_DIRECTORY);
+    directory_ = open_at(start, parts.directory, access | O_DIRECTORY);
     if (!directory_.is_open()) return false;
     if (is_end) {
-      name_ = parted.name;
+      name_ = parts.name;
       return true;
     }
     target[length] = '\0';
@@ -148,18 +148,18 @@ bool Replacement::lock_directory() {
     if (!has_waited_) waiting_since_ = now;
     has_waited_ = true;
     const uint32_t waited = now - waiting_since_;
-    if (waited >= kPatienceMs) {
+    if (waited >= kLockTimeoutMs) {
       errno = EAGAIN;
       return false;
     }
-    nap(std::min(pause, kPatienceMs - waited));
+    nap(std::min(pause, kLockTimeoutMs - waited));
   }
 }
 
-// What is there, now that nobody else replaces it.
+// Examines the file, now that nobody else replaces it.
 Replacement::Look Replacement::look(const char* path) {
   struct stat seen;
-  // Asked too, since the system does not follow every link for everybody.
+  // Checks with stat() as well, since the system does not follow every link for every user.
   if (links_ > 0 && stat(path, &seen) != 0) return Look::kFailed;
   const int result = fstatat(directory_.get(), name_, &file_, AT_SYMLINK_NOFOLLOW);
   exists_ = result == 0;
@@ -181,8 +181,8 @@ Replacement::Look Replacement::look(const char* path) {
   return Look::kFound;
 }
 
-// Takes the lock away from children, too, that were forked meanwhile and hold the
-// descriptor until they call exec().
+// Unlocks explicitly: children that were forked meanwhile hold the descriptor until they
+// call exec().
 void Replacement::leave_directory() {
   if (is_locked_) flock(directory_.get(), LOCK_UN);
   is_locked_ = false;
@@ -194,7 +194,7 @@ void Replacement::set_mode(mode_t mode) {
   mode_is_exact_ = true;
 }
 
-// Of a long name as much as fits, and no half of a UTF-8 character.
+// Uses as much of a long name as fits, without splitting a UTF-8 character.
 void Replacement::name_temporary(size_t longest) {
   constexpr char kSuffix[] = ".new";
   const size_t whole = std::strlen(name_);
@@ -205,7 +205,7 @@ void Replacement::name_temporary(size_t longest) {
   temporary_name_[0] = '.';
   std::memcpy(temporary_name_ + 1, name_, length);
   std::memcpy(temporary_name_ + 1 + length, kSuffix, sizeof kSuffix);
-  // Cut, a name of dots would be its own temporary file's.
+  // A cut name of dots would be equal to that of its temporary file.
   if (std::strcmp(temporary_name_, name_) == 0) temporary_name_[1] = '_';
 }
 
@@ -222,7 +222,7 @@ bool Replacement::spares(const struct stat& other) const {
 }
 
 bool Replacement::create() {
-  // For its owner alone until the owner is the right one.
+  // Only for its owner, until the owner is the right one.
   const mode_t mode = mode_is_exact_ ? mode_ & kOwnerBits : mode_;
   for (int attempts = 0; attempts < kAttempts; ++attempts) {
     temporary_ = open_at(directory_.get(), temporary_name_,
@@ -259,7 +259,7 @@ bool Replacement::is_as_wanted(const struct stat& status) const {
          (!exists_ || (status.st_uid == file_.st_uid && status.st_gid == file_.st_gid));
 }
 
-// After the writing, which clears the set-ID bits.
+// Called after writing, which clears the set-ID bits.
 bool Replacement::set_owner_and_mode() {
   if (!mode_is_exact_) return true;
   struct stat now;
@@ -272,14 +272,14 @@ bool Replacement::set_owner_and_mode() {
     return false;
   }
   if (uninterrupted([this] { return fchmod(temporary_.get(), mode_); }) != 0) return false;
-  // Not every bit is given to everybody, and some file systems have less to give.
+  // Not every user can set every bit, and some filesystems do not have all.
   if (fstat(temporary_.get(), &now) != 0) return false;
   if (is_as_wanted(now)) return true;
   errno = EPERM;
   return false;
 }
 
-// An interrupted close() has closed; the content is on the disk already.
+// An interrupted close() has closed the file, and its content is already on the disk.
 bool Replacement::close_temporary() {
   return close(temporary_.release()) == 0 || errno == EINTR;
 }

@@ -1,12 +1,14 @@
-// One replacement of a file: the new content grows beside the old one and takes its place
-// in one step, when it is on the disk.
+// An atomic replacement of a file: the new content is written to a temporary file, which
+// replaces the old file once it is on the disk.
 //
 //   Replacement replacement;
-//   if (!replacement.find(path) || !replacement.create() || !replacement.write(...)) return
-//   -1; return replacement.commit();
+//   if (!replacement.find(path) || !replacement.create() || !replacement.write(...)) {
+//     return -1;
+//   }
+//   return replacement.commit();
 //
-// Until commit() the file is untouched, and the destructor takes the new content away
-// again. Each function leaves errno to its failure. The caller holds off cancellation.
+// Until commit() the file is unchanged, and the destructor removes the temporary file. Each
+// function sets errno on failure. The caller holds off cancellation.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_FILE_REPLACEMENT_H
@@ -31,23 +33,24 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  // Goes where the path leads, links followed, and locks the directory there: nobody else
-  // replaces a file in it while this object lives.
+  // Finds the file of the path, following links, and locks its directory: nobody else
+  // replaces a file in it as long as this object exists.
   bool find(const char* path);
 
-  // After find(): the file that is there, which is a regular one. Null for a new file.
+  // After find(): the existing regular file; null for a new file.
   const struct stat* file() const { return exists_ ? &file_ : nullptr; }
-  // After find(): whether this file stays. False, with EINVAL, when it is the one to
-  // replace, or has the name of the temporary file, which create() clears.
+  // After find(): returns whether this other file will stay. False, with EINVAL, if it is
+  // the one to replace, or has the name of the temporary file, which create() removes.
   bool spares(const struct stat& other) const;
 
-  // The mode that the file gets, instead of the one that it has, or 0644 less the umask.
+  // Sets the mode of the new file, instead of that of the old one, or 0644 less the umask.
   void set_mode(mode_t mode);
-  // Makes the temporary file.
+  // Creates the temporary file.
   bool create();
   bool write(const void* data, size_t size);
-  // Puts the content in place, with these times of access and modification if there are
-  // any. 0; 1 in place, but the directory could not be synced; -1 nothing was changed.
+  // Puts the content in place, with these times of access and modification if not null.
+  // Returns 0; 1 if it is in place, but the directory could not be synced; -1 if nothing
+  // was changed.
   int commit(const timespec* times = nullptr);
 
  private:
@@ -62,18 +65,18 @@ class Replacement {
   bool close_temporary();
   void leave_directory();
 
-  Owned<char> paths_;  // name_ is the end of one
+  Owned<char> paths_;  // name_ points into one
   const char* name_ = nullptr;
   Descriptor directory_;
   int links_ = 0;  // followed on the way there
   bool is_locked_ = false;
-  bool has_waited_ = false;  // for the lock, from this time on, in milliseconds
-  uint32_t waiting_since_ = 0;
+  bool has_waited_ = false;     // for the lock
+  uint32_t waiting_since_ = 0;  // in milliseconds, if it has waited
 
   bool exists_ = false;
   struct stat file_ {};
   mode_t mode_ = 0;
-  bool mode_is_exact_ = false;  // given to the file whatever the umask
+  bool mode_is_exact_ = false;  // regardless of the umask
 
   char temporary_name_[NAME_MAX + 1];
   Descriptor temporary_;

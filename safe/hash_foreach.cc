@@ -1,5 +1,5 @@
-// A walk over a hash table. The slots are all there is to follow: removal moves no entry,
-// so what the function removes, the walk just does not meet.
+// A walk over a hash table. It only follows the slots: removal moves no entries, so the
+// walk simply does not meet those that the function removes.
 //
 // SPDX-License-Identifier: MIT
 
@@ -24,7 +24,8 @@ extern "C" int g_hash_foreach(GHash* hash, int (*func)(void* key, void* value, v
                               void* data) {
   CHECK_ARG(hash != NULL, fail(EINVAL));
   CHECK_ARG(func != NULL, fail(EINVAL));
-  // A function that inserts all the same may make the table grow, but not the walk longer.
+  // A function that inserts, which it must not, may make the table grow, but not the walk
+  // longer.
   const uint32_t size = hash->size;
   for (uint32_t slot = 0; slot < size; ++slot) {
     const HashEntry* const entry = hash->slots[slot];

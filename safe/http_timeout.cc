@@ -1,6 +1,6 @@
-// HTTP streams that do not wait for ever: the slots of a stream with a limit read only
-// after they have waited for bytes, and no longer than the limit. The buffered stream stays
-// as it is, so that a program finds the socket under it as always.
+// HTTP streams that do not wait forever: the slots of a stream with a limit wait for bytes
+// before they read, and no longer than the limit. The buffered stream is unchanged, so that
+// programs find the socket under it as always.
 //
 // SPDX-License-Identifier: MIT
 
@@ -26,56 +26,56 @@ using namespace groundwork;
 namespace {
 
 constexpr int kConnectTimeoutMs = 5000;
-constexpr int32_t kLeastDirect = 4096;  // smaller requests are better served by the buffer
+constexpr int32_t kLeastDirect = 4096;  // smaller reads are faster through the buffer
 
-int limit_ms = 0;  // for streams that are opened from now on
+int limit_ms = 0;  // for streams opened from now on
 
 struct LimitedStream {
   URL_http http;
   int limit;         // of each wait, in milliseconds
-  int64_t deadline;  // of status and headers, by the monotonic clock; 0 afterwards
-  bool has_failed;   // the time has run out once
+  int64_t deadline;  // of status and headers, on the monotonic clock; 0 afterwards
+  bool has_failed;   // a wait has timed out
 };
 
 LimitedStream& limited(URL url) {
   return *reinterpret_cast<LimitedStream*>(url);
 }
 
-// What poll() says, or its -1 with errno; 0 when the time is up. An interrupted wait goes
-// on, and leaves no trace in errno.
+// Returns the result of poll(): -1 with errno, 0 when the time is up. An interrupted wait
+// continues, and does not change errno.
 int wait_until(int fd, short events, int64_t deadline) {
-  const int kept = errno;
+  const int saved_errno = errno;
   for (;;) {
     const int64_t left =
         std::clamp(deadline - g_monotonic_ms(), int64_t{0}, int64_t{INT_MAX});
     pollfd wait{fd, events, 0};
     const int result = poll(&wait, 1, static_cast<int>(left));
     if (result == -1 && errno != EINTR) return result;
-    errno = kept;
+    errno = saved_errno;
     if (result > 0 || (result == 0 && left < INT_MAX)) return result;
   }
 }
 
-// For this and every later call of the stream.
-void fail_in_time(LimitedStream& stream) {
+// Fails this and every later call of the stream with ETIMEDOUT.
+void time_out(LimitedStream& stream) {
   stream.has_failed = true;
   errno = ETIMEDOUT;
   url_errno = ETIMEDOUT;
 }
 
-// Waits for what can be read: bytes, an end or an error. False with errno set.
+// Waits for bytes, the end or an error. False with errno set when the time is up.
 bool wait_for_bytes(LimitedStream& stream) {
   const int64_t now = g_monotonic_ms();
   const int64_t deadline = stream.deadline != 0 ? stream.deadline : now + stream.limit;
-  // Headers that come for ever are over with the time, too.
+  // The deadline also ends endless headers.
   const int result =
       now < deadline ? wait_until(fileno(stream.http.stream), POLLIN, deadline) : 0;
-  if (result == 0) fail_in_time(stream);
+  if (result == 0) time_out(stream);
   return result > 0;
 }
 
-// The bytes that wait in the buffer.
-int64_t bytes_held(FILE* stream) {
+// The number of bytes in the buffer.
+int64_t buffered_bytes(FILE* stream) {
 #ifdef __GLIBC__
   return stream->_IO_read_end - stream->_IO_read_ptr;
 #else
@@ -83,24 +83,24 @@ int64_t bytes_held(FILE* stream) {
 #endif
 }
 
-// Puts bytes into an empty buffer. False at the end, and with errno set on failure.
+// Fills the empty buffer. False at the end, and with errno set on failure.
 bool fill(LimitedStream& stream) {
   FILE* const file = stream.http.stream;
   while (wait_for_bytes(stream)) {
-    const int kept = errno;
+    const int saved_errno = errno;
     errno = 0;
     const int byte = getc_unlocked(file);
     if (errno != EINTR) {
-      if (errno == 0) errno = kept;
+      if (errno == 0) errno = saved_errno;
       return byte != EOF && ungetc(byte, file) != EOF;
     }
-    errno = kept;
+    errno = saved_errno;
     clearerr_unlocked(file);
   }
   return false;
 }
 
-// Reads into the caller's memory, past the empty buffer. 0 at the end, -1 on failure.
+// Reads into the caller's memory, bypassing the empty buffer. 0 at the end, -1 on failure.
 int64_t read_direct(LimitedStream& stream, char* buf, int32_t n) {
   for (;;) {
     if (!wait_for_bytes(stream)) return -1;
@@ -109,20 +109,20 @@ int64_t read_direct(LimitedStream& stream, char* buf, int32_t n) {
   }
 }
 
-// The next part of a body, of at most `n` bytes. 0 at the end, and below 1 on failure.
+// Reads the next part of a body, at most `n` bytes. 0 at the end, 0 or -1 on failure.
 int64_t read_part(LimitedStream& stream, char* buf, int32_t n) {
   FILE* const file = stream.http.stream;
-  if (bytes_held(file) == 0) {
+  if (buffered_bytes(file) == 0) {
     if (n >= kLeastDirect) return read_direct(stream, buf, n);
     if (!fill(stream)) return 0;
   }
-  return socket_fread(buf, std::min(bytes_held(file), int64_t{n}), file);
+  return socket_fread(buf, std::min(buffered_bytes(file), int64_t{n}), file);
 }
 
 int32_t read_body(URL url, void* buf, int32_t n) {
   LimitedStream& stream = limited(url);
   int32_t total = 0;
-  if (stream.has_failed) fail_in_time(stream);
+  if (stream.has_failed) time_out(stream);
   while (total < n && !stream.has_failed) {
     const int64_t count = read_part(stream, static_cast<char*>(buf) + total, n - total);
     if (count <= 0) break;
@@ -131,27 +131,27 @@ int32_t read_body(URL url, void* buf, int32_t n) {
   return total;
 }
 
-// As socket_fgets(), in pieces that are there already.
+// Like socket_fgets(), in pieces that are already in the buffer.
 char* read_line(URL url, char* buf, int32_t n) {
   LimitedStream& stream = limited(url);
   FILE* const file = stream.http.stream;
   if (stream.has_failed) {
-    fail_in_time(stream);
+    time_out(stream);
     return nullptr;
   }
   if (n < 2) return socket_fgets(buf, n, file);
   int32_t length = 0;
   while (length < n - 1 && (length == 0 || buf[length - 1] != '\n')) {
-    int64_t held = bytes_held(file);
-    if (held == 0) {
+    int64_t buffered = buffered_bytes(file);
+    if (buffered == 0) {
       errno = 0;
       if (fill(stream)) continue;
       if (errno != 0 || length == 0) return nullptr;
       break;
     }
-    const auto piece = static_cast<int>(std::min(held, int64_t{n - 1 - length}) + 1);
+    const auto piece = static_cast<int>(std::min(buffered, int64_t{n - 1 - length}) + 1);
     if (socket_fgets(buf + length, piece, file) == nullptr) return nullptr;
-    length += static_cast<int32_t>(held - bytes_held(file));
+    length += static_cast<int32_t>(buffered - buffered_bytes(file));
   }
   buf[length] = '\0';
   return buf;
@@ -161,10 +161,10 @@ int32_t read_byte(URL url) {
   LimitedStream& stream = limited(url);
   FILE* const file = stream.http.stream;
   if (stream.has_failed) {
-    fail_in_time(stream);
+    time_out(stream);
     return -1;
   }
-  if (bytes_held(file) > 0 || fill(stream)) return getc_unlocked(file);
+  if (buffered_bytes(file) > 0 || fill(stream)) return getc_unlocked(file);
   if (errno != 0) url_errno = errno;
   return -1;
 }
@@ -176,7 +176,7 @@ bool wait_until_settled(int fd) {
   return wait_until(fd, POLLOUT, g_monotonic_ms() + limit) > 0;
 }
 
-// A server that takes nothing must not keep the request, either.
+// A server that reads nothing must not block the request, either.
 void begin(URL_http* http) {
   auto& stream = *reinterpret_cast<LimitedStream*>(http);
   stream.limit = limit_ms;
@@ -204,8 +204,8 @@ constexpr HttpTimeout kTimeout = {sizeof(LimitedStream), wait_until_settled, beg
 }  // namespace
 
 extern "C" int url_http_set_timeout(int ms) {
-  const int former = limit_ms;
+  const int previous = limit_ms;
   limit_ms = std::max(ms, 0);
   http_timeout = limit_ms > 0 ? &kTimeout : nullptr;
-  return former;
+  return previous;
 }

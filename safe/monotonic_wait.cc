@@ -25,7 +25,7 @@ int64_t groundwork::monotonic_ns() {
 }
 
 timespec groundwork::monotonic_time(int64_t nanoseconds) {
-  // Unsigned: on 32 bits a signed division brings another kilobyte of code along.
+  // Unsigned: on 32-bit targets a signed division adds another kilobyte of code.
   const auto count = static_cast<uint64_t>(nanoseconds);
   const uint64_t seconds = count / kSecond;
   timespec time{};

@@ -1,4 +1,4 @@
-// Waits that the wall clock has no part in.
+// Waits that do not depend on the wall clock.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SAFE_MONOTONIC_WAIT_H
@@ -11,14 +11,14 @@
 
 namespace groundwork {
 
-// Makes a condition whose timed waits go by CLOCK_MONOTONIC: pthread_cond_clockwait() is
-// not everywhere. Returns 0 or an error number.
+// Initialises a condition variable whose timed waits use CLOCK_MONOTONIC, since
+// pthread_cond_clockwait() is not available everywhere. Returns 0 or an error number.
 int init_monotonic(pthread_cond_t* cond);
 
 // CLOCK_MONOTONIC in nanoseconds.
 int64_t monotonic_ns();
 
-// The same instant as such a wait takes it.
+// The same time, as such a wait expects it.
 timespec monotonic_time(int64_t nanoseconds);
 
 }  // namespace groundwork

@@ -1,5 +1,5 @@
-// Prioritised callback lists. Entries are sorted when they are added, so that an execution
-// is one walk. Not locked.
+// Callback lists with priorities. Entries are sorted when they are added, so that execution
+// is a single walk. Not locked.
 //
 // SPDX-License-Identifier: MIT
 
@@ -36,8 +36,8 @@ const Entry& entry_of(const GList* node) {
   return *static_cast<const Entry*>(node->data);
 }
 
-// Links an entry before the first one of a greater priority. False when memory is
-// exhausted; the list is then unchanged.
+// Links an entry before the first of greater priority. False, with the list unchanged, when
+// memory is exhausted.
 bool insert_sorted(GCallback* callback, Entry* entry) {
   GList* last = nullptr;
   GList* next = callback->head;
@@ -98,7 +98,7 @@ extern "C" int g_callback_remove(GCallback* callback, GCallbackFunc func, void* 
 extern "C" int g_callback_execute(GCallback* callback, void* arg) {
   CHECK_ARG(callback != NULL, -1);
   for (GList* node = callback->head; node != nullptr;) {
-    // Read first: a function may remove its own entry.
+    // Read before the call: a function may remove its own entry.
     GList* const next = node->next;
     const Entry& entry = entry_of(node);
     if (entry.func(arg, entry.data) != 0) return -1;

@@ -1,4 +1,4 @@
-// A sleep that signals do not end.
+// A sleep that signals do not interrupt.
 //
 // SPDX-License-Identifier: MIT
 
@@ -12,7 +12,7 @@
 #include "core/cancellation.h"
 
 extern "C" LEFT_BY_CANCELLATION void g_delay(int ms) {
-  // select() leaves the rest in it, so an interrupted sleep goes on for the rest only.
+  // select() updates it, so that an interrupted sleep continues with the remaining time.
   timeval left{};
   left.tv_sec = ms / 1000;
   left.tv_usec = ms % 1000 * 1000;

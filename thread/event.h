@@ -1,4 +1,4 @@
-// What is behind a GThreadEvent.
+// The definition of GThreadEvent.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_THREAD_EVENT_H
@@ -15,12 +15,12 @@ struct GThreadEvent {
   pthread_cond_t cond;
   GMutex* mutex;     // guards the rest
   unsigned waiters;  // of every kind
-  bool freed;        // the last waiter disposes of the event
+  bool freed;        // the last waiter destroys the event
 
-  // Waits with a ticket, which have a condition of their own: one signal ends all of them.
-  bool has_ticket_cond;     // made by the first such wait
-  uint32_t signals;         // and broadcasts, modulo 2^32
-  unsigned ticket_waiters;  // those that may be waiting for ticket_cond
+  // Waits with a ticket use another condition variable, since one signal ends all of them.
+  bool has_ticket_cond;     // initialised by the first such wait
+  uint32_t signals;         // number of signals and broadcasts, modulo 2^32
+  unsigned ticket_waiters;  // waiters on ticket_cond
   pthread_cond_t ticket_cond;
 };
 static_assert(offsetof(GThreadEvent, cond) == 0 &&
@@ -28,8 +28,8 @@ static_assert(offsetof(GThreadEvent, cond) == 0 &&
 
 namespace groundwork {
 
-// At the end of each wait, with the mutex held: one waiter less, and the mutex is given
-// back. Also what a cancelled waiter does: the wait has given it the mutex again.
+// Ends a wait: removes one waiter and unlocks the mutex. Also the cleanup handler of a
+// cancelled waiter, which holds the mutex again.
 void leave_event(void* event);
 
 }  // namespace groundwork

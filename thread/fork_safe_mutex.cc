@@ -8,7 +8,7 @@ namespace {
 
 constexpr auto relaxed = std::memory_order_relaxed;
 
-// Only ever equal to what the calling thread stored itself.
+// Identifies the calling thread.
 uintptr_t own_id() {
   return (uintptr_t)pthread_self();  // a number here and a pointer there
 }
@@ -24,7 +24,7 @@ void groundwork::begin_fork(ForkSafeMutex& lock) {
 }
 
 void groundwork::end_fork(ForkSafeMutex& lock) {
-  // Handlers that were registered while fork() was under way did not run before it.
+  // Handlers that were registered during the fork have not run before it.
   if (!is_held_for_fork(lock) || --lock.forks != 0) return;
   lock.forking_thread.store(0, relaxed);
   pthread_mutex_unlock(&lock.mutex.mutex);

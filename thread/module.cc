@@ -13,7 +13,7 @@ constexpr unsigned kSlots = 16;
 
 constinit GHash* registry = nullptr;
 
-// Ids are keys themselves, also 0 and negative ones.
+// The id is the key, including 0 and negative ids.
 void* key_of(int module) {
   return reinterpret_cast<void*>(static_cast<intptr_t>(module));
 }
@@ -40,13 +40,13 @@ GCallback* new_list_of(int module) {
 }  // namespace
 
 extern "C" int g_module_init(void) {
-  // Kept: a former registry is left to those who still work with its lists.
+  // Kept: a previous registry is not freed, since its lists may still be in use.
   registry = g_hash_new(kSlots, g_hash_direct, nullptr, free_list);
   return 0;
 }
 
 extern "C" void g_module_cleanup(void) {
-  g_hash_free(registry);  // without a registry this reports it
+  g_hash_free(registry);  // reports a missing registry
   registry = nullptr;
 }
 

@@ -1,7 +1,7 @@
 // Mutexes and events.
 //
-// An event's mutex is held inside the event calls only, and no cancelled waiter keeps it.
-// An event freed while threads are still leaving it is disposed of by the last of them.
+// An event's mutex is held only inside event calls, and a cancelled waiter releases it. An
+// event that is freed while threads are leaving it is destroyed by the last of them.
 //
 // SPDX-License-Identifier: MIT
 
@@ -27,13 +27,13 @@ namespace {
 
 constexpr char kSource[] = "g_thread";
 
-// `action`: what could not be done.
+// Logs a failed system call; `action` says what failed.
 void warn(int line, const char* action) {
   g_log(G_LOG_WARNING, kSource, line, "can't %s - %s", action, std::strerror(errno));
 }
 
-// The result of g_thread_mutex_lock() and its like. Kept: only a negative result counts as
-// a failure, and POSIX reports failures with positive ones. So trylock answers 0 for a busy
+// The result of g_thread_mutex_lock() and the like. Kept: only a negative result counts as
+// a failure, but POSIX reports failures with positive ones. So trylock returns 0 for a busy
 // mutex, as callers expect.
 int result_of(int posix_result, int line, const char* action) {
   if (posix_result < 0) [[unlikely]] {
@@ -60,8 +60,8 @@ void end_ticket_waits(GThreadEvent* event) {
   if (event->ticket_waiters != 0) pthread_cond_broadcast(&event->ticket_cond);
 }
 
-// Kept: a sum of exactly one second is not carried over. The timed wait refuses it, and
-// programs see that refusal in their logs.
+// Kept: a sum of exactly one second of nanoseconds is not carried over. The timed wait
+// rejects it, and programs see the failure in their logs.
 timespec deadline_after(int milliseconds) {
   timeval now{};
   gettimeofday(&now, nullptr);
@@ -129,7 +129,7 @@ extern "C" GThreadEvent* g_thread_event_new(void) {
   Owned<GThreadEvent> event(
       static_cast<GThreadEvent*>(std::calloc(1, sizeof(GThreadEvent))));
   if (event == nullptr) return nullptr;
-  // Kept: the event is handed out all the same; zeros are a usable condition.
+  // Kept: the event is returned nevertheless; a zeroed condition variable is usable.
   if (pthread_cond_init(&event->cond, nullptr) != 0) warn(__LINE__, "init cond");
   event->mutex = g_thread_mutex_new();
   if (event->mutex == nullptr) {
@@ -167,7 +167,7 @@ extern "C" int g_thread_event_wait_timeout(GThreadEvent* event, int timeout) {
   enter_event(event);
   pthread_cleanup_push(leave_event, event);
   wait_until(event, deadline_after(timeout));
-  // Kept: the time-out bounds the first wait only; callers rely on returning after a later
+  // Kept: the time-out limits only the first wait; callers rely on returning after a later
   // signal and never before.
   result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
   pthread_cleanup_pop(1);

@@ -17,12 +17,12 @@ struct GMutex {
 
 namespace groundwork {
 
-// Holds a mutex to the end of the scope, as g_thread_mutex_lock() and
-// g_thread_mutex_unlock() would (a null one is reported by each), but without two calls
-// through the dynamic linker.
+// Holds a mutex until the end of the scope, like g_thread_mutex_lock() and
+// g_thread_mutex_unlock() (each reports a null one), but without two calls through the
+// dynamic linker.
 //
-// A cancelled thread runs no destructors: hold it across neither a cancellation point nor
-// a user's function, or see to the unlocking with pthread_cleanup_push().
+// A cancelled thread runs no destructors: do not hold it across a cancellation point or a
+// user function, unless a cleanup handler unlocks it.
 class MutexLock {
  public:
   explicit MutexLock(GMutex* mutex) : MutexLock(mutex, true) {}
@@ -50,7 +50,7 @@ class MutexLock {
   const bool is_needed_;
 };
 
-// Whether the process is known to have one thread only.
+// Returns whether the process is known to have only one thread.
 inline bool is_single_threaded() {
 #if __has_include(<sys/single_threaded.h>)
   return __libc_single_threaded != 0;
@@ -59,8 +59,7 @@ inline bool is_single_threaded() {
 #endif
 }
 
-// The same for a scope that starts no thread: a process with one thread does without the
-// mutex.
+// The same for a scope that starts no thread: a single-threaded process skips the mutex.
 class BriefLock : public MutexLock {
  public:
   explicit BriefLock(GMutex* mutex) : MutexLock(mutex, !is_single_threaded()) {}

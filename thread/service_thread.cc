@@ -21,6 +21,6 @@ void groundwork::join_thread(GThread* thread) {
 
 void groundwork::forget_thread(GThread* thread) {
   thread->exists = false;
-  // If it was still starting it had a share in the handle.
+  // A thread that was still starting held a reference to the handle.
   thread->users.store(1, std::memory_order_relaxed);
 }

@@ -1,5 +1,4 @@
-// What a service needs of its thread: to end on it, to wait for it, to do without it after
-// a fork.
+// A service's thread: ending the service on it, waiting for it, losing it in a fork.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_THREAD_SERVICE_THREAD_H
@@ -12,16 +11,14 @@ namespace groundwork {
 // True when `thread` is the handle of the calling thread.
 bool is_own_thread(const GThread* thread);
 
-// Frees the handle of the calling thread. As nobody can wait for it any more, the thread's
-// resources are released when it ends.
+// Detaches the calling thread and frees its handle.
 void free_own_thread(GThread* thread);
 
-// Waits for the end of a thread and keeps the handle. A cancellation point.
+// Waits for the end of a thread, but keeps the handle. A cancellation point.
 void join_thread(GThread* thread);
 
-// For a child of fork(), which has none of the parent's threads but the one that forked:
-// from now on the handle is one of a thread that does not exist, and there is nobody to
-// cancel or wait for.
+// For a child of fork(), which has none of the parent's threads except the one that forked:
+// marks the thread as non-existent, so that it is neither cancelled nor waited for.
 void forget_thread(GThread* thread);
 
 }  // namespace groundwork

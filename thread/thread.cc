@@ -1,7 +1,7 @@
-// Thread handles. No state but the handles themselves, and no locks.
+// Thread handles. No state except the handles, and no locks.
 //
-// A handle may be freed while its thread is still starting, so the thread and the owner
-// share it until the thread has read what to run; whoever lets go last frees it.
+// A handle may be freed while its thread is still starting, so the thread holds a reference
+// until it has read what to run; the last reference frees the handle.
 //
 // SPDX-License-Identifier: MIT
 
@@ -24,7 +24,7 @@ using namespace groundwork;
 namespace {
 
 constexpr char kSource[] = "g_thread";
-constexpr int kHighest = 6;  // of the scale of priorities; 0 is the lowest
+constexpr int kHighest = 6;  // the highest priority; 0 is the lowest
 
 GThread* new_handle(int users) {
   auto* const thread = static_cast<GThread*>(std::calloc(1, sizeof(GThread)));
@@ -32,7 +32,7 @@ GThread* new_handle(int users) {
   return thread;
 }
 
-void let_go(GThread* thread) {
+void unref(GThread* thread) {
   if (thread->users.fetch_sub(1, std::memory_order_acq_rel) == 1) std::free(thread);
 }
 
@@ -41,7 +41,7 @@ void* run(void* handle) {
   auto* const thread = static_cast<GThread*>(handle);
   const GThreadFunc func = thread->func;
   void* const arg = thread->arg;
-  let_go(thread);
+  unref(thread);
   func(arg);
   return nullptr;
 }
@@ -57,8 +57,8 @@ int policy_of(int priority) {
   }
 }
 
-// The lowest and the highest have a policy of their own; those between are spread around
-// the middle of theirs.
+// The lowest and the highest have their own policies; those between are spread around the
+// middle of theirs.
 int posix_priority_of(int priority, int policy) {
   const int max = sched_get_priority_max(policy);
   const int min = sched_get_priority_min(policy);
@@ -78,11 +78,11 @@ extern "C" GThread* g_thread_create(GThreadFunc func, void* arg, const char*) {
   thread->func = func;
   thread->arg = arg;
   thread->exists = pthread_create(&thread->tid, nullptr, run, thread) == 0;
-  // Kept: a thread that could not be started has a handle too; callers take any handle for
+  // Kept: a thread that could not be started has a handle, too; callers take any handle for
   // success.
   if (!thread->exists) {
     thread->tid = {};
-    let_go(thread);
+    unref(thread);
   }
   return thread;
 }
@@ -101,7 +101,7 @@ extern "C" int g_thread_cancel(GThread* thread) {
 }
 
 extern "C" void g_thread_free(GThread* thread) {
-  if (thread != nullptr) let_go(thread);
+  if (thread != nullptr) unref(thread);
 }
 
 extern "C" GThread* g_thread_self(void) {
@@ -119,7 +119,7 @@ extern "C" int g_thread_check_same(GThread* thread1, GThread* thread2) {
 
 extern "C" int g_thread_set_priority(GThread* thread, int priority) {
   CHECK_ARG(thread != NULL, -1);
-  // Some systems keep more than the priority in the parameters; the rest stays.
+  // On some systems the parameters contain more than the priority; the rest is preserved.
   int policy = SCHED_OTHER;
   sched_param param{};
   if (thread->exists) pthread_getschedparam(thread->tid, &policy, &param);
@@ -134,7 +134,7 @@ extern "C" int g_thread_set_priority(GThread* thread, int priority) {
   } else {
     errno = ESRCH;
   }
-  // Kept: the text is that of errno, not that of the returned code.
+  // Kept: the text is that of errno, not of the returned code.
   g_log(G_LOG_WARNING, kSource, __LINE__, "can't set priority to %d. - %s.", priority,
         std::strerror(errno));
   return -1;

@@ -1,4 +1,4 @@
-// What is behind a GThread.
+// The definition of GThread.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_THREAD_THREAD_RECORD_H
@@ -15,8 +15,8 @@ struct GThread {
   pthread_t tid;
   GThreadFunc func;
   void* arg;
-  std::atomic<int> users;  // owner, and the thread while it starts
-  bool exists;             // false when there is no such thread in this process
+  std::atomic<int> users;  // reference count: the owner, and the thread while it starts
+  bool exists;             // false if there is no such thread in this process
 };
 static_assert(offsetof(GThread, tid) == 0 && offsetof(GThread, func) == sizeof(pthread_t) &&
               offsetof(GThread, arg) == sizeof(pthread_t) + sizeof(void*) &&

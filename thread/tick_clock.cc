@@ -1,7 +1,7 @@
-// The tick clock: milliseconds by the wall clock, with its steps taken out.
+// The tick clock: milliseconds of the wall clock, without its steps.
 //
-// The state is three 32-bit words, each read and written on its own: threads that notice a
-// step of the clock together may each count it.
+// The state is three 32-bit words, each read and written separately: threads that notice a
+// step of the clock simultaneously may each count it.
 //
 // SPDX-License-Identifier: MIT
 
@@ -16,10 +16,10 @@
 namespace {
 
 constexpr auto relaxed = std::memory_order_relaxed;
-constexpr uint32_t kStep = 30001;        // ms; a jump as long as this is a step
-constexpr uint32_t kTicksForAStep = 10;  // what a step counts as, in ms
+constexpr uint32_t kStep = 30001;        // ms; a jump of at least this is a step
+constexpr uint32_t kTicksForAStep = 10;  // ms that a step counts as
 
-// The instant of tick 0, and the ticks last returned. Ticks are modulo 2^32, so the seconds
+// The time of tick 0, and the ticks last returned. Ticks are modulo 2^32, so the seconds
 // may be, too.
 struct TickClock {
   std::atomic<uint32_t> base_seconds{0};
@@ -30,12 +30,12 @@ static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
 constinit TickClock ticks_of_process;
 
-// Tells the ticks at a step of the wall clock, and moves the base so that the readings go
-// on from there.
+// Returns the ticks at a step of the wall clock, and moves the base so that readings
+// continue from there.
 [[gnu::noinline, gnu::cold]] uint32_t step(TickClock& clock, uint32_t seconds,
                                            int32_t microseconds, uint32_t last) {
-  // Kept: anchored to the last ticks, not to those returned now, so the next reading may be
-  // up to 10 ms behind this one.
+  // Kept: the base follows the last ticks, not those returned now, so the next reading may
+  // be up to 10 ms less than this one.
   const uint32_t base = seconds * 1000 + static_cast<uint32_t>(microseconds / 1000) - last;
   clock.base_seconds.store(base / 1000, relaxed);
   clock.base_microseconds.store(static_cast<int32_t>(base % 1000 * 1000), relaxed);

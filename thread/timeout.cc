@@ -1,8 +1,8 @@
 // Timeouts, each with its own thread.
 //
-// A timeout ends in one of two ways that may meet: its function returns 0, or the
-// application frees it. Both first take it out of the list of active timeouts, and whoever
-// finds it there releases it. The list's lock is held for moments only, never while user's
+// A timeout ends in one of two ways, which may race: its function returns 0, or the
+// application frees it. Both first take it out of the list of active timeouts, and the one
+// that finds it there releases it. The list's lock is held only briefly, never while user
 // code runs.
 //
 // SPDX-License-Identifier: MIT
@@ -32,8 +32,8 @@ struct GTimeout {
   GTimeoutFunc func;
   void* data;
   std::atomic<int32_t> interval;  // ms; 0 stops the worker
-  timeval start;                  // of the present period; the worker's own
-  bool is_ending;                 // freed in its own function; the worker's own
+  timeval start;                  // of the current period; only used by the worker
+  bool is_ending;                 // freed in its own function; only used by the worker
   GTimeout* next;                 // in the list of active timeouts
 };
 static_assert(offsetof(GTimeout, thread) == 0 &&
@@ -51,17 +51,17 @@ constexpr auto relaxed = std::memory_order_relaxed;
 constinit ForkSafeMutex active_lock;
 constinit GTimeout* active = nullptr;  // guarded by active_lock
 
-// The link to a timeout in the list; the one at the list's end when it is not there. A
-// timeout that is not there may be gone, so it is only compared. The list is locked.
+// Returns the link to a timeout in the list, or the null link at the end. A timeout that is
+// not in the list may be gone, so it is only compared. The list is locked.
 GTimeout** link_to(const GTimeout* timeout) {
   GTimeout** link = &active;
   while (*link != nullptr && *link != timeout) link = &(*link)->next;
   return link;
 }
 
-// Takes a timeout out of the list, for the caller to release. False when someone else
-// releases it or has done so, and when this is a call from its own function: that one is
-// released when it returns.
+// Takes a timeout out of the list, for the caller to release. False if someone else
+// releases it or has done so, and if this is a call from its own function, on whose return
+// it is released.
 bool claim_from_outside(const GTimeout* timeout) {
   MutexLock lock(&active_lock.mutex);
   GTimeout** const link = link_to(timeout);
@@ -75,7 +75,7 @@ bool claim_from_outside(const GTimeout* timeout) {
   return true;
 }
 
-// The same for the worker, when the function has returned.
+// The same for the worker, after the function has returned.
 bool claim_from_inside(const GTimeout* timeout) {
   MutexLock lock(&active_lock.mutex);
   GTimeout** const link = link_to(timeout);
@@ -84,7 +84,7 @@ bool claim_from_inside(const GTimeout* timeout) {
   return true;
 }
 
-// The rest of the period, in milliseconds; the time that has passed is rounded.
+// The rest of the period in milliseconds; the elapsed time is rounded.
 int64_t remaining(const GTimeout& timeout, int32_t interval) {
   timeval now{};
   gettimeofday(&now, nullptr);
@@ -96,7 +96,7 @@ int64_t remaining(const GTimeout& timeout, int32_t interval) {
 // May end early: an interrupted sleep is not resumed.
 LEFT_BY_CANCELLATION void sleep_for(int64_t milliseconds) {
   if (milliseconds <= 0) return;
-  // One unsigned division: on 32 bits each other kind brings a kilobyte of code along.
+  // One unsigned division: on 32-bit targets any other adds a kilobyte of code.
   const auto rest = static_cast<uint64_t>(milliseconds);
   const uint64_t seconds = rest / 1000;
   timespec time{};
@@ -131,7 +131,7 @@ void after_fork_in_parent() {
   end_fork(active_lock);
 }
 
-// A child has no timeout's thread, unless that one forked. Its timeouts may be freed.
+// A child has no timeout's thread, unless that thread forked. Its timeouts may be freed.
 void after_fork_in_child() {
   if (is_held_for_fork(active_lock)) {
     for (GTimeout* timeout = active; timeout != nullptr; timeout = timeout->next) {
@@ -141,8 +141,8 @@ void after_fork_in_child() {
   end_fork(active_lock);
 }
 
-// Starts the thread and lists the timeout. Under the lock, as the function may return 0
-// before the thread's handle is stored. False when memory is exhausted.
+// Starts the thread and adds the timeout to the list. Under the lock, since the function
+// may return 0 before the thread's handle is stored. False when memory is exhausted.
 bool start(GTimeout* timeout, const char* name) {
   survive_forks(active_lock, before_fork, after_fork_in_parent, after_fork_in_child);
   MutexLock lock(&active_lock.mutex);
@@ -173,7 +173,7 @@ extern "C" GTimeout* g_timeout_new(const char* name, int interval, GTimeoutFunc 
 
 extern "C" void g_timeout_free(GTimeout* timeout) {
   CHECK_ARG(timeout != NULL);
-  // The caller's own cancellation must not leave the timeout half released.
+  // Cancelling the caller must not leave the timeout half released.
   CancellationHeld held;
   if (!claim_from_outside(timeout)) return;
   timeout->interval.store(0, relaxed);
@@ -183,7 +183,7 @@ extern "C" void g_timeout_free(GTimeout* timeout) {
 }
 
 extern "C" int g_timeout_set_priority(GTimeout* timeout, int priority) {
-  // Kept: here a failed check answers what g_log() answers, not -1.
+  // Kept: here a failed check returns the result of g_log(), not -1.
   if (timeout == NULL) return report_failed_check(kSource, __LINE__, "timeout != NULL");
   return g_thread_set_priority(timeout->thread, priority);
 }

@@ -10,18 +10,18 @@ using namespace groundwork;
 
 namespace {
 
-constexpr size_t kWalked = 64;  // so many timers do without
+constexpr size_t kWalked = 64;  // up to this many timers the list is walked
 
 }  // namespace
 
 size_t TimerIndex::home_of(const GTimerEntry* timer) const {
-  // The allocator's alignment leaves the low bits alike; the product mixes upwards.
+  // Alignment makes the low bits of addresses equal; the multiplication mixes upwards.
   const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(timer) >> 3);
   const uint32_t mixed = address * 0x9e3779b1u;
   return (mixed ^ mixed >> 15) & mask_;
 }
 
-// The timer's slot, or the free one where it would be.
+// Returns the timer's slot, or the free slot where it would be.
 TimerIndex::Slot& TimerIndex::slot_of(const GTimerEntry* timer) const {
   size_t at = home_of(timer);
   while (slots_[at].timer != nullptr && slots_[at].timer != timer) at = (at + 1) & mask_;
@@ -59,7 +59,7 @@ void TimerIndex::note_removed(const GTimerEntry* timer, GTimerEntry* before,
   if (slots_ == nullptr) return;
   if (after != nullptr) slot_of(after).before = before;
   if (before == nullptr && after == nullptr) return clear();
-  // Those behind it that a probe would no longer reach move up.
+  // Moves up later timers that a probe would no longer reach.
   size_t free = static_cast<size_t>(&slot_of(timer) - slots_);
   for (size_t at = (free + 1) & mask_; slots_[at].timer != nullptr; at = (at + 1) & mask_) {
     const size_t home = home_of(slots_[at].timer);

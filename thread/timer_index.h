@@ -1,9 +1,9 @@
-// Finds a timer by its id without a walk.
+// Finds a timer by its id without walking the list.
 //
 // The list of timers is singly linked, and an id is only compared, since it may be any
-// value. So a table with open addressing holds for each timer the one before it in the
-// list. It exists only while there are many timers: a walk over a few is as fast and takes
-// no memory. If its memory cannot be allocated, the list is walked.
+// value. So an open-addressing table maps each timer to the one before it in the list. It
+// exists only while there are many timers: walking a few is as fast and takes no memory. If
+// it cannot be allocated, look-ups walk the list.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_THREAD_TIMER_INDEX_H
@@ -20,14 +20,14 @@ class TimerIndex {
  public:
   bool exists() const { return slots_ != nullptr; }
 
-  // After a timer became the first of a list, with which that has `count` timers.
+  // Call it after a timer was added at the head of the list, which now has `count` timers.
   void note_added(GTimerEntry* first, size_t count);
 
-  // After a timer was taken out of a list, with what came before it and what after it.
+  // Call it after a timer was removed from the list; gets its former neighbours.
   void note_removed(const GTimerEntry* timer, GTimerEntry* before, GTimerEntry* after);
 
-  // Whether there is a timer of this id; if so, the one before it in the list, null for
-  // none.
+  // Returns whether there is a timer with this id; if so, sets `before` to the one before
+  // it in the list, null for the head.
   bool find(const GTimerEntry* id, GTimerEntry** before) const;
 
   void clear();

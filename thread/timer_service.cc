@@ -1,7 +1,6 @@
 // The timer service: one thread and a list of timers.
 //
-// One lock guards the list; no callback runs under it. Words that are read without it are
-// atomics.
+// One lock guards the list; no callback runs under it. What is read without it is atomic.
 //
 // SPDX-License-Identifier: MIT
 
@@ -44,8 +43,8 @@ void after_fork_in_parent() {
   end_fork(service.lock);
 }
 
-// A child has the timers and no thread, unless it was forked in a callback: the service is
-// stopped there and may be started again.
+// A child has the timers but no thread, unless a callback forked it: the service is stopped
+// there and may be started again.
 void after_fork_in_child() {
   if (is_held_for_fork(service.lock)) {
     GThread* const thread = service.thread.load(relaxed);
@@ -89,7 +88,7 @@ void note_change() {
   if (const TimerSleep* const sleep = service.sleep.load(relaxed)) sleep->wake();
 }
 
-// For a change of what the thread is to do.
+// Called after the service was started or stopped.
 void wake_thread() {
   const TimerSleep* const sleep = service.sleep.load(relaxed);
   if (sleep == nullptr) return;
@@ -97,7 +96,7 @@ void wake_thread() {
   sleep->wake();
 }
 
-// Not noexcept: a callback's cancellation of its own thread may take effect here.
+// Not noexcept: if a callback has cancelled its own thread, that may take effect here.
 void sleep_between_scans(uintptr_t number) {
   if (const TimerSleep* const sleep = service.sleep.load(std::memory_order_acquire)) {
     sleep->sleep(number);
@@ -106,7 +105,7 @@ void sleep_between_scans(uintptr_t number) {
   }
 }
 
-// The thread has ended or detaches itself.
+// Called when the thread has ended, or is about to detach itself.
 void drop_thread() {
   MutexLock lock(&service.lock.mutex);
   service.thread.store(nullptr, relaxed);
@@ -157,7 +156,7 @@ void remove_entry(GTimerEntry* before, GTimerEntry* entry) {
   std::free(entry);
 }
 
-// The list is locked. False when there is no timer of this id, which may be any value.
+// The list is locked. False if there is no timer with this id, which may be any value.
 bool find_entry(const GTimerEntry* id, GTimerEntry** before) {
   if constexpr (kForSpeed) {
     if (service.index.exists()) return service.index.find(id, before);
@@ -170,14 +169,14 @@ bool find_entry(const GTimerEntry* id, GTimerEntry** before) {
   return false;
 }
 
-// What g_set_timer() registers for a callback; the callback is its own parameter.
+// The function that g_set_timer() registers; its parameter is the callback.
 uint32_t call_single(uint32_t interval, void* param) {
   const auto callback = reinterpret_cast<GTimerCallback>(param);
   return callback != nullptr ? callback(interval, param) : interval;
 }
 
-// Calls every callback that is due. Ends early when a callback, or another thread during
-// it, changed the list: entries may be gone. The rest waits for the next scan.
+// Calls every callback that is due. Ends early if a callback, or another thread during it,
+// has changed the list: entries may be gone. The rest waits for the next scan.
 void scan() {
   bool lock = lock_list();
   uint32_t known_changes = service.changes;
@@ -193,7 +192,8 @@ void scan() {
       before = entry;
       continue;
     }
-    // Slightly early keeps its phase; late starts afresh and drops what it missed.
+    // A timer that is slightly early keeps its phase; a late one starts a new period and
+    // drops what it missed.
     entry->last = elapsed < interval ? entry->last + interval : now;
     const GTimerCallback callback = entry->callback;
     void* const param = entry->param;
@@ -201,8 +201,8 @@ void scan() {
     const uint32_t result = callback != nullptr ? callback(interval, param) : interval;
     lock = lock_list();
     if (service.changes != known_changes) break;
-    // In this order: a timer of interval 0 that fired after all, as the clock was set back
-    // by some milliseconds, and returned 0 stays.
+    // The order matters: a timer of interval 0 stays if it fires after all, because the
+    // clock was set back by some milliseconds, and returns 0.
     if (result != interval && result == 0) {
       remove_entry(before, entry);
       known_changes = ++service.changes;
@@ -226,7 +226,7 @@ void* run_timer(void* arg) {
   // Kept, "thead" included: programs look for this line.
   std::printf("g_timer:%d pid=%d timer thead=%d quit\n", __LINE__, getpid(),
               pid.load(relaxed));
-  // A thread that was replaced leaves the id to its successor.
+  // A thread that was replaced does not clear the id of its successor.
   if (service.running.load(relaxed) == 0) pid.store(0, relaxed);
   return nullptr;
 }
@@ -242,7 +242,7 @@ int stop() {
   wake_thread();
   if (is_own_thread(thread)) {
     drop_thread();
-    free_own_thread(thread);  // a callback stops the service: there is nobody to wait
+    free_own_thread(thread);  // called by a callback, which cannot wait for itself
   } else {
     join_thread(thread);
     drop_thread();
@@ -270,7 +270,7 @@ void groundwork::keep_timers_through_forks() {
 
 extern "C" int g_timer_init(void) {
   if (service.thread.load(relaxed) != nullptr) {
-    // Kept: the word is cut.
+    // Kept: "runnin" is cut.
     std::printf("g_timer:%d pid=%d *ERR* g_timer_init fail: thread runnin\n", __LINE__,
                 getpid());
     return -1;
@@ -283,7 +283,7 @@ extern "C" int g_timer_init(void) {
 extern "C" void g_timer_cleanup(void) {
   g_timer_enable(0);
   g_set_timer(0, nullptr);
-  // The count of changes goes on: this may be a callback, whose scan must notice.
+  // The count of changes is not reset: this may be a callback, whose scan must notice.
   if (!service.is_set_up.exchange(false, relaxed)) g_thread_mutex_free(nullptr);
 }
 

@@ -1,4 +1,4 @@
-// The state of the timer service, and where another way to sleep hooks in.
+// The state of the timer service, and the hook for another way to sleep.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_THREAD_TIMER_SERVICE_H
@@ -30,13 +30,14 @@ namespace groundwork {
 
 constexpr int kTimerResolution = 10;  // ms
 
-// How the service's thread sleeps between two scans, where that is not for the resolution.
+// How the service's thread sleeps between two scans, unless it sleeps for the resolution.
 struct TimerSleep {
   // Called by thread number `number`.
   void (*sleep)(uintptr_t number);
-  // After a change of the timers, or of what the thread is to do. The lock is held.
+  // Called after timers have changed, or the service was started or stopped. The lock is
+  // held.
   void (*wake)();
-  // In a child of fork(). The lock is held.
+  // Called in a child of fork(). The lock is held.
   void (*renew)();
 };
 
@@ -47,24 +48,24 @@ struct TimerService {
   TimerIndex index;               // guarded by lock
   uint32_t changes = 0;           // guarded by lock; additions, removals and clearings
 
-  // From g_timer_init() to g_timer_cleanup(). Without it each use of the list is reported
-  // as that of a null mutex, and the work is done.
+  // True from g_timer_init() to g_timer_cleanup(). While false, each use of the list
+  // reports a null mutex, but works.
   std::atomic<bool> is_set_up{false};
 
-  std::atomic<GThread*> thread{nullptr};  // taken away under lock only, for fork()
-  // The number of the thread that is to keep running, 0 for none. A thread that was
-  // replaced from its own callback thus ends.
+  std::atomic<GThread*> thread{nullptr};  // cleared only under lock, for fork()
+  // The number of the thread that is to keep running, 0 for none. So a thread that was
+  // replaced from its own callback ends.
   std::atomic<uintptr_t> running{0};
   uintptr_t last_number = 0;
 
-  std::atomic<const TimerSleep*> sleep{nullptr};  // stays once it is set
+  std::atomic<const TimerSleep*> sleep{nullptr};  // never reset
 };
 static_assert(std::atomic<uintptr_t>::is_always_lock_free &&
               std::atomic<void*>::is_always_lock_free);
 
 extern TimerService timer_service;
 
-// To be called before the service's lock is taken for the first time.
+// Must be called before the service's lock is taken for the first time.
 void keep_timers_through_forks();
 
 }  // namespace groundwork
