@@ -35,14 +35,14 @@ inline void* walk(const GList* list, size_t texts, std::string_view name) {
   return nullptr;
 }
 
-// How many slots an insertion may probe on average before the names are suspected of
-// colliding on purpose. In a table that is as full as it gets, random names take 1.5.
+// How many occupied slots an insertion may probe on average before the names are suspected
+// of colliding on purpose. In a table that is as full as it gets, random names take 1.5.
 constexpr int32_t kFreeSteps = 2;
 
 // Chance may take this many more, and removals earn at most this many.
 constexpr int32_t kCredit = 64;
 
-// No random name probes this many slots.
+// No random name probes this many occupied slots.
 constexpr uint32_t kMostSteps = 128;
 
 // Returns whether a table of this capacity has to grow.

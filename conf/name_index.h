@@ -5,8 +5,7 @@
 // empty and look-ups walk; for a longer one it is a hash table from names to records.
 //
 //   hit      one probe of the table and one comparison
-// miss     one probe; valid if the list still has the first and last node that the index
-// knows
+//   miss     one probe; valid if the index still knows the list's first and last node
 //   append   through the remembered last node, amortised growth of the table
 //   removal  through the node stored in the record, unless that now holds another record
 //
@@ -14,7 +13,7 @@
 // the hash has a seed for each process, which separates all names except those with the
 // same hash for every seed; and if insertions probe more slots than random names would, the
 // table switches to a slower hash, for which such names cannot be found without the seed.
-// Whatever the names, an insertion probes about two slots on average.
+// Whatever the names, an insertion probes about two occupied slots on average.
 //
 // Programs may reorder a list and may add their own records at its ends. Such a list has
 // another first or last node than the index knows, and is walked until the next change made
@@ -90,8 +89,8 @@ class NameIndex {
   GList* head_ = nullptr;
   GList* tail_ = nullptr;
   uint32_t seed_ = 0;  // of the hash
-  // The number of slots that insertions probed since the table was built, less a credit for
-  // removals.
+  // The number of occupied slots that insertions probed since the table was built, less a
+  // credit for removals.
   int32_t probes_ = 0;
   uint8_t shift_ = 0;      // leaves the upper bits of a hash, which are the home slot
   bool is_keyed_ = false;  // the slower hash is in use

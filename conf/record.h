@@ -9,9 +9,9 @@
 //
 //   - A text inside a record's block begins at an odd address. A block from the heap never
 //     does, so nothing at an odd address is freed by itself.
-// - A record is the library's own as long as its name is the first text of its own block. A
-// record whose name was replaced is treated as the program's own from then on; its hidden
-//     part can no longer be used, and the index of its list leaks.
+//   - A record is the library's own as long as its name is the first text of its block. One
+//     whose name was replaced is treated as the program's own from then on; its hidden part
+//     can no longer be used, and the index of its list leaks.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_CONF_RECORD_H

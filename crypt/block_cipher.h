@@ -26,8 +26,8 @@ namespace groundwork::des {
 // A cipher of sixteen rounds. Cipher provides:
 //   Subkey                          the round key
 //   expand(key, schedule)           computes the subkeys of all rounds
-// transform(block, subkey, step)  sixteen rounds, with subkeys `step` apart from `subkey`
-// on
+//   transform(block, subkey, step)  sixteen rounds; their subkeys begin at `subkey`, `step`
+//                                   apart
 //
 // Each thread keeps the schedule of its last key, so that a run of blocks under one key
 // computes it once. Threads share no state.
