@@ -1,5 +1,5 @@
-// The writer: one buffer and one write for the whole file. What cannot be written that way
-// is written line by line, and a line that fails is given up, not those after it.
+// The writer: one buffer and one write for the whole file. If that fails, it writes line by
+// line; a line that fails is skipped, and later ones are still written.
 //
 // SPDX-License-Identifier: MIT
 
@@ -21,11 +21,11 @@
 namespace groundwork {
 namespace {
 
-// Room for some new keys.
+// For some new keys.
 constexpr size_t kUsualGrowth = 1024;
 
-// Calls add(first, separator, second, end) for each line of the file; stops when that
-// answers false.
+// Calls add(first, separator, second, end) for each line of the file, until it returns
+// false.
 template <typename Add>
 bool for_each_line(const GConf* conf, Add add) {
   for (const GList* node = conf->sections; node != nullptr; node = node->next) {
@@ -42,8 +42,8 @@ bool for_each_line(const GConf* conf, Add add) {
   return true;
 }
 
-// Copies a text that is mostly longer than a word and shorter than is worth a call. Returns
-// where the copy ends.
+// Copies a text that is usually longer than a word but too short to be worth a call.
+// Returns the end of the copy.
 inline char* put_text(char* at, std::string_view text) {
   constexpr size_t kWord = sizeof(uint32_t);
   const size_t size = text.size();
@@ -62,8 +62,8 @@ inline char* put_text(char* at, std::string_view text) {
   return at + size;
 }
 
-// Goes on after a write that took `written` bytes, or failed: the line that it broke off in
-// is given up, each later one is tried.
+// Continues after a write that wrote `written` bytes, or failed: skips the line in which it
+// stopped, and tries each later one.
 void write_rest(GFile* file, const GConf* conf, const ByteArray& buffer, int64_t written) {
   const size_t tried = written < 0 ? 1 : static_cast<size_t>(written);
   size_t begin = 0;
@@ -79,7 +79,7 @@ void write_rest(GFile* file, const GConf* conf, const ByteArray& buffer, int64_t
   });
 }
 
-// Needs no memory.
+// Writes everything piece by piece, which needs no memory.
 void write_in_pieces(GFile* file, const GConf* conf) {
   for_each_line(conf, [file](auto... pieces) {
     for (const std::string_view piece : {std::string_view(pieces)...}) {
@@ -90,7 +90,7 @@ void write_in_pieces(GFile* file, const GConf* conf) {
   });
 }
 
-// Writes what was formatted. True when the file has taken all of it.
+// Writes the formatted text. Returns true if all of it was written.
 bool write_formatted(GFile* file, const GConf* conf, const ByteArray& text) {
   if (text.size() == 0) return true;
   const auto size = static_cast<int64_t>(text.size());
@@ -100,8 +100,8 @@ bool write_formatted(GFile* file, const GConf* conf, const ByteArray& text) {
   return false;
 }
 
-// Opens, locks, writes and closes. What the file holds afterwards, as far as that is known.
-// `text` is null when there was no memory for it.
+// Opens, locks, writes and closes the file. Returns its content afterwards, as far as it is
+// known. `text` is null if there was no memory for it.
 FileContent write_file(const GConf* conf, const ByteArray* text) {
   GFile* const file = g_file_open(conf->filename, 2);
   if (file == nullptr) {
@@ -109,7 +109,7 @@ FileContent write_file(const GConf* conf, const ByteArray* text) {
           conf->filename);
     return file_content(conf);
   }
-  // Kept: by now the open has emptied the file, whether the lock is granted or not.
+  // Kept: opening has already emptied the file, whether the lock is granted or not.
   if (g_file_lock_write(file) < 0) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
     g_file_close(file);
@@ -152,12 +152,12 @@ bool format_conf(const GConf* conf, ByteArray& buffer) {
 
 void write_conf(GConf* conf) {
   const CancellationHeld held;
-  // Before the file is opened, which empties it: a program that is killed in between leaves
-  // it empty.
+  // Formats before the file is opened, which empties it: a program that is killed in
+  // between leaves it empty.
   ByteArray text;
-  // Most changes leave the size about as it was.
-  const size_t former_size = file_content(conf).text.size;
-  text.reserve(former_size + former_size / 8 + kUsualGrowth);
+  // Most changes hardly affect the size.
+  const size_t old_size = file_content(conf).text.size;
+  text.reserve(old_size + old_size / 8 + kUsualGrowth);
   const bool is_formatted = format_conf(conf, text);
   set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));
 }

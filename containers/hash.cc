@@ -1,10 +1,10 @@
 // Hash table: open addressing with linear probing in one flat array of pointers to entries.
-// Removal leaves holes that searches pass over and insertions fill.
+// Removal leaves holes, which look-ups skip and insertions fill.
 //
-// A search that cannot stop at a hole walks the whole table for a miss (hash_walk.cc).
-// Tables whose key functions are our own, so that equal keys are known to have equal
-// hashes, therefore have an index after the slots, which finds the same slots without the
-// walk (hash_index.h).
+// Since a look-up cannot stop at a hole, a miss walks the whole table (hash_walk.cc).
+// Tables that use our own key functions, where equal keys are known to have equal hashes,
+// therefore have an index after the slots, which finds the same slots without the walk
+// (hash_index.h).
 //
 // SPDX-License-Identifier: MIT
 
@@ -40,8 +40,8 @@ uint32_t hash_of_pointer(const void* key) {
 
 uint32_t hash_of_text(const void* key) {
   uint32_t hashed = 0;
-  // Kept: bytes are signed everywhere, so non-ASCII text hashes alike on every platform.
-  // Four at a time, so that one multiplication does not wait for another.
+  // Kept: bytes are signed, so that non-ASCII text has the same hash on every platform.
+  // Four at a time, so that the multiplications do not depend on each other.
   for (const auto* byte = static_cast<const signed char*>(key);; byte += 4) {
     const auto at = [byte](int i) { return static_cast<uint32_t>(byte[i]); };
     if (byte[0] == 0) return hashed;
@@ -55,8 +55,8 @@ uint32_t hash_of_text(const void* key) {
   }
 }
 
-// Strings compared as pointers are no such keys of ours: such a string may change while it
-// is stored, and with it its hash, but not what it equals.
+// Strings that are hashed as text but compared as pointers do not qualify: such a string
+// may change while it is stored, which changes its hash but not what it equals.
 HashKeys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
   if (hash_func == g_hash_str && equal_func == g_hash_str_equal) return HashKeys::kStrings;
   if (hash_func == g_hash_int && equal_func == g_hash_int_equal) return HashKeys::kInts;
@@ -67,7 +67,7 @@ HashKeys keys_of(GHashFunc hash_func, GEqualFunc equal_func) {
   return HashKeys::kCallers;
 }
 
-// What hash_func would return.
+// Returns what hash_func would.
 uint32_t hash_of(const GHash& hash, const void* key) {
   if (hash.keys == HashKeys::kStrings) return hash_of_text(key);
   if (hash.keys == HashKeys::kInts) return pointed_to(key);
@@ -75,13 +75,13 @@ uint32_t hash_of(const GHash& hash, const void* key) {
   return hash.hash_func(key);
 }
 
-// The result is a Match as one number: it comes in registers then, on every target.
+// Returns a Match as one number, so that it is returned in registers on every target.
 template <typename Same>
 [[gnu::noinline]] uint64_t packed_match(const GHash& hash, Same same) {
   return std::bit_cast<uint64_t>(indexed_match(hash, same));
 }
 
-// The slot that a search finds in a table with an index; `size` when there is none.
+// Looks a key up in a table with an index. Returns its slot, `size` for a miss.
 [[gnu::always_inline]] inline Match match_of(const GHash& hash, const void* key,
                                              uint32_t hashed) {
   if constexpr (!kForSpeed) {
@@ -96,7 +96,7 @@ template <typename Same>
   return indexed_match(hash, SameNumber{hashed});
 }
 
-// The slot that a search finds; `size` when there is none.
+// Looks a key up. Returns its slot, `size` for a miss.
 [[gnu::always_inline]] inline Match find_slot(const GHash& hash, const void* key) {
   const uint32_t hashed = hash_of(hash, key);
   if (!hash.has_index) [[unlikely]]
@@ -104,13 +104,13 @@ template <typename Same>
   return match_of(hash, key, hashed);
 }
 
-// The same for a string, without its cell: a look-up has no use for that.
+// The same for a string, without the cell, which a look-up does not need.
 [[gnu::noinline]] uint32_t find_text_slot(const GHash& hash, const void* key,
                                           uint32_t hashed) {
   return indexed_match(hash, SameText{key, hashed}).slot;
 }
 
-// Where `key` is to be stored: the slot of an entry for it, or a hole.
+// Returns where to store `key`: the slot of its entry, or a hole.
 IN_LINE_FOR_SPEED Match insertion_slot(GHash& hash, const void* key, uint32_t hashed) {
   if (!hash.has_index) [[unlikely]]
     return {walk_to_insertion(hash, key, hashed), SlotIndex::kSearch};
@@ -122,9 +122,9 @@ IN_LINE_FOR_SPEED void put(GHash& hash, uint32_t slot, HashEntry* entry, uint32_
   if (hash.has_index) hash.index().add(entry->hashed, slot, cell);
 }
 
-// --- Entries that are leaving: those whose destroy function was called. They are in their
-// slot until it returns. If it removes them itself it is not called again, and the call
-// that called it frees the entry.
+// --- Entries that are leaving: their destroy function has been called but not returned,
+// and they are still in their slots. If it removes its entry itself, it is not called
+// again; the outer call frees the entry.
 
 constexpr uint32_t leaving_words(uint32_t slots) {
   return slots / 32 + (slots % 32 != 0);
@@ -147,9 +147,10 @@ void set_leaving(GHash& hash, uint32_t slot, bool leaves) {
   word = leaves ? word | leaving_bit(slot) : word & ~leaving_bit(slot);
 }
 
-// The slot of an entry that was at `slot` when there were `size` of them; the number of
-// slots when it was taken out.
-uint32_t slot_now(const GHash& hash, const HashEntry* entry, uint32_t slot, uint32_t size) {
+// The current slot of an entry that was at `slot` when the table had `size` slots; the
+// number of slots if it has been removed.
+uint32_t current_slot(const GHash& hash, const HashEntry* entry, uint32_t slot,
+                      uint32_t size) {
   if (hash.slots[slot] == entry) return slot;
   if (hash.size == size) return hash.size;  // only growth moves entries
   slot = 0;
@@ -157,7 +158,7 @@ uint32_t slot_now(const GHash& hash, const HashEntry* entry, uint32_t slot, uint
   return slot;
 }
 
-// Makes a hole of `slot`, whose cell in the index, if any, is `cell`.
+// Turns `slot` into a hole. `cell` is its cell in the index, if there is one.
 IN_LINE_FOR_SPEED void take_out(GHash& hash, uint32_t slot, uint32_t cell) {
   if (hash.has_index) {
     hash.index().remove(hash.slots[slot]->hashed, slot, cell,
@@ -172,8 +173,8 @@ IN_LINE_FOR_SPEED void take_out(GHash& hash, uint32_t slot, uint32_t cell) {
   }
 }
 
-// Takes out the entry at `slot`, after its destroy function has seen it in place. Null when
-// it is not to be freed now.
+// Takes out the entry at `slot`, after calling its destroy function while it is in place.
+// Returns null if the entry must not be freed yet.
 HashEntry* destroy_entry(GHash& hash, uint32_t slot) {
   HashEntry* const entry = hash.slots[slot];
   const bool was_leaving = is_leaving(hash, slot);
@@ -181,7 +182,7 @@ HashEntry* destroy_entry(GHash& hash, uint32_t slot) {
     set_leaving(hash, slot, true);
     const uint32_t size = hash.size;
     hash.destroy_func(entry->key, entry->value);
-    slot = slot_now(hash, entry, slot, size);
+    slot = current_slot(hash, entry, slot, size);
     if (slot == hash.size) return entry;
   }
   set_leaving(hash, slot, false);
@@ -189,7 +190,7 @@ HashEntry* destroy_entry(GHash& hash, uint32_t slot) {
   return was_leaving ? nullptr : entry;
 }
 
-// `cell` is that of the entry in the index, or to be searched for.
+// `cell` is the cell of the entry in the index, or kSearch.
 IN_LINE_FOR_SPEED void remove_entry(GHash& hash, uint32_t slot, uint32_t cell) {
   HashEntry* entry = hash.slots[slot];
   if (hash.destroy_func == nullptr) {
@@ -200,11 +201,10 @@ IN_LINE_FOR_SPEED void remove_entry(GHash& hash, uint32_t slot, uint32_t cell) {
   if (entry != nullptr) hash.entries.give_back(entry);
 }
 
-// Removes all entries, in the order of their slots. What a destroy function inserts before
-// the slot of its entry, or moves there because the table grows, has its turn after the
-// others.
+// Removes all entries, in the order of their slots. Entries that a destroy function inserts
+// before its own slot, or that growth moves there, come after all others.
 void empty(GHash& hash) {
-  if (hash.destroy_func == nullptr) return;  // nobody is there to look at the slots
+  if (hash.destroy_func == nullptr) return;  // nobody will see the slots again
   while (hash.count != 0) {
     for (uint32_t slot = 0; slot < hash.size; ++slot) {
       if (hash.slots[slot] != nullptr) remove_entry(hash, slot, SlotIndex::kSearch);
@@ -212,15 +212,15 @@ void empty(GHash& hash) {
   }
 }
 
-// --- Room.
+// --- Memory.
 
 struct Room {
   HashEntry** slots;  // null when memory is exhausted
   bool has_index;
 };
 
-// `size` empty slots with what belongs to them: bits for leaving entries and, if the table
-// should have one and there is memory, an index.
+// Allocates `size` empty slots, with bits for leaving entries and, if the table should have
+// one and memory permits, an index.
 Room allocate_room(HashKeys keys, uint32_t size) {
   const uint64_t bytes =
       uint64_t{size} * sizeof(HashEntry*) + leaving_words(size) * sizeof(uint32_t);
@@ -244,9 +244,9 @@ void move_in(GHash& hash, const Room& room, uint32_t size) {
   if (room.has_index) hash.index().set_up();
 }
 
-// Notes the hash of each entry. The caller's hash function may change the table; false when
-// it made it grow. An entry that it put in has its hash noted, and one that is leaving may
-// have lost its key.
+// Stores the hash of each entry. The caller's hash function may change the table; false if
+// it made the table grow. Entries inserted by it have their hash already, and the key of a
+// leaving entry may be gone.
 bool rehash(GHash& hash) {
   const uint32_t size = hash.size;
   for (uint32_t slot = 0; slot < size; ++slot) {
@@ -261,15 +261,15 @@ bool rehash(GHash& hash) {
   return true;
 }
 
-// Doubles the table, and has an entry ready; false when memory is exhausted, with nothing
-// changed.
+// Doubles the table and reserves an entry; false, with nothing changed, when memory is
+// exhausted.
 [[gnu::noinline]] bool grow(GHash& hash) {
   if (hash.size > UINT32_MAX / 2) return false;
   const Room room = allocate_room(hash.keys, hash.size * 2);
   if (room.slots == nullptr) return false;
   if (!hash.has_index && !rehash(hash)) {
     std::free(room.slots);
-    return true;  // an insertion in the caller's hash function was first
+    return true;  // an insertion in the caller's hash function has grown the table
   }
   if (!hash.entries.prepare(hash.size)) {
     std::free(room.slots);
@@ -277,12 +277,13 @@ bool rehash(GHash& hash) {
   }
   GHash grown = hash;
   move_in(grown, room, hash.size * 2);
-  // No hole is left in a run, and of copies the nearer one is again the first in the index.
+  // Probe runs have no holes now, and of several copies of a key the nearest is again the
+  // first in the index.
   grown.had_removals = false;
   grown.has_copies = false;
   const bool may_be_leaving = hash.destroy_func != nullptr;
   for (uint32_t slot = 0; slot < hash.size; ++slot) {
-    // The entries lie anywhere: ask for those that come soon.
+    // The entries are scattered in memory: prefetch those that come soon.
     if (hash.size - slot > 8) __builtin_prefetch(hash.slots[slot + 8]);
     HashEntry* const entry = hash.slots[slot];
     if (entry == nullptr) continue;
@@ -296,8 +297,8 @@ bool rehash(GHash& hash) {
   return true;
 }
 
-// Whether a new entry may go in: when the table is being freed only as many as there were,
-// for a destroy function that always inserts must not keep it alive.
+// Returns whether a new entry may be inserted. While the table is being freed, only as many
+// as it had: a destroy function that always inserts must not keep the table alive.
 bool admits(GHash& hash) {
   if (!hash.is_being_freed) [[likely]]
     return true;
@@ -306,8 +307,8 @@ bool admits(GHash& hash) {
   return true;
 }
 
-// Apart from the functions that call it, because to log takes the address of the library's
-// data, which they would compute first of all.
+// Out of line: logging needs the address of the library's data, which its callers would
+// otherwise compute first.
 [[gnu::noinline, gnu::cold]] void report_null(const GHash* hash) {
   CHECK_ARG(hash != NULL);
 }
@@ -343,7 +344,7 @@ extern "C" void g_hash_free(GHash* hash) {
   }
   empty(*hash);
   if (!is_outermost)
-    return;  // the call whose destroy function made this one frees the rest
+    return;  // called from a destroy function: the outer call frees the rest
   hash->entries.free_all();
   std::free(hash->slots);
   std::free(hash);
