@@ -11,7 +11,9 @@ if(NOT GROUNDWORK_SANITIZE)
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/private_copy_test.py" "${PROJECT_SOURCE_DIR}"
       "${PROJECT_BINARY_DIR}" "${CMAKE_C_COMPILER}" "${CMAKE_C_FLAGS}" "${CMAKE_NM}"
       "${CMAKE_OBJCOPY}" ${CMAKE_CROSSCOMPILING_EMULATOR})
-  set_tests_properties(build/install_test build/private_copy_test PROPERTIES TIMEOUT 300)
+  set_tests_properties(build/install_test build/private_copy_test PROPERTIES
+    TIMEOUT 300 COST 60)
+  set_tests_properties(build/install_test PROPERTIES RESOURCE_LOCK build_folder)
 endif()
 
 add_executable(build_late_load build/late_load.c)
@@ -22,10 +24,20 @@ set_tests_properties(build/late_load PROPERTIES TIMEOUT 60)
 
 # What does not depend on the target is tested once, by the plain 32-bit build.
 if(PLAIN_I386)
-  add_test(NAME build/build_test
-    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/build_test.py" "${PROJECT_SOURCE_DIR}")
+  # Each function of build_test.py is a test of its own, so that the builds run side by side.
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS build/build_test.py)
+  file(STRINGS build/build_test.py builds REGEX "^  +def test_")
+  foreach(build IN LISTS builds)
+    string(REGEX REPLACE ".*def test_([a-z0-9_]+).*" "\\1" build "${build}")
+    add_test(NAME build/${build}
+      COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/build_test.py"
+        "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}" Build.test_${build})
+    set_tests_properties(build/${build} PROPERTIES TIMEOUT 900 LABELS slow COST 500)
+  endforeach()
+  set_tests_properties(build/uninstall_leaves_nothing_and_takes_only_its_own PROPERTIES
+    RESOURCE_LOCK build_folder)
+  add_test(NAME build/fuzz_corpus COMMAND "${PROJECT_SOURCE_DIR}/fuzz/run" --check)
   add_test(NAME build/lint COMMAND "${PROJECT_SOURCE_DIR}/scripts/lint")
-  set_tests_properties(build/build_test build/lint PROPERTIES TIMEOUT 900)
 
   # What clang-tidy says of the library, the tools and the examples.
   list(JOIN GROUNDWORK_SUBSYSTEMS "|" folders)
@@ -54,9 +66,7 @@ if(PLAIN_I386)
   endif()
   add_test(NAME build/debian_test COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/build/debian_test.py")
   add_test(NAME build/recipes COMMAND "${PROJECT_SOURCE_DIR}/scripts/check-recipes")
-  set_tests_properties(build/build_test build/lint build/debian_test build/recipes
-    PROPERTIES TIMEOUT 900)
-  # These build the library several times over; ./test alone leaves them out.
-  set_tests_properties(build/build_test build/recipes build/size build/tidy
-    PROPERTIES LABELS slow COST 500)
+  set_tests_properties(build/lint build/debian_test build/recipes PROPERTIES TIMEOUT 900)
+  # These build or read all of the library anew; ./test alone leaves them out.
+  set_tests_properties(build/recipes build/size build/tidy PROPERTIES LABELS slow COST 600)
 endif()

@@ -2,7 +2,7 @@
 groundwork_test(conf/callbacks_test LABELS threads)
 groundwork_test(conf/exhausted_memory_test)
 groundwork_test(conf/file_faults_test)
-groundwork_test(conf/growth_test)
+groundwork_test(conf/growth_test COST 15)
 groundwork_test(conf/lists_test)
 groundwork_test(conf/load_test)
 groundwork_test(conf/open_test)

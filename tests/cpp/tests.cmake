@@ -13,6 +13,6 @@ if(GROUNDWORK_COMPLETE)
     add_test(NAME cpp/compilers_test
       COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/cpp/compilers_test.py" "${PROJECT_SOURCE_DIR}"
         "${PROJECT_BINARY_DIR}")
-    set_tests_properties(cpp/compilers_test PROPERTIES TIMEOUT 300)
+    set_tests_properties(cpp/compilers_test PROPERTIES TIMEOUT 300 COST 30)
   endif()
 endif()

@@ -17,7 +17,7 @@ function(groundwork_crash_test name)
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
   groundwork_warnings(${target})
   add_test(NAME crash/${name} COMMAND ${target})
-  set_tests_properties(crash/${name} PROPERTIES TIMEOUT 900)
+  set_tests_properties(crash/${name} PROPERTIES TIMEOUT 900 COST 50)
 endfunction()
 
 if(GROUNDWORK_CONF)

@@ -7,7 +7,7 @@ endif()
 # The model works bit by bit, and most of the time goes there: optimised, unlike the tests.
 set_source_files_properties(crypt/des_model.cc PROPERTIES
   COMPILE_OPTIONS -O2 SKIP_PRECOMPILE_HEADERS ON)
-groundwork_test(crypt/block_cipher_test LABELS threads)
+groundwork_test(crypt/block_cipher_test COST 50 LABELS threads)
 target_sources(crypt_block_cipher_test PRIVATE crypt/des_model.cc)
 groundwork_test(crypt/des_tables_test)
 target_sources(crypt_des_tables_test PRIVATE crypt/des_model.cc)

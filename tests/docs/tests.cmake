@@ -22,5 +22,6 @@ if(PLAIN_I386)
   add_test(NAME docs/dist_test
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/docs/dist_test.py" "${PROJECT_SOURCE_DIR}")
   add_test(NAME docs/examples_test COMMAND ${examples_test} README.md CONTRIBUTING.md ${documents} ${headers})
-  set_tests_properties(docs/reference_test docs/links_test docs/dist_test docs/examples_test PROPERTIES TIMEOUT 900 LABELS slow)
+  set_tests_properties(docs/reference_test docs/links_test docs/dist_test docs/examples_test
+    PROPERTIES TIMEOUT 900 COST 300 LABELS slow)
 endif()

@@ -21,5 +21,5 @@ if(TARGET monitor)
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/examples/monitor_test.py"
       "${PROJECT_SOURCE_DIR}/examples/monitor/monitor.conf"
       ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:monitor>)
-  set_tests_properties(examples/monitor_test PROPERTIES TIMEOUT 300)
+  set_tests_properties(examples/monitor_test PROPERTIES TIMEOUT 300 COST 15)
 endif()

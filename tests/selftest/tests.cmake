@@ -57,24 +57,48 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND NOT GROUNDWORK_SANITIZE AND GROUNDWORK_COMPLE
     -static -no-pie -s -Wl,-z,muldefs -Wl,--gc-sections
     -Wl,-u,__libc_malloc_impl -Wl,-u,__libc_realloc -Wl,-u,__libc_free -Wl,-u,__libc_version)
 
-  # Where the tests of each name run in this program, all that is left to test is that none was
-  # forgotten; elsewhere all of them run in it once more.
-  set(filters "")
-  if(IN_ONE_PROGRAM)
-    get_property(all_filters GLOBAL PROPERTY groundwork_filters)
-    list(JOIN all_filters ":" filters)
-    # So that a test that was built anew is also the one that is run.
-    add_test(NAME selftest/program
-      COMMAND "${CMAKE_COMMAND}" --build "${PROJECT_BINARY_DIR}" --target groundwork-selftest)
-    set_tests_properties(selftest/program PROPERTIES TIMEOUT 900
-      FIXTURES_SETUP selftest_program)
+  # Where every test has a program of its own, this one is built by those who want it.
+  if(NOT CMAKE_CROSSCOMPILING)
+    set_target_properties(groundwork-selftest PROPERTIES EXCLUDE_FROM_ALL ON)
   endif()
+  set(labels "")
+  if(NOT IN_ONE_PROGRAM)
+    set(labels slow)
+  endif()
+  # So that a test that was built anew is also the one that is run.
+  add_test(NAME selftest/program
+    COMMAND "${CMAKE_COMMAND}" --build "${PROJECT_BINARY_DIR}" --target groundwork-selftest)
+  set_tests_properties(selftest/program PROPERTIES TIMEOUT 900 COST 2000 LABELS "${labels}"
+    FIXTURES_SETUP selftest_program RESOURCE_LOCK build_folder)
+
+  # The suites of each folder: in place of its programs where there are none, once more elsewhere.
+  set(selftest "${CMAKE_CURRENT_SOURCE_DIR}/selftest/selftest_test.py"
+    $<TARGET_FILE:groundwork-selftest>)
+  set(filters "")
+  get_property(folders GLOBAL PROPERTY groundwork_folders_on_the_device)
+  list(REMOVE_DUPLICATES folders)
+  foreach(folder IN LISTS folders)
+    get_property(filter GLOBAL PROPERTY groundwork_filters_of_${folder})
+    list(JOIN filter ":" filter)
+    list(APPEND filters "${filter}")
+    if(IN_ONE_PROGRAM)
+      set(test ${folder}/suites)
+    else()
+      set(test selftest/${folder})
+    endif()
+    add_test(NAME ${test}
+      COMMAND ${selftest} --filter "${filter}" ${CMAKE_CROSSCOMPILING_EMULATOR})
+    set_tests_properties(${test} PROPERTIES TIMEOUT 900 COST 200 LABELS "${labels}"
+      FIXTURES_REQUIRED selftest_program)
+  endforeach()
+
+  list(JOIN filters ":" filters)
   file(CONFIGURE OUTPUT selftest/filters @ONLY CONTENT "@filters@\n")
   add_test(NAME selftest/selftest_test
-    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/selftest/selftest_test.py"
-      "${CMAKE_CURRENT_BINARY_DIR}/selftest/filters"
-      $<TARGET_FILE:groundwork-selftest> ${CMAKE_CROSSCOMPILING_EMULATOR})
-  set_tests_properties(selftest/selftest_test PROPERTIES TIMEOUT 900 COST 1000)
+    COMMAND ${selftest} --filters "${CMAKE_CURRENT_BINARY_DIR}/selftest/filters"
+      ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set_tests_properties(selftest/selftest_test PROPERTIES TIMEOUT 900 COST 30
+    LABELS "${labels}" FIXTURES_REQUIRED selftest_program)
 endif()
 
 # What scripts/power-cuts runs on an emulated board.

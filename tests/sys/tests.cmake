@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-groundwork_test(sys/directory_test TIMEOUT 600)
+groundwork_test(sys/directory_test COST 10 TIMEOUT 600)
 groundwork_test(sys/file_test)
 groundwork_test(sys/file_lock_test)
 groundwork_test(sys/file_map_test)

@@ -7,7 +7,7 @@ groundwork_test(thread/mutex_test LABELS threads)
 groundwork_test(thread/thread_test LABELS threads)
 groundwork_test(thread/ticks_test LABELS threads)
 groundwork_test(thread/timer_test LABELS threads)
-groundwork_test(thread/timeout_test LABELS threads)
+groundwork_test(thread/timeout_test COST 20 LABELS threads)
 
 # A program that loads the library and closes it: not linked with it.
 add_executable(thread_unload_test thread/unload_test.cc)

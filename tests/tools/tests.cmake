@@ -5,7 +5,7 @@ foreach(tool IN ITEMS cat conf log)
     add_test(NAME tools/gw_${tool}_test
       COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/tools/gw_${tool}_test.py"
         ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:gw-${tool}>)
-    set_tests_properties(tools/gw_${tool}_test PROPERTIES TIMEOUT 300)
+    set_tests_properties(tools/gw_${tool}_test PROPERTIES TIMEOUT 300 COST 15)
   endif()
 endforeach()
 
