@@ -119,6 +119,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// With the first thread the library registers what is to happen at fork(), for which musl
+// keeps a block of the program's heap.
+void warm_up_threads() {
+  test::warm_up_threads();
+  GThread* const thread =
+      g_thread_create([](void*) -> void* { return nullptr; }, nullptr, nullptr);
+  ASSERT_NE(thread, nullptr);
+  EXPECT_EQ(g_thread_wait(thread), 0);
+}
+
 // A function that takes some time by the fake clock and ends after some calls.
 struct Work {
   FakeClock* clock = nullptr;
@@ -306,7 +316,7 @@ struct Warnings {
 };
 
 TEST(TimeoutNew, ExhaustedHeapIsReported) {
-  test::warm_up_threads();
+  warm_up_threads();
   LogCapture log;
   Warnings warnings;
   g_debug_set_handler(Warnings::note, &warnings);
@@ -325,7 +335,7 @@ TEST(TimeoutNew, ExhaustedHeapIsReported) {
 
 TEST(TimeoutNew, ThreadThatCannotStartGivesATimeoutThatNeverCalls) {
   LogCapture log;
-  test::warm_up_threads();
+  warm_up_threads();
   AllocationFaults faults(0);
   Work work;
   creation_fails = true;
@@ -368,7 +378,7 @@ TEST(TimeoutNew, RecordBeginsWithThreadFunctionDataAndInterval) {
 }
 
 TEST(TimeoutRelease, FunctionThatReturnsZeroLeaksNothing) {
-  test::warm_up_threads();
+  warm_up_threads();
   const int threads = live_threads;
   AllocationFaults faults(0);
   for (int i = 0; i < 300; ++i) {
@@ -390,7 +400,7 @@ TEST(TimeoutFree, NullReportsTheCheck) {
 }
 
 TEST(TimeoutFree, StopsATimeoutInItsSleep) {
-  test::warm_up_threads();
+  warm_up_threads();
   const int threads = live_threads;
   Work work;
   AllocationFaults faults(0);
@@ -441,7 +451,7 @@ TEST(TimeoutFree, WaitsForACallWithoutCancellationPoint) {
 }
 
 TEST(TimeoutFree, ImmediatelyAfterCreationThousandsOfTimes) {
-  test::warm_up_threads();
+  warm_up_threads();
   const int threads = live_threads;
   AllocationFaults faults(0);
   Work work;
@@ -478,7 +488,7 @@ TEST(TimeoutFree, SetsTheIntervalToZeroWhichTheThreadLooksAtFirst) {
 // The function returns 0 just when the application frees the timeout: exactly one of the
 // two releases it.
 TEST(TimeoutFree, WhileTheFunctionReturnsZeroThousandsOfTimes) {
-  test::warm_up_threads();
+  warm_up_threads();
   const int threads = live_threads;
   AllocationFaults faults(0);
   struct Shared {
@@ -514,7 +524,7 @@ TEST(TimeoutFree, InItsOwnFunctionTakesEffectWhenTheFunctionReturns) {
   static std::atomic<int> calls;
   own = nullptr;
   calls = 0;
-  test::warm_up_threads();
+  warm_up_threads();
   AllocationFaults faults(0);
   own = g_timeout_new(
       "t", 1,
@@ -542,7 +552,7 @@ TEST(TimeoutFree, CallersCancellationWaitsUntilAllIsReleased) {
     std::atomic<bool> may_go_on{false};
     std::atomic<bool> is_freeing{false};
   } shared;
-  test::warm_up_threads();
+  warm_up_threads();
   AllocationFaults faults(0);
   shared.timeout = g_timeout_new(
       "t", 1,
