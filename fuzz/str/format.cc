@@ -285,7 +285,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     errno = error;
     return std::vsnprintf(expected.data(), expected.size(), made.format(), list);
   });
-  REQUIRE(length >= 0 && static_cast<size_t>(length) < expected.size());
+#ifdef __GLIBC__
+  REQUIRE(length >= 0);
+#endif
+  REQUIRE(length < static_cast<int>(expected.size()));
   const Stored stored = made.stored();
   std::fill(made.stored().begin(), made.stored().end(), 0);
 
@@ -296,6 +299,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     });
   });
   REQUIRE(text != nullptr);
+  if (length < 0) {  // a format that musl's formatter refuses; ours may know it
+    std::free(text);
+    return 0;
+  }
   const auto needed = static_cast<size_t>(length) + 1;
   REQUIRE(std::memcmp(text, expected.data(), needed) == 0);
   REQUIRE(made.stored() == stored);

@@ -119,14 +119,14 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// With the first thread the library registers what is to happen at fork(), for which musl
+// With the first timeout the library registers what is to happen at fork(), for which musl
 // keeps a block of the program's heap.
-void warm_up_threads() {
+void warm_up_timeouts() {
   test::warm_up_threads();
-  GThread* const thread =
-      g_thread_create([](void*) -> void* { return nullptr; }, nullptr, nullptr);
-  ASSERT_NE(thread, nullptr);
-  EXPECT_EQ(g_thread_wait(thread), 0);
+  GTimeout* const timeout = g_timeout_new(
+      "first", 1'000'000, [](void*) { return 0; }, nullptr);
+  ASSERT_NE(timeout, nullptr);
+  g_timeout_free(timeout);
 }
 
 // A function that takes some time by the fake clock and ends after some calls.
@@ -316,7 +316,7 @@ struct Warnings {
 };
 
 TEST(TimeoutNew, ExhaustedHeapIsReported) {
-  warm_up_threads();
+  warm_up_timeouts();
   LogCapture log;
   Warnings warnings;
   g_debug_set_handler(Warnings::note, &warnings);
@@ -335,7 +335,7 @@ TEST(TimeoutNew, ExhaustedHeapIsReported) {
 
 TEST(TimeoutNew, ThreadThatCannotStartGivesATimeoutThatNeverCalls) {
   LogCapture log;
-  warm_up_threads();
+  warm_up_timeouts();
   AllocationFaults faults(0);
   Work work;
   creation_fails = true;
@@ -378,7 +378,7 @@ TEST(TimeoutNew, RecordBeginsWithThreadFunctionDataAndInterval) {
 }
 
 TEST(TimeoutRelease, FunctionThatReturnsZeroLeaksNothing) {
-  warm_up_threads();
+  warm_up_timeouts();
   const int threads = live_threads;
   AllocationFaults faults(0);
   for (int i = 0; i < 300; ++i) {
@@ -400,7 +400,7 @@ TEST(TimeoutFree, NullReportsTheCheck) {
 }
 
 TEST(TimeoutFree, StopsATimeoutInItsSleep) {
-  warm_up_threads();
+  warm_up_timeouts();
   const int threads = live_threads;
   Work work;
   AllocationFaults faults(0);
@@ -451,7 +451,7 @@ TEST(TimeoutFree, WaitsForACallWithoutCancellationPoint) {
 }
 
 TEST(TimeoutFree, ImmediatelyAfterCreationThousandsOfTimes) {
-  warm_up_threads();
+  warm_up_timeouts();
   const int threads = live_threads;
   AllocationFaults faults(0);
   Work work;
@@ -488,7 +488,7 @@ TEST(TimeoutFree, SetsTheIntervalToZeroWhichTheThreadLooksAtFirst) {
 // The function returns 0 just when the application frees the timeout: exactly one of the
 // two releases it.
 TEST(TimeoutFree, WhileTheFunctionReturnsZeroThousandsOfTimes) {
-  warm_up_threads();
+  warm_up_timeouts();
   const int threads = live_threads;
   AllocationFaults faults(0);
   struct Shared {
@@ -524,7 +524,7 @@ TEST(TimeoutFree, InItsOwnFunctionTakesEffectWhenTheFunctionReturns) {
   static std::atomic<int> calls;
   own = nullptr;
   calls = 0;
-  warm_up_threads();
+  warm_up_timeouts();
   AllocationFaults faults(0);
   own = g_timeout_new(
       "t", 1,
@@ -552,7 +552,7 @@ TEST(TimeoutFree, CallersCancellationWaitsUntilAllIsReleased) {
     std::atomic<bool> may_go_on{false};
     std::atomic<bool> is_freeing{false};
   } shared;
-  warm_up_threads();
+  warm_up_timeouts();
   AllocationFaults faults(0);
   shared.timeout = g_timeout_new(
       "t", 1,
