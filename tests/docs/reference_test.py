@@ -199,9 +199,9 @@ class Reference(unittest.TestCase):
     def test_manual_pages_please_the_formatters(self):
         lint = run("mandoc", "-T", "lint", *self.pages)
         self.assertEqual((lint.returncode, lint.stdout), (0, ""))
-        groff = run("groff", "-t", "-man", "-ww", "-Tutf8", "-rLL=80n", "-P-c", *(
-            page for page in self.pages if not page.is_symlink()))
-        self.assertEqual(re.findall(r"^.*(?:warning|error): .*(?:\n .*)?|^table wider.*", groff.stdout, re.M), [])
+        groff = run("groff", "-z", "-t", "-man", "-ww", "-Tutf8", "-rLL=80n",
+                    *(page for page in self.pages if not page.is_symlink()))
+        self.assertEqual((groff.returncode, groff.stdout), (0, ""))
         names = run("lexgrog", *self.pages)
         self.assertEqual(names.returncode, 0, names.stdout)
         self.assertIn('g_timer_init.3: "g_timer_init - ', names.stdout)
