@@ -136,7 +136,7 @@ inline constexpr std::array<uint8_t, 512> kSBoxes = {
 
 // clang-format on
 
-// The shifts summed up: how far C and D of each iteration stand from the permuted key.
+// The running totals of the shifts: how far C and D of each iteration are rotated.
 inline constexpr std::array<int32_t, 16> kRotationTotals = [] {
   std::array<int32_t, 16> totals{};
   int32_t total = 0;

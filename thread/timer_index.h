@@ -23,7 +23,7 @@ class TimerIndex {
   // Call it after a timer was added at the head of the list, which now has `count` timers.
   void note_added(GTimerEntry* first, size_t count);
 
-  // Call it after a timer was removed from the list; gets its former neighbours.
+  // Call it after a timer was removed from the list, with the timers that were next to it.
   void note_removed(const GTimerEntry* timer, GTimerEntry* before, GTimerEntry* after);
 
   // Returns whether there is a timer with this id; if so, sets `before` to the one before
