@@ -512,6 +512,16 @@ TEST(ConfSaveInexpressible, WhatWouldReadBackAsSomethingElseIsRefused) {
   }
 }
 
+TEST(ConfSaveInexpressible, AKeyOfTheFileWithAValueOfTwoLinesIsRefused) {
+  const ConfFile file("[s]\na=1\n");
+  const Conf conf = file.open();
+  set(conf.get(), "s", "a", "2\n3");
+  for (const int force : {0, 1}) expect_refused(conf.get(), EINVAL, force);
+  set(conf.get(), "s", "a", "2");
+  EXPECT_EQ(g_conf_save(conf.get(), 0), 0);
+  EXPECT_EQ(file.text(), "[s]\na=2\n");
+}
+
 TEST(ConfSaveInexpressible, AnEmptySectionOfAnyNameIsNoObstacle) {
   EXPECT_EQ(saved("[s]\na=1\n",
                   [](GConf* conf) {
