@@ -20,21 +20,11 @@
 
 #include "fuzz/support/check.h"
 #include "fuzz/support/input.h"
+#include "tests/containers/hash_front.h"
 
 namespace {
 
 using Pair = std::pair<void*, void*>;
-
-// The start of the table's record, and an entry's: callers know them.
-struct Entry {
-  void* key;
-  void* value;
-};
-struct Table {
-  Entry** slots;
-  uint32_t size;
-  uint32_t count;
-};
 
 class Model {
  public:
@@ -323,12 +313,11 @@ void reenter() {
 }
 
 void compare(const GHash* hash, const Model& model) {
-  Table table;
-  std::memcpy(&table, hash, sizeof table);
+  const test::HashTable& table = test::table_of(hash);
   REQUIRE_EQUAL(table.size, model.slots().size());
   REQUIRE_EQUAL(table.count, model.count());
   for (size_t i = 0; i < table.size; ++i) {
-    const Entry* const entry = table.slots[i];
+    const test::HashEntry* const entry = table.slots[i];
     const Model::Slot& expected = model.slots()[i];
     REQUIRE_EQUAL(entry != nullptr ? entry->key : nullptr, expected.key);
     REQUIRE_EQUAL(entry != nullptr ? entry->value : nullptr, expected.value);
@@ -337,11 +326,10 @@ void compare(const GHash* hash, const Model& model) {
 
 // What holds of any table: the count, and that each key is found.
 void check(GHash* hash) {
-  Table table;
-  std::memcpy(&table, hash, sizeof table);
+  const test::HashTable& table = test::table_of(hash);
   uint32_t count = 0;
   for (size_t i = 0; i < table.size; ++i) {
-    const Entry* const entry = table.slots[i];
+    const test::HashEntry* const entry = table.slots[i];
     if (entry == nullptr) continue;
     ++count;
     REQUIRE(g_hash_find(hash, entry->key) != nullptr);

@@ -120,6 +120,35 @@ void compare(GQueue* queue, const Model& model, size_t stop_after) {
   REQUIRE_EQUAL(calls, expected_calls);
 }
 
+// The high bits of the operation choose a variant.
+void run_operation(uint8_t operation, GQueue* queue, Model& model, void* item,
+                   void* other) {
+  switch (operation % 8) {
+    case 0:
+    case 1:
+      g_queue_enqueue(queue, item);
+      return model.enqueue(item);
+    case 2:
+      REQUIRE_EQUAL(g_queue_dequeue(queue, nullptr), model.dequeue(nullptr));
+      return;
+    case 3:
+      REQUIRE_EQUAL(g_queue_dequeue(queue, item), model.dequeue(item));
+      return;
+    case 4:
+    case 5:
+      g_queue_insert(queue, other, item);
+      return model.insert(other, item);
+    case 6:
+      // Without the lock the same, as long as there is one thread.
+      (operation & 0x80) != 0 ? g_queue_delete(queue, item) : g_queue_remove(queue, item);
+      return model.remove(item);
+    default:
+      if (operation < 0xc0) return;
+      g_queue_clear(queue);
+      return model.clear();
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -137,36 +166,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   while (!input.empty()) {
     const uint8_t operation = input.byte();
     const uint8_t arguments = input.byte();
-    void* const item = element(arguments & 15);
-    void* const other = element(arguments >> 4);
-    switch (operation % 8) {
-      case 0:
-      case 1:
-        g_queue_enqueue(queue, item);
-        model.enqueue(item);
-        break;
-      case 2:
-        REQUIRE_EQUAL(g_queue_dequeue(queue, nullptr), model.dequeue(nullptr));
-        break;
-      case 3:
-        REQUIRE_EQUAL(g_queue_dequeue(queue, item), model.dequeue(item));
-        break;
-      case 4:
-      case 5:
-        g_queue_insert(queue, other, item);
-        model.insert(other, item);
-        break;
-      case 6:
-        // Without the lock the same, as long as there is one thread.
-        (operation & 0x80) != 0 ? g_queue_delete(queue, item) : g_queue_remove(queue, item);
-        model.remove(item);
-        break;
-      default:
-        if (operation < 0xc0) break;
-        g_queue_clear(queue);
-        model.clear();
-        break;
-    }
+    run_operation(operation, queue, model, element(arguments & 15),
+                  element(arguments >> 4));
     compare(queue, model, operation >> 5);
   }
   model.clear();

@@ -21,14 +21,14 @@ static_assert(offsetof(GConfChange, section) == 0 &&
               offsetof(GConfChange, value) == 2 * sizeof(void*));
 
 std::vector<std::string> calls;  // "data: section.key=value"
-int answer = 0;
+int callback_result = 0;
 std::function<void(const GConfChange*)> on_call;
 
 int record(const GConfChange* change, void* data) {
   calls.push_back(std::string(data != nullptr ? static_cast<const char*>(data) : "-") +
                   ": " + change->section + "." + change->key + "=" + change->value);
   if (on_call != nullptr) on_call(change);
-  return answer;
+  return callback_result;
 }
 
 void* text(const char* literal) {
@@ -39,7 +39,7 @@ class ConfCallback : public testing::Test {
  protected:
   ConfCallback() {
     calls.clear();
-    answer = 0;
+    callback_result = 0;
   }
   ~ConfCallback() override { on_call = nullptr; }
 
@@ -130,11 +130,11 @@ TEST_F(ConfCallback, SeveralRunInTheOrderOfRegistrationAndTwiceWhenRegisteredTwi
   EXPECT_EQ(take(), (Lines{"a: s.k=1", "b: s.k=1", "a: s.k=1"}));
 }
 
-TEST_F(ConfCallback, ANonZeroAnswerKeepsTheNextFromRunningAndTheWriteCounts) {
+TEST_F(ConfCallback, ANonZeroResultKeepsTheNextFromRunningAndTheWriteCounts) {
   add("s", "k", "a");
   add("s", "k", "b");
   add("s", "l", "c");
-  answer = 1;
+  callback_result = 1;
   write("s", "k", "1");
   EXPECT_EQ(take(), Lines{"a: s.k=1"});
   EXPECT_STREQ(g_conf_read_string(conf_.get(), "s", "k", ""), "1");
@@ -246,9 +246,9 @@ TEST_F(ConfCallback, ChecksInOrderEachReportedOnce) {
   EXPECT_EQ(g_hash_count(conf_->callbacks), 0u);
 }
 
-TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeldAndNoBlockBehind) {
+TEST_F(ConfCallback, MayEndItsThreadAndLeavesNoLockHeldAndLeaksNoBlock) {
   AllocationFaults blocks(0);
-  write("s", "k", "former");
+  write("s", "k", "previous");
   blocks.disarm();
   EXPECT_EQ(g_conf_register_callback(
                 conf_.get(), "s", "k",

@@ -1,4 +1,4 @@
-// Every allocation fails in turn: what was asked for then has not happened at all.
+// Every allocation fails in turn: the operation then has had no effect at all.
 //
 // SPDX-License-Identifier: MIT
 
@@ -26,7 +26,7 @@ std::string text_of(int keys) {
 
 TEST(ConfExhaustedMemory, AFileLoadsWholeOrNotAtAll) {
   const Quiet quiet;
-  // Beyond 8 keys there is an index, which the library can do without.
+  // Beyond 8 keys there is an index; without memory for it look-ups walk the list.
   for (const int keys : {3, 40}) {
     const ConfFile file(text_of(keys));
     for_each_failed_allocation([&](AllocationFaults& faults) {
@@ -86,7 +86,7 @@ TEST(ConfExhaustedMemory, ANewConfIsMadeWholeOrNotAtAll) {
       EXPECT_GT(faults.failures(), 0);
       return;
     }
-    // Only what makes the table of callbacks faster can be done without.
+    // Without memory for the index of its table of callbacks, the conf works all the same.
     EXPECT_LE(faults.failures(), 1);
     runs = 0;
     EXPECT_EQ(g_conf_register_callback(conf, "net", "port", count_run, nullptr), 0);
@@ -148,7 +148,7 @@ TEST(ConfExhaustedMemory, AWriteHappensWholeOrNotAtAll) {
               EXPECT_EQ(conf->dirty, changed ? 1 : 0);
               EXPECT_EQ(runs, changed ? 1 : 0);
               unchanged += changed ? 0 : 1;
-              // As good as new.
+              // Usable as before.
               g_conf_write_string(conf, section, key, "y");
               EXPECT_STREQ(g_conf_read_string(conf, section, key, ""), "y");
               EXPECT_EQ(g_conf_read_string(conf, "s", "none", nullptr), nullptr);
@@ -206,7 +206,7 @@ TEST(ConfExhaustedMemory, AWriteWithoutCallbacksMakesNoKeyForThem) {
   EXPECT_EQ(faults.calls(), 1);
 }
 
-TEST(ConfExhaustedMemory, AWriteWhoseCallbacksCannotBeFoundCountsAllTheSame) {
+TEST(ConfExhaustedMemory, AWriteWhoseCallbacksCannotBeFoundStillCounts) {
   const ConfFile file("[s]\nk=v\n");
   const Conf conf = file.open();
   const std::string key(1000, 'k');
@@ -295,7 +295,7 @@ TEST(ConfExhaustedMemory, TheWholeFileIsWrittenWithoutABuffer) {
   EXPECT_EQ(untouched, 1);  // without the file's handle
 }
 
-TEST(ConfExhaustedMemory, AFileThatCannotBeOpenedForWantOfMemoryIsLeftAsItWas) {
+TEST(ConfExhaustedMemory, AFileThatCannotBeOpenedWithoutMemoryIsLeftAsItWas) {
   const ConfFile file("[s]\nk=v\n");
   GConf* const conf = g_conf_open(file.path().c_str());
   g_conf_write_int(conf, "s", "k", 1);

@@ -1,5 +1,5 @@
-// Files that answer otherwise than asked. This program defines read() and write() itself,
-// so that the library's calls come through here.
+// Files whose reads and writes fail or fall short. This program defines read() and write()
+// itself, so that the library's calls come through here.
 //
 // SPDX-License-Identifier: MIT
 
@@ -25,9 +25,9 @@ std::function<int64_t(size_t)> on_write;
 ssize_t faulty_call(long number, int descriptor, void* buffer, size_t length,
                     std::function<int64_t(size_t)>& decide) {
   if (decide != nullptr) {
-    const int64_t answer = decide(length);
-    if (answer <= 0) return static_cast<ssize_t>(answer);
-    length = static_cast<size_t>(answer);
+    const int64_t result = decide(length);
+    if (result <= 0) return static_cast<ssize_t>(result);
+    length = static_cast<size_t>(result);
   }
   return static_cast<ssize_t>(syscall(number, descriptor, buffer, length));
 }
@@ -106,12 +106,12 @@ TEST_F(ConfFileFaults, AFileIsWrittenInOneCall) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ConfFileFaults, WhatStandsBehindTheTextIsCutOff) {
+TEST_F(ConfFileFaults, WhatFollowsTheTextIsCutOff) {
   const ConfFile file("[a]\nk=v\n");
   const Conf conf = file.open();
   g_conf_write_string(conf.get(), "a", "k", "w");
   on_write = [&](size_t length) {
-    // Somebody who does not heed the lock makes the file longer.
+    // Somebody who ignores the lock makes the file longer.
     EXPECT_EQ(truncate(file.path().c_str(), 1000), 0);
     return static_cast<int64_t>(length);
   };
@@ -159,7 +159,7 @@ TEST_F(ConfFileFaults, EachLineThatAFullDiskRefusesIsReportedOnce) {
   expect_after_full_disk(24, 1);
 }
 
-TEST_F(ConfFileFaults, ALineThatWasBrokenOffIsGivenUpAndTheNextIsTried) {
+TEST_F(ConfFileFaults, ALineThatWasCutShortIsGivenUpAndTheNextIsTried) {
   const ConfFile file(kText);
   const Conf conf = file.open();
   g_conf_write_string(conf.get(), "b", "l", "n");
@@ -172,7 +172,7 @@ TEST_F(ConfFileFaults, ALineThatWasBrokenOffIsGivenUpAndTheNextIsTried) {
   EXPECT_EQ(file.text(), "[a]\nkex=y\n\n[b]\nl=n\n\n");
 }
 
-TEST_F(ConfFileFaults, AWriteThatTakesNothingEndsAllTheSame) {
+TEST_F(ConfFileFaults, AWriteThatTakesNothingStillEnds) {
   const ConfFile file(kText);
   const Conf conf = file.open();
   g_conf_write_string(conf.get(), "b", "l", "n");
@@ -183,7 +183,7 @@ TEST_F(ConfFileFaults, AWriteThatTakesNothingEndsAllTheSame) {
   };
   g_conf_sync(conf.get());
   on_write = nullptr;
-  EXPECT_EQ(calls, 8);  // all at once, then each of the seven lines
+  EXPECT_EQ(calls, 8);  // everything in one call, then each of the seven lines
   EXPECT_EQ(file.text(), "");
 }
 

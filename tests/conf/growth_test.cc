@@ -246,7 +246,7 @@ TEST(ConfCollidingNames, CostAtMostThreeTimesWhatPlainNamesCost) {
   }
 }
 
-TEST(ConfCollidingNames, AreFoundIgnoringCaseAndToldFromOthersAllTheSame) {
+TEST(ConfCollidingNames, AreFoundIgnoringCaseAndDistinguishedFromOthers) {
   for (const Family& family : kCollidings) {
     const ConfFile file;
     const Conf conf = file.open();

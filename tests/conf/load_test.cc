@@ -1,4 +1,4 @@
-// What a text loads as, and what is said when it cannot be loaded.
+// What a text loads as, and what is logged when it cannot be loaded.
 //
 // SPDX-License-Identifier: MIT
 
@@ -72,7 +72,7 @@ TEST(ConfLoad, OnlyAHashInTheFirstColumnIsAComment) {
             (Sections{{"s", {{"#x", "y"}, {"k", "#v"}}}}));
 }
 
-TEST(ConfLoad, AnIndentedHeaderIsNone) {
+TEST(ConfLoad, AnIndentedHeaderIsNotAHeader) {
   EXPECT_EQ(loaded("[s]\n  [x]\n [y] z = 1\nk=v\n"),
             (Sections{{"s", {{"[y] z", "1"}, {"k", "v"}}}}));
   EXPECT_EQ(loaded("  [x]\nk=v\n"), Sections{});
@@ -222,7 +222,7 @@ TEST(ConfStore, AFileLockedByAnotherProcessIsReportedAndAlreadyEmptied) {
   EXPECT_EQ(content(conf.get()), (Sections{{"a", {{"k", "w"}}}}));
 }
 
-TEST(ConfLoad, NoLockAndNoDescriptorStaysBehind) {
+TEST(ConfLoad, NoLockAndNoDescriptorIsLeaked) {
   const ConfFile file("[a]\nk=v\n");
   const int before = dup(0);
   close(before);

@@ -1,4 +1,4 @@
-// Opening, closing and syncing: which file, what is said, what a failure leaves.
+// Opening, closing and syncing: which file, what is logged, what a failure leaves.
 //
 // SPDX-License-Identifier: MIT
 
@@ -92,7 +92,7 @@ TEST(ConfOpen, ALinkToAFileIsLoadedAndWrittenThrough) {
   EXPECT_EQ(file.text(), "[a]\nk=w\n\n");
 }
 
-TEST(ConfOpen, ADirectoryIsNoFileAndGivesANewConf) {
+TEST(ConfOpen, ADirectoryIsNotAFileAndGivesANewConf) {
   const TemporaryDirectory directory;
   LogCapture log(1);
   GConf* const conf = g_conf_open(directory.path().c_str());

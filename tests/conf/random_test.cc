@@ -48,7 +48,7 @@ class Model {
     }
   }
 
-  // What a read answers, "" when there is nothing.
+  // The result of a read, "" if there is nothing.
   std::string read(const std::string& name, const std::string& key) {
     const auto found = find(sections, name);
     if (found == sections.end()) return "";
@@ -152,61 +152,75 @@ TEST_F(ConfRandom, TextsOfMarksAndBlanksLoadAndAreWrittenAsByTheModel) {
   }
 }
 
-TEST_F(ConfRandom, OperationsAgreeWithTheModelAcrossWritingAndLoading) {
-  const ConfFile file("");
-  Conf conf = file.open();
-  Model model;
-  bool dirty = false;
-  for (int step = 0; step < 30000; ++step) {
+// A conf and a model on which the same operations run.
+class ConfRandomOperations : public ConfRandom {
+ protected:
+  void run_random_operation(bool is_with_few_removals) {
     // Sections of every size around those that get an index.
     const std::string section = name(40);
     const std::string key = name(section.back() % 2 == 0 ? 20 : 60);
-    switch (below(step % 3000 < 1500 ? 20 : 8)) {
+    switch (below(is_with_few_removals ? 20 : 8)) {
       case 0:
-        g_conf_remove_key(conf.get(), section.c_str(), key.c_str());
-        dirty |= model.remove_key(section, key);
+        g_conf_remove_key(conf_.get(), section.c_str(), key.c_str());
+        is_dirty_ |= model_.remove_key(section, key);
         break;
       case 1:
         if (below(20) != 0) break;
-        g_conf_remove_section(conf.get(), section.c_str());
-        dirty |= model.remove_section(section);
+        g_conf_remove_section(conf_.get(), section.c_str());
+        is_dirty_ |= model_.remove_section(section);
         break;
       case 2:
-        ASSERT_EQ(g_conf_read_string(conf.get(), section.c_str(), key.c_str(), ""),
-                  model.read(section, key));
+        EXPECT_EQ(g_conf_read_string(conf_.get(), section.c_str(), key.c_str(), ""),
+                  model_.read(section, key));
         break;
       case 3:
         if (below(50) != 0) break;
-        g_conf_sync(conf.get());
-        if (dirty) {
-          ASSERT_EQ(file.text(), model.text());
-        }
-        dirty = false;
+        g_conf_sync(conf_.get());
+        expect_written();
         break;
       case 4:
         if (below(200) != 0) break;
-        conf.reset();
-        if (dirty) {
-          ASSERT_EQ(file.text(), model.text());
-        }
-        dirty = false;
-        model = Model(file.text());
-        conf = file.open();
+        conf_.reset();
+        expect_written();
+        model_ = Model(file_.text());
+        conf_ = file_.open();
         break;
-      default: {
-        const std::string value = letters(below(6), "ab \t=[]#");
-        const std::string blank_key = below(10) == 0 ? " " + key + "\t" : key;
-        g_conf_write_string(conf.get(), section.c_str(), blank_key.c_str(), value.c_str());
-        dirty |= model.write(section, blank_key, value);
+      default:
+        write(section, key);
         break;
-      }
     }
-    ASSERT_EQ(conf->dirty, dirty ? 1 : 0);
-    if (step % 100 == 0) {
-      ASSERT_EQ(content(conf.get()), model.sections);
-    }
+    EXPECT_EQ(conf_->dirty, is_dirty_ ? 1 : 0);
   }
-  EXPECT_EQ(content(conf.get()), model.sections);
+
+  void write(const std::string& section, const std::string& key) {
+    const std::string value = letters(below(6), "ab \t=[]#");
+    const std::string blank_key = below(10) == 0 ? " " + key + "\t" : key;
+    g_conf_write_string(conf_.get(), section.c_str(), blank_key.c_str(), value.c_str());
+    is_dirty_ |= model_.write(section, blank_key, value);
+  }
+
+  void expect_written() {
+    if (is_dirty_) {
+      EXPECT_EQ(file_.text(), model_.text());
+    }
+    is_dirty_ = false;
+  }
+
+  const ConfFile file_{""};
+  Conf conf_ = file_.open();
+  Model model_;
+  bool is_dirty_ = false;
+};
+
+TEST_F(ConfRandomOperations, AgreeWithTheModelAcrossWritingAndLoading) {
+  for (int step = 0; step < 30000; ++step) {
+    run_random_operation(step % 3000 < 1500);
+    if (step % 100 == 0) {
+      EXPECT_EQ(content(conf_.get()), model_.sections);
+    }
+    ASSERT_FALSE(HasFailure()) << "step " << step;
+  }
+  EXPECT_EQ(content(conf_.get()), model_.sections);
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ TEST_F(ConfRead, NamesAreNotTrimmed) {
   EXPECT_STREQ(g_conf_read_string(conf_.get(), "Net", " Ip", "d"), "d");
 }
 
-TEST_F(ConfRead, TheAnswerIsTheStoredStringItself) {
+TEST_F(ConfRead, TheResultIsTheStoredStringItself) {
   GConfEntry* const entry = g_find_line(g_find_section(conf_.get(), "Net"), "Ip");
   EXPECT_EQ(g_conf_read_string(conf_.get(), "Net", "Ip", "d"), entry->value);
 }
@@ -72,7 +72,7 @@ TEST_F(ConfRead, BlanksOnlyReadAsTheDefault) {
   EXPECT_EQ(loaded("[s]\nk=  \t\n"), (Sections{{"s", {{"k", ""}}}}));
 }
 
-TEST_F(ConfRead, ANullConfAloneAnswersTheDefaultInSilence) {
+TEST_F(ConfRead, ANullConfAloneReturnsTheDefaultSilently) {
   LogCapture log(0);
   EXPECT_STREQ(g_conf_read_string(nullptr, "s", "k", "d"), "d");
   EXPECT_EQ(g_conf_read_string(nullptr, "s", "k", nullptr), nullptr);
@@ -83,7 +83,7 @@ TEST_F(ConfRead, ANullConfAloneAnswersTheDefaultInSilence) {
   EXPECT_EQ(log.take(), Lines{});
 }
 
-TEST_F(ConfRead, ANullNameIsReportedSectionFirstAndOnceAndAnswersTheDefault) {
+TEST_F(ConfRead, ANullNameIsReportedSectionFirstAndOnceAndReturnsTheDefault) {
   for (GConf* const conf : {conf_.get(), static_cast<GConf*>(nullptr)}) {
     const auto expect_check = [&](const char* section, const char* key, const char* text) {
       LogCapture log;
@@ -120,15 +120,15 @@ TEST_F(ConfRead, AnIntegerEndsAtTheFirstOtherCharacter) {
 
 TEST_F(ConfRead, LeadingBlanksOfANumberAreAccepted) {
   EXPECT_EQ(as_int(" -7"), -7);
-  // Blanks that trimming does not see: behind them in a value of the program's own record.
+  // Blanks that were not trimmed: in the value of a record that the program made.
   GConfEntry* const entry = g_find_line(g_find_section(conf_.get(), "s"), "k");
   char text[] = " \t-8";
-  char* const former = std::exchange(entry->value, text);
+  char* const original = std::exchange(entry->value, text);
   EXPECT_EQ(g_conf_read_int(conf_.get(), "s", "k", 0), -8);
-  entry->value = former;
+  entry->value = original;
 }
 
-TEST_F(ConfRead, AValueThatAProgramWroteIntoIsTrimmedWhereItStands) {
+TEST_F(ConfRead, AValueThatAProgramWroteIntoIsTrimmedInPlace) {
   GConfEntry* const entry = g_find_line(g_find_section(conf_.get(), "Net"), "Ip");
   char* const value = entry->value;
   std::strcpy(value, " \t12 3\r\n");

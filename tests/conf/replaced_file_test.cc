@@ -147,8 +147,8 @@ bool ends_with(const Lines& lines, const Lines& end) {
   return lines.size() >= end.size() && std::equal(end.rbegin(), end.rend(), lines.rbegin());
 }
 
-// Has an act done at one point after the other, until there is no further one. How many
-// there are: a change of the system calls that the library makes must be looked at here.
+// Runs an act at one point after the other, until there are no more. Returns their number:
+// it changes with the system calls that the library makes, and this test with it.
 int at_each_point(const Act& act, int (*while_acting)(const Act& act, int at)) {
   for (int at = 1;; ++at) {
     SCOPED_TRACE(testing::Message() << act.name << " at point " << at);
@@ -245,8 +245,8 @@ TEST(ConfReplacedFile, DuringASyncStaysWhatTheOtherProgramMadeIt) {
   }
 }
 
-// From the open, which empties the file, to the write nothing is done that takes long: a
-// program that is killed in between leaves the file empty.
+// Nothing slow happens between the open, which empties the file, and the write: a program
+// that is killed in between leaves the file empty.
 TEST(ConfSync, NothingIsAllocatedWhileTheFileIsEmpty) {
   const ConfFile file(kOld);
   const Conf conf = file.open();

@@ -84,7 +84,7 @@ TEST(ConfThreads, UnlockedLookUpsAgreeWhileNobodyChangesTheConf) {
   for (int key = 0; key < 100; ++key) text += "k" + std::to_string(key) + "=v\n";
   const ConfFile file(text);
   const Conf conf = file.open();
-  // Also of a list that a program has been at.
+  // Also in a list that a program has changed.
   GConfSection* const section = g_find_section(conf.get(), "s");
   section->entries = g_list_reverse(section->entries);
   on_threads([&](int) {
@@ -120,7 +120,7 @@ TEST(ConfThreads, ReadsWritesAndRemovalsWaitForTheMutexAndGiveItBack) {
       call(conf.get());
       done = true;
     });
-    // However long it takes to come so far.
+    // However long it takes to get that far.
     while (!done && !is_asleep(caller_id)) std::this_thread::yield();
     EXPECT_FALSE(done);
     g_thread_mutex_unlock(conf->mutex);
@@ -182,7 +182,7 @@ TEST(ConfThreads, CallbacksRunOnTheThreadThatWrites) {
   EXPECT_EQ(runs_elsewhere, 0);
 }
 
-TEST(ConfThreads, ConfsAreOpenedAndClosedAtOnce) {
+TEST(ConfThreads, ConfsAreOpenedAndClosedSimultaneously) {
   const ConfFile file("[s]\nk=1\n");
   on_threads([&](int) {
     for (int round = 0; round < 50; ++round) {
@@ -193,8 +193,8 @@ TEST(ConfThreads, ConfsAreOpenedAndClosedAtOnce) {
 
 TEST(ConfThreads, TheDefaultPathIsMadeOnce) {
   const TemporaryDirectory directory;
-  char former[4096];
-  ASSERT_NE(getcwd(former, sizeof former), nullptr);
+  char original[4096];
+  ASSERT_NE(getcwd(original, sizeof original), nullptr);
   ASSERT_EQ(chdir(directory.path().c_str()), 0);
   directory.write(".conf", "[s]\n");
   on_threads([&](int) {
@@ -202,7 +202,7 @@ TEST(ConfThreads, TheDefaultPathIsMadeOnce) {
     ASSERT_NE(conf, nullptr);
     EXPECT_STREQ(conf->filename, "./.conf");
   });
-  ASSERT_EQ(chdir(former), 0);
+  ASSERT_EQ(chdir(original), 0);
 }
 
 // Runs the work on a thread with a request for its cancellation pending, and expects that

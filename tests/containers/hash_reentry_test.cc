@@ -15,26 +15,15 @@
 #include <utility>
 #include <vector>
 
+#include "containers/hash_front.h"
 #include "support/allocation_faults.h"
 
 using test::AllocationFaults;
+using test::table_of;
+using Entry = test::HashEntry;
+using Table = test::HashTable;
 
 namespace {
-
-// The public front of a table and of its entries.
-struct Entry {
-  void* key;
-  void* value;
-};
-struct Table {
-  Entry** slots;
-  uint32_t size;
-  uint32_t count;
-};
-
-const Table& table_of(const GHash* hash) {
-  return *reinterpret_cast<const Table*>(hash);
-}
 
 void* number(uintptr_t value) {
   return reinterpret_cast<void*>(value);
@@ -333,7 +322,7 @@ TEST_P(HashReentryOfKeyFunctions, AnEqualityThatAlwaysInsertsDoesNotKeepTheCallG
 
 TEST_P(HashReentryOfKeyFunctions, AnEqualityThatMovesTheHoleDoesNotKeepTheInsertionGoing) {
   make(4, 2);
-  // Fills the hole ahead and opens one behind, for ever.
+  // Fills the hole ahead and opens one after it, for ever.
   uintptr_t next = 100;
   std::vector<const void*> met;
   at_equal = [&](const void* stored, const void*) {
@@ -515,96 +504,106 @@ class Real {
     g_hash_free(hash_);
     destroyed.clear();
   }
-  std::vector<Pair> content() {
-    const Table& table = table_of(hash_);
-    std::vector<Pair> pairs;
-    for (uint32_t slot = 0; slot < table.size; ++slot) {
-      const Entry* const entry = table.slots[slot];
-      pairs.emplace_back(entry != nullptr ? Pair(entry->key, entry->value) : Pair());
-    }
-    return pairs;
-  }
+  std::vector<Pair> content() { return test::slots_of(hash_); }
 
  private:
   GHash* hash_;
 };
 
-// Operations at random, also from inside the destroy function; two tables that behave alike
-// give the same story.
+// Operations at random, also from inside the destroy function. Tables that behave alike
+// give the same record.
 template <typename Subject>
-std::vector<uintptr_t> story_of(unsigned seed, const Mode& mode) {
-  std::vector<uintptr_t> story;
-  const auto tell = [&](auto value) {
-    if constexpr (std::is_pointer_v<decltype(value)>) {
-      story.push_back(reinterpret_cast<uintptr_t>(value));
-    } else {
-      story.push_back(static_cast<uintptr_t>(value));
+class RandomUse {
+ public:
+  RandomUse(unsigned seed, const Mode& mode)
+      : random_(seed),
+        mode_(mode),
+        subject_(1 + static_cast<uint32_t>(random_() % 40),
+                 mode.hash_func != nullptr ? mode.hash_func : g_hash_direct,
+                 mode.equal_func),
+        keys_(4 + random_() % 100) {
+    subject_.set_destroy([this](void* key, void* value) { use_in_destroy(key, value); });
+  }
+  RandomUse(const RandomUse&) = delete;
+  RandomUse& operator=(const RandomUse&) = delete;
+
+  std::vector<uintptr_t> run() {
+    for (unsigned steps = 0; steps < 60; ++steps) {
+      nested_left_ = 40;
+      step();
+      for (const Pair& pair : subject_.content()) {
+        note(pair.first);
+        note(pair.second);
+      }
     }
-  };
-  std::mt19937 random(seed);
-  Subject subject(1 + static_cast<uint32_t>(random() % 40),
-                  mode.hash_func != nullptr ? mode.hash_func : g_hash_direct,
-                  mode.equal_func);
-  const uintptr_t keys = 4 + random() % 100;
-  uintptr_t value = 1;
-  unsigned depth = 0;
-  unsigned nested_left = 0;
-  const auto step = [&] {
-    void* const key = number(mode.key(random() % keys));
-    switch (random() % 8) {
+    nested_left_ = 200;
+    subject_.free();
+    return record_;
+  }
+
+ private:
+  void note(const void* pointer) {
+    record_.push_back(reinterpret_cast<uintptr_t>(pointer));
+  }
+  void note(int result) { record_.push_back(static_cast<uintptr_t>(result)); }
+  void note(unsigned count) { record_.push_back(count); }
+
+  void step() {
+    void* const key = number(mode_.key(random_() % keys_));
+    switch (random_() % 8) {
       case 0:
       case 1:
       case 2:
-        tell(subject.insert(key, number(value++)));
+        note(subject_.insert(key, number(value_++)));
         break;
       case 3:
-        tell(subject.find(key));
+        note(subject_.find(key));
         break;
       case 4:
-        tell(subject.count());
+        note(subject_.count());
         break;
       default:
-        tell(subject.remove(key));
+        note(subject_.remove(key));
         break;
     }
-  };
-  subject.set_destroy([&](void* key, void* given) {
-    tell(key);
-    tell(given);
-    if (random() % 3 == 0 || depth >= 5) return;
-    ++depth;
-    if (random() % 3 == 0) tell(subject.remove(key));
-    for (auto steps = random() % 4; steps > 0 && nested_left > 0; --steps, --nested_left) {
+  }
+
+  void use_in_destroy(void* key, void* value) {
+    note(key);
+    note(value);
+    if (random_() % 3 == 0 || depth_ >= 5) return;
+    ++depth_;
+    if (random_() % 3 == 0) note(subject_.remove(key));
+    for (auto steps = random_() % 4; steps > 0 && nested_left_ > 0;
+         --steps, --nested_left_) {
       step();
     }
     // Now and then enough to grow.
-    if (random() % 40 == 0 && nested_left > 0) {
-      for (uintptr_t i = 0; i < keys; ++i) {
-        tell(subject.insert(number(mode.key(i)), number(value++)));
+    if (random_() % 40 == 0 && nested_left_ > 0) {
+      for (uintptr_t i = 0; i < keys_; ++i) {
+        note(subject_.insert(number(mode_.key(i)), number(value_++)));
       }
     }
-    --depth;
-  });
-  for (unsigned steps = 0; steps < 60; ++steps) {
-    nested_left = 40;
-    step();
-    for (const Pair& pair : subject.content()) {
-      tell(pair.first);
-      tell(pair.second);
-    }
+    --depth_;
   }
-  nested_left = 200;
-  subject.free();
-  return story;
-}
+
+  std::mt19937 random_;
+  const Mode& mode_;
+  Subject subject_;
+  const uintptr_t keys_;
+  uintptr_t value_ = 1;
+  unsigned depth_ = 0;
+  unsigned nested_left_ = 0;
+  std::vector<uintptr_t> record_;
+};
 
 TEST_P(HashReentry, AgreesWithAModelWhenDestroyFunctionsUseTheTableAtRandom) {
   for (unsigned seed = 0; seed < 200; ++seed) {
-    const auto expected = story_of<Model>(seed, GetParam());
+    const auto expected = RandomUse<Model>(seed, GetParam()).run();
     AllocationFaults blocks(0);
     bool agrees = false;
     {
-      agrees = story_of<Real>(seed, GetParam()) == expected;
+      agrees = RandomUse<Real>(seed, GetParam()).run() == expected;
       at_destroy = nullptr;
       std::vector<Pair>().swap(destroyed);
     }
@@ -635,60 +634,84 @@ void expect_consistent(GHash* hash, const std::set<void*>& gone) {
   }
 }
 
+// A table whose functions use it at random, as long as so many nested uses are left.
+class NestedUse {
+ public:
+  explicit NestedUse(unsigned seed)
+      : random_(seed),
+        hash_(g_hash_new(1 + static_cast<unsigned>(random_() % 20), own_hash, own_equal,
+                         destroy)),
+        keys_(4 + random_() % 30) {
+    at_destroy = [this](void*, void* value) {
+      EXPECT_TRUE(gone_.insert(value).second) << "destroyed twice";
+      nest();
+    };
+  }
+  NestedUse(const NestedUse&) = delete;
+  NestedUse& operator=(const NestedUse&) = delete;
+
+  void run_step() {
+    allow(30);
+    step();
+    at_hash = nullptr;
+    at_equal = nullptr;
+    nested_left_ = 0;
+    expect_consistent(hash_, gone_);
+  }
+
+  void free() {
+    allow(30);
+    g_hash_free(hash_);
+  }
+
+ private:
+  void allow(unsigned uses) {
+    nested_left_ = uses;
+    at_hash = [this](const void*) { nest(); };
+    at_equal = [this](const void*, const void*) { nest(); };
+  }
+
+  void nest() {
+    if (nested_left_ == 0 || depth_ >= 3 || random_() % 3 != 0) return;
+    ++depth_;
+    --nested_left_;
+    step();
+    --depth_;
+  }
+
+  void step() {
+    void* const key = number(random_() % keys_);
+    switch (random_() % 4) {
+      case 0:
+      case 1:
+        g_hash_insert(hash_, key, number(value_++));
+        break;
+      case 2:
+        g_hash_find(hash_, key);
+        break;
+      default:
+        g_hash_remove(hash_, key);
+        break;
+    }
+  }
+
+  std::mt19937 random_;
+  GHash* const hash_;
+  const uintptr_t keys_;
+  uintptr_t value_ = 1;
+  unsigned depth_ = 0;
+  unsigned nested_left_ = 0;
+  std::set<void*> gone_;
+};
+
 TEST_P(HashReentryOfKeyFunctions, EveryFunctionMayUseTheTableAtRandom) {
   for (unsigned seed = 0; seed < 100; ++seed) {
     SCOPED_TRACE(seed);
     AllocationFaults blocks(0);
     {
-      std::mt19937 random(seed);
-      hash = g_hash_new(1 + static_cast<unsigned>(random() % 20), own_hash, own_equal,
-                        destroy);
-      const uintptr_t keys = 4 + random() % 30;
-      uintptr_t value = 1;
-      unsigned depth = 0;
-      unsigned nested_left = 0;
-      std::set<void*> gone;
-      const auto step = [&] {
-        void* const key = number(random() % keys);
-        switch (random() % 4) {
-          case 0:
-          case 1:
-            g_hash_insert(hash, key, number(value++));
-            break;
-          case 2:
-            g_hash_find(hash, key);
-            break;
-          default:
-            g_hash_remove(hash, key);
-            break;
-        }
-      };
-      const auto nest = [&] {
-        if (nested_left == 0 || depth >= 3 || random() % 3 != 0) return;
-        ++depth;
-        --nested_left;
-        step();
-        --depth;
-      };
-      const auto arm = [&](unsigned steps) {
-        nested_left = steps;
-        at_hash = [&](const void*) { nest(); };
-        at_equal = [&](const void*, const void*) { nest(); };
-      };
-      at_destroy = [&](void*, void* given) {
-        EXPECT_TRUE(gone.insert(given).second) << "destroyed twice";
-        nest();
-      };
-      for (unsigned steps = 0; steps < 100; ++steps) {
-        arm(30);
-        step();
-        at_hash = nullptr;
-        at_equal = nullptr;
-        nested_left = 0;
-        expect_consistent(hash, gone);
-      }
-      arm(30);
-      g_hash_free(hash);
+      NestedUse use(seed);
+      for (int steps = 0; steps < 100; ++steps) use.run_step();
+      use.free();
       SetUp();
       std::vector<Pair>().swap(destroyed);
     }

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "containers/hash_front.h"
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
 #include "support/processor_time.h"
@@ -21,6 +22,10 @@
 using test::AllocationFaults;
 using test::check_line;
 using test::LogCapture;
+using test::slots_of;
+using test::table_of;
+using Entry = test::HashEntry;
+using Table = test::HashTable;
 using Lines = std::vector<std::string>;
 
 static_assert(std::is_same_v<GHashFunc, uint32_t (*)(const void*)>);
@@ -42,24 +47,6 @@ static_assert(std::is_same_v<decltype(&g_hash_str_equal), GEqualFunc>);
 
 namespace {
 
-// The public front of a table and of its entries.
-struct Entry {
-  void* key;
-  void* value;
-};
-struct Table {
-  Entry** slots;
-  uint32_t size;
-  uint32_t count;
-  GHashFunc hash_func;
-  GEqualFunc equal_func;
-  GHashDestroyFunc destroy_func;
-};
-
-const Table& table_of(const GHash* hash) {
-  return *reinterpret_cast<const Table*>(hash);
-}
-
 void* number(uintptr_t value) {
   return reinterpret_cast<void*>(value);
 }
@@ -69,17 +56,6 @@ char* text(const char* literal) {
 }
 
 using Pair = std::pair<void*, void*>;
-
-// What the table holds, slot by slot; {null, null} stands for a hole.
-std::vector<Pair> content(const GHash* hash) {
-  std::vector<Pair> pairs;
-  const Table& table = table_of(hash);
-  for (uint32_t slot = 0; slot < table.size; ++slot) {
-    const Entry* const entry = table.slots[slot];
-    pairs.emplace_back(entry != nullptr ? Pair(entry->key, entry->value) : Pair());
-  }
-  return pairs;
-}
 
 // Calls of the destroy callback.
 std::vector<Pair> destroyed;
@@ -112,7 +88,7 @@ TEST_F(HashTest, ANewTableIsEmptyAndHoldsItsFunctions) {
   EXPECT_EQ(table.hash_func, &g_hash_str);
   EXPECT_EQ(table.equal_func, &g_hash_str_equal);
   EXPECT_EQ(table.destroy_func, &record_destroyed);
-  EXPECT_EQ(content(hash), std::vector<Pair>(5));
+  EXPECT_EQ(slots_of(hash), std::vector<Pair>(5));
   EXPECT_EQ(g_hash_count(hash), 0u);
 }
 
@@ -121,7 +97,7 @@ TEST_F(HashTest, ANullHashFunctionMeansThePointersValue) {
   EXPECT_EQ(table_of(hash).hash_func, &g_hash_direct);
   EXPECT_EQ(table_of(hash).equal_func, nullptr);
   g_hash_insert(hash, number(13), text("x"));
-  EXPECT_EQ(content(hash)[5], Pair(number(13), text("x")));
+  EXPECT_EQ(slots_of(hash)[5], Pair(number(13), text("x")));
 }
 
 TEST_F(HashTest, SizeZeroCountsAsOne) {
@@ -234,7 +210,7 @@ TEST_F(HashTest, CollidingKeysTakeTheNextEmptySlotAcrossTheEnd) {
   for (const uintptr_t key : {6u, 14u, 22u, 30u}) {
     g_hash_insert(hash, number(key), nullptr);
   }
-  const auto slots = content(hash);
+  const auto slots = slots_of(hash);
   EXPECT_EQ(slots[6].first, number(6));
   EXPECT_EQ(slots[7].first, number(14));
   EXPECT_EQ(slots[0].first, number(22));
@@ -248,7 +224,7 @@ TEST_F(HashTest, AnExistingKeyHasKeyAndValueReplacedWithoutDestroying) {
   EXPECT_EQ(g_hash_insert(hash, second.data(), text("2")), 0);
   EXPECT_EQ(g_hash_count(hash), 1u);
   EXPECT_STREQ(static_cast<char*>(g_hash_find(hash, "key")), "2");
-  EXPECT_EQ(content(hash)[g_hash_str("key") % 4].first, second.data());
+  EXPECT_EQ(slots_of(hash)[g_hash_str("key") % 4].first, second.data());
   EXPECT_TRUE(destroyed.empty());
 }
 
@@ -262,7 +238,7 @@ TEST_F(HashTest, TheFourthKeyMakesFourSlotsEightBeforeItIsStored) {
   EXPECT_EQ(table_of(hash).size, 8u);
   EXPECT_EQ(g_hash_count(hash), 4u);
   // Moved in the order of the slots: 0, then 4, then 8 (after 0), then the new key.
-  const auto slots = content(hash);
+  const auto slots = slots_of(hash);
   EXPECT_EQ(slots[0], Pair(number(0), text("x")));
   EXPECT_EQ(slots[1], Pair(number(8), text("x")));
   EXPECT_EQ(slots[4], Pair(number(4), text("x")));
@@ -341,7 +317,7 @@ TEST_F(HashTest, RemoveDestroysStoredKeyAndValueAndLeavesAHole) {
   EXPECT_EQ(g_hash_remove(hash, "key"), 0);
   EXPECT_EQ(destroyed, (std::vector<Pair>{{stored.data(), text("1")}}));
   EXPECT_EQ(g_hash_count(hash), 0u);
-  EXPECT_EQ(content(hash), std::vector<Pair>(4));
+  EXPECT_EQ(slots_of(hash), std::vector<Pair>(4));
 }
 
 TEST_F(HashTest, NullKeysAndNullValuesAreDestroyedToo) {
@@ -690,7 +666,7 @@ class HashAgainstModel : public ::testing::TestWithParam<KeyKind> {
     ASSERT_TRUE(model.agrees(hash));
     // The way out: everything that is left, in the order of the slots.
     std::vector<Pair> expected;
-    for (const Pair& pair : content(hash)) {
+    for (const Pair& pair : slots_of(hash)) {
       if (pair.second != nullptr) expected.push_back(pair);
     }
     destroyed.clear();
@@ -789,13 +765,13 @@ bool insert_with_failing(int nth, bool and_all_later, unsigned size) {
   for (uintptr_t key = 1; key < size; ++key) {
     EXPECT_EQ(g_hash_insert(table, number(key * 3), number(key)), 0);
   }
-  const auto before = content(table);
+  const auto before = slots_of(table);
   AllocationFaults faults(nth, and_all_later);
   const int result = g_hash_insert(table, number(1), number(1000));
   faults.disarm();
   if (result != 0) {
     EXPECT_EQ(result, -1);
-    EXPECT_EQ(content(table), before);
+    EXPECT_EQ(slots_of(table), before);
     EXPECT_EQ(g_hash_count(table), size - 1);
     EXPECT_EQ(g_hash_find(table, number(1)), nullptr);
     EXPECT_EQ(faults.outstanding(), 0);
@@ -933,8 +909,8 @@ Cost cost_among(size_t entries, GHashFunc hash_func, GEqualFunc equal_func,
   return cost;
 }
 
-// A walk would take 128 times as long in the larger table; an index some two to four times,
-// for want of cache.
+// A walk would take 128 times as long in the larger table; an index takes some two to four
+// times as long, as it leaves the cache.
 template <typename MakeKey>
 void expect_cost_not_to_grow(GHashFunc hash_func, GEqualFunc equal_func, MakeKey make_key) {
   const Cost among_few = cost_among(kFew, hash_func, equal_func, make_key);

@@ -193,7 +193,7 @@ TEST(ListInsert, AfterTheLastNodeAndIntoTheEmptyList) {
   g_list_free(list);
 }
 
-TEST(ListInsert, OnAMiddleNodePutsTheElementDirectlyBehindIt) {
+TEST(ListInsert, OnAMiddleNodePutsTheElementDirectlyAfterIt) {
   GList* const list = make({a, b, c});
   EXPECT_EQ(g_list_insert(list->next, d), list->next);
   EXPECT_EQ(content(list), (Data{a, b, d, c}));
@@ -456,48 +456,46 @@ TEST(List, ExhaustedMemoryLeavesTheListUnchanged) {
   g_list_free(list);
 }
 
+// Runs an operation on a list and on the model of it. Returns the list.
+GList* run_random_operation(std::mt19937& random, GList* list, Data& model) {
+  void* const element = &elements[random() % 16];
+  const auto found = std::find(model.begin(), model.end(), element);
+  const int size = static_cast<int>(model.size());
+  switch (model.size() > 40 ? 7 : random() % 9) {
+    case 0:
+      model.push_back(element);
+      return g_list_append(list, element);
+    case 1:
+      model.insert(model.begin(), element);
+      return g_list_prepend(list, element);
+    case 2:
+      model.insert(model.empty() ? model.begin() : model.begin() + 1, element);
+      return g_list_insert(list, element);
+    case 3: {
+      const int position = static_cast<int>(random() % 50) - 2;
+      model.insert(position < 0 || position > size ? model.end() : model.begin() + position,
+                   element);
+      return g_list_insert_before(list, element, position);
+    }
+    case 4:
+      std::reverse(model.begin(), model.end());
+      return g_list_reverse(list);
+    case 5:
+      EXPECT_EQ(g_list_index(list, element),
+                found == model.end() ? -1 : static_cast<int>(found - model.begin()));
+      return list;
+    default:
+      if (found != model.end()) model.erase(found);
+      return g_list_remove(list, element);
+  }
+}
+
 TEST(List, AgreesWithAVectorOverRandomOperations) {
   std::mt19937 random(20260101);
   GList* list = nullptr;
   Data model;
   for (int step = 0; step < 20000; ++step) {
-    void* const element = &elements[random() % 16];
-    const auto found = std::find(model.begin(), model.end(), element);
-    const int size = static_cast<int>(model.size());
-    switch (model.size() > 40 ? 7 : random() % 9) {
-      case 0:
-        list = g_list_append(list, element);
-        model.push_back(element);
-        break;
-      case 1:
-        list = g_list_prepend(list, element);
-        model.insert(model.begin(), element);
-        break;
-      case 2:
-        list = g_list_insert(list, element);
-        model.insert(model.empty() ? model.begin() : model.begin() + 1, element);
-        break;
-      case 3: {
-        const int position = static_cast<int>(random() % 50) - 2;
-        list = g_list_insert_before(list, element, position);
-        model.insert(
-            position < 0 || position > size ? model.end() : model.begin() + position,
-            element);
-        break;
-      }
-      case 4:
-        list = g_list_reverse(list);
-        std::reverse(model.begin(), model.end());
-        break;
-      case 5:
-        EXPECT_EQ(g_list_index(list, element),
-                  found == model.end() ? -1 : static_cast<int>(found - model.begin()));
-        break;
-      default:
-        list = g_list_remove(list, element);
-        if (found != model.end()) model.erase(found);
-        break;
-    }
+    list = run_random_operation(random, list, model);
     ASSERT_EQ(content(list), model);
     ASSERT_EQ(g_list_length(list), model.size());
   }

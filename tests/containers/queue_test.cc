@@ -628,82 +628,112 @@ TEST(Queue, OnlySomeNodesAreKept) {
   g_queue_free(queue);
 }
 
+// What a queue should hold, and what each operation should pass to the callbacks.
+struct QueueModel {
+  std::deque<void*> elements;
+  Data added;
+  Data released;
+
+  void enqueue(void* element) {
+    elements.push_back(element);
+    added = {element};
+  }
+
+  // After an absent sibling the element is appended, by a second call of the add callback.
+  void insert(void* sibling, void* element) {
+    added = {element};
+    const auto at = find(sibling);
+    if (elements.empty() || elements.back() == sibling) {
+      elements.push_back(element);
+    } else if (at != elements.end()) {
+      elements.insert(at + 1, element);
+    } else {
+      elements.push_back(element);
+      added.push_back(element);
+    }
+  }
+
+  void* dequeue() {
+    if (elements.empty()) return nullptr;
+    released = {elements.front()};
+    elements.pop_front();
+    return released.front();
+  }
+
+  void* dequeue(void* expected) { return first() == expected ? dequeue() : nullptr; }
+
+  void clear() {
+    released.assign(elements.begin(), elements.end());
+    elements.clear();
+  }
+
+  void remove(void* element) {
+    const auto at = find(element);
+    if (at == elements.end()) return;
+    elements.erase(at);
+    released = {element};
+  }
+
+  void* first() const { return elements.empty() ? nullptr : elements.front(); }
+  void* last() const { return elements.empty() ? nullptr : elements.back(); }
+
+ private:
+  std::deque<void*>::iterator find(void* element) {
+    return std::find(elements.begin(), elements.end(), element);
+  }
+};
+
+// Runs an operation on both, and compares the results.
+void run_random_operation(std::mt19937& random, GQueue* queue, QueueModel& model) {
+  void* const element = &elements[random() % 24];
+  void* const sibling = &elements[random() % 24];
+  switch (random() % (model.elements.size() > 30 ? 12 : 9)) {
+    case 0:
+    case 1:
+    case 2:
+      g_queue_enqueue(queue, element);
+      model.enqueue(element);
+      break;
+    case 3:
+    case 4:
+      g_queue_insert(queue, sibling, element);
+      model.insert(sibling, element);
+      break;
+    case 5:
+      ASSERT_EQ(g_queue_dequeue(queue, nullptr), model.dequeue());
+      break;
+    case 6:
+      ASSERT_EQ(g_queue_dequeue(queue, element), model.dequeue(element));
+      break;
+    case 7:
+      ASSERT_EQ(g_queue_first(queue), model.first());
+      ASSERT_EQ(g_queue_last(queue), model.last());
+      break;
+    case 8:
+      if (random() % 50 != 0) break;
+      g_queue_clear(queue);
+      model.clear();
+      break;
+    default:
+      g_queue_remove(queue, element);
+      model.remove(element);
+      break;
+  }
+}
+
 TEST_F(QueueTest, AgreesWithADequeOverRandomOperations) {
   std::mt19937 random(3);
-  std::deque<void*> model;
-  const auto find = [&](void* element) {
-    return std::find(model.begin(), model.end(), element);
-  };
+  QueueModel model;
   for (int step = 0; step < 30000; ++step) {
-    void* const element = &elements[random() % 24];
-    void* const sibling = &elements[random() % 24];
-    added.clear();
-    released.clear();
-    Data expected_added;
-    Data expected_released;
-    switch (random() % (model.size() > 30 ? 12 : 9)) {
-      case 0:
-      case 1:
-      case 2:
-        g_queue_enqueue(queue, element);
-        model.push_back(element);
-        expected_added = {element};
-        break;
-      case 3:
-      case 4: {
-        g_queue_insert(queue, sibling, element);
-        const auto at = find(sibling);
-        expected_added = {element};
-        if (model.empty() || model.back() == sibling) {
-          model.push_back(element);
-        } else if (at != model.end()) {
-          model.insert(at + 1, element);
-        } else {
-          model.push_back(element);
-          expected_added.push_back(element);
-        }
-        break;
-      }
-      case 5: {
-        void* const expected = model.empty() ? nullptr : model.front();
-        ASSERT_EQ(g_queue_dequeue(queue, nullptr), expected);
-        if (!model.empty()) {
-          model.pop_front();
-          expected_released = {expected};
-        }
-        break;
-      }
-      case 6: {
-        const bool is_head = !model.empty() && model.front() == element;
-        ASSERT_EQ(g_queue_dequeue(queue, element), is_head ? element : nullptr);
-        if (is_head) {
-          model.pop_front();
-          expected_released = {element};
-        }
-        break;
-      }
-      case 7:
-        ASSERT_EQ(g_queue_first(queue), model.empty() ? nullptr : model.front());
-        ASSERT_EQ(g_queue_last(queue), model.empty() ? nullptr : model.back());
-        break;
-      case 8:
-        if (random() % 50 != 0) break;
-        g_queue_clear(queue);
-        expected_released.assign(model.begin(), model.end());
-        model.clear();
-        break;
-      default:
-        g_queue_remove(queue, element);
-        if (const auto at = find(element); at != model.end()) {
-          model.erase(at);
-          expected_released = {element};
-        }
-        break;
+    for (Data* const calls : {&added, &released, &model.added, &model.released}) {
+      calls->clear();
     }
-    ASSERT_EQ(added, expected_added);
-    ASSERT_EQ(released, expected_released);
-    ASSERT_EQ(content(queue), Data(model.begin(), model.end()));
-    ASSERT_EQ(g_queue_empty(queue), model.empty() ? 1 : 0);
+    run_random_operation(random, queue, model);
+    ASSERT_FALSE(HasFailure());
+    ASSERT_EQ(added, model.added);
+    ASSERT_EQ(released, model.released);
+    ASSERT_EQ(content(queue), Data(model.elements.begin(), model.elements.end()));
+    ASSERT_EQ(g_queue_empty(queue), model.elements.empty() ? 1 : 0);
   }
 }
 
@@ -746,42 +776,44 @@ TEST(QueueThreads, EveryElementComesOutOnceAndInTheOrderOfItsProducer) {
 
 std::atomic<uint32_t> held{0};
 
+void call_at_random(GQueue* queue, unsigned seed) {
+  std::mt19937 random(seed);
+  for (uintptr_t step = 0; step < kPerThread / 10; ++step) {
+    void* const element = &elements[random() % 8];
+    switch (random() % 8) {
+      case 0:
+      case 1:
+        g_queue_enqueue(queue, element);
+        break;
+      case 2:
+        g_queue_insert(queue, &elements[random() % 8], element);
+        break;
+      case 3:
+        g_queue_remove(queue, element);
+        break;
+      case 4:
+        g_queue_foreach(
+            queue, [](void* data, void*) { return data == a ? 1 : 0; }, nullptr);
+        break;
+      case 5:
+        if (random() % 64 == 0) g_queue_clear(queue);
+        g_queue_first(queue);
+        g_queue_last(queue);
+        break;
+      default:
+        g_queue_dequeue(queue, nullptr);
+        EXPECT_LT(g_queue_count(queue), 100000u);
+        break;
+    }
+  }
+}
+
 TEST(QueueThreads, AnyCallsMayMeet) {
   GQueue* const queue = g_queue_new([](void*) { ++held; }, [](void*) { --held; });
   held = 0;
   std::vector<std::thread> threads;
   for (unsigned seed = 0; seed < 3; ++seed) {
-    threads.emplace_back([=] {
-      std::mt19937 random(seed);
-      for (uintptr_t step = 0; step < kPerThread / 10; ++step) {
-        void* const element = &elements[random() % 8];
-        switch (random() % 8) {
-          case 0:
-          case 1:
-            g_queue_enqueue(queue, element);
-            break;
-          case 2:
-            g_queue_insert(queue, &elements[random() % 8], element);
-            break;
-          case 3:
-            g_queue_remove(queue, element);
-            break;
-          case 4:
-            g_queue_foreach(
-                queue, [](void* data, void*) { return data == a ? 1 : 0; }, nullptr);
-            break;
-          case 5:
-            if (random() % 64 == 0) g_queue_clear(queue);
-            g_queue_first(queue);
-            g_queue_last(queue);
-            break;
-          default:
-            g_queue_dequeue(queue, nullptr);
-            EXPECT_LT(g_queue_count(queue), 100000u);
-            break;
-        }
-      }
-    });
+    threads.emplace_back(call_at_random, queue, seed);
   }
   for (std::thread& thread : threads) thread.join();
   Data left;
@@ -924,7 +956,7 @@ void jump_at_b(void* data) {
   for (volatile unsigned char& byte : scratch) byte = 0x5a;
 }
 
-TEST(QueueLongjmp, OutOfAnAddCallbackAddsNothingAndLeavesNothingBehind) {
+TEST(QueueLongjmp, OutOfAnAddCallbackAddsNothingAndLeaksNothing) {
   for (const bool inserts : {false, true}) {
     jumped_over = g_queue_new(jump_at_b, nullptr);
     g_queue_enqueue(jumped_over, a);

@@ -53,7 +53,7 @@ TEST(PowerCut, FreshConfigurationIsAbsentOrWhole) {
 }
 
 // Kept: callers rely on the file being written in place, emptied first and never synced.
-// What it costs is counted here, beside the savers that cost nothing.
+// What that costs is counted here, next to the savers that lose nothing.
 TEST(PowerCut, SyncedConfigurationIsLostInSomeStates) {
   const Recording recording =
       recording_of_save({.old_content = configuration()}, g_conf_sync);

@@ -23,7 +23,7 @@ constexpr size_t kMostForAllSubsets = 8;
 using Names = std::map<std::string, int>;
 using Emit = std::function<void(const File&)>;
 
-// A file as a crash may leave it: all that is asked about it.
+// A file as a crash may leave it, reduced to what the checks ask about.
 struct Variant {
   uint64_t hash;
   bool is_old;  // the target's content before, and after the last step
@@ -143,61 +143,77 @@ void posix_torn(const File& base, const Steps& pending, const Emit& emit) {
   }
 }
 
-// `committed` of the pending steps are in the journal.
-void ext4_variants(const File& base, const Steps& pending, size_t committed,
-                   const Emit& emit) {
-  // Which writes go to blocks that are there: these come at any time.
-  std::vector<size_t> in_place;
-  std::vector<size_t> appended;
+// How many bytes of each pending step, if it is a write, are on the disk, from its
+// beginning; `committed` of the steps are in the journal.
+File ext4_file(const File& base, const Steps& pending, size_t committed,
+               const std::vector<size_t>& written) {
+  File file = base;
+  for (size_t i = 0; i < pending.size(); ++i) {
+    if (pending[i]->kind == Step::kWrite) {
+      apply_part(*pending[i], 0, written[i], file);
+    } else if (i < committed) {
+      apply(*pending[i], file);
+    }
+  }
+  return file;
+}
+
+// The pending writes, by their numbers.
+struct Ext4Writes {
+  std::vector<size_t> in_place;  // to blocks that are there: these come at any time
+  std::vector<size_t> appended;  // the committed others, which come in order
+};
+
+Ext4Writes ext4_writes(const File& base, const Steps& pending, size_t committed) {
+  Ext4Writes writes;
   size_t allocated = base.content.size();
   for (size_t i = 0; i < pending.size(); ++i) {
     const Step& step = *pending[i];
     if (step.kind == Step::kResize) allocated = std::min(allocated, step.size);
     if (step.kind != Step::kWrite) continue;
-    const bool is_there = step.offset + step.data.size() <= allocated;
-    if (is_there) {
-      in_place.push_back(i);
+    if (step.offset + step.data.size() <= allocated) {
+      writes.in_place.push_back(i);
     } else if (i < committed) {
-      appended.push_back(i);
+      writes.appended.push_back(i);
     }
   }
-  for_each_subset(in_place.size(), [&](const std::vector<bool>& chosen) {
-    // The appended writes before number `last` are there, and `cut` bytes of that.
-    for (size_t last = 0; last <= appended.size(); ++last) {
-      const size_t length =
-          last < appended.size() ? pending[appended[last]]->data.size() : 1;
-      for (size_t cut = 0; cut < length; ++cut) {
-        if (cut != 0 && (pending[appended[last]]->offset + cut) % kBlock != 0) continue;
-        // One of the chosen overwrites, or none (the last turn), is torn at a sector.
-        for (size_t torn = 0; torn <= in_place.size(); ++torn) {
-          const bool is_torn = torn < in_place.size();
-          if (is_torn && !chosen[torn]) continue;
-          const size_t torn_length = is_torn ? pending[in_place[torn]]->data.size() : 1;
-          for (size_t end = 0; end < torn_length; end += kSector) {
-            File file = base;
-            for (size_t i = 0; i < pending.size(); ++i) {
-              const Step& step = *pending[i];
-              if (step.kind != Step::kWrite) {
-                if (i < committed) apply(step, file);
-                continue;
-              }
-              const auto place = std::find(in_place.begin(), in_place.end(), i);
-              if (place != in_place.end()) {
-                const auto number = static_cast<size_t>(place - in_place.begin());
-                if (!chosen[number]) continue;
-                apply_part(step, 0, is_torn && number == torn ? end : step.data.size(),
-                           file);
-              } else if (last == appended.size() || i < appended[last]) {
-                if (i < committed) apply(step, file);
-              } else if (i == appended[last]) {
-                apply_part(step, 0, cut, file);
-              }
-            }
-            emit(file);
-          }
-        }
+  return writes;
+}
+
+void ext4_variants(const File& base, const Steps& pending, size_t committed,
+                   const Emit& emit) {
+  const Ext4Writes writes = ext4_writes(base, pending, committed);
+  const std::vector<size_t>& in_place = writes.in_place;
+  const auto size_of = [&](size_t write) { return pending[write]->data.size(); };
+  std::vector<size_t> written(pending.size());
+  const auto emit_file = [&] { emit(ext4_file(base, pending, committed, written)); };
+  // None of the chosen overwrites is torn, or one of them at a sector.
+  const auto emit_torn = [&] {
+    emit_file();
+    for (const size_t write : in_place) {
+      const size_t size = written[write];
+      for (size_t end = 0; end < size; end += kSector) {
+        written[write] = end;
+        emit_file();
       }
+      written[write] = size;
     }
+  };
+  for_each_subset(in_place.size(), [&](const std::vector<bool>& chosen) {
+    for (size_t i = 0; i < in_place.size(); ++i) {
+      written[in_place[i]] = chosen[i] ? size_of(in_place[i]) : 0;
+    }
+    for (const size_t write : writes.appended) written[write] = 0;
+    // The appended writes come one after the other, each up to the end of some block.
+    for (const size_t write : writes.appended) {
+      for (size_t cut = 0; cut < size_of(write); ++cut) {
+        if (cut != 0 && (pending[write]->offset + cut) % kBlock != 0) continue;
+        written[write] = cut;
+        emit_torn();
+      }
+      written[write] = size_of(write);
+    }
+    emit_torn();
   });
 }
 
@@ -454,7 +470,7 @@ class Examination {
     if (figures_.bad++ == 0) describe(done, names, state);
   }
 
-  // What was there before and is no temporary file.
+  // What was there before and is not a temporary file.
   bool is_bystander(const std::string& name) const {
     return name != promise_.target && !name.starts_with(".") &&
            recording_.names.contains(name);

@@ -3,18 +3,15 @@
 // What was synced is there. Of the rest, these rules say what may be missing:
 //
 // - Posix: the weakest reading of the standard. Of each file any of the writes, changes of
-// size
-//   and attributes; of each write any part, cut at any byte, with or without the size that
-//   it gives the file; and each name on its own, old, new or anything between.
+//   size and attributes; of each write any part, cut at any byte, with or without the size
+//   that it gives the file; and each name on its own, old, new or anything between.
 // - Ext4, with ordered data, delayed allocation and without its heuristics for replaced
-// files
-//   (mount option noauto_da_alloc): names, sizes and attributes are those of some earlier
-//   moment, since the journal keeps their order, and any sync brings all earlier ones
-//   along. New blocks of a file that is not synced itself come late, in order, with its
-//   size; blocks that were there before are written over at any time, in sectors.
+//   files (mount option noauto_da_alloc): names, sizes and attributes are those of some
+//   earlier moment, since the journal keeps their order, and any sync brings all earlier
+//   ones along. New blocks of a file that is not synced itself come late, in order, with
+//   its size; blocks that were there before are written over at any time, in sectors.
 // - Ubifs: names, attributes and truncations keep their order, too. Data are whole blocks
-// of
-//   4 KiB, each there or not, and the size may be ahead of them, which leaves holes of
+//   of 4 KiB, each there or not, and the size may be ahead of them, which leaves holes of
 //   zeros.
 //
 // SPDX-License-Identifier: MIT

@@ -46,7 +46,7 @@ TEST(Kill, ReplacedFileIsOldOrNewAtEachCall) {
                         [](const std::string& path) { return replace(path, kNew); });
 }
 
-TEST(Kill, FileBehindALinkIsOldOrNewAtEachCall) {
+TEST(Kill, FileThatALinkLeadsToIsOldOrNewAtEachCall) {
   expect_survives_kills("g_file_replace, through a link", kOld, kNew,
                         [](const std::string& path) {
                           const std::string link = path + ".link";
@@ -57,7 +57,7 @@ TEST(Kill, FileBehindALinkIsOldOrNewAtEachCall) {
                         });
 }
 
-TEST(Kill, ReadOnlyFileAndLeftOverAreNoTrapAtEachCall) {
+TEST(Kill, ReadOnlyFileWithALeftOverIsOldOrNewAtEachCall) {
   expect_survives_kills("g_file_replace, after a kill", kOld, kNew,
                         [](const std::string& path) {
                           std::string left = path;

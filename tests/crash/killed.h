@@ -32,8 +32,25 @@ inline int temporaries_in(const std::string& path) {
   return count;
 }
 
-// `save` turns the file from the old content into the new, and returns 0. Whenever it is
-// killed, one of them must be there, and the next replacement must find its way.
+// Runs `save` in a child that is killed at its `nth` call of the system, if it makes so
+// many. Returns the child's status.
+template <typename Save>
+int status_of_killed(int nth, Save save) {
+  const pid_t child = fork();
+  if (child == 0) {
+    kill_at_call(nth);
+    const int result = save();
+    kill_at_call(0);
+    _exit(result == 0 ? 0 : 1);
+  }
+  EXPECT_NE(child, -1);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return status;
+}
+
+// `save` replaces the old content of the file with the new, and returns 0. Whenever it is
+// killed, one of the two must be there, and the next replacement must succeed.
 template <typename Save>
 void expect_survives_kills(const char* name, const std::string& old_content,
                            const std::string& new_content, Save save) {
@@ -45,16 +62,7 @@ void expect_survives_kills(const char* name, const std::string& old_content,
     SCOPED_TRACE(testing::Message() << name << ", killed at call " << nth);
     const test::TemporaryDirectory directory;
     const std::string path = directory.write("f", old_content);
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
-      kill_at_call(nth);
-      const int result = save(path);
-      kill_at_call(0);
-      _exit(result == 0 ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
+    const int status = status_of_killed(nth, [&] { return save(path); });
     const std::string content = test::read_file(path);
     if (WIFEXITED(status)) {
       ASSERT_EQ(WEXITSTATUS(status), 0);
@@ -67,7 +75,7 @@ void expect_survives_kills(const char* name, const std::string& old_content,
     is_new += content == new_content ? 1 : 0;
     EXPECT_TRUE(content == old_content || content == new_content);
     EXPECT_LE(temporaries_in(directory.path()), 1);
-    // The lock went with the process, and what it left is removed.
+    // The lock ended with the process, and its left-over is removed.
     EXPECT_EQ(g_file_replace(path.c_str(), "again", 5), 0);
     EXPECT_EQ(test::read_file(path), "again");
     EXPECT_EQ(temporaries_in(directory.path()), 0);

@@ -153,7 +153,7 @@ void duplicate(const TemporaryDirectory& directory) {
 
 }  // namespace
 
-// The examination itself: what it must find, and what not.
+// The examination itself: what it must find, and what it must not.
 TEST(PowerCut, EachBadSaverIsCaught) {
   for (const auto& [name, saver] : kBadSavers) {
     const Recording recording = recording_of(saver);
@@ -166,7 +166,7 @@ TEST(PowerCut, EachBadSaverIsCaught) {
   }
 }
 
-TEST(PowerCut, TheLeastDurableReplacementIsNoneOfThem) {
+TEST(PowerCut, TheLeastDurableReplacementPasses) {
   expect_safe("write, fsync, rename, fsync", recording_of(replace_by_hand));
 }
 
@@ -201,7 +201,7 @@ TEST(PowerCut, ModeIsThereWithTheContent) {
   expect_safe("g_file_replace, a mode of its own", recording);
 }
 
-TEST(PowerCut, FileBehindALinkIsOldOrNew) {
+TEST(PowerCut, FileThatALinkLeadsToIsOldOrNew) {
   expect_safe("g_file_replace, through a link",
               recording_of([](const TemporaryDirectory& directory) {
                 ASSERT_EQ(symlink("f", (directory / "link").c_str()), 0);

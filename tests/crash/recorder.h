@@ -15,7 +15,7 @@
 
 namespace crash {
 
-// Files go by numbers, from 0 on, in the order of their appearance.
+// Files are numbered from 0 in the order of their appearance.
 constexpr int kNoFile = -1;
 
 // One call that changes something, or has it brought to the disk.

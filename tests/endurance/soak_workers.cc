@@ -20,8 +20,7 @@ void soak_failed(const char* file, int line, const char* what) {
 
 namespace {
 
-// ---- Queue: blocks from one thread to another, which is woken by an event
-// ----------------
+// --- Queue: blocks from one thread to another, which is woken by an event
 
 struct Element {
   int number;
@@ -58,8 +57,7 @@ void drain_queue(SoakRound& round, int number) {
   }
 }
 
-// ---- Ring buffer
-// -------------------------------------------------------------------------
+// --- Ring buffer
 
 void put_into_fifo(SoakRound& round, int number) {
   while (g_fifo_full(round.fifo) == 1) {
@@ -84,8 +82,7 @@ void get_from_fifo(SoakRound& round, int number) {
   std::free(element);
 }
 
-// ---- One configuration for several threads
-// -----------------------------------------------
+// --- One configuration for several threads
 
 void write_conf(SoakRound& round, int number) {
   pthread_rwlock_rdlock(&round.conf_in_use);
@@ -141,8 +138,7 @@ void sync_conf(SoakRound& round, int) {
   g_delay(20);
 }
 
-// ---- Timers and timeouts
-// -----------------------------------------------------------------
+// --- Timers and timeouts
 
 uint32_t tick(uint32_t interval, void* calls) {
   ++*static_cast<std::atomic<int>*>(calls);
@@ -188,8 +184,7 @@ void use_timeouts(SoakRound&, int) {
   g_delay(3);  // so that the one that ended is gone, with its thread
 }
 
-// ---- Threads, mutexes
-// --------------------------------------------------------------------
+// --- Threads, mutexes
 
 struct Counter {
   GMutex* mutex;
@@ -223,8 +218,7 @@ void use_threads(SoakRound&, int) {
   g_delay(2);
 }
 
-// ---- Streams: process-wide state, so one thread has them all
-// -----------------------------
+// --- Streams: process-wide state, so one thread has them all
 
 void read_stream(const char* name, const std::string& body) {
   URL url = url_open(name);
@@ -259,8 +253,7 @@ void read_urls(SoakRound& round, int) {
   g_delay(5);
 }
 
-// ---- What keeps no state
-// -----------------------------------------------------------------
+// --- What keeps no state
 
 void free_pair(void* key, void* value) {
   std::free(key);

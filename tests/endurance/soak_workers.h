@@ -1,5 +1,5 @@
 // What the soak keeps doing: each worker is one thread that uses one service of the library
-// until it is told to stop, and checks what it gets.
+// until the round ends, and checks its results.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_TESTS_ENDURANCE_SOAK_WORKERS_H

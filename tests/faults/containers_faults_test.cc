@@ -117,8 +117,34 @@ void expect_queue(GQueue* queue, const std::string& expected) {
   EXPECT_EQ(g_queue_count(queue), expected.size());
 }
 
-int stop_at_once(void*, void*) {
+int stop_immediately(void*, void*) {
   return 1;
+}
+
+// Reads both ends, removes elements in each way and frees the queue: none of it can fail.
+void empty_queue(Pass& pass, GQueue* queue, const std::string& expected) {
+  void* ends[2];
+  void* dequeued = nullptr;
+  int is_empty = 0;
+  {
+    const Faults faults(pass);
+    is_empty = g_queue_empty(queue);
+    ends[0] = g_queue_first(queue);
+    ends[1] = g_queue_last(queue);
+    g_queue_foreach(queue, stop_immediately, nullptr);
+    g_queue_foreach_reverse(queue, stop_immediately, nullptr);
+    g_queue_remove(queue, c);
+    g_queue_delete(queue, b);
+    dequeued = g_queue_dequeue(queue, nullptr);
+    g_queue_clear(queue);
+    g_queue_free(queue);
+  }
+  EXPECT_EQ(is_empty, expected.empty() ? 1 : 0);
+  if (!expected.empty()) {
+    EXPECT_EQ(*static_cast<char*>(ends[0]), expected.front());
+    EXPECT_EQ(*static_cast<char*>(ends[1]), expected.back());
+  }
+  EXPECT_EQ(dequeued == nullptr, expected.find('a') == expected.npos);
 }
 
 void use_queue(Pass& pass) {
@@ -144,29 +170,7 @@ void use_queue(Pass& pass) {
   with.insert(at == expected.npos ? expected.size() : at + 1, "c");
   step([&] { g_queue_insert(queue, a, c); }, with);
   step([&] { g_queue_insert(queue, nullptr, a); }, expected + "a");
-
-  void* ends[2];
-  void* dequeued = nullptr;
-  int is_empty = 0;
-  {
-    const Faults faults(pass);
-    is_empty = g_queue_empty(queue);
-    ends[0] = g_queue_first(queue);
-    ends[1] = g_queue_last(queue);
-    g_queue_foreach(queue, stop_at_once, nullptr);
-    g_queue_foreach_reverse(queue, stop_at_once, nullptr);
-    g_queue_remove(queue, c);
-    g_queue_delete(queue, b);
-    dequeued = g_queue_dequeue(queue, nullptr);
-    g_queue_clear(queue);
-    g_queue_free(queue);
-  }
-  EXPECT_EQ(is_empty, expected.empty() ? 1 : 0);
-  if (!expected.empty()) {
-    EXPECT_EQ(*static_cast<char*>(ends[0]), expected.front());
-    EXPECT_EQ(*static_cast<char*>(ends[1]), expected.back());
-  }
-  EXPECT_EQ(dequeued == nullptr, expected.find('a') == expected.npos);
+  empty_queue(pass, queue, expected);
 }
 
 // --- The hash table.

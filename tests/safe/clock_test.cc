@@ -18,7 +18,7 @@ LibraryTimespec fake{};
 
 }  // namespace
 
-// The test program is asked for the library's clock, and answers what a test sets.
+// The library reads its clock from the test program, which returns what a test sets.
 extern "C" int LIBRARY_CLOCK_GETTIME(clockid_t clock, LibraryTimespec* time) noexcept {
   if (is_fake) {
     asked = clock;

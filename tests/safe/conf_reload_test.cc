@@ -1,4 +1,4 @@
-// What a reload does to a model, and whom it tells.
+// What a reload does to a model, and which callbacks it runs.
 //
 // SPDX-License-Identifier: MIT
 
@@ -161,7 +161,7 @@ TEST(ConfReloadFailure, UnsavedChangesAreNotOverwritten) {
   EXPECT_EQ(errno, EBUSY);
   EXPECT_EQ(content(conf.get()), (Sections{{"s", {{"a", "2"}}}}));
   EXPECT_EQ(conf->dirty, 1);
-  // Whatever became of the file.
+  // Whatever happened to the file.
   file.remove();
   EXPECT_EQ(g_conf_reload(conf.get()), -1);
   EXPECT_EQ(errno, EBUSY);
@@ -185,7 +185,7 @@ TEST(ConfReloadFailure, WithoutAFileTheModelStaysAsItWas) {
   EXPECT_EQ(g_conf_reload(conf.get()), -1);
   EXPECT_EQ(log.take(), Lines{});
   EXPECT_EQ(content(conf.get()), (Sections{{"s", {{"a", "1"}}}}));
-  // What was loaded counts still.
+  // What was loaded still counts.
   file.rewrite("[s]\na=1\n");
   set(conf.get(), "s", "a", "2");
   EXPECT_EQ(g_conf_save(conf.get(), 0), 0);
@@ -216,13 +216,13 @@ void while_locked(const ConfFile& file, Steps steps) {
   ASSERT_NE(child, -1);
   if (child == 0) {
     GFile* const locked = g_file_open(file.path().c_str(), 1);
-    const char answer = g_file_lock_write(locked) == 0 ? 'y' : 'n';
-    if (write(ready[1], &answer, 1) == 1) pause();
+    const char locked_as_expected = g_file_lock_write(locked) == 0 ? 'y' : 'n';
+    if (write(ready[1], &locked_as_expected, 1) == 1) pause();
     _exit(0);
   }
-  char answer = 'n';
-  EXPECT_EQ(read(ready[0], &answer, 1), 1);
-  EXPECT_EQ(answer, 'y');
+  char locked_as_expected = 'n';
+  EXPECT_EQ(read(ready[0], &locked_as_expected, 1), 1);
+  EXPECT_EQ(locked_as_expected, 'y');
   steps();
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
@@ -245,54 +245,56 @@ TEST(ConfReloadFailure, AFileThatAnotherProcessWritesIsNotReadHalf) {
 
 // Callbacks.
 
-struct Told {
+struct Reported {
   GConf* conf;
   Lines calls;
 };
 
-int tell(const GConfChange* change, void* data) {
-  auto* const told = static_cast<Told*>(data);
-  const char* const now = g_conf_read_string(told->conf, change->section, change->key, "");
+int report(const GConfChange* change, void* data) {
+  auto* const reported = static_cast<Reported*>(data);
+  const char* const now =
+      g_conf_read_string(reported->conf, change->section, change->key, "");
   EXPECT_STREQ(now, change->value);
-  told->calls.push_back(std::string(change->section) + "." + change->key + "=" +
-                        change->value);
+  reported->calls.push_back(std::string(change->section) + "." + change->key + "=" +
+                            change->value);
   return 0;
 }
 
-void tell_of(const Conf& conf, Told& told, const char* section, const char* key) {
-  ASSERT_EQ(g_conf_register_callback(conf.get(), section, key, tell, &told), 0);
+void report_to(const Conf& conf, Reported& reported, const char* section, const char* key) {
+  ASSERT_EQ(g_conf_register_callback(conf.get(), section, key, report, &reported), 0);
 }
 
 TEST(ConfReloadCallbacks, RunInTheOrderOfTheFileThoseOfRemovedKeysLast) {
   const ConfFile file("[s]\na=1\nb=2\nc=3\nd=4\n[t]\nx=1\n");
   const Conf conf = file.open();
-  Told told{conf.get(), {}};
-  for (const char* const key : {"a", "b", "c", "d", "n"}) tell_of(conf, told, "s", key);
-  tell_of(conf, told, "t", "x");
-  tell_of(conf, told, "u", "y");
+  Reported reported{conf.get(), {}};
+  for (const char* const key : {"a", "b", "c", "d", "n"})
+    report_to(conf, reported, "s", key);
+  report_to(conf, reported, "t", "x");
+  report_to(conf, reported, "u", "y");
   EXPECT_EQ(reload(conf, file, "[s]\nd=40\n[u]\ny=1\n[s]\nn=5\nb=2\na=10\n"), 6);
-  EXPECT_EQ(told.calls, (Lines{"s.d=40", "u.y=1", "s.n=5", "s.a=10", "s.c=", "t.x="}));
+  EXPECT_EQ(reported.calls, (Lines{"s.d=40", "u.y=1", "s.n=5", "s.a=10", "s.c=", "t.x="}));
 }
 
 TEST(ConfReloadCallbacks, GetTheSpellingOfTheModel) {
   const ConfFile file("[Net]\nPort=1\nOld=1\n");
   const Conf conf = file.open();
-  Told told{conf.get(), {}};
-  tell_of(conf, told, "Net", "Port");
-  tell_of(conf, told, "Net", "NEW");
-  tell_of(conf, told, "Net", "Old");
-  tell_of(conf, told, "NET", "PORT");
+  Reported reported{conf.get(), {}};
+  report_to(conf, reported, "Net", "Port");
+  report_to(conf, reported, "Net", "NEW");
+  report_to(conf, reported, "Net", "Old");
+  report_to(conf, reported, "NET", "PORT");
   EXPECT_EQ(reload(conf, file, "[NET]\nPORT=2\nNEW=3\n"), 3);
-  EXPECT_EQ(told.calls, (Lines{"Net.Port=2", "Net.NEW=3", "Net.Old="}));
+  EXPECT_EQ(reported.calls, (Lines{"Net.Port=2", "Net.NEW=3", "Net.Old="}));
 }
 
-TEST(ConfReloadCallbacks, AChangeToAnEmptyValueIsTold) {
+TEST(ConfReloadCallbacks, AChangeToAnEmptyValueIsReported) {
   const ConfFile file("[s]\na=1\n");
   const Conf conf = file.open();
-  Told told{conf.get(), {}};
-  tell_of(conf, told, "s", "a");
+  Reported reported{conf.get(), {}};
+  report_to(conf, reported, "s", "a");
   EXPECT_EQ(reload(conf, file, "[s]\na=\n"), 1);
-  EXPECT_EQ(told.calls, Lines{"s.a="});
+  EXPECT_EQ(reported.calls, Lines{"s.a="});
 }
 
 struct Rest {
@@ -320,9 +322,9 @@ TEST(ConfReloadCallbacks, SeeTheWholeModelOnTheCallingThread) {
 TEST(ConfReloadCallbacks, MayChangeSaveAndReloadTheConf) {
   const ConfFile file("[s]\na=1\nb=1\n[t]\nc=1\n");
   const Conf conf = file.open();
-  Told told{conf.get(), {}};
+  Reported reported{conf.get(), {}};
   const auto change = [](const GConfChange*, void* data) {
-    GConf* const own = static_cast<Told*>(data)->conf;
+    GConf* const own = static_cast<Reported*>(data)->conf;
     g_conf_remove_section(own, "t");
     set(own, "new", "key", "1");
     EXPECT_EQ(g_conf_reload(own), -1);
@@ -331,28 +333,28 @@ TEST(ConfReloadCallbacks, MayChangeSaveAndReloadTheConf) {
     EXPECT_EQ(g_conf_reload(own), 0);
     return 0;
   };
-  const auto note = [](const GConfChange* told_change, void* data) {
-    static_cast<Told*>(data)->calls.push_back(told_change->value);
+  const auto note = [](const GConfChange* reported_change, void* data) {
+    static_cast<Reported*>(data)->calls.push_back(reported_change->value);
     return 0;
   };
-  ASSERT_EQ(g_conf_register_callback(conf.get(), "s", "a", change, &told), 0);
-  // Its entry is gone by then; it is told what the file held.
-  ASSERT_EQ(g_conf_register_callback(conf.get(), "t", "c", note, &told), 0);
+  ASSERT_EQ(g_conf_register_callback(conf.get(), "s", "a", change, &reported), 0);
+  // Its entry is gone by then; the callback gets what the file held.
+  ASSERT_EQ(g_conf_register_callback(conf.get(), "t", "c", note, &reported), 0);
   EXPECT_EQ(reload(conf, file, "[s]\na=2\nb=1\n[t]\nc=2\n"), 2);
-  EXPECT_EQ(told.calls, Lines{"2"});
+  EXPECT_EQ(reported.calls, Lines{"2"});
   EXPECT_EQ(file.text(), "[s]\na=2\nb=1\n\n[new]\nkey=1\n");
 }
 
 TEST(ConfReloadCallbacks, AResultOtherThanZeroStopsTheOthersOfThatKeyOnly) {
   const ConfFile file("[s]\na=1\nb=1\n");
   const Conf conf = file.open();
-  Told told{conf.get(), {}};
+  Reported reported{conf.get(), {}};
   const auto stop = [](const GConfChange*, void*) { return 1; };
   ASSERT_EQ(g_conf_register_callback(conf.get(), "s", "a", stop, nullptr), 0);
-  tell_of(conf, told, "s", "a");
-  tell_of(conf, told, "s", "b");
+  report_to(conf, reported, "s", "a");
+  report_to(conf, reported, "s", "b");
   EXPECT_EQ(reload(conf, file, "[s]\na=2\nb=2\n"), 2);
-  EXPECT_EQ(told.calls, Lines{"s.b=2"});
+  EXPECT_EQ(reported.calls, Lines{"s.b=2"});
 }
 
 TEST(ConfReloadCallbacks, MayEndTheirThread) {
@@ -382,17 +384,17 @@ TEST(ConfReloadCallbacks, MayEndTheirThread) {
 TEST(ConfReloadCallbacks, ACancelledThreadRunsAllOfThem) {
   const ConfFile file("[s]\na=1\nb=1\n");
   const Conf conf = file.open();
-  Told told{conf.get(), {}};
+  Reported reported{conf.get(), {}};
   const auto meet_cancellation = [](const GConfChange*, void*) {
     pthread_cancel(pthread_self());
     pthread_testcancel();
     return 0;
   };
   ASSERT_EQ(g_conf_register_callback(conf.get(), "s", "a", meet_cancellation, nullptr), 0);
-  tell_of(conf, told, "s", "b");
+  report_to(conf, reported, "s", "b");
   file.rewrite("[s]\na=2\nb=2\n");
   pthread_t thread;
-  // No locals here, which nobody would leave in order.
+  // No locals here: their destructors would not run.
   const auto run = [](void* own) -> void* {
     expect_two_changes(static_cast<GConf*>(own));
     pthread_testcancel();
@@ -402,7 +404,7 @@ TEST(ConfReloadCallbacks, ACancelledThreadRunsAllOfThem) {
   void* result = nullptr;
   ASSERT_EQ(pthread_join(thread, &result), 0);
   EXPECT_EQ(result, PTHREAD_CANCELED);
-  EXPECT_EQ(told.calls, Lines{"s.b=2"});
+  EXPECT_EQ(reported.calls, Lines{"s.b=2"});
 }
 
 }  // namespace

@@ -149,7 +149,7 @@ TEST(ConfSaveThreads, ACancelledThreadFinishesItsSave) {
   const Conf conf = file.open();
   set(conf.get(), "s", "a", "2");
   pthread_t thread;
-  // No locals here, which nobody would leave in order.
+  // No locals here: their destructors would not run.
   const auto run = [](void* own) -> void* {
     pthread_cancel(pthread_self());
     expect_save(static_cast<GConf*>(own));

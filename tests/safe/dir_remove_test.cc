@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/resource.h>
 
@@ -19,6 +18,7 @@
 #include "support/allocation_faults.h"
 #include "support/descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using namespace test;
 
@@ -36,15 +36,14 @@ int unlinkat_calls = 0;
 // The library's calls come here: the test program's names go before the C library's.
 extern "C" int statx(int directory, const char* name, int flags, unsigned mask,
                      struct statx* status) noexcept {
-  static const auto real = reinterpret_cast<decltype(&statx)>(dlsym(RTLD_NEXT, "statx"));
+  static const auto real = test::next_function<decltype(statx)>("statx");
   if (statx_error == 0) return real(directory, name, flags, mask, status);
   errno = statx_error;
   return -1;
 }
 
 extern "C" int unlinkat(int directory, const char* name, int flags) noexcept {
-  static const auto real =
-      reinterpret_cast<decltype(&unlinkat)>(dlsym(RTLD_NEXT, "unlinkat"));
+  static const auto real = test::next_function<decltype(unlinkat)>("unlinkat");
   ++unlinkat_calls;
   if (before_unlinkat) before_unlinkat(name);
   return real(directory, name, flags);
@@ -257,7 +256,7 @@ class DirRemoveMount : public testing::Test {
 };
 
 // Not so before Linux 5.8, nor under an emulator that hides it.
-bool kernel_tells_mounts_apart() {
+bool kernel_distinguishes_mounts() {
 #if defined(STATX_MNT_ID)
   struct statx status = {};
   return statx(AT_FDCWD, "/", 0, STATX_MNT_ID, &status) == 0 &&
@@ -268,7 +267,7 @@ bool kernel_tells_mounts_apart() {
 }
 
 TEST_F(DirRemoveMount, OfTheSameFilesystemInTheTreeStays) {
-  if (!kernel_tells_mounts_apart()) GTEST_SKIP() << "mounts look alike here";
+  if (!kernel_distinguishes_mounts()) GTEST_SKIP() << "mounts look alike here";
   with_mount("bind", expect_only_the_mount_left);
 }
 
@@ -276,8 +275,8 @@ TEST_F(DirRemoveMount, OfAnotherFilesystemInTheTreeStays) {
   with_mount("tmpfs", expect_only_the_mount_left);
 }
 
-// A kernel that does not tell mounts apart, and a filter that does not know the call.
-TEST_F(DirRemoveMount, OfAnotherFilesystemStaysWhereOnlyTheDeviceTells) {
+// A kernel that does not distinguish mounts, and a filter that does not know the call.
+TEST_F(DirRemoveMount, OfAnotherFilesystemStaysWhereOnlyTheDeviceDiffers) {
   for (const int error : {ENOSYS, EPERM}) {
     statx_error = error;
     with_mount("tmpfs", expect_only_the_mount_left);
@@ -287,7 +286,7 @@ TEST_F(DirRemoveMount, OfAnotherFilesystemStaysWhereOnlyTheDeviceTells) {
 
 TEST_F(DirRemoveMount, ItselfIsRefused) {
   for (const char* const kind : {"bind", "tmpfs"}) {
-    if (kind[0] == 'b' && !kernel_tells_mounts_apart()) continue;
+    if (kind[0] == 'b' && !kernel_distinguishes_mounts()) continue;
     with_mount(kind, [] {
       for (const char* const path : {"tree/sub/mount", "tree/sub/mount/"}) {
         EXPECT_EQ(remove_tree(path), -1);
@@ -307,7 +306,7 @@ TEST_F(DirRemoveMount, IsNotInTheWayOfWhatIsOnIt) {
 }
 
 TEST_F(DirRemoveMount, OfAFileStays) {
-  if (!kernel_tells_mounts_apart()) GTEST_SKIP() << "mounts look alike here";
+  if (!kernel_distinguishes_mounts()) GTEST_SKIP() << "mounts look alike here";
   with_mount("tmpfs", [] {
     ASSERT_EQ(mount("outside/canary", "tree/file", nullptr, MS_BIND, nullptr), 0);
     EXPECT_EQ(remove_tree("tree/file"), -1);
@@ -522,7 +521,7 @@ TEST(DirRemove, ADirectoryMayHoldMany) {
   });
 }
 
-// --- Others at work.
+// --- Concurrent changes.
 
 // Just before a name in the tree is removed, its directory becomes a link out of the tree.
 TEST(DirRemove, ADirectoryThatIsSwappedForALinkLeadsNowhere) {

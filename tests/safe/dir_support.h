@@ -35,9 +35,9 @@ inline bool enter_jail(const std::string& place) {
 
 enum class As { kRoot, kUser };
 
-// Runs `body` in a child: in a jail, or where that cannot be had as an ordinary user in a
-// directory of its own, which is the current one either way. Expectations count. `body` is
-// told whether it has a jail, and so is root and may mount.
+// Runs `body` in a child: in a jail, or if that is impossible as an ordinary user in a
+// directory of its own, which is the current one either way. Expectations count. The
+// argument of `body` says whether it has a jail, and so is root and may mount.
 template <typename Body>
 void in_jail(Body body, As who = As::kRoot) {
   const TemporaryDirectory place;

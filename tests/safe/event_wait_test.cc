@@ -16,13 +16,13 @@
 #include <utility>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
 #include "support/library_sleep.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::AllocationFaults;
 using test::check_line;
@@ -31,7 +31,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// While a test has it, the monotonic clock stands still on this thread and timed waits do
+// While a test has one, the monotonic clock stops on this thread and timed waits do
 // what the test says.
 struct Simulation {
   LibraryTimespec now{};
@@ -74,7 +74,7 @@ extern "C" int LIBRARY_COND_TIMEDWAIT(pthread_cond_t* cond, pthread_mutex_t* mut
 extern "C" int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {
   ++waits;
   static auto* const function =
-      reinterpret_cast<decltype(pthread_cond_wait)*>(dlsym(RTLD_NEXT, "pthread_cond_wait"));
+      test::next_function<decltype(pthread_cond_wait)>("pthread_cond_wait");
   return function(cond, mutex);
 }
 
@@ -82,7 +82,7 @@ extern "C" int pthread_cond_init(pthread_cond_t* cond,
                                  const pthread_condattr_t* attributes) noexcept {
   if (init_refusal != 0) return init_refusal;
   static auto* const function =
-      reinterpret_cast<decltype(pthread_cond_init)*>(dlsym(RTLD_NEXT, "pthread_cond_init"));
+      test::next_function<decltype(pthread_cond_init)>("pthread_cond_init");
   return function(cond, attributes);
 }
 

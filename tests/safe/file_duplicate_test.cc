@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -17,6 +16,7 @@
 #include "safe/file_support.h"
 #include "support/descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using namespace test;
 using Lines = std::vector<std::string>;
@@ -75,8 +75,7 @@ constexpr const char* kStat = sizeof(long) == 4 ? "__stat_time64" : "stat";
 #endif
 
 extern "C" ssize_t read(int descriptor, void* data, size_t size) {
-  static const auto real =
-      reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+  static const auto real = test::next_function<ssize_t(int, void*, size_t)>("read");
   if (is_watching && ++reads == failing_read) {
     errno = read_error;
     return -1;
@@ -85,7 +84,7 @@ extern "C" ssize_t read(int descriptor, void* data, size_t size) {
 }
 
 extern "C" int fsync(int descriptor) {
-  static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+  static const auto real = test::next_function<int(int)>("fsync");
   if (is_watching && on_fsync != nullptr) on_fsync(descriptor);
   if (is_watching && failing_fsync > 0 && --failing_fsync == 0) {
     errno = EIO;
@@ -96,16 +95,14 @@ extern "C" int fsync(int descriptor) {
 
 // On 32-bit targets the library's struct stat has 64-bit times.
 extern "C" int stat(const char* path, struct stat* status) noexcept {
-  static const auto real =
-      reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, kStat));
+  static const auto real = test::next_function<int(const char*, struct stat*)>(kStat);
   const int result = real(path, status);
   if (is_watching && after_stat != nullptr) after_stat(path);
   return result;
 }
 
 extern "C" int openat(int directory, const char* path, int flags, ...) {
-  static const auto real =
-      reinterpret_cast<int (*)(int, const char*, int, ...)>(dlsym(RTLD_NEXT, "openat64"));
+  static const auto real = test::next_function<int(int, const char*, int, ...)>("openat64");
   mode_t mode = 0;
   if ((flags & O_CREAT) != 0) {
     va_list args;
@@ -184,7 +181,7 @@ TEST(FileDuplicate, CopyHasTheModeWithoutSetIdBitsWhateverTheUmask) {
   }
 }
 
-TEST(FileDuplicate, SetIdBitsOfTheFormerFileGo) {
+TEST(FileDuplicate, SetIdBitsOfThePreviousFileAreDropped) {
   const TemporaryDirectory directory;
   const std::string from = directory.write("from", "new");
   const std::string to = directory.write("to", "old");

@@ -12,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -24,6 +23,7 @@
 #include "support/allocation_faults.h"
 #include "support/descriptors.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using namespace test;
 using Lines = std::vector<std::string>;
@@ -68,8 +68,7 @@ int error_as_user(const std::string& path, const std::string& content) {
 }  // namespace
 
 extern "C" ssize_t write(int descriptor, const void* data, size_t size) {
-  static const auto real =
-      reinterpret_cast<ssize_t (*)(int, const void*, size_t)>(dlsym(RTLD_NEXT, "write"));
+  static const auto real = test::next_function<ssize_t(int, const void*, size_t)>("write");
   if (is_watching) {
     if (on_write != nullptr) on_write(descriptor);
     if (interrupted_writes > 0) {
@@ -87,7 +86,7 @@ extern "C" ssize_t write(int descriptor, const void* data, size_t size) {
 }
 
 extern "C" int fsync(int descriptor) {
-  static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+  static const auto real = test::next_function<int(int)>("fsync");
   if (is_watching && ++fsync_calls == failing_fsync) {
     errno = fsync_error;
     return -1;
@@ -96,8 +95,8 @@ extern "C" int fsync(int descriptor) {
 }
 
 extern "C" int renameat(int from_at, const char* from, int to_at, const char* to) noexcept {
-  static const auto real = reinterpret_cast<int (*)(int, const char*, int, const char*)>(
-      dlsym(RTLD_NEXT, "renameat"));
+  static const auto real =
+      test::next_function<int(int, const char*, int, const char*)>("renameat");
   if (is_watching && renames_refused > 0) {
     --renames_refused;
     errno = ENOSPC;
@@ -107,7 +106,7 @@ extern "C" int renameat(int from_at, const char* from, int to_at, const char* to
 }
 
 extern "C" int close(int descriptor) {
-  static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
+  static const auto real = test::next_function<int(int)>("close");
   struct stat status;
   const bool is_file =
       is_watching && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
@@ -128,8 +127,7 @@ constexpr char kStat[] = "__stat_time64";
 #endif
 
 extern "C" int stat(const char* path, struct stat* status) noexcept {
-  static const auto real =
-      reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, kStat));
+  static const auto real = test::next_function<int(const char*, struct stat*)>(kStat);
   if (is_watching && stat_error != 0) {
     errno = stat_error;
     return -1;
@@ -138,7 +136,7 @@ extern "C" int stat(const char* path, struct stat* status) noexcept {
 }
 
 extern "C" int flock(int descriptor, int operation) noexcept {
-  static const auto real = reinterpret_cast<int (*)(int, int)>(dlsym(RTLD_NEXT, "flock"));
+  static const auto real = test::next_function<int(int, int)>("flock");
   if (is_watching && on_flock != nullptr && (operation & LOCK_EX) != 0) on_flock();
   return real(descriptor, operation);
 }

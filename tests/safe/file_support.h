@@ -49,13 +49,13 @@ inline mode_t mode_of(const std::string& path) {
 // While alive, the umask is this one.
 class Umask {
  public:
-  explicit Umask(mode_t mask) : former_(umask(mask)) {}
-  ~Umask() { umask(former_); }
+  explicit Umask(mode_t mask) : previous_(umask(mask)) {}
+  ~Umask() { umask(previous_); }
   Umask(const Umask&) = delete;
   Umask& operator=(const Umask&) = delete;
 
  private:
-  const mode_t former_;
+  const mode_t previous_;
 };
 
 constexpr uid_t kUser = 4321;

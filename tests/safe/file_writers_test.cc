@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 
 #include "safe/file_support.h"
+#include "support/next_function.h"
 
 using namespace test;
 using Names = std::vector<std::string>;
@@ -61,7 +61,7 @@ bool reads_whole_content(const std::string& path) {
 
 // As on a disk, which takes its time: here the others come in between.
 extern "C" int fsync(int descriptor) {
-  static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+  static const auto real = test::next_function<int(int)>("fsync");
   std::this_thread::sleep_for(std::chrono::microseconds(300));
   return real(descriptor);
 }

@@ -22,6 +22,7 @@ using test::DeafServer;
 using test::FakedCalls;
 using test::Interruptions;
 using test::ScriptedServer;
+using test::SilentServer;
 
 namespace {
 
@@ -34,17 +35,6 @@ class HttpTimeout : public testing::Test {
  protected:
   HttpTimeout() { url_http_set_timeout(0); }
   ~HttpTimeout() override { url_http_set_timeout(0); }
-};
-
-// Says this and then nothing until the client has gone.
-class SilentServer : public ScriptedServer {
- public:
-  explicit SilentServer(const std::string& said)
-      : ScriptedServer([said](Connection& connection) {
-          connection.read_request();
-          connection.send(said);
-          connection.read_to_end();
-        }) {}
 };
 
 void pause_ms(int ms) {
@@ -67,7 +57,7 @@ void expect_timed_out() {
   EXPECT_EQ(url_errno, ETIMEDOUT);
 }
 
-TEST_F(HttpTimeout, TheFormerLimitIsReturned) {
+TEST_F(HttpTimeout, ThePreviousLimitIsReturned) {
   EXPECT_EQ(url_http_set_timeout(500), 0);
   EXPECT_EQ(url_http_set_timeout(INT_MAX), 500);
   EXPECT_EQ(url_http_set_timeout(-5), INT_MAX);
@@ -75,7 +65,7 @@ TEST_F(HttpTimeout, TheFormerLimitIsReturned) {
   EXPECT_EQ(url_http_set_timeout(0), 7);
 }
 
-TEST_F(HttpTimeout, OpeningFailsWhereTheAnswerDoesNotComeWhole) {
+TEST_F(HttpTimeout, OpeningFailsWhereTheReplyIsIncomplete) {
   for (const char* const said : {"", "HTTP/1.0", "HTTP/1.0 200 OK\r\n",
                                  "HTTP/1.0 200 OK\r\nContent-Length: 5\r\nX"}) {
     const int before = test::open_descriptors();

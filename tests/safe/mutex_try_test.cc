@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using test::check_line;
 using test::LogCapture;
@@ -26,8 +26,8 @@ thread_local int refusal = 0;
 
 extern "C" int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
   if (refusal != 0) return refusal;
-  static auto* const function = reinterpret_cast<decltype(pthread_mutex_trylock)*>(
-      dlsym(RTLD_NEXT, "pthread_mutex_trylock"));
+  static auto* const function =
+      test::next_function<decltype(pthread_mutex_trylock)>("pthread_mutex_trylock");
   return function(mutex);
 }
 
@@ -56,7 +56,7 @@ TEST_F(MutexTry, LocksAFreeMutex) {
   EXPECT_EQ(try_on_another_thread(), 0);
 }
 
-TEST_F(MutexTry, TellsThatAMutexIsBusyAndLeavesErrnoAndTheLogAlone) {
+TEST_F(MutexTry, ReportsABusyMutexAndLeavesErrnoAndTheLogAlone) {
   LogCapture log(0);
   g_thread_mutex_lock(mutex);
   errno = 77;

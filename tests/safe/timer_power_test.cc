@@ -22,7 +22,6 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
@@ -31,6 +30,7 @@
 #include "support/fake_clock.h"
 #include "support/library_sleep.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/service_output.h"
 
 using test::FakeClock;
@@ -103,7 +103,7 @@ class SleepControl {
     return is_signalled ? 0 : ETIMEDOUT;
   }
 
-  // False when the signal is none of ours.
+  // False if the signal is not for our condition.
   bool signal(const pthread_cond_t* cond) {
     if (cond_.load() != cond) return false;
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -167,8 +167,8 @@ extern "C" int LIBRARY_COND_TIMEDWAIT(pthread_cond_t* cond, pthread_mutex_t* mut
 
 extern "C" int pthread_cond_signal(pthread_cond_t* cond) noexcept {
   if (sleeps.signal(cond)) return 0;
-  static auto* const function = reinterpret_cast<decltype(pthread_cond_signal)*>(
-      dlsym(RTLD_NEXT, "pthread_cond_signal"));
+  static auto* const function =
+      test::next_function<decltype(pthread_cond_signal)>("pthread_cond_signal");
   return function(cond);
 }
 
@@ -176,7 +176,7 @@ extern "C" int pthread_cond_init(pthread_cond_t* cond,
                                  const pthread_condattr_t* attributes) noexcept {
   if (init_refusal != 0) return init_refusal;
   static auto* const function =
-      reinterpret_cast<decltype(pthread_cond_init)*>(dlsym(RTLD_NEXT, "pthread_cond_init"));
+      test::next_function<decltype(pthread_cond_init)>("pthread_cond_init");
   return function(cond, attributes);
 }
 
@@ -365,7 +365,7 @@ TEST_F(SimulatedTimerPower, EveryKindOfChangeWakesIt) {
 }
 
 TEST_F(SimulatedTimerPower, DisablingEndsTheSleep) {
-  // Would hang: the time stands still.
+  // Would hang otherwise: the time does not advance.
   EXPECT_EQ(g_timer_enable(0), 0);
   EXPECT_EQ(__atomic_load_n(&g_timer_pid, __ATOMIC_RELAXED), 0);
 }
@@ -478,51 +478,62 @@ struct RandomTimer {
   }
 };
 
-TEST_F(SimulatedTimerPower, TimersFireWhenTheyWouldHaveFired) {
-  std::mt19937 engine(11);
-  const auto random = [&](uint32_t limit) {
-    return static_cast<uint32_t>(engine()) % limit;
-  };
-  Model model;
-  std::vector<std::pair<int, int64_t>> calls;
-  std::map<int, RandomTimer> timers;
-  int64_t modelled = 0;  // the last point of the raster that the model has passed
-  const auto model_until = [&](int64_t time) {
-    while (modelled + 10 <= time) model.scan(modelled += 10);
-  };
-  int next_id = 0;
+// Timers at random, and a model of the usual mode with the same ones.
+class RandomTimerPower : public SimulatedTimerPower {
+ protected:
+  uint32_t random(uint32_t limit) { return static_cast<uint32_t>(engine_()) % limit; }
+
+  void model_until(int64_t time) {
+    while (modelled_ + 10 <= time) model_.scan(modelled_ += 10);
+  }
+
+  void add() {
+    const int id = next_id_++;
+    const uint32_t interval = 10 + random(random(4) == 0 ? 20000 : 300);
+    const uint32_t rounded = (interval + 9) / 10 * 10;
+    const uint32_t result = random(4) == 0 ? 0 : random(3) == 0 ? 1 + random(500) : rounded;
+    RandomTimer& timer = timers_[id] = {
+        id, result, [this](int called) { calls_.emplace_back(called, now()); }};
+    timer.entry = g_add_timer(static_cast<int>(interval), RandomTimer::run, &timer);
+    model_.entries.insert(model_.entries.begin(), {id, rounded, now(), result});
+  }
+
+  void remove() {
+    const size_t index = random(static_cast<uint32_t>(model_.entries.size()));
+    EXPECT_EQ(g_remove_timer(timers_[model_.entries[index].id].entry), 1);
+    model_.entries.erase(model_.entries.begin() + static_cast<ptrdiff_t>(index));
+  }
+
+  std::mt19937 engine_{11};
+  Model model_;
+  std::vector<std::pair<int, int64_t>> calls_;
+  std::map<int, RandomTimer> timers_;
+  int64_t modelled_ = 0;  // the last point of the raster that the model has passed
+  int next_id_ = 0;
+};
+
+TEST_F(RandomTimerPower, TimersFireWhenTheyWouldHaveFired) {
   for (int step = 0; step < 600; ++step) {
     // Some sleeps, then a change in the middle of one.
     for (uint32_t n = random(6); n > 0; --n) {
       sleep_through();
       model_until(now());
-      ASSERT_EQ(calls, model.calls) << "at " << now();
+      ASSERT_EQ(calls_, model_.calls) << "at " << now();
     }
     if (sleep_time() < 2) continue;
     set_time(now() + 1 + random(static_cast<uint32_t>(sleep_time() - 1)));
     model_until(now() - 1);  // a pass at this very moment is still to come
-    if (random(3) != 0 || model.entries.empty()) {
-      const int id = next_id++;
-      const uint32_t interval = 10 + random(random(4) == 0 ? 20000 : 300);
-      const uint32_t rounded = (interval + 9) / 10 * 10;
-      const uint32_t result = random(4) == 0   ? 0
-                              : random(3) == 0 ? 1 + random(500)
-                                               : rounded;
-      RandomTimer& timer =
-          timers[id] = {id, result, [&](int called) { calls.emplace_back(called, now()); }};
-      timer.entry = g_add_timer(static_cast<int>(interval), RandomTimer::run, &timer);
-      model.entries.insert(model.entries.begin(), {id, rounded, now(), result});
+    if (random(3) != 0 || model_.entries.empty()) {
+      add();
     } else {
-      const size_t index = random(static_cast<uint32_t>(model.entries.size()));
-      const int id = model.entries[index].id;
-      ASSERT_EQ(g_remove_timer(timers[id].entry), 1);
-      model.entries.erase(model.entries.begin() + static_cast<ptrdiff_t>(index));
+      remove();
     }
+    ASSERT_FALSE(HasFailure());
     await_waking();
     sleep_through();  // to the raster, where further changes do not wake it
     model_until(now());
   }
-  EXPECT_GT(calls.size(), 500u);
+  EXPECT_GT(calls_.size(), 500u);
 }
 
 // --- In real time.
@@ -604,7 +615,7 @@ TEST_F(RealTimerPower, ServiceThatACallbackRestartedIsWokenByChanges) {
       },
       nullptr);
   await([] { return is_restarted.load(); });
-  std::this_thread::sleep_for(200ms);  // the former thread ends
+  std::this_thread::sleep_for(200ms);  // the previous thread ends
   const auto begin = std::chrono::steady_clock::now();
   g_add_timer(
       10,

@@ -764,7 +764,8 @@ TEST(StrdupPrintf, SpellsDoublesWithoutTheSystemFormatter) {
   }
 }
 
-TEST(StrdupPrintf, FormatsDoublesAtTheEdges) {
+// Around powers of ten, ties, and the limits of the type; with the neighbours of each.
+std::vector<double> edges_of_doubles() {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   std::vector<double> values = {0.0,
                                 kInfinity,
@@ -800,7 +801,11 @@ TEST(StrdupPrintf, FormatsDoublesAtTheEdges) {
     values.push_back(std::nextafter(values[i], 0.0));
     values.push_back(std::nextafter(values[i], kInfinity));
   }
-  for (const double value : values) {
+  return values;
+}
+
+TEST(StrdupPrintf, FormatsDoublesAtTheEdges) {
+  for (const double value : edges_of_doubles()) {
     for (const char* fmt : kDoubleFormats) {
       expect_double(fmt, value);
       expect_double(fmt, -value);
