@@ -108,7 +108,7 @@ ROWS = {
         Row("conf.save.nosync", "`g_conf_save`, time outside the syncs", size_is="keys in the file",
             floor="the peer write+rename: create a file, write the ready text, rename",
             aims={"write+rename": 1.1}, aim_sizes=(1000,),
-            note="Syncs do nothing here. What the peer does is told the text. Ours copies the "
+            note="Syncs do nothing here. The peer is given the text. Ours copies the "
                  "model, reads the file and takes its fingerprint to see that nobody else changed "
                  "it, finds the lines that change, and parses the new text before it takes the "
                  "file's place: some 1,000 instructions a key on x86-64, a tenth of a millisecond "
@@ -166,7 +166,7 @@ ROWS = {
         Row("hash.string.hit", "hash hit, string keys", size_is="keys",
             floor="hash the key, read one slot and its entry, compare the key once",
             aims={"uthash": 0.9},
-            note="Few keys fit the nearest cache either way; then a call stands against an "
+            note="Few keys fit the nearest cache either way; then a call competes with an "
                  "in-line macro. Of 1,000,000 keys no cache holds the index's cell, the slot, the "
                  "entry or the text; the peer's bucket, entry and text are three such places, but "
                  "several entries share a bucket. Both take 340 to 460 ns there."),

@@ -11,7 +11,7 @@ if(NOT DEFINED GROUNDWORK_REFERENCE_LINK)
 endif()
 
 file(READ README.md readme)
-# "<" and ">" stand for the brackets of links that stay.
+# "<" and ">" replace the brackets of links that stay.
 if(GROUNDWORK_REFERENCE_LINK)
   string(REGEX REPLACE "\\]\\(docs/start\\.md\\)" "]<${GROUNDWORK_REFERENCE_LINK}/index.html>" readme "${readme}")
   string(REGEX REPLACE "\\]\\(docs/([a-z]+)\\.md[^)]*\\)" "]<${GROUNDWORK_REFERENCE_LINK}/\\1.html>" readme "${readme}")

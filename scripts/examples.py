@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What the examples in documents and in the headers' comments stand for. An example with a main()
+"""What the examples in documents and in the headers' comments mean. An example with a main()
 is a program. Any other is a fragment: its static functions, structs and #include lines come first
-and stand outside, the rest is the body of main(). Imported by scripts/man-pages and by tests/docs.
+and stay outside, the rest is the body of main(). Imported by scripts/man-pages and by tests/docs.
 """
 
 import re
@@ -41,7 +41,7 @@ def is_program(lines):
 
 
 def outside(lines):
-    """How many lines of a fragment stand outside main()."""
+    """How many lines of a fragment are outside main()."""
     count, defines = 0, False
     for index, line in enumerate(lines, 1):
         if re.match(r"\w.*\{$", line):

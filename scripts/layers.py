@@ -7,7 +7,7 @@ import re
 # Who may include whom, from the bottom up: each layer, the files that belong to it, and the layers
 # that it may use, all of them above it in this list. A layer is a folder, except where two
 # folders need each other: queues and rings need a mutex, which thread/ has, and callback lists and
-# module registries need lists and tables. There it goes by file.
+# module registries need lists and tables. There the layers are sets of files.
 LAYERS = {
     "core": (r"core/", []),
     "lists and tables": (r"containers/(list|hash|slot_index)", ["core"]),
@@ -43,12 +43,12 @@ def layer_of_public(stem):
 
 
 def layer_of(name):
-    """The layer of a file, or none when it is no part of the library."""
+    """The layer of a file; None if it is not part of the library."""
     public = re.match(r"(?:core|url|safe)/include/groundwork/(\w+)\.h$", name)
     if public:
         return layer_of_public(public[1])
     fitting = [layer for layer, (pattern, _) in LAYERS.items() if re.match(pattern, name)]
-    # Of a folder's layers the one that names the file.
+    # Among the layers of a folder, the one that names the file.
     return max(fitting, key=lambda layer: len(LAYERS[layer][0]), default=None)
 
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""What scripts and tests have to know about the project; each fact is written down once, elsewhere.
+"""What scripts and tests need to know about the project; each fact is recorded once, elsewhere.
 
   scripts/project.py version     the version (CMakeLists.txt)
   scripts/project.py subsystems  the folders that make the library (cmake/subsystems.txt)
