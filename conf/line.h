@@ -9,6 +9,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "conf/trim.h"
+#include "core/built_for.h"
+
 namespace groundwork {
 
 // The position of the first `mark` in a text; its size if there is none.
@@ -34,7 +37,22 @@ struct Line {
 //
 // Only the first character of a line counts: an indented "[x]" or "#" is neither header nor
 // comment. The caller knows whether there is a section for an entry.
-Line take_line(std::string_view& text);
+IN_LINE_FOR_SPEED Line take_line(std::string_view& text) {
+  const std::string_view line = between(text, 0, position_of(text, '\n'));
+  text.remove_prefix(line.size() != text.size() ? line.size() + 1 : line.size());
+  if (line.empty() || line.front() == '#') return {};
+  const bool is_header = line.front() == '[';
+  const char mark = is_header ? ']' : '=';
+  // Names are short: calling memchr() would cost more than this loop.
+  size_t at = 0;
+  while (line[at] != mark) {
+    // A header that is not closed is ignored; the current section does not change.
+    if (++at == line.size()) return {};
+  }
+  if (is_header) return {Line::Kind::kHeader, between(line, 1, at)};
+  return {Line::Kind::kEntry, trimmed(between(line, 0, at)),
+          trimmed(between(line, at + 1, line.size()))};
+}
 
 }  // namespace groundwork
 

@@ -6,6 +6,8 @@
 
 #include <string_view>
 
+#include "core/built_for.h"
+
 namespace groundwork {
 
 constexpr bool is_space(char character) {
@@ -17,7 +19,11 @@ constexpr bool is_trimmed(std::string_view text) {
   return text.empty() || (!is_space(text.front()) && !is_space(text.back()));
 }
 
-std::string_view trimmed(std::string_view text);
+IN_LINE_FOR_SPEED std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+  return text;
+}
 
 }  // namespace groundwork
 
