@@ -70,7 +70,7 @@ class Notices {
   }
 
  private:
-  bool put(std::string_view text) { return text_.add(text) && text_.add({"", 1}); }
+  bool put(std::string_view text) { return text_.add(text) && text_.add({"\0", 1}); }
 
   ByteArray text_;
 };
