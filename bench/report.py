@@ -56,8 +56,9 @@ which are for those times.
 | compiler | {compilers}, `-O2` |
 | took | {minutes:.0f} minutes |
 
-Sizes above 10,000 are left out. *ratio* is ours / peer, below 1 where ours needs fewer. Files are in
-memory (tmpfs), where a sync costs nothing.
+Sizes above 10,000 are left out, and jobs that are measured by the wall clock or need a server.
+*ratio* is ours / peer, below 1 where ours needs fewer instructions. Files are in memory (tmpfs),
+where a sync costs nothing.
 """
 
 UNSTEADY = 0.10
