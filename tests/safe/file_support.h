@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -21,16 +22,21 @@
 
 namespace test {
 
+// Or a directory of some disks looks empty.
+static_assert(sizeof(off_t) == 8 && sizeof(ino_t) == 8);
+
 // The names in a directory, sorted.
 inline std::vector<std::string> names_in(const std::string& path) {
   std::vector<std::string> names;
   DIR* const directory = opendir(path.c_str());
   EXPECT_NE(directory, nullptr) << path;
   if (directory == nullptr) return names;
+  errno = 0;
   while (const dirent* const entry = readdir(directory)) {
     const std::string name = entry->d_name;
     if (name != "." && name != "..") names.push_back(name);
   }
+  EXPECT_EQ(errno, 0) << path << ": " << std::strerror(errno);
   closedir(directory);
   std::sort(names.begin(), names.end());
   return names;
