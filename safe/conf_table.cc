@@ -8,7 +8,6 @@
 #include "conf/model.h"
 #include "conf/name_compare.h"
 #include "conf/name_hash.h"
-#include "conf/record.h"
 #include "conf/trim.h"
 
 namespace groundwork {
@@ -28,12 +27,10 @@ bool ConfTable::Item::has_value(std::string_view trimmed_value) const {
 void ConfTable::take(const GConf* conf) {
   for (const GList* node = conf->sections; node != nullptr; node = node->next) {
     GConfSection* const record = section_in(node);
-    is_all_own_ &= container_of<Section>(record) != nullptr;
     const Id section = append(kNone, record->name, record);
     if (section == kNone) return;
     for (const GList* line = record->entries; line != nullptr; line = line->next) {
       GConfEntry* const entry = entry_in(line);
-      is_all_own_ &= container_of<Entry>(entry) != nullptr;
       if (append(section, entry->key, entry) == kNone) return;
     }
     items_[section].end = size();
@@ -61,7 +58,7 @@ ConfTable::Id& ConfTable::slot_of(Id section, std::string_view name) {
   }
 }
 
-// Gives each item a slot, unless an item with the same name has one.
+// Gives each item a slot, unless an item with the same name has it.
 bool ConfTable::index() {
   if (slots_ == nullptr || size() > mask_ / 2) {
     uint32_t capacity = 16;
@@ -73,10 +70,15 @@ bool ConfTable::index() {
     std::memset(slots_.get(), 0xff, bytes);  // kNone
     mask_ = capacity - 1;
     indexed_ = 0;
+    has_duplicates_ = false;
   }
   for (; indexed_ < size(); ++indexed_) {
     Id& slot = slot_of(items_[indexed_].section, items_[indexed_].name);
-    if (slot == kNone) slot = indexed_;
+    if (slot == kNone) {
+      slot = indexed_;
+    } else {
+      has_duplicates_ = true;
+    }
   }
   return true;
 }
@@ -89,11 +91,8 @@ ConfTable::Id ConfTable::find(Id section, std::string_view name, Id expected) {
 }
 
 bool ConfTable::has_duplicates() {
-  if (is_all_own_) return false;
-  for (Id id = 0; id < size(); ++id) {
-    if (find(items_[id].section, items_[id].name, kNone) != id) return true;
-  }
-  return false;
+  is_exhausted_ |= !index();
+  return has_duplicates_;
 }
 
 ConfTable::Id TableLines::find(ConfTable::Id section, ConfTable::Id expected) {

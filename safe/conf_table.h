@@ -52,7 +52,8 @@ class ConfTable {
   bool is_exhausted() const { return is_exhausted_; }
 
   // Returns whether two of the conf's records have the same name, of which only the first
-  // is ever found. The library creates no such records, but a program may.
+  // is ever found. The library creates no such records, but a program may: by adding one of
+  // its own, or by writing into the name of any.
   bool has_duplicates();
 
   Id size() const { return static_cast<Id>(items_.size()); }
@@ -67,8 +68,8 @@ class ConfTable {
   // Hash table from names to ids: open addressing, linear probing, at most half full.
   Owned<Id> slots_;
   uint32_t mask_ = 0;
-  Id indexed_ = 0;          // the number of items in the hash table
-  bool is_all_own_ = true;  // no record is a program's own
+  Id indexed_ = 0;               // the number of items in the hash table
+  bool has_duplicates_ = false;  // among those in the hash table
   bool is_exhausted_ = false;
 };
 

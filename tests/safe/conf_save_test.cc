@@ -552,6 +552,32 @@ TEST(ConfSaveInexpressible, ANameThatAProgramMadeShorterIsSavedSo) {
             "[s]\nk=1\nlong=2\n");
 }
 
+// A key or section of that name would be in the file twice, and loading takes one of them.
+TEST(ConfSaveInexpressible, ANameThatAProgramMadeEqualToAnotherIsRefused) {
+  struct Case {
+    const char* text;
+    const char* section;
+    const char* key;
+    bool is_key;  // else the section's name is cut
+  };
+  const Case cases[] = {
+      {"[s]\na=1\n", "s", "ab", true},
+      {"[s]\na=1\nab=5\n", "s", "ab", true},
+      {"[s]\na=1\na=2\n", "s", "ab", true},  // no line is added here, and none removed
+      {"[s]\na=1\n", "st", "b", false},
+  };
+  for (const Case& renamed : cases) {
+    SCOPED_TRACE(std::string(renamed.text) + renamed.section + "." + renamed.key);
+    const ConfFile file(renamed.text);
+    const Conf conf = file.open();
+    set(conf.get(), renamed.section, renamed.key, "6");
+    GConfSection* const section = g_find_section(conf.get(), renamed.section);
+    (renamed.is_key ? g_find_line(section, renamed.key)->key : section->name)[1] = '\0';
+    for (const int force : {0, 1}) expect_refused(conf.get(), EINVAL, force);
+    EXPECT_EQ(file.text(), renamed.text);
+  }
+}
+
 TEST(ConfSaveInexpressible, AProgramsOwnRecordsAreSaved) {
   EXPECT_EQ(saved("[s]\na=1\n",
                   [](GConf* conf) {
