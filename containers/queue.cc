@@ -57,32 +57,17 @@ constexpr auto relaxed = std::memory_order_relaxed;  // the mutex orders the res
 // A BriefLock that spins for a while before it blocks. Other threads hold the mutex only
 // briefly, unless they run a user function; blocking and waking up take a hundred times as
 // long.
-class PatientLock {
+class PatientLock : public MutexLock {
  public:
-  explicit PatientLock(GMutex* mutex) : mutex_(mutex), is_needed_(!is_single_threaded()) {
-    if (mutex_ == nullptr) [[unlikely]] {
-      g_thread_mutex_lock(nullptr);
-    } else if (is_needed_ && !has_locked_soon()) {
-      pthread_mutex_lock(&mutex_->mutex);
-    }
-  }
-  ~PatientLock() {
-    if (mutex_ == nullptr) [[unlikely]] {
-      g_thread_mutex_unlock(nullptr);
-    } else if (is_needed_) {
-      pthread_mutex_unlock(&mutex_->mutex);
-    }
-  }
-  PatientLock(const PatientLock&) = delete;
-  PatientLock& operator=(const PatientLock&) = delete;
+  explicit PatientLock(GMutex* mutex) : MutexLock(mutex, !is_single_threaded(), lock) {}
 
  private:
-  bool has_locked_soon() {
+  static int lock(pthread_mutex_t* mutex) {
     for (unsigned pauses = 1; pauses <= 64; pauses *= 2) {
-      if (pthread_mutex_trylock(&mutex_->mutex) == 0) return true;
+      if (pthread_mutex_trylock(mutex) == 0) return 0;
       for (unsigned i = 0; i < pauses; ++i) pause();
     }
-    return false;
+    return pthread_mutex_lock(mutex);
   }
   static void pause() {
 #if defined(__i386__) || defined(__x86_64__)
@@ -91,9 +76,6 @@ class PatientLock {
     __asm__ volatile("" ::: "memory");
 #endif
   }
-
-  GMutex* const mutex_;
-  const bool is_needed_;
 };
 using QueueLock = std::conditional_t<kForSpeed, PatientLock, BriefLock>;
 

@@ -37,11 +37,13 @@ class MutexLock {
   MutexLock& operator=(const MutexLock&) = delete;
 
  protected:
-  MutexLock(GMutex* mutex, bool is_needed) : mutex_(mutex), is_needed_(is_needed) {
+  MutexLock(GMutex* mutex, bool is_needed,
+            int (*lock)(pthread_mutex_t*) = pthread_mutex_lock)
+      : mutex_(mutex), is_needed_(is_needed) {
     if (mutex_ == nullptr) [[unlikely]] {
       g_thread_mutex_lock(nullptr);
     } else if (is_needed_) {
-      pthread_mutex_lock(&mutex_->mutex);
+      lock(&mutex_->mutex);
     }
   }
 
