@@ -31,8 +31,7 @@ int main() {
   std::printf("%d below 100, %u left\n", low_ports, by_name.size());
 
   gw::Fifo<Service> ring(2);
-  ring.put(&services[0]);
-  ring.put(&services[1]);
+  if (!ring.put(&services[0]) || !ring.put(&services[1])) return 1;
   std::printf("full: %s\n", ring.full() ? "yes" : "no");
   if (const Service* oldest = ring.take()) std::printf("oldest: %s\n", oldest->name);
 

@@ -68,6 +68,39 @@ class Compilers(unittest.TestCase):
             with self.assertRaisesRegex(Exception, "must not throw"):
                 run(*command)
 
+    def test_a_result_that_matters_cannot_be_ignored(self):
+        statements = ("file.write(\"x\")", "file.read(buffer, 1)", "file.truncate()",
+                      "file.lock_read()", "file.lock_write()", "url.read(buffer, 1)",
+                      "ring.put(&number)", "conf.save()", "conf.reload()", "jobs.pop()",
+                      "mutex.try_lock()", "event.wait_for(std::chrono::seconds(1))",
+                      "gw::write_file(\"a\", \"x\")", "gw::replace_file(\"a\", \"x\")")
+        self.check_each_is_warned_of(statements)
+
+    def test_an_object_that_would_end_with_its_statement_is_reported(self):
+        statements = ("gw::Lock{mutex}", "gw::CancellationHeld{}", "gw::PowerSaving{}",
+                      "gw::HttpTimeout{std::chrono::seconds(1)}", "gw::TimerService{}",
+                      "gw::LogHandler{[](const char*) noexcept {}}",
+                      "gw::Timer{std::chrono::seconds(1), [] {}}",
+                      "gw::Timeout{std::chrono::seconds(1), [] {}}")
+        self.check_each_is_warned_of(statements)
+
+    def check_each_is_warned_of(self, statements):
+        source = self.folder / "ignored.cc"
+        head = ["#include <groundwork/groundwork.hpp>",
+                "void use(gw::File& file, gw::Url& url, gw::Fifo<int>& ring, gw::Conf& conf,"
+                " gw::Queue<int>& jobs, gw::Mutex& mutex, gw::Event& event, char* buffer, int number) {"]
+        unused = ["(void)file, (void)url, (void)ring, (void)conf, (void)jobs, (void)mutex;",
+                  "(void)event, (void)buffer, (void)number; }"]
+        source.write_text("\n".join(head + [f"{one};" for one in statements] + unused) + "\n",
+                          encoding="ascii")
+        for compiler in COMPILERS:
+            flags = [flag for flag in FLAGS if flag != "-Werror"]
+            said = run(compiler, "-std=c++17", *flags, *self.includes, "-fsyntax-only", source)
+            lines = {int(number) for number in re.findall(r"ignored\.cc:(\d+):\d+: warning", said)}
+            ignored = {one for index, one in enumerate(statements) if index + 3 not in lines}
+            with self.subTest(compiler=compiler):
+                self.assertEqual(ignored, set())
+
     def test_it_costs_no_instruction(self):
         for compiler in COMPILERS:
             listing = self.folder / "pairs.s"

@@ -456,7 +456,9 @@ class Fifo {
   /** @return the handle, still owned here. */
   [[nodiscard]] GFifo* get() const { return fifo_.get(); }
   /** Appends. @param element not null. @return false when the ring is full. */
-  bool put(T* element) { return g_fifo_put(get(), detail::untyped(element)) == 0; }
+  [[nodiscard]] bool put(T* element) {
+    return g_fifo_put(get(), detail::untyped(element)) == 0;
+  }
   /** Removes the oldest element. @return the element; null when the ring is empty. */
   T* take() { return static_cast<T*>(g_fifo_get(get())); }
   /** @return the number of elements. */

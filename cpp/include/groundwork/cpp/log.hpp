@@ -80,7 +80,7 @@ class LogHandler {
   /** @param function takes a `const char *`, a finished line without its newline; may run on
    *                  any thread, and must neither throw nor log. */
   template <typename Function>
-  explicit LogHandler(Function&& function) {
+  [[nodiscard]] explicit LogHandler(Function&& function) {
     using Kept = Handler<std::decay_t<Function>>;
     detail::require_noexcept<std::decay_t<Function>, const char*>();
     handler_.reset(new (std::nothrow) Kept(std::forward<Function>(function)));

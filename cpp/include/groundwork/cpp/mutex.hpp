@@ -58,7 +58,7 @@ class Mutex {
 class [[nodiscard]] Lock {
  public:
   /** @param mutex locked until the end of the block. */
-  explicit Lock(Mutex& mutex) : mutex_(mutex) { mutex_.lock(); }
+  [[nodiscard]] explicit Lock(Mutex& mutex) : mutex_(mutex) { mutex_.lock(); }
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
   ~Lock() { mutex_.unlock(); }

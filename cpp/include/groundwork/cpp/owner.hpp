@@ -65,7 +65,9 @@ using Owner = std::unique_ptr<T, Releaser<Release>>;
 /** Keeps the calling thread from being cancelled until the end of the block. */
 class CancellationHeld {
  public:
-  CancellationHeld() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+  [[nodiscard]] CancellationHeld() {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_);
+  }
   CancellationHeld(const CancellationHeld&) = delete;
   CancellationHeld& operator=(const CancellationHeld&) = delete;
   ~CancellationHeld() { pthread_setcancelstate(before_, nullptr); }

@@ -33,7 +33,7 @@ inline Result<void> make_directory(const Text& path, unsigned mode = 0755) {
 }
 
 /** Removes a tree or a file and nothing outside it, as g_dir_remove(). @param path not null.
- *  @return success if nothing is left of it. */
+ *  @return success if all of it was removed; ENOENT if there was nothing. */
 inline Result<void> remove_tree(const Text& path) {
   return detail::done(g_dir_remove(path));
 }
@@ -52,7 +52,7 @@ inline Result<void> remove_tree(const Text& path) {
  */
 class PowerSaving {
  public:
-  PowerSaving() : before_(g_timer_save_power(1)) {}
+  [[nodiscard]] PowerSaving() : before_(g_timer_save_power(1)) {}
   PowerSaving(const PowerSaving&) = delete;
   PowerSaving& operator=(const PowerSaving&) = delete;
   ~PowerSaving() { g_timer_save_power(before_); }
@@ -75,7 +75,8 @@ class PowerSaving {
 class HttpTimeout {
  public:
   /** @param time limit of opening, and of each later wait; 0 for none. */
-  explicit HttpTimeout(Milliseconds time) : before_(url_http_set_timeout(time.count())) {}
+  [[nodiscard]] explicit HttpTimeout(Milliseconds time)
+      : before_(url_http_set_timeout(time.count())) {}
   HttpTimeout(const HttpTimeout&) = delete;
   HttpTimeout& operator=(const HttpTimeout&) = delete;
   ~HttpTimeout() { url_http_set_timeout(before_); }

@@ -24,7 +24,7 @@ namespace gw {
  * @code{.cpp}
  * gw::File file("levels", gw::File::kCreate);
  * if (!file) return 1;
- * file.write("low high");
+ * if (file.write("low high") != 8) return 1;
  * file.close();
  * puts(gw::read_file("levels").data());  // prints: low high
  * @endcode
@@ -46,13 +46,15 @@ class File {
   /** @return whether it is open. */
   explicit operator bool() const { return file_ != nullptr; }
   /** @return the handle, still owned here. */
-  GFile* get() const { return file_.get(); }
+  [[nodiscard]] GFile* get() const { return file_.get(); }
   /** Reads once, as g_file_read(). @param buffer room for `size` bytes. @param size the maximum.
    *  @return the number of bytes read; 0 at the end, -1 on failure. */
-  int64_t read(void* buffer, int64_t size) { return g_file_read(get(), buffer, size); }
+  [[nodiscard]] int64_t read(void* buffer, int64_t size) {
+    return g_file_read(get(), buffer, size);
+  }
   /** Writes once, as g_file_write(). @param bytes to write. @return the number of bytes written,
    *  which may be smaller; -1 on failure. */
-  int64_t write(std::string_view bytes) {
+  [[nodiscard]] int64_t write(std::string_view bytes) {
     return g_file_write(get(), bytes.data(), static_cast<int64_t>(bytes.size()));
   }
   /** Moves the offset, as g_file_seek(). @param offset in bytes, relative to `whence`.
@@ -61,11 +63,11 @@ class File {
     return g_file_seek(get(), offset, whence);
   }
   /** Truncates the file at its offset. @return true on success. */
-  bool truncate() { return g_file_truncate(get()) == 0; }
+  [[nodiscard]] bool truncate() { return g_file_truncate(get()) == 0; }
   /** Takes a shared lock between processes, without waiting. @return whether it is held. */
-  bool lock_read() { return g_file_lock_read(get()) == 0; }
+  [[nodiscard]] bool lock_read() { return g_file_lock_read(get()) == 0; }
   /** Takes an exclusive lock between processes, without waiting. @return whether it is held. */
-  bool lock_write() { return g_file_lock_write(get()) == 0; }
+  [[nodiscard]] bool lock_write() { return g_file_lock_write(get()) == 0; }
   /** Releases the lock. @return true on success. */
   bool unlock() { return g_file_unlock(get()) == 0; }
   /** Closes it. */
@@ -95,9 +97,9 @@ class FileMap {
   /** @return whether there is a region. */
   explicit operator bool() const { return map_ != nullptr; }
   /** @return the handle, still owned here. */
-  GFileMap* get() const { return map_.get(); }
+  [[nodiscard]] GFileMap* get() const { return map_.get(); }
   /** @return the mapped bytes. */
-  std::string_view bytes() const {
+  [[nodiscard]] std::string_view bytes() const {
     int64_t length = 0;
     if (map_ == nullptr) return {};
     const void* const address = g_file_map_get_addr(get(), &length);

@@ -131,7 +131,7 @@ class Thread {
   /** @return whether there is a thread to join. */
   explicit operator bool() const { return thread_ != nullptr; }
   /** @return the handle, still owned here. */
-  GThread* get() const { return thread_.get(); }
+  [[nodiscard]] GThread* get() const { return thread_.get(); }
   /** Waits for its end. A cancellation point. */
   void join() {
     if (thread_ != nullptr) g_thread_wait(thread_.release());
@@ -186,7 +186,7 @@ class Timeout {
    *                  false instead. It may be cancelled at any cancellation point in it, so it
    *                  must not be noexcept. */
   template <typename Function>
-  Timeout(Milliseconds period, Function&& function) {
+  [[nodiscard]] Timeout(Milliseconds period, Function&& function) {
     using Kept = Run<std::decay_t<Function>>;
     run_.reset(new (std::nothrow) Kept(std::forward<Function>(function)));
     if (run_ == nullptr) return;
@@ -344,7 +344,7 @@ inline uint32_t run_timer(uint32_t interval, void* param) {
 class TimerService {
  public:
   /** Starts it, as g_timer_init(). */
-  TimerService() : is_running_(g_timer_init() == 0) {}
+  [[nodiscard]] TimerService() : is_running_(g_timer_init() == 0) {}
   TimerService(const TimerService&) = delete;
   TimerService& operator=(const TimerService&) = delete;
   ~TimerService() {
@@ -385,7 +385,7 @@ class Timer {
    *                  again after the same interval, or the next interval, 0 to end. Must not
    *                  throw. */
   template <typename Function>
-  Timer(Milliseconds interval, Function&& function) {
+  [[nodiscard]] Timer(Milliseconds interval, Function&& function) {
     using Kept = State<std::decay_t<Function>>;
     auto* const state = new (std::nothrow) Kept(std::forward<Function>(function));
     if (state == nullptr) return;

@@ -45,7 +45,9 @@ class Url {
   [[nodiscard]] URL get() const { return url_.get(); }
   /** Reads bytes, as url_read(). @param buffer room for `size` bytes. @param size the maximum.
    *  @return the number of bytes read; 0 at the end, -1 on error. */
-  int32_t read(void* buffer, int32_t size) { return url_read(get(), buffer, size); }
+  [[nodiscard]] int32_t read(void* buffer, int32_t size) {
+    return url_read(get(), buffer, size);
+  }
   /** Reads the next non-empty line, without its line end, as url_readline().
    *  @param buffer gets the line; the rest of a longer line is returned as the next one.
    *  @return the line, in `buffer`; none at the end. */
@@ -59,7 +61,7 @@ class Url {
   int byte() { return url_fgetc(get()); }
   /** Reads bytes, as url_dump(). @param size the maximum. @return the bytes; none at the end, and
    *  when the first read fails. */
-  Bytes dump(int32_t size) {
+  [[nodiscard]] Bytes dump(int32_t size) {
     int32_t length = 0;
     Owner<char, std::free> bytes(static_cast<char*>(url_dump(get(), size, &length)));
     if (bytes == nullptr || length < 0) return {};
@@ -72,7 +74,7 @@ class Url {
     return url_seek(get(), offset, whence);
   }
   /** @return the position in bytes, as url_tell(). */
-  int64_t tell() { return url_tell(get()); }
+  [[nodiscard]] int64_t tell() { return url_tell(get()); }
   /** Closes it. */
   void close() { url_.reset(); }
 
