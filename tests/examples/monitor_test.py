@@ -187,6 +187,62 @@ class Monitor(unittest.TestCase):
         self.assertRegex(errors, re.compile(r"^usage: ", re.M))
 
 
+class Service(unittest.TestCase):
+    """What the units run around the monitor, in folders of the test."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.settings = f"{folder.name}/settings.conf"
+        self.state = f"{folder.name}/state"
+        shutil.copy(SAMPLE_CONF, self.settings)
+
+    def text(self, name):
+        with open(f"{os.path.dirname(SAMPLE_CONF)}/{name}", encoding="ascii") as unit:
+            return unit.read().replace("/etc/monitor.conf", self.settings)
+
+    def copies_an_edit_but_keeps_the_counters(self, start, reload):
+        def edit(name, old, new):
+            with open(name, encoding="ascii") as conf:
+                text = conf.read()
+            self.assertIn(old, text)
+            with open(name, "w", encoding="ascii") as conf:
+                conf.write(text.replace(old, new))
+
+        copy = f"{self.state}/monitor.conf"
+        start()
+        edit(copy, "runs = 0", "runs = 7")
+        start()
+        edit(copy, "runs = 7", "runs = 8")
+        edit(self.settings, "interval = 500", "interval = 40")
+        edit(copy, "runs = 8", "runs = 9")  # saved after the edit, by the stop of a restart
+        for step, value in ((start, "40"), (reload, "60")):
+            step()
+            with open(copy, encoding="ascii") as conf:
+                self.assertIn(f"interval = {value}\n", conf.read())
+            edit(self.settings, f"interval = {value}", "interval = 60")
+
+    def test_the_systemd_unit_follows_edits_of_the_settings(self):
+        os.mkdir(self.state)
+        commands = re.findall(r"^Exec(StartPre|Reload)=/bin/sh -c '(.*)'$",
+                              self.text("monitor.service"), re.MULTILINE)
+        self.assertEqual([name for name, _ in commands], ["StartPre", "Reload"])
+        start, reload = (lambda command=command: subprocess.run(
+            ["sh", "-c", command], cwd=self.state, check=True) for _, command in commands)
+        self.copies_an_edit_but_keeps_the_counters(start, reload)
+
+    def test_the_openwrt_script_follows_edits_of_the_settings(self):
+        script = (self.text("monitor.init").replace("/var/run/monitor", self.state) +
+                  "\nprocd_open_instance() { :; }; procd_set_param() { :; }"
+                  "\nprocd_close_instance() { :; }; procd_send_signal() { :; }\n")
+
+        def call(function):
+            subprocess.run(["sh", "-c", script + function], check=True)
+
+        self.copies_an_edit_but_keeps_the_counters(lambda: call("start_service"),
+                                                   lambda: call("reload_service"))
+
+
 if __name__ == "__main__":
     SAMPLE_CONF, PROGRAM = sys.argv[1], sys.argv[2:]
     unittest.main(argv=sys.argv[:1])
