@@ -97,6 +97,8 @@ static const char* reason_of_failed_save(int error) {
       return "the new contents would read back differently";
     case EAGAIN:
       return locked;
+    case EPERM:
+      return "its owner, group and mode cannot be kept; its owner or root can change it";
     default:
       return strerror(error);
   }

@@ -170,6 +170,18 @@ class Meanwhile(Case):
         self.assertEqual(self.result(program), (0, "", ""))
         self.assertEqual(self.text(), "# two\n[a]\nk = 2\n")
 
+    def test_a_file_whose_owner_cannot_be_kept_is_left_alone(self):
+        if os.getuid() != 0:
+            self.skipTest("only root can create another user's file")
+        self.write("[a]\nk=1\n")
+        os.chown(self.conf, 65534, 65534)
+        done = subprocess.run(["setpriv", "--bounding-set=-chown", *PROGRAM, self.conf, "set", "a",
+                               "k", "2"], capture_output=True, timeout=PATIENCE, text=True)
+        self.assert_fails((done.returncode, done.stdout, done.stderr),
+                          f"{self.conf}: its owner, group and mode cannot be kept; its owner or "
+                          "root can change it")
+        self.assertEqual(self.text(), "[a]\nk=1\n")
+
     def test_a_lock_is_not_waited_for_without_end(self):
         self.write("[a]\nk=1\n")
         _, program = self.start(self.conf, "unset", "a", "k")
