@@ -109,6 +109,17 @@ class Build(unittest.TestCase):
         self.assertIn("-- Tests: off, no sources of GoogleTest in /nowhere", told)
         self.assertNotIn("_test", run("cmake", "--build", binary, "--target", "help"))
 
+    def test_the_reference_comes_once_doxygen_has_been_installed(self):
+        binary = self.folder / "build"
+
+        def configure(option):
+            told = run("cmake", "-S", SOURCE, "-B", binary, "-DBUILD_TESTING=OFF", option)
+            targets = run("cmake", "--build", binary, "--target", "help")
+            return "-- Reference: off, no doxygen or python3" in told, " docs" in targets
+
+        self.assertEqual(configure("-DDOXYGEN=OFF"), (True, False))
+        self.assertEqual(configure("-UDOXYGEN"), (False, True))
+
     def test_clang_builds_without_a_warning(self):
         self.build(*M32, "-DCMAKE_C_COMPILER=clang", "-DCMAKE_CXX_COMPILER=clang++")
 
