@@ -68,6 +68,16 @@ class Compilers(unittest.TestCase):
             with self.assertRaisesRegex(Exception, "must not throw"):
                 run(*command)
 
+    def test_an_older_standard_is_refused_in_the_first_line(self):
+        source = self.folder / "old.cc"
+        source.write_text("#include <groundwork/groundwork.hpp>\n", encoding="ascii")
+        for compiler in COMPILERS:
+            done = subprocess.run([compiler, "-std=c++14", "-m32", *self.includes, "-fsyntax-only",
+                                   source], capture_output=True, text=True, check=False)
+            self.assertNotEqual(done.returncode, 0)
+            first = next(line for line in done.stderr.splitlines() if "error" in line)
+            self.assertIn("groundwork.hpp needs C++17", first)
+
     def test_a_result_that_matters_cannot_be_ignored(self):
         statements = ("file.write(\"x\")", "file.read(buffer, 1)", "file.truncate()",
                       "file.lock_read()", "file.lock_write()", "url.read(buffer, 1)",

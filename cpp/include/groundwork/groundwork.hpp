@@ -14,6 +14,10 @@
 #ifndef GROUNDWORK_GROUNDWORK_HPP
 #define GROUNDWORK_GROUNDWORK_HPP
 
+#if __cplusplus < 201703L
+#error "groundwork.hpp needs C++17: compile with -std=c++17 or later"
+#endif
+
 #include <groundwork/groundwork.h>
 
 #include <groundwork/cpp/conf.hpp>
