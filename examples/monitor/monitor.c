@@ -78,6 +78,16 @@ static void request_reload(int signal_number) {
   reload_requested = 1;
 }
 
+/* signal() may handle only the first one, depending on the macros above. */
+static void handle(int signal_number, void (*handler)(int)) {
+  struct sigaction action;
+
+  memset(&action, 0, sizeof action);
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigaction(signal_number, &action, NULL);
+}
+
 static uint32_t read_interval(GConf* conf) {
   int interval = g_conf_read_int(conf, SECTION, "interval", 1000);
   return interval < 10 ? 10 : (uint32_t)interval;
@@ -395,9 +405,9 @@ int main(int argc, char** argv) {
 
   g_package_set_name("monitor");
   g_debug_init();
-  signal(SIGINT, request_stop);
-  signal(SIGTERM, request_stop);
-  signal(SIGHUP, request_reload);
+  handle(SIGINT, request_stop);
+  handle(SIGTERM, request_stop);
+  handle(SIGHUP, request_reload);
 
   g_start_ticks();
   g_get_ticks(); /* the first reading sets the base of the clock */

@@ -156,6 +156,22 @@ class Monitor(unittest.TestCase):
         self.assertEqual(self.conf()["monitor"]["interval"], "20")
         self.assertEqual(self.conf()["counters"]["runs"], "1")
 
+    def test_every_sighup_takes_in_an_edit(self):
+        process = self.start()
+        self.wait_for_rows(1)
+        before = 500
+        for interval in (20, 30, 40):
+            self.edit(f"interval = {before}\n", f"interval = {interval}\n")
+            before = interval
+            process.send_signal(signal.SIGHUP)
+            end = time.monotonic() + PATIENCE
+            while f",{interval},90" not in self.rows()[-1] and time.monotonic() < end:
+                self.assertIsNone(process.poll())
+                time.sleep(0.05)
+            self.assertIn(f",{interval},90", self.rows()[-1])
+        process.send_signal(signal.SIGTERM)
+        self.finish(process)
+
     def test_an_edit_that_it_was_not_told_of_is_kept(self):
         process = self.start()
         self.wait_for_rows(1)
