@@ -115,8 +115,9 @@ static void draw_mark(double x, int row, const char* what, long value) {
 
   printf(
       "<path d=\"M%.1f,%d V%d\" stroke=\"#555\" stroke-dasharray=\"4 3\"/>"
-      "<text x=\"%.1f\" y=\"%d\" text-anchor=\"%s\" fill=\"#555\">%s %ld</text>\n",
-      x, TOP - 6, HEIGHT - BOTTOM, at_the_edge ? x - 4 : x + 4, TOP + 4 + 14 * row,
+      "<text x=\"%.1f\" y=\"%d\" text-anchor=\"%s\" fill=\"#555\" stroke=\"#fff\""
+      " stroke-width=\"4\" paint-order=\"stroke\">%s %ld</text>\n",
+      x, TOP - 6, HEIGHT - BOTTOM, at_the_edge ? x - 4 : x + 4, TOP + 14 + 14 * row,
       at_the_edge ? "end" : "start", what, value);
 }
 
@@ -151,8 +152,8 @@ int main(int argc, char** argv) {
   last = ((const struct sample*)g_list_last(samples)->data)->time;
 
   draw_frame((last - first) / 1000);
-  draw_marks(samples, first, last);
   for (i = 0; i < 3; i++) draw_line(samples, i, first, last);
+  draw_marks(samples, first, last); /* last, so that no line hides their text */
   printf("</svg>\n");
 
   for (node = samples; node != NULL; node = node->next)
