@@ -443,6 +443,9 @@ static int run(int n, char** arguments) {
   if (command == NULL && find_command(arguments[0]) != NULL) {
     return usage_error("the file comes first, then '%s'", arguments[0]);
   }
+  if (command == NULL && arguments[1][0] == '-') {
+    return usage_error("options come before the file, '%s' too", arguments[1]);
+  }
   if (command == NULL) return usage_error("unknown command '%s'", arguments[1]);
   if (n - 2 < command->least)
     return usage_error("too few arguments for '%s'", command->name);

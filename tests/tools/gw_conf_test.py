@@ -359,6 +359,10 @@ class CommandLine(Case):
             self.assertEqual(run(*arguments), (
                 2, "", f"gw-conf: the file comes first, then '{command}'; see gw-conf --help\n"))
 
+    def test_an_option_in_the_place_of_the_command_is_told(self):
+        self.assertEqual(self.run_on("--force", "set", "a", "k", "1"), (
+            2, "", "gw-conf: options come before the file, '--force' too; see gw-conf --help\n"))
+
     def test_after_the_file_nothing_is_an_option(self):
         self.assertEqual(self.run_on("set", "a", "--help", "--version"), (0, "", ""))
         self.assertEqual(self.text(), "[a]\n--help=--version\n")
