@@ -422,7 +422,8 @@ void FormatWalk::read_modifier(char c, const Rule& rule, Conversion& conversion)
     default:
       break;
   }
-  conversion.flags |= rule.flags;
+  // After the point a "0" is no flag but a digit.
+  if (conversion.stage != Stage::kPrecisionZeros) conversion.flags |= rule.flags;
 }
 
 // Reads a decimal number whose first digit was taken. If a conversion has several, the

@@ -764,6 +764,13 @@ TEST(StrdupPrintf, SpellsDoublesWithoutTheSystemFormatter) {
   }
 }
 
+TEST(StrdupPrintf, AZeroAfterThePointPadsNothing) {
+  for (const char* fmt : {"%8.0f", "%8.02f", "%8.00f", "%-8.0f|", "%12.03g", "%08.02f"}) {
+    expect_double(fmt, 3.75);
+  }
+  EXPECT_EQ(formatted("%8.0s|%8.02s|", "abc", "abc").text, "        |      ab|");
+}
+
 // Around powers of ten, ties, and the limits of the type; with the neighbours of each.
 std::vector<double> edges_of_doubles() {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
