@@ -40,6 +40,9 @@ struct GQueue {
   // The layout up to here is known to programs.
   std::atomic<GList*> spare;  // linked by next; written under mutex, read anywhere
   uint32_t spare_count;       // guarded by mutex
+  // Where a visit or a clear goes on, and by which link. Guarded by mutex.
+  GList* upcoming;
+  GList* GList::*onward;
 };
 static_assert(offsetof(GQueue, tail) == sizeof(void*) &&
               offsetof(GQueue, mutex) == 2 * sizeof(void*) &&
@@ -128,8 +131,11 @@ void link_after(GQueue& queue, GList* sibling, GList* node) {
   change_count(queue, 1);
 }
 
-// Unlinks `node` without freeing it. The queue is locked.
+// Unlinks `node` without freeing it. The queue is locked. A visit that would go on with the
+// node goes on after it.
 void unlink(GQueue& queue, GList* node) {
+  if (node == queue.upcoming) [[unlikely]]
+    queue.upcoming = node->*queue.onward;
   (node->prev != nullptr ? node->prev->next : queue.head) = node->next;
   (node->next != nullptr ? node->next->prev : queue.tail) = node->prev;
   change_count(queue, -1);
@@ -179,22 +185,17 @@ LEFT_BY_CANCELLATION Insertion insert_after(GQueue& queue, const void* sibling,
   return Insertion::kDone;
 }
 
-void unlock(void* queue) {
-  g_thread_mutex_unlock(static_cast<GQueue*>(queue)->mutex);
+void unlock(void* locked) {
+  GQueue& queue = *static_cast<GQueue*>(locked);
+  queue.upcoming = nullptr;
+  g_thread_mutex_unlock(queue.mutex);
 }
-
-// A clear in progress.
-struct Clearing {
-  GQueue* queue;
-  GList* rest;  // the nodes not released yet
-};
 
 // Frees the released and the kept nodes, and unlocks, at the end of the clear or of its
 // thread.
-void drop_released(void* under_way) {
-  const auto* const clearing = static_cast<const Clearing*>(under_way);
-  GQueue& queue = *clearing->queue;
-  while (queue.head != clearing->rest) {
+void drop_released(void* being_cleared) {
+  GQueue& queue = *static_cast<GQueue*>(being_cleared);
+  while (queue.head != queue.upcoming) {
     GList* const node = queue.head;
     unlink(queue, node);
     std::free(node);
@@ -202,18 +203,18 @@ void drop_released(void* under_way) {
   g_list_free(queue.spare.load(relaxed));
   queue.spare.store(nullptr, relaxed);
   queue.spare_count = 0;
-  g_thread_mutex_unlock(queue.mutex);
+  unlock(&queue);
 }
 
-// Calls func for each node from `node` on, following the link `onward`.
+// Calls func for each node from `first` on, following the link `onward`.
 LEFT_BY_CANCELLATION void visit(GQueue& queue, GList* GQueue::*first, GList* GList::*onward,
                                 GQueueFunc func, void* user_data) {
   g_thread_mutex_lock(queue.mutex);
   pthread_cleanup_push(unlock, &queue);
-  for (GList* node = queue.*first; node != nullptr;) {
-    GList* const next = node->*onward;  // read first: the function may delete the element
+  queue.onward = onward;
+  for (GList* node = queue.*first; node != nullptr; node = queue.upcoming) {
+    queue.upcoming = node->*onward;  // before the function, which may delete any element
     if (func(node->data, user_data) != 0) break;
-    node = next;
   }
   pthread_cleanup_pop(1);
 }
@@ -229,7 +230,8 @@ extern "C" GQueue* g_queue_new(GQueueHoldFunc add_func, GQueueHoldFunc release_f
     std::free(block);
     return nullptr;
   }
-  return new (block) GQueue{nullptr, nullptr, mutex, add_func, release_func, {0}, {}, 0};
+  return new (block)
+      GQueue{nullptr, nullptr, mutex, add_func, release_func, {0}, {}, 0, nullptr, nullptr};
 }
 
 extern "C" void g_queue_free(GQueue* queue) {
@@ -283,11 +285,12 @@ extern "C" void* g_queue_last(GQueue* queue) {
 extern "C" LEFT_BY_CANCELLATION void g_queue_clear(GQueue* queue) {
   CHECK_ARG(queue != NULL);
   g_thread_mutex_lock(queue->mutex);
-  Clearing clearing{queue, queue->head};
-  pthread_cleanup_push(drop_released, &clearing);
-  while (clearing.rest != nullptr) {
-    void* const data = clearing.rest->data;
-    clearing.rest = clearing.rest->next;
+  pthread_cleanup_push(drop_released, queue);
+  queue->onward = &GList::next;
+  queue->upcoming = queue->head;
+  while (queue->upcoming != nullptr) {
+    void* const data = queue->upcoming->data;
+    queue->upcoming = queue->upcoming->next;
     // Kept: called under the lock, unlike for a dequeued element.
     if (queue->release_func != nullptr) queue->release_func(data);
   }

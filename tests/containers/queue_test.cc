@@ -450,6 +450,83 @@ TEST_F(QueueTest, DeleteTakesNoLock) {
   EXPECT_EQ(released, Data{b});
 }
 
+// Deletes elements when the first one is visited.
+struct Deletion {
+  GQueue* queue;
+  Data deleted;
+  Data visited;
+};
+int delete_at_first(void* data, void* user) {
+  auto& deletion = *static_cast<Deletion*>(user);
+  if (deletion.visited.empty()) {
+    for (void* const element : deletion.deleted) g_queue_delete(deletion.queue, element);
+  }
+  deletion.visited.push_back(data);
+  return 0;
+}
+
+TEST_F(QueueTest, AVisitMayDeleteElementsThatItHasNotReached) {
+  struct Case {
+    Data deleted;
+    Data visited;
+  };
+  const Case cases[] = {{{b}, {a, c, d}},
+                        {{b, c}, {a, d}},
+                        {{d}, {a, b, c}},
+                        {{b, c, d}, {a}},
+                        {{a, b}, {a, c, d}}};
+  for (const Case& each : cases) {
+    make({a, b, c, d});
+    Deletion deletion{queue, each.deleted, {}};
+    g_queue_foreach(queue, delete_at_first, &deletion);
+    EXPECT_EQ(deletion.visited, each.visited);
+    make({d, c, b, a});
+    deletion = {queue, each.deleted, {}};
+    g_queue_foreach_reverse(queue, delete_at_first, &deletion);
+    EXPECT_EQ(deletion.visited, each.visited);
+  }
+}
+
+// The element that it was given, but the node before.
+TEST_F(QueueTest, AVisitFromTheTailMayDeleteAnElementThatIsThereTwice) {
+  make({a, a});
+  Deletion deletion{queue, {a}, {}};
+  g_queue_foreach_reverse(queue, delete_at_first, &deletion);
+  EXPECT_EQ(deletion.visited, Data{a});
+  EXPECT_EQ(content(queue), Data{a});
+}
+
+// Else it would be freed under a visit, instead of being kept.
+TEST_F(QueueTest, ADeletedNodeForWhichThereIsNoRoomIsNotVisited) {
+  make({});
+  for (int i = 0; i < 1000; ++i) g_queue_enqueue(queue, a);
+  for (int i = 0; i < 1000; ++i) g_queue_dequeue(queue, nullptr);
+  for (void* const element : {a, b, c}) g_queue_enqueue(queue, element);
+  for (int i = 0; i < 1000; ++i) g_queue_enqueue(queue, d);
+  for (int i = 0; i < 1000; ++i) g_queue_remove(queue, d);
+  Deletion deletion{queue, {b}, {}};
+  g_queue_foreach(queue, delete_at_first, &deletion);
+  EXPECT_EQ(deletion.visited, (Data{a, c}));
+}
+
+// Where a clear of `cleared` is: the elements that it released.
+GQueue* cleared = nullptr;
+Data released_by_clear;
+void release_and_delete_b_at_first(void* data) {
+  released_by_clear.push_back(data);
+  if (released_by_clear.size() == 1) g_queue_delete(cleared, b);
+}
+
+TEST_F(QueueTest, AReleaseFunctionMayDeleteWhatAClearHasNotReached) {
+  cleared = g_queue_new(nullptr, release_and_delete_b_at_first);
+  released_by_clear.clear();
+  for (void* const element : {a, b, c}) g_queue_enqueue(cleared, element);
+  g_queue_clear(cleared);
+  EXPECT_EQ(released_by_clear, (Data{a, b, c}));
+  EXPECT_EQ(g_queue_count(cleared), 0u);
+  g_queue_free(cleared);
+}
+
 TEST_F(QueueTest, AVisitMayDeleteTheElementItWasGiven) {
   for (const auto visit : {g_queue_foreach, g_queue_foreach_reverse}) {
     make({a, b, c, d});
