@@ -45,11 +45,11 @@ int ConfFile::read(const char* path) {
   const Descriptor file = open_at(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!file.is_open()) return errno;
   struct stat status;
-  if (fstat(file.get(), &status) != 0) return errno;
+  if (get_status(file.get(), &status) != 0) return errno;
   if (!S_ISREG(status.st_mode)) return ENOENT;
   if (const int error = lock_shared(file.get()); error != 0) return error;
   // Once more: until it was locked, it may have been written.
-  if (fstat(file.get(), &status) != 0) return errno;
+  if (get_status(file.get(), &status) != 0) return errno;
   if (status.st_size > INT32_MAX) return EFBIG;
   const auto size = static_cast<size_t>(status.st_size);
   // One more byte, to notice a file that grows.

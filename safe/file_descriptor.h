@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -22,6 +23,9 @@ auto uninterrupted(Call call) {
     if (result != -1 || errno != EINTR) return result;
   }
 }
+
+// fstat(), not given up when a signal interrupts it.
+int get_status(int descriptor, struct stat* status);
 
 // Owner of a descriptor, -1 for none. Closes it without changing errno.
 class Descriptor {

@@ -34,9 +34,11 @@ bool is_regular(const struct stat& status) {
 // Opens only a regular file: opening some devices has side effects, and opening a FIFO
 // waits for a writer.
 Descriptor open_regular(const char* path, struct stat* status) {
-  if (stat(path, status) != 0 || !is_regular(*status)) return {};
+  if (uninterrupted([=] { return stat(path, status); }) != 0 || !is_regular(*status)) {
+    return {};
+  }
   Descriptor file = open_at(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-  if (file.is_open() && (fstat(file.get(), status) != 0 || !is_regular(*status))) {
+  if (file.is_open() && (get_status(file.get(), status) != 0 || !is_regular(*status))) {
     file.reset();
   }
   return file;

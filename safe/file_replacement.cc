@@ -74,7 +74,7 @@ Replacement::Replacement() = default;
 Replacement::~Replacement() {
   const int saved_errno = errno;
   temporary_.reset();
-  if (is_created_) unlinkat(directory_.get(), temporary_name_, 0);
+  if (is_created_) remove_temporary();
   leave_directory();
   errno = saved_errno;
 }
@@ -112,7 +112,8 @@ bool Replacement::resolve(const char* path) {
   Descriptor passed;
   for (links_ = 0;; ++links_) {
     const int start = passed.is_open() ? passed.get() : AT_FDCWD;
-    const ssize_t length = readlinkat(start, here, target, PATH_MAX);
+    const ssize_t length =
+        uninterrupted([=] { return readlinkat(start, here, target, PATH_MAX); });
     const bool is_end = length == -1;  // not a link: the file, or nothing yet
     if (is_end && errno != EINVAL && errno != ENOENT) return false;
     if (!is_end && (links_ == kMaxLinks || length == PATH_MAX)) {
@@ -160,9 +161,10 @@ bool Replacement::lock_directory() {
 Replacement::Look Replacement::look(const char* path) {
   struct stat seen;
   // Checks with stat() as well, since the system does not follow every link for every user.
-  if (links_ > 0 && stat(path, &seen) != 0) return Look::kFailed;
-  const int result = fstatat(directory_.get(), name_, &file_, AT_SYMLINK_NOFOLLOW);
-  exists_ = result == 0;
+  if (links_ > 0 && uninterrupted([&] { return stat(path, &seen); }) != 0) {
+    return Look::kFailed;
+  }
+  exists_ = examine(name_, &file_);
   if (!exists_ && errno != ENOENT) return Look::kFailed;
   if (links_ == 0) {
     if (!exists_) {
@@ -184,7 +186,7 @@ Replacement::Look Replacement::look(const char* path) {
 // Unlocks explicitly: children that were forked meanwhile hold the descriptor until they
 // call exec().
 void Replacement::leave_directory() {
-  if (is_locked_) flock(directory_.get(), LOCK_UN);
+  if (is_locked_) uninterrupted([this] { return flock(directory_.get(), LOCK_UN); });
   is_locked_ = false;
   directory_.reset();
 }
@@ -209,11 +211,23 @@ void Replacement::name_temporary(size_t longest) {
   if (std::strcmp(temporary_name_, name_) == 0) temporary_name_[1] = '_';
 }
 
+// Returns whether there is a file of that name in the directory, and what it is like.
+bool Replacement::examine(const char* name, struct stat* status) const {
+  return uninterrupted([=, this] {
+           return fstatat(directory_.get(), name, status, AT_SYMLINK_NOFOLLOW);
+         }) == 0;
+}
+
+bool Replacement::remove_temporary() {
+  return uninterrupted([this] { return unlinkat(directory_.get(), temporary_name_, 0); }) ==
+         0;
+}
+
 bool Replacement::spares(const struct stat& other) const {
   struct stat left;
-  const int result = fstatat(directory_.get(), temporary_name_, &left, AT_SYMLINK_NOFOLLOW);
-  if (result != 0 && errno != ENOENT) return false;
-  if ((result != 0 || !is_same_file(left, other)) &&
+  const bool is_left = examine(temporary_name_, &left);
+  if (!is_left && errno != ENOENT) return false;
+  if (!(is_left && is_same_file(left, other)) &&
       (!exists_ || !is_same_file(file_, other))) {
     return true;
   }
@@ -232,8 +246,7 @@ bool Replacement::create() {
       const long longest = fpathconf(directory_.get(), _PC_NAME_MAX);
       if (longest < kShortestLimit || longest >= NAME_MAX) return false;
       name_temporary(static_cast<size_t>(longest));
-    } else if (errno != EEXIST ||
-               (unlinkat(directory_.get(), temporary_name_, 0) != 0 && errno != ENOENT)) {
+    } else if (errno != EEXIST || (!remove_temporary() && errno != ENOENT)) {
       return false;
     }
   }
@@ -263,7 +276,7 @@ bool Replacement::is_as_wanted(const struct stat& status) const {
 bool Replacement::set_owner_and_mode() {
   if (!mode_is_exact_) return true;
   struct stat now;
-  if (fstat(temporary_.get(), &now) != 0) return false;
+  if (get_status(temporary_.get(), &now) != 0) return false;
   if (is_as_wanted(now)) return true;
   if (exists_ && (now.st_uid != file_.st_uid || now.st_gid != file_.st_gid) &&
       uninterrupted(
@@ -273,7 +286,7 @@ bool Replacement::set_owner_and_mode() {
   }
   if (uninterrupted([this] { return fchmod(temporary_.get(), mode_); }) != 0) return false;
   // Not every user can set every bit, and some filesystems do not have all.
-  if (fstat(temporary_.get(), &now) != 0) return false;
+  if (get_status(temporary_.get(), &now) != 0) return false;
   if (is_as_wanted(now)) return true;
   errno = EPERM;
   return false;
@@ -287,7 +300,10 @@ bool Replacement::close_temporary() {
 int Replacement::commit(const timespec* times) {
   const int directory = directory_.get();
   if (!set_owner_and_mode()) return -1;
-  if (times != nullptr && futimens(temporary_.get(), times) != 0) return -1;
+  if (times != nullptr &&
+      uninterrupted([=, this] { return futimens(temporary_.get(), times); }) != 0) {
+    return -1;
+  }
   if (!sync_once(temporary_.get()) || !close_temporary()) return -1;
   if (uninterrupted([=, this] {
         return renameat(directory, temporary_name_, directory, name_);

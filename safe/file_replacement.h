@@ -60,6 +60,8 @@ class Replacement {
   bool lock_directory();
   Look look(const char* path);
   void name_temporary(size_t longest);
+  bool examine(const char* name, struct stat* status) const;
+  bool remove_temporary();
   bool set_owner_and_mode();
   bool is_as_wanted(const struct stat& status) const;
   bool close_temporary();

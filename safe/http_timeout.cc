@@ -102,9 +102,16 @@ bool fill(LimitedStream& stream) {
 
 // Reads into the caller's memory, bypassing the empty buffer. 0 at the end, -1 on failure.
 int64_t read_direct(LimitedStream& stream, char* buf, int32_t n) {
+  FILE* const file = stream.http.stream;
+  const int saved_errno = errno;
   for (;;) {
     if (!wait_for_bytes(stream)) return -1;
-    const ssize_t count = recv(fileno(stream.http.stream), buf, static_cast<size_t>(n), 0);
+    const ssize_t count = recv(fileno(file), buf, static_cast<size_t>(n), 0);
+    // A program may have replaced our stream with one of another kind.
+    if (count == -1 && (errno == ENOTSOCK || errno == EBADF)) {
+      errno = saved_errno;
+      return socket_fread(buf, n, file);
+    }
     if (count != -1 || errno != EINTR) return count;
   }
 }

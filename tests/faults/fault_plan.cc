@@ -68,7 +68,7 @@ EFFECTS(kMunmapEffects, E(EINVAL), E(ENOMEM));
 EFFECTS(kNoThreadEffects, E(ESRCH));
 EFFECTS(kOpenEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(ENOSPC), E(EACCES), E(EROFS),
         E(ENOENT), E(ENOTDIR), E(EIO), E(EINTR));
-EFFECTS(kOwnerEffects, E(EPERM), E(EROFS), E(EIO), E(EINVAL));
+EFFECTS(kOwnerEffects, E(EPERM), E(EROFS), E(EIO), E(EINVAL), E(EINTR));
 EFFECTS(kPathconfEffects, E(EINVAL), E(EIO));
 EFFECTS(kPollEffects, E(ENOMEM), E(EINVAL), E(EINTR), kEnds);
 EFFECTS(kPrintEffects, E(EIO), E(ENOSPC), E(EPIPE), E(EAGAIN), E(EINTR));
@@ -76,10 +76,10 @@ EFFECTS(kPwnamEffects, E(EIO), E(EMFILE), E(ENFILE), E(ENOMEM), E(EINTR), kEnds)
 EFFECTS(kReadEffects, E(EIO), E(EISDIR), E(EAGAIN), E(EINTR), kEnds, kTransfersOne,
         kTransfersHalf);
 EFFECTS(kReaddirEffects, E(EIO), E(ENOMEM), E(EINTR), kEnds);
-EFFECTS(kReadlinkEffects, E(EIO), E(EACCES), E(ENOMEM), E(ENOTDIR));
+EFFECTS(kReadlinkEffects, E(EIO), E(EACCES), E(ENOMEM), E(ENOTDIR), E(EINTR));
 EFFECTS(kRecvEffects, E(ECONNRESET), E(ENOMEM), E(ENOTSOCK), E(EAGAIN), E(EINTR), kEnds,
         kTransfersOne, kTransfersHalf);
-EFFECTS(kRenameEffects, E(ENOSPC), E(EACCES), E(EXDEV), E(EROFS), E(EIO));
+EFFECTS(kRenameEffects, E(ENOSPC), E(EACCES), E(EXDEV), E(EROFS), E(EIO), E(EINTR));
 EFFECTS(kRmdirEffects, E(ENOTEMPTY), E(EBUSY), E(EACCES), E(EROFS), E(EIO));
 EFFECTS(kScandirEffects, E(ENOMEM), E(EMFILE), E(EACCES), E(EIO));
 EFFECTS(kSchedEffects, E(EPERM), E(EINVAL), E(ESRCH));
@@ -89,16 +89,16 @@ EFFECTS(kSendEffects, E(EPIPE), E(ECONNRESET), E(ENOMEM), E(ENOTSOCK), E(EAGAIN)
 EFFECTS(kShutdownEffects, E(ENOTCONN), E(EIO));
 EFFECTS(kSleepEffects, E(EINTR), E(EINVAL));
 EFFECTS(kSockoptEffects, E(ENOBUFS), E(EBADF), E(ENOMEM));
-EFFECTS(kStatatEffects, E(EIO), E(ENOMEM), E(EACCES), E(EOVERFLOW));
+EFFECTS(kStatatEffects, E(EIO), E(ENOMEM), E(EACCES), E(EOVERFLOW), E(EINTR));
 EFFECTS(kStatEffects, E(EIO), E(ENOMEM), E(EACCES), E(ENOENT), E(ELOOP), E(ENOTDIR),
-        E(EOVERFLOW));
-EFFECTS(kStatxEffects, E(ENOMEM), E(EACCES), E(EIO), E(ENOSYS), E(EPERM));
+        E(EOVERFLOW), E(EINTR));
+EFFECTS(kStatxEffects, E(ENOMEM), E(EACCES), E(EIO), E(ENOSYS), E(EPERM), E(EINTR));
 EFFECTS(kStatfsEffects, E(EIO), E(ENOMEM), E(EACCES), E(EINTR));
 EFFECTS(kTextEffects, E(EOVERFLOW), E(ENOMEM));
 EFFECTS(kTimedwaitEffects, E(EINVAL), E(ETIMEDOUT), E(EINTR));
 EFFECTS(kTimeEffects, E(EPERM), E(EFAULT));
 EFFECTS(kUnlinkEffects, E(EIO), E(EACCES), E(EBUSY), E(EROFS), E(EPERM), E(EISDIR),
-        E(ENOENT));
+        E(ENOENT), E(EINTR));
 EFFECTS(kWriteEffects, E(ENOSPC), E(EIO), E(EFBIG), E(EDQUOT), E(EAGAIN), E(EINTR),
         kTransfersOne, kTransfersHalf);
 #undef E

@@ -258,8 +258,8 @@ class DirRemoveMount : public testing::Test {
   }
 };
 
-// Not so before Linux 5.8, nor under an emulator that hides it. Asks the kernel itself, whose
-// record is younger than some C libraries.
+// Not so before Linux 5.8, nor under an emulator that hides it. Asks the kernel itself,
+// since some C libraries do not know of it.
 bool kernel_distinguishes_mounts() {
   constexpr unsigned kMountIdentity = 0x1000;
   uint64_t record[32] = {};

@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -370,6 +372,26 @@ TEST_F(HttpTimeout, ABodyIsReadAsWithoutIt) {
       ASSERT_EQ(url->nread, plain->nread);
     }
     url_close(plain);
+    url_close(url);
+  }
+}
+
+TEST_F(HttpTimeout, ABodyComesFromWhateverStreamAProgramPutThere) {
+  ScriptedServer server(kOk);
+  const std::string text(9000, 'x');
+  for (const int limit : {0, kLong}) {
+    const URL url = open_limited(server.url(), limit);
+    ASSERT_NE(url, nullptr);
+    FILE* const file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(std::fwrite(text.data(), 1, text.size(), file), text.size());
+    std::rewind(file);
+    std::fclose(std::exchange(reinterpret_cast<URL_http*>(url)->stream, file));
+    char buffer[16384];
+    errno = 0;
+    ASSERT_EQ(url_read(url, buffer, sizeof buffer), 9000);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(std::string(buffer, 9000), text);
     url_close(url);
   }
 }

@@ -47,7 +47,8 @@ extern "C" {
  *   that leads nowhere gives `ENOENT`, links in a circle give `ELOOP`.
  * - The file is a new one under the old name: other hard links keep the old content, a program that
  *   has it open goes on with the old file, and access control lists and extended attributes are
- *   lost. A file that is a mount point cannot be replaced (`EBUSY`).
+ *   lost. Without its list a file's group may do what the list's mask allowed. A file that is a
+ *   mount point cannot be replaced (`EBUSY`).
  * - A read-only file can be replaced: the permissions of the directory decide.
  *
  * The results say what a power cut can still do:
@@ -83,7 +84,7 @@ extern "C" {
  * - `EINVAL`: `from` or `to` is null (``'from != NULL' FAILED.`` or ``'to != NULL' FAILED.`` is
  *   logged as critical); both are the same file; `from` is the temporary file of `to`; or one of
  *   them is neither a regular file nor a directory.
- * - `EISDIR`: one of them is a directory.
+ * - `EISDIR`: one of them, or what has the name of the temporary file, is a directory.
  * - `ENOENT`: there is no file `from`, or `to` is a link that leads nowhere.
  * - `ELOOP`: links in a circle.
  * - `EPERM`: the mode or the owner cannot be set.
@@ -126,7 +127,7 @@ G_API int g_file_duplicate(const char* from, const char* to);
  * - `EINVAL`: a failed check (``'path != NULL' FAILED.``, ``'len >= 0' FAILED.`` or
  *   ``'(buf != NULL) || (len == 0)' FAILED.`` is logged as critical), or `path` is neither a
  *   regular file nor a directory.
- * - `EISDIR`: `path` is a directory.
+ * - `EISDIR`: `path`, or what has the name of the temporary file, is a directory.
  * - `ENOENT`: the directory does not exist, or `path` is a link that leads nowhere.
  * - `ELOOP`: links in a circle.
  * - `EPERM`: the mode or the owner of the old file cannot be kept.
