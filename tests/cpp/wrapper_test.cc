@@ -19,13 +19,18 @@
 #include <thread>
 #include <vector>
 
+#include <pthread.h>
+
 #include "support/log_capture.h"
+#include "support/next_function.h"
 #include "support/temporary_directory.h"
 
 using test::LogCapture;
 using test::TemporaryDirectory;
 
 namespace {
+
+std::atomic<bool> threads_fail{false};
 
 template <typename T>
 constexpr bool is_move_only =
@@ -260,6 +265,20 @@ TEST(CppThread, RunsALambdaAndIsJoinedByItsEnd) {
     gw::Thread thread([&runs, counted = Counted(alive)] { ++runs; });
   }
   EXPECT_EQ(1, runs);
+  EXPECT_EQ(0, alive);
+}
+
+TEST(CppThread, OneThatCannotBeStartedReleasesItsLambda) {
+  std::atomic<int> alive{0};
+  std::atomic<int> runs{0};
+  threads_fail = true;
+  {
+    gw::Thread thread([&runs, counted = Counted(alive)] { ++runs; });
+    EXPECT_TRUE(thread);
+    gw::Thread moved(std::move(thread));
+  }
+  threads_fail = false;
+  EXPECT_EQ(0, runs);
   EXPECT_EQ(0, alive);
 }
 
@@ -665,3 +684,10 @@ TEST(CppUrl, ReadsLinesOfAFile) {
 }
 
 }  // namespace
+
+extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes,
+                              void* (*start)(void*), void* arg) noexcept {
+  if (threads_fail) return EAGAIN;
+  return test::next_function<decltype(pthread_create)>("pthread_create")(id, attributes,
+                                                                         start, arg);
+}

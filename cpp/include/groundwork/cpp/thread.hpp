@@ -79,6 +79,7 @@ struct SharedFunction {
     if (holders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
   }
   std::atomic<int> holders{1};
+  bool has_begun = false;  // written by the thread that runs it
 };
 
 struct Drop {
@@ -134,7 +135,11 @@ class Thread {
   [[nodiscard]] GThread* get() const { return thread_.get(); }
   /** Waits for its end. A cancellation point. */
   void join() {
-    if (thread_ != nullptr) g_thread_wait(thread_.release());
+    if (thread_ != nullptr) {
+      g_thread_wait(thread_.release());
+      // A thread that the system could not start drops nothing.
+      if (!function_->has_begun) function_->drop();
+    }
     function_.reset();
   }
   /** Asks it to stop at its next cancellation point. */
@@ -151,6 +156,7 @@ class Thread {
     // Not noexcept: cancelling the thread unwinds through here.
     static void* call(void* data) {
       const std::unique_ptr<SharedFunction, detail::Drop> held(static_cast<Run*>(data));
+      held->has_begun = true;
       static_cast<Run*>(data)->function();
       return nullptr;
     }
