@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
 #include "sys/descriptors.h"
@@ -116,9 +117,9 @@ extern "C" GFile* g_file_open(const char* filename, int mode) {
 
 extern "C" void g_file_close(GFile* file) {
   CHECK_ARG(file != NULL);
-  const int descriptor = file->descriptor;
-  std::free(file);  // first: a thread may be cancelled in close(), which has closed by then
-  close(descriptor);
+  const CancellationHeld held;  // a thread that is cancelled before it closes never does
+  close(file->descriptor);
+  std::free(file);
 }
 
 extern "C" int64_t g_file_read(GFile* file, void* buf, int64_t len) {

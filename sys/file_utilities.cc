@@ -13,6 +13,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "sys/descriptors.h"
 #include "sys/file_handle.h"
@@ -55,6 +56,7 @@ extern "C" int g_file_rename(const char* old_path, const char* new_path) {
 extern "C" int g_file_touch(const char* filename) {
   CHECK_ARG(filename != NULL, -1);
   const int descriptor = above_output(open(filename, O_RDONLY | O_CREAT | O_CLOEXEC, 0644));
+  const CancellationHeld held;
   close(descriptor);
   return descriptor != 0 ? 0 : -1;
 }

@@ -14,8 +14,9 @@ namespace groundwork {
 // readers, and is on a file that can step back and find the same bytes.
 bool is_read_in_pieces(URL url);
 
-// url_readline() for such a stream and an `n` of 2 or more: no program can see a
-// difference, but it makes two system calls per line instead of one per byte.
+// url_readline() for such a stream and an `n` of 2 or more, with two system calls per line
+// instead of one per byte. During the call the descriptor may be ahead of the line: only a
+// signal handler, or another process that shares it, could see that.
 int32_t read_line_in_pieces(URL url, char* buf, int32_t n);
 
 }  // namespace groundwork
