@@ -12,6 +12,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "safe/file_descriptor.h"
+
 using namespace groundwork;
 
 namespace {
@@ -77,7 +79,8 @@ constexpr unsigned kTypeAndInode = 0x101;  // STATX_TYPE | STATX_INO
 
 bool groundwork::examine(int directory, const char* name, DirEntry* entry) {
   Statx status = {};
-  if (call_statx(directory, name, kTypeAndInode | kMountIdentity, &status) == 0) {
+  constexpr unsigned kWanted = kTypeAndInode | kMountIdentity;
+  if (uninterrupted([&] { return call_statx(directory, name, kWanted, &status); }) == 0) {
     const bool has_mount = (status.stx_mask & kMountIdentity) != 0;
     entry->identity = {status.stx_ino,
                        device_of(status.stx_dev_major, status.stx_dev_minor)};
@@ -88,7 +91,9 @@ bool groundwork::examine(int directory, const char* name, DirEntry* entry) {
   // A kernel before 4.11, or a system call filter that does not know statx().
   if (errno != ENOSYS && errno != EPERM) return false;
   struct stat older;
-  if (fstatat(directory, name, &older, kFlags) != 0) return false;
+  if (uninterrupted([&] { return fstatat(directory, name, &older, kFlags); }) != 0) {
+    return false;
+  }
   entry->identity = {older.st_ino, device_of(major(older.st_dev), minor(older.st_dev))};
   entry->mount = 0;
   entry->is_directory = S_ISDIR(older.st_mode);

@@ -31,7 +31,8 @@ bool made(const char* path, mode_t mode) {
 bool is_there(const char* path) {
   const int error = errno;
   struct stat status;
-  if (error != ENOENT && stat(path, &status) == 0 && S_ISDIR(status.st_mode)) return true;
+  const auto ask = [&] { return stat(path, &status); };
+  if (error != ENOENT && uninterrupted(ask) == 0 && S_ISDIR(status.st_mode)) return true;
   const bool is_in_the_way = error == EEXIST || error == ELOOP;
   errno = is_in_the_way ? ENOTDIR : error;
   return false;
@@ -41,10 +42,10 @@ bool is_there(const char* path) {
 // which the next component could not be created.
 bool open_to_owner(const char* path) {
   struct stat status;
-  if (lstat(path, &status) != 0) return false;
+  if (uninterrupted([&] { return lstat(path, &status); }) != 0) return false;
   const mode_t mode = status.st_mode & 07777;
   return !S_ISDIR(status.st_mode) || (mode & kWriteAndSearch) == kWriteAndSearch ||
-         chmod(path, mode | kWriteAndSearch) == 0;
+         uninterrupted([=] { return chmod(path, mode | kWriteAndSearch); }) == 0;
 }
 
 bool have_parent(const char* path, mode_t mode) {

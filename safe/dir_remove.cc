@@ -4,7 +4,8 @@
 // examined after it was opened: whatever others do to the tree meanwhile, the walk never
 // leaves it. Names are not stored. On the way back up, a directory whose stream was closed
 // is reopened as ".." and read again from its start; its removed entries are gone, and
-// subdirectories that could not be emptied are remembered.
+// subdirectories that could not be emptied are remembered. If ".." leads elsewhere or
+// cannot be opened, the walk begins again at the top.
 //
 // SPDX-License-Identifier: MIT
 
@@ -36,6 +37,7 @@ namespace {
 constexpr char kSource[] = "g_dir";
 constexpr size_t kStreams = 8;    // the number of deepest directories that stay open
 constexpr int kMostPasses = 100;  // over a directory that others keep filling
+constexpr int kMostWalks = 100;   // of a tree in which the way back is lost again and again
 constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
 bool is_dot_name(const char* name) {
@@ -77,17 +79,19 @@ class TreeRemoval {
   bool remove(int parent, const char* name);
 
  private:
-  enum class Entered { kYes, kNo, kNotADirectory };
+  enum class Entered { kYes, kLeft, kGone, kNotADirectory };
 
   Stream& stream_of(size_t level) { return streams_[level % kStreams]; }
   Stream& stream() { return stream_of(levels_.size() - 1); }
   static void close(Stream& stream);
 
+  bool walk(int parent, const char* name);
   bool note(int error);
   int unlink(int parent, const char* name) const;
   bool remove_directory(int parent, const char* name);
   Entered enter(int parent, const char* name);
   Entered enter_opened(Descriptor file);
+  bool is_other_top(const DirIdentity& identity) const;
   bool was_left(const DirIdentity& identity);
   bool next_entry();
   void remove_entry();
@@ -99,8 +103,21 @@ class TreeRemoval {
   Array<Level> levels_;
   Array<DirIdentity> left_;  // subdirectories of the levels that could not be removed
   Stream streams_[kStreams];
-  int error_ = 0;  // of the first failure
+  DirIdentity top_ = {};       // the directory that the first walk entered
+  bool has_lost_way_ = false;  // in this walk
+  int error_ = 0;              // of the first failure
 };
+
+// Opens a stream, which then owns the descriptor. Null with errno set on failure.
+DIR* open_stream(Descriptor& file) {
+  DIR* directory = nullptr;
+  const auto open = [&] {
+    directory = fdopendir(file.get());
+    return directory != nullptr ? 0 : -1;
+  };
+  if (uninterrupted(open) == 0) file.release();
+  return directory;
+}
 
 void TreeRemoval::close(Stream& stream) {
   if (stream.directory != nullptr) closedir(stream.directory);
@@ -146,8 +163,8 @@ TreeRemoval::Entered TreeRemoval::enter(int parent, const char* name) {
   if (error == ENOTDIR || error == ELOOP) return Entered::kNotADirectory;
   // An unreadable directory can be removed if it is empty.
   const auto remove = [=] { return unlinkat(parent, name, AT_REMOVEDIR); };
-  note(error != ENOENT && uninterrupted(remove) == 0 ? 0 : error);
-  return Entered::kNo;
+  const bool is_gone = note(error != ENOENT && uninterrupted(remove) == 0 ? 0 : error);
+  return is_gone ? Entered::kGone : Entered::kLeft;
 }
 
 TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
@@ -157,23 +174,29 @@ TreeRemoval::Entered TreeRemoval::enter_opened(Descriptor file) {
     error = errno;
   } else if (!is_same_mount(entry, mount_)) {
     error = EXDEV;
+  } else if (is_other_top(entry.identity)) {
+    error = ESTALE;
   } else if (was_left(entry.identity)) {
     error = ENOTEMPTY;
   } else if (!levels_.reserve() || !left_.reserve()) {
     error = ENOMEM;  // reserves `left_`, too, in case this directory cannot be removed
   }
-  DIR* const directory = error == 0 ? fdopendir(file.get()) : nullptr;
+  DIR* const directory = error == 0 ? open_stream(file) : nullptr;
   if (directory == nullptr) {
     note(error == 0 ? errno : error);
-    return Entered::kNo;
+    return Entered::kLeft;
   }
-  file.release();
   const bool is_second = levels_.size() != 0 && stream().emptied == entry.identity;
   levels_.add({entry.identity.inode, entry.identity.device, 0, 0, is_second});
   levels_.back().first_left = static_cast<uint32_t>(left_.size()) & 0x3fffffff;
   close(stream());  // the slot still has the stream of a level further up
   stream().directory = directory;
   return Entered::kYes;
+}
+
+// Between two walks another directory may have taken the tree's name: it is not the tree.
+bool TreeRemoval::is_other_top(const DirIdentity& identity) const {
+  return levels_.size() == 0 && top_ != DirIdentity{} && top_ != identity;
 }
 
 bool TreeRemoval::was_left(const DirIdentity& identity) {
@@ -203,7 +226,9 @@ void TreeRemoval::remove_entry() {
   const struct dirent& entry = *stream().entry;
   if (entry.d_type != DT_DIR) {
     const int error = unlink(parent, entry.d_name);
-    if (error != EISDIR) {
+    // The kernel asks for permission before it says that this is a directory.
+    const bool is_refused = error == EACCES || error == EPERM;
+    if (error != EISDIR && !(is_refused && entry.d_type == DT_UNKNOWN)) {
       note(error);
       return;
     }
@@ -235,20 +260,18 @@ bool TreeRemoval::reopen_parent() {
     errno = ESTALE;  // the directory was moved meanwhile
     return false;
   }
-  above.directory = fdopendir(file.get());
-  if (above.directory == nullptr) return false;
-  file.release();
-  return true;
+  above.directory = open_stream(file);
+  return above.directory != nullptr;
 }
 
 // Goes back up, and removes the finished directory from its parent.
 void TreeRemoval::leave() {
   const Level level = levels_.back();
-  const bool is_way_open = levels_.size() == 1 || reopen_parent();
-  if (!is_way_open) note(errno);
+  has_lost_way_ = levels_.size() > 1 && !reopen_parent();
+  if (has_lost_way_) note(errno);
   close(stream());
-  left_.cut(level.first_left);
-  levels_.cut(is_way_open ? levels_.size() - 1 : 0);
+  left_.cut(has_lost_way_ ? 0 : level.first_left);
+  levels_.cut(has_lost_way_ ? 0 : levels_.size() - 1);
   if (levels_.size() == 0) return;
   Stream& above = stream();
   if (above.entry != nullptr) {
@@ -263,9 +286,13 @@ void TreeRemoval::leave() {
   left_.add(level.identity());
 }
 
-bool TreeRemoval::remove(int parent, const char* name) {
+// Removes what can be found from the top. Returns true if the name is gone.
+bool TreeRemoval::walk(int parent, const char* name) {
+  has_lost_way_ = false;
   const Entered entered = enter(parent, name);
-  if (entered == Entered::kNotADirectory) note(unlink(parent, name));
+  if (entered == Entered::kNotADirectory) return note(unlink(parent, name));
+  if (entered != Entered::kYes) return entered == Entered::kGone;
+  top_ = levels_.back().identity();
   while (levels_.size() != 0) {
     if (next_entry()) {
       remove_entry();
@@ -274,9 +301,16 @@ bool TreeRemoval::remove(int parent, const char* name) {
     }
   }
   // What failed may have been removed in a later pass, or by others.
-  if (entered == Entered::kYes && remove_directory(parent, name)) return true;
+  return remove_directory(parent, name);
+}
+
+bool TreeRemoval::remove(int parent, const char* name) {
+  for (int walks = 0; walks < kMostWalks; ++walks) {
+    if (walk(parent, name)) return true;
+    if (!has_lost_way_) break;
+  }
   errno = error_;
-  return error_ == 0;
+  return false;
 }
 
 // --- The path.

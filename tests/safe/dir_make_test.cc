@@ -12,8 +12,32 @@
 #include "safe/dir_support.h"
 #include "support/allocation_faults.h"
 #include "support/log_capture.h"
+#include "support/next_function.h"
 
 using namespace test;
+
+// The library's calls come here: the test program's names go before the C library's.
+extern "C" int mkdir(const char* path, mode_t mode) noexcept {
+  static const auto real = next_function<int(const char*, mode_t)>("mkdir");
+  return is_refused("mkdir") ? -1 : real(path, mode);
+}
+
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+  static const auto real =
+      next_function<int(const char*, struct stat*)>(OFFSET_TIME64("stat"));
+  return is_refused("stat") ? -1 : real(path, status);
+}
+
+extern "C" int lstat(const char* path, struct stat* status) noexcept {
+  static const auto real =
+      next_function<int(const char*, struct stat*)>(OFFSET_TIME64("lstat"));
+  return is_refused("lstat") ? -1 : real(path, status);
+}
+
+extern "C" int chmod(const char* path, mode_t mode) noexcept {
+  static const auto real = next_function<int(const char*, mode_t)>("chmod");
+  return is_refused("chmod") ? -1 : real(path, mode);
+}
 
 namespace {
 
@@ -145,6 +169,25 @@ TEST(DirMake, TheSystemsRefusalIsTheReason) {
         EXPECT_EQ(errno, ENOENT);
         EXPECT_EQ(make(std::string(5000, 'x')), -1);
         EXPECT_EQ(errno, ENAMETOOLONG);
+      },
+      As::kUser);
+}
+
+TEST(DirMake, AnInterruptedCallIsCalledAgain) {
+  in_jail(
+      [](bool) {
+        umask(0777);  // so that permissions are restored
+        for (const char* const function : {"mkdir", "stat", "lstat", "chmod"}) {
+          const std::string top = std::string("for_") + function;
+          make_dir(top);
+          EXPECT_EQ(chmod(top.c_str(), 0755), 0);
+          refusal = {function, EINTR, 1};
+          EXPECT_EQ(make(top + "/a/b"), 0) << function << ": " << std::strerror(errno);
+          EXPECT_EQ(refusal.times, 0) << function;
+          EXPECT_TRUE(is_directory(top + "/a/b")) << function;
+          EXPECT_EQ(chmod((top + "/a").c_str(), 0755), 0);
+          EXPECT_EQ(chmod((top + "/a/b").c_str(), 0755), 0);
+        }
       },
       As::kUser);
 }

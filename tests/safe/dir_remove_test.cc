@@ -6,12 +6,14 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <dirent.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -34,12 +36,15 @@ int statx_error = 0;
 std::function<void(const char*)> before_unlinkat;
 int unlinkat_calls = 0;
 
+bool hides_types = false;  // as a filesystem that does not record them in its directories
+
 }  // namespace
 
 // The library's calls come here: the test program's names go before the C library's.
 extern "C" int statx(int directory, const char* name, int flags, unsigned mask,
                      struct statx* status) noexcept {
   static const auto real = test::next_function<decltype(statx)>("statx");
+  if (is_refused("statx")) return -1;
   if (statx_error == 0) return real(directory, name, flags, mask, status);
   errno = statx_error;
   return -1;
@@ -49,7 +54,40 @@ extern "C" int unlinkat(int directory, const char* name, int flags) noexcept {
   static const auto real = test::next_function<decltype(unlinkat)>("unlinkat");
   ++unlinkat_calls;
   if (before_unlinkat) before_unlinkat(name);
-  return real(directory, name, flags);
+  return is_refused("unlinkat") ? -1 : real(directory, name, flags);
+}
+
+extern "C" int fstatat(int directory, const char* name, struct stat* status,
+                       int flags) noexcept {
+  static const auto real = test::next_function<decltype(fstatat)>(OFFSET_TIME64("fstatat"));
+  return is_refused("fstatat") ? -1 : real(directory, name, status, flags);
+}
+
+extern "C" int openat(int directory, const char* name, int flags, ...) {
+  static const auto real = test::next_function<decltype(openat)>(OFFSET64("openat"));
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list args;
+    va_start(args, flags);
+    mode = va_arg(args, mode_t);
+    va_end(args);
+  }
+  const bool is_up = std::strcmp(name, "..") == 0;
+  return is_refused(is_up ? "openat of .." : "openat") ? -1
+                                                       : real(directory, name, flags, mode);
+}
+
+extern "C" DIR* fdopendir(int descriptor) {
+  static const auto real = test::next_function<DIR*(int)>("fdopendir");
+  return is_refused("fdopendir") ? nullptr : real(descriptor);
+}
+
+extern "C" struct dirent* readdir(DIR* directory) {
+  static const auto real = test::next_function<struct dirent*(DIR*)>(OFFSET64("readdir"));
+  if (is_refused("readdir")) return nullptr;
+  struct dirent* const entry = real(directory);
+  if (entry != nullptr && hides_types) entry->d_type = DT_UNKNOWN;
+  return entry;
 }
 
 namespace {
@@ -98,6 +136,28 @@ void make_deep(const std::string& top, int levels, const std::string& name) {
   }
   close(openat(at, "file", O_CREAT | O_WRONLY, 0644));
   close(at);
+}
+
+// A tree with one deep branch, and others that come before and after it in whatever order
+// they are listed.
+void make_branches(const std::string& top) {
+  make_dir(top);
+  for (const char* const name : {"/a", "/b", "/c"}) make_tree(top + name);
+  make_deep(top + "/deep", 12, "d");
+  EXPECT_EQ(rename((top + "/deep/d/d/d/d/d/d/d/d/d/d/d/d/file").c_str(),
+                   (top + "/deep/d/d/d/d/d/d/d/d/d/d/d/d/bottom").c_str()),
+            0);
+  for (const char* const name : {"/x", "/y", "/z"}) make_tree(top + name);
+}
+
+// Calls `body` when the walk has come down the deep branch, once.
+void at_the_bottom(const std::function<void()>& body) {
+  before_unlinkat = [body](const char* name) {
+    if (std::strcmp(name, "bottom") != 0) return;
+    const auto once = body;
+    before_unlinkat = nullptr;
+    once();
+  };
 }
 
 TEST(DirRemove, ATreeIsGoneWithAllThatItHolds) {
@@ -221,6 +281,20 @@ TEST(DirRemove, NothingOfThatNameIsNoEntry) {
   });
 }
 
+TEST(DirRemove, WhereTheFilesystemGivesNoTypesATreeIsGoneAllTheSame) {
+  in_jail([](bool) {
+    hides_types = true;
+    make_canaries();
+    make_tree("tree");
+    make_symlink("../outside", "tree/to_directory");
+    make_symlink("..", "tree/sub/up");
+    make_deep("tree/deep", 20, "d");
+    EXPECT_EQ(remove_tree("tree"), 0);
+    EXPECT_FALSE(is_there("tree"));
+    expect_canaries();
+  });
+}
+
 // --- Mounts.
 
 class DirRemoveMount : public testing::Test {
@@ -259,7 +333,7 @@ class DirRemoveMount : public testing::Test {
 };
 
 // Not so before Linux 5.8, nor under an emulator that hides it. Asks the kernel itself,
-// since some C libraries do not know of it.
+// whose record is younger than some C libraries.
 bool kernel_distinguishes_mounts() {
   constexpr unsigned kMountIdentity = 0x1000;
   uint64_t record[32] = {};
@@ -379,6 +453,80 @@ TEST(DirRemove, WhatMayNotBeSearchedIsLeft) {
         EXPECT_EQ(remove_tree("tree"), 0);
       },
       As::kUser);
+}
+
+// The kernel asks for permission before it says that a name is a directory's.
+TEST(DirRemove, WhatADirectoryMayNotLoseIsEmptiedWithAndWithoutTypes) {
+  in_jail(
+      [](bool) {
+        for (const bool hidden : {false, true}) {
+          const std::string top = hidden ? "hidden" : "given";
+          make_dir(top);
+          make_dir(top + "/sub");
+          make_file(top + "/sub/file");
+          make_file(top + "/file");
+          make_symlink("..", top + "/link");
+          EXPECT_EQ(mkfifo((top + "/pipe").c_str(), 0600), 0);
+          EXPECT_EQ(chmod(top.c_str(), 0555), 0);
+          hides_types = hidden;
+          EXPECT_EQ(remove_tree(top), -1) << top;
+          EXPECT_EQ(errno, EACCES) << top;
+          EXPECT_FALSE(is_there(top + "/sub/file")) << top;
+          for (const char* const name : {"/sub", "/file", "/link", "/pipe"}) {
+            EXPECT_TRUE(is_there(top + name)) << top << name;
+          }
+          EXPECT_EQ(chmod(top.c_str(), 0755), 0);
+          EXPECT_EQ(remove_tree(top), 0) << top;
+        }
+      },
+      As::kUser);
+}
+
+TEST(DirRemove, WhatOthersOwnInAStickyDirectoryIsEmptiedWithAndWithoutTypes) {
+  in_jail([](bool has_jail) {
+    if (!has_jail) {
+      std::puts("not root: no other owner was tried");
+      return;
+    }
+    for (const char* const top : {"given", "hidden"}) {
+      const std::string sub = std::string(top) + "/sub";
+      make_dir(top);
+      make_dir(sub);
+      make_file(sub + "/file");
+      EXPECT_EQ(chmod(top, 01777), 0);
+      EXPECT_EQ(chmod(sub.c_str(), 0777), 0);
+    }
+    ASSERT_EQ(setuid(4321), 0);
+    for (const char* const top : {"given", "hidden"}) {
+      const std::string sub = std::string(top) + "/sub";
+      hides_types = top[0] == 'h';
+      EXPECT_EQ(remove_tree(top), -1) << top;
+      EXPECT_EQ(errno, EPERM) << top;
+      EXPECT_FALSE(is_there(sub + "/file")) << top;
+      EXPECT_TRUE(is_there(sub)) << top;
+    }
+  });
+}
+
+TEST(DirRemove, AnInterruptedCallIsCalledAgain) {
+  in_jail([](bool) {
+    make_canaries();
+    for (const char* const function : {"statx", "fstatat", "openat", "openat of ..",
+                                       "fdopendir", "readdir", "unlinkat"}) {
+      make_deep("tree", 12, "d");
+      make_file("tree/file");
+      statx_error = std::strcmp(function, "fstatat") == 0 ? ENOSYS : 0;
+      refusal = {function, EINTR, 3};
+      EXPECT_EQ(remove_tree("tree"), 0) << function << ": " << std::strerror(errno);
+#ifdef __GLIBC__  // musl's statx() may be called by another name
+      EXPECT_EQ(refusal.times, 0) << function;
+#endif
+      EXPECT_FALSE(is_there("tree")) << function;
+      refusal.times = 0;
+      remove_tree("tree");
+    }
+    expect_canaries();
+  });
 }
 
 // Directories above what is left are entered once more at most, however deep they are.
@@ -578,23 +726,119 @@ TEST(DirRemove, AThreadThatSwapsDirectoriesForLinksLeadsNowhere) {
   });
 }
 
-// Where the way back up is lost, nothing outside is taken for the parent.
-TEST(DirRemove, ADirectoryThatIsMovedAwayDuringTheWalkEndsIt) {
+// What is moved away during the walk is no longer in the tree. Nothing outside is taken for
+// its parent, and what is left of the tree is removed.
+TEST(DirRemove, ADirectoryThatIsMovedAwayDuringTheWalkCostsNoOther) {
   in_jail([](bool) {
     make_canaries();
-    make_deep("tree", 30, "d");
-    bool is_moved = false;
-    before_unlinkat = [&](const char* name) {
-      if (is_moved || std::strcmp(name, "file") != 0) return;
-      is_moved = true;
-      EXPECT_EQ(rename("tree/d/d/d/d/d", "outside/moved"), 0);
-    };
-    EXPECT_EQ(remove_tree("tree"), -1);
-    before_unlinkat = nullptr;
-    EXPECT_EQ(errno, ESTALE);
+    make_branches("tree");
+    at_the_bottom([] { EXPECT_EQ(rename("tree/deep/d/d", "outside/moved"), 0); });
+    EXPECT_EQ(remove_tree("tree"), 0) << std::strerror(errno);
+    EXPECT_FALSE(is_there("tree"));
     EXPECT_TRUE(is_there("outside/moved"));
     expect_canaries();
+  });
+}
+
+TEST(DirRemove, ADirectoryThatIsMovedWithinTheTreeIsRemovedThere) {
+  in_jail([](bool) {
+    make_branches("tree");
+    at_the_bottom([] { EXPECT_EQ(rename("tree/deep/d/d", "tree/moved"), 0); });
+    EXPECT_EQ(remove_tree("tree"), 0) << std::strerror(errno);
+    EXPECT_FALSE(is_there("tree"));
+  });
+}
+
+TEST(DirRemove, TheFirstFailureIsTheReasonAlsoAfterTheWayBackWasLost) {
+  in_jail(
+      [](bool) {
+        make_branches("tree");
+        make_dir("outside");
+        at_the_bottom([] {
+          EXPECT_EQ(rename("tree/deep/d/d", "outside/moved"), 0);
+          make_dir("tree/closed");
+          make_file("tree/closed/file");
+          EXPECT_EQ(chmod("tree/closed", 0555), 0);
+        });
+        EXPECT_EQ(remove_tree("tree"), -1);
+        EXPECT_EQ(errno, ESTALE);
+        EXPECT_TRUE(is_there("tree/closed/file"));
+        for (const char* const name : {"a", "b", "c", "deep", "x", "y", "z"}) {
+          EXPECT_FALSE(is_there(std::string("tree/") + name)) << name;
+        }
+        EXPECT_EQ(chmod("tree/closed", 0755), 0);
+        EXPECT_EQ(remove_tree("tree"), 0);
+      },
+      As::kUser);
+}
+
+TEST(DirRemove, AWayBackThatCannotBeOpenedOnceCostsNothing) {
+  in_jail([](bool) {
+    make_canaries();
+    for (const int error : {ENOMEM, EMFILE, EIO}) {
+      make_branches("tree");
+      refusal = {"openat of ..", error, 1};
+      EXPECT_EQ(remove_tree("tree"), 0) << std::strerror(errno);
+      EXPECT_EQ(refusal.times, 0);
+      EXPECT_FALSE(is_there("tree"));
+    }
+    expect_canaries();
+  });
+}
+
+TEST(DirRemove, WhereNoWayBackCanBeOpenedTheWalkEnds) {
+  in_jail([](bool) {
+    make_canaries();
+    make_deep("tree", 5000, "d");
+    const int many = 1'000'000;
+    refusal = {"openat of ..", ENOMEM, many};
+    EXPECT_EQ(remove_tree("tree"), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_LE(many - refusal.times, 100);
+    refusal.times = 0;
     EXPECT_EQ(remove_tree("tree"), 0);
+    expect_canaries();
+  });
+}
+
+// Only the tree itself is walked again, not what took its name meanwhile.
+TEST(DirRemove, AnotherTreeThatTakesTheNameDuringTheWalkStays) {
+  in_jail([](bool) {
+    make_canaries();
+    make_branches("tree");
+    at_the_bottom([] {
+      EXPECT_EQ(rename("tree/deep/d/d", "outside/moved"), 0);
+      EXPECT_EQ(rename("tree", "outside/old"), 0);
+      make_dir("tree");
+      make_file("tree/new", "alive");
+    });
+    EXPECT_EQ(remove_tree("tree"), -1);
+    EXPECT_EQ(errno, ESTALE);
+    EXPECT_EQ(content_of("tree/new"), "alive");
+    expect_canaries();
+  });
+}
+
+TEST(DirRemove, AMountThatAppearsBeforeTheTreeIsWalkedAgainStays) {
+  in_jail([](bool has_jail) {
+    if (!has_jail) {
+      std::puts("not root: no mount was tried");
+      return;
+    }
+    make_canaries();
+    make_branches("tree");
+    at_the_bottom([] {
+      EXPECT_EQ(rename("tree/deep/d/d", "outside/moved"), 0);
+      make_dir("tree/mount");
+      EXPECT_EQ(mount("none", "tree/mount", "tmpfs", 0, nullptr), 0);
+      make_file("tree/mount/canary", "alive");
+    });
+    EXPECT_EQ(remove_tree("tree"), -1);
+    EXPECT_EQ(errno, ESTALE);
+    EXPECT_EQ(content_of("tree/mount/canary"), "alive");
+    EXPECT_FALSE(is_there("tree/a"));
+    EXPECT_FALSE(is_there("tree/z"));
+    expect_canaries();
   });
 }
 

@@ -64,6 +64,31 @@ void in_jail(Body body, As who = As::kRoot) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
 }
 
+// A function of the system that fails the next times the library calls it.
+struct Refusal {
+  const char* function;
+  int error;
+  int times;
+};
+inline Refusal refusal;
+
+inline bool is_refused(const char* function) {
+  if (refusal.times == 0 || std::strcmp(refusal.function, function) != 0) return false;
+  --refusal.times;
+  errno = refusal.error;
+  return true;
+}
+
+// The C library's names of functions with 64-bit offsets, and of those with 64-bit times
+// besides.
+#ifdef __GLIBC__
+#define OFFSET64(name) name "64"
+#define OFFSET_TIME64(name) (sizeof(long) == 8 ? name "64" : "__" name "64_time64")
+#else
+#define OFFSET64(name) name
+#define OFFSET_TIME64(name) (sizeof(long) == 8 ? name : "__" name "_time64")
+#endif
+
 inline void make_dir(const std::string& path, mode_t mode = 0755) {
   EXPECT_EQ(mkdir(path.c_str(), mode), 0) << path << ": " << std::strerror(errno);
 }

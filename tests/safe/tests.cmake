@@ -8,7 +8,8 @@ if(GROUNDWORK_URL)
 endif()
 groundwork_test(safe/hash_foreach_test)
 groundwork_test(safe/file_writers_test LABELS threads)
-set(with_64_bit_calls safe_file_duplicate_test safe_file_replace_test safe_file_writers_test)
+set(with_64_bit_calls safe_dir_make_test safe_dir_remove_test safe_file_duplicate_test
+  safe_file_replace_test safe_file_writers_test)
 
 if(GROUNDWORK_CONF)
   groundwork_test(safe/conf_save_test)
