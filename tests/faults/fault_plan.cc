@@ -46,7 +46,7 @@ EFFECTS(kCreateEffects, E(EAGAIN), E(ENOMEM), E(EPERM));
 EFFECTS(kDestroyEffects, E(EBUSY), E(EINVAL));
 EFFECTS(kDescriptorEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(EACCES), E(EAFNOSUPPORT));
 EFFECTS(kFcntlEffects, E(EAGAIN), E(EACCES), E(ENOLCK), E(EDEADLK), E(EIO), E(EINTR));
-EFFECTS(kFdopendirEffects, E(ENOMEM), E(EBADF), E(ENOTDIR));
+EFFECTS(kFdopendirEffects, E(ENOMEM), E(EBADF), E(ENOTDIR), E(EINTR));
 EFFECTS(kFgetsEffects, E(EIO), E(ECONNRESET), E(EAGAIN), E(EINTR), kEnds);
 EFFECTS(kFlockEffects, E(ENOLCK), E(EBADF), E(EAGAIN), E(EINTR));
 EFFECTS(kFreadEffects, E(EIO), E(ECONNRESET), E(EAGAIN), E(EINTR), kEnds, kTransfersOne,
