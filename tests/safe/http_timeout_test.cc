@@ -191,6 +191,19 @@ TEST_F(HttpTimeout, EachKindOfReadEndsInTime) {
 }
 
 // The limit is for each wait, not for the body.
+// A line of one byte is the shortest that is read.
+TEST_F(HttpTimeout, AOneByteLineEndsInTime) {
+  SilentServer server(kOk + "ab");
+  const URL url = open_limited(server.url(), kShort);
+  ASSERT_NE(url, nullptr);
+  char buffer[2];
+  EXPECT_STREQ(url_gets(url, buffer, sizeof buffer), "a");
+  EXPECT_STREQ(url_gets(url, buffer, sizeof buffer), "b");
+  EXPECT_EQ(url_gets(url, buffer, sizeof buffer), nullptr);
+  expect_timed_out();
+  url_close(url);
+}
+
 TEST_F(HttpTimeout, ABodyMayTakeLongerThanTheLimit) {
   ScriptedServer server([](Connection& connection) {
     connection.read_request();
