@@ -36,9 +36,6 @@ do_install_ptest() {
     fi
 }
 
-# The recipe is tested only with glibc.
-COMPATIBLE_HOST:libc-musl = "null"
-
 PACKAGE_BEFORE_PN = "${PN}-tools"
 FILES:${PN}-tools = "${bindir} ${datadir}/bash-completion"
 
