@@ -781,6 +781,23 @@ TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
   }
 }
 
+TEST(FileCancellation, AThreadThatIsToBeCancelledClosesItsFileFirst) {
+  TemporaryDirectory dir;
+  GFile* const file = g_file_open(dir.write("f", "abc").c_str(), 0);
+  ASSERT_NE(file, nullptr);
+  const int descriptor = lowest_free_descriptor() - 1;
+  ASSERT_NE(fcntl(descriptor, F_GETFD), -1);
+  pthread_t thread;
+  const auto close_file = [](void* opened) -> void* {
+    pthread_cancel(pthread_self());
+    g_file_close(static_cast<GFile*>(opened));
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, nullptr, close_file, file), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
+}
+
 TEST(FileCancellation, AThreadThatLeavesWhileAFailureIsLoggedLosesNothing) {
   TemporaryDirectory dir;
   // A directory opens, has a size, and cannot be read.
