@@ -783,9 +783,9 @@ TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
 
 TEST(FileCancellation, AThreadThatIsToBeCancelledClosesItsFileFirst) {
   TemporaryDirectory dir;
-  GFile* const file = g_file_open(dir.write("f", "abc").c_str(), 0);
-  ASSERT_NE(file, nullptr);
-  const int descriptor = lowest_free_descriptor() - 1;
+  const std::string path = dir.write("f", "abc");
+  const int descriptor = lowest_free_descriptor();
+  GFile* const file = g_file_open(path.c_str(), 0);
   ASSERT_NE(fcntl(descriptor, F_GETFD), -1);
   pthread_t thread;
   const auto close_file = [](void* opened) -> void* {
