@@ -65,11 +65,14 @@ void time_out(LimitedStream& stream) {
 
 // Waits for bytes, the end or an error. False with errno set when the time is up.
 bool wait_for_bytes(LimitedStream& stream) {
+  const int saved_errno = errno;
+  const int fd = fileno(stream.http.stream);
+  errno = saved_errno;
+  if (fd == -1) return true;  // a stream in memory, that the program put there
   const int64_t now = g_monotonic_ms();
   const int64_t deadline = stream.deadline != 0 ? stream.deadline : now + stream.limit;
   // The deadline also ends endless headers.
-  const int result =
-      now < deadline ? wait_until(fileno(stream.http.stream), POLLIN, deadline) : 0;
+  const int result = now < deadline ? wait_until(fd, POLLIN, deadline) : 0;
   if (result == 0) time_out(stream);
   return result > 0;
 }

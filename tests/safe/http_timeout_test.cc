@@ -391,21 +391,26 @@ TEST_F(HttpTimeout, ABodyIsReadAsWithoutIt) {
 
 TEST_F(HttpTimeout, ABodyComesFromWhateverStreamAProgramPutThere) {
   ScriptedServer server(kOk);
-  const std::string text(9000, 'x');
-  for (const int limit : {0, kLong}) {
-    const URL url = open_limited(server.url(), limit);
-    ASSERT_NE(url, nullptr);
+  std::string text = std::string(9000, 'x') + "\nlast";
+  for (const int limit : {0, kShort}) {
     FILE* const file = std::tmpfile();
     ASSERT_NE(file, nullptr);
     ASSERT_EQ(std::fwrite(text.data(), 1, text.size(), file), text.size());
     std::rewind(file);
-    std::fclose(std::exchange(reinterpret_cast<URL_http*>(url)->stream, file));
-    char buffer[16384];
-    errno = 0;
-    ASSERT_EQ(url_read(url, buffer, sizeof buffer), 9000);
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(std::string(buffer, 9000), text);
-    url_close(url);
+    FILE* const memory = fmemopen(text.data(), text.size(), "r");  // has no descriptor
+    for (FILE* const other : {file, memory}) {
+      const URL url = open_limited(server.url(), limit);
+      ASSERT_NE(url, nullptr);
+      std::fclose(std::exchange(reinterpret_cast<URL_http*>(url)->stream, other));
+      char buffer[16384];
+      errno = 0;
+      ASSERT_EQ(url_read(url, buffer, 9000), 9000);
+      EXPECT_EQ(std::string(buffer, 9000), text.substr(0, 9000));
+      EXPECT_STREQ(url_gets(url, buffer, sizeof buffer), "\n");
+      EXPECT_EQ(url_fgetc(url), 'l');
+      EXPECT_EQ(errno, 0);
+      url_close(url);
+    }
   }
 }
 
