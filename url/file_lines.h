@@ -16,8 +16,9 @@ bool is_read_in_pieces(URL url);
 
 // url_readline() for such a stream and an `n` of 2 or more, with two system calls per line
 // instead of one per byte. During the call the descriptor may be ahead of the line, which a
-// signal handler or another process that shares it could see. A pipe that a program puts under
-// the descriptor's number after the first line cannot step back, and loses what was ahead.
+// signal handler or another process that shares it could see. A pipe that a program puts
+// under the descriptor's number after the first line cannot step back: what was ahead is
+// lost.
 int32_t read_line_in_pieces(URL url, char* buf, int32_t n);
 
 }  // namespace groundwork
