@@ -13,7 +13,7 @@ if(GROUNDWORK_CONF AND GROUNDWORK_CRYPT AND GROUNDWORK_URL)
   target_compile_definitions(endurance_soak PRIVATE
     _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
   groundwork_warnings(endurance_soak)
-  if(CMAKE_CROSSCOMPILING)
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
     set(soak_arguments 5 emulated)
   else()
     set(soak_arguments 20)

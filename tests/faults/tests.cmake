@@ -56,7 +56,7 @@ endif()
 
 # Emulated, each call fails once only, in one way: what a fault does to the library does not
 # depend on the target, but the names and layouts of the functions do.
-if(CMAKE_CROSSCOMPILING)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
   set(fault_form --short)
 endif()
 add_test(NAME faults/sweep_test COMMAND faults_sweep_test ${fault_form})

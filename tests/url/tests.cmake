@@ -15,7 +15,7 @@ groundwork_test(url/standard_streams_test LIBRARIES url_test_support)
 groundwork_test(url/stream_test)
 
 # Against real servers, which the script starts. Emulated, reading 100 MiB takes too long.
-if(CMAKE_CROSSCOMPILING)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
   set(big_mib 4)
 else()
   set(big_mib 100)
