@@ -1,10 +1,6 @@
 # SPDX-License-Identifier: MIT
 set(CMAKE_SYSTEM_PROCESSOR mipsel)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel)
 set(musl_target mipsel)
+set(musl_binutils mipsel-linux-gnu-)
 include("${CMAKE_CURRENT_LIST_DIR}/musl.cmake")
-set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-mipsel")
-# The compiler has another name than those of its tools.
-foreach(tool AR RANLIB NM OBJCOPY OBJDUMP READELF STRIP)
-  string(TOLOWER ${tool} name)
-  set(CMAKE_${tool} "mipsel-linux-gnu-${name}")
-endforeach()

@@ -15,3 +15,11 @@ set(CMAKE_FIND_ROOT_PATH "${_musl}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+# The compiler has another name than those of its tools, which are this machine's for 32- and
+# 64-bit x86.
+if(musl_binutils)
+  foreach(_tool IN ITEMS AR RANLIB NM OBJCOPY OBJDUMP READELF STRIP)
+    string(TOLOWER ${_tool} _name)
+    set(CMAKE_${_tool} "${musl_binutils}${_name}")
+  endforeach()
+endif()
