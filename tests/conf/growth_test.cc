@@ -246,6 +246,49 @@ TEST(ConfCollidingNames, CostAtMostThreeTimesWhatPlainNamesCost) {
   }
 }
 
+TEST(ConfCollidingNames, OfAReorderedListCostOneWalkAtTheNextChange) {
+  const Names names = names_of(kCollidings[0]);
+  expect_no_walks([&](size_t keys) {
+    std::string text = "[s]\n";
+    for (size_t at = 0; at < keys; ++at) text += names[at] + "=v\n";
+    const ConfFile file(text);
+    const Conf conf = file.open();
+    GConfSection* const section = g_find_section(conf.get(), "s");
+    section->entries = g_list_reverse(section->entries);
+    for (size_t at = 0; at < keys; ++at) {
+      g_conf_remove_key(conf.get(), "s", names[at].c_str());
+    }
+    EXPECT_EQ(section->entries, nullptr);
+    conf->dirty = 0;
+  });
+}
+
+// So few among so many hardly change what an insertion costs on average.
+TEST(ConfCollidingNames, CostNoMoreThanThePlainOnesAmongWhichTheyHide) {
+  constexpr unsigned kKeys = 50000;
+  constexpr unsigned kHidden = 300;
+  const Family& colliding = kCollidings[0];
+  std::string text = "[s]\n";
+  for (unsigned number = 0; number < kKeys; ++number) text += kPlain.name(number) + "=v\n";
+  for (unsigned number = 0; number < kHidden; ++number)
+    text += colliding.name(number) + "=v\n";
+  const ConfFile file(text);
+  const Conf conf = file.open();
+  // A miss probes all that collide.
+  const auto seconds_to_miss = [&](const std::string& name) {
+    return least_seconds(3, [&] {
+      for (int times = 0; times < 100; ++times) {
+        ASSERT_EQ(g_conf_read_string(conf.get(), "s", name.c_str(), nullptr), nullptr);
+      }
+    });
+  };
+  const double ratio = settled_ratio(3, [&] {
+    const double usual = seconds_to_miss(kPlain.name(kKeys));
+    return seconds_to_miss(colliding.name(kHidden)) / usual;
+  });
+  EXPECT_LT(ratio, 3);
+}
+
 TEST(ConfCollidingNames, AreFoundIgnoringCaseAndDistinguishedFromOthers) {
   for (const Family& family : kCollidings) {
     const ConfFile file;
