@@ -10,6 +10,7 @@
 
 #include "safe/conf_support.h"
 #include "safe/file_support.h"
+#include "support/allocation_faults.h"
 
 using namespace test;
 
@@ -356,6 +357,31 @@ TEST(ConfSave, AResultLargerThanTheLimitOfFileSizesIsRefused) {
   signal(SIGXFSZ, handler);
   EXPECT_EQ(g_conf_save(conf.get(), 0), 0);
   EXPECT_EQ(file.text(), "# c\n[s]\na=1\nb=" + std::string(100, 'x') + "\n");
+}
+
+TEST(ConfSave, ExhaustedMemoryIsEnomemAndLeavesTheFile) {
+  const std::string before = "[s]\na=1\n";
+  const std::string value(1000, 'x');  // the buffer has to grow for it
+  const ConfFile file(before);
+  const Conf conf = file.open();
+  set(conf.get(), "s", "b", value.c_str());
+  set(conf.get(), "t", "c", value.c_str());
+  for (int nth = 1;; ++nth) {
+    AllocationFaults faults(nth, true);
+    errno = 0;
+    const int result = g_conf_save(conf.get(), 0);
+    const int error = errno;
+    faults.disarm();
+    if (faults.failures() == 0) {
+      EXPECT_EQ(result, 0);
+      break;
+    }
+    EXPECT_EQ(result, -1) << nth;
+    EXPECT_EQ(error, ENOMEM) << nth;
+    EXPECT_EQ(file.text(), before);
+    EXPECT_EQ(conf->dirty, 1);
+  }
+  EXPECT_EQ(file.text(), before + "b=" + value + "\n\n[t]\nc=" + value + "\n");
 }
 
 TEST(ConfSave, CallbacksDoNotRun) {

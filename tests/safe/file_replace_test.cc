@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -43,6 +44,8 @@ int renames_refused = 0;
 int stat_error = 0;
 int close_error = 0;  // of the first close() of a regular file
 void (*on_flock)() = nullptr;
+size_t longest_name = 0;  // that the filesystem takes; 0 for the real one
+size_t told_longest = 0;  // what fpathconf() says
 
 struct Watch {
   Watch() {
@@ -51,6 +54,7 @@ struct Watch {
     on_flock = nullptr;
     interrupted_writes = write_error = close_error = stat_error = 0;
     fsync_calls = failing_fsync = fsync_error = renames_refused = 0;
+    longest_name = 0;
   }
   ~Watch() { is_watching = false; }
 };
@@ -133,6 +137,29 @@ extern "C" int stat(const char* path, struct stat* status) noexcept {
     return -1;
   }
   return real(path, status);
+}
+
+extern "C" int openat(int directory, const char* path, int flags, ...) {
+  static const auto real = test::next_function<int(int, const char*, int, ...)>("openat64");
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list args;
+    va_start(args, flags);
+    mode = va_arg(args, mode_t);
+    va_end(args);
+  }
+  const bool is_new = (flags & O_CREAT) != 0;
+  if (is_watching && is_new && longest_name != 0 && std::strlen(path) > longest_name) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  return real(directory, path, flags, mode);
+}
+
+extern "C" long fpathconf(int descriptor, int name) noexcept {
+  static const auto real = test::next_function<long(int, int)>("fpathconf");
+  if (!is_watching || longest_name == 0) return real(descriptor, name);
+  return name == _PC_NAME_MAX ? static_cast<long>(told_longest) : -1;
 }
 
 extern "C" int flock(int descriptor, int operation) noexcept {
@@ -673,6 +700,35 @@ TEST(FileReplace, TemporaryNameOfALongNameIsCutBetweenCharacters) {
     EXPECT_EQ(names_in(directory.path()), Names{name});
     EXPECT_EQ(read_file(directory / name), "new");
   }
+}
+
+TEST(FileReplace, TemporaryNameIsNoLongerThanTheFilesystemTakes) {
+  const TemporaryDirectory directory;
+  const std::string name(24, 'n');
+  const std::string path = directory.write(name, "old");
+  // It is gone afterwards, so this was the name.
+  directory.write("." + std::string(19, 'n') + ".new", "left by a power cut");
+  {
+    const Watch watch;
+    longest_name = told_longest = 24;
+    EXPECT_EQ(replace(path, "new"), 0);
+  }
+  EXPECT_EQ(names_in(directory.path()), Names{name});
+  EXPECT_EQ(read_file(path), "new");
+}
+
+TEST(FileReplace, FilesystemThatRefusesTheNameAndHasNoUsableLimitIsEnametoolong) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.write(std::string(24, 'n'), "old");
+  for (const size_t told : {size_t{7}, size_t{NAME_MAX}}) {
+    const Watch watch;
+    longest_name = 24;
+    told_longest = told;
+    EXPECT_EQ(replace(path, "new"), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG) << told;
+  }
+  EXPECT_EQ(names_in(directory.path()), Names{std::string(24, 'n')});
+  EXPECT_EQ(read_file(path), "old");
 }
 
 TEST(FileReplace, NameOfDotsIsNotItsOwnTemporaryName) {

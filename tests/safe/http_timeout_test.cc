@@ -190,7 +190,6 @@ TEST_F(HttpTimeout, EachKindOfReadEndsInTime) {
   url_close(url);
 }
 
-// The limit is for each wait, not for the body.
 // A line of one byte is the shortest that is read.
 TEST_F(HttpTimeout, AOneByteLineEndsInTime) {
   SilentServer server(kOk + "ab");
@@ -204,6 +203,7 @@ TEST_F(HttpTimeout, AOneByteLineEndsInTime) {
   url_close(url);
 }
 
+// The limit is for each wait, not for the body.
 TEST_F(HttpTimeout, ABodyMayTakeLongerThanTheLimit) {
   ScriptedServer server([](Connection& connection) {
     connection.read_request();
@@ -412,6 +412,41 @@ TEST_F(HttpTimeout, ABodyComesFromWhateverStreamAProgramPutThere) {
       url_close(url);
     }
   }
+}
+
+// Reads "ab\n", each byte after an interruption.
+struct InterruptedBytes {
+  const char* next = "ab\n";
+  bool is_interrupted = false;
+
+  static ssize_t read(void* bytes, char* buf, size_t) {
+    auto& self = *static_cast<InterruptedBytes*>(bytes);
+    self.is_interrupted = !self.is_interrupted;
+    if (self.is_interrupted) {
+      errno = EINTR;
+      return -1;
+    }
+    if (*self.next == '\0') return 0;
+    *buf = *self.next++;
+    return 1;
+  }
+};
+
+TEST_F(HttpTimeout, AnInterruptedReadOfAProgramsStreamGoesOn) {
+  ScriptedServer server(kOk);
+  const URL url = open_limited(server.url(), kLong);
+  ASSERT_NE(url, nullptr);
+  InterruptedBytes bytes;
+  FILE* const other = fopencookie(&bytes, "r", {InterruptedBytes::read, {}, {}, {}});
+  ASSERT_NE(other, nullptr);
+  std::fclose(std::exchange(reinterpret_cast<URL_http*>(url)->stream, other));
+  errno = 0;
+  EXPECT_EQ(url_fgetc(url), 'a');
+  char buffer[10] = "";
+  EXPECT_STREQ(url_gets(url, buffer, sizeof buffer), "b\n");
+  EXPECT_EQ(url_fgetc(url), -1);
+  EXPECT_EQ(errno, 0);
+  url_close(url);
 }
 
 TEST_F(HttpTimeout, FailuresHaveTheirOwnReasons) {
