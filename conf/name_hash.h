@@ -37,11 +37,6 @@ uint32_t keyed_hash(std::string_view name, uint32_t seed);
 // A number that is different each time a program is started.
 uint32_t process_seed();
 
-// For tables that always use the slower hash.
-inline uint32_t keyed_hash(std::string_view name) {
-  return keyed_hash(name, process_seed());
-}
-
 }  // namespace groundwork
 
 #endif

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "conf/line.h"
+#include "conf/name_hash.h"
 #include "core/byte_array.h"
 #include "core/owned.h"
 
@@ -68,6 +69,7 @@ class ConfTable {
   // Hash table from names to ids: open addressing, linear probing, at most half full.
   Owned<Id> slots_;
   uint32_t mask_ = 0;
+  const uint32_t seed_ = process_seed();
   Id indexed_ = 0;               // the number of items in the hash table
   bool has_duplicates_ = false;  // among those in the hash table
   bool is_exhausted_ = false;
