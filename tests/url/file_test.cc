@@ -20,6 +20,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -1225,6 +1226,23 @@ TEST_F(MemoryView, CloseClosesTheDescriptorAndLeavesTheBytes) {
   const int before = open_descriptors();
   viewing(bytes);
   close_all();
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(FileStreamCancellation, AThreadThatIsToBeCancelledClosesItsStreamFirst) {
+  const test::TemporaryDirectory directory;
+  const std::string path = directory.write("f", "abc");
+  const int before = open_descriptors();
+  const URL url = url_file_open(path.c_str());
+  ASSERT_NE(url, nullptr);
+  pthread_t thread;
+  const auto close_stream = [](void* opened) -> void* {
+    pthread_cancel(pthread_self());
+    url_close(static_cast<URL>(opened));
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, nullptr, close_stream, url), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
   EXPECT_EQ(open_descriptors(), before);
 }
 
