@@ -64,16 +64,17 @@ char** copy_names(struct dirent* const* entries, int found, int filter, int& kep
   return names;
 }
 
-// Creates the directory that `path` names up to `slash`. The slash is restored afterwards.
+// Creates the directory that `path` names up to `slash`, which is restored before anything
+// is logged, as that may end the thread.
 bool create_parent(const char* path, char* slash) {
   *slash = '\0';
   const bool exists = mkdir(path, kPermissions) == 0 || errno == EEXIST;
+  *slash = '/';
   if (!exists) {
     const int error = errno;
-    g_log(G_LOG_WARNING, kSource, __LINE__, "%s - %s(%d).", std::strerror(error), path,
-          error);
+    g_log(G_LOG_WARNING, kSource, __LINE__, "%s - %.*s(%d).", std::strerror(error),
+          static_cast<int>(slash - path), path, error);
   }
-  *slash = '/';
   return exists;
 }
 

@@ -390,6 +390,25 @@ TEST(Mkdir, AParentThatCannotBeCreatedIsReportedAndThePathRestored) {
                                             std::to_string(ENOTDIR) + ").")});
 }
 
+TEST(Mkdir, ThePathIsRestoredEvenIfTheThreadEndsInTheReport) {
+  TemporaryDirectory dir;
+  dir.write("f", "");
+  std::string path = dir / "f/x/y";
+  const std::string before = path;
+  g_debug_set_handler([](const char*, void*) -> int { pthread_exit(nullptr); }, nullptr);
+  pthread_t thread;
+  const auto make = [](void* at) -> void* {
+    g_mkdir(static_cast<char*>(at));
+    return at;
+  };
+  ASSERT_EQ(pthread_create(&thread, nullptr, make, path.data()), 0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  g_debug_set_handler(nullptr, nullptr);
+  EXPECT_EQ(result, nullptr);
+  EXPECT_EQ(path, before);
+}
+
 TEST(Rmdir, RemovesATreeOfFilesAndDirectories) {
   TemporaryDirectory dir;
   const std::string tree = dir / "tree";
