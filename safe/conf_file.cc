@@ -40,9 +40,9 @@ ssize_t read_up_to(int descriptor, char* buffer, size_t size) {
 
 }  // namespace
 
-int ConfFile::read(const char* path) {
+int ConfFile::read(int directory, const char* path) {
   // O_NONBLOCK: opening a pipe must not wait for a writer.
-  const Descriptor file = open_at(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  const Descriptor file = open_at(directory, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!file.is_open()) return errno;
   struct stat status;
   if (get_status(file.get(), &status) != 0) return errno;

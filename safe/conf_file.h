@@ -39,11 +39,12 @@ inline FileContent content_of(std::string_view bytes) {
 
 class ConfFile {
  public:
-  // Reads a regular file like the loader, under a shared lock that it does not wait for.
+  // Reads a regular file like the loader, under a shared lock that it does not wait for. A
+  // relative path begins at `directory`, a descriptor or AT_FDCWD.
   // Returns 0 or the error: EAGAIN if another process has locked the file or changes it
   // meanwhile, EFBIG for 2 GiB and more; ENOENT also for anything but a regular file. Logs
   // nothing. The caller holds off cancellation.
-  int read(const char* path);
+  int read(int directory, const char* path);
 
   // Empty unless read() returned 0; never null.
   std::string_view bytes() const {

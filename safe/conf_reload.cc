@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string_view>
 
+#include <fcntl.h>
 #include <pthread.h>
 
 #include "conf/line.h"
@@ -219,7 +220,7 @@ int reload(GConf* conf, Notices::Block& notices) {
   const ConfFileLock lock(conf);
   if (is_dirty(conf)) return fail(EBUSY);
   ConfFile file;
-  if (const int error = file.read(conf->filename); error != 0) return fail(error);
+  if (const int error = file.read(AT_FDCWD, conf->filename); error != 0) return fail(error);
   const std::string_view bytes = file.bytes();
   // A NUL in the file ends its text.
   const std::string_view text = between(bytes, 0, position_of(bytes, '\0'));

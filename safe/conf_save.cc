@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <string_view>
 
+#include <fcntl.h>
+
 #include "conf/fingerprint.h"
 #include "conf/line.h"
 #include "conf/model.h"
@@ -40,9 +42,11 @@ bool is_known(const GConf* conf, int error, const ConfFile& file) {
          (is_missing(error) || (error == 0 && file.bytes().empty()));
 }
 
-// Reads the file, and checks whether it has the content that the conf knows.
-int read_known(const GConf* conf, bool force, ConfFile& file) {
-  const int error = file.read(conf->filename);
+// Reads the file that will be replaced, if it was found, and not what the path may lead to by
+// now. Checks whether it has the content that the conf knows.
+int read_known(const GConf* conf, bool force, const Replacement* found, ConfFile& file) {
+  const int error = found != nullptr ? file.read(found->directory(), found->name())
+                                     : file.read(AT_FDCWD, conf->filename);
   if (error != 0 && error != EFBIG && !is_missing(error)) return error;
   if (!force && !is_known(conf, error, file)) return ESTALE;
   return error == EFBIG ? EFBIG : 0;
@@ -74,7 +78,10 @@ int save(GConf* conf, bool force) {
   Replacement replacement;
   const int find_error = replacement.find(conf->filename) ? 0 : errno;
   ConfFile file;
-  if (const int error = read_known(conf, force, file); error != 0) return fail(error);
+  const Replacement* const found = find_error == 0 ? &replacement : nullptr;
+  if (const int error = read_known(conf, force, found, file); error != 0) {
+    return fail(error);
+  }
   if (find_error != 0) return fail(find_error);
   ByteArray text;
   if (const int error = take_text(conf, file, force, text); error != 0) return fail(error);

@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 using namespace groundwork;
@@ -26,7 +27,7 @@ constexpr uint32_t kLockTimeoutMs = 5000;
 constexpr uint32_t kLongestNapMs = 16;  // between two attempts to lock
 constexpr int kMaxLinks = 40;           // as many as the system follows
 constexpr int kAttempts = 10;           // while others change links and files
-constexpr long kShortestLimit = 8;      // on the length of a filesystem's names
+constexpr size_t kShortestLimit = 8;      // on the length of a filesystem's names
 constexpr size_t kLongestWrite = size_t{1} << 30;
 constexpr mode_t kNewFile = 0644;
 constexpr mode_t kOwnerBits = 0700;
@@ -243,9 +244,14 @@ bool Replacement::create() {
                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode, &is_created_);
     if (is_created_) return temporary_.is_open();
     if (errno == ENAMETOOLONG) {
-      const long longest = fpathconf(directory_.get(), _PC_NAME_MAX);
+      // Not fpathconf(), which does not ask the filesystem in every C library.
+      struct statvfs filesystem;
+      if (uninterrupted([&] { return fstatvfs(directory_.get(), &filesystem); }) != 0) {
+        return false;
+      }
+      const size_t longest = filesystem.f_namemax;
       if (longest < kShortestLimit || longest >= NAME_MAX) return false;
-      name_temporary(static_cast<size_t>(longest));
+      name_temporary(longest);
     } else if (errno != EEXIST || (!remove_temporary() && errno != ENOENT)) {
       return false;
     }

@@ -37,6 +37,9 @@ class Replacement {
   // replaces a file in it as long as this object exists.
   bool find(const char* path);
 
+  // After find(): the directory of the file, and its name there.
+  int directory() const { return directory_.get(); }
+  const char* name() const { return name_; }
   // After find(): the existing regular file; null for a new file.
   const struct stat* file() const { return exists_ ? &file_ : nullptr; }
   // After find(): returns whether this other file will stay. False, with EINVAL, if it is

@@ -69,7 +69,6 @@ EFFECTS(kNoThreadEffects, E(ESRCH));
 EFFECTS(kOpenEffects, E(EMFILE), E(ENFILE), E(ENOMEM), E(ENOSPC), E(EACCES), E(EROFS),
         E(ENOENT), E(ENOTDIR), E(EIO), E(EINTR));
 EFFECTS(kOwnerEffects, E(EPERM), E(EROFS), E(EIO), E(EINVAL), E(EINTR));
-EFFECTS(kPathconfEffects, E(EINVAL), E(EIO));
 EFFECTS(kPollEffects, E(ENOMEM), E(EINVAL), E(EINTR), kEnds);
 EFFECTS(kPrintEffects, E(EIO), E(ENOSPC), E(EPIPE), E(EAGAIN), E(EINTR));
 EFFECTS(kPwnamEffects, E(EIO), E(EMFILE), E(ENFILE), E(ENOMEM), E(EINTR), kEnds);
@@ -120,7 +119,6 @@ constexpr Faultable kFaultables[] = {
     {Call::kFgets, "fgets", kFgetsEffects},
     {Call::kFlock, "flock", kFlockEffects},
     {Call::kFopen, OFFSET64("fopen"), kOpenEffects},
-    {Call::kFpathconf, "fpathconf", kPathconfEffects},
     {Call::kFprintf, "fprintf", kPrintEffects, "__fprintf_chk"},
     {Call::kFputs, "fputs", kPrintEffects},
     {Call::kFread, "fread", kFreadEffects},
@@ -128,6 +126,7 @@ constexpr Faultable kFaultables[] = {
      kStatEffects},
     {Call::kFstatat, OFFSET_TIME64("fstatat", "__fstatat64_time64", "__fstatat_time64"),
      kStatatEffects},
+    {Call::kFstatvfs, OFFSET64("fstatvfs"), kStatfsEffects},
     {Call::kFsync, "fsync", kFsyncEffects},
     {Call::kFtruncate, OFFSET64("ftruncate"), kFtruncateEffects},
     {Call::kFutimens, TIME64("futimens", "__futimens64", "__futimens_time64"),

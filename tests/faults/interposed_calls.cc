@@ -22,6 +22,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/time.h>
 #include <sys/vfs.h>
 #include <time.h>
@@ -247,9 +248,9 @@ int futimens(int fd, const struct timespec* times) noexcept {
   return NEXT(kFutimens, futimens)(fd, times);
 }
 
-long fpathconf(int fd, int name) noexcept {
-  if (const Effect* const effect = strike(Call::kFpathconf)) return failed(*effect, -1L);
-  return NEXT(kFpathconf, fpathconf)(fd, name);
+int fstatvfs(int fd, struct statvfs* status) noexcept {
+  if (const Effect* const effect = strike(Call::kFstatvfs)) return failed(*effect, -1);
+  return NEXT(kFstatvfs, fstatvfs)(fd, status);
 }
 
 int unlinkat(int directory, const char* path, int flags) noexcept {

@@ -2,17 +2,34 @@
 //
 // SPDX-License-Identifier: MIT
 
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
+#include <fstream>
 
 #include "safe/conf_support.h"
 #include "safe/file_support.h"
 #include "support/allocation_faults.h"
+#include "support/next_function.h"
 
 using namespace test;
+
+namespace {
+
+// What comes before a directory is locked; it is given the directory's descriptor.
+void (*on_flock)(int descriptor) = nullptr;
+
+}  // namespace
+
+extern "C" int flock(int descriptor, int operation) noexcept {
+  static const auto real = next_function<int(int, int)>("flock");
+  if (on_flock != nullptr) on_flock(descriptor);
+  return real(descriptor, operation);
+}
 
 namespace {
 
@@ -444,6 +461,28 @@ TEST(ConfSaveStale, AFileThatAnotherChangedAfterASyncOrASaveIsLeftAlone) {
   set(conf.get(), "s", "a", "4");
   file.rewrite("[s]\na=2\n");
   expect_refused(conf.get(), ESTALE);
+}
+
+TEST(ConfSaveStale, IsAskedOfTheFileThatWouldBeReplaced) {
+  const TemporaryDirectory directory;
+  ASSERT_EQ(mkdir((directory / "app").c_str(), 0755), 0);
+  const Conf conf(g_conf_open(directory.write("app/f", "[s]\nk=1\n").c_str()));
+  set(conf.get(), "s", "k", "2");
+  directory.write("app/f", "[s]\nk=3\n");
+  on_flock = [](int descriptor) {
+    on_flock = nullptr;
+    const auto in_parent = [descriptor](const char* name) {
+      return "/proc/self/fd/" + std::to_string(descriptor) + "/../" + name;
+    };
+    const std::string app = in_parent("app");
+    ASSERT_EQ(std::rename(app.c_str(), in_parent("old").c_str()), 0);
+    ASSERT_EQ(mkdir(in_parent("app").c_str(), 0755), 0);
+    std::ofstream(in_parent("app/f")) << "[s]\nk=1\n";
+  };
+  EXPECT_EQ(g_conf_save(conf.get(), 0), -1);
+  EXPECT_EQ(errno, ESTALE);
+  EXPECT_EQ(on_flock, nullptr);
+  EXPECT_EQ(read_file(directory / "old/f"), "[s]\nk=3\n");
 }
 
 TEST(ConfSaveStale, IsAskedBeforeAnythingElse) {

@@ -18,6 +18,7 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/statvfs.h>
 #include <sys/un.h>
 
 #include "safe/file_support.h"
@@ -45,7 +46,7 @@ int stat_error = 0;
 int close_error = 0;  // of the first close() of a regular file
 void (*on_flock)() = nullptr;
 size_t longest_name = 0;  // that the filesystem takes; 0 for the real one
-size_t told_longest = 0;  // what fpathconf() says
+size_t told_longest = 0;  // what fstatvfs() says
 
 struct Watch {
   Watch() {
@@ -156,10 +157,17 @@ extern "C" int openat(int directory, const char* path, int flags, ...) {
   return real(directory, path, flags, mode);
 }
 
-extern "C" long fpathconf(int descriptor, int name) noexcept {
-  static const auto real = test::next_function<long(int, int)>("fpathconf");
-  if (!is_watching || longest_name == 0) return real(descriptor, name);
-  return name == _PC_NAME_MAX ? static_cast<long>(told_longest) : -1;
+#if __SIZEOF_LONG__ == 4 && defined(__GLIBC__)
+constexpr char kFstatvfs[] = "fstatvfs64";
+#else
+constexpr char kFstatvfs[] = "fstatvfs";
+#endif
+
+extern "C" int fstatvfs(int descriptor, struct statvfs* filesystem) noexcept {
+  static const auto real = test::next_function<int(int, struct statvfs*)>(kFstatvfs);
+  const int result = real(descriptor, filesystem);
+  if (is_watching && longest_name != 0) filesystem->f_namemax = told_longest;
+  return result;
 }
 
 extern "C" int flock(int descriptor, int operation) noexcept {
