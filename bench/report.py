@@ -42,9 +42,9 @@ BOARD_INTRODUCTION = """<!-- SPDX-License-Identifier: MIT -->
 # Performance on boards
 
 The library beside its peers on two emulated boards: a Debian kernel, Debian's packages of the
-peers, and a clock that advances by a nanosecond with each instruction. A figure is thus the number
-of instructions that the library, the C library and the kernel execute for one operation,
-repeatable to a few parts in a thousand. What a cache or a slow memory costs does not show;
+peers, and a clock that advances by the same time with each instruction. A figure is the number of
+instructions that the library, the C library and the kernel execute for one operation, repeatable
+to a few parts in a thousand. What a cache or a slow memory costs does not show;
 [performance.md](performance.md) has times of a real processor, what each job is, and the aims,
 which are for those times.
 
@@ -115,10 +115,10 @@ def comparisons(results):
                "verdict": verdict(judged["ratio"], aim), "judged": judged}
 
 
-def text_table(results):
+def text_table(results, unit="ns"):
     """For the terminal."""
-    table = [("job", "size", "build", "ours ns", "floor ns", "peer", "peer ns", "ratio",
-              "aim", "")]
+    table = [("job", "size", "build", f"ours {unit}", f"floor {unit}", "peer", f"peer {unit}",
+              "ratio", "aim", "")]
     for line in comparisons(results):
         for arch, figures in line["figures"].items():
             aim = line["aim"]

@@ -12,9 +12,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/job.h"
@@ -87,41 +89,83 @@ class Synced {
   GConf* conf_;
 };
 
-// Two ready texts, in turn.
-class Replaced {
+std::string content_of(const char* path) {
+  const int file = open(path, O_RDONLY | O_CLOEXEC);
+  struct stat status;
+  require(file >= 0 && fstat(file, &status) == 0, path);
+  std::string text(static_cast<size_t>(status.st_size), '\0');
+  require(read(file, text.data(), text.size()) == status.st_size && close(file) == 0, path);
+  return text;
+}
+
+class Replacing {
  public:
-  explicit Replaced(const char* path) : path_(path), directory_(path) {
-    std::FILE* const file = std::fopen(path, "r");
-    require(file != nullptr, path);
-    char piece[4096];
-    for (size_t count; (count = std::fread(piece, 1, sizeof piece, file)) > 0;) {
-      text_.append(piece, count);
-    }
-    std::fclose(file);
-    const std::string before = "value of key.5\n";
-    place_ = text_.find(before);
-    rest_ = place_ + before.size() - 1;
-    temporary_ = path_ + ".new";
-    directory_.resize(directory_.rfind('/'));
-  }
-  void save(const char* value) {
-    std::string& text = texts_[value == kValues[0]];
-    if (text.empty()) text = text_.substr(0, place_) + value + text_.substr(rest_);
+  explicit Replacing(const char* path)
+      : path_(path), directory_(path_.substr(0, path_.rfind('/'))), temporary_(path_ + ".new") {}
+  const char* path() const { return path_.c_str(); }
+  void replace(const std::string& text) const {
     const int file =
         open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     require(file >= 0, temporary_.c_str());
     const bool written =
         write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     require(written && fsync(file) == 0 && close(file) == 0, temporary_.c_str());
-    require(std::rename(temporary_.c_str(), path_.c_str()) == 0, path_.c_str());
+    require(std::rename(temporary_.c_str(), path()) == 0, path());
     sync_path(directory_.c_str(), O_DIRECTORY);
   }
 
  private:
-  std::string path_, directory_, temporary_, text_;
+  std::string path_, directory_, temporary_;
+};
+
+// Where the value of key.5 is.
+class Place {
+ public:
+  explicit Place(const std::string& text)
+      : begin_(text.find("value of key.5\n")), end_(text.find('\n', begin_)) {}
+  std::string with(const std::string& text, std::string_view value) {
+    std::string result;
+    result.reserve(text.size() + value.size());
+    result.append(text, 0, begin_).append(value).append(text, end_);
+    end_ = begin_ + value.size();
+    return result;
+  }
+
+ private:
+  size_t begin_;
+  size_t end_;
+};
+
+// Two ready texts, in turn.
+class Replaced {
+ public:
+  explicit Replaced(const char* path) : file_(path) {
+    const std::string text = content_of(path);
+    for (const bool odd : {false, true}) texts_[odd] = Place(text).with(text, kValues[odd]);
+  }
+  void save(const char* value) { file_.replace(texts_[value == kValues[1]]); }
+
+ private:
+  Replacing file_;
   std::string texts_[2];
-  size_t place_ = 0;
-  size_t rest_ = 0;
+};
+
+// Keeps the text of the file, and notices when somebody else has changed it. Is told which
+// line to change, and keeps a copy of the text to compare with.
+class Checked {
+ public:
+  explicit Checked(const char* path) : file_(path), known_(content_of(path)), place_(known_) {}
+  void save(const char* value) {
+    const std::string text = content_of(file_.path());
+    require(text == known_, file_.path());
+    known_ = place_.with(text, value);
+    file_.replace(known_);
+  }
+
+ private:
+  Replacing file_;
+  std::string known_;
+  Place place_;
 };
 
 template <typename Store>
@@ -153,12 +197,21 @@ void save(State& state, bool without_syncs) {
   report(state, 1, digest.value());
 }
 
+constexpr int kSizes[] = {10, 1000, 100000};
+
 template <typename Store>
-void register_store(const char* who) {
-  for (const int size : {10, 1000, 100000}) {
-    job("conf.save", who, [](State& state) { save<Store>(state, false); })->Arg(size);
+void register_without_syncs(const char* who) {
+  for (const int size : kSizes) {
     job("conf.save.nosync", who, [](State& state) { save<Store>(state, true); })->Arg(size);
   }
+}
+
+template <typename Store>
+void register_store(const char* who) {
+  for (const int size : kSizes) {
+    job("conf.save", who, [](State& state) { save<Store>(state, false); })->Arg(size);
+  }
+  register_without_syncs<Store>(who);
 }
 
 }  // namespace
@@ -167,4 +220,5 @@ void groundwork::bench::register_jobs() {
   register_store<Saved>("ours");
   register_store<Synced>("g_conf_sync+fsync");
   register_store<Replaced>("write+rename");
+  register_without_syncs<Checked>("floor");
 }
