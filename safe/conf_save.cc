@@ -42,8 +42,8 @@ bool is_known(const GConf* conf, int error, const ConfFile& file) {
          (is_missing(error) || (error == 0 && file.bytes().empty()));
 }
 
-// Reads the file that will be replaced, if it was found, and not what the path may lead to by
-// now. Checks whether it has the content that the conf knows.
+// Reads the file that will be replaced, if it was found, and not what the path may lead to
+// by now. Checks whether it has the content that the conf knows.
 int read_known(const GConf* conf, bool force, const Replacement* found, ConfFile& file) {
   const int error = found != nullptr ? file.read(found->directory(), found->name())
                                      : file.read(AT_FDCWD, conf->filename);

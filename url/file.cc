@@ -14,10 +14,10 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/cancellation.h"
 #include "url/file_lines.h"
 #include "url/unique_fd.h"
 
@@ -145,8 +145,8 @@ char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
   return buf;
 }
 
-// Looks for both line ends at once, a word at a time: words without a control character have
-// none.
+// Looks for both line ends at once, a word at a time: words without a control character
+// have none.
 size_t line_length_by_words(std::string_view bytes) {
   size_t at = 0;
   for (;;) {
@@ -279,9 +279,10 @@ int64_t file_tell(URL url) {
   return file.data != nullptr ? file.position : lseek(file.fd, 0, SEEK_CUR);
 }
 
-// A thread that is cancelled before it closes never does.
+// Holds off cancellation: a thread that is cancelled before it closes never does.
 void file_close(URL url) {
-  const groundwork::CancellationHeld held;
+  int former_state = PTHREAD_CANCEL_ENABLE;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_state);
   const int fd = file_of(url).fd;
   if (fd > kStandardInput) {
     close(fd);
@@ -289,6 +290,7 @@ void file_close(URL url) {
     lseek(fd, 0, SEEK_SET);
   }
   std::free(url);
+  pthread_setcancelstate(former_state, nullptr);
 }
 
 // The length of a leading "file:" in any letter case, 0 if there is none. Compared as

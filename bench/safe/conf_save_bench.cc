@@ -101,7 +101,9 @@ std::string content_of(const char* path) {
 class Replacing {
  public:
   explicit Replacing(const char* path)
-      : path_(path), directory_(path_.substr(0, path_.rfind('/'))), temporary_(path_ + ".new") {}
+      : path_(path),
+        directory_(path_.substr(0, path_.rfind('/'))),
+        temporary_(path_ + ".new") {}
   const char* path() const { return path_.c_str(); }
   void replace(const std::string& text) const {
     const int file =
@@ -154,7 +156,8 @@ class Replaced {
 // line to change, and keeps a copy of the text to compare with.
 class Checked {
  public:
-  explicit Checked(const char* path) : file_(path), known_(content_of(path)), place_(known_) {}
+  explicit Checked(const char* path)
+      : file_(path), known_(content_of(path)), place_(known_) {}
   void save(const char* value) {
     const std::string text = content_of(file_.path());
     require(text == known_, file_.path());
