@@ -45,6 +45,7 @@ int renames_refused = 0;
 int stat_error = 0;
 int close_error = 0;  // of the first close() of a regular file
 void (*on_flock)() = nullptr;
+bool ignores_modes = false;
 size_t longest_name = 0;  // that the filesystem takes; 0 for the real one
 size_t told_longest = 0;  // what fstatvfs() says
 
@@ -55,6 +56,7 @@ struct Watch {
     on_flock = nullptr;
     interrupted_writes = write_error = close_error = stat_error = 0;
     fsync_calls = failing_fsync = fsync_error = renames_refused = 0;
+    ignores_modes = false;
     longest_name = 0;
   }
   ~Watch() { is_watching = false; }
@@ -155,6 +157,11 @@ extern "C" int openat(int directory, const char* path, int flags, ...) {
     return -1;
   }
   return real(directory, path, flags, mode);
+}
+
+extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
+  static const auto real = test::next_function<int(int, mode_t)>("fchmod");
+  return is_watching && ignores_modes ? 0 : real(descriptor, mode);
 }
 
 #if __SIZEOF_LONG__ == 4 && defined(__GLIBC__)
@@ -381,6 +388,20 @@ TEST(FileReplace, SetGroupIdBitThatTheSystemDropsIsEperm) {
   ASSERT_EQ(chmod(file.path().c_str(), 02755), 0);
   EXPECT_EQ(error_as_user(file.path(), "new"), EPERM);
   file.expect_untouched();
+}
+
+TEST(FileReplace, ModeThatTheFilesystemDropsIsEperm) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.write("f", "old");
+  ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+  {
+    const Watch watch;
+    ignores_modes = true;
+    EXPECT_EQ(replace(path, "new"), -1);
+    EXPECT_EQ(errno, EPERM);
+  }
+  EXPECT_EQ(names_in(directory.path()), Names{"f"});
+  EXPECT_EQ(read_file(path), "old");
 }
 
 TEST(FileReplace, GroupOfTheDirectoryNeedsNoMembership) {
