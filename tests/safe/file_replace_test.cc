@@ -47,7 +47,7 @@ int close_error = 0;  // of the first close() of a regular file
 void (*on_flock)() = nullptr;
 bool ignores_modes = false;
 size_t longest_name = 0;  // that the filesystem takes; 0 for the real one
-size_t told_longest = 0;  // what fstatvfs() says
+size_t told_longest = 0;  // what fstatvfs() says; 0 if it fails
 
 struct Watch {
   Watch() {
@@ -173,7 +173,13 @@ constexpr char kFstatvfs[] = "fstatvfs";
 extern "C" int fstatvfs(int descriptor, struct statvfs* filesystem) noexcept {
   static const auto real = test::next_function<int(int, struct statvfs*)>(kFstatvfs);
   const int result = real(descriptor, filesystem);
-  if (is_watching && longest_name != 0) filesystem->f_namemax = told_longest;
+  if (is_watching && longest_name != 0) {
+    filesystem->f_namemax = told_longest;
+    if (told_longest == 0) {
+      errno = EIO;
+      return -1;
+    }
+  }
   return result;
 }
 
@@ -746,7 +752,7 @@ TEST(FileReplace, TemporaryNameIsNoLongerThanTheFilesystemTakes) {
   EXPECT_EQ(read_file(path), "new");
 }
 
-TEST(FileReplace, FilesystemThatRefusesTheNameAndHasNoUsableLimitIsEnametoolong) {
+TEST(FileReplace, FilesystemThatRefusesTheNameAndHasNoUsableLimitLeavesTheFile) {
   const TemporaryDirectory directory;
   const std::string path = directory.write(std::string(24, 'n'), "old");
   for (const size_t told : {size_t{7}, size_t{NAME_MAX}}) {
@@ -755,6 +761,13 @@ TEST(FileReplace, FilesystemThatRefusesTheNameAndHasNoUsableLimitIsEnametoolong)
     told_longest = told;
     EXPECT_EQ(replace(path, "new"), -1);
     EXPECT_EQ(errno, ENAMETOOLONG) << told;
+  }
+  {
+    const Watch watch;
+    longest_name = 24;
+    told_longest = 0;
+    EXPECT_EQ(replace(path, "new"), -1);
+    EXPECT_EQ(errno, EIO);
   }
   EXPECT_EQ(names_in(directory.path()), Names{std::string(24, 'n')});
   EXPECT_EQ(read_file(path), "old");
