@@ -145,22 +145,30 @@ char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
   return buf;
 }
 
-// Looks for both line ends at once, a word at a time: words without a control character
-// have none.
+uint32_t word_at(const char* at) {
+  uint32_t word;
+  std::memcpy(&word, at, sizeof word);
+  return word;
+}
+
+// The top bit of each byte of a word that may be a control character.
+uint32_t controls_in(uint32_t word) {
+  return (word - 0x20202020) & ~word & 0x80808080;
+}
+
+// Looks for both line ends at once, in words that have a control character.
 size_t line_length_by_words(std::string_view bytes) {
-  size_t at = 0;
-  for (;;) {
-    for (uint32_t word; bytes.size() - at >= sizeof word; at += sizeof word) {
-      std::memcpy(&word, bytes.data() + at, sizeof word);
-      const uint32_t controls = (word - 0x20202020) & ~word & 0x80808080;
-      if (controls != 0) break;
+  const char* at = bytes.data();
+  const char* const end = at + bytes.size();
+  while (at != end) {
+    while (end - at >= 8 && (controls_in(word_at(at)) | controls_in(word_at(at + 4))) == 0) {
+      at += 8;
     }
-    const size_t word_end = std::min(at + sizeof(uint32_t), bytes.size());
-    for (; at < word_end; ++at) {
-      if (ends_line(bytes[at])) return at + 1;
+    for (const char* const stop = at + std::min(end - at, ptrdiff_t{8}); at != stop; ++at) {
+      if (ends_line(*at)) return static_cast<size_t>(at - bytes.data()) + 1;
     }
-    if (at == bytes.size()) return 0;
   }
+  return 0;
 }
 
 // The length of the line at the start of `bytes`, including its end; 0 if it is incomplete.
