@@ -161,7 +161,8 @@ size_t line_length_by_words(std::string_view bytes) {
   const char* at = bytes.data();
   const char* const end = at + bytes.size();
   while (at != end) {
-    while (end - at >= 8 && (controls_in(word_at(at)) | controls_in(word_at(at + 4))) == 0) {
+    while (end - at >= 8 &&
+           (controls_in(word_at(at)) | controls_in(word_at(at + 4))) == 0) {
       at += 8;
     }
     for (const char* const stop = at + std::min(end - at, ptrdiff_t{8}); at != stop; ++at) {
