@@ -105,6 +105,7 @@ class Changes {
   bool make(Step& step);
   bool note(const Item& key, std::string_view value);
   bool is_removed(Id id) { return id < known_ && table_[id].line == nullptr; }
+  bool is_readable(Id id);
 
   ConfTable table_;
   Id known_ = 0;       // the number of items that the conf has
@@ -139,9 +140,19 @@ bool Changes::prepare(const GConf* conf, std::string_view text) {
   }
   for (Id id = 0; id < known_; ++id) {
     const Item& item = table_[id];
-    if (is_removed(id) && !item.is_section() && !note(item, {})) return false;
+    if (!is_removed(id) || item.is_section() || !is_readable(id)) continue;
+    if (!note(item, {})) return false;
   }
-  return true;
+  return !table_.is_exhausted();
+}
+
+// Returns whether look-ups find this key: not a program's own record of a name that exists
+// already.
+bool Changes::is_readable(Id id) {
+  if (!table_.has_duplicates()) return true;
+  const std::string_view section = table_[table_[id].section].name;
+  const Id found = table_.find(ConfTable::kNone, section, ConfTable::kNone);
+  return table_.find(found, table_[id].name, ConfTable::kNone) == id;
 }
 
 bool Changes::find(std::string_view text) {

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "safe/conf_support.h"
+#include "support/allocation_faults.h"
 
 using namespace test;
 
@@ -135,21 +136,47 @@ TEST(ConfReload, ManyKeysAreComparedAddedAndRemovedInAMoment) {
   EXPECT_EQ(readings(conf.get()), readings(file.open().get()));
 }
 
+// Appends a record of the program's own.
+void append_own(GConfSection* section, const char* key) {
+  auto* const entry = static_cast<GConfEntry*>(malloc(sizeof(GConfEntry)));
+  *entry = {strdup(key), strdup("1")};
+  section->entries = g_list_append(section->entries, entry);
+}
+
 TEST(ConfReload, AProgramsOwnRecordsAreTakenForWhatTheyAre) {
   const ConfFile file("[s]\na=1\nown=2\n");
   const Conf conf = file.open();
   GConfSection* const section = g_find_section(conf.get(), "s");
-  for (const char* const key : {"mine", "other"}) {
-    auto* const entry = static_cast<GConfEntry*>(malloc(sizeof(GConfEntry)));
-    *entry = {strdup(key), strdup("1")};
-    section->entries = g_list_append(section->entries, entry);
-  }
+  for (const char* const key : {"mine", "other"}) append_own(section, key);
   EXPECT_EQ(reload(conf, file, "[s]\nmine=5\nnew=3\na=1\n"), 4);
   EXPECT_EQ(content(conf.get()),
             (Sections{{"s", {{"a", "1"}, {"mine", "5"}, {"new", "3"}}}}));
 }
 
 // Failures.
+
+TEST(ConfReloadFailure, WithoutMemoryARemovalLeavesTheModelAsItWas) {
+  const ConfFile file;
+  for_each_failed_allocation([&](AllocationFaults& faults) {
+    faults.pause();
+    file.rewrite("[s]\na=1\nb=2\n");
+    const Conf conf = file.open();
+    append_own(g_find_section(conf.get(), "s"), "a");
+    file.rewrite("[s]\na=1\n");
+    faults.resume();
+    const int result = g_conf_reload(conf.get());
+    const int error = errno;
+    faults.pause();
+    if (result == -1) {
+      EXPECT_EQ(error, ENOMEM);
+      EXPECT_EQ(content(conf.get()),
+                (Sections{{"s", {{"a", "1"}, {"b", "2"}, {"a", "1"}}}}));
+    } else {
+      EXPECT_EQ(result, 1);
+      EXPECT_EQ(content(conf.get()), (Sections{{"s", {{"a", "1"}}}}));
+    }
+  });
+}
 
 TEST(ConfReloadFailure, UnsavedChangesAreNotOverwritten) {
   const ConfFile file("[s]\na=1\n");
@@ -286,6 +313,31 @@ TEST(ConfReloadCallbacks, GetTheSpellingOfTheModel) {
   report_to(conf, reported, "NET", "PORT");
   EXPECT_EQ(reload(conf, file, "[NET]\nPORT=2\nNEW=3\n"), 3);
   EXPECT_EQ(reported.calls, (Lines{"Net.Port=2", "Net.NEW=3", "Net.Old="}));
+}
+
+TEST(ConfReloadCallbacks, AProgramsSecondRecordOfANameIsDroppedWithoutAReport) {
+  const ConfFile file("[s]\nk=1\nm=1\n");
+  const Conf conf = file.open();
+  Reported reported{conf.get(), {}};
+  for (const char* const key : {"k", "m"}) report_to(conf, reported, "s", key);
+  append_own(g_find_section(conf.get(), "s"), "k");
+  EXPECT_EQ(reload(conf, file, "[s]\nk=2\n"), 2);
+  EXPECT_EQ(reported.calls, (Lines{"s.k=2", "s.m="}));
+  EXPECT_EQ(content(conf.get()), (Sections{{"s", {{"k", "2"}}}}));
+}
+
+TEST(ConfReloadCallbacks, AProgramsSecondSectionOfANameIsDroppedWithoutAReport) {
+  const ConfFile file("[s]\nk=1\n");
+  const Conf conf = file.open();
+  Reported reported{conf.get(), {}};
+  report_to(conf, reported, "s", "k");
+  auto* const own = static_cast<GConfSection*>(malloc(sizeof(GConfSection)));
+  *own = {strdup("s"), nullptr};
+  append_own(own, "k");
+  conf->sections = g_list_append(conf->sections, own);
+  EXPECT_EQ(reload(conf, file, "[s]\nk=2\n"), 1);
+  EXPECT_EQ(reported.calls, Lines{"s.k=2"});
+  EXPECT_EQ(content(conf.get()), (Sections{{"s", {{"k", "2"}}}}));
 }
 
 TEST(ConfReloadCallbacks, AChangeToAnEmptyValueIsReported) {
