@@ -282,6 +282,10 @@ G_API int g_dir_remove(const char* path);
  *
  * @since 1.1
  *
+ * @par Notes
+ * The lock belongs to the process: when this function returns, the process has lost every lock that
+ * it had on the same file.
+ *
  * @par Example
  * @code{.c}
  * #include <groundwork/groundwork.h>
@@ -327,7 +331,8 @@ G_API int g_conf_reload(GConf* conf);
  * @par Errors
  * `errno` is one of these, or what a system call set:
  * - `ESTALE`: the file is gone, or does not hold what was last loaded or written (by g_conf_sync(),
- *   too). Checked first; never with `force`.
+ *   too), or g_conf_sync() ran out of memory and wrote it in pieces. Checked first; never with
+ *   `force`.
  * - `EBADMSG`: the file holds a NUL byte. With `force` it is written from nothing.
  * - `EINVAL`: no text reads back as the conf: a value with a line feed, a key with "=" or an
  *   opening "#" or "[", a section with "]", or a record of the program's own whose name exists
@@ -346,8 +351,12 @@ G_API int g_conf_reload(GConf* conf);
  * @since 1.1
  *
  * @par Notes
- * If the conf is still dirty, g_conf_close() writes it the unsafe way, over whatever is there. To
- * discard the changes, set `conf->dirty` to 0 first.
+ * - If the conf is still dirty, g_conf_close() writes it the unsafe way, over whatever is there. To
+ *   discard the changes, set `conf->dirty` to 0 first.
+ * - After 1 another call has nothing to save: it returns 0 and syncs nothing. To try again, set
+ *   `conf->dirty` to 1 first.
+ * - The lock belongs to the process: when this function returns, the process has lost every lock
+ *   that it had on the same file.
  *
  * @par Example
  * @code{.c}
