@@ -68,6 +68,15 @@ static int cannot_load(const char* file) {
   return failed(file, reason);
 }
 
+/* To g_conf_open(), a file that has just been removed is an empty one. Reads it once more;
+ * returns null, after a message, if that fails. */
+static GConf* or_missing(GConf* conf) {
+  if (g_conf_reload(conf) != -1) return conf;
+  failed(conf->filename, errno == EAGAIN ? locked : strerror(errno));
+  g_conf_close(conf);
+  return NULL;
+}
+
 /* Returns null, after a message, on failure. */
 static GConf* open_conf(const char* file, bool may_be_missing) {
   struct stat stat_of_file;
@@ -82,8 +91,15 @@ static GConf* open_conf(const char* file, bool may_be_missing) {
     return NULL;
   }
   GConf* const conf = g_conf_open(file);
-  if (conf == NULL) cannot_load(file);
-  return conf;
+  if (conf != NULL) {
+    return conf->sections == NULL && !may_be_missing ? or_missing(conf) : conf;
+  }
+  if (found) {
+    cannot_load(file);
+  } else {
+    failed(file, strerror(ENOMEM)); /* there was nothing to load */
+  }
+  return NULL;
 }
 
 static const char* reason_of_failed_save(int error) {
@@ -157,6 +173,11 @@ static int set(const char* file, int n, char** arguments) {
   GConf* const conf = open_conf(file, true);
   if (conf == NULL) return EXIT_FAILURE;
   g_conf_write_string(conf, section, key, value);
+  /* A write that runs out of memory changes nothing and returns nothing. */
+  if (strcmp(g_conf_read_string(conf, section, key, ""), value) != 0) {
+    g_conf_close(conf);
+    return failed(file, strerror(ENOMEM));
+  }
   return save(conf);
 }
 

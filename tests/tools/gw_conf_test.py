@@ -60,6 +60,11 @@ class Get(Case):
             self.assertEqual(self.run_on("get", section, key, "80"), (0, "80\n", ""))
             self.assertEqual(self.run_on("get", section, key, ""), (0, "\n", ""))
 
+    def test_an_empty_file_has_no_values(self):
+        self.write("")
+        self.assertEqual(self.run_on("get", "net", "port"), (1, "", ""))
+        self.assertEqual(self.run_on("get", "net", "port", "80"), (0, "80\n", ""))
+
     def test_changes_nothing(self):
         text = "# comment\n\n[net]\n port = 1\n"
         self.write(text)

@@ -9,6 +9,17 @@ foreach(tool IN ITEMS cat conf log)
   endif()
 endforeach()
 
+# The program once more, inside a test that makes its allocations fail.
+if(TARGET gw-conf)
+  groundwork_test(tools/gw_conf_faults_test NOT_ON_THE_DEVICE)
+  set(gw_conf_source "${PROJECT_SOURCE_DIR}/tools/gw-conf.c")
+  target_sources(tools_gw_conf_faults_test PRIVATE "${gw_conf_source}")
+  get_target_property(definitions gw-conf COMPILE_DEFINITIONS)
+  set_source_files_properties("${gw_conf_source}" PROPERTIES
+    SKIP_PRECOMPILE_HEADERS ON
+    COMPILE_DEFINITIONS "${definitions};main=gw_conf;g_conf_open=open_meanwhile")
+endif()
+
 find_program(BASH_PROGRAM bash)
 if(BASH_PROGRAM)
   set(gw_conf "")
