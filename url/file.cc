@@ -37,13 +37,6 @@ constexpr size_t kLargestPiece = 4096;
 // After this many equal lengths in a row the next line is expected to have the same length.
 constexpr uint32_t kRecords = 2;
 
-// Whether memchr() takes much less than an instruction for each byte.
-#if defined(__GLIBC__) && !defined(__mips__)
-constexpr bool kHasVectorSearch = true;
-#else
-constexpr bool kHasVectorSearch = false;
-#endif
-
 // What url_file_open() allocates. The fields after the public record are for the line
 // reader.
 struct FileStream {
@@ -145,6 +138,22 @@ char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
   return buf;
 }
 
+// Two functions for the length of the line at the start of `bytes`, including its end; 0 if
+// it is incomplete.
+#if defined(__GLIBC__) && !defined(__mips__)
+
+// The C library's search takes much less than an instruction for each byte.
+size_t line_length(std::string_view bytes) {
+  const size_t feed = bytes.find('\n');
+  const std::string_view line =
+      feed == bytes.npos ? bytes : std::string_view{bytes.data(), feed};
+  const size_t carriage_return = line.find('\r');
+  const size_t end = carriage_return == line.npos ? feed : carriage_return;
+  return end == bytes.npos ? 0 : end + 1;
+}
+
+#else
+
 uint32_t word_at(const char* at) {
   uint32_t word;
   std::memcpy(&word, at, sizeof word);
@@ -156,8 +165,8 @@ uint32_t controls_in(uint32_t word) {
   return (word - 0x20202020) & ~word & 0x80808080;
 }
 
-// Looks for both line ends at once, in words that have a control character.
-size_t line_length_by_words(std::string_view bytes) {
+// Looks for both ends at once, in words that have a control character.
+size_t line_length(std::string_view bytes) {
   const char* at = bytes.data();
   const char* const end = at + bytes.size();
   while (at != end) {
@@ -172,16 +181,7 @@ size_t line_length_by_words(std::string_view bytes) {
   return 0;
 }
 
-// The length of the line at the start of `bytes`, including its end; 0 if it is incomplete.
-size_t line_length(std::string_view bytes) {
-  if constexpr (!kHasVectorSearch) return line_length_by_words(bytes);
-  const size_t feed = bytes.find('\n');
-  const std::string_view line =
-      feed == bytes.npos ? bytes : std::string_view{bytes.data(), feed};
-  const size_t carriage_return = line.find('\r');
-  const size_t end = carriage_return == line.npos ? feed : carriage_return;
-  return end == bytes.npos ? 0 : end + 1;
-}
+#endif
 
 // How much to read for the next line: more than needed, since an extra read costs more than
 // extra bytes; but lines of equal length are read exactly, which saves the step back.
