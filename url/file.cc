@@ -21,7 +21,7 @@
 #include "url/file_lines.h"
 #include "url/unique_fd.h"
 
-using groundwork::above_output;
+using groundwork::kept_above_output;
 using groundwork::UniqueFd;
 
 namespace {
@@ -325,7 +325,7 @@ int32_t file_name_check(const char* url) {
 int open_path(const char* name) {
   const char* const path = url_expand_home_dir(name + scheme_length(name));
   errno = 0;
-  return above_output(open(path, O_RDONLY | O_CLOEXEC));
+  return kept_above_output(open(path, O_RDONLY | O_CLOEXEC));
 }
 
 // Reads the next bytes of the file, within the read limit; 0 at the end and on failure.

@@ -150,8 +150,8 @@ int32_t groundwork::open_socket_with(const char* host, int32_t port, uint32_t* a
   if (addr_out != nullptr) *addr_out = ipv4;
 
   UniqueFd fd(
-      above_output(socket(endpoint.address.ss_family,
-                          SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
+      kept_above_output(socket(endpoint.address.ss_family,
+                               SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
   if (fd.get() == -1) return -1;
   // An immediate connection, as on loopback, goes through the wait like any other.
   if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&endpoint.address),

@@ -36,7 +36,7 @@ class UniqueFd {
 // Returns a descriptor from open() or socket(), moved above standard output and standard
 // error: a program that closed these would print into the file or to the peer. Descriptor 0
 // is not moved, since it may well be a stream's. -1 with errno set on failure.
-inline int above_output(int fd) {
+inline int kept_above_output(int fd) {
   if (fd != STDOUT_FILENO && fd != STDERR_FILENO) return fd;
   const UniqueFd low(fd);
   return fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
