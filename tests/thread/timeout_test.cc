@@ -119,14 +119,22 @@ namespace {
 
 using namespace std::chrono_literals;
 
+void await_threads(int count) {
+  // Not nanosleep(), which may be simulated.
+  while (live_threads > count) poll(nullptr, 0, 1);
+}
+
 // With the first timeout the library registers what is to happen at fork(), for which musl
-// keeps a block of the program's heap.
+// keeps a block of the program's heap. A timeout that ends itself may be freed before its
+// thread has detached itself.
 void warm_up_timeouts() {
   test::warm_up_threads();
+  const int threads = live_threads;
   GTimeout* const timeout = g_timeout_new(
       "first", 1'000'000, [](void*) { return 0; }, nullptr);
   ASSERT_NE(timeout, nullptr);
   g_timeout_free(timeout);
+  await_threads(threads);
 }
 
 // A function that takes some time by the fake clock and ends after some calls.
@@ -157,11 +165,6 @@ struct Work {
     return 0;
   }
 };
-
-void await_threads(int count) {
-  // Not nanosleep(), which may be simulated.
-  while (live_threads > count) poll(nullptr, 0, 1);
-}
 
 // After many timeouts: a thread frees its record only after it has detached itself, and the
 // C library keeps a block with each stack that it caches.
