@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Makes the tables, the plots and docs/performance.md and performance-boards.md from figures.
-The documents are wholly generated: their text comes from bench/rows.py and from here."""
+"""Makes the tables, the plots and docs/performance.md from figures. The document is wholly
+generated: its text comes from bench/rows.py and from here."""
 
 import pathlib
 import subprocess
@@ -35,30 +35,19 @@ median row; rows marked ~ were less steady than 10 %.
 
 Aims are for the 32-bit build. The *floor* of a job is the least that any implementation of its
 behaviour must do; where it was measured, its nanoseconds are shown next to ours.
+
+The processors that most users have come first, in instructions; then the times of this one.
 """
 
-BOARD_INTRODUCTION = """<!-- SPDX-License-Identifier: MIT -->
-<!-- Written by bench/run --target mipsel --target armhf. -->
-# Performance on boards
+BOARD_INTRODUCTION = """## On MIPS and ARM
 
-The library beside its peers on two emulated boards: a Debian kernel, Debian's packages of the
-peers, and a clock that advances by the same time with each instruction. A figure is the number of
-instructions that the library, the C library and the kernel execute for one operation, repeatable
-to a few parts in a thousand. What a cache or a slow memory costs does not show;
-[performance.md](performance.md) has times of a real processor, what each job is, and the aims,
-which are for those times.
-
-| | |
-|---|---|
-| date | {date} |
-| commit | {commit} |
-| boards | mipsel: `malta`, 24Kf; armhf: `virt`, Cortex-A15; one processor each |
-| compiler | {compilers}, `-O2` |
-| took | {minutes:.0f} minutes |
-
+Instructions of the library, the C library and the kernel for one operation, counted by the
+clocks of two emulated boards with Debian's kernel and Debian's packages of the peers: mipsel on
+`malta` with a 24Kf, armhf on `virt` with a Cortex-A15. They are repeatable to some parts in a
+thousand; what a cache or a slow memory costs does not show. Compiled by {compilers}, `-O2`.
 Sizes above 10,000 are left out, and jobs that are measured by the wall clock or need a server.
-*ratio* is ours / peer, below 1 where ours needs fewer instructions. Files are in memory (tmpfs),
-where a sync costs nothing.
+Files are in memory (tmpfs), where a sync costs nothing. What each job is, and its floor, is told
+with the times.
 """
 
 UNSTEADY = 0.10
@@ -108,8 +97,7 @@ def comparisons(results):
     table = described()
     for (job, size, peer), figures in lines.items():
         row = table[job]
-        # Aims are for times of a real processor, not for a board's instructions.
-        aim = aim_of(row, peer, size) if {"i386", "x86_64"} & figures.keys() else None
+        aim = aim_of(row, peer, size)
         judged = figures.get("i386") or next(iter(figures.values()))
         yield {"row": row, "size": size, "peer": peer, "figures": figures, "aim": aim,
                "verdict": verdict(judged["ratio"], aim), "judged": judged}
@@ -246,6 +234,8 @@ def write_document(folder, results):
     spreads = sorted(spread(figures) for line in lines for figures in line["figures"].values())
     text = [INTRODUCTION.format(**results["machine"], spread=spreads[len(spreads) // 2],
                                 rounds=min(job["rounds"] for job in results["jobs"]))]
+    if "boards" in results:
+        text += boards_text(results["boards"])
     text += missed_text(lines)
     for plot in rows.PLOTS:
         if draw(folder / plot.file, plot, results):
@@ -261,6 +251,21 @@ def write_document(folder, results):
     (folder / "performance.md").write_text("\n".join(text).rstrip() + "\n")
 
 
+def boards_text(results):
+    lines = list(comparisons(results))
+    targets = list(dict.fromkeys(result["arch"] for result in results["jobs"]))
+    yield BOARD_INTRODUCTION.format(**results)
+    yield from missed_on_boards(lines, targets)
+    header = ["job", "size", "peer"]
+    for target in targets:
+        header += [f"{target}: ours", "peer", "ratio"]
+    for section, its_rows in rows.ROWS.items():
+        its_lines = [line for line in lines if line["row"] in its_rows]
+        if its_lines:
+            yield from [f"### {section}", "",
+                        *markdown([*header, "aim"], board_lines(its_lines, targets)), ""]
+
+
 def board_lines(lines, targets):
     previous = None
     for line in lines:
@@ -269,23 +274,31 @@ def board_lines(lines, targets):
                  line["peer"]]
         for target in targets:
             cells += figure_cells(line["figures"].get(target))
-        yield cells
+        yield [*cells, f"{line['aim']:g}" if line["aim"] else ""]
         previous = row
 
 
-def write_board_document(folder, results):
-    """The document of the boards: figures alone, as each job is described in the other."""
-    lines = list(comparisons(results))
-    targets = list(dict.fromkeys(result["arch"] for result in results["jobs"]))
-    header = ["job", "size", "peer"]
+def missed_on_boards(lines, targets):
+    together = {}
+    counts = []
     for target in targets:
-        header += [f"{target}: ours", "peer", "ratio"]
-    text = [BOARD_INTRODUCTION.format(**results["machine"])]
-    for section, its_rows in rows.ROWS.items():
-        its_lines = [line for line in lines if line["row"] in its_rows]
-        if its_lines:
-            text += [f"## {section}", "", *markdown(header, board_lines(its_lines, targets)), ""]
-    (folder / "performance-boards.md").write_text("\n".join(text).rstrip() + "\n")
+        judged = [line for line in lines if line["aim"] and target in line["figures"]]
+        missed = [line for line in judged
+                  if verdict(line["figures"][target]["ratio"], line["aim"]) == "missed"]
+        counts.append(f"{len(judged) - len(missed)} of {len(judged)} on {target}")
+        for line in missed:
+            its_ratios = together.setdefault((line["row"], line["peer"], line["aim"]), {})
+            its_ratios.setdefault(target, []).append(
+                size_and_ratio({**line, "judged": line["figures"][target]}))
+    yield f"The aims are those for the times: {', '.join(counts)} are met."
+    if together:
+        yield "These are not; the size follows the ratio:"
+        yield ""
+        yield from markdown(["job", "peer", "aim", *targets, "reason"], [
+            [row.title, peer, f"{aim:g}", *(", ".join(ratios.get(target, []))
+                                            for target in targets), row.board_note or row.note]
+            for (row, peer, aim), ratios in together.items()])
+    yield ""
 
 
 def points_of(results, job, who):

@@ -26,6 +26,7 @@ class Row:
     size_is: str = ""      # what the size counts
     clock: str = "cpu"     # or "real", where the work is done by others or is waiting
     note: str = ""         # remarks, and why an aim is missed
+    board_note: str = ""   # why it is missed by instructions, if that is something else
     only_at: tuple = ("i386", "x86_64")
 
 
