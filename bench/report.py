@@ -262,7 +262,8 @@ def boards_text(results):
     for section, its_rows in rows.ROWS.items():
         its_lines = [line for line in lines if line["row"] in its_rows]
         if its_lines:
-            yield from [f"### {section}", "",
+            # A title of its own: that of the times has its name for links.
+            yield from [f"### {section}, instructions", "",
                         *markdown([*header, "aim"], board_lines(its_lines, targets)), ""]
 
 
