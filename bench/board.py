@@ -23,8 +23,8 @@ EMULATORS = {"mipsel": "qemu-mipsel", "armhf": "qemu-arm"}
 
 # Nanoseconds of the board's clock. With fewer, several instructions take a single tick of the MIPS
 # processor's counter. Linux then finds its timer unusable and leaves it alone, and when that fires
-# for the second time, 26 s later, qemu 7.2 calls it without end. Idle time passes, as leaping over it
-# (sleep=off) once ended in the same; no processor time is counted then.
+# for the second time, 26 s later, qemu 7.2 calls it without end. Idle time passes, as leaping over
+# it (sleep=off) once ended in the same; no processor time is counted then.
 INSTRUCTION = 8
 COUNTING_CLOCK = ["-icount", f"shift={INSTRUCTION.bit_length() - 1},sleep=on",
                   "-rtc", "base=2026-01-01,clock=vm"]
