@@ -10,7 +10,7 @@
 #include <bit>
 #include <cstring>
 
-#include "conf/load_word.h"
+#include "core/word.h"
 
 namespace groundwork {
 namespace {

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "conf/load_word.h"
+#include "core/word.h"
 
 namespace groundwork {
 
