@@ -61,11 +61,12 @@ void unlink(GList*& list, NameIndex* index, void* record) {
   index->remove(list, record);
 }
 
-[[gnu::cold, gnu::noinline]] std::string_view trim_value(const GConfEntry* entry) {
-  const std::string_view kept = trimmed(entry->value);
-  std::memmove(entry->value, kept.data(), kept.size());
-  entry->value[kept.size()] = '\0';
-  return {entry->value, kept.size()};
+// Trims a value in place and returns its length.
+[[gnu::cold, gnu::noinline]] size_t trim_value(char* value) {
+  const std::string_view kept = trimmed(value);
+  std::memmove(value, kept.data(), kept.size());
+  value[kept.size()] = '\0';
+  return kept.size();
 }
 
 // The value of an entry. Kept: trimmed in place, although stored values are trimmed, since
@@ -74,7 +75,7 @@ inline std::string_view trimmed_value(const GConfEntry* entry) {
   const std::string_view value = entry->value;
   // Written to only if necessary: other threads may be reading it.
   if (!is_trimmed(value)) [[unlikely]]
-    return trim_value(entry);
+    return {entry->value, trim_value(entry->value)};
   return value;
 }
 
@@ -153,7 +154,7 @@ GConfEntry* find_entry(const GConfSection* section, std::string_view key) {
       NameIndex::find(index_of(section), section->entries, key));
 }
 
-const char* find_value(const GConf* conf, const char* section, const char* key) {
+[[gnu::flatten]] const char* find_value(const GConf* conf, const char* section, const char* key) {
   const GConfSection* const found = find_section(conf, section);
   if (found == nullptr) return nullptr;
   const GConfEntry* const entry = find_entry(found, key);

@@ -55,18 +55,18 @@ constexpr uint32_t in_small_letters(uint32_t word) {
 
 }  // namespace
 
-uint32_t keyed_hash(std::string_view name, uint32_t seed) {
+uint32_t keyed_hash(const char* name, size_t length, uint32_t seed) {
   HalfSipHash hash(seed);
-  hash.add(static_cast<uint32_t>(name.size()));
-  if (name.size() < 4) {
-    hash.add(in_small_letters(short_word(name.data(), name.size())));
+  hash.add(static_cast<uint32_t>(length));
+  if (length < 4) {
+    hash.add(in_small_letters(short_word(name, length)));
     return hash.result();
   }
-  const size_t last = name.size() - 4;
+  const size_t last = length - 4;
   for (size_t at = 0; at < last; at += 4) {
-    hash.add(in_small_letters(load_word(name.data() + at)));
+    hash.add(in_small_letters(load_word(name + at)));
   }
-  hash.add(in_small_letters(load_word(name.data() + last)));
+  hash.add(in_small_letters(load_word(name + last)));
   return hash.result();
 }
 

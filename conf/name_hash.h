@@ -32,7 +32,7 @@ inline uint32_t hash_name(std::string_view name, uint32_t seed) {
 }
 
 // About five times slower; colliding names cannot be found without the seed.
-uint32_t keyed_hash(std::string_view name, uint32_t seed);
+uint32_t keyed_hash(const char* name, size_t length, uint32_t seed);
 
 // A number that is different each time a program is started.
 uint32_t process_seed();

@@ -43,7 +43,12 @@ class NameIndex {
   explicit constexpr NameIndex(size_t texts) : texts_(static_cast<uint8_t>(texts)) {}
 
   // Returns the first record with this name, or null. Walks if `index` is null.
-  static void* find(const NameIndex* index, const GList* list, std::string_view name);
+  static void* find(const NameIndex* index, const GList* list, std::string_view name) {
+    if (index != nullptr && index->has_table_of(list)) {
+      return index->find_in_table(name.data(), name.size());
+    }
+    return find_in_list(index, list, name.data(), name.size());
+  }
 
   // Updates the index to the list. Must be called before append() and remove(), unless no
   // program has seen the list.
@@ -70,7 +75,11 @@ class NameIndex {
 
   bool has_table_of(const GList* list) const { return slots_ != nullptr && head_ == list; }
   bool is_current(const GList* list) const;
-  void* probe(std::string_view name) const;
+  // A name is two arguments in these: as one it would be passed on the stack.
+  static void* find_in_list(const NameIndex* index, const GList* list, const char* name,
+                            size_t length);
+  void* find_in_table(const char* name, size_t length) const;
+  void* probe(const char* name, size_t length) const;
   uint32_t hash_of(std::string_view name) const;
   uint32_t home_of(uint32_t hash) const { return hash >> shift_; }
   void rebuild(GList* list);

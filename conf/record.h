@@ -95,8 +95,8 @@ inline ListLink& link_of(void* record) {
   return *reinterpret_cast<ListLink*>(static_cast<char*>(record) + offsetof(Entry, link));
 }
 
-inline std::string_view own_name_of(void* record) {
-  return {name_of(record), link_of(record).name_length};
+inline std::string_view own_name_of(const void* record) {
+  return {name_of(record), link_of(const_cast<void*>(record)).name_length};
 }
 
 // These return null when memory is exhausted. The texts may be of any size.

@@ -50,7 +50,7 @@ bool ConfTable::is(Id id, Id section, std::string_view name) const {
 
 // Returns its slot, or the empty one where it would be.
 ConfTable::Id& ConfTable::slot_of(Id section, std::string_view name) {
-  uint32_t at = keyed_hash(name, seed_) + section * 0x9e3779b1u;
+  uint32_t at = keyed_hash(name.data(), name.size(), seed_) + section * 0x9e3779b1u;
   for (;; ++at) {
     Id& id = slots_.get()[at & mask_];
     if (id == kNone || is(id, section, name)) return id;
