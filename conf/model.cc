@@ -154,7 +154,8 @@ GConfEntry* find_entry(const GConfSection* section, std::string_view key) {
       NameIndex::find(index_of(section), section->entries, key));
 }
 
-[[gnu::flatten]] const char* find_value(const GConf* conf, const char* section, const char* key) {
+[[gnu::flatten]] const char* find_value(const GConf* conf, const char* section,
+                                        const char* key) {
   const GConfSection* const found = find_section(conf, section);
   if (found == nullptr) return nullptr;
   const GConfEntry* const entry = find_entry(found, key);
