@@ -262,6 +262,7 @@ class FormatWalk {
   };
 
   bool measure_bare_conversion();
+  [[gnu::noinline]] bool measure_simple_conversion();
   // Out of line, so that a run of bare conversions needs no stack frame.
   [[gnu::noinline]] void measure_conversion();
   void read_conversion(Conversion& conversion);
@@ -296,7 +297,10 @@ uint64_t FormatWalk::estimate() {
   while (*at_ != '\0') {
     if (*at_ == '%') {
       ++at_;
-      if (!kForSpeed || !is_current_ || !measure_bare_conversion()) measure_conversion();
+      if (!kForSpeed || !is_current_ ||
+          !(measure_bare_conversion() || measure_simple_conversion())) {
+        measure_conversion();
+      }
       continue;
     }
     const char* const literal = at_;
@@ -355,6 +359,64 @@ bool FormatWalk::measure_bare_conversion() {
       return false;
   }
   ++at_;
+  return true;
+}
+
+// The same for a string or an integer with one flag, a width of one or two digits, and an
+// "l", each of which may be absent.
+bool FormatWalk::measure_simple_conversion() {
+  using Base = FormatPieces::Base;
+  const char* at = at_;
+  FormatPieces::Layout layout = {
+      .width = 0, .left_adjust = *at == '-', .zero_padding = *at == '0'};
+  if (layout.left_adjust || layout.zero_padding) ++at;
+  for (int digits = 0; digits < 2 && is_digit(*at); ++digits) {
+    layout.width = 10 * layout.width + static_cast<size_t>(*at++ - '0');
+  }
+  const bool is_long = *at == 'l';
+  if (is_long) ++at;
+  const auto reserve = [this, &layout](size_t length) {
+    total_ += std::max(length, layout.width);
+  };
+  const auto reserve_integer = [&](char c) {
+    reserve(rule_of(c).length * (is_long ? sizeof(long) / sizeof(int) : 1));
+    total_ += kSignLength;
+  };
+
+  switch (*at) {
+    case 's': {
+      if (is_long || layout.zero_padding) return false;
+      const char* const string = va_arg(args_, const char*);
+      if (string == nullptr) [[unlikely]] {
+        reserve(kNullStringLength);
+        pieces_.give_up();
+        break;
+      }
+      const size_t length = std::strlen(string);
+      reserve(length);
+      pieces_.add_text(string, length, layout);
+      break;
+    }
+    case 'd': {
+      const long number = is_long ? va_arg(args_, long) : va_arg(args_, int);
+      const auto bits = static_cast<unsigned long>(number);
+      reserve_integer('d');
+      pieces_.add_number(number < 0 ? 0 - bits : bits, number < 0, Base::kDecimal, layout);
+      break;
+    }
+    case 'u':
+    case 'x': {
+      const unsigned long number =
+          is_long ? va_arg(args_, unsigned long) : va_arg(args_, unsigned);
+      reserve_integer(*at);
+      pieces_.add_number(number, false, *at == 'u' ? Base::kDecimal : Base::kHexadecimal,
+                         layout);
+      break;
+    }
+    default:
+      return false;
+  }
+  at_ = at + 1;
   return true;
 }
 
