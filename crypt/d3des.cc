@@ -9,7 +9,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 
+#include "core/built_for.h"
 #include "crypt/block_cipher.h"
 #include "crypt/des_common.h"
 
@@ -19,8 +22,13 @@ namespace {
 
 using SBoxTable = std::array<uint32_t, 64>;
 
+// How far the halves are rotated left during the rounds. Three bits put the six for an
+// S-box at the high end of a byte, where they are the offset of an entry of 32 bits:
+// processors that do not scale an index need no shift for a look-up.
+constexpr int kHalfRotation = 3;
+
 // SP1 to SP8: the output of each S-box for its six input bits, in its place, permuted by P
-// and rotated left by one bit like the halves.
+// and rotated like the halves.
 constexpr std::array<SBoxTable, 8> kPermutedSBoxes = [] {
   std::array<SBoxTable, 8> tables{};
   for (unsigned box = 0; box < 8; ++box) {
@@ -28,7 +36,8 @@ constexpr std::array<SBoxTable, 8> kPermutedSBoxes = [] {
       const unsigned row = (input >> 4 & 2) | (input & 1);
       const unsigned column = input >> 1 & 15;
       const uint32_t value = kSBoxes[64 * box + 16 * row + column];
-      tables[box][input] = std::rotl(permuted(value << (28 - 4 * box), kPermutation), 1);
+      tables[box][input] =
+          std::rotl(permuted(value << (28 - 4 * box), kPermutation), kHalfRotation);
     }
   }
   return tables;
@@ -43,16 +52,27 @@ constexpr Rotations kRotations = [] {
   return rotations;
 }();
 
+// The entry of a table at an offset in bytes.
+uint32_t entry_at(const SBoxTable& table, uint32_t offset) {
+  uint32_t entry;
+  const char* const bytes = reinterpret_cast<const char*>(table.data()) + offset;
+  std::memcpy(&entry, std::assume_aligned<alignof(uint32_t)>(bytes), sizeof entry);
+  return entry;
+}
+
 // The round function: what is XORed into one half, computed from the other. Odd and even
-// S-boxes see the half four bits apart; the mask leaves six bits in each byte.
-uint32_t round_function(uint32_t half, const Subkey& subkey) {
-  constexpr uint32_t kSixBits = 0x3F3F3F3F;
-  const uint32_t odd = (std::rotr(half, 4) ^ subkey.odd) & kSixBits;
-  const uint32_t even = (half ^ subkey.even) & kSixBits;
+// S-boxes see the half four bits apart; the masks leave six bits in each byte. They are
+// applied before the subkey, which has no others, so that the compiler takes whole bytes:
+// one instruction for each, where a narrower field in its place takes two.
+IN_LINE_FOR_SPEED uint32_t round_function(uint32_t half, const Subkey& subkey) {
+  constexpr uint32_t kSixBits = 0xFCFCFCFC;
+  const uint32_t odd = std::rotr(half & std::rotl(kSixBits, 4), 4) ^ subkey.odd;
+  const uint32_t even = (half & kSixBits) ^ subkey.even;
   const auto& sp = kPermutedSBoxes;
-  return sp[6][odd & 255] ^ sp[4][odd >> 8 & 255] ^ sp[2][odd >> 16 & 255] ^
-         sp[0][odd >> 24] ^ sp[7][even & 255] ^ sp[5][even >> 8 & 255] ^
-         sp[3][even >> 16 & 255] ^ sp[1][even >> 24];
+  return entry_at(sp[6], odd & 255) ^ entry_at(sp[4], odd >> 8 & 255) ^
+         entry_at(sp[2], odd >> 16 & 255) ^ entry_at(sp[0], odd >> 24) ^
+         entry_at(sp[7], even & 255) ^ entry_at(sp[5], even >> 8 & 255) ^
+         entry_at(sp[3], even >> 16 & 255) ^ entry_at(sp[1], even >> 24);
 }
 
 struct MirroredKeyCipher {
@@ -64,13 +84,17 @@ struct MirroredKeyCipher {
   }
 
   static Block transform(const Block& input, const Subkey* subkey, ptrdiff_t step) {
+    // The permutations rotate by one bit of these.
+    constexpr int kFurther = kHalfRotation - 1;
     auto [left, right] = initial_permutation(input);
+    left = std::rotl(left, kFurther);
+    right = std::rotl(right, kFurther);
     for (int pair = 0; pair < kRounds / 2; ++pair) {
       left ^= round_function(right, *subkey);
       right ^= round_function(left, subkey[step]);
       subkey += 2 * step;
     }
-    return final_permutation({right, left});
+    return final_permutation({std::rotr(right, kFurther), std::rotr(left, kFurther)});
   }
 };
 

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/built_for.h"
 #include "crypt/block_cipher.h"
 #include "crypt/des_common.h"
 
@@ -79,16 +80,16 @@ constexpr Rotations kRotations = [] {
 static_assert(kRotations ==
               Rotations{1, 3, 7, 13, 21, 3, 15, 1, 16, 5, 24, 17, 12, 9, 8, 8});
 
-// The bits of a subkey that are used. In the bytes of a subkey, x0 to x5 are bits 5 to 0.
+// The bits of a subkey that are used. In the bytes of a subkey, x0 to x5 are bits 7 to 2.
 uint32_t gathered(const Subkey& subkey) {
-  constexpr uint32_t kX0 = 0x20202020;
-  constexpr uint32_t kX2AndX5 = 0x09090909;
-  return (subkey.odd & kX0) | (subkey.odd & kX2AndX5) << 4 | (subkey.even & kX0) >> 4 |
-         (subkey.even & kX2AndX5);
+  constexpr uint32_t kX0 = 0x80808080;
+  constexpr uint32_t kX2AndX5 = 0x24242424;
+  const auto [odd, even] = subkey;
+  return ((odd & kX0) | (even & kX2AndX5)) >> 2 | (odd & kX2AndX5) << 2 | (even & kX0) >> 6;
 }
 
 // The round function: what is XORed into one half, computed from the other.
-uint32_t round_function(uint32_t half, uint32_t subkey) {
+IN_LINE_FOR_SPEED uint32_t round_function(uint32_t half, uint32_t subkey) {
   const uint32_t bits = (half ^ subkey) & kUsedBits;
   return kRoundTable[kTableOf[0] + (bits >> 24)] ^
          kRoundTable[kTableOf[1] + (bits >> 16 & 255)] ^

@@ -23,7 +23,7 @@ constexpr uint32_t packed_bit(int selected) {
   const int s_box = selected / 6 % 4;  // of C's four, or D's
   const int byte = s_box / 2;          // from the top of its half
   const int bit = selected % 6;
-  return uint32_t{1} << ((s_box % 2 == 0 ? 16 : 0) + (byte == 0 ? 8 : 0) + 5 - bit);
+  return uint32_t{1} << ((s_box % 2 == 0 ? 16 : 0) + (byte == 0 ? 8 : 0) + 7 - bit);
 }
 
 constexpr Windows kPermutedChoice2Windows = [] {

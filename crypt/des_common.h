@@ -11,8 +11,8 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 
+#include "core/word.h"
 #include "crypt/des_standard.h"
 
 namespace groundwork::des {
@@ -31,14 +31,13 @@ constexpr uint32_t big_endian(uint32_t word) {
 }
 
 inline Block load_block(const void* bytes) {
-  Block block;
-  std::memcpy(&block, bytes, sizeof block);
-  return {big_endian(block.left), big_endian(block.right)};
+  const char* const right = static_cast<const char*>(bytes) + sizeof(uint32_t);
+  return {big_endian(load_word(bytes)), big_endian(load_word(right))};
 }
 
 inline void store_block(void* bytes, const Block& block) {
-  const Block stored = {big_endian(block.left), big_endian(block.right)};
-  std::memcpy(bytes, &stored, sizeof stored);
+  store_word(bytes, big_endian(block.left));
+  store_word(static_cast<char*>(bytes) + sizeof(uint32_t), big_endian(block.right));
 }
 
 // Exchanges the bits of `high` that are `distance` bits above `mask` with the bits of `low`
@@ -112,7 +111,7 @@ constexpr KeyHalves permuted_choice_1(const Block& rows) {
               (right & 0x0000FF00) >> 4 | (left & 0x000F0000) >> 16};
 }
 
-// The 48 bits of PC-2 for one round, preprocessed: six bits at the low end of each byte,
+// The 48 bits of PC-2 for one round, preprocessed: six bits at the high end of each byte,
 // those of S1, S3, S5 and S7 in `odd` from the top byte down, those of S2, S4, S6 and S8 in
 // `even`.
 struct Subkey {
