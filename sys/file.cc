@@ -58,14 +58,27 @@ int open_descriptor(const char* filename, int mode) {
   }
 }
 
-// Opens the file of a new handle. Returns true on success. Not inlined, like every function
-// here with a cleanup handler that frees: the handler's setjmp() would affect the caller's
-// registers.
-[[gnu::noinline]] bool open_handle(GFile* file, const char* filename, int mode) {
+// Opens the file of a handle, without a report. Returns true on success.
+bool open_handle(GFile& file, const char* filename, int mode) {
+  file.descriptor = above_output(open_descriptor(filename, mode));
+  if (file.descriptor == -1) return false;
+  if (mode == 1) lseek(file.descriptor, 0, SEEK_SET);
+  return true;
+}
+
+// The same for a handle on the heap. Not inlined, like every function here with a cleanup
+// handler that frees: the handler's setjmp() would affect the caller's registers.
+[[gnu::noinline]] bool open_new_handle(GFile* file, const char* filename, int mode) {
+  bool opened = false;
   pthread_cleanup_push(std::free, file);
-  file->descriptor = above_output(open_descriptor(filename, mode));
+  opened = open_handle(*file, filename, mode);
   pthread_cleanup_pop(0);
-  return file->descriptor != -1;
+  return opened;
+}
+
+void report_failed_open(const char* filename, int error) {
+  g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
+        std::strerror(error));
 }
 
 // Locks the whole file, without waiting for a conflicting lock.
@@ -100,25 +113,33 @@ char* read_content(GFile* file, const char* filename, int64_t size) {
 
 }  // namespace
 
+bool groundwork::open_file(GFile& file, const char* filename, int mode) {
+  if (open_handle(file, filename, mode)) return true;
+  report_failed_open(filename, errno);
+  return false;
+}
+
+void groundwork::close_file(void* file) {
+  const CancellationHeld held;  // a thread that is cancelled before it closes never does
+  close(static_cast<const GFile*>(file)->descriptor);
+}
+
 extern "C" GFile* g_file_open(const char* filename, int mode) {
   CHECK_ARG(filename != NULL, nullptr);
   Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
   if (file == nullptr) return nullptr;
-  if (!open_handle(file.get(), filename, mode)) {
+  if (!open_new_handle(file.get(), filename, mode)) {
     const int error = errno;
     file.reset();  // the output handler may end the thread
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
-          std::strerror(error));
+    report_failed_open(filename, error);
     return nullptr;
   }
-  if (mode == 1) g_file_seek(file.get(), 0, SEEK_SET);
   return file.release();
 }
 
 extern "C" void g_file_close(GFile* file) {
   CHECK_ARG(file != NULL);
-  const CancellationHeld held;  // a thread that is cancelled before it closes never does
-  close(file->descriptor);
+  close_file(file);
   std::free(file);
 }
 
@@ -176,11 +197,11 @@ extern "C" char* g_file_read_buf(const char* filename, int64_t* len) {
   CHECK_ARG(len != NULL, nullptr);
   const int64_t size = g_file_size(filename);
   if (size < 0 || size > INT32_MAX) return nullptr;  // callers expect no message here
-  GFile* const file = g_file_open(filename, 0);
-  if (file == nullptr) return nullptr;
+  GFile file;
+  if (!open_file(file, filename, 0)) return nullptr;
   char* buf = nullptr;
-  pthread_cleanup_push(close_cancelled_file, file);
-  buf = read_content(file, filename, size);
+  pthread_cleanup_push(close_file, &file);
+  buf = read_content(&file, filename, size);
   pthread_cleanup_pop(1);
   if (buf != nullptr) *len = size;
   return buf;
@@ -192,11 +213,11 @@ extern "C" int g_file_write_buf(const char* filename, const void* buf, int64_t l
   CHECK_ARG(filename != NULL, -1);
   CHECK_ARG(buf != NULL, -1);
   CHECK_ARG(len > 0, -1);
-  GFile* const file = g_file_open(filename, 1);
-  if (file == nullptr) return -1;
+  GFile file;
+  if (!open_file(file, filename, 1)) return -1;
   int64_t count = 0;
-  pthread_cleanup_push(close_cancelled_file, file);
-  count = g_file_write(file, buf, len);
+  pthread_cleanup_push(close_file, &file);
+  count = g_file_write(&file, buf, len);
   if (count != len) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file '%s'.", filename);
   }

@@ -1,4 +1,5 @@
-// The definition of GFile, for the modules that need its descriptor.
+// The definition of GFile, and files that are open only during a call: these need no block
+// of the heap.
 //
 // SPDX-License-Identifier: MIT
 #ifndef GROUNDWORK_SYS_FILE_HANDLE_H
@@ -12,6 +13,12 @@ struct GFile {
 static_assert(sizeof(GFile) == sizeof(int));
 
 namespace groundwork {
+
+// g_file_open() with a handle of the caller's. Returns true on success.
+bool open_file(GFile& file, const char* filename, int mode);
+
+// Closes such a file; for pthread_cleanup_push(), too.
+void close_file(void* file);
 
 // Cleanup handler for pthread_cleanup_push(): closes the file of a cancelled thread.
 inline void close_cancelled_file(void* file) {

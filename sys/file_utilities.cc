@@ -64,14 +64,14 @@ extern "C" int g_file_touch(const char* filename) {
 extern "C" int g_file_copy(const char* old_path, const char* new_path) {
   CHECK_ARG(old_path != NULL, -1);
   CHECK_ARG(new_path != NULL, -1);
-  GFile* const from = g_file_open(old_path, 0);
-  if (from == nullptr) return -1;
+  GFile from;
+  if (!open_file(from, old_path, 0)) return -1;
   bool copied = false;
-  pthread_cleanup_push(close_cancelled_file, from);
-  GFile* const to = g_file_open(new_path, 2);
-  if (to != nullptr) {
-    pthread_cleanup_push(close_cancelled_file, to);
-    copied = copy_content(from, to);
+  pthread_cleanup_push(close_file, &from);
+  GFile to;
+  if (open_file(to, new_path, 2)) {
+    pthread_cleanup_push(close_file, &to);
+    copied = copy_content(&from, &to);
     if (!copied) {
       g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file from '%s' to '%s'.",
             old_path, new_path);

@@ -593,7 +593,7 @@ TEST(FileReadBuf, ExhaustedHeapIsReportedAndLeavesNothingOpen) {
   const int expected = lowest_free_descriptor();
   LogCapture log;
   {
-    AllocationFaults faults(2);
+    AllocationFaults faults(1);
     int64_t len;
     EXPECT_EQ(g_file_read_buf(path.c_str(), &len), nullptr);
   }
@@ -620,6 +620,15 @@ TEST(FileWriteBuf, BadArgumentsReportTheFirstCheckOnly) {
   EXPECT_EQ(log.take(), Lines{check_line("g_file", "len > 0")});
   EXPECT_EQ(g_file_write_buf("/missing/file", "", -1), -1);
   EXPECT_EQ(log.take(), Lines{check_line("g_file", "len > 0")});
+}
+
+TEST(FileWriteBuf, AllocatesNothing) {
+  TemporaryDirectory dir;
+  const std::string path = dir.write("f", "xyz");
+  AllocationFaults faults(0);
+  EXPECT_EQ(g_file_write_buf(path.c_str(), "ab", 2), 0);
+  faults.disarm();
+  EXPECT_EQ(faults.calls(), 0);
 }
 
 TEST(FileWriteBuf, AMissingFileIsReportedAndNotCreated) {
