@@ -110,7 +110,9 @@ extern "C" void g_debug_set_handler(GLogHandler handler, void* arg) {
   output_handler.store(handler, relaxed);
 }
 
-extern "C" int g_log(int level, const char* file, int line, const char* fmt, ...) {
+// Has no buffer for the stack protector to guard, which would take a suppressed line half
+// of its time on ARM.
+extern "C" __attribute__((no_stack_protector)) int g_log(int level, const char* file, int line, const char* fmt, ...) {
   if (level < threshold.load(relaxed)) return 1;
   va_list ap;
   va_start(ap, fmt);
