@@ -112,7 +112,8 @@ extern "C" void g_debug_set_handler(GLogHandler handler, void* arg) {
 
 // Has no buffer for the stack protector to guard, which would take a suppressed line half
 // of its time on ARM.
-extern "C" __attribute__((no_stack_protector)) int g_log(int level, const char* file, int line, const char* fmt, ...) {
+extern "C" __attribute__((no_stack_protector)) int g_log(int level, const char* file,
+                                                         int line, const char* fmt, ...) {
   if (level < threshold.load(relaxed)) return 1;
   va_list ap;
   va_start(ap, fmt);
