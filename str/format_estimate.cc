@@ -297,10 +297,7 @@ uint64_t FormatWalk::estimate() {
   while (*at_ != '\0') {
     if (*at_ == '%') {
       ++at_;
-      if (!kForSpeed || !is_current_ ||
-          !(measure_bare_conversion() || measure_simple_conversion())) {
-        measure_conversion();
-      }
+      if (!kForSpeed || !is_current_ || !measure_bare_conversion()) measure_conversion();
       continue;
     }
     const char* const literal = at_;
@@ -356,7 +353,8 @@ bool FormatWalk::measure_bare_conversion() {
       pieces_.add_number(va_arg(args_, unsigned), false, Base::kHexadecimal, kNoLayout);
       break;
     default:
-      return false;
+      // "-" and the digits, or else it is known already.
+      return (*at_ <= '9' || *at_ == 'l') && measure_simple_conversion();
   }
   ++at_;
   return true;
