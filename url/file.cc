@@ -18,10 +18,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "url/copy_line.h"
 #include "url/file_lines.h"
 #include "url/unique_fd.h"
 
+using groundwork::copy_line;
+using groundwork::ends_line;
+using groundwork::file_gets;
+using groundwork::gets_from_file;
 using groundwork::kept_above_output;
+using groundwork::kLineAlignment;
+using groundwork::kNoLine;
+using groundwork::kUncounted;
 using groundwork::UniqueFd;
 
 namespace {
@@ -46,6 +54,7 @@ struct FileStream {
   uint32_t longest;     // length of the longest recent line
   uint32_t last;        // length of the last line
   uint32_t repeats;     // lines before it of the same length
+  uint32_t skipped;     // bytes of empty lines before the last line
 };
 
 // True for plain files that occupy blocks. Files that the kernel generates while they are
@@ -98,10 +107,11 @@ int32_t file_read(URL url, void* buf, int32_t n) {
   return count;
 }
 
-char* gets_from_view(URL_file& file, char* buf, int32_t n) {
+// Out of line, so that its caller sets up one frame only.
+[[gnu::noinline]] int32_t gets_from_view(URL_file& file, char* buf, int32_t n) {
   const uint32_t left = remaining_in_view(file);
-  if (left == 0) return nullptr;
-  if (n < 1) return buf;
+  if (left == 0) return kNoLine;
+  if (n < 1) return kUncounted;
   uint32_t count = std::min(static_cast<uint32_t>(n - 1), left);
   const uint8_t* const line = file.data + file.position;
   const void* const end = std::memchr(line, url_newline_code, count);
@@ -110,78 +120,29 @@ char* gets_from_view(URL_file& file, char* buf, int32_t n) {
   }
   read_from_view(file, buf, count);
   buf[count] = '\0';
-  return buf;
+  return kUncounted;
 }
 
-bool ends_line(char byte) {
-  return byte == '\r' || byte == '\n';
-}
-
-// Ends a line at the end of the file, after `length` bytes; returns null for an empty one.
+// Ends a line at the end of the file, after `length` bytes; there is none after 0.
 // Kept: the terminator is written one byte too far, after a byte that the buffer held
 // before.
-char* line_at_end_of_file(char* buf, int32_t length) {
-  if (length == 0) return nullptr;
+int32_t end_at_end_of_file(char* buf, int32_t length) {
+  if (length == 0) return kNoLine;
   buf[length + 1] = '\0';
-  return buf;
+  return kUncounted;
 }
 
 // Reads a line, of which `length` bytes are in the buffer, byte by byte: for files that
 // cannot step back.
-char* gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
+int32_t gets_by_bytes(int fd, char* buf, int32_t n, int32_t length) {
   while (length < n - 1) {
-    if (read(fd, buf + length, 1) == 0) return line_at_end_of_file(buf, length);
+    if (read(fd, buf + length, 1) == 0) return end_at_end_of_file(buf, length);
     // Kept: a failed read counts as a byte, too, the one that the buffer held before.
     if (ends_line(buf[length++])) break;
   }
   buf[length] = '\0';
-  return buf;
+  return kUncounted;
 }
-
-// Two functions for the length of the line at the start of `bytes`, including its end; 0 if
-// it is incomplete.
-#if defined(__GLIBC__) && !defined(__mips__)
-
-// The C library's search takes much less than an instruction for each byte.
-size_t line_length(std::string_view bytes) {
-  const size_t feed = bytes.find('\n');
-  const std::string_view line =
-      feed == bytes.npos ? bytes : std::string_view{bytes.data(), feed};
-  const size_t carriage_return = line.find('\r');
-  const size_t end = carriage_return == line.npos ? feed : carriage_return;
-  return end == bytes.npos ? 0 : end + 1;
-}
-
-#else
-
-uint32_t word_at(const char* at) {
-  uint32_t word;
-  std::memcpy(&word, at, sizeof word);
-  return word;
-}
-
-// The top bit of each byte of a word that may be a control character.
-uint32_t controls_in(uint32_t word) {
-  return (word - 0x20202020) & ~word & 0x80808080;
-}
-
-// Looks for both ends at once, in words that have a control character.
-size_t line_length(std::string_view bytes) {
-  const char* at = bytes.data();
-  const char* const end = at + bytes.size();
-  while (at != end) {
-    while (end - at >= 8 &&
-           (controls_in(word_at(at)) | controls_in(word_at(at + 4))) == 0) {
-      at += 8;
-    }
-    for (const char* const stop = at + std::min(end - at, ptrdiff_t{8}); at != stop; ++at) {
-      if (ends_line(*at)) return static_cast<size_t>(at - bytes.data()) + 1;
-    }
-  }
-  return 0;
-}
-
-#endif
 
 // How much to read for the next line: more than needed, since an extra read costs more than
 // extra bytes; but lines of equal length are read exactly, which saves the step back.
@@ -198,50 +159,10 @@ void note_line_length(FileStream& stream, uint32_t length) {
   stream.last = length;
 }
 
-// Like gets_by_bytes(), for files: reads pieces and steps back to the end of the line. The
-// pieces have a buffer of their own, since the bytes of `buf` after the line must not
-// change.
-char* gets_by_pieces(FileStream& stream, char* buf, int32_t n) {
-  const int fd = stream.file.fd;
-  char piece[kLargestPiece];
-  size_t size = first_piece_size(stream);
-  int32_t length = 0;
-  while (length < n - 1) {
-    const ssize_t count =
-        read(fd, piece, std::min(size, static_cast<size_t>(n - 1 - length)));
-    if (count == 0) return line_at_end_of_file(buf, length);
-    if (count < 0) {
-      // The read of the next byte failed, which counts as a byte, as in gets_by_bytes().
-      if (ends_line(buf[length++])) break;
-      return gets_by_bytes(fd, buf, n, length);
-    }
-    const std::string_view bytes(piece, static_cast<size_t>(count));
-    const size_t end = line_length(bytes);
-    const size_t taken = end != 0 ? end : bytes.size();
-    std::memcpy(buf + length, piece, taken);
-    length += static_cast<int32_t>(taken);
-    if (end == 0) {
-      size = kLargestPiece;
-      continue;
-    }
-    if (taken < bytes.size()) lseek(fd, static_cast<off_t>(taken) - count, SEEK_CUR);
-    break;
-  }
-  note_line_length(stream, static_cast<uint32_t>(length));
-  buf[length] = '\0';
-  return buf;
-}
-
-char* file_gets(URL url, char* buf, int32_t n) {
-  URL_file& file = file_of(url);
-  if (file.data != nullptr) return gets_from_view(file, buf, n);
-  if (n < 2) {
-    buf[0] = '\0';
-    return buf;
-  }
-  auto& stream = reinterpret_cast<FileStream&>(file);
-  return can_reread(stream) ? gets_by_pieces(stream, buf, n)
-                            : gets_by_bytes(file.fd, buf, n, 0);
+// Where in a buffer for pieces the next one is to begin: all of it but the first `skipped`
+// bytes is copied to `to`, see copy_line().
+size_t piece_start(const char* to, size_t skipped) {
+  return (reinterpret_cast<uintptr_t>(to) - skipped) % kLineAlignment;
 }
 
 int32_t file_fgetc(URL url) {
@@ -351,6 +272,46 @@ void put_back(FileStream& stream, size_t count) {
 
 }  // namespace
 
+// Files are read in pieces, with a step back to the end of the line. The pieces have a
+// buffer of their own, since the bytes of `buf` after the line must not change.
+int32_t groundwork::gets_from_file(URL url, char* buf, int32_t n) {
+  auto& stream = *reinterpret_cast<FileStream*>(url);
+  if (stream.file.data != nullptr) return gets_from_view(stream.file, buf, n);
+  if (n < 2) {
+    buf[0] = '\0';
+    return 0;
+  }
+  const int fd = stream.file.fd;
+  if (!can_reread(stream)) return gets_by_bytes(fd, buf, n, 0);
+  alignas(kLineAlignment) char pieces[kLargestPiece + kLineAlignment - 1];
+  size_t size = first_piece_size(stream);
+  int32_t length = 0;
+  bool may_have_nul = false;
+  do {
+    char* const piece = pieces + piece_start(buf + length, 0);
+    const ssize_t count =
+        read(fd, piece, std::min(size, static_cast<size_t>(n - 1 - length)));
+    if (count == 0) return end_at_end_of_file(buf, length);
+    if (count < 0) {
+      // The read of the next byte failed, which counts as a byte, as in gets_by_bytes().
+      if (ends_line(buf[length++])) break;
+      return gets_by_bytes(fd, buf, n, length);
+    }
+    const auto taken = static_cast<int32_t>(
+        copy_line(buf + length, {piece, static_cast<size_t>(count)}, may_have_nul));
+    length += taken;
+    if (taken < count) lseek(fd, off_t{taken} - count, SEEK_CUR);
+    size = kLargestPiece;
+  } while (!ends_line(buf[length - 1]) && length < n - 1);
+  note_line_length(stream, static_cast<uint32_t>(length));
+  buf[length] = '\0';
+  return may_have_nul ? kUncounted : length;
+}
+
+char* groundwork::file_gets(URL url, char* buf, int32_t n) {
+  return gets_from_file(url, buf, n) != kNoLine ? buf : nullptr;
+}
+
 bool groundwork::is_read_in_pieces(URL url) {
   // Checks both: only records that this module made have the fields after the public ones.
   if (url->fgetc != file_fgetc || url->gets != file_gets) return false;
@@ -360,12 +321,15 @@ bool groundwork::is_read_in_pieces(URL url) {
 
 int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
   auto& stream = *reinterpret_cast<FileStream*>(url);
-  char piece[kLargestPiece];
+  alignas(kLineAlignment) char pieces[kLargestPiece + kLineAlignment - 1];
   size_t size = first_piece_size(stream);
+  bool may_have_nul = false;
   size_t consumed = 0;
   size_t length = 0;
   const auto room = static_cast<size_t>(n - 1);
   while (length < room) {
+    char* const piece =
+        pieces + piece_start(buf + length, length == 0 ? stream.skipped : 0);
     const size_t count = read_piece(stream, piece, std::min(size, room - length));
     if (count == 0) break;
     std::string_view bytes(piece, count);
@@ -374,13 +338,12 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
       buf[0] = bytes.front();
       bytes.remove_prefix(1);
     }
-    const size_t end = line_length(bytes);
-    const size_t taken = end != 0 ? end : bytes.size();
+    if (length == 0) stream.skipped = static_cast<uint32_t>(count - bytes.size());
+    const size_t taken = copy_line(buf + length, bytes, may_have_nul);
     const size_t left = bytes.size() - taken;
-    std::memcpy(buf + length, bytes.data(), taken);
     length += taken;
     consumed += count - left;
-    if (end != 0) {
+    if (taken != 0 && ends_line(buf[length - 1])) {
       put_back(stream, left);
       --length;
       break;

@@ -10,6 +10,17 @@
 
 namespace groundwork {
 
+// Results of gets_from_file(): no line, and a line whose text may end before the line does.
+constexpr int32_t kNoLine = -1;
+constexpr int32_t kUncounted = -2;
+
+// The file module's line reader, which is in the `gets` slot of its streams.
+char* file_gets(URL url, char* buf, int32_t n);
+
+// The same, for a stream with this line reader. Returns the length of the text, unless it
+// takes a search for its NUL.
+int32_t gets_from_file(URL url, char* buf, int32_t n);
+
 // Returns whether a stream belongs to the file module, with the module's own line and byte
 // readers, and is on a file that can step back and find the same bytes.
 bool is_read_in_pieces(URL url);

@@ -223,6 +223,14 @@ extern "C" char* url_gets(URL url, char* buf, int32_t n) {
     clear_error();
     // One more than the limit leaves, for the NUL. A negative size is never increased.
     if (n > 0 && exceeds_limit(*url, n)) n = static_cast<int32_t>(budget(*url) + 1);
+    if (url->gets == groundwork::file_gets) {
+      const int32_t length = groundwork::gets_from_file(url, buf, n);
+      if (length == groundwork::kNoLine) return nullptr;
+      url->nread += length != groundwork::kUncounted
+                        ? static_cast<uint32_t>(length)
+                        : static_cast<uint32_t>(std::strlen(buf));
+      return buf;
+    }
     char* const line = url->gets(url, buf, n);
     if (line != nullptr) url->nread += static_cast<uint32_t>(std::strlen(line));
     return line;

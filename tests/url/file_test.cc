@@ -796,6 +796,166 @@ TEST_F(FileStream, LineReaderFollowsAChangeOfTheDescriptor) {
   close(ends[1]);
 }
 
+// ---- Lines are copied in words where the C library has no fast search ----------------
+
+// Buffers for lines begin 0 to 7 bytes after an aligned address.
+constexpr size_t kOffsets = 8;
+
+class LineBuffer {
+ public:
+  explicit LineBuffer(size_t offset) : offset_(offset) { bytes_.fill('-'); }
+
+  char* text() { return bytes_.data() + offset_; }
+
+  // Whether `line` is in the buffer with its NUL, and all other bytes are as they were.
+  testing::AssertionResult has_only(const std::string& line) const {
+    const std::string bytes(bytes_.data(), bytes_.size());
+    std::string expected(bytes_.size(), '-');
+    expected.replace(offset_, line.size() + 1, line + '\0');
+    if (bytes == expected) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "offset " << offset_ << ": " << bytes;
+  }
+
+ private:
+  const size_t offset_;
+  alignas(8) std::array<char, 200> bytes_;
+};
+
+// Reads a file that ends with a line end, with url_gets().
+void expect_lines(URL url, const std::string& content, int32_t n, size_t offset) {
+  url_seek(url, 0, SEEK_SET);
+  uint32_t counted = 0;
+  for (size_t at = 0; at < content.size();) {
+    const size_t end = content.find_first_of("\r\n", at) + 1;
+    const std::string line =
+        content.substr(at, std::min(end - at, static_cast<size_t>(n - 1)));
+    at += line.size();
+    counted += static_cast<uint32_t>(std::strlen(line.c_str()));
+    LineBuffer buffer(offset);
+    ASSERT_EQ(url_gets(url, buffer.text(), n), buffer.text());
+    ASSERT_TRUE(buffer.has_only(line)) << "up to " << at;
+    ASSERT_EQ(url->nread, counted) << "up to " << at;
+    ASSERT_EQ(position_of(url), static_cast<int64_t>(at));
+  }
+}
+
+// The same with url_readline(), for lines shorter than the buffer.
+void expect_stripped_lines(URL url, const std::string& content, size_t offset) {
+  url_seek(url, 0, SEEK_SET);
+  for (size_t at = content.find_first_not_of("\r\n"); at != content.npos;) {
+    const size_t end = content.find_first_of("\r\n", at);
+    const std::string line = content.substr(at, end - at);
+    LineBuffer buffer(offset);
+    ASSERT_EQ(url_readline(url, buffer.text(), 100), static_cast<int32_t>(line.size()));
+    ASSERT_TRUE(buffer.has_only(line)) << "up to " << end;
+    ASSERT_EQ(url->nread, end + 1);
+    ASSERT_EQ(position_of(url), static_cast<int64_t>(end + 1));
+    at = content.find_first_not_of("\r\n", end);
+  }
+}
+
+std::string lines_of_all_lengths(const std::string& filler, const std::string& end) {
+  std::string content;
+  for (size_t length = 0; length <= 70; ++length) {
+    for (size_t i = 0; i < length; ++i) content += filler[i % filler.size()];
+    content += end;
+  }
+  return content;
+}
+
+TEST_F(FileStream, LinesOfAllLengthsFitBuffersOfAllAlignments) {
+  const std::string fillers[] = {"plain text", "\t", "words\tand\ttabs", "\xc3\xa4\xff\x80",
+                                 "\x8d\x8e\x0e\x0b\x0c\x01"};
+  for (const std::string& filler : fillers) {
+    for (const char* const end : {"\n", "\r", "\r\n", "\n\n\n"}) {
+      const std::string content = lines_of_all_lengths(filler, end);
+      const URL url = unlimited_over(content);
+      for (size_t offset = 0; offset < kOffsets; ++offset) {
+        ASSERT_NO_FATAL_FAILURE(expect_lines(url, content, 100, offset));
+        ASSERT_NO_FATAL_FAILURE(expect_stripped_lines(url, content, offset));
+      }
+      close_all();
+    }
+  }
+}
+
+TEST_F(FileStream, LinesAreCutAtBuffersOfAllSizesAndAlignments) {
+  const std::string content = lines_of_all_lengths("plain text", "\n");
+  const URL url = unlimited_over(content);
+  for (int32_t n = 2; n < 40; ++n) {
+    for (size_t offset = 0; offset < kOffsets; ++offset) {
+      ASSERT_NO_FATAL_FAILURE(expect_lines(url, content, n, offset));
+    }
+  }
+}
+
+// Each byte before and after a line's end, and at all places of a line.
+TEST_F(FileStream, NoOtherByteEndsALine) {
+  std::string content;
+  for (int value = 0; value < 256; ++value) {
+    const char byte = static_cast<char>(value);
+    if (byte == '\n' || byte == '\r') continue;
+    for (size_t place = 0; place < 20; ++place) {
+      std::string line(20, 'x');
+      line[place] = byte;
+      content += line + "\n";
+    }
+    for (const char end : {'\n', '\r'}) {
+      for (size_t length = 0; length < 20; ++length) {
+        content += std::string(length, 'x') + byte + end + byte + end;
+      }
+    }
+  }
+  const URL url = unlimited_over(content);
+  ASSERT_NO_FATAL_FAILURE(expect_lines(url, content, 100, 0));
+  ASSERT_NO_FATAL_FAILURE(expect_stripped_lines(url, content, 0));
+}
+
+TEST_F(FileStream, OfALineWithANulOnlyTheBytesBeforeItAreCounted) {
+  std::string content;
+  for (size_t place = 0; place < 70; ++place) {
+    std::string line(70, 'x');
+    line[place] = '\0';
+    content += line + "\n";
+  }
+  const URL url = unlimited_over(content);
+  for (size_t offset = 0; offset < kOffsets; ++offset) {
+    ASSERT_NO_FATAL_FAILURE(expect_lines(url, content, 100, offset));
+    ASSERT_NO_FATAL_FAILURE(expect_stripped_lines(url, content, offset));
+  }
+}
+
+TEST_F(FileStream, OfALongLineWithANulOnlyTheBytesBeforeItAreCounted) {
+  for (const size_t place : {10u, 300u, 5000u, 9000u}) {
+    std::string content(9100, 'x');
+    content[place] = '\0';
+    content.back() = '\n';
+    const URL url = unlimited_over(content);
+    std::vector<char> buf(10000);
+    EXPECT_EQ(url_gets(url, buf.data(), 10000), buf.data());
+    EXPECT_EQ(url->nread, place);
+    EXPECT_EQ(position_of(url), 9100);
+  }
+}
+
+TEST_F(FileStream, TheLineReaderItselfCountsNothing) {
+  const URL url = unlimited_over("one\ntwo\n");
+  char buf[16];
+  EXPECT_EQ(url->gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "one\n");
+  EXPECT_EQ(url->nread, 0u);
+}
+
+TEST_F(FileStream, AReplacedLineReaderIsAskedForLines) {
+  const URL url = unlimited_over("one\ntwo\n");
+  url->gets = [](URL, char* buf, int32_t) { return std::strcpy(buf, "other"); };
+  char buf[16];
+  EXPECT_EQ(url_gets(url, buf, 16), buf);
+  EXPECT_STREQ(buf, "other");
+  EXPECT_EQ(url->nread, 5u);
+  EXPECT_EQ(position_of(url), 0);
+}
+
 // ---- Against a reader of single bytes -----------------------------------------------
 
 // What the stream is to do, in its plainest form: every line byte by byte.
