@@ -7,6 +7,7 @@
 #ifndef GROUNDWORK_CORE_WORD_H
 #define GROUNDWORK_CORE_WORD_H
 
+#include <bit>
 #include <cstdint>
 
 namespace groundwork {
@@ -21,6 +22,11 @@ inline uint32_t load_word(const void* at) {
 
 inline void store_word(void* at, uint32_t word) {
   static_cast<UnalignedWord*>(at)->value = word;
+}
+
+// The value of a word whose bytes are in memory most significant first, and back.
+constexpr uint32_t big_endian(uint32_t word) {
+  return std::endian::native == std::endian::big ? word : __builtin_bswap32(word);
 }
 
 }  // namespace groundwork

@@ -1,4 +1,4 @@
-// Base64 encoding and decoding. Tables hold each character and each value shifted to its
+// Base64 encoding and decoding. Tables hold each value, and for x86 each character, in its
 // place in a word, so that a group is four look-ups combined; 4 KB for each direction.
 // Groups are decoded four at a time, and one at a time if any is unusual.
 //
@@ -15,6 +15,9 @@
 
 #include "core/built_for.h"
 #include "core/check.h"
+#include "core/word.h"
+
+using namespace groundwork;
 
 namespace {
 
@@ -27,8 +30,14 @@ constexpr char kPad = '=';
 // The longest input whose encoded length fits in an int.
 constexpr int kLongestInput = INT_MAX / 4 * 3;
 
-// The wide tables make both directions several times faster.
-constexpr bool kWideTables = groundwork::kForSpeed;
+// Whether a group is encoded as one word from wide tables, or each character by itself. On
+// x86, one instruction scales an index, loads the entry and combines it with the others.
+#if defined __i386__ || defined __x86_64__
+constexpr bool kWideCharacters = kForSpeed;
+#else
+constexpr bool kWideCharacters = false;
+#endif
+
 using Table = std::array<uint32_t, 256>;
 
 // The four characters of a group as they are in memory. Indices include bits of their
@@ -37,78 +46,67 @@ using Table = std::array<uint32_t, 256>;
 constexpr std::array<Table, 4> kCharacters = [] {
   std::array<Table, 4> tables{};
   for (unsigned place = 0; place < 4; ++place) {
-    const unsigned byte = std::endian::native == std::endian::little ? place : 3 - place;
     for (unsigned index = 0; index < 256; ++index) {
       const char c = kAlphabet[place == 0 ? index >> 2 : index & 63];
-      tables[place][index] = uint32_t{static_cast<unsigned char>(c)} << (8 * byte);
+      tables[place][index] =
+          big_endian(uint32_t{static_cast<unsigned char>(c)} << (24 - 8 * place));
     }
   }
   return tables;
 }();
 
-// The values of a group's four characters, shifted to their places in 24 bits.
-constexpr uint32_t kNoCharacter = 0x80000000;
+// What each of a group's four characters contributes to its three bytes, as they are in
+// memory. The fourth byte marks what is not in the alphabet.
+constexpr uint32_t kNoCharacter = big_endian(0x80);
 constexpr std::array<Table, 4> kValues = [] {
   std::array<Table, 4> tables{};
   for (unsigned place = 0; place < 4; ++place) {
     tables[place].fill(kNoCharacter);
     for (unsigned value = 0; value < 64; ++value) {
       const auto c = static_cast<unsigned char>(kAlphabet[value]);
-      tables[place][c] = value << (18 - 6 * place);
+      tables[place][c] = big_endian(value << (26 - 6 * place));
     }
   }
   return tables;
 }();
 static_assert(sizeof kCharacters + sizeof kValues == 8192);
 
-uint32_t load_big_endian(const unsigned char* bytes) {
-  uint32_t word;
-  std::memcpy(&word, bytes, sizeof word);
-  return std::endian::native == std::endian::big ? word : __builtin_bswap32(word);
-}
-
-void store_big_endian(unsigned char* bytes, uint32_t word) {
-  if constexpr (std::endian::native != std::endian::big) word = __builtin_bswap32(word);
-  std::memcpy(bytes, &word, sizeof word);
+// Encodes the upper three bytes of a word.
+inline void encode_group(uint32_t word, char* dest) {
+  dest[0] = kAlphabet[word >> 26];
+  dest[1] = kAlphabet[word >> 20 & 63];
+  dest[2] = kAlphabet[word >> 14 & 63];
+  dest[3] = kAlphabet[word >> 8 & 63];
 }
 
 // Encodes three bytes; reads four.
-inline uint32_t encoded(const unsigned char* bytes) {
-  const uint32_t word = load_big_endian(bytes);
-  return kCharacters[0][bytes[0]] | kCharacters[1][word >> 20 & 255] |
-         kCharacters[2][word >> 14 & 255] | kCharacters[3][bytes[2]];
-}
-
-// Encodes the upper three bytes of a word.
-inline uint32_t encoded(uint32_t word) {
-  if constexpr (!kWideTables) {
-    const char group[] = {kAlphabet[word >> 26], kAlphabet[word >> 20 & 63],
-                          kAlphabet[word >> 14 & 63], kAlphabet[word >> 8 & 63]};
-    return std::bit_cast<uint32_t>(group);
-  }
-  return kCharacters[0][word >> 24] | kCharacters[1][word >> 20 & 255] |
-         kCharacters[2][word >> 14 & 255] | kCharacters[3][word >> 8 & 255];
-}
-
-void store_group(char* dest, uint32_t group) {
-  std::memcpy(dest, &group, sizeof group);
+inline void encode_group(const unsigned char* bytes, char* dest) {
+  const uint32_t word = big_endian(load_word(bytes));
+  if constexpr (!kWideCharacters) return encode_group(word, dest);
+  store_word(dest, kCharacters[0][bytes[0]] | kCharacters[1][word >> 20 & 255] |
+                       kCharacters[2][word >> 14 & 255] | kCharacters[3][bytes[2]]);
 }
 
 // Encodes whole groups of three bytes, without a NUL.
 void encode_groups(const unsigned char* bytes, size_t count, char* dest) {
-  // Loads four bytes but uses three.
-  for (; kWideTables && count >= 13; count -= 12, bytes += 12, dest += 16) {
+  // The last three bytes stay, as four would be read for them.
+  if (kForSpeed && count > 3) {
+    const unsigned char* const last = bytes + (count - 1) / 12 * 12;
+    for (; bytes != last; bytes += 12, dest += 16) {
 #pragma GCC unroll 4
-    for (unsigned group = 0; group < 4; ++group) {
-      store_group(dest + 4 * group, encoded(bytes + 3 * group));
+      for (unsigned group = 0; group < 4; ++group) {
+        encode_group(bytes + 3 * group, dest + 4 * group);
+      }
     }
+    count = (count - 1) % 12 + 1;
   }
-  for (; kWideTables && count >= 4; count -= 3, bytes += 3, dest += 4) {
-    store_group(dest, encoded(bytes));
+  for (; kForSpeed && count >= 4; count -= 3, bytes += 3, dest += 4) {
+    encode_group(bytes, dest);
   }
   for (; count >= 3; count -= 3, bytes += 3, dest += 4) {
-    store_group(dest, encoded(uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 |
-                              uint32_t{bytes[2]} << 8));
+    encode_group(
+        uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8,
+        dest);
   }
 }
 
@@ -126,7 +124,8 @@ void encode_rest(const unsigned char* bytes, size_t count, char* dest) {
   dest[3] = kPad;
 }
 
-// The 24 bits of a group, with kNoCharacter set if any of the four is not in the alphabet.
+// The three bytes of a group as they are in memory, with kNoCharacter set if any of its
+// characters is not in the alphabet.
 uint32_t decoded(const unsigned char* text) {
   return kValues[0][text[0]] | kValues[1][text[1]] | kValues[2][text[2]] |
          kValues[3][text[3]];
@@ -134,7 +133,10 @@ uint32_t decoded(const unsigned char* text) {
 
 // The value of a character; kNoCharacter if it is not in the alphabet.
 uint32_t value_of(unsigned char c) {
-  if constexpr (kWideTables) return kValues[3][c];
+  if constexpr (kForSpeed) {
+    const uint32_t entry = kValues[3][c];
+    return entry == kNoCharacter ? entry : big_endian(entry) >> 8;
+  }
   const void* const found = std::memchr(kAlphabet, c, sizeof kAlphabet - 1);
   if (found == nullptr) return kNoCharacter;
   return static_cast<uint32_t>(static_cast<const char*>(found) - kAlphabet);
@@ -166,21 +168,31 @@ int decode_group(const unsigned char* text, bool at_end, unsigned char* dest) {
   return 3;
 }
 
+// The last byte of a group and the three of the next, as they are in memory.
+uint32_t joined(uint32_t group, uint32_t next) {
+  if constexpr (std::endian::native == std::endian::big) return group << 16 | next >> 8;
+  return group >> 16 | next << 8;
+}
+
 // Decodes groups four at a time, up to four that are not all plain, such as the last of a
 // padded text. Returns the number of groups decoded.
 size_t decode_plain_groups(const unsigned char* text, size_t groups, unsigned char* dest) {
-  size_t done = 0;
-  for (; kWideTables && groups - done >= 4; done += 4, text += 16, dest += 12) {
+  if constexpr (!kForSpeed) return 0;
+  const unsigned char* const start = text;
+  const unsigned char* const end = text + groups / 4 * 16;
+  for (; text != end; text += 16, dest += 12) {
     const uint32_t a = decoded(text);
     const uint32_t b = decoded(text + 4);
     const uint32_t c = decoded(text + 8);
     const uint32_t d = decoded(text + 12);
     if (((a | b | c | d) & kNoCharacter) != 0) break;
-    store_big_endian(dest, a << 8 | b >> 16);
-    store_big_endian(dest + 4, b << 16 | c >> 8);
-    store_big_endian(dest + 8, c << 24 | d);
+    // The next store overwrites the fourth byte of each.
+    store_word(dest, a);
+    store_word(dest + 3, b);
+    store_word(dest + 6, c);
+    store_word(dest + 8, joined(c, d));
   }
-  return done;
+  return static_cast<size_t>(text - start) / 4;
 }
 
 }  // namespace

@@ -24,12 +24,6 @@ struct Block {
   bool operator==(const Block&) const = default;
 };
 
-// The value of bytes in memory, most significant first, and back.
-constexpr uint32_t big_endian(uint32_t word) {
-  if constexpr (std::endian::native == std::endian::big) return word;
-  return __builtin_bswap32(word);
-}
-
 inline Block load_block(const void* bytes) {
   const char* const right = static_cast<const char*>(bytes) + sizeof(uint32_t);
   return {big_endian(load_word(bytes)), big_endian(load_word(right))};
