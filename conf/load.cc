@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include "conf/fingerprint.h"
@@ -53,6 +54,7 @@ Text read_text(GFile* file, const char* filename) {
   Owned<char> block = new_buffer(size);
   if (block == nullptr || g_file_read(file, block.get(), size) != size ||
       !has_size(*file, size)) {
+    block.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
     return {};
   }
@@ -60,22 +62,28 @@ Text read_text(GFile* file, const char* filename) {
   return {std::move(block), static_cast<size_t>(size)};
 }
 
-Text read_locked(const char* filename) {
+Text read_locked(GFile* file, const char* filename) {
+  if (g_file_lock_read(file) < 0) {
+    // Kept: the closing quote is missing; programs look for this message in logs.
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't read lock for '%s.", filename);
+    return {};
+  }
+  Text text = read_text(file, filename);
+  g_file_unlock(file);
+  return text;
+}
+
+LEFT_BY_CANCELLATION Text read_file(const char* filename) {
   const CancellationHeld held;
-  GFile* const file = g_file_open(filename, 0);
-  if (file == nullptr) {
+  GFile file;
+  if (!open_file(file, filename, 0)) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s'.", filename);
     return {};
   }
   Text text;
-  if (g_file_lock_read(file) < 0) {
-    // Kept: the closing quote is missing; programs look for this message in logs.
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't read lock for '%s.", filename);
-  } else {
-    text = read_text(file, filename);
-    g_file_unlock(file);
-  }
-  g_file_close(file);
+  pthread_cleanup_push(close_file, &file);  // an output handler may end the thread
+  text = read_locked(&file, filename);
+  pthread_cleanup_pop(1);
   return text;
 }
 
@@ -113,10 +121,11 @@ GConf* parse_conf(const char* filename, const char* text, size_t size) {
 
 GConf* load_conf(const char* filename) {
   CHECK_ARG(filename != NULL, nullptr);
-  const Text text = read_locked(filename);
+  Text text = read_file(filename);
   if (text.block == nullptr) return nullptr;
   GConf* const conf = parse_conf(filename, text.block.get(), text.size);
   if (conf == nullptr) {
+    text.block.reset();
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
   }
   return conf;

@@ -9,14 +9,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
+
+#include <pthread.h>
 
 #include "conf/fingerprint.h"
 #include "conf/model.h"
 #include "core/built_for.h"
 #include "core/cancellation.h"
 #include "core/check.h"
+#include "sys/file_handle.h"
 
 namespace groundwork {
 namespace {
@@ -100,19 +104,10 @@ bool write_formatted(GFile* file, const GConf* conf, const ByteArray& text) {
   return false;
 }
 
-// Opens, locks, writes and closes the file. Returns its content afterwards, as far as it is
-// known. `text` is null if there was no memory for it.
-FileContent write_file(const GConf* conf, const ByteArray* text) {
-  GFile* const file = g_file_open(conf->filename, 2);
-  if (file == nullptr) {
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
-          conf->filename);
-    return file_content(conf);
-  }
+FileContent write_locked(GFile* file, const GConf* conf, const ByteArray* text) {
   // Kept: opening has already emptied the file, whether the lock is granted or not.
   if (g_file_lock_write(file) < 0) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
-    g_file_close(file);
     return {FileContent::kText, fingerprint_of(nullptr, 0)};
   }
   bool is_whole = false;
@@ -123,9 +118,28 @@ FileContent write_file(const GConf* conf, const ByteArray* text) {
   }
   g_file_truncate(file);
   g_file_unlock(file);
-  g_file_close(file);
   if (!is_whole) return {};
   return {FileContent::kText, fingerprint_of(text->data(), text->size())};
+}
+
+// Opens, locks, writes and closes the file. Returns its content afterwards, as far as it is
+// known. `text` is null if there was no memory for it.
+LEFT_BY_CANCELLATION FileContent write_file(const GConf* conf, const ByteArray* text) {
+  GFile file;
+  if (!open_file(file, conf->filename, 2)) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
+          conf->filename);
+    return file_content(conf);
+  }
+  FileContent content;
+  pthread_cleanup_push(close_file, &file);
+  content = write_locked(&file, conf, text);
+  pthread_cleanup_pop(1);
+  return content;
+}
+
+void free_text(void* text) {
+  std::free(static_cast<ByteArray*>(text)->release());
 }
 
 }  // namespace
@@ -150,7 +164,8 @@ bool format_conf(const GConf* conf, ByteArray& buffer) {
                 __attribute__((noinline)) { return add(first, separator, second, end); });
 }
 
-void write_conf(GConf* conf) {
+// Cleanup handlers here and above, since an output handler may end the thread.
+LEFT_BY_CANCELLATION void write_conf(GConf* conf) {
   const CancellationHeld held;
   // Formats before the file is opened, which empties it: a program that is killed in
   // between leaves it empty.
@@ -159,7 +174,9 @@ void write_conf(GConf* conf) {
   const size_t old_size = file_content(conf).text.size;
   text.reserve(old_size + old_size / 8 + kUsualGrowth);
   const bool is_formatted = format_conf(conf, text);
+  pthread_cleanup_push(free_text, &text);
   set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));
+  pthread_cleanup_pop(0);
 }
 
 }  // namespace groundwork

@@ -12,6 +12,7 @@
 #include <functional>
 
 #include "conf/conf_support.h"
+#include "support/ended_thread.h"
 
 using namespace test;
 
@@ -56,6 +57,12 @@ class ConfFileFaults : public testing::Test {
             warning_line("g_conf", "can't load config file '" + path + "'.")};
   }
 };
+
+TEST_F(ConfFileFaults, AThreadThatEndsWhileAFailedReadIsReportedLosesNothing) {
+  const ConfFile file("[a]\nk=v\n");
+  on_read = [](size_t) { return -1; };
+  expect_nothing_lost_at_a_message([&file] { g_conf_open(file.path().c_str()); });
+}
 
 TEST_F(ConfFileFaults, AReadThatGivesLessThanTheSizeFailsTheLoad) {
   const ConfFile file("[a]\nk=v\n");

@@ -9,6 +9,7 @@
 
 #include "conf/conf_support.h"
 #include "conf/own_locale.h"
+#include "support/ended_thread.h"
 
 using namespace test;
 
@@ -220,6 +221,25 @@ TEST(ConfStore, AFileLockedByAnotherProcessIsReportedAndAlreadyEmptied) {
     EXPECT_EQ(conf->dirty, 0);
   }
   EXPECT_EQ(content(conf.get()), (Sections{{"a", {{"k", "w"}}}}));
+}
+
+TEST(ConfLoad, AThreadThatEndsWhileALockIsReportedLosesNothing) {
+  const ConfFile file("[a]\nk=v\n");
+  const ForeignLock lock(file.path(), F_WRLCK);
+  expect_nothing_lost_at_a_message([&file] { g_conf_open(file.path().c_str()); });
+}
+
+TEST(ConfStore, AThreadThatEndsWhileAFailureIsLoggedLosesNothing) {
+  const ConfFile locked;
+  for (const std::string path : {locked.path().c_str(), "/dev/full"}) {
+    GConf* const conf = g_conf_open(path.c_str());
+    g_conf_write_string(conf, "a", "k", "v");
+    if (path == locked.path()) locked.rewrite("");
+    const ForeignLock lock(locked.path(), F_RDLCK);
+    expect_nothing_lost_at_a_message([conf] { g_conf_sync(conf); });
+    conf->dirty = 0;
+    g_conf_close(conf);
+  }
 }
 
 TEST(ConfLoad, NoLockAndNoDescriptorIsLeaked) {

@@ -21,6 +21,7 @@
 
 #include "support/allocation_faults.h"
 #include "support/descriptors.h"
+#include "support/ended_thread.h"
 #include "support/log_capture.h"
 #include "support/next_function.h"
 #include "support/temporary_directory.h"
@@ -717,62 +718,37 @@ TEST(FileDescriptors, RunningOutIsReported) {
                                                          std::strerror(EMFILE))});
 }
 
-// A thread that ends within a call of the library: which call, and the blocks that it left.
-struct Leaver {
+// A call within which its thread ends.
+struct LastCall {
   std::string path;   // a named pipe, or what the call is to use
   std::string other;  // next to it
-  void (*call)(const Leaver&);
-  AllocationFaults* blocks = nullptr;
+  void (*call)(const LastCall&);
+
+  void operator()() const { call(*this); }
 };
-
-void* run_leaver(void* data) {
-  auto* const leaver = static_cast<Leaver*>(data);
-  leaver->blocks = new AllocationFaults(0);
-  leaver->call(*leaver);
-  return data;
-}
-
-// Runs the call in a thread, which `end` makes end, and expects that nothing leaks.
-template <typename End>
-void expect_nothing_lost(Leaver leaver, void* wanted, End end) {
-  const int expected = lowest_free_descriptor();
-  for (const bool is_warm : {false, true}) {  // the first exit loads the unwinder
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(&thread, nullptr, run_leaver, &leaver), 0);
-    end(thread);
-    void* result = &leaver;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, wanted);
-    if (is_warm) {
-      EXPECT_EQ(leaver.blocks->outstanding(), 0);
-    }
-    delete leaver.blocks;
-    EXPECT_EQ(lowest_free_descriptor(), expected);
-  }
-}
 
 TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
   const struct {
     const char* name;
     bool is_open;  // the pipe's other end is: reading and writing wait, not opening
-    void (*call)(const Leaver&);
+    void (*call)(const LastCall&);
   } rows[] = {
-    {"opening", false, [](const Leaver& l) { g_file_open(l.path.c_str(), 0); }},
+    {"opening", false, [](const LastCall& l) { g_file_open(l.path.c_str(), 0); }},
     {"opening to read all", false,
-     [](const Leaver& l) {
+     [](const LastCall& l) {
        int64_t len;
        std::free(g_file_read_buf(l.path.c_str(), &len));
      }},
     {"opening to write all", false,
-     [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }},
+     [](const LastCall& l) { g_file_write_buf(l.path.c_str(), "a", 1); }},
     {"opening to copy from", false,
-     [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+     [](const LastCall& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
     {"opening to copy to", false,
-     [](const Leaver& l) { g_file_copy(l.other.c_str(), l.path.c_str()); }},
+     [](const LastCall& l) { g_file_copy(l.other.c_str(), l.path.c_str()); }},
 // The address sanitizer would still guard the buffer of the frame that was left.
 #if !defined(__SANITIZE_ADDRESS__)
     {"reading a copy", true,
-     [](const Leaver& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
+     [](const LastCall& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }},
 #endif
   };
   for (const auto& row : rows) {
@@ -781,8 +757,8 @@ TEST(FileCancellation, AThreadCancelledWhileItWaitsLosesNothing) {
     const std::string path = dir / "fifo";
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const int end = row.is_open ? open(path.c_str(), O_RDWR | O_CLOEXEC) : -1;
-    const Leaver leaver{path, dir.write("other", "text"), row.call};
-    expect_nothing_lost(leaver, PTHREAD_CANCELED, [](pthread_t thread) {
+    const LastCall call{path, dir.write("other", "text"), row.call};
+    test::expect_nothing_lost(call, PTHREAD_CANCELED, [](pthread_t thread) {
       usleep(50000);
       ASSERT_EQ(pthread_cancel(thread), 0);
     });
@@ -810,23 +786,21 @@ TEST(FileCancellation, AThreadThatIsToBeCancelledClosesItsFileFirst) {
 TEST(FileCancellation, AThreadThatLeavesWhileAFailureIsLoggedLosesNothing) {
   TemporaryDirectory dir;
   // A directory opens, has a size, and cannot be read.
-  const Leaver leaver{dir.path(), dir / "missing/file", [](const Leaver& l) {
-                        int64_t len;
-                        std::free(g_file_read_buf(l.path.c_str(), &len));
-                      }};
-  const Leaver copier{dir.write("from", "text"), dir / "missing/file", [](const Leaver& l) {
-                        g_file_copy(l.path.c_str(), l.other.c_str());
-                      }};
-  const Leaver writer{"/dev/full", "",
-                      [](const Leaver& l) { g_file_write_buf(l.path.c_str(), "a", 1); }};
-  const Leaver mapper{dir / "from", "", [](const Leaver& l) {
-                        g_file_map(l.path.c_str(), 0, 4, 1, nullptr);  // write-only
-                      }};
-  for (const Leaver& each : {leaver, copier, writer, mapper}) {
+  const LastCall reader{dir.path(), dir / "missing/file", [](const LastCall& l) {
+                          int64_t len;
+                          std::free(g_file_read_buf(l.path.c_str(), &len));
+                        }};
+  const LastCall copier{
+      dir.write("from", "text"), dir / "missing/file",
+      [](const LastCall& l) { g_file_copy(l.path.c_str(), l.other.c_str()); }};
+  const LastCall writer{
+      "/dev/full", "", [](const LastCall& l) { g_file_write_buf(l.path.c_str(), "a", 1); }};
+  const LastCall mapper{dir / "from", "", [](const LastCall& l) {
+                          g_file_map(l.path.c_str(), 0, 4, 1, nullptr);  // write-only
+                        }};
+  for (const LastCall& each : {reader, copier, writer, mapper}) {
     SCOPED_TRACE(each.path);
-    g_debug_set_handler([](const char*, void*) -> int { pthread_exit(nullptr); }, nullptr);
-    expect_nothing_lost(each, nullptr, [](pthread_t) {});
-    g_debug_set_handler(nullptr, nullptr);
+    test::expect_nothing_lost_at_a_message(each);
   }
 }
 

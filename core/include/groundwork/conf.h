@@ -193,8 +193,7 @@ G_API GConfEntry* g_find_line(GConfSection* section, const char* key);
  * @par Errors
  * Every failure ends with the warning "can't load config file '%s'.". One of these, with the file
  * name, comes before it:
- * - ``can't open file '%s'.``: warning; the file cannot be opened, or memory is exhausted. The
- *   reason is in the line before.
+ * - ``can't open file '%s'.``: warning; the file cannot be opened. The reason is in the line before.
  * - ``can't read lock for '%s.``: warning; another process has the file locked for writing. The
  *   line lacks its closing quote.
  * - ``can't read file '%s'.``: warning; a read error, a size that changed, a file of 2 GiB or more,
@@ -232,8 +231,8 @@ G_API GConf* g_conf_open(const char* filename);
  *
  * @par Errors
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
- * - ``can't create config file '%s'.``: warning, with the file name; the file cannot be opened, or
- *   memory is exhausted. The reason is in the line before.
+ * - ``can't create config file '%s'.``: warning, with the file name; the file cannot be opened. The
+ *   reason is in the line before.
  * - ``can't lock write for '%s'.``: warning, with the file name; another process has the file
  *   locked. The file is already empty then.
  * - ``%s - %d.``: warning, with the system's text and the error number; a write failed.
@@ -274,8 +273,8 @@ G_API int g_conf_close(GConf* conf);
  *
  * @par Errors
  * - ``'conf != NULL' FAILED.``: critical; `conf` is null.
- * - ``can't create config file '%s'.``: warning, with the file name; the file cannot be opened, or
- *   memory is exhausted. The reason is in the line before.
+ * - ``can't create config file '%s'.``: warning, with the file name; the file cannot be opened. The
+ *   reason is in the line before.
  * - ``can't lock write for '%s'.``: warning, with the file name; another process has the file
  *   locked. The file is already empty then.
  * - ``%s - %d.``: warning, with the system's text and the error number; a write failed.

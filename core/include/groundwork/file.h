@@ -362,7 +362,6 @@ G_API char* g_file_read_buf(const char* filename, int64_t* len);
  *   failed.
  * - ``%s - %d.``: warning, with the system's text and the error number; write() failed.
  * - ``failed to write file '%s'.``: warning, with the file name; not all bytes were written.
- * - ``failed to allocate %u bytes.``: warning; memory is exhausted.
  *
  * Threads: any thread. A cancellation point.
  *
@@ -586,7 +585,6 @@ G_API int g_file_touch(const char* filename);
  * - ``%s - %d.``: warning, with the system's text and the error number; write() failed.
  * - ``failed to write file from '%s' to '%s'.``: warning, with both paths; not everything was
  *   written.
- * - ``failed to allocate %u bytes.``: warning; memory is exhausted.
  *
  * Threads: any thread. A cancellation point.
  *
