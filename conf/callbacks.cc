@@ -14,6 +14,7 @@
 #include <pthread.h>
 
 #include "conf/model.h"
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
 
@@ -95,22 +96,15 @@ GCallback* callbacks_of(GConf* conf, const GConfChange& change) {
   return find_callbacks(conf, key.text());
 }
 
-// A callback may end its thread. Not inlined: the handler's setjmp() would affect the
-// caller's registers.
-[[gnu::noinline]] void execute(GCallback* callbacks, GConfChange change, char* old_value) {
-  pthread_cleanup_push(std::free, old_value);
-  g_callback_execute(callbacks, &change);
-  pthread_cleanup_pop(1);
-}
-
 }  // namespace
 
 void groundwork::run_callbacks(GConf* conf, const GConfChange& change, char* old_value) {
   if (GCallback* const callbacks = callbacks_of(conf, change); callbacks != nullptr) {
-    execute(callbacks, change, old_value);
-  } else {
-    std::free(old_value);
+    GConfChange passed = change;
+    // A callback may end its thread.
+    with_cleanup(std::free, old_value, [&] { g_callback_execute(callbacks, &passed); });
   }
+  std::free(old_value);
 }
 
 extern "C" int g_conf_register_callback(GConf* conf, const char* section, const char* key,

@@ -49,42 +49,39 @@ bool has_size(const GFile& file, int64_t size) {
 // Reads a locked file. Kept: its size is taken from the path, and a file of another size is
 // not read. The size of the descriptor is checked after reading, so that the text is
 // complete.
-Text read_text(GFile* file, const char* filename) {
+void read_text(GFile* file, const char* filename, Text& text) {
   const int64_t size = g_file_size(filename);
   Owned<char> block = new_buffer(size);
   if (block == nullptr || g_file_read(file, block.get(), size) != size ||
       !has_size(*file, size)) {
     block.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
-    return {};
+    return;
   }
   block.get()[size] = '\0';
-  return {std::move(block), static_cast<size_t>(size)};
+  text = {std::move(block), static_cast<size_t>(size)};
 }
 
-Text read_locked(GFile* file, const char* filename) {
+void read_locked(GFile* file, const char* filename, Text& text) {
   if (g_file_lock_read(file) < 0) {
     // Kept: the closing quote is missing; programs look for this message in logs.
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read lock for '%s.", filename);
-    return {};
+    return;
   }
-  Text text = read_text(file, filename);
+  read_text(file, filename, text);
   g_file_unlock(file);
-  return text;
 }
 
-LEFT_BY_CANCELLATION Text read_file(const char* filename) {
+LEFT_BY_CANCELLATION void read_file(const char* filename, Text& text) {
   const CancellationHeld held;
   GFile file;
   if (!open_file(file, filename, 0)) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s'.", filename);
-    return {};
+    return;
   }
-  Text text;
-  pthread_cleanup_push(close_file, &file);  // an output handler may end the thread
-  text = read_locked(&file, filename);
-  pthread_cleanup_pop(1);
-  return text;
+  // An output handler may end the thread.
+  with_cleanup(close_file, &file, [&] { read_locked(&file, filename, text); });
+  close_file(&file);
 }
 
 // False when memory is exhausted.
@@ -121,7 +118,8 @@ GConf* parse_conf(const char* filename, const char* text, size_t size) {
 
 GConf* load_conf(const char* filename) {
   CHECK_ARG(filename != NULL, nullptr);
-  Text text = read_file(filename);
+  Text text;
+  read_file(filename, text);
   if (text.block == nullptr) return nullptr;
   GConf* const conf = parse_conf(filename, text.block.get(), text.size);
   if (conf == nullptr) {

@@ -13,6 +13,7 @@
 #include "conf/name_index.h"
 #include "conf/record.h"
 #include "conf/trim.h"
+#include "core/built_for.h"
 #include "core/owned.h"
 
 namespace groundwork {
@@ -154,8 +155,8 @@ GConfEntry* find_entry(const GConfSection* section, std::string_view key) {
       NameIndex::find(index_of(section), section->entries, key));
 }
 
-[[gnu::flatten]] const char* find_value(const GConf* conf, const char* section,
-                                        const char* key) {
+FLAT_FOR_SPEED const char* find_value(const GConf* conf, const char* section,
+                                      const char* key) {
   const GConfSection* const found = find_section(conf, section);
   if (found == nullptr) return nullptr;
   const GConfEntry* const entry = find_entry(found, key);
@@ -187,8 +188,8 @@ bool load_entry(GConfSection* section, std::string_view key, std::string_view va
   return true;
 }
 
-Stored store(GConf* conf, const char* section_name, std::string_view key, const char* value,
-             char** old_value) {
+FLAT_FOR_SPEED Stored store(GConf* conf, const char* section_name, std::string_view key,
+                            const char* value, char** old_value) {
   const std::string_view kept_key = trimmed(key);
   GConfSection* const section = find_section(conf, section_name);
   GConfEntry* const entry = section != nullptr ? find_entry(section, kept_key) : nullptr;

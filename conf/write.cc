@@ -71,9 +71,12 @@ inline char* put_text(char* at, std::string_view text) {
 void write_rest(GFile* file, const GConf* conf, const ByteArray& buffer, int64_t written) {
   const size_t tried = written < 0 ? 1 : static_cast<size_t>(written);
   size_t begin = 0;
-  for_each_line(conf, [&](std::string_view first, std::string_view separator,
-                          std::string_view second, std::string_view end) {
-    const size_t size = first.size() + separator.size() + second.size() + end.size();
+  for_each_line(conf, [&](const char* first, const char* separator, const char* second,
+                          const char* end) {
+    size_t size = 0;
+    for (const char* const piece : {first, separator, second, end}) {
+      size += std::strlen(piece);
+    }
     if (size > buffer.size() - begin) return false;
     if (begin >= tried) {
       g_file_write(file, buffer.data() + begin, static_cast<int64_t>(size));
@@ -85,10 +88,12 @@ void write_rest(GFile* file, const GConf* conf, const ByteArray& buffer, int64_t
 
 // Writes everything piece by piece, which needs no memory.
 void write_in_pieces(GFile* file, const GConf* conf) {
-  for_each_line(conf, [file](auto... pieces) {
-    for (const std::string_view piece : {std::string_view(pieces)...}) {
-      if (piece.empty()) continue;
-      g_file_write(file, piece.data(), static_cast<int64_t>(piece.size()));
+  for_each_line(conf, [file](const char* first, const char* separator, const char* second,
+                             const char* end) {
+    for (const char* const piece : {first, separator, second, end}) {
+      if (*piece != '\0') {
+        g_file_write(file, piece, static_cast<int64_t>(std::strlen(piece)));
+      }
     }
     return true;
   });
@@ -104,42 +109,42 @@ bool write_formatted(GFile* file, const GConf* conf, const ByteArray& text) {
   return false;
 }
 
-FileContent write_locked(GFile* file, const GConf* conf, const ByteArray* text) {
+// What is held while a conf is written.
+struct Output {
+  GFile file = kClosed;
+  ByteArray text;
+};
+
+void drop(void* output) {
+  auto* const held = static_cast<Output*>(output);
+  close_file(&held->file);
+  std::free(held->text.release());
+}
+
+// Opens, locks and writes the file. Returns its content afterwards, as far as it is known.
+// Without `has_text` there was no memory for the text.
+FileContent write_file(const GConf* conf, Output& output, bool has_text) {
+  GFile* const file = &output.file;
+  if (!open_file(*file, conf->filename, 2)) {
+    g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
+          conf->filename);
+    return file_content(conf);
+  }
   // Kept: opening has already emptied the file, whether the lock is granted or not.
   if (g_file_lock_write(file) < 0) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
     return {FileContent::kText, fingerprint_of(nullptr, 0)};
   }
   bool is_whole = false;
-  if (text != nullptr) {
-    is_whole = write_formatted(file, conf, *text);
+  if (has_text) {
+    is_whole = write_formatted(file, conf, output.text);
   } else {
     write_in_pieces(file, conf);
   }
   g_file_truncate(file);
   g_file_unlock(file);
   if (!is_whole) return {};
-  return {FileContent::kText, fingerprint_of(text->data(), text->size())};
-}
-
-// Opens, locks, writes and closes the file. Returns its content afterwards, as far as it is
-// known. `text` is null if there was no memory for it.
-LEFT_BY_CANCELLATION FileContent write_file(const GConf* conf, const ByteArray* text) {
-  GFile file;
-  if (!open_file(file, conf->filename, 2)) {
-    g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
-          conf->filename);
-    return file_content(conf);
-  }
-  FileContent content;
-  pthread_cleanup_push(close_file, &file);
-  content = write_locked(&file, conf, text);
-  pthread_cleanup_pop(1);
-  return content;
-}
-
-void free_text(void* text) {
-  std::free(static_cast<ByteArray*>(text)->release());
+  return {FileContent::kText, fingerprint_of(output.text.data(), output.text.size())};
 }
 
 }  // namespace
@@ -159,24 +164,24 @@ bool format_conf(const GConf* conf, ByteArray& buffer) {
   if constexpr (kForSpeed) return for_each_line(conf, add);
   // For size, not three times the same.
   return for_each_line(
-      conf, [&add](std::string_view first, std::string_view separator,
-                   std::string_view second, std::string_view end)
+      conf, [&add](const char* first, const char* separator, const char* second,
+                   const char* end)
                 __attribute__((noinline)) { return add(first, separator, second, end); });
 }
 
-// Cleanup handlers here and above, since an output handler may end the thread.
 LEFT_BY_CANCELLATION void write_conf(GConf* conf) {
   const CancellationHeld held;
   // Formats before the file is opened, which empties it: a program that is killed in
   // between leaves it empty.
-  ByteArray text;
+  Output output;
   // Most changes hardly affect the size.
   const size_t old_size = file_content(conf).text.size;
-  text.reserve(old_size + old_size / 8 + kUsualGrowth);
-  const bool is_formatted = format_conf(conf, text);
-  pthread_cleanup_push(free_text, &text);
-  set_file_content(conf, write_file(conf, is_formatted ? &text : nullptr));
-  pthread_cleanup_pop(0);
+  output.text.reserve(old_size + old_size / 8 + kUsualGrowth);
+  const bool has_text = format_conf(conf, output.text);
+  // An output handler may end the thread.
+  with_cleanup(drop, &output,
+               [&] { set_file_content(conf, write_file(conf, output, has_text)); });
+  drop(&output);
 }
 
 }  // namespace groundwork

@@ -210,13 +210,14 @@ void drop_released(void* being_cleared) {
 LEFT_BY_CANCELLATION void visit(GQueue& queue, GList* GQueue::*first, GList* GList::*onward,
                                 GQueueFunc func, void* user_data) {
   g_thread_mutex_lock(queue.mutex);
-  pthread_cleanup_push(unlock, &queue);
-  queue.onward = onward;
-  for (GList* node = queue.*first; node != nullptr; node = queue.upcoming) {
-    queue.upcoming = node->*onward;  // before the function, which may delete any element
-    if (func(node->data, user_data) != 0) break;
-  }
-  pthread_cleanup_pop(1);
+  with_cleanup(unlock, &queue, [&] {
+    queue.onward = onward;
+    for (GList* node = queue.*first; node != nullptr; node = queue.upcoming) {
+      queue.upcoming = node->*onward;  // before the function, which may delete any element
+      if (func(node->data, user_data) != 0) break;
+    }
+  });
+  unlock(&queue);
 }
 
 }  // namespace
@@ -285,16 +286,17 @@ extern "C" void* g_queue_last(GQueue* queue) {
 extern "C" LEFT_BY_CANCELLATION void g_queue_clear(GQueue* queue) {
   CHECK_ARG(queue != NULL);
   g_thread_mutex_lock(queue->mutex);
-  pthread_cleanup_push(drop_released, queue);
   queue->onward = &GList::next;
   queue->upcoming = queue->head;
-  while (queue->upcoming != nullptr) {
-    void* const data = queue->upcoming->data;
-    queue->upcoming = queue->upcoming->next;
-    // Kept: called under the lock, unlike for a dequeued element.
-    if (queue->release_func != nullptr) queue->release_func(data);
-  }
-  pthread_cleanup_pop(1);
+  with_cleanup(drop_released, queue, [queue] {
+    while (queue->upcoming != nullptr) {
+      void* const data = queue->upcoming->data;
+      queue->upcoming = queue->upcoming->next;
+      // Kept: called under the lock, unlike for a dequeued element.
+      if (queue->release_func != nullptr) queue->release_func(data);
+    }
+  });
+  drop_released(queue);
 }
 
 extern "C" void g_queue_insert(GQueue* queue, const void* sibling, void* data) {
@@ -328,9 +330,8 @@ extern "C" void g_queue_delete(GQueue* queue, const void* data) {
 extern "C" LEFT_BY_CANCELLATION void g_queue_remove(GQueue* queue, const void* data) {
   CHECK_ARG(queue != NULL);
   g_thread_mutex_lock(queue->mutex);
-  pthread_cleanup_push(unlock, queue);
-  g_queue_delete(queue, data);
-  pthread_cleanup_pop(1);
+  with_cleanup(unlock, queue, [=] { g_queue_delete(queue, data); });
+  unlock(queue);
 }
 
 extern "C" void g_queue_foreach(GQueue* queue, GQueueFunc func, void* user_data) {

@@ -10,9 +10,11 @@ namespace groundwork {
 #ifdef __OPTIMIZE_SIZE__
 constexpr bool kForSpeed = false;
 #define IN_LINE_FOR_SPEED inline
+#define FLAT_FOR_SPEED
 #else
 constexpr bool kForSpeed = true;
 #define IN_LINE_FOR_SPEED [[gnu::always_inline]] inline
+#define FLAT_FOR_SPEED [[gnu::flatten]]
 #endif
 
 }  // namespace groundwork

@@ -7,6 +7,8 @@
 
 #include <pthread.h>
 
+#include "core/built_for.h"
+
 // For a function that cancellation may leave, with or without a cleanup handler in it: the
 // address sanitizer would otherwise keep guarding the locals of the frames that are gone.
 #define LEFT_BY_CANCELLATION [[gnu::no_sanitize_address]]
@@ -25,6 +27,31 @@ class CancellationHeld {
  private:
   int former_state_ = PTHREAD_CANCEL_ENABLE;
 };
+
+// Both of these serve with_cleanup(). Not inlined: the handler's setjmp() would affect the
+// registers of their caller.
+void call_with_cleanup(void (*work)(void*), void* argument, void (*clean_up)(void*),
+                       void* what);
+template <typename Work>
+[[gnu::noinline]] LEFT_BY_CANCELLATION void call_with_cleanup(Work& work,
+                                                              void (*clean_up)(void*),
+                                                              void* what) {
+  pthread_cleanup_push(clean_up, what);
+  work();
+  pthread_cleanup_pop(0);
+}
+
+// Calls work(), and clean_up(what) if the thread ends within it: by cancellation, or by
+// pthread_exit() in a user function.
+template <typename Work>
+LEFT_BY_CANCELLATION void with_cleanup(void (*clean_up)(void*), void* what, Work work) {
+  if constexpr (kForSpeed) {
+    call_with_cleanup(work, clean_up, what);
+  } else {
+    const auto call = [](void* argument) { (*static_cast<Work*>(argument))(); };
+    call_with_cleanup(call, &work, clean_up, what);
+  }
+}
 
 }  // namespace groundwork
 

@@ -240,12 +240,7 @@ int reload(GConf* conf, Notices::Block& notices) {
   return count;
 }
 
-// Frees the block. A callback may end its thread; cancellation takes effect after all have
-// run.
-[[gnu::noinline]] LEFT_BY_CANCELLATION void run_callbacks(GConf* conf,
-                                                          const Notices::Block& notices) {
-  const CancellationHeld held;
-  pthread_cleanup_push(std::free, notices.begin);
+void run_callbacks(GConf* conf, const Notices::Block& notices) {
   for (const char* at = notices.begin; at != notices.end;) {
     const auto next = [&at] {
       const char* const text = at;
@@ -261,7 +256,6 @@ int reload(GConf* conf, Notices::Block& notices) {
     if (callbacks != nullptr)
       g_callback_execute(static_cast<GCallback*>(callbacks), &change);
   }
-  pthread_cleanup_pop(1);
 }
 
 }  // namespace
@@ -270,6 +264,9 @@ extern "C" LEFT_BY_CANCELLATION int g_conf_reload(GConf* conf) {
   CHECK_ARG(conf != NULL, fail(EINVAL));
   Notices::Block notices{};
   const int count = reload(conf, notices);
-  if (notices.begin != nullptr) run_callbacks(conf, notices);
+  // A callback may end its thread; cancellation takes effect after all have run.
+  const CancellationHeld held;
+  with_cleanup(std::free, notices.begin, [&] { run_callbacks(conf, notices); });
+  std::free(notices.begin);
   return count;
 }

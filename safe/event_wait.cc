@@ -56,12 +56,12 @@ LEFT_BY_CANCELLATION int wait_until_over(GThreadEvent* event, uint32_t ticket, i
 [[gnu::noinline]] LEFT_BY_CANCELLATION int wait_in_event(GThreadEvent* event,
                                                          uint32_t ticket, int timeout) {
   const int64_t begin = timeout > 0 ? monotonic_ns() : 0;
-  int error;
+  int error = 0;
   ++event->waiters;
   ++event->ticket_waiters;
-  pthread_cleanup_push(leave_ticket_wait, event);
-  error = wait_until_over(event, ticket, timeout, begin);
-  pthread_cleanup_pop(1);
+  with_cleanup(leave_ticket_wait, event,
+               [&] { error = wait_until_over(event, ticket, timeout, begin); });
+  leave_ticket_wait(event);
   if (error == 0) return 0;
   return error == ETIMEDOUT ? 1 : fail(error);
 }

@@ -89,11 +89,11 @@ void end_sleep(void* number) {
 LEFT_BY_CANCELLATION void sleep_until_due(uintptr_t number) {
   const uint32_t ticks = g_get_ticks();
   const int64_t begin = monotonic_ns();
-  bool has_slept;
+  bool has_slept = false;
   pthread_mutex_lock(&timer_service.lock.mutex.mutex);
-  pthread_cleanup_push(end_sleep, reinterpret_cast<void*>(number));
-  has_slept = sleep_on_grid(number, ticks, begin);
-  pthread_cleanup_pop(1);
+  with_cleanup(end_sleep, reinterpret_cast<void*>(number),
+               [&] { has_slept = sleep_on_grid(number, ticks, begin); });
+  end_sleep(reinterpret_cast<void*>(number));
   if (!has_slept) g_delay(kTimerResolution);
 }
 

@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
 #include "sys/descriptors.h"
@@ -188,8 +189,6 @@ extern "C" int g_mkdir(char* path) {
 extern "C" int g_rmdir(const char* path) {
   TreeWalk walk;
   int result = 0;
-  pthread_cleanup_push(TreeWalk::abandon, &walk);
-  result = remove_tree(walk, path);
-  pthread_cleanup_pop(0);
+  with_cleanup(TreeWalk::abandon, &walk, [&] { result = remove_tree(walk, path); });
   return result;
 }

@@ -66,16 +66,6 @@ bool open_handle(GFile& file, const char* filename, int mode) {
   return true;
 }
 
-// The same for a handle on the heap. Not inlined, like every function here with a cleanup
-// handler that frees: the handler's setjmp() would affect the caller's registers.
-[[gnu::noinline]] bool open_new_handle(GFile* file, const char* filename, int mode) {
-  bool opened = false;
-  pthread_cleanup_push(std::free, file);
-  opened = open_handle(*file, filename, mode);
-  pthread_cleanup_pop(0);
-  return opened;
-}
-
 void report_failed_open(const char* filename, int error) {
   g_log(G_LOG_WARNING, kSource, __LINE__, "can't open file '%s' - %s", filename,
         std::strerror(error));
@@ -89,20 +79,13 @@ int set_lock(const GFile& file, short type) {
   return fcntl(file.descriptor, F_SETLK, &lock);
 }
 
-// Returns whether one read returned exactly `size` bytes.
-[[gnu::noinline]] bool read_exactly(GFile* file, char* buf, int64_t size) {
-  int64_t count = 0;
-  pthread_cleanup_push(std::free, buf);
-  count = g_file_read(file, buf, size);
-  pthread_cleanup_pop(0);
-  return count == size;
-}
-
 // Returns the content of an open file, terminated by a NUL; null on failure.
 char* read_content(GFile* file, const char* filename, int64_t size) {
   Owned<char> buf(static_cast<char*>(allocate(low_32_bits(size) + 1, __LINE__)));
   if (buf == nullptr) return nullptr;
-  if (!read_exactly(file, buf.get(), size)) {
+  int64_t count = 0;
+  with_cleanup(std::free, buf.get(), [&] { count = g_file_read(file, buf.get(), size); });
+  if (count != size) {
     buf.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
     return nullptr;
@@ -120,15 +103,19 @@ bool groundwork::open_file(GFile& file, const char* filename, int mode) {
 }
 
 void groundwork::close_file(void* file) {
+  const int descriptor = static_cast<const GFile*>(file)->descriptor;
   const CancellationHeld held;  // a thread that is cancelled before it closes never does
-  close(static_cast<const GFile*>(file)->descriptor);
+  if (descriptor != -1) close(descriptor);
 }
 
 extern "C" GFile* g_file_open(const char* filename, int mode) {
   CHECK_ARG(filename != NULL, nullptr);
   Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
   if (file == nullptr) return nullptr;
-  if (!open_new_handle(file.get(), filename, mode)) {
+  bool is_open = false;
+  with_cleanup(std::free, file.get(),
+               [&] { is_open = open_handle(*file.get(), filename, mode); });
+  if (!is_open) {
     const int error = errno;
     file.reset();  // the output handler may end the thread
     report_failed_open(filename, error);
@@ -200,9 +187,8 @@ extern "C" char* g_file_read_buf(const char* filename, int64_t* len) {
   GFile file;
   if (!open_file(file, filename, 0)) return nullptr;
   char* buf = nullptr;
-  pthread_cleanup_push(close_file, &file);
-  buf = read_content(&file, filename, size);
-  pthread_cleanup_pop(1);
+  with_cleanup(close_file, &file, [&] { buf = read_content(&file, filename, size); });
+  close_file(&file);
   if (buf != nullptr) *len = size;
   return buf;
 }
@@ -216,12 +202,13 @@ extern "C" int g_file_write_buf(const char* filename, const void* buf, int64_t l
   GFile file;
   if (!open_file(file, filename, 1)) return -1;
   int64_t count = 0;
-  pthread_cleanup_push(close_file, &file);
-  count = g_file_write(&file, buf, len);
-  if (count != len) {
-    g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file '%s'.", filename);
-  }
-  pthread_cleanup_pop(1);
+  with_cleanup(close_file, &file, [&] {
+    count = g_file_write(&file, buf, len);
+    if (count != len) {
+      g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file '%s'.", filename);
+    }
+  });
+  close_file(&file);
   return count == len ? 0 : -1;
 }
 

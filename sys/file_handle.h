@@ -17,7 +17,9 @@ namespace groundwork {
 // g_file_open() with a handle of the caller's. Returns true on success.
 bool open_file(GFile& file, const char* filename, int mode);
 
-// Closes such a file; for pthread_cleanup_push(), too.
+inline constexpr GFile kClosed = {-1};
+
+// Closes such a file, if it is open. Serves as a cleanup handler.
 void close_file(void* file);
 
 // Cleanup handler for pthread_cleanup_push(): closes the file of a cancelled thread.

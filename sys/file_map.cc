@@ -15,6 +15,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "sys/file_handle.h"
 
@@ -83,9 +84,9 @@ extern "C" GFileMap* g_file_map(const char* filename, int64_t offset, int64_t le
     return nullptr;
   }
   GFileMap* map = nullptr;
-  pthread_cleanup_push(close_cancelled_file, file);  // a message may end the thread
-  map = g_file_remap(nullptr, file, offset, length, mode, addr);
-  pthread_cleanup_pop(0);
+  with_cleanup(close_cancelled_file, file, [&] {  // a message may end the thread
+    map = g_file_remap(nullptr, file, offset, length, mode, addr);
+  });
   if (map == nullptr) {
     g_file_close(file);
     return nullptr;

@@ -25,6 +25,17 @@ namespace {
 constexpr char kSource[] = "g_file";
 constexpr int kCopySize = 8192;
 
+struct CopiedFiles {
+  GFile from = kClosed;
+  GFile to = kClosed;
+};
+
+void close_both(void* files) {
+  auto* const opened = static_cast<CopiedFiles*>(files);
+  close_file(&opened->to);
+  close_file(&opened->from);
+}
+
 // Returns whether everything that was read was written.
 // Kept: a read error ends the copy like the end of the file.
 bool copy_content(GFile* from, GFile* to) {
@@ -64,20 +75,15 @@ extern "C" int g_file_touch(const char* filename) {
 extern "C" int g_file_copy(const char* old_path, const char* new_path) {
   CHECK_ARG(old_path != NULL, -1);
   CHECK_ARG(new_path != NULL, -1);
-  GFile from;
-  if (!open_file(from, old_path, 0)) return -1;
+  CopiedFiles files;
   bool copied = false;
-  pthread_cleanup_push(close_file, &from);
-  GFile to;
-  if (open_file(to, new_path, 2)) {
-    pthread_cleanup_push(close_file, &to);
-    copied = copy_content(&from, &to);
-    if (!copied) {
-      g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file from '%s' to '%s'.",
-            old_path, new_path);
-    }
-    pthread_cleanup_pop(1);
-  }
-  pthread_cleanup_pop(1);
+  with_cleanup(close_both, &files, [&] {
+    if (!open_file(files.from, old_path, 0) || !open_file(files.to, new_path, 2)) return;
+    copied = copy_content(&files.from, &files.to);
+    if (copied) return;
+    g_log(G_LOG_WARNING, kSource, __LINE__, "failed to write file from '%s' to '%s'.",
+          old_path, new_path);
+  });
+  close_both(&files);
   return copied ? 0 : -1;
 }

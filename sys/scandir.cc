@@ -10,6 +10,7 @@
 #include <pthread.h>
 #include <sys/stat.h>
 
+#include "core/cancellation.h"
 #include "sys/tree_walk.h"
 
 using namespace groundwork;
@@ -90,9 +91,7 @@ void visit_entry(TreeWalk& walk, const char* name, Visitor& visitor) {
 int groundwork::walk_files(const char* path, VisitFile visit, void* context) {
   TreeWalk walk;
   Visitor visitor{visit, context, 0};
-  pthread_cleanup_push(TreeWalk::abandon,
-                       &walk);  // the function visited may end the thread
-  visit_tree(walk, path, visitor);
-  pthread_cleanup_pop(0);
+  // The function visited may end the thread.
+  with_cleanup(TreeWalk::abandon, &walk, [&] { visit_tree(walk, path, visitor); });
   return static_cast<int>(visitor.sum);
 }

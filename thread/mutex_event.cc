@@ -14,6 +14,7 @@
 #include <pthread.h>
 #include <sys/time.h>
 
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "core/owned.h"
 #include "thread/event.h"
@@ -152,25 +153,27 @@ extern "C" void g_thread_event_free(GThreadEvent* event) {
 
 extern "C" int g_thread_event_wait(GThreadEvent* event) {
   CHECK_ARG(event != NULL, -1);
-  int result;
+  int result = 0;
   enter_event(event);
-  pthread_cleanup_push(leave_event, event);
-  result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
-  if (result != 0) warn(__LINE__, "wait cond");
-  pthread_cleanup_pop(1);
+  with_cleanup(leave_event, event, [event, &result] {
+    result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
+    if (result != 0) warn(__LINE__, "wait cond");
+  });
+  leave_event(event);
   return result;
 }
 
 extern "C" int g_thread_event_wait_timeout(GThreadEvent* event, int timeout) {
   CHECK_ARG(event != NULL, -1);
-  int result;
+  int result = 0;
   enter_event(event);
-  pthread_cleanup_push(leave_event, event);
-  wait_until(event, deadline_after(timeout));
-  // Kept: the time-out limits only the first wait; callers rely on returning after a later
-  // signal and never before.
-  result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
-  pthread_cleanup_pop(1);
+  with_cleanup(leave_event, event, [=, &result] {
+    wait_until(event, deadline_after(timeout));
+    // Kept: the time-out limits only the first wait; callers rely on returning after a later
+    // signal and never before.
+    result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
+  });
+  leave_event(event);
   return result;
 }
 

@@ -5,6 +5,7 @@
 // SPDX-License-Identifier: MIT
 
 #include <groundwork/url.h>
+#include <pthread.h>
 #include <stdio_ext.h>
 #include <sys/socket.h>
 
@@ -330,12 +331,11 @@ bool connect_stream(URL_http* stream, const Request& request, const HttpTimeout*
   return true;
 }
 
-// Opens the whole resource if `offset` is null.
-URL open_stream(const char* url, const int64_t* offset) {
-  const HttpTimeout* const timeout = http_timeout;
-  OwnedStream stream = new_stream(timeout);
-  if (stream == nullptr) return nullptr;
-
+// Requests the whole resource if `offset` is null, and reads up to the body. False with both
+// error variables set on failure. Cancellation may leave it, past what the address sanitizer
+// guards.
+[[gnu::no_sanitize_address]] bool begin(URL_http* stream, const char* url,
+                                        const int64_t* offset, const HttpTimeout* timeout) {
   char work[kWorkSize];
   Request request;
   request.offset = offset;
@@ -347,15 +347,40 @@ URL open_stream(const char* url, const int64_t* offset) {
   if (!target_fits ||
       (request.user_agent != nullptr &&
        std::strlen(request.user_agent) + sizeof "User-Agent: \r\n" > kWorkSize)) {
-    return failed(URLERR_TOO_LONG, ENOENT);
+    failed(URLERR_TOO_LONG, ENOENT);
+    return false;
   }
-  if (!connect_stream(stream.get(), request, timeout)) return nullptr;
-  if (timeout != nullptr) timeout->begin(stream.get());
+  if (!connect_stream(stream, request, timeout)) return false;
+  if (timeout != nullptr) timeout->begin(stream);
   send_request(fileno(stream->stream), request, work);
-  if (timeout != nullptr) timeout->await_headers(stream.get());
+  if (timeout != nullptr) timeout->await_headers(stream);
   const URL common = &stream->common;
-  if (!read_status(common, work) || !read_headers(common, offset, work)) return nullptr;
-  if (timeout != nullptr) timeout->await_body(stream.get());
+  if (!read_status(common, work) || !read_headers(common, offset, work)) return false;
+  if (timeout != nullptr) timeout->await_body(stream);
+  return true;
+}
+
+void close_cancelled(void* stream) {
+  CloseStream()(static_cast<URL_http*>(stream));
+}
+
+// The same, but a thread that is cancelled meanwhile closes the stream. Not inlined: the
+// handler's setjmp() would affect the caller's registers.
+[[gnu::noinline]] bool begin_or_close(URL_http* stream, const char* url,
+                                      const int64_t* offset, const HttpTimeout* timeout) {
+  bool begun = false;
+  pthread_cleanup_push(close_cancelled, stream);
+  begun = begin(stream, url, offset, timeout);
+  pthread_cleanup_pop(0);
+  return begun;
+}
+
+URL open_stream(const char* url, const int64_t* offset) {
+  const HttpTimeout* const timeout = http_timeout;
+  OwnedStream stream = new_stream(timeout);
+  if (stream == nullptr || !begin_or_close(stream.get(), url, offset, timeout)) {
+    return nullptr;
+  }
   return &stream.release()->common;
 }
 

@@ -7,6 +7,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -101,6 +102,35 @@ bool is_connected(int fd) {
   return connected;
 }
 
+// Returns true if the socket is connected and blocks.
+bool connect_socket(int fd, const Endpoint& endpoint, WaitUntilSettled wait) {
+  // An immediate connection, as on loopback, goes through the wait like any other.
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&endpoint.address), endpoint.length) ==
+          -1 &&
+      errno != EINPROGRESS) {
+    return false;
+  }
+  if (!wait(fd)) return false;
+  // Callers rely on blocking reads: a socket that stays non-blocking is of no use.
+  int non_blocking = 0;
+  return ioctl(fd, FIONBIO, &non_blocking) != -1 && is_connected(fd);
+}
+
+void close_cancelled(void* fd) {
+  close_descriptor(*static_cast<const int*>(fd));
+}
+
+// The same, but a thread that is cancelled meanwhile closes the socket. Not inlined: the
+// handler's setjmp() would affect the caller's registers.
+[[gnu::noinline]] bool connect_or_close(int fd, const Endpoint& endpoint,
+                                        WaitUntilSettled wait) {
+  bool connected = false;
+  pthread_cleanup_push(close_cancelled, &fd);
+  connected = connect_socket(fd, endpoint, wait);
+  pthread_cleanup_pop(0);
+  return connected;
+}
+
 #ifdef __GLIBC__
 // The number of bytes in the buffer; -1 if some were pushed back, which are stored
 // elsewhere.
@@ -111,6 +141,15 @@ int64_t buffered_bytes(const FILE* stream) {
 #endif
 
 }  // namespace
+
+void groundwork::close_descriptor(int fd) {
+  const int saved_errno = errno;
+  int former_state = PTHREAD_CANCEL_ENABLE;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_state);
+  close(fd);
+  pthread_setcancelstate(former_state, nullptr);
+  errno = saved_errno;
+}
 
 int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
 #ifdef __GLIBC__
@@ -142,8 +181,11 @@ int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
 #endif
 }
 
-int32_t groundwork::open_socket_with(const char* host, int32_t port, uint32_t* addr_out,
-                                     WaitUntilSettled wait) {
+// Cancellation may leave it, past what the address sanitizer guards.
+[[gnu::no_sanitize_address]] int32_t groundwork::open_socket_with(const char* host,
+                                                                  int32_t port,
+                                                                  uint32_t* addr_out,
+                                                                  WaitUntilSettled wait) {
   Endpoint endpoint;
   uint32_t ipv4 = 0;
   if (!resolve(host, htons(static_cast<uint16_t>(port)), &endpoint, &ipv4)) return -1;
@@ -152,18 +194,7 @@ int32_t groundwork::open_socket_with(const char* host, int32_t port, uint32_t* a
   UniqueFd fd(
       kept_above_output(socket(endpoint.address.ss_family,
                                SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)));
-  if (fd.get() == -1) return -1;
-  // An immediate connection, as on loopback, goes through the wait like any other.
-  if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&endpoint.address),
-              endpoint.length) == -1 &&
-      errno != EINPROGRESS) {
-    return -1;
-  }
-  if (!wait(fd.get())) return -1;
-  // Callers rely on blocking reads: a socket that stays non-blocking is of no use.
-  int non_blocking = 0;
-  if (ioctl(fd.get(), FIONBIO, &non_blocking) == -1) return -1;
-  if (!is_connected(fd.get())) return -1;
+  if (fd.get() == -1 || !connect_or_close(fd.get(), endpoint, wait)) return -1;
   return fd.release();
 }
 

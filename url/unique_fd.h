@@ -7,10 +7,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <utility>
 
 namespace groundwork {
+
+// Closes a descriptor, and preserves errno. Holds off cancellation: a thread that is
+// cancelled before it closes never does.
+void close_descriptor(int fd);
 
 // Closes its descriptor at the end of the scope, and preserves errno, which may report why;
 // release() hands over ownership.
@@ -18,10 +21,7 @@ class UniqueFd {
  public:
   explicit UniqueFd(int fd) : fd_(fd) {}
   ~UniqueFd() {
-    if (fd_ == -1) return;
-    const int saved_errno = errno;
-    close(fd_);
-    errno = saved_errno;
+    if (fd_ != -1) close_descriptor(fd_);
   }
   UniqueFd(const UniqueFd&) = delete;
   UniqueFd& operator=(const UniqueFd&) = delete;

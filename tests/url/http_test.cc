@@ -4,6 +4,7 @@
 #include <groundwork/url.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "support/allocation_faults.h"
+#include "support/ended_thread.h"
 #include "url/faked_calls.h"
 #include "url/scripted_server.h"
 
@@ -1155,6 +1157,67 @@ TEST_F(HttpFailure, OfAnyAllocationGivesNullAndLeaksNothing) {
     }
   });
   EXPECT_TRUE(descriptors_return_to(before));
+}
+
+// A listener that accepts nothing: the system makes a connection, but no reply comes. With a
+// full queue it makes none.
+class SilentServer {
+ public:
+  explicit SilentServer(bool is_full)
+      : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    address_.sin_family = AF_INET;
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address_;
+    EXPECT_EQ(bind(listener_, generic(), size), 0);
+    EXPECT_EQ(listen(listener_, is_full ? 0 : 16), 0);
+    EXPECT_EQ(getsockname(listener_, generic(), &size), 0);
+    for (int& filler : fillers_) {
+      if (is_full) filler = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+      if (is_full) connect(filler, generic(), size);
+    }
+  }
+  ~SilentServer() {
+    close(listener_);
+    for (const int filler : fillers_) close(filler);
+  }
+  int port() const { return ntohs(address_.sin_port); }
+
+ private:
+  sockaddr* generic() { return reinterpret_cast<sockaddr*>(&address_); }
+
+  const int listener_;
+  sockaddr_in address_{};
+  int fillers_[3] = {-1, -1, -1};
+};
+
+TEST_F(HttpFailure, AThreadCancelledWhileItOpensLosesNothing) {
+  for (const bool is_full : {false, true}) {
+    SCOPED_TRACE(is_full ? "connecting" : "reading the status");
+    const SilentServer server(is_full);
+    const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/";
+    test::expect_nothing_lost([&url] { url_http_open(url.c_str()); }, PTHREAD_CANCELED,
+                              [](pthread_t thread) {
+                                usleep(50000);
+                                ASSERT_EQ(pthread_cancel(thread), 0);
+                              });
+  }
+}
+
+// The socket would get the number of standard output. It is moved, and the low one closed.
+TEST_F(HttpFailure, AThreadThatIsToBeCancelledLosesNoSocketThatIsMoved) {
+  const int standard_output = dup(STDOUT_FILENO);
+  ASSERT_EQ(close(STDOUT_FILENO), 0);
+  const int before = open_descriptors();
+  std::thread([] {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    pthread_cancel(pthread_self());
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    open_socket("127.0.0.1", 1, nullptr);
+  }).join();
+  const int after = open_descriptors();
+  dup2(standard_output, STDOUT_FILENO);
+  close(standard_output);
+  EXPECT_EQ(after, before);
 }
 
 TEST_F(HttpFailure, OfTheRecordsAllocationComesBeforeAllOtherWork) {
