@@ -39,7 +39,8 @@ constexpr int kStandardInput = 0;
 constexpr int kNoDescriptor = -1;
 
 // The sizes of the pieces that the line reader reads from files, close to those of lines.
-constexpr size_t kSmallestPiece = 256;
+constexpr size_t kSmallestPiece = 128;
+constexpr size_t kSmallestSecondPiece = 256;
 constexpr size_t kLargestPiece = 4096;
 
 // After this many equal lengths in a row the next line is expected to have the same length.
@@ -152,9 +153,15 @@ size_t first_piece_size(const FileStream& stream) {
   return std::clamp(expected, kSmallestPiece, kLargestPiece);
 }
 
+// How much to read next of a line that is longer, of which `length` bytes were read, the
+// last `size` of them together: as much again, and then all.
+size_t next_piece_size(size_t length, size_t size) {
+  return length == size ? std::max(length, kSmallestSecondPiece) : kLargestPiece;
+}
+
 void note_line_length(FileStream& stream, uint32_t length) {
   // Decays, so that pieces shrink again some time after a long line.
-  stream.longest = std::max(length, stream.longest - stream.longest / 8);
+  stream.longest = std::max(length, stream.longest - stream.longest / 16);
   stream.repeats = length == stream.last ? std::min(stream.repeats + 1, kRecords) : 0;
   stream.last = length;
 }
@@ -288,6 +295,7 @@ int32_t groundwork::gets_from_file(URL url, char* buf, int32_t n) {
   int32_t length = 0;
   bool may_have_nul = false;
   do {
+    if (length != 0) size = next_piece_size(static_cast<size_t>(length), size);
     char* const piece = pieces + piece_start(buf + length, 0);
     const ssize_t count =
         read(fd, piece, std::min(size, static_cast<size_t>(n - 1 - length)));
@@ -301,7 +309,6 @@ int32_t groundwork::gets_from_file(URL url, char* buf, int32_t n) {
         copy_line(buf + length, {piece, static_cast<size_t>(count)}, may_have_nul));
     length += taken;
     if (taken < count) lseek(fd, off_t{taken} - count, SEEK_CUR);
-    size = kLargestPiece;
   } while (!ends_line(buf[length - 1]) && length < n - 1);
   note_line_length(stream, static_cast<uint32_t>(length));
   buf[length] = '\0';
@@ -328,6 +335,7 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
   size_t length = 0;
   const auto room = static_cast<size_t>(n - 1);
   while (length < room) {
+    if (consumed != 0) size = next_piece_size(consumed, size);
     char* const piece =
         pieces + piece_start(buf + length, length == 0 ? stream.skipped : 0);
     const size_t count = read_piece(stream, piece, std::min(size, room - length));
@@ -348,7 +356,6 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
       --length;
       break;
     }
-    size = kLargestPiece;
   }
   if (length == 0) return 0;
   note_line_length(stream, static_cast<uint32_t>(consumed));

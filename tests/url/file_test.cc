@@ -635,6 +635,23 @@ TEST_F(FileStream, LinesOfAFileCostTwoSystemCallsEach) {
   }
 }
 
+TEST_F(FileStream, AnUnexpectedlyLongLineCostsTwoMoreReads) {
+  std::string content;
+  for (int i = 0; i < 50; ++i)
+    content += std::string(20 + static_cast<size_t>(i % 7), 'x') + "\n";
+  const URL url = unlimited_over(content + std::string(3000, 'y') + "\n" + content);
+  struct stat64 status;
+  fstat64(file_of(url).fd, &status);
+  if (status.st_blocks == 0) GTEST_SKIP() << "files without blocks here";
+  char buf[4000];
+  for (int i = 0; i < 50; ++i) url_gets(url, buf, sizeof buf);
+  reset_traffic();
+  url_gets(url, buf, sizeof buf);
+  EXPECT_EQ(std::string(buf), std::string(3000, 'y') + "\n");
+  EXPECT_EQ(traffic.reads, 3);
+  EXPECT_EQ(traffic.seeks, 1);
+}
+
 TEST_F(FileStream, RecordsOfOneLengthAreReadWithoutSteppingBack) {
   constexpr int kLines = 50;
   std::string content;
