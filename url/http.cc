@@ -331,11 +331,10 @@ bool connect_stream(URL_http* stream, const Request& request, const HttpTimeout*
   return true;
 }
 
-// Requests the whole resource if `offset` is null, and reads up to the body. False with both
-// error variables set on failure. Cancellation may leave it, past what the address sanitizer
-// guards.
-[[gnu::no_sanitize_address]] bool begin(URL_http* stream, const char* url,
-                                        const int64_t* offset, const HttpTimeout* timeout) {
+// Requests the whole resource if `offset` is null, and reads up to the body. False with
+// both error variables set on failure.
+MAY_BE_LEFT bool begin(URL_http* stream, const char* url, const int64_t* offset,
+                       const HttpTimeout* timeout) {
   char work[kWorkSize];
   Request request;
   request.offset = offset;
@@ -366,8 +365,9 @@ void close_cancelled(void* stream) {
 
 // The same, but a thread that is cancelled meanwhile closes the stream. Not inlined: the
 // handler's setjmp() would affect the caller's registers.
-[[gnu::noinline]] bool begin_or_close(URL_http* stream, const char* url,
-                                      const int64_t* offset, const HttpTimeout* timeout) {
+[[gnu::noinline]] MAY_BE_LEFT bool begin_or_close(URL_http* stream, const char* url,
+                                                  const int64_t* offset,
+                                                  const HttpTimeout* timeout) {
   bool begun = false;
   pthread_cleanup_push(close_cancelled, stream);
   begun = begin(stream, url, offset, timeout);

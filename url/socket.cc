@@ -73,7 +73,7 @@ bool resolve(const char* host, in_port_t port, Endpoint* endpoint, uint32_t* ipv
 // Waits until the connection is made or has failed. A signal ends the wait and the attempt,
 // like the time-out. Uses poll(), since select() overruns its set with a descriptor above
 // 1023.
-bool wait_until_settled(int fd) {
+MAY_BE_LEFT bool wait_until_settled(int fd) {
   pollfd wait{};
   wait.fd = fd;
   wait.events = POLLOUT;
@@ -103,7 +103,7 @@ bool is_connected(int fd) {
 }
 
 // Returns true if the socket is connected and blocks.
-bool connect_socket(int fd, const Endpoint& endpoint, WaitUntilSettled wait) {
+MAY_BE_LEFT bool connect_socket(int fd, const Endpoint& endpoint, WaitUntilSettled wait) {
   // An immediate connection, as on loopback, goes through the wait like any other.
   if (connect(fd, reinterpret_cast<const sockaddr*>(&endpoint.address), endpoint.length) ==
           -1 &&
@@ -122,8 +122,8 @@ void close_cancelled(void* fd) {
 
 // The same, but a thread that is cancelled meanwhile closes the socket. Not inlined: the
 // handler's setjmp() would affect the caller's registers.
-[[gnu::noinline]] bool connect_or_close(int fd, const Endpoint& endpoint,
-                                        WaitUntilSettled wait) {
+[[gnu::noinline]] MAY_BE_LEFT bool connect_or_close(int fd, const Endpoint& endpoint,
+                                                    WaitUntilSettled wait) {
   bool connected = false;
   pthread_cleanup_push(close_cancelled, &fd);
   connected = connect_socket(fd, endpoint, wait);
@@ -181,11 +181,9 @@ int64_t groundwork::socket_fill(void* buf, int64_t n, FILE* stream) {
 #endif
 }
 
-// Cancellation may leave it, past what the address sanitizer guards.
-[[gnu::no_sanitize_address]] int32_t groundwork::open_socket_with(const char* host,
-                                                                  int32_t port,
-                                                                  uint32_t* addr_out,
-                                                                  WaitUntilSettled wait) {
+MAY_BE_LEFT int32_t groundwork::open_socket_with(const char* host, int32_t port,
+                                                 uint32_t* addr_out,
+                                                 WaitUntilSettled wait) {
   Endpoint endpoint;
   uint32_t ipv4 = 0;
   if (!resolve(host, htons(static_cast<uint16_t>(port)), &endpoint, &ipv4)) return -1;

@@ -7,6 +7,10 @@
 #include <cstdint>
 #include <cstdio>
 
+// For a function that cancellation may leave: the address sanitizer would otherwise keep
+// guarding the locals of the frames that are gone.
+#define MAY_BE_LEFT [[gnu::no_sanitize_address]]
+
 namespace groundwork {
 
 // Reads like socket_fread(): until `n` bytes, the end, or an error. Large reads bypass the
