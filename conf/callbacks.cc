@@ -102,7 +102,7 @@ void groundwork::run_callbacks(GConf* conf, const GConfChange& change, char* old
   if (GCallback* const callbacks = callbacks_of(conf, change); callbacks != nullptr) {
     GConfChange passed = change;
     // A callback may end its thread.
-    with_cleanup(std::free, old_value, [&] { g_callback_execute(callbacks, &passed); });
+    with_cleanup(free_block, old_value, [&] { g_callback_execute(callbacks, &passed); });
   }
   std::free(old_value);
 }

@@ -20,7 +20,7 @@
 namespace groundwork {
 
 // The source name in the log lines of this folder.
-inline constexpr char kSource[] = "g_conf";
+constexpr char kSource[] = "g_conf";
 
 // Creates an empty conf for a file, not dirty; null when memory is exhausted.
 GConf* new_conf(const char* filename);

@@ -53,6 +53,9 @@ LEFT_BY_CANCELLATION void with_cleanup(void (*clean_up)(void*), void* what, Work
   }
 }
 
+// free() as a cleanup handler: the address of the C library's would take a relocation.
+[[gnu::visibility("hidden")]] void free_block(void* block);
+
 }  // namespace groundwork
 
 #endif

@@ -266,7 +266,7 @@ extern "C" LEFT_BY_CANCELLATION int g_conf_reload(GConf* conf) {
   const int count = reload(conf, notices);
   // A callback may end its thread; cancellation takes effect after all have run.
   const CancellationHeld held;
-  with_cleanup(std::free, notices.begin, [&] { run_callbacks(conf, notices); });
+  with_cleanup(free_block, notices.begin, [&] { run_callbacks(conf, notices); });
   std::free(notices.begin);
   return count;
 }

@@ -165,7 +165,7 @@ extern "C" char** g_dir_list(const char* path, int filter, int* count) {
   if (found < 1) return nullptr;
   int kept = 0;
   char** const names = copy_names(entries, found, filter, kept);
-  std::for_each(entries, entries + found, std::free);
+  for (int i = 0; i < found; ++i) std::free(entries[i]);
   if (names != nullptr && count != nullptr) *count = kept;
   return names;
 }

@@ -84,7 +84,7 @@ char* read_content(GFile* file, const char* filename, int64_t size) {
   Owned<char> buf(static_cast<char*>(allocate(low_32_bits(size) + 1, __LINE__)));
   if (buf == nullptr) return nullptr;
   int64_t count = 0;
-  with_cleanup(std::free, buf.get(), [&] { count = g_file_read(file, buf.get(), size); });
+  with_cleanup(free_block, buf.get(), [&] { count = g_file_read(file, buf.get(), size); });
   if (count != size) {
     buf.reset();  // the output handler may end the thread
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't read file '%s'.", filename);
@@ -113,7 +113,7 @@ extern "C" GFile* g_file_open(const char* filename, int mode) {
   Owned<GFile> file(static_cast<GFile*>(allocate(sizeof(GFile), __LINE__)));
   if (file == nullptr) return nullptr;
   bool is_open = false;
-  with_cleanup(std::free, file.get(),
+  with_cleanup(free_block, file.get(),
                [&] { is_open = open_handle(*file.get(), filename, mode); });
   if (!is_open) {
     const int error = errno;

@@ -19,13 +19,9 @@ bool open_file(GFile& file, const char* filename, int mode);
 
 inline constexpr GFile kClosed = {-1};
 
-// Closes such a file, if it is open. Serves as a cleanup handler.
-void close_file(void* file);
-
-// Cleanup handler for pthread_cleanup_push(): closes the file of a cancelled thread.
-inline void close_cancelled_file(void* file) {
-  g_file_close(static_cast<GFile*>(file));
-}
+// Closes such a file, if it is open. Serves as a cleanup handler; its address takes no
+// relocation, as it is known to be hidden.
+[[gnu::visibility("hidden")]] void close_file(void* file);
 
 }  // namespace groundwork
 

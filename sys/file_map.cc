@@ -84,7 +84,8 @@ extern "C" GFileMap* g_file_map(const char* filename, int64_t offset, int64_t le
     return nullptr;
   }
   GFileMap* map = nullptr;
-  with_cleanup(close_cancelled_file, file, [&] {  // a message may end the thread
+  const auto close = [](void* opened) { g_file_close(static_cast<GFile*>(opened)); };
+  with_cleanup(close, file, [&] {  // a message may end the thread
     map = g_file_remap(nullptr, file, offset, length, mode, addr);
   });
   if (map == nullptr) {

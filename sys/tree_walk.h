@@ -49,8 +49,8 @@ class TreeWalk {
   size_t directory_length() const;  // of the directory's path, the start of path()
   const char* path() const { return path_; }
 
-  // Cleanup handler for pthread_cleanup_push(): frees what a cancelled walk holds.
-  static void abandon(void* walk);
+  // Cleanup handler: frees what a cancelled walk holds. Hidden as close_file() is.
+  [[gnu::visibility("hidden")]] static void abandon(void* walk);
 
  private:
   struct Level;

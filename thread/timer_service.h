@@ -63,7 +63,7 @@ struct TimerService {
 static_assert(std::atomic<uintptr_t>::is_always_lock_free &&
               std::atomic<void*>::is_always_lock_free);
 
-extern TimerService timer_service;
+[[gnu::visibility("hidden")]] extern TimerService timer_service;
 
 // Must be called before the service's lock is taken for the first time.
 void keep_timers_through_forks();

@@ -15,7 +15,7 @@ constexpr int32_t kNoLine = -1;
 constexpr int32_t kUncounted = -2;
 
 // The file module's line reader, which is in the `gets` slot of its streams.
-char* file_gets(URL url, char* buf, int32_t n);
+[[gnu::visibility("hidden")]] char* file_gets(URL url, char* buf, int32_t n);
 
 // The same, for a stream with this line reader. Returns the length of the text, unless it
 // takes a search for its NUL.

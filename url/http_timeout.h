@@ -23,7 +23,7 @@ struct HttpTimeout {
 };
 
 // For streams opened from now on; null, the initial value, for no limits.
-extern const HttpTimeout* http_timeout;
+[[gnu::visibility("hidden")]] extern const HttpTimeout* http_timeout;
 
 }  // namespace groundwork
 
