@@ -21,21 +21,28 @@ inline bool ends_line(char byte) {
   return byte == '\r' || byte == '\n';
 }
 
-// Two functions that copy the line at the start of `bytes`, including its end, or all bytes
-// if it is incomplete. Both return how many bytes they copied, write none after them, and
-// set `may_have_nul` if a NUL can be among them. They are fastest where `to` and the bytes
-// are equally far from an address that kLineAlignment divides.
+// copy_line() copies the line at the start of `bytes`, including its end, or all bytes if it
+// is incomplete. It returns how many bytes it copied, writes none after them, and sets
+// `may_have_nul`, unless that is null, if a NUL can be among them. It is fastest where `to`
+// and the bytes are equally far from an address that kLineAlignment divides.
 //
-// On MIPS the C library has no fast search, and neither has musl. On ARM its searches and
-// the copy take more together than one loop, except for a line of some hundred bytes
-// without a search for NUL, but the loop is larger.
-#if defined(__GLIBC__) && !defined(__mips__) && \
-    (!defined(__arm__) || defined(__OPTIMIZE_SIZE__))
+// The C library's functions take much less than an instruction for each byte, one loop for
+// everything takes one to one and a half, but there is only one. It is the better choice on
+// MIPS and with musl, where the C library has no fast search, and on ARM, unless a line is
+// long and no NUL matters. It is also larger.
+#if !defined(__GLIBC__) || defined(__mips__)
+constexpr bool kCopiesInLoop = true;
+constexpr size_t kLongLine = SIZE_MAX;
+#elif defined(__arm__) && !defined(__OPTIMIZE_SIZE__)
+constexpr bool kCopiesInLoop = true;
+constexpr size_t kLongLine = 200;
+#else
+constexpr bool kCopiesInLoop = false;
+constexpr size_t kLongLine = 0;
+#endif
 
-constexpr size_t kLineAlignment = 1;
-
-// The C library's search takes much less than an instruction for each byte.
-inline size_t copy_line(char* to, std::string_view bytes, bool& may_have_nul) {
+// With the C library's functions. Looks for no NUL.
+inline size_t copy_long_line(char* to, std::string_view bytes) {
   size_t length = bytes.size();
   for (const char end : {'\n', '\r'}) {
     const void* const found = std::memchr(bytes.data(), end, length);
@@ -44,14 +51,11 @@ inline size_t copy_line(char* to, std::string_view bytes, bool& may_have_nul) {
     }
   }
   std::memcpy(to, bytes.data(), length);
-  may_have_nul = true;
   return length;
 }
 
-#else
-
 constexpr size_t kWord = sizeof(uint32_t);
-constexpr size_t kLineAlignment = kWord;
+constexpr size_t kLineAlignment = kCopiesInLoop ? kWord : 1;
 constexpr uint32_t kTopBits = 0x80808080;
 
 #ifdef __OPTIMIZE_SIZE__
@@ -140,7 +144,7 @@ inline void copy_blocks(char*& to, const char*& at, const char* end) {
 }
 
 // Tests words, and single bytes of words that may have the end or a NUL.
-inline size_t copy_line(char* to, std::string_view bytes, bool& may_have_nul) {
+inline size_t copy_in_loop(char* to, std::string_view bytes, bool* may_have_nul) {
   const char* at = bytes.data();
   const char* const end = at + bytes.size();
   while (at != end) {
@@ -161,13 +165,19 @@ inline size_t copy_line(char* to, std::string_view bytes, bool& may_have_nul) {
       const char byte = *at++;
       *to++ = byte;
       if (ends_line(byte)) return static_cast<size_t>(at - bytes.data());
-      if (byte == '\0') may_have_nul = true;
+      if (byte == '\0' && may_have_nul != nullptr) *may_have_nul = true;
     }
   }
   return bytes.size();
 }
 
-#endif
+inline size_t copy_line(char* to, std::string_view bytes, bool* may_have_nul) {
+  if (kCopiesInLoop && (may_have_nul != nullptr || bytes.size() < kLongLine)) {
+    return copy_in_loop(to, bytes, may_have_nul);
+  }
+  if (may_have_nul != nullptr) *may_have_nul = true;
+  return copy_long_line(to, bytes);
+}
 
 }  // namespace groundwork
 

@@ -306,7 +306,7 @@ int32_t groundwork::gets_from_file(URL url, char* buf, int32_t n) {
       return gets_by_bytes(fd, buf, n, length);
     }
     const auto taken = static_cast<int32_t>(
-        copy_line(buf + length, {piece, static_cast<size_t>(count)}, may_have_nul));
+        copy_line(buf + length, {piece, static_cast<size_t>(count)}, &may_have_nul));
     length += taken;
     if (taken < count) lseek(fd, off_t{taken} - count, SEEK_CUR);
   } while (!ends_line(buf[length - 1]) && length < n - 1);
@@ -330,7 +330,6 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
   auto& stream = *reinterpret_cast<FileStream*>(url);
   alignas(kLineAlignment) char pieces[kLargestPiece + kLineAlignment - 1];
   size_t size = first_piece_size(stream);
-  bool may_have_nul = false;
   size_t consumed = 0;
   size_t length = 0;
   const auto room = static_cast<size_t>(n - 1);
@@ -347,7 +346,7 @@ int32_t groundwork::read_line_in_pieces(URL url, char* buf, int32_t n) {
       bytes.remove_prefix(1);
     }
     if (length == 0) stream.skipped = static_cast<uint32_t>(count - bytes.size());
-    const size_t taken = copy_line(buf + length, bytes, may_have_nul);
+    const size_t taken = copy_line(buf + length, bytes, nullptr);
     const size_t left = bytes.size() - taken;
     length += taken;
     consumed += count - left;
