@@ -53,8 +53,8 @@ ROWS = {
             aims={"syslog": 0.3, "log4c": 0.7},
             note="log4c's inline function asks first and passes the arguments of lines that "
                  "will be written only. The floor alone is near the aim.",
-            board_note="The level is found through the table of global addresses, which the inline "
-                       "function does not need in a program."),
+            board_note="A function with arguments of any number stores them before it asks for the "
+                       "level, which it finds relative to itself."),
     ],
     "Strings": [
         Row("strdup", "`g_strdup`", size_is="bytes",
@@ -67,11 +67,7 @@ ROWS = {
             floor="for each piece: find its end, allocate and free a block, copy the bytes",
             aims={"strchr+malloc": 1.0},
             note="The same calls for each piece; ours asks besides whether the limit of pieces "
-                 "is reached, and ends the vector after each, so that any failure can free it.",
-            board_note="The vector is doubled, and the heap cuts pieces from the blocks that it "
-                       "left, which takes more of its instructions than the top of the heap. "
-                       "Counting the pieces first, as the peer does, is the better way there, but "
-                       "takes 1.6 times as many instructions on x86."),
+                 "is reached, and copies a delimiter of any length."),
         Row("printf.assignment", "`g_strdup_printf`, \"%s=%s\\n\"",
             floor="measure both strings, allocate and free a block, copy",
             aims={"asprintf": 0.5},
@@ -111,8 +107,8 @@ ROWS = {
         Row("conf.write", "write of a changed value", size_is="keys in the file",
             floor="find twice (comparison and change are two steps), free and allocate a value",
             aims={"inih+uthash": 0.8},
-            board_note="It is found twice, as the comparison and the change are two steps, and "
-                       "without regard to case."),
+            board_note="Both free a value and allocate one. Ours trims key and value, marks the conf "
+                       "as changed and asks for callbacks besides."),
         Row("conf.sync", "sync of one changed value, each key", size_is="keys in the file",
             floor="copy every key and value once, one write",
             aims={"fprintf": 0.3}, aim_sizes=(10000,),
@@ -266,8 +262,8 @@ ROWS = {
             board_note="As with the times: one system call more, in which the path is looked up."),
         Row("file.copy", "`g_file_copy`", size_is="bytes",
             floor="the peer", aims={"read+write": 1.0},
-            note="The same reads and writes, in pieces of the same size; ours allocates a record "
-                 "for each file."),
+            note="The same calls of the system; ours stands ready for a thread that is cancelled "
+                 "in any of them."),
         Row("replace", "`g_file_replace`, in memory", size_is="bytes",
             floor="the peer: open, write, fsync, close, rename, and fsync of the directory",
             aims={"write+rename": 1.3},

@@ -169,8 +169,8 @@ extern "C" int g_thread_event_wait_timeout(GThreadEvent* event, int timeout) {
   enter_event(event);
   with_cleanup(leave_event, event, [=, &result] {
     wait_until(event, deadline_after(timeout));
-    // Kept: the time-out limits only the first wait; callers rely on returning after a later
-    // signal and never before.
+    // Kept: the time-out limits only the first wait; callers rely on returning after a
+    // later signal and never before.
     result = pthread_cond_wait(&event->cond, &event->mutex->mutex);
   });
   leave_event(event);

@@ -21,13 +21,13 @@ inline bool ends_line(char byte) {
   return byte == '\r' || byte == '\n';
 }
 
-// copy_line() copies the line at the start of `bytes`, including its end, or all bytes if it
-// is incomplete. It returns how many bytes it copied, writes none after them, and sets
+// copy_line() copies the line at the start of `bytes`, including its end, or all bytes if
+// it is incomplete. It returns how many bytes it copied, writes none after them, and sets
 // `may_have_nul`, unless that is null, if a NUL can be among them. It is fastest where `to`
 // and the bytes are equally far from an address that kLineAlignment divides.
 //
-// The C library's functions take much less than an instruction for each byte, one loop for
-// everything takes one to one and a half, but there is only one. It is the better choice on
+// The C library's functions take much less than an instruction for each byte, and a loop
+// for everything takes one to one and a half, but is only one. It is the better choice on
 // MIPS and with musl, where the C library has no fast search, and on ARM, unless a line is
 // long and no NUL matters. It is also larger.
 #if !defined(__GLIBC__) || defined(__mips__)

@@ -1159,8 +1159,8 @@ TEST_F(HttpFailure, OfAnyAllocationGivesNullAndLeaksNothing) {
   EXPECT_TRUE(descriptors_return_to(before));
 }
 
-// A listener that accepts nothing: the system makes a connection, but no reply comes. With a
-// full queue it makes none.
+// A listener that accepts nothing: the system makes a connection, but no reply comes. With
+// a full queue it makes none.
 class SilentServer {
  public:
   explicit SilentServer(bool is_full)

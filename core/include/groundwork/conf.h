@@ -193,7 +193,8 @@ G_API GConfEntry* g_find_line(GConfSection* section, const char* key);
  * @par Errors
  * Every failure ends with the warning "can't load config file '%s'.". One of these, with the file
  * name, comes before it:
- * - ``can't open file '%s'.``: warning; the file cannot be opened. The reason is in the line before.
+ * - ``can't open file '%s'.``: warning; the file cannot be opened. The reason is in the line
+ *   before.
  * - ``can't read lock for '%s.``: warning; another process has the file locked for writing. The
  *   line lacks its closing quote.
  * - ``can't read file '%s'.``: warning; a read error, a size that changed, a file of 2 GiB or more,
