@@ -41,7 +41,7 @@ constexpr int kNoDescriptor = -1;
 // The sizes of the pieces that the line reader reads from files, close to those of lines.
 constexpr size_t kSmallestPiece = 128;
 constexpr size_t kSmallestSecondPiece = 256;
-constexpr size_t kLargestPiece = 4096;
+constexpr size_t kLargestPiece = 3584;
 
 // After this many equal lengths in a row the next line is expected to have the same length.
 constexpr uint32_t kRecords = 2;
