@@ -22,10 +22,8 @@
 #include "url/file_lines.h"
 #include "url/unique_fd.h"
 
-using groundwork::copy_line;
 using groundwork::ends_line;
 using groundwork::file_gets;
-using groundwork::gets_from_file;
 using groundwork::kept_above_output;
 using groundwork::kLineAlignment;
 using groundwork::kNoLine;
