@@ -53,8 +53,8 @@ ROWS = {
             aims={"syslog": 0.3, "log4c": 0.7},
             note="log4c's inline function asks first and passes the arguments of lines that "
                  "will be written only. The floor alone is near the aim.",
-            board_note="A function with arguments of any number stores them before it asks for the "
-                       "level, which it finds relative to itself."),
+            board_note="On ARM a function with any number of arguments stores one of them first; on "
+                       "both, the address of the level is computed from that of the code."),
     ],
     "Strings": [
         Row("strdup", "`g_strdup`", size_is="bytes",
@@ -67,7 +67,7 @@ ROWS = {
             floor="for each piece: find its end, allocate and free a block, copy the bytes",
             aims={"strchr+malloc": 1.0},
             note="The same calls for each piece; ours asks besides whether the limit of pieces "
-                 "is reached, and copies a delimiter of any length."),
+                 "is reached, and takes a delimiter of any length."),
         Row("printf.assignment", "`g_strdup_printf`, \"%s=%s\\n\"",
             floor="measure both strings, allocate and free a block, copy",
             aims={"asprintf": 0.5},

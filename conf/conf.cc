@@ -21,6 +21,8 @@
 #include "conf/model.h"
 #include "conf/name_compare.h"
 #include "conf/write.h"
+#include "core/built_for.h"
+#include "core/cancellation.h"
 #include "core/check.h"
 #include "thread/mutex_lock.h"
 
@@ -73,6 +75,11 @@ GConf* open_default(const char** path, char (&own)[kDefaultPathSize]) {
   return load_conf(*path);
 }
 
+// For a conf whose thread ends in an output handler.
+void drop_conf(void* conf) {
+  free_conf(static_cast<GConf*>(conf));
+}
+
 // Converts the stored value under the mutex, since another thread may replace it
 // afterwards.
 template <typename T, typename Convert>
@@ -104,13 +111,17 @@ extern "C" GConf* g_conf_open(const char* filename) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't load config file '%s'.", path);
     return nullptr;
   }
-  g_log(G_LOG_DEBUG, kSource, __LINE__, "g_conf's file name = %s", conf->filename);
+  with_cleanup(drop_conf, conf, [conf] {
+    g_log(G_LOG_DEBUG, kSource, __LINE__, "g_conf's file name = %s", conf->filename);
+  });
   return conf;
 }
 
 extern "C" int g_conf_close(GConf* conf) {
   CHECK_ARG(conf != NULL, -1);
-  if (is_dirty(conf)) write_conf(conf);
+  with_cleanup(drop_conf, conf, [conf] {
+    if (is_dirty(conf)) write_conf(conf);
+  });
   free_conf(conf);
   return 0;
 }
@@ -184,7 +195,11 @@ extern "C" void g_conf_write_int(GConf* conf, const char* section, const char* k
   CHECK_ARG(section != NULL);
   CHECK_ARG(key != NULL);
   char text[sizeof "-2147483648"];
-  *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
+  if constexpr (kForSpeed) {
+    *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
+  } else {
+    std::snprintf(text, sizeof text, "%d", value);
+  }
   g_conf_write_string(conf, section, key, text);
 }
 

@@ -15,7 +15,6 @@
 #include <pthread.h>
 #include <sys/stat.h>
 
-#include "conf/fingerprint.h"
 #include "conf/line.h"
 #include "conf/model.h"
 #include "core/cancellation.h"
@@ -112,7 +111,7 @@ GConf* parse_conf(const char* filename, const char* text, size_t size) {
     free_conf(conf);
     return nullptr;
   }
-  set_file_content(conf, {FileContent::kText, fingerprint_of(text, size)});
+  set_file_text(conf, text, size);
   return conf;
 }
 

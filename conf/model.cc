@@ -141,6 +141,10 @@ void set_file_content(GConf* conf, const FileContent& content) {
   if (record != nullptr) record->file_content = content;
 }
 
+void set_file_text(GConf* conf, const char* text, size_t size) {
+  set_file_content(conf, {FileContent::kText, fingerprint_of(text, size)});
+}
+
 pthread_mutex_t* file_mutex(GConf* conf) {
   Conf* const record = container_of<Conf>(conf);
   return record != nullptr ? &record->file_mutex : nullptr;

@@ -37,6 +37,7 @@ inline bool is_dirty(GConf* conf) {
 // What the file held when this conf last loaded or wrote it.
 FileContent file_content(const GConf* conf);
 void set_file_content(GConf* conf, const FileContent& content);
+void set_file_text(GConf* conf, const char* text, size_t size);
 
 // Serialises saves and reloads of the file, while other threads may use the conf. Null if
 // the conf is no longer the library's own.

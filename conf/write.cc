@@ -15,7 +15,6 @@
 
 #include <pthread.h>
 
-#include "conf/fingerprint.h"
 #include "conf/model.h"
 #include "core/built_for.h"
 #include "core/cancellation.h"
@@ -121,30 +120,32 @@ void drop(void* output) {
   std::free(held->text.release());
 }
 
-// Opens, locks and writes the file. Returns its content afterwards, as far as it is known.
-// Without `has_text` there was no memory for the text.
-FileContent write_file(const GConf* conf, Output& output, bool has_text) {
+// Opens, locks and writes the file, and notes its content, as far as it is known, in the
+// conf. Without `has_text` there was no memory for the text.
+void write_file(GConf* conf, Output& output, bool has_text) {
   GFile* const file = &output.file;
   if (!open_file(*file, conf->filename, 2)) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't create config file '%s'.",
           conf->filename);
-    return file_content(conf);
+    return;
   }
   // Kept: opening has already emptied the file, whether the lock is granted or not.
+  set_file_text(conf, nullptr, 0);
   if (g_file_lock_write(file) < 0) {
     g_log(G_LOG_WARNING, kSource, __LINE__, "can't lock write for '%s'.", conf->filename);
-    return {FileContent::kText, fingerprint_of(nullptr, 0)};
+    return;
   }
+  set_file_content(conf, {});
+  const ByteArray& text = output.text;
   bool is_whole = false;
   if (has_text) {
-    is_whole = write_formatted(file, conf, output.text);
+    is_whole = write_formatted(file, conf, text);
   } else {
     write_in_pieces(file, conf);
   }
   g_file_truncate(file);
   g_file_unlock(file);
-  if (!is_whole) return {};
-  return {FileContent::kText, fingerprint_of(output.text.data(), output.text.size())};
+  if (is_whole) set_file_text(conf, text.data(), text.size());
 }
 
 }  // namespace
@@ -179,8 +180,7 @@ LEFT_BY_CANCELLATION void write_conf(GConf* conf) {
   output.text.reserve(old_size + old_size / 8 + kUsualGrowth);
   const bool has_text = format_conf(conf, output.text);
   // An output handler may end the thread.
-  with_cleanup(drop, &output,
-               [&] { set_file_content(conf, write_file(conf, output, has_text)); });
+  with_cleanup(drop, &output, [&] { write_file(conf, output, has_text); });
   drop(&output);
 }
 

@@ -353,7 +353,7 @@ bool FormatWalk::measure_bare_conversion() {
       pieces_.add_number(va_arg(args_, unsigned), false, Base::kHexadecimal, kNoLayout);
       break;
     default:
-      // "-" and the digits, or else it is known already.
+      // Simple ones begin with "-", a digit or "l"; others up to "9" are refused there.
       return (*at_ <= '9' || *at_ == 'l') && measure_simple_conversion();
   }
   ++at_;

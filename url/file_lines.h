@@ -10,7 +10,8 @@
 
 namespace groundwork {
 
-// Results of gets_from_file(): no line, and a line whose text may end before the line does.
+// Results of gets_from_file(): no line, and a line whose text may be shorter or longer than
+// what was read.
 constexpr int32_t kNoLine = -1;
 constexpr int32_t kUncounted = -2;
 

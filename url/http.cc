@@ -360,7 +360,7 @@ MAY_BE_LEFT bool begin(URL_http* stream, const char* url, const int64_t* offset,
 }
 
 void close_cancelled(void* stream) {
-  CloseStream()(static_cast<URL_http*>(stream));
+  close_stream(static_cast<URL>(stream));
 }
 
 // The same, but a thread that is cancelled meanwhile closes the stream. Not inlined: the
@@ -369,7 +369,7 @@ void close_cancelled(void* stream) {
                                                   const int64_t* offset,
                                                   const HttpTimeout* timeout) {
   bool begun = false;
-  pthread_cleanup_push(close_cancelled, stream);
+  pthread_cleanup_push(close_cancelled, &stream->common);
   begun = begin(stream, url, offset, timeout);
   pthread_cleanup_pop(0);
   return begun;

@@ -243,6 +243,26 @@ TEST_P(ConfLists, SectionsAreFoundAsKeysAre) {
   EXPECT_EQ(g_find_section(conf.get(), "own") == nullptr, GetParam() % 2 == 0);
 }
 
+// One name of the file has the same hash, or a thousand have one of their own, so that the
+// slower hash is in use.
+TEST(ConfRecords, OfTheProgramsOwnAreFoundPastNamesWithTheSameHash) {
+  for (const int colliding : {0, 1024}) {
+    std::string text = text_of(20) + "ab`d=1\n";
+    for (int key = 0; key < colliding; ++key) {
+      for (int bit = 0; bit < 12; ++bit) text += (key >> bit & 1) != 0 ? '@' : '`';
+      text += "=v\n";
+    }
+    const ConfFile file(text);
+    const Conf conf = file.open();
+    auto* const section = static_cast<GConfSection*>(conf->sections->data);
+    GConfEntry* const own = own_entry("ab@d", "2");
+    g_list_append(section->entries, own);
+    EXPECT_EQ(g_find_line(section, "ab@d"), own);
+    EXPECT_EQ(g_find_line(section, "AB@D"), own);
+    EXPECT_STREQ(g_conf_read_string(conf.get(), "s", "AB`D", ""), "1");
+  }
+}
+
 TEST(ConfRecords, OfTheProgramsOwnMayBeSearchedWherever) {
   char key[] = "Key";
   char value[] = "v";

@@ -242,6 +242,21 @@ TEST(ConfStore, AThreadThatEndsWhileAFailureIsLoggedLosesNothing) {
   }
 }
 
+TEST(ConfLoad, AThreadThatEndsWhenTheFileIsLoadedLosesNothing) {
+  const ConfFile file("[a]\nk=v\n");
+  const LogCapture log(G_LOG_DEBUG);
+  expect_nothing_lost_at_a_message([&file] { g_conf_open(file.path().c_str()); });
+}
+
+TEST(ConfStore, AThreadThatEndsWhileAConfIsClosedLosesNothing) {
+  const LogCapture log(G_LOG_WARNING);  // the first message is that of the failed write
+  expect_nothing_lost_at_a_message([] {
+    GConf* const conf = g_conf_open("/dev/full");
+    g_conf_write_string(conf, "a", "k", "v");
+    g_conf_close(conf);
+  });
+}
+
 TEST(ConfLoad, NoLockAndNoDescriptorIsLeaked) {
   const ConfFile file("[a]\nk=v\n");
   const int before = dup(0);

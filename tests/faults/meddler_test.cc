@@ -30,6 +30,7 @@
 #include "faults/fault_plan.h"
 #include "faults/working_directory.h"
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/uncounted_allocations.h"
 
 using namespace faults;
@@ -184,14 +185,6 @@ bool is_there(const char* path) {
   return lstat(path, &status) == 0;
 }
 
-int open_descriptors() {
-  int count = 0;
-  for (int descriptor = 0; descriptor < 100; ++descriptor) {
-    count += fcntl(descriptor, F_GETFD) != -1 ? 1 : 0;
-  }
-  return count;
-}
-
 // Runs a job with each act before each of its calls, and after the last.
 template <size_t N, typename Job>
 void sweep(const Act (&acts)[N], Job job) {
@@ -210,9 +203,9 @@ void sweep(const Act (&acts)[N], Job job) {
       directory.write("d/e/y", "y");
       g_debug_set_handler(drop_line, nullptr);
       calls_seen = 0;
-      const int descriptors = open_descriptors();
+      const int descriptors = test::count_open_descriptors();
       job();
-      EXPECT_EQ(open_descriptors(), descriptors) << "a descriptor was left";
+      EXPECT_EQ(test::count_open_descriptors(), descriptors) << "a descriptor was left";
       if (testing::Test::HasFailure()) return;
     }
   }

@@ -4,6 +4,7 @@
 #ifndef GROUNDWORK_TESTS_SUPPORT_DESCRIPTORS_H
 #define GROUNDWORK_TESTS_SUPPORT_DESCRIPTORS_H
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace test {
@@ -14,6 +15,13 @@ inline int lowest_free_descriptor() {
   const int descriptor = dup(2);
   close(descriptor);
   return descriptor;
+}
+
+// How many of the first 256 are open.
+inline int count_open_descriptors() {
+  int count = 0;
+  for (int fd = 0; fd < 256; ++fd) count += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+  return count;
 }
 
 }  // namespace test

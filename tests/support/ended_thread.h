@@ -28,7 +28,7 @@ void expect_nothing_lost(Call call, void* wanted, End end) {
     started.call();
     return data;
   };
-  const int expected = lowest_free_descriptor();
+  const int expected = count_open_descriptors();
   for (const bool is_warm : {false, true}) {  // the first exit loads the unwinder
     pthread_t thread;
     ASSERT_EQ(pthread_create(&thread, nullptr, body, &run), 0);
@@ -40,7 +40,7 @@ void expect_nothing_lost(Call call, void* wanted, End end) {
       EXPECT_EQ(run.blocks->outstanding(), 0);
     }
     delete run.blocks;
-    EXPECT_EQ(lowest_free_descriptor(), expected);
+    EXPECT_EQ(count_open_descriptors(), expected);
   }
 }
 

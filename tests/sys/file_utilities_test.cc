@@ -200,6 +200,14 @@ TEST(FileCopy, ReadsPiecesOf8192BytesUntilTheEnd) {
             (std::vector<ReadCall>{{8192, 8192}, {8192, 8192}, {8192, 3616}, {8192, 0}}));
 }
 
+TEST(FileCopy, LeavesNothingOpen) {
+  TemporaryDirectory dir;
+  const std::string from = dir.write("from", "abc");
+  const int before = test::count_open_descriptors();
+  EXPECT_EQ(g_file_copy(from.c_str(), (dir / "to").c_str()), 0);
+  EXPECT_EQ(test::count_open_descriptors(), before);
+}
+
 TEST(FileCopy, AllocatesNothing) {
   TemporaryDirectory dir;
   const std::string from = dir.write("from", pattern(20000));

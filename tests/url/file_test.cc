@@ -25,6 +25,7 @@
 #include <unistd.h>
 
 #include "support/allocation_faults.h"
+#include "support/descriptors.h"
 #include "support/next_function.h"
 #include "support/temporary_directory.h"
 #include "url/errors.h"
@@ -148,12 +149,6 @@ class StandardInput {
  private:
   int saved_;
 };
-
-int open_descriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 256; ++fd) count += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
-  return count;
-}
 
 // ---- The record and the module ------------------------------------------------------
 
@@ -306,14 +301,14 @@ TEST_F(FileStream, OfFourGigabytesAndMoreHasItsSizeModuloTwoToTheThirtyTwoAsLimi
 
 TEST_F(FileStream, WithoutMemoryFailsAndLeavesNoDescriptor) {
   const std::string path = directory_.write("file", "text");
-  const int before = open_descriptors();
+  const int before = test::count_open_descriptors();
   set_errors();
   test::AllocationFaults faults(1);
   const URL url = url_file_open(path.c_str());
   faults.disarm();
   EXPECT_EQ(url, nullptr);
   EXPECT_ERRORS(ENOMEM, ENOMEM);
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_EQ(test::count_open_descriptors(), before);
 }
 
 TEST_F(FileStream, WithoutMemoryReportsThatWhateverClosingTheDescriptorReturns) {
@@ -337,7 +332,7 @@ TEST_F(FileStream, WithoutMemoryLeavesDescriptorZeroOpen) {
 
 TEST_F(FileStream, CloseReleasesDescriptorAndRecordAndKeepsErrno) {
   const std::string path = directory_.write("file", "text");
-  const int before = open_descriptors();
+  const int before = test::count_open_descriptors();
   test::AllocationFaults faults(0);
   const URL url = url_file_open(path.c_str());
   faults.disarm();
@@ -345,7 +340,7 @@ TEST_F(FileStream, CloseReleasesDescriptorAndRecordAndKeepsErrno) {
   url_close(url);
   const int error = errno;
   EXPECT_EQ(error, kOtherErrno);
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_EQ(test::count_open_descriptors(), before);
   EXPECT_EQ(faults.outstanding(), 0);
 }
 
@@ -1400,16 +1395,16 @@ TEST_F(MemoryView, OutsideItsBytesIsAtItsEnd) {
 
 TEST_F(MemoryView, CloseClosesTheDescriptorAndLeavesTheBytes) {
   const std::string bytes = "0123456789";
-  const int before = open_descriptors();
+  const int before = test::count_open_descriptors();
   viewing(bytes);
   close_all();
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_EQ(test::count_open_descriptors(), before);
 }
 
 TEST(FileStreamCancellation, AThreadThatIsToBeCancelledClosesItsStreamFirst) {
   const test::TemporaryDirectory directory;
   const std::string path = directory.write("f", "abc");
-  const int before = open_descriptors();
+  const int before = test::count_open_descriptors();
   const URL url = url_file_open(path.c_str());
   ASSERT_NE(url, nullptr);
   pthread_t thread;
@@ -1420,7 +1415,7 @@ TEST(FileStreamCancellation, AThreadThatIsToBeCancelledClosesItsStreamFirst) {
   };
   ASSERT_EQ(pthread_create(&thread, nullptr, close_stream, url), 0);
   ASSERT_EQ(pthread_join(thread, nullptr), 0);
-  EXPECT_EQ(open_descriptors(), before);
+  EXPECT_EQ(test::count_open_descriptors(), before);
 }
 
 }  // namespace
