@@ -25,9 +25,15 @@ bool has_name(const void* record, size_t texts, const char* name, size_t length)
   return same_name(own_name_of(record), {name, length});
 }
 
-// Returns false if a record has another name for certain.
-inline bool may_have_name(const void* record, size_t texts, size_t length) {
-  return !is_own(record, texts) || own_name_of(record).size() == length;
+// Returns false if a record has another name for certain: most differ in length or at the
+// end.
+inline bool may_have_name(const void* record, size_t texts, const char* name,
+                          size_t length) {
+  if (!is_own(record, texts)) return true;
+  if (own_name_of(record).size() != length) return false;
+  if (length < 4) return true;
+  const size_t last = length - 4;
+  return ((load_word(name_of(record) + last) ^ load_word(name + last)) & ~kCaseBits) == 0;
 }
 
 // Returns whether a record of the library's own has this name in the same case. A program
@@ -91,7 +97,7 @@ void* NameIndex::find_in_list(const NameIndex* index, const GList* list, const c
   if (!kForSpeed) return walk(list, texts, name, length);
   for (; list != nullptr; list = list->next) {
     void* const record = list->data;
-    if (!may_have_name(record, texts, length)) continue;
+    if (!may_have_name(record, texts, name, length)) continue;
     return has_spelling(record, texts, name, length) ? record
                                                      : walk(list, texts, name, length);
   }

@@ -62,7 +62,7 @@ class StringVector {
   }
 
  private:
-  static constexpr size_t kFirstSlots = 8;
+  static constexpr size_t kFirstSlots = 16;  // most texts have fewer pieces
 
   bool grow(size_t slots) {
     auto* const grown = static_cast<char**>(std::realloc(strings_, slots * sizeof(char*)));

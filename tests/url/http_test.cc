@@ -1192,6 +1192,9 @@ class SilentServer {
 
 TEST_F(HttpFailure, AThreadCancelledWhileItOpensLosesNothing) {
   for (const bool is_full : {false, true}) {
+#ifndef __GLIBC__
+    if (!is_full) continue;  // reading a stream is no cancellation point of musl's
+#endif
     SCOPED_TRACE(is_full ? "connecting" : "reading the status");
     const SilentServer server(is_full);
     const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/";
