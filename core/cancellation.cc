@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+// For builds for size, which have the handler's code once.
 LEFT_BY_CANCELLATION void groundwork::call_with_cleanup(void (*work)(void*), void* argument,
                                                         void (*clean_up)(void*),
                                                         void* what) {
